@@ -1,0 +1,29 @@
+# What every target of the project shares. A consumer's build sets none of this.
+
+option(VELTRANO_DEVELOPER "Build tests, tools and examples, with warnings as errors"
+       ${PROJECT_IS_TOP_LEVEL})
+set(VELTRANO_SANITIZER "" CACHE STRING "Sanitizers to build with, such as address,undefined")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
+endif()
+
+if(VELTRANO_DEVELOPER)
+  add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Werror)
+endif()
+if(VELTRANO_SANITIZER)
+  add_compile_options(-fsanitize=${VELTRANO_SANITIZER} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VELTRANO_SANITIZER})
+endif()

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <chrono>
+
+#include "platform/time.h"
+
+namespace veltrano {
+
+/// The device's wall clock and time zone. Safe to call from any thread.
+class WallClock {
+ public:
+  virtual ~WallClock() = default;
+
+  virtual WallTime now() const = 0;
+
+  /// What has to be added to UTC at `instant` to get the device's local time.
+  virtual std::chrono::seconds localTimeOffset(WallTime instant) const = 0;
+};
+
+}  // namespace veltrano

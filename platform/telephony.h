@@ -1,0 +1,17 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace veltrano {
+
+/// The cellular subscriptions of the device. Safe to call from any thread, without waiting.
+class CTTelephonyNetworkInfo {
+ public:
+  virtual ~CTTelephonyNetworkInfo() = default;
+
+  /// The carrier name of the first service subscriber; none without a subscription or a name.
+  virtual std::optional<std::string> carrierName() const = 0;
+};
+
+}  // namespace veltrano

@@ -1,0 +1,98 @@
+#include "platform/json_writer.h"
+
+#include "platform/text/rapidjson_settings.h"
+// After the settings.
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <cmath>
+#include <cstring>
+
+namespace veltrano {
+namespace {
+
+class SplicingWriter : public rapidjson::Writer<rapidjson::StringBuffer> {
+ public:
+  using Writer::Writer;
+
+  void Members(std::string_view text) {
+    Prefix(rapidjson::kStringType);
+    std::memcpy(os_->Push(text.size()), text.data(), text.size());
+    // The prefix counted the key of one member; this is its value. Only whether values have been
+    // written, and whether a key comes next, is read from the count.
+    ++level_stack_.Top<Level>()->valueCount;
+  }
+};
+
+}  // namespace
+
+struct JSONWriter::Implementation {
+  rapidjson::StringBuffer buffer;
+  SplicingWriter writer{buffer};
+};
+
+JSONWriter::JSONWriter() : implementation_(std::make_unique<Implementation>()) {}
+
+JSONWriter::~JSONWriter() = default;
+
+void JSONWriter::clear() {
+  implementation_->buffer.Clear();
+  implementation_->writer.Reset(implementation_->buffer);
+}
+
+void JSONWriter::startObject() {
+  implementation_->writer.StartObject();
+}
+
+void JSONWriter::endObject() {
+  implementation_->writer.EndObject();
+}
+
+void JSONWriter::startArray() {
+  implementation_->writer.StartArray();
+}
+
+void JSONWriter::endArray() {
+  implementation_->writer.EndArray();
+}
+
+void JSONWriter::key(std::string_view text) {
+  string(text);
+}
+
+void JSONWriter::string(std::string_view text) {
+  implementation_->writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+}
+
+void JSONWriter::integer(std::int64_t number) {
+  implementation_->writer.Int64(number);
+}
+
+void JSONWriter::unsignedInteger(std::uint64_t number) {
+  implementation_->writer.Uint64(number);
+}
+
+void JSONWriter::number(double number) {
+  if (std::isfinite(number))
+    implementation_->writer.Double(number);
+  else
+    null();
+}
+
+void JSONWriter::boolean(bool flag) {
+  implementation_->writer.Bool(flag);
+}
+
+void JSONWriter::null() {
+  implementation_->writer.Null();
+}
+
+void JSONWriter::members(std::string_view text) {
+  implementation_->writer.Members(text);
+}
+
+std::string_view JSONWriter::text() const {
+  return {implementation_->buffer.GetString(), implementation_->buffer.GetSize()};
+}
+
+}  // namespace veltrano

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <optional>
+
+#include "properties/property_map.h"
+#include "veltrano/value.h"
+
+namespace veltrano {
+
+/// Turns what a host hands in into members of the set, leaving out what cannot be represented.
+/// Pure functions, safe on any thread.
+class ParameterConversion {
+ public:
+  ParameterConversion() = delete;
+
+  /// Containers may nest this deep in a property; what lies deeper is left out, which bounds the
+  /// stack that later walks over converted values take.
+  static constexpr int kDeepestNesting = 128;
+
+  /// None when `value` is absent or cannot be represented.
+  static std::optional<SupportedParameterType> convert(HostValue value);
+
+  /// None for an empty map; a map all of whose values are left out gives an empty one.
+  static std::optional<PropertyMap> convert(HostMap dictionary);
+};
+
+}  // namespace veltrano

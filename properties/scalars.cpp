@@ -1,0 +1,58 @@
+#include "veltrano/scalars.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "properties/numbers.h"
+#include "properties/utf8.h"
+
+namespace veltrano {
+namespace {
+
+constexpr double kFarthestSeconds = 30'000 * 365.2425 * 86'400;
+
+}  // namespace
+
+Date::Date(std::chrono::system_clock::time_point instant) {
+  using std::chrono::microseconds;
+  constexpr microseconds kFarthest{static_cast<std::int64_t>(kFarthestSeconds) * 1'000'000};
+  sinceEpoch_ = std::clamp(std::chrono::floor<microseconds>(instant.time_since_epoch()), -kFarthest,
+                           kFarthest);
+}
+
+Date Date::fromSecondsSince1970(double seconds) {
+  Date date;
+  if (std::isnan(seconds)) return date;
+  const double limited = std::clamp(seconds, -kFarthestSeconds, kFarthestSeconds);
+  date.sinceEpoch_ = std::chrono::microseconds(std::llround(limited * 1e6));
+  return date;
+}
+
+std::string Date::iso8601() const {
+  namespace chrono = std::chrono;
+  const auto day = chrono::floor<chrono::days>(sinceEpoch_);
+  const chrono::year_month_day date{chrono::sys_days(day)};
+  const chrono::hh_mm_ss time{chrono::floor<chrono::milliseconds>(sinceEpoch_ - day)};
+  char text[48];
+  std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ",
+                static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                static_cast<unsigned>(date.day()), static_cast<int>(time.hours().count()),
+                static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
+                static_cast<int>(time.subseconds().count()));
+  return text;
+}
+
+URL::URL(std::string_view text) : text_(wellFormedUTF8(std::string(text))) {}
+
+NSNumber::NSNumber(int storageTypeCode, std::int64_t value)
+    : storageTypeCode_(storageTypeCode),
+      integerValue_(value),
+      doubleValue_(static_cast<double>(value)) {}
+
+NSNumber::NSNumber(int storageTypeCode, double value)
+    : storageTypeCode_(storageTypeCode),
+      integerValue_(truncatedInteger(value)),
+      doubleValue_(value) {}
+
+}  // namespace veltrano
