@@ -1,0 +1,31 @@
+#include "tracker/log.h"
+
+#include <cstdio>
+
+#include "platform/platform.h"
+
+namespace veltrano {
+namespace {
+
+// `instant`, in local time, as "HH:mm:ss.SSSS"; the fraction is cut off.
+std::string timeOfDay(Duration instant) {
+  namespace chrono = std::chrono;
+  const auto day = chrono::floor<chrono::days>(instant);
+  const chrono::hh_mm_ss time{instant - day};
+  char text[32];
+  std::snprintf(text, sizeof text, "%02d:%02d:%02d.%04d", static_cast<int>(time.hours().count()),
+                static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
+                static_cast<int>(time.subseconds().count() / 100));
+  return text;
+}
+
+}  // namespace
+
+void writeLogLine(const std::string& message) {
+  const Platform& here = platform();
+  const WallTime now = here.wallClock.now();
+  const Duration local = now.sinceEpoch + here.wallClock.localTimeOffset(now);
+  here.standardOutput.writeLine("Veltrano " + timeOfDay(local) + " | " + message);
+}
+
+}  // namespace veltrano

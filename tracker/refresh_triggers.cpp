@@ -1,0 +1,47 @@
+#include "tracker/refresh_triggers.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/canonical_equivalence.h"
+#include "properties/utf8.h"
+#include "tracker/host_callback.h"
+
+namespace veltrano {
+namespace {
+
+std::string decomposed(std::string_view text) {
+  return isASCII(text) ? std::string(text) : canonicalDecomposition(text);
+}
+
+}  // namespace
+
+void RefreshTriggers::set(const std::optional<std::vector<std::string>>& triggers,
+                          Handler handler) {
+  std::shared_ptr<Pair> pair;
+  if (triggers && handler) {
+    pair = std::make_shared<Pair>();
+    for (const std::string& name : *triggers) pair->decomposedTriggers.push_back(decomposed(name));
+    pair->handler = std::move(handler);
+  }
+  // Destroyed after the lock is released: what the old handler holds is the host's.
+  std::shared_ptr<const Pair> replaced = std::move(pair);
+  const std::lock_guard lock(mutex_);
+  isSet_.store(replaced != nullptr, std::memory_order_release);
+  pair_.swap(replaced);
+}
+
+void RefreshTriggers::callHandlerFor(std::string_view eventName) const {
+  if (!isSet_.load(std::memory_order_acquire)) return;
+  std::shared_ptr<const Pair> pair;
+  {
+    const std::lock_guard lock(mutex_);
+    pair = pair_;
+  }
+  if (!pair) return;
+  const auto& triggers = pair->decomposedTriggers;
+  if (std::find(triggers.begin(), triggers.end(), decomposed(eventName)) != triggers.end())
+    callHost(pair->handler);
+}
+
+}  // namespace veltrano

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+#include "properties/property_map.h"
+#include "tracker/event_encoder.h"
+#include "tracker/refresh_triggers.h"
+#include "upload/event_record.h"
+#include "veltrano/veltrano.h"
+
+namespace veltrano {
+
+/// The tracker behind the public facade: all its state, and the operations that the facade passes
+/// on. Text that arrives here is well-formed. Public operations are safe from any thread.
+class Tracker {
+ public:
+  using FlushCompletion = Veltrano::FlushCompletion;
+
+  /// The one instance; lives until the process ends.
+  static Tracker& shared();
+
+  // Recording.
+  void track(std::string eventName, HostMap eventProperties, FlushCompletion completion);
+
+  // Super properties and refresh triggers.
+  void setSuperProperties(HostMap properties);
+  void removeSuperProperty(std::string key);
+  void setRefreshTriggers(const std::optional<std::vector<std::string>>& triggers,
+                          std::function<void()> handler);
+
+  /// The super properties as the blocks that have run so far left them.
+  std::shared_ptr<const PropertyMap> superProperties() const;
+
+  // Orientation, read from the device at every call.
+  std::string getScreenOrientation() const;
+  std::string getDeviceOrientation() const;
+
+  // Identity.
+  void setUserId(const std::string& id);
+  void setAppId(const std::string& id);
+  void setIdfa();
+  void setLibVersion(const std::string& version);
+  void setPublisherUid(const std::optional<std::string>& uid);
+
+  Tracker(const Tracker&) = delete;
+  Tracker& operator=(const Tracker&) = delete;
+
+ private:
+  Tracker();
+  ~Tracker() = delete;
+
+  // Lifecycle and orientation, on the main thread.
+  void registerForNotifications();
+  void handleWillEnterForeground();
+  void handleDidEnterBackground();
+  void handleDidChangeStatusBarOrientation();
+  void handleDidChangeDeviceOrientation();
+  void setScreenOrientation();
+
+  // Recording, on the work queue.
+  void record(const std::string& eventName, const AutomaticProperties& automatic,
+              HostMap eventProperties, FlushCompletion completion);
+  void changeSuperProperties(PropertyMap changed);
+
+  // The event queue, on the work queue but for `scheduleFlush`.
+  void startFlushCycle();
+  void trimQueueIfNecessary();
+  void flushQueueIfNecessary(FlushCompletion completion);
+  void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion);
+  void flushQueue(const FlushCompletion& completion);
+  void finishFlush(bool wasDelivered);
+
+  static constexpr std::size_t kQueueCapacity = 200;
+  static constexpr std::size_t kQueueFlushThreshold = 10;
+  static constexpr std::chrono::seconds kQueueFlushInterval{20};
+
+  WorkQueue& dispatchQueue_;
+
+  // Written on the main thread, read on the work queue and on the networking framework's threads.
+  std::atomic<bool> isRunning_{true};
+
+  // Changed on the work queue; also emptied by the end of an upload, while the queue waits for it.
+  std::deque<EventRecord> eventQueue_;
+  std::atomic<std::size_t> eventCount_{0};  // its size, for readers elsewhere
+
+  EventEncoder encoder_;           // work queue
+  bool isEncoderCurrent_ = false;  // work queue; false when the super properties have changed
+
+  mutable std::mutex superPropertiesMutex_;
+  // Replaced on the work queue under the mutex; the work queue itself reads it without.
+  std::shared_ptr<const PropertyMap> superProperties_ = std::make_shared<PropertyMap>();
+
+  std::mutex flushMutex_;
+  std::shared_ptr<WorkItem> flushWorkItem_;  // guarded by flushMutex_; the one pending flush
+
+  RefreshTriggers refreshTriggers_;
+};
+
+}  // namespace veltrano

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <string>
+
+#include "properties/property_map.h"
+#include "upload/event_record.h"
+
+namespace veltrano {
+
+/// One upload of a batch of events to "/track". Lives for one flush, on the tracker's work queue.
+class CorvaneEndpointRequest {
+ public:
+  /// `events` (oldest first) and `superProperties` must outlive the request and stay as they are.
+  CorvaneEndpointRequest(const std::deque<EventRecord>& events, const PropertyMap& superProperties);
+
+  /// Calls `completion` exactly once: with true when the batch needs no further upload. That
+  /// happens before `send` returns when there is nothing to send, else later on a thread of the
+  /// networking framework.
+  void send(std::function<void(bool)> completion) const;
+
+ private:
+  const std::string uid_;
+  const std::deque<EventRecord>& eventsBeingSent_;
+  const PropertyMap& superProperties_;
+};
+
+}  // namespace veltrano
