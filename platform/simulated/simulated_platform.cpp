@@ -1,0 +1,90 @@
+#include "platform/simulated/simulated_platform.h"
+
+#include <utility>
+
+namespace veltrano {
+namespace {
+
+constexpr std::string_view kResourceDirectory = "/Library/Resources";
+constexpr std::string_view kResourceBundle = "/Library/Resources/Veltrano.bundle";
+
+struct SimulatedTimer final : Timer {
+  void invalidate() override { isValid = false; }
+  bool isValid = true;
+};
+
+}  // namespace
+
+std::shared_ptr<Timer> SimulatedTimers::schedule(Duration delay, Duration,
+                                                 std::function<void()> action) {
+  auto timer = std::make_shared<SimulatedTimer>();
+  if (!threadRunsRunLoop) return timer;
+  timeline.schedule(delay, [timer, action = std::move(action)] {
+    if (std::exchange(timer->isValid, false)) action();
+  });
+  return timer;
+}
+
+void SimulatedNotificationCenter::addObserver(std::string_view name,
+                                              std::function<void()> observer) {
+  observers[std::string(name)].push_back(std::move(observer));
+}
+
+void SimulatedNotificationCenter::post(const std::string& name) const {
+  const auto registered = observers.find(name);
+  if (registered == observers.end()) return;
+  // A copy: observers added meanwhile are not called for this posting.
+  for (const auto& observer : std::vector(registered->second)) observer();
+}
+
+double SimulatedDefaults::doubleForKey(std::string_view key) const {
+  const auto place = values.find(key);
+  return place != values.end() ? place->second : 0;
+}
+
+void SimulatedDefaults::setDouble(double value, std::string_view key) {
+  const std::string name(key);
+  values[name] = value;
+  onWrite(name, value);
+}
+
+Bundle SimulatedBundles::libraryBundle() const {
+  Bundle bundle;
+  if (libraryHasResources) bundle.resourceDirectory = kResourceDirectory;
+  bundle.infoDictionary = libraryInfo;
+  return bundle;
+}
+
+std::optional<Bundle> SimulatedBundles::bundleAtPath(std::string_view path) const {
+  if (path != kResourceBundle || !resourceBundleInfo) return std::nullopt;
+  return Bundle{std::nullopt, resourceBundleInfo};
+}
+
+SimulatedPlatform::SimulatedPlatform() {
+  timeline.setTurn([this] { return dispatch.runOne(); });
+  network.answers["/heartbeat"].body = "{}";
+}
+
+Platform SimulatedPlatform::services() {
+  return {
+      .collectionHost = "collect.veltrano.example",
+      .wallClock = clock,
+      .standardOutput = output,
+      .dispatch = dispatch,
+      .timers = timers,
+      .notificationCenter = notificationCenter,
+      .userDefaults = defaults,
+      .bundles = bundles,
+      .application = device,
+      .device = device,
+      .telephony = device,
+      .trackingManager = device,
+      .identifierManager = device,
+      .connectivity = device,
+      .urlSession = network,
+      .sessionTokenProvider = device,
+      .userSessionManager = device,
+  };
+}
+
+}  // namespace veltrano

@@ -1,0 +1,30 @@
+#include "platform/simulated/simulated_url_session.h"
+
+#include <utility>
+
+namespace veltrano {
+namespace {
+
+std::string pathOf(const std::string& url) {
+  const auto host = url.find("://") + 3;
+  return url.substr(std::min(url.find('/', host), url.size()));
+}
+
+}  // namespace
+
+void SimulatedURLSession::postData(PostRequest request, URLSessionCallback callback) {
+  onPost(request);
+  const SimulatedAnswer answer = answers[pathOf(request.baseURL)];
+  timeline_.schedule(answer.latency, [answer, callback = std::move(callback)] {
+    switch (answer.kind) {
+      case SimulatedAnswer::Kind::http:
+        return callback(answer.body, URLResponse{answer.status}, std::nullopt);
+      case SimulatedAnswer::Kind::transportError:
+        return callback(std::nullopt, std::nullopt, TransportError{"simulated"});
+      case SimulatedAnswer::Kind::notHTTP:
+        return callback(answer.body, URLResponse{}, std::nullopt);
+    }
+  });
+}
+
+}  // namespace veltrano

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "platform/simulated/timeline.h"
+#include "platform/url_session.h"
+
+namespace veltrano {
+
+/// How posts to one path are answered.
+struct SimulatedAnswer {
+  enum class Kind { http, transportError, notHTTP };
+
+  Kind kind = Kind::http;
+  int status = 200;
+  std::optional<std::string> body = std::nullopt;
+  Duration latency = std::chrono::milliseconds(50);
+};
+
+/// A network that answers as it is told to. The answer to a post is chosen at the post.
+class SimulatedURLSession final : public ZKURLSessionManager {
+ public:
+  explicit SimulatedURLSession(Timeline& timeline) : timeline_(timeline) {}
+
+  void postData(PostRequest request, URLSessionCallback callback) override;
+
+  std::map<std::string, SimulatedAnswer> answers;  // by the path of the URL
+  std::function<void(const PostRequest&)> onPost = [](const PostRequest&) {};
+
+ private:
+  Timeline& timeline_;
+};
+
+}  // namespace veltrano

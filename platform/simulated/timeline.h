@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <tuple>
+
+#include "platform/time.h"
+
+namespace veltrano {
+
+/// Virtual time: entries that happen in the order of their times, each running to its end, with
+/// nothing but the entries moving the clock. At one time, steps come first in the order in which
+/// they were added, then everything else in the order in which it was scheduled. One thread.
+class Timeline {
+ public:
+  using Action = std::function<void()>;
+
+  /// Entries and turns that may follow one step, and those of them at one instant, before the run
+  /// counts as a runaway.
+  static constexpr int kBudgetPerStep = 1'000'000;
+  static constexpr int kBudgetPerInstant = 100'000;
+
+  /// Time since the start.
+  Duration now() const { return now_; }
+
+  /// Adds something done to the system from outside.
+  void addStep(Duration time, Action action);
+
+  /// Schedules something that the system does by itself.
+  void schedule(Duration delay, Action action);
+
+  /// `turn` is called before each entry is taken, again and again until it answers false.
+  void setTurn(std::function<bool()> turn) { turn_ = std::move(turn); }
+
+  /// Runs what is due up to and including `time`, and moves the clock there. False when the run was
+  /// stopped, by `stop` or as a runaway.
+  bool runUntil(Duration time);
+
+  /// Ends the run once the entry that calls this has run to its end. Nothing happens afterwards.
+  void stop() { isStopped_ = true; }
+
+  bool isRunaway() const { return isRunaway_; }
+
+ private:
+  enum class Kind { step, scheduled };
+  using Place = std::tuple<Duration, Kind, std::uint64_t>;
+
+  void add(Duration time, Kind kind, Action action);
+  void takeTurns();
+  void count();
+
+  Duration now_{0};
+  std::map<Place, Action> entries_;
+  std::function<bool()> turn_ = [] { return false; };
+  std::uint64_t added_ = 0;
+  int sinceStep_ = 0;
+  int sinceInstant_ = 0;
+  bool isStopped_ = false;
+  bool isRunaway_ = false;
+};
+
+}  // namespace veltrano

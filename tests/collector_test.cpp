@@ -1,0 +1,288 @@
+// The collector's rules, and the program itself over TLS.
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <rapidjson/document.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <functional>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "tools/collector/fault.h"
+#include "tools/collector/wire_check.h"
+
+namespace collector {
+namespace {
+
+const std::string kExtra = R"("extra_json":{"att_auth_status":0})";
+const std::string kBatch =
+    R"([{"event":"Bought","properties":{"time":1,"$wifi":true,)" + kExtra + R"(,"plan":"pro"}}])";
+const std::string kHeartbeat =
+    R"({"event":"heartbeat","properties":{"app_id":"","app_version":"2.3","os_version":"17.0",)"
+    R"("manufacturer":"Apple","uid":"u","session_id":"1938AF34-86B3-441B-9B58-B59F06DA94AC",)"
+    R"("time":1700000000000,"duration":0,"screen_orientation":"portrait",)"
+    R"("device_orientation":"faceUp"}})";
+
+std::string encoded(const std::string& json) {
+  std::string text((json.size() + 2) / 3 * 4, '\0');
+  EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                  reinterpret_cast<const unsigned char*>(json.data()), int(json.size()));
+  return "data=" + text;
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  return text.replace(text.find(from), from.size(), to);
+}
+
+WireRequest request(const std::string& path, const std::string& json) {
+  return {"POST",
+          path,
+          {{"uid", "u"}},
+          {{"lib_version", "ios_0.0"}, {"publisher_version", "ios_2.3"}},
+          encoded(json)};
+}
+
+// What is wrong with the request; nothing when it is well.
+std::string fault(const WireRequest& request) {
+  WireMessage message;
+  return readRequest(request, message).value_or("");
+}
+
+void expectPart(const std::string& text, const std::string& part) {
+  EXPECT_TRUE(part.empty() ? text.empty() : text.find(part) != text.npos) << text << " / " << part;
+}
+
+TEST(WireCheck, Envelope) {
+  const struct {
+    std::function<void(WireRequest&)> change;
+    std::string wrong;
+  } cases[] = {
+      {[](auto&) {}, ""},
+      {[](auto& r) {
+         r.parameters = {{"uid", ""}};
+       },
+       ""},
+      {[](auto& r) { r.path = "/tracks"; }, "no such path"},
+      {[](auto& r) { r.method = "PUT"; }, "not POST"},
+      {[](auto& r) { r.parameters.clear(); }, "the query"},
+      {[](auto& r) { r.parameters.emplace("uid", "u"); }, "the query"},
+      {[](auto& r) {
+         r.parameters = {{"uid", "\xC3"}};
+       },
+       "not UTF-8"},
+      {[](auto& r) { r.headers.erase("lib_version"); }, "\"lib_version\" is not there"},
+      {[](auto& r) { r.headers.emplace("publisher_version", "ios_1"); }, "exactly once"},
+      {[](auto& r) { r.headers.find("lib_version")->second = "1.0"; }, "does not start"},
+      {[](auto& r) { r.headers.emplace("content-type", "text/plain"); }, "Content-Type"},
+      {[](auto& r) { r.headers.emplace("Authorization", "Bearer t"); }, "Authorization"},
+      {[](auto& r) { r.body.erase(0, 1); }, "\"data=\""},
+      {[](auto& r) { r.body = "data="; }, "no Base64"},
+      {[](auto& r) { r.body = "data=W10"; }, "no Base64"},
+      {[](auto& r) { r.body = "data=W11="; }, "no strict Base64"},  // bits beyond the last byte
+      {[](auto& r) { r.body += '\n'; }, "no strict Base64"},
+      {[](auto& r) { r.body.insert(9, "\n"); }, "Base64"},
+      {[](auto& r) { r.body = "data=e-_="; }, "no Base64"},
+      {[](auto& r) { r.body = "data=W10%3D"; }, "Base64"},
+  };
+  for (const auto& [change, wrong] : cases) {
+    WireRequest changed = request("/track", kBatch);
+    change(changed);
+    expectPart(fault(changed), wrong);
+  }
+}
+
+TEST(WireCheck, Batch) {
+  const auto records = [](int count) {
+    std::string batch = "[" + kBatch.substr(1, kBatch.size() - 2);
+    for (int i = 1; i < count; ++i) batch += "," + kBatch.substr(1, kBatch.size() - 2);
+    return batch + "]";
+  };
+  const std::string deep(100'000, '[');
+  const struct {
+    std::string json;
+    std::string wrong;
+  } cases[] = {
+      {records(200), ""},
+      {records(201), "201 records"},
+      {"[]", "empty"},
+      {"{}", "not an array"},
+      {"[1]", "record 0: not an object"},
+      {replaced(kBatch, "\"event\"", "\"name\""), "exactly"},
+      {replaced(kBatch, "\"event\"", "\"more\":1,\"event\""), "exactly"},
+      {replaced(kBatch, "\"Bought\"", "1"), "\"event\" is not a string"},
+      {replaced(kBatch, "\"time\"", "\"Time\""), "\"time\" is missing"},
+      {replaced(kBatch, "\"$wifi\":true", "\"$wifi\":null"), ""},
+      {replaced(kBatch, "\"$wifi\":true,", ""), "\"$wifi\" is missing"},
+      {replaced(kBatch, kExtra, "\"extra_json\":[]"), "\"extra_json\" is not an object"},
+      {replaced(kBatch, "\"plan\"", "\"time\""), "twice"},
+      {replaced(kBatch, "\"pro\"", "\" \\\" \""), ""},
+      {replaced(kBatch, "\"pro\"", " \"pro\""), "not compact"},
+      {replaced(kBatch, "\"pro\"", "NaN"), "no JSON"},
+      {replaced(kBatch, "\"pro\"", "\"\xC3\""), "no JSON"},
+      {replaced(kBatch, "\"pro\"", deep + std::string(deep.size(), ']')), ""},
+      {replaced(kBatch, "\"pro\"", deep), "no JSON"},
+      {kBatch + std::string(1, '\0'), "zero byte"},
+      {"\xEF\xBB\xBF" + kBatch, "byte order mark"},
+  };
+  for (const auto& [json, wrong] : cases) expectPart(fault(request("/track", json)), wrong);
+}
+
+TEST(WireCheck, Heartbeat) {
+  const struct {
+    std::string from, to, wrong;
+  } cases[] = {
+      {"17.0", "17.0", ""},
+      {"\"heartbeat\"", "\"beat\"", "the event"},
+      {"\"app_id\":\"\",", "", "\"app_id\" is missing"},
+      {"\"app_id\"", "\"more\":1,\"app_id\"", "more properties"},
+      {"\"app_id\":\"\"", "\"app_id\":1", "\"app_id\" is not"},
+      {"Apple", "apple", "\"manufacturer\" is not"},
+      {"1938AF34", "1938af34", "\"session_id\" is not"},
+      {"1700000000000", "1.5", "\"time\" is not"},
+      {"\"duration\":0", "\"duration\":-1", "\"duration\" is not"},
+      {"portrait", "portraitUpsideDown", "\"screen_orientation\" is not"},
+      {"faceUp", "faceup", "\"device_orientation\" is not"},
+      {"\"u\"", "\"v\"", "the query's uid"},
+  };
+  for (const auto& [from, to, wrong] : cases)
+    expectPart(fault(request("/heartbeat", replaced(kHeartbeat, from, to))), wrong);
+}
+
+TEST(Faults, FollowEachOtherUntilTheyAreUsedUp) {
+  FaultsByPath faults =
+      parseFaults("[" + faultJSON("path=/track,status=503,count=2,retry_after=3") + "," +
+                  faultJSON("path=/track,truncate,accept,count=1,body=a,b=c") + "," +
+                  faultJSON("path=/heartbeat,back_off_seconds=90,latency_ms=5") + "]");
+  for (int i = 0; i < 2; ++i) {
+    const Fault status = takeFault(faults, "/track");
+    EXPECT_EQ(status.status, 503);
+    EXPECT_EQ(status.retryAfter, "3");
+    EXPECT_FALSE(status.accept);
+  }
+  const Fault truncated = takeFault(faults, "/track");
+  EXPECT_TRUE(truncated.truncate && truncated.accept);
+  EXPECT_EQ(truncated.body, "a,b=c");
+  EXPECT_FALSE(takeFault(faults, "/track").body);
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(takeFault(faults, "/heartbeat").body, R"({"back_off_seconds":90})");
+
+  for (const char* wrong :
+       {"status=503", "path=/x,drop", "path=/track,status=99", "path=/track,count=0",
+        "path=/track,drop=1", "path=/track,status=", "path=/track,wait=1"})
+    EXPECT_THROW(parseFaults(faultJSON(wrong)), std::invalid_argument) << wrong;
+}
+
+// The program, from its first line to its end.
+class Program {
+ public:
+  explicit Program(const std::string& options)
+      : output_(::popen(("echo $$; exec " COLLECTOR_PROGRAM " " + options + " 2>&1").c_str(), "r")),
+        process_(std::stoi(line())) {
+    for (std::string text = line(); text != "ready"; text = line()) {
+      if (text.empty()) throw std::runtime_error("the collector did not start");
+      if (text.starts_with("url=")) port_ = std::stoi(text.substr(text.rfind(':') + 1));
+      if (text.starts_with("certificate=")) certificate_ = text.substr(text.find('=') + 1);
+    }
+  }
+  ~Program() { end(); }
+
+  std::string line() {
+    std::string text;
+    for (int c = std::fgetc(output_); c != EOF && c != '\n'; c = std::fgetc(output_))
+      text += static_cast<char>(c);
+    return text;
+  }
+
+  httplib::Result post(const std::string& target, const std::string& body,
+                       bool isEvents = true) const {
+    httplib::Headers headers;
+    if (isEvents) headers = request("", "").headers;
+    // A body of its own would get a Content-Type.
+    const auto provide = [&body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+      return sink.write(body.data() + offset, body.size() - offset);
+    };
+    return client()->Post(target, headers, body.size(), provide, "");
+  }
+
+  std::string counters() const {
+    const auto result = client()->Get("/control/counters");
+    return result ? result->body : to_string(result.error());
+  }
+
+  // The exit status; a further signal changes nothing.
+  int end(int signal = SIGTERM) {
+    if (output_ == nullptr) return -1;
+    if (signal != 0) ::kill(process_, signal);
+    return ::pclose(std::exchange(output_, nullptr));
+  }
+
+ private:
+  std::unique_ptr<httplib::SSLClient> client() const {
+    auto client = std::make_unique<httplib::SSLClient>("localhost", port_);
+    client->set_ca_cert_path(certificate_.c_str());
+    return client;
+  }
+
+  std::FILE* output_;
+  const pid_t process_;
+  int port_ = 0;
+  std::string certificate_;
+};
+
+TEST(CollectorProgram, AcceptsRefusesAndMisbehaves) {
+  Program program("--require-token t --misbehave path=/track,status=503,count=1");
+  const std::string body = encoded(kBatch);
+  const auto track = [&] { return program.post("/track?uid=u%2B1", body); };
+  ASSERT_EQ(track()->status, 503);
+  ASSERT_EQ(track()->status, 200);
+  rapidjson::Document accepted;
+  accepted.Parse(program.line());
+  EXPECT_EQ(accepted["path"], "/track");
+  EXPECT_EQ(accepted["uid"], "u+1");
+  EXPECT_EQ(accepted["headers"]["lib_version"], "ios_0.0");
+  EXPECT_EQ(accepted["body"], rapidjson::Document().Parse(kBatch));
+
+  const auto refused = program.post("/track?uid=u", encoded("[]"));
+  EXPECT_EQ(refused->status, 400);
+  EXPECT_EQ(refused->body, "the batch is empty\n");
+  EXPECT_EQ(program.line(), "refused (track): the batch is empty");
+  EXPECT_EQ(program.post("/heartbeat?uid=u", encoded(kHeartbeat))->status, 401);
+
+  EXPECT_EQ(program.post("/control", R"({"path":"/track","dorp":true})", false)->status, 400);
+  EXPECT_EQ(program
+                .post("/control",
+                      R"([{"path":"/track","drop":true,"count":1},)"
+                      R"({"path":"/track","truncate":true,"accept":true,"count":1}])",
+                      false)
+                ->status,
+            200);
+  EXPECT_EQ(track().error(), httplib::Error::Read);
+  EXPECT_EQ(track().error(), httplib::Error::Read);
+  EXPECT_EQ(track()->status, 200);
+  EXPECT_EQ(program.counters(),
+            R"({"heartbeat":{"received":1,"accepted":0,"refused":1},)"
+            R"("other":{"received":0,"accepted":0,"refused":0},)"
+            R"("track":{"received":6,"accepted":3,"refused":1},"events_accepted":3})");
+  EXPECT_EQ(program.end(), 0);
+}
+
+TEST(CollectorProgram, IsReadableAndEndsAtOnceWhenAsked) {
+  Program program("--format readable --misbehave path=/track,latency_ms=600000");
+  program.post("/heartbeat?uid=u", encoded(kHeartbeat));
+  EXPECT_TRUE(program.line().starts_with("heartbeat  uid=u session_id=\"1938AF34-"));
+  auto heldBack = std::async(std::launch::async, [&program] {
+    return program.post("/track?uid=u", encoded(kBatch))->status;
+  });
+  EXPECT_EQ(program.line(), "track  uid=u event=\"Bought\" plan=\"pro\"");
+  EXPECT_EQ(program.post("/control/shutdown", "", false)->status, 200);
+  EXPECT_EQ(heldBack.get(), 200);
+  EXPECT_EQ(program.end(0), 0);
+}
+
+}  // namespace
+}  // namespace collector

@@ -1,0 +1,59 @@
+#include "tests/support/simulation.h"
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace veltrano {
+namespace {
+
+Json decodedBody(const std::string& body) {
+  Json document;
+  if (body.substr(0, 5) != "data=") {
+    ADD_FAILURE() << "no data in " << body;
+    return document;
+  }
+  std::string bytes(body.size(), '\0');
+  const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
+                                   reinterpret_cast<const unsigned char*>(body.data()) + 5,
+                                   static_cast<int>(body.size()) - 5);
+  bytes.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+  while (body.back() == '=' && !bytes.empty() && bytes.back() == '\0') bytes.pop_back();
+  document.Parse<rapidjson::kParseFullPrecisionFlag>(bytes.data(), bytes.size());
+  EXPECT_FALSE(document.HasParseError()) << bytes;
+  return document;
+}
+
+}  // namespace
+
+Simulation::Simulation() {
+  platform.output.onLine = [this](std::string_view line) { lines.emplace_back(line); };
+  platform.network.onPost = [this](const PostRequest& request) {
+    posts.push_back({now(), request, decodedBody(request.httpBody)});
+  };
+  EXPECT_TRUE(installPlatform(platform.services()));
+}
+
+Veltrano::FlushCompletion Simulation::completion(std::string label) {
+  return [this, label](bool result) { completions.emplace_back(label, result); };
+}
+
+std::vector<std::string> Simulation::takeMessages() {
+  std::vector<std::string> messages;
+  for (const std::string& line : lines) messages.push_back(line.substr(line.find(" | ") + 3));
+  lines.clear();
+  return messages;
+}
+
+std::string text(const rapidjson::Value& object, std::string_view key) {
+  const auto member =
+      object.FindMember(rapidjson::Value(key.data(), static_cast<rapidjson::SizeType>(key.size())));
+  if (member == object.MemberEnd()) return "absent";
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  member->value.Accept(writer);
+  return buffer.GetString();
+}
+
+}  // namespace veltrano

@@ -1,0 +1,67 @@
+// The library on the simulated platform, as a test sees it: everything it logged, sent and called
+// back, each with the virtual time at which it happened.
+#pragma once
+
+#include <rapidjson/document.h>
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/simulated/simulated_platform.h"
+#include "veltrano/veltrano.h"
+
+namespace veltrano {
+
+using Json = rapidjson::Document;
+
+/// A post and its decoded body.
+struct SentPost {
+  double at;  // seconds
+  PostRequest request;
+  Json body;
+
+  /// The events of a track post.
+  std::size_t eventCount() const { return body.Size(); }
+  std::string eventName(std::size_t i) const {
+    return body[static_cast<unsigned>(i)]["event"].GetString();
+  }
+  const rapidjson::Value& properties(std::size_t i = 0) const {
+    return body[static_cast<unsigned>(i)]["properties"];
+  }
+};
+
+/// Installs a simulated platform. One a process: each test case has a process of its own.
+class Simulation {
+ public:
+  Simulation();
+
+  /// Runs up to `seconds` of virtual time since the start.
+  void runUntil(double seconds) { platform.timeline.runUntil(durationFromSeconds(seconds)); }
+
+  /// Runs what is due now, without time passing.
+  void settle() { platform.timeline.runUntil(platform.timeline.now()); }
+
+  double now() const { return std::chrono::duration<double>(platform.timeline.now()).count(); }
+
+  void answer(const std::string& path, SimulatedAnswer answer) {
+    platform.network.answers[path] = std::move(answer);
+  }
+
+  /// A completion that adds its outcome to `completions` under `label`.
+  Veltrano::FlushCompletion completion(std::string label);
+
+  /// The messages of the lines logged so far, without their prefix; forgets them.
+  std::vector<std::string> takeMessages();
+
+  SimulatedPlatform& platform = *new SimulatedPlatform;
+  std::vector<std::string> lines;
+  std::vector<SentPost> posts;
+  std::vector<std::pair<std::string, bool>> completions;
+};
+
+/// The value under `key` as compact JSON text; "absent" when there is none.
+std::string text(const rapidjson::Value& object, std::string_view key);
+
+}  // namespace veltrano

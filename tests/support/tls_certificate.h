@@ -1,0 +1,18 @@
+#pragma once
+
+#include <openssl/ssl.h>
+
+#include <string>
+
+namespace veltrano {
+
+/// A self-signed certificate that is made for one test; it is its own authority.
+struct TLSCertificate {
+  std::string name = "IP:127.0.0.1";  // the subject's alternative name
+  long lifetimeSeconds = 3600;        // from now; negative for one that has expired
+};
+
+/// A server's TLS settings, with `certificate`, whose PEM text goes to `pem`. The caller frees it.
+SSL_CTX* makeServerContext(const TLSCertificate& certificate, std::string& pem);
+
+}  // namespace veltrano

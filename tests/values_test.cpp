@@ -1,0 +1,262 @@
+// Property values as a host writes them, and what conversion makes of them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <list>
+#include <map>
+#include <set>
+#include <unordered_map>
+
+#include "platform/canonical_equivalence.h"
+#include "properties/containers.h"
+#include "properties/json_encoding.h"
+#include "properties/parameter_conversion.h"
+#include "tracker/log_rendering.h"
+#include "veltrano/value.h"
+
+namespace veltrano {
+namespace {
+
+using Member = SupportedParameterType::Member;
+using Entries = std::vector<DictionaryEntry>;
+
+Member memberOf(const HostValue& value) {
+  EXPECT_NE(value.member(), nullptr);
+  return value.member() != nullptr ? value.member()->member() : Member::NSNull;
+}
+
+bool operator==(const HostValue& left, const HostValue& right) {
+  return compare(left, right) == 0;
+}
+
+std::string json(const SupportedParameterType& value) {
+  JSONWriter writer;
+  writer.startArray();
+  if (!writeJSON(writer, value)) return "cannot be encoded";
+  writer.endArray();
+  const auto text = writer.text();
+  return std::string(text.substr(1, text.size() - 2));
+}
+
+std::string jsonOfMap(const HostMap& map) {
+  const auto converted = ParameterConversion::convert(map);
+  if (!converted) return "none";
+  std::vector<DictionaryEntry> entries;
+  for (const auto& [key, value] : *converted) entries.push_back({key, value});
+  return json(Dictionary(std::move(entries)));
+}
+
+HostValue nested(int levels) {
+  HostValue value = 1;
+  for (int i = 0; i < levels; ++i)
+    value = i % 2 == 0 ? HostValue(Array(std::vector<HostValue>{std::move(value)}))
+                       : HostValue(HostMap{{"k", std::move(value)}});
+  return value;
+}
+
+TEST(Values, BracesPickTheMemberThatAReaderExpects) {
+  const std::string string = "s";
+  const std::map<std::string, int> map{{"a", 1}};
+  const HostMap written{
+      {"literal", "pro"},
+      {"string", string},
+      {"view", std::string_view("v")},
+      {"int", 3},
+      {"short", static_cast<short>(-3)},
+      {"signed char", static_cast<signed char>(3)},
+      {"byte", std::uint8_t{3}},
+      {"std::int64_t", std::int64_t{3}},
+      {"long long", 3LL},
+      {"unsigned", 3U},
+      {"Int64", Int64{3}},
+      {"double", 9.5},
+      {"float", 9.5F},
+      {"bool", true},
+      {"vector<bool>", std::vector<bool>{true}[0] ? true : false},
+      {"list", {"a", "b"}},
+      {"mixed list", {1, "b", 2.5, NSNull{}, Array{1}}},
+      {"list of one", {"a"}},
+      {"map", {{"city", "Oslo"}, {"zip", 150}}},
+      {"map of one", {{"city", "Oslo"}}},
+      {"std::vector", std::vector<int>{1}},
+      {"std::list", std::list<std::string>{"a"}},
+      {"std::set", std::set<std::string>{"a"}},
+      {"std::map", map},
+      {"std::unordered_map", std::unordered_map<std::string, bool>{{"a", true}}},
+      {"date", Date::fromSecondsSince1970(0)},
+      {"time point", std::chrono::system_clock::now()},
+      {"url", URL("https://example.org")},
+      {"null", NSNull{}},
+      {"optional", std::optional<int>(3)},
+  };
+  const Member expected[] = {
+      Member::String, Member::String, Member::String, Member::Int,        Member::Int,
+      Member::Int,    Member::UInt,   Member::Int,    Member::Int,        Member::UInt,
+      Member::Int64,  Member::Double, Member::Float,  Member::Bool,       Member::Bool,
+      Member::Array,  Member::Array,  Member::Array,  Member::Dictionary, Member::Dictionary,
+      Member::Array,  Member::Array,  Member::Array,  Member::Dictionary, Member::Dictionary,
+      Member::Date,   Member::Date,   Member::URL,    Member::NSNull,     Member::Int};
+  ASSERT_EQ(written.size(), std::size(expected));
+  for (std::size_t i = 0; i < written.size(); ++i)
+    EXPECT_EQ(memberOf(written.begin()[i].value), expected[i]) << written.begin()[i].key;
+
+  EXPECT_TRUE(HostValue(std::optional<int>()).isAbsent());
+  EXPECT_TRUE(HostValue(static_cast<const char*>(nullptr)).isAbsent());
+  static_assert(!std::is_constructible_v<HostValue, std::nullptr_t>);
+  static_assert(!std::is_constructible_v<HostValue, char>);
+  static_assert(!std::is_constructible_v<HostValue, int*>);
+}
+
+TEST(Values, NestedTypesAreExaminedOneLevelDeep) {
+  const auto isValid = [](const HostValue& v) { return v.member()->isValidNestedType(); };
+  const Dictionary keyedByInt(Entries{{1, 2}});
+  EXPECT_TRUE(isValid(5));
+  EXPECT_TRUE(isValid(NSNull{}));
+  EXPECT_TRUE(isValid(Array()));
+  EXPECT_TRUE(isValid(Dictionary()));
+  EXPECT_TRUE(isValid(Array{1, "a", NSNull{}}));
+  EXPECT_FALSE(isValid(Array{1, HostValue()}));
+  EXPECT_FALSE(isValid(Array{NSNumber(4, std::int64_t{1}), 1}));
+  EXPECT_TRUE(isValid(Array{Array{HostValue()}, 1}));
+  EXPECT_FALSE(isValid(keyedByInt));
+  EXPECT_FALSE(isValid(Dictionary{{"a", NSNumber(4, std::int64_t{1})}}));
+  EXPECT_FALSE(isValid(Dictionary{{"a", OtherObject{}}}));
+  EXPECT_TRUE(isValid(Dictionary{{"a", keyedByInt}}));
+}
+
+TEST(Values, NumberObjectsConvertByTheirCode) {
+  for (int code = 0; code <= 17; ++code) {
+    const auto converted = ParameterConversion::convert(NSNumber(code, -3.75));
+    ASSERT_TRUE(converted);
+    const bool isInteger = std::set{1, 2, 3, 4, 9, 10, 11, 15}.count(code) == 1;
+    EXPECT_EQ(json(*converted), isInteger ? "-3" : code == 7 ? "true" : "-3.75") << code;
+  }
+  EXPECT_EQ(NSNumber(4, 1e300).integerValue(), INT64_MAX);
+  EXPECT_EQ(NSNumber(4, -1e300).integerValue(), INT64_MIN);
+  EXPECT_EQ(NSNumber(4, std::nan("")).integerValue(), 0);
+  EXPECT_EQ(NSNumber(4, INT64_MAX).integerValue(), INT64_MAX);
+  EXPECT_EQ(NSNumber(7, 0.5).boolValue(), true);
+}
+
+TEST(Values, ConversionLeavesOutWhatCannotBeRepresented) {
+  const Dictionary keyedByInt(Entries{{1, HostValue()}});
+  EXPECT_EQ(jsonOfMap(HostMap()), "none");
+  EXPECT_EQ(jsonOfMap({{"a", std::nullopt}}), "{}");
+  EXPECT_EQ(jsonOfMap({{"a", OtherObject{}}}), "{}");
+  EXPECT_EQ(jsonOfMap({{"a", Array{1, HostValue(), OtherObject{}, 2}}}), R"({"a":[1,2]})");
+  EXPECT_EQ(jsonOfMap({{"a", Array()}, {"b", Array{HostValue(), HostValue()}}}),
+            R"({"a":[],"b":[]})");
+  EXPECT_EQ(jsonOfMap({{"a", Dictionary()}}), "{}");
+  EXPECT_EQ(jsonOfMap({{"a", {{"b", HostValue()}}}}), R"({"a":{}})");
+  EXPECT_EQ(jsonOfMap({{"a", Array{Array{NSNumber(4, std::int64_t{1})}, Array()}}}),
+            R"({"a":[[1],[]]})");
+  EXPECT_EQ(jsonOfMap({{"k", 1}, {"j", 0}, {"k", 2}}), R"({"j":0,"k":2})");
+  EXPECT_EQ(jsonOfMap({{"k", 1}, {"k", HostValue()}}), "{}");
+
+  const auto unchanged = ParameterConversion::convert(keyedByInt);
+  ASSERT_TRUE(unchanged);
+  EXPECT_TRUE(HostValue(*unchanged) == HostValue(keyedByInt));
+  EXPECT_EQ(json(*unchanged), "cannot be encoded");
+  EXPECT_EQ(jsonOfMap({{"a", {{"b", Array{keyedByInt, 1}}}}}), "cannot be encoded");
+}
+
+TEST(Values, MembersHaveTheirJSONForm) {
+  EXPECT_EQ(json("a\"\\\n\x01\x7F/\xC3\xA9"), "\"a\\\"\\\\\\n\\u0001\x7F/\xC3\xA9\"");
+  EXPECT_EQ(json(std::string("a\0b", 3)), R"("a\u0000b")");
+  EXPECT_EQ(json(INT64_MIN), "-9223372036854775808");
+  EXPECT_EQ(json(UINT64_MAX), "18446744073709551615");
+  EXPECT_EQ(json(Int64{-1}), "-1");
+  EXPECT_EQ(json(0.1), "0.1");
+  EXPECT_EQ(std::stof(json(0.1F)), 0.1F);
+  EXPECT_EQ(json(std::nan("")), "null");
+  EXPECT_EQ(json(-HUGE_VALF), "null");
+  EXPECT_EQ(json(NSNull{}), "null");
+  EXPECT_EQ(json(URL("https://x/\"")), R"("https://x/\"")");
+  EXPECT_EQ(json(Date::fromSecondsSince1970(1700000000.1239)), R"("2023-11-14T22:13:20.123Z")");
+  EXPECT_EQ(json(Date::fromSecondsSince1970(-0.001)), R"("1969-12-31T23:59:59.999Z")");
+  EXPECT_EQ(json(Date::fromSecondsSince1970(HUGE_VAL)).size(), 27U);
+}
+
+TEST(Values, IllFormedTextIsReplacedWhereItEnters) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"plain", "plain"},
+      {"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
+      {"a\x80z", "a\xEF\xBF\xBDz"},
+      {"\xC0\xAF", "\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {"\xE2\x82z", "\xEF\xBF\xBDz"},
+      {"\xED\xA0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {"\xF0\x9F\x98", "\xEF\xBF\xBD"},
+      {"\xF4\x90\x80\x80!", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD!"},
+      {"\xFF", "\xEF\xBF\xBD"},
+  };
+  for (const auto& [given, expected] : cases) {
+    EXPECT_EQ(*HostValue(given).member()->getIf<std::string>(), expected);
+    EXPECT_EQ(HostMapEntry(given, 1).key, expected);
+    EXPECT_EQ(URL(given).text(), expected);
+  }
+}
+
+TEST(Values, AnyDepthCanBeBuiltCopiedComparedAndDestroyed) {
+  constexpr int kDepth = 100'000;
+  HostValue deep = nested(kDepth);
+  HostValue copy = deep;
+  EXPECT_TRUE(copy == nested(kDepth));
+  EXPECT_FALSE(copy == nested(kDepth + 2));
+  const Dictionary asKey(Entries{{deep, 1}, {copy, 2}, {nested(kDepth + 2), 3}});
+  EXPECT_EQ(asKey.size(), 2U);
+  deep = HostValue();
+  // A dictionary with other keys than text goes through conversion unexamined.
+  std::string line;
+  render(line, ParameterConversion::convert(asKey));
+  EXPECT_LT(line.size(), 10'000U);
+
+  const auto deepest = json(*ParameterConversion::convert(nested(128)));
+  const auto cut = json(*ParameterConversion::convert(nested(129)));
+  for (const auto& text : {deepest, cut})
+    EXPECT_EQ(std::count_if(text.begin(), text.end(), [](char c) { return c == '[' || c == '{'; }),
+              128);
+  EXPECT_NE(deepest.find('1'), std::string::npos);
+  EXPECT_EQ(cut.find('1'), std::string::npos);
+}
+
+TEST(Values, DictionariesKeepTheLastOfEqualKeys) {
+  const Dictionary dictionary(Entries{{"b", 1}, {1, 2}, {"b", 3}, {Int64{1}, 4}});
+  ASSERT_EQ(dictionary.size(), 3U);
+  EXPECT_FALSE(dictionary.hasOnlyStringKeys());
+  EXPECT_TRUE(dictionary.begin()->value == HostValue(3));
+}
+
+TEST(Values, DebugForms) {
+  const auto rendered = [](const HostValue& value) {
+    std::string line;
+    render(line, std::optional(*value.member()));
+    return line;
+  };
+  EXPECT_EQ(rendered("a\"b\\\n\t\x1F\xC2\x85\xC3\xA9"),
+            "Optional(\"a\\\"b\\\\\\n\\t\\u{1F}\\u{85}\xC3\xA9\")");
+  EXPECT_EQ(rendered(-3), "Optional(-3)");
+  EXPECT_EQ(rendered(true), "Optional(true)");
+  const std::pair<double, std::string> numbers[] = {
+      {1, "1.0"},         {0.1, "0.1"},      {100000, "100000.0"}, {0.0001, "0.0001"},
+      {0.00001, "1e-05"}, {1e16, "1e+16"},   {-0.0, "-0.0"},       {123456789.125, "123456789.125"},
+      {1e300, "1e+300"},  {HUGE_VAL, "inf"},
+  };
+  for (const auto& [number, form] : numbers) EXPECT_EQ(rendered(number), "Optional(" + form + ")");
+  EXPECT_EQ(rendered(0.1F), "Optional(0.1)");
+  EXPECT_EQ(rendered({1, "a", Array()}), "Optional([1, \"a\", []])");
+  EXPECT_EQ(rendered({{"b", NSNull{}}, {"a", 0.5}}), "Optional([\"a\": 0.5, \"b\": <null>])");
+  EXPECT_EQ(rendered(Dictionary()), "Optional([:])");
+  EXPECT_EQ(rendered(Date::fromSecondsSince1970(0)), "Optional(1970-01-01T00:00:00.000Z)");
+  EXPECT_EQ(rendered(URL("https://x")), "Optional(https://x)");
+}
+
+TEST(Values, CanonicalEquivalence) {
+  EXPECT_EQ(canonicalDecomposition("caf\xC3\xA9"), canonicalDecomposition("cafe\xCC\x81"));
+  EXPECT_NE(canonicalDecomposition("\xEF\xAC\x81"), canonicalDecomposition("fi"));
+  const std::string_view withNul("a\0\xC3\xA9", 4);
+  EXPECT_EQ(canonicalDecomposition(withNul), std::string("a\0e\xCC\x81", 5));
+}
+
+}  // namespace
+}  // namespace veltrano
