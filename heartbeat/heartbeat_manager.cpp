@@ -66,7 +66,7 @@ void HeartbeatManager::sendHeartbeat() {
   if (platform().application.state() != ApplicationState::active) return freeTimerIfNeeded();
   setTimer(false);
   const WallTime now = platform().wallClock.now();
-  session_.use(now, randomUUID());
+  session_.use(now, uuidText(platform().randomSource.bytes()));
   const std::string uid = uid_;
   const std::string sessionID = session_.id();
   const double duration = std::chrono::duration<double>(session_.durationAt(now)).count();

@@ -42,6 +42,10 @@ struct InertDefaults final : UserDefaults {
   void setDouble(double, std::string_view) override {}
 };
 
+struct InertRandomSource final : RandomSource {
+  RandomBytes bytes() override { return {}; }
+};
+
 struct InertBundles final : Bundles {
   std::optional<HostMap> mainInfoDictionary() const override { return std::nullopt; }
   Bundle libraryBundle() const override { return {}; }
@@ -98,6 +102,7 @@ Platform makeInertPlatform() {
       .timers = *new InertTimers,
       .notificationCenter = *new InertNotificationCenter,
       .userDefaults = *new InertDefaults,
+      .randomSource = *new InertRandomSource,
       .bundles = *new InertBundles,
       .application = *new InertApplication,
       .device = *new InertDevice,

@@ -11,6 +11,7 @@
 #include "platform/connectivity.h"
 #include "platform/device.h"
 #include "platform/notification_center.h"
+#include "platform/random_source.h"
 #include "platform/standard_output.h"
 #include "platform/telephony.h"
 #include "platform/timer.h"
@@ -30,6 +31,7 @@ struct Platform {
   Timers& timers;
   NotificationCenter& notificationCenter;
   UserDefaults& userDefaults;
+  RandomSource& randomSource;
   Bundles& bundles;
   Application& application;
   Device& device;

@@ -2,9 +2,11 @@
 
 #include <string>
 
+#include "platform/random_source.h"
+
 namespace veltrano {
 
-/// A new random (version 4) UUID as canonical text: 36 characters, upper case.
-std::string randomUUID();
+/// The version 4 UUID made of `random`, as canonical text: 36 characters, upper case.
+std::string uuidText(RandomBytes random);
 
 }  // namespace veltrano

@@ -48,6 +48,12 @@ void SimulatedDefaults::setDouble(double value, std::string_view key) {
   onWrite(name, value);
 }
 
+RandomBytes SimulatedRandomSource::bytes() {
+  RandomBytes bytes;
+  for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(generator());
+  return bytes;
+}
+
 Bundle SimulatedBundles::libraryBundle() const {
   Bundle bundle;
   if (libraryHasResources) bundle.resourceDirectory = kResourceDirectory;
@@ -74,6 +80,7 @@ Platform SimulatedPlatform::services() {
       .timers = timers,
       .notificationCenter = notificationCenter,
       .userDefaults = defaults,
+      .randomSource = randomSource,
       .bundles = bundles,
       .application = device,
       .device = device,

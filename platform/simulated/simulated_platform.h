@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,13 @@ struct SimulatedDefaults final : UserDefaults {
 
   std::map<std::string, double, std::less<>> values;
   std::function<void(const std::string& key, double value)> onWrite = [](const auto&, double) {};
+};
+
+/// The same bytes in every run.
+struct SimulatedRandomSource final : RandomSource {
+  RandomBytes bytes() override;
+
+  std::mt19937 generator;
 };
 
 struct SimulatedBundles final : Bundles {
@@ -119,6 +127,7 @@ class SimulatedPlatform {
   SimulatedTimers timers{timeline};
   SimulatedNotificationCenter notificationCenter;
   SimulatedDefaults defaults;
+  SimulatedRandomSource randomSource;
   SimulatedBundles bundles;
   SimulatedDevice device;
   SimulatedURLSession network{timeline};

@@ -21,26 +21,30 @@ bool Timeline::runUntil(Duration time) {
   for (takeTurns(); !isStopped_ && !entries_.empty(); takeTurns()) {
     const auto& [due, kind, order] = entries_.begin()->first;
     if (due > time) break;
-    if (kind == Kind::step) sinceStep_ = 0;
-    if (kind == Kind::step || due > now_) sinceInstant_ = 0;
+    if (kind == Kind::step) entriesSinceStep_ = turnsSinceStep_ = 0;
+    if (kind == Kind::step || due > now_) entriesAtInstant_ = 0;
+    if (++entriesSinceStep_ > kEntriesPerStep || ++entriesAtInstant_ > kEntriesPerInstant)
+      isRunaway_ = isStopped_ = true;
     now_ = std::max(now_, due);
     const Action action = std::move(entries_.begin()->second);
     entries_.erase(entries_.begin());
     action();
-    count();
   }
   if (!isStopped_) now_ = std::max(now_, time);
   return !isStopped_;
 }
 
-void Timeline::takeTurns() {
-  while (!isStopped_ && turn_()) count();
+Duration Timeline::begin() {
+  std::erase_if(entries_,
+                [](const auto& entry) { return std::get<Kind>(entry.first) == Kind::step; });
+  isStopped_ = isRunaway_ = false;
+  entriesSinceStep_ = entriesAtInstant_ = turnsSinceStep_ = 0;
+  return now_;
 }
 
-void Timeline::count() {
-  if (++sinceStep_ < kBudgetPerStep && ++sinceInstant_ < kBudgetPerInstant) return;
-  isRunaway_ = true;
-  isStopped_ = true;
+void Timeline::takeTurns() {
+  while (!isStopped_ && turn_())
+    if (++turnsSinceStep_ > kTurnsPerStep) isRunaway_ = isStopped_ = true;
 }
 
 }  // namespace veltrano

@@ -16,10 +16,11 @@ class Timeline {
  public:
   using Action = std::function<void()>;
 
-  /// Entries and turns that may follow one step, and those of them at one instant, before the run
-  /// counts as a runaway.
-  static constexpr int kBudgetPerStep = 1'000'000;
-  static constexpr int kBudgetPerInstant = 100'000;
+  /// What may follow one step before the run counts as a runaway: entries in all and at one
+  /// instant, and turns.
+  static constexpr int kEntriesPerStep = 300'000;
+  static constexpr int kEntriesPerInstant = 50'000;
+  static constexpr int kTurnsPerStep = 5'000'000;
 
   /// Time since the start.
   Duration now() const { return now_; }
@@ -37,6 +38,10 @@ class Timeline {
   /// stopped, by `stop` or as a runaway.
   bool runUntil(Duration time);
 
+  /// Makes ready for another run after one that was stopped: drops the steps that are left, but
+  /// not what the system has scheduled. Returns the time since the start.
+  Duration begin();
+
   /// Ends the run once the entry that calls this has run to its end. Nothing happens afterwards.
   void stop() { isStopped_ = true; }
 
@@ -48,14 +53,14 @@ class Timeline {
 
   void add(Duration time, Kind kind, Action action);
   void takeTurns();
-  void count();
 
   Duration now_{0};
   std::map<Place, Action> entries_;
   std::function<bool()> turn_ = [] { return false; };
   std::uint64_t added_ = 0;
-  int sinceStep_ = 0;
-  int sinceInstant_ = 0;
+  int entriesSinceStep_ = 0;
+  int entriesAtInstant_ = 0;
+  int turnsSinceStep_ = 0;
   bool isStopped_ = false;
   bool isRunaway_ = false;
 };

@@ -6,10 +6,17 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
+#include <charconv>
 #include <cstddef>
 
 namespace veltrano {
 namespace {
+
+std::optional<double> finiteNumber(std::string_view text) {
+  double number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() ? std::optional(number) : std::nullopt;
+}
 
 // Picks one member of the outermost object while the text is read, so that nothing is built.
 class MemberNumber : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, MemberNumber> {
@@ -19,11 +26,10 @@ class MemberNumber : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Memb
   std::optional<double> number() const { return number_; }
 
   bool Default() { return value(std::nullopt); }
-  bool Int(int number) { return value(number); }
-  bool Uint(unsigned number) { return value(number); }
-  bool Int64(std::int64_t number) { return value(static_cast<double>(number)); }
-  bool Uint64(std::uint64_t number) { return value(static_cast<double>(number)); }
-  bool Double(double number) { return value(number); }
+  bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
+    // Only the number that is asked for is read: another one may be beyond what a double holds.
+    return value(depth_ == 1 && keyMatches_ ? finiteNumber({text, length}) : std::nullopt);
+  }
 
   bool Key(const char* text, rapidjson::SizeType length, bool) {
     if (depth_ == 1) keyMatches_ = std::string_view(text, length) == key_;
@@ -61,7 +67,8 @@ class MemberNumber : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Memb
 }  // namespace
 
 std::optional<double> numberInJSONObject(std::string_view text, std::string_view key) {
-  constexpr unsigned kFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag |
+  constexpr unsigned kFlags = rapidjson::kParseIterativeFlag |
+                              rapidjson::kParseNumbersAsStringsFlag |
                               rapidjson::kParseValidateEncodingFlag;
   rapidjson::MemoryStream bytes(text.data(), text.size());
   rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(bytes);

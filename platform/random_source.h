@@ -1,0 +1,17 @@
+#pragma once
+
+#include <array>
+
+namespace veltrano {
+
+using RandomBytes = std::array<unsigned char, 16>;
+
+/// A source of random bytes that nobody else can foresee. Safe to call from any thread.
+class RandomSource {
+ public:
+  virtual ~RandomSource() = default;
+
+  virtual RandomBytes bytes() = 0;
+};
+
+}  // namespace veltrano
