@@ -1,0 +1,46 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "platform/work_item.h"
+
+namespace veltrano {
+
+/// Work that waits for its time. The owner keeps concurrent calls apart. Items that are given back
+/// may hold the host's objects: let go of them only when no lock is held.
+class DelayedItems {
+ public:
+  using Clock = std::chrono::steady_clock;
+  using Items = std::vector<std::shared_ptr<WorkItem>>;
+
+  /// Gives back cancelled items that are no longer kept. They are cleared out each time the
+  /// collection has doubled, so that they cannot pile up.
+  [[nodiscard]] Items add(Clock::time_point due, std::shared_ptr<WorkItem> item);
+
+  /// When the first item is due, cancelled or not.
+  std::optional<Clock::time_point> nextDue() const;
+
+  /// Takes what is due at `now`: by due time, then in the order of scheduling.
+  Items takeDue(Clock::time_point now);
+
+  std::size_t size() const { return heap_.size(); }
+
+ private:
+  struct Entry {
+    Clock::time_point due;
+    std::uint64_t order;
+    std::shared_ptr<WorkItem> item;
+  };
+  static bool isLater(const Entry& a, const Entry& b);
+
+  std::vector<Entry> heap_;  // the first to be due is in front
+  std::uint64_t nextOrder_ = 0;
+  std::size_t clearAt_ = 16;
+};
+
+}  // namespace veltrano

@@ -1,0 +1,14 @@
+// A forked child has a copy of the library's memory but none of its threads, and locks may be held
+// there for good. So the platform does nothing at all in such a child; every service asks here
+// before it takes a lock or counts on a thread.
+#pragma once
+
+namespace veltrano {
+
+/// Begins to notice forks. Safe to call from any thread and more than once.
+void watchForks();
+
+/// True in a process that was forked after `watchForks`. Costs one load.
+bool isForkedChild() noexcept;
+
+}  // namespace veltrano

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace veltrano {
+
+/// `headers` as libcurl takes them, one line each. Characters that could end a line, forge a header
+/// or make the request invalid are left out; so is a header that then has no name. An empty value
+/// is kept.
+std::vector<std::string> headerLines(const std::map<std::string, std::string>& headers);
+
+}  // namespace veltrano

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/notification_center.h"
+
+namespace veltrano {
+
+class PosixNotificationCenter final : public NotificationCenter {
+ public:
+  void addObserver(std::string_view name, std::function<void()> observer) override;
+
+  /// Runs the observers that `name` has now. What they throw is dropped.
+  void post(std::string_view name) const;
+
+ private:
+  using Observers = std::vector<std::shared_ptr<const std::function<void()>>>;
+
+  mutable std::mutex mutex_;
+  std::map<std::string, Observers, std::less<>> observers_;  // guarded by mutex_
+};
+
+}  // namespace veltrano

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include "platform/timer.h"
+#include "veltrano/posix_platform.h"
+
+namespace veltrano {
+
+/// One thread's run loop: functions in the order of their coming, then timers in the order of their
+/// due times. No lock is held while any of them runs or is destroyed. Does nothing in a forked
+/// child.
+class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<PosixRunLoop> {
+ public:
+  /// The calling thread's loop. With its thread ends the thread's hold on it; when that was the
+  /// last one, what is pending goes along.
+  static std::shared_ptr<PosixRunLoop> ofThisThread();
+
+  PosixRunLoop() = default;
+  ~PosixRunLoop() override;
+
+  void run() override;
+  bool runUntil(std::chrono::steady_clock::time_point deadline) override;
+  void stop() override;
+  void perform(std::function<void()> function) override;
+  int fileDescriptor() override;
+  void runDue() override;
+
+  std::shared_ptr<Timer> schedule(Duration delay, Duration tolerance, std::function<void()> action);
+
+  bool isOwnThread() const { return thread_ == std::this_thread::get_id(); }
+
+ private:
+  class LoopTimer;
+  using Clock = std::chrono::steady_clock;
+  using Key = std::pair<Clock::time_point, std::uint64_t>;  // due time, order of scheduling
+  struct Pending {
+    Clock::time_point latest;
+    std::function<void()> action;
+  };
+
+  void runPass(bool endsWhenStopped);
+  bool runUntilOptional(std::optional<Clock::time_point> deadline);
+  std::function<void()> takeNext(Clock::time_point now, std::size_t& functionsLeft,
+                                 bool endsWhenStopped);
+  void cancel(const Key& key);
+  std::optional<Clock::time_point> wakeTime() const;
+  void changed();
+
+  const std::thread::id thread_ = std::this_thread::get_id();
+
+  std::mutex mutex_;  // guards everything below
+  std::condition_variable changes_;
+  std::deque<std::function<void()>> functions_;
+  std::map<Key, Pending> timers_;
+  std::uint64_t nextOrder_ = 0;
+  bool stopped_ = false;
+  int descriptor_ = -1;  // of a kernel timer that expires when there is something to run
+};
+
+/// Schedules timers on the calling thread's run loop.
+class PosixTimers final : public Timers {
+ public:
+  std::shared_ptr<Timer> schedule(Duration delay, Duration tolerance,
+                                  std::function<void()> action) override;
+};
+
+}  // namespace veltrano

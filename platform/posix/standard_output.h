@@ -1,0 +1,21 @@
+#pragma once
+
+#include <functional>
+#include <string_view>
+
+#include "platform/standard_output.h"
+
+namespace veltrano {
+
+/// Writes to `stdout`, or to `sink` when there is one; what the sink throws is dropped.
+class PosixStandardOutput final : public StandardOutput {
+ public:
+  explicit PosixStandardOutput(std::function<void(std::string_view)> sink);
+
+  void writeLine(std::string_view line) override;
+
+ private:
+  const std::function<void(std::string_view)> sink_;
+};
+
+}  // namespace veltrano

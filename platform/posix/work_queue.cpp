@@ -1,0 +1,164 @@
+#include "platform/posix/work_queue.h"
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <thread>
+#include <utility>
+
+#include "platform/posix/background_thread.h"
+#include "platform/posix/due_time.h"
+#include "platform/posix/fork.h"
+
+namespace veltrano {
+namespace {
+
+constexpr std::chrono::microseconds kNap{400};
+constexpr std::chrono::milliseconds kNapsEndAfter{20};
+
+template <class Work>
+void runGuarded(Work&& work) {
+  try {
+    work();
+  } catch (...) {
+    // There is nobody to tell.
+  }
+}
+
+}  // namespace
+
+PosixWorkQueue::PosixWorkQueue(std::string_view label) : label_(label) {}
+
+void PosixWorkQueue::async(std::unique_ptr<Block> block) {
+  if (isForkedChild()) return;
+  Block* const newest = block.release();
+  newest->next = submitted_.load(std::memory_order_relaxed);
+  while (!submitted_.compare_exchange_weak(newest->next, newest, std::memory_order_seq_cst,
+                                           std::memory_order_relaxed)) {
+  }
+  if (state_.load(std::memory_order_seq_cst) != State::awake) wake();
+}
+
+void PosixWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) {
+  if (isForkedChild()) return;
+  if (delay <= Duration::zero()) {
+    async([item = std::move(item)] { item->run(); });
+    return;
+  }
+  const auto due = dueTime(Clock::now(), delay);
+  DelayedItems::Items cancelled;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto firstDue = delayed_.nextDue();
+    cancelled = delayed_.add(due, std::move(item));
+    const State state = state_.load();
+    if (state == State::unstarted) start();
+    if (state == State::asleep && (!firstDue || due < *firstDue)) wakeUp_.notify_one();
+  }
+  if (!cancelled.empty()) async([cancelled = std::move(cancelled)] {});
+}
+
+void PosixWorkQueue::wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) {
+  if (isForkedChild()) return;
+  group->wait();
+  then();
+}
+
+void PosixWorkQueue::wake() {
+  const std::lock_guard lock(mutex_);
+  const State state = state_.load();
+  if (state == State::unstarted) start();
+  if (state == State::asleep) {
+    state_.store(State::awake);
+    wakeUp_.notify_one();
+  }
+}
+
+// Called with mutex_ held. Without a thread the work waits for the next submission's attempt.
+void PosixWorkQueue::start() {
+  runGuarded([this] {
+    if (startBackgroundThread(label_, [this] { work(); })) state_.store(State::awake);
+  });
+}
+
+void PosixWorkQueue::work() {
+  auto idleSince = Clock::now();
+  while (!isForkedChild()) {  // a block may have forked, and gone on in the child
+    if (runWhatIsReady()) {
+      idleSince = Clock::now();
+    } else if (Clock::now() - idleSince < kNapsEndAfter) {
+      nap();
+    } else {
+      sleep();
+    }
+  }
+}
+
+// Delayed items join the queue behind everything that was submitted before they were due. So the
+// clock is read first: what is submitted before that instant is all taken.
+bool PosixWorkQueue::runWhatIsReady() {
+  const auto now = Clock::now();
+  bool ran = false;
+  for (Block* next = takeSubmitted(); next != nullptr && !isForkedChild();) {
+    const std::unique_ptr<Block> block(std::exchange(next, next->next));
+    runGuarded([&] { block->run(); });
+    ran = true;
+  }
+  if (isForkedChild()) return ran;
+
+  DelayedItems::Items due;
+  {
+    const std::lock_guard lock(mutex_);
+    due = delayed_.takeDue(now);
+  }
+  for (auto& item : due) {
+    if (isForkedChild()) break;
+    ran = ran || !item->isCancelled();
+    runGuarded([&] { item->run(); });
+    item.reset();
+  }
+  return ran;
+}
+
+// Everything submitted so far, oldest first.
+Block* PosixWorkQueue::takeSubmitted() {
+  if (submitted_.load(std::memory_order_relaxed) == nullptr) return nullptr;
+  Block* oldest = nullptr;
+  Block* next = submitted_.exchange(nullptr, std::memory_order_acquire);
+  while (next != nullptr) {
+    Block* const block = std::exchange(next, next->next);
+    block->next = std::exchange(oldest, block);
+  }
+  return oldest;
+}
+
+void PosixWorkQueue::nap() {
+  auto end = Clock::now() + kNap;
+  {
+    const std::lock_guard lock(mutex_);
+    end = std::min(end, delayed_.nextDue().value_or(end));
+  }
+  std::this_thread::sleep_until(end);
+}
+
+void PosixWorkQueue::sleep() {
+  std::unique_lock lock(mutex_);
+  state_.store(State::asleep, std::memory_order_seq_cst);
+  while (state_.load() == State::asleep && submitted_.load(std::memory_order_seq_cst) == nullptr) {
+    const auto due = delayed_.nextDue();
+    if (!due) {
+      wakeUp_.wait(lock);
+    } else if (*due > Clock::now()) {
+      wakeUp_.wait_until(lock, *due);
+    } else {
+      break;
+    }
+  }
+  state_.store(State::awake);
+}
+
+WorkQueue& PosixDispatch::makeSerialQueue(std::string_view label) {
+  return *new PosixWorkQueue(label);
+}
+
+}  // namespace veltrano
