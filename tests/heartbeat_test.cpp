@@ -250,6 +250,7 @@ TEST(BackOff, OnlyNumbersOfAnObjectCount) {
   EXPECT_EQ(backOff(R"({"back_off_seconds":90})"), 90);
   EXPECT_EQ(backOff(R"({"a":{"back_off_seconds":1},"back_off_seconds":0.25,"b":[{}]})"), 0.25);
   EXPECT_EQ(backOff(R"( {"back_off_seconds":18446744073709551615} )"), 18446744073709551615.0);
+  EXPECT_EQ(backOff(R"({"back_off_seconds":1,"back_off_seconds":7})"), 7);
   const std::string deep(100'000, '[');
   for (const std::string& body :
        {std::string(), std::string("x"), std::string("5"), std::string("null"),

@@ -1,0 +1,70 @@
+#include "tools/collector/certificate.h"
+
+#include <openssl/ec.h>
+#include <openssl/pem.h>
+#include <openssl/rand.h>
+#include <openssl/x509v3.h>
+
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+
+namespace collector {
+namespace {
+
+constexpr long kSecondsPerDay = 24 * 60 * 60;
+
+void require(bool condition) {
+  if (!condition) throw std::runtime_error("the certificate cannot be made");
+}
+
+void addExtension(X509* certificate, int kind, const char* value) {
+  X509V3_CTX context;
+  X509V3_set_ctx_nodb(&context);
+  X509V3_set_ctx(&context, certificate, certificate, nullptr, nullptr, 0);
+  const std::unique_ptr<X509_EXTENSION, Releaser<X509_EXTENSION_free>> extension(
+      X509V3_EXT_conf_nid(nullptr, &context, kind, value));
+  require(extension && X509_add_ext(certificate, extension.get(), -1) == 1);
+}
+
+}  // namespace
+
+Certificate makeCertificate() {
+  Certificate made{decltype(Certificate::key)(EVP_EC_gen("P-256")),
+                   decltype(Certificate::certificate)(X509_new())};
+  X509* const certificate = made.certificate.get();
+  require(made.key && certificate != nullptr);
+
+  // Clients that trust two of these certificates at once tell them apart by the serial number.
+  unsigned char random[sizeof(std::uint64_t)];
+  require(RAND_bytes(random, sizeof random) == 1);
+  std::uint64_t serial;
+  std::memcpy(&serial, random, sizeof serial);
+
+  require(X509_set_version(certificate, X509_VERSION_3) == 1);
+  require(ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), serial | 1) == 1);
+  require(X509_gmtime_adj(X509_getm_notBefore(certificate), -kSecondsPerDay) != nullptr);
+  require(X509_gmtime_adj(X509_getm_notAfter(certificate), 30 * kSecondsPerDay) != nullptr);
+  X509_NAME* const name = X509_get_subject_name(certificate);
+  require(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
+                                     reinterpret_cast<const unsigned char*>("localhost"), -1, -1,
+                                     0) == 1);
+  require(X509_set_issuer_name(certificate, name) == 1);
+  require(X509_set_pubkey(certificate, made.key.get()) == 1);
+  addExtension(certificate, NID_basic_constraints, "critical,CA:TRUE,pathlen:0");
+  addExtension(certificate, NID_key_usage, "critical,digitalSignature,keyCertSign");
+  addExtension(certificate, NID_ext_key_usage, "serverAuth");
+  addExtension(certificate, NID_subject_alt_name, "DNS:localhost,IP:127.0.0.1");
+  addExtension(certificate, NID_subject_key_identifier, "hash");
+  require(X509_sign(certificate, made.key.get(), EVP_sha256()) > 0);
+  return made;
+}
+
+void writePEM(const Certificate& certificate, const std::filesystem::path& file) {
+  const std::unique_ptr<BIO, Releaser<BIO_free_all>> output(BIO_new_file(file.c_str(), "w"));
+  if (!output || PEM_write_bio_X509(output.get(), certificate.certificate.get()) != 1 ||
+      BIO_flush(output.get()) != 1)
+    throw std::runtime_error("the certificate cannot be written to " + file.string());
+}
+
+}  // namespace collector

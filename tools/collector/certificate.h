@@ -1,0 +1,33 @@
+// A certificate of the collector's own, made anew each time it starts.
+#pragma once
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <filesystem>
+#include <memory>
+
+namespace collector {
+
+template <auto release>
+struct Releaser {
+  template <class T>
+  void operator()(T* object) const {
+    release(object);
+  }
+};
+
+/// A self-signed certificate for this machine's loopback names, and its key. The key is never
+/// written anywhere.
+struct Certificate {
+  std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>> key;
+  std::unique_ptr<X509, Releaser<X509_free>> certificate;
+};
+
+/// Throws std::runtime_error when it cannot be made.
+Certificate makeCertificate();
+
+/// Writes the certificate as PEM. Throws std::runtime_error when it cannot be written.
+void writePEM(const Certificate& certificate, const std::filesystem::path& file);
+
+}  // namespace collector

@@ -1,0 +1,161 @@
+#include "tools/collector/collector.h"
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <sys/socket.h>
+
+#include <iostream>
+#include <stdexcept>
+#include <utility>
+
+#include "tools/collector/report.h"
+
+namespace collector {
+namespace {
+
+constexpr char kJSON[] = "application/json";
+
+// Requests to any other path are counted together.
+std::string counterName(const std::string& path) {
+  return path == "/track" || path == "/heartbeat" ? path.substr(1) : "other";
+}
+
+}  // namespace
+
+Collector::Collector(CollectorOptions options, std::ostream& output,
+                     std::function<void()> requestShutdown)
+    : requiredToken_(std::move(options.requiredToken)),
+      isReadable_(options.isReadable),
+      requestShutdown_(std::move(requestShutdown)),
+      output_(output),
+      faults_(std::move(options.faults)),
+      counters_{{"track", {}}, {"heartbeat", {}}, {"other", {}}} {}
+
+void Collector::handle(const WireRequest& request, const SSL* connection,
+                       httplib::Response& response) {
+  if (request.path == "/control" || request.path.starts_with("/control/"))
+    control(request, response);
+  else
+    collect(request, connection, response);
+}
+
+void Collector::stopWaiting() {
+  const std::lock_guard lock(mutex_);
+  isStopping_ = true;
+  stopping_.notify_all();
+}
+
+void Collector::control(const WireRequest& request, httplib::Response& response) {
+  const std::string command = request.method + ' ' + request.path;
+  if (command == "GET /control/counters") {
+    response.set_content(countersJSON(), kJSON);
+  } else if (command == "POST /control/shutdown") {
+    response.set_content("{}", kJSON);
+    requestShutdown_();
+  } else if (command == "POST /control") {
+    try {
+      FaultsByPath faults = parseFaults(request.body);
+      const std::lock_guard lock(mutex_);
+      for (auto& [path, ofPath] : faults) faults_[path] = std::move(ofPath);
+      response.set_content("{}", kJSON);
+    } catch (const std::invalid_argument& error) {
+      response.status = 400;
+      response.set_content(error.what() + std::string("\n"), "text/plain");
+    }
+  } else {
+    response.status = 404;
+    response.set_content("there is no such control\n", "text/plain");
+  }
+}
+
+void Collector::collect(const WireRequest& request, const SSL* connection,
+                        httplib::Response& response) {
+  {
+    const std::lock_guard lock(mutex_);
+    ++counters_[counterName(request.path)].received;
+  }
+  // A request that is wrong is refused whatever fault has been set: it must not go unnoticed.
+  WireMessage message;
+  if (const auto reason = readRequest(request, message))
+    return refuse(request, 400, *reason, response);
+  if (requiredToken_ && request.path == "/heartbeat") {
+    const auto header = request.headers.find("Authorization");
+    if (header == request.headers.end() || header->second != "Bearer " + *requiredToken_)
+      return refuse(request, 401, "the heartbeat lacks the required token", response);
+  }
+
+  Fault fault;
+  {
+    const std::lock_guard lock(mutex_);
+    fault = takeFault(faults_, request.path);
+    if (fault.accept) accept(request, message);
+  }
+  answer(fault, connection, response);
+}
+
+void Collector::refuse(const WireRequest& request, int status, const std::string& reason,
+                       httplib::Response& response) {
+  const std::string name = counterName(request.path);
+  const std::lock_guard lock(mutex_);
+  ++counters_[name].refused;
+  std::cerr << "refused (" << name << "): " << reason << std::endl;
+  response.status = status;
+  response.set_content(reason + '\n', "text/plain");
+}
+
+// With mutex_ held, so that requests are reported in the order in which they count.
+void Collector::accept(const WireRequest& request, const WireMessage& message) {
+  ++counters_[counterName(request.path)].accepted;
+  if (message.body.IsArray()) eventsAccepted_ += message.body.Size();
+  output_ << (isReadable_ ? readableLines(request, message)
+                          : jsonLine(request, message, std::chrono::system_clock::now()))
+          << std::endl;
+}
+
+void Collector::answer(const Fault& fault, const SSL* connection, httplib::Response& response) {
+  {
+    std::unique_lock lock(mutex_);
+    stopping_.wait_for(lock, fault.latency, [&] { return isStopping_; });
+  }
+  if (fault.drop) {
+    // The answer that the server then writes goes nowhere.
+    ::shutdown(SSL_get_fd(connection), SHUT_RDWR);
+    return;
+  }
+  response.status = fault.status.value_or(200);
+  if (fault.retryAfter) response.set_header("Retry-After", *fault.retryAfter);
+  const std::string body = fault.body.value_or("{}");
+  if (fault.truncate) {
+    const auto writeHalf = [body](std::size_t, std::size_t, httplib::DataSink& sink) {
+      sink.write(body.data(), body.size() / 2);
+      return false;
+    };
+    response.set_content_provider(body.size() + 1, kJSON, writeHalf);
+  } else if (response.status != 204 && response.status != 304) {
+    response.set_content(body, kJSON);
+  }
+}
+
+std::string Collector::countersJSON() {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  const std::lock_guard lock(mutex_);
+  writer.StartObject();
+  for (const auto& [name, counters] : counters_) {
+    writer.Key(name.c_str());
+    writer.StartObject();
+    writer.Key("received");
+    writer.Uint64(counters.received);
+    writer.Key("accepted");
+    writer.Uint64(counters.accepted);
+    writer.Key("refused");
+    writer.Uint64(counters.refused);
+    writer.EndObject();
+  }
+  writer.Key("events_accepted");
+  writer.Uint64(eventsAccepted_);
+  writer.EndObject();
+  return buffer.GetString();
+}
+
+}  // namespace collector

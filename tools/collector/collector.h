@@ -1,0 +1,67 @@
+// What the collection host does with each request.
+#pragma once
+
+#include <httplib.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include "tools/collector/fault.h"
+#include "tools/collector/wire_check.h"
+
+namespace collector {
+
+struct CollectorOptions {
+  std::optional<std::string> requiredToken;  // of heartbeats
+  bool isReadable = false;                   // lines for people instead of JSON
+  FaultsByPath faults;
+};
+
+/// Checks, counts, reports and answers requests. Safe to call from any thread.
+class Collector {
+ public:
+  /// Accepted requests go to `output`; `requestShutdown` is called when a client asks for the end.
+  Collector(CollectorOptions options, std::ostream& output, std::function<void()> requestShutdown);
+
+  void handle(const WireRequest& request, const SSL* connection, httplib::Response& response);
+
+  /// Answers what is being held back, now.
+  void stopWaiting();
+
+ private:
+  struct Counters {
+    std::uint64_t received = 0;
+    std::uint64_t accepted = 0;
+    std::uint64_t refused = 0;
+  };
+
+  void control(const WireRequest& request, httplib::Response& response);
+  void collect(const WireRequest& request, const SSL* connection, httplib::Response& response);
+  void refuse(const WireRequest& request, int status, const std::string& reason,
+              httplib::Response& response);
+  void accept(const WireRequest& request, const WireMessage& message);
+  void answer(const Fault& fault, const SSL* connection, httplib::Response& response);
+  std::string countersJSON();
+
+  const std::optional<std::string> requiredToken_;
+  const bool isReadable_;
+  const std::function<void()> requestShutdown_;
+
+  std::mutex mutex_;
+  std::condition_variable stopping_;
+  // Guarded by mutex_.
+  bool isStopping_ = false;
+  std::ostream& output_;
+  FaultsByPath faults_;
+  std::map<std::string, Counters> counters_;
+  std::uint64_t eventsAccepted_ = 0;
+};
+
+}  // namespace collector

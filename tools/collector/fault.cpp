@@ -1,0 +1,140 @@
+#include "tools/collector/fault.h"
+
+#include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace collector {
+namespace {
+
+using rapidjson::Value;
+
+[[noreturn]] void refuse(const std::string& reason) {
+  throw std::invalid_argument(reason);
+}
+
+std::uint64_t integer(const std::string& key, const Value& value, std::uint64_t minimum,
+                      std::uint64_t maximum) {
+  if (!value.IsUint64() || value.GetUint64() < minimum || value.GetUint64() > maximum)
+    refuse("\"" + key + "\" is not an integer from " + std::to_string(minimum) + " to " +
+           std::to_string(maximum));
+  return value.GetUint64();
+}
+
+bool flag(const std::string& key, const Value& value) {
+  if (!value.IsBool()) refuse("\"" + key + "\" is neither true nor false");
+  return value.GetBool();
+}
+
+std::string text(const std::string& key, const Value& value) {
+  if (!value.IsString()) refuse("\"" + key + "\" is not a string");
+  return {value.GetString(), value.GetStringLength()};
+}
+
+std::string backOffBody(const std::string& key, const Value& value) {
+  if (!value.IsNumber()) refuse("\"" + key + "\" is not a number");
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  writer.StartObject();
+  writer.Key(key.c_str());
+  value.Accept(writer);
+  writer.EndObject();
+  return buffer.GetString();
+}
+
+void add(const Value& description, FaultsByPath& faults) {
+  if (!description.IsObject()) refuse("a fault is described by an object");
+  std::string path;
+  Fault fault;
+  std::optional<bool> accept;
+  for (const auto& [name, value] : description.GetObject()) {
+    const std::string key = name.GetString();
+    if (key == "path") {
+      path = text(key, value);
+    } else if (key == "status") {
+      fault.status = int(integer(key, value, 200, 599));
+    } else if (key == "latency_ms") {
+      fault.latency = std::chrono::milliseconds(integer(key, value, 0, 600'000));
+    } else if (key == "drop") {
+      fault.drop = flag(key, value);
+    } else if (key == "truncate") {
+      fault.truncate = flag(key, value);
+    } else if (key == "back_off_seconds") {
+      fault.body = backOffBody(key, value);
+    } else if (key == "body") {
+      fault.body = text(key, value);
+    } else if (key == "retry_after") {
+      fault.retryAfter = text(key, value);
+    } else if (key == "accept") {
+      accept = flag(key, value);
+    } else if (key == "count") {
+      fault.count = integer(key, value, 1, UINT64_MAX);
+    } else {
+      refuse("a fault has no \"" + key + "\"");
+    }
+  }
+  if (path != "/track" && path != "/heartbeat") refuse("\"path\" is neither /track nor /heartbeat");
+
+  // Unless told otherwise, a request counts when its sender can see that it succeeded.
+  const int lastSuccess = path == "/track" ? 200 : 299;
+  fault.accept =
+      accept.value_or(!fault.drop && !fault.truncate && fault.status.value_or(200) <= lastSuccess);
+  auto& ofPath = faults[path];
+  if (description.MemberCount() == 1)
+    ofPath.clear();
+  else
+    ofPath.push_back(fault);
+}
+
+}  // namespace
+
+FaultsByPath parseFaults(std::string_view json) {
+  rapidjson::Document document;
+  document.Parse<rapidjson::kParseIterativeFlag>(json.data(), json.size());
+  if (document.HasParseError())
+    refuse(std::string("the faults are no JSON: ") +
+           rapidjson::GetParseError_En(document.GetParseError()));
+  FaultsByPath faults;
+  if (document.IsArray()) {
+    for (const Value& description : document.GetArray()) add(description, faults);
+  } else {
+    add(document, faults);
+  }
+  return faults;
+}
+
+std::string faultJSON(std::string_view text) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  writer.StartObject();
+  while (!text.empty()) {
+    const auto end = text.starts_with("body=") ? text.size() : text.find(',');
+    const std::string_view item = text.substr(0, end);
+    text.remove_prefix(std::min(text.size(), item.size() + 1));
+
+    const auto equals = item.find('=');
+    const std::string key(item.substr(0, equals));
+    const std::string value(equals == item.npos ? "true" : item.substr(equals + 1));
+    writer.Key(key.c_str());
+    if (key == "path" || key == "body" || key == "retry_after")
+      writer.String(value);
+    else
+      writer.RawValue(value.data(), value.size(), rapidjson::kNullType);
+  }
+  writer.EndObject();
+  return buffer.GetString();
+}
+
+Fault takeFault(FaultsByPath& faults, const std::string& path) {
+  auto& ofPath = faults[path];
+  if (ofPath.empty()) return {};
+  Fault fault = ofPath.front();
+  if (fault.count && --*ofPath.front().count == 0) ofPath.pop_front();
+  return fault;
+}
+
+}  // namespace collector

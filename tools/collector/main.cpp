@@ -1,0 +1,193 @@
+// veltrano-collector: a collection host on the developer's own machine.
+#include <signal.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tools/collector/certificate.h"
+#include "tools/collector/collector.h"
+
+namespace collector {
+namespace {
+
+struct Arguments {
+  int port = 0;
+  std::string certificateFile;
+  std::string outputFile;
+  std::vector<std::string> faults;
+  CollectorOptions options;
+};
+
+void describe(CLI::App& app, Arguments& arguments) {
+  app.add_option("--port", arguments.port, "Port to listen on; 0 takes any that is free")
+      ->check(CLI::Range(0, 65535))
+      ->capture_default_str();
+  app.add_option("--certificate", arguments.certificateFile,
+                 "Where to write the certificate to trust; by default into a directory that is "
+                 "removed at the end");
+  app.add_option("--output", arguments.outputFile,
+                 "Where to append accepted requests; by default the standard output");
+  app.add_option_function<std::string>(
+         "--format",
+         [&arguments](const std::string& name) { arguments.options.isReadable = name != "json"; },
+         "json (a JSON object a line) or readable (an event a line)")
+      ->check(CLI::IsMember({"json", "readable"}))
+      ->default_str("json");
+  app.add_option("--require-token", arguments.options.requiredToken,
+                 "Refuse heartbeats without this token");
+  app.add_option("--misbehave", arguments.faults,
+                 "A fault such as path=/track,status=503,count=2; several for one path follow each "
+                 "other")
+      ->allow_extra_args(false);
+}
+
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory()
+      : path_((std::filesystem::temp_directory_path() / "veltrano-collector-XXXXXX").string()) {
+    if (::mkdtemp(path_.data()) == nullptr)
+      throw std::runtime_error("no temporary directory can be made");
+  }
+  ~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+  std::filesystem::path path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+void route(httplib::SSLServer& server, Collector& collector) {
+  const auto handle = [&collector](const httplib::Request& request, httplib::Response& response,
+                                   std::string body) {
+    WireRequest wire{request.method, request.path, request.params, request.headers,
+                     std::move(body)};
+    // The server's own additions.
+    for (const char* name : {"REMOTE_ADDR", "REMOTE_PORT", "LOCAL_ADDR", "LOCAL_PORT"})
+      wire.headers.erase(name);
+    collector.handle(wire, request.ssl, response);
+  };
+  const auto withoutBody = [handle](const httplib::Request& request, httplib::Response& response) {
+    handle(request, response, {});
+  };
+  // Read as it comes: a body that claims to be a form would otherwise be taken apart, or refused
+  // for its size before it is checked.
+  const auto withBody = [handle](const httplib::Request& request, httplib::Response& response,
+                                 const httplib::ContentReader& read) {
+    std::string body;
+    // Parts would be taken apart, and without a length the reader waits for the connection's end.
+    const bool hasBody =
+        !request.is_multipart_form_data() &&
+        (request.has_header("Content-Length") || request.has_header("Transfer-Encoding"));
+    if (hasBody && !read([&body](const char* data, std::size_t length) {
+          body.append(data, length);
+          return true;
+        }))
+      return;
+    handle(request, response, std::move(body));
+  };
+  server.Get(".*", withoutBody).Options(".*", withoutBody);
+  server.Post(".*", withBody).Put(".*", withBody).Patch(".*", withBody).Delete(".*", withBody);
+}
+
+void run(const Arguments& arguments) {
+  // Threads inherit this, so that the signals wait for `sigwait` below.
+  sigset_t ends;
+  sigemptyset(&ends);
+  sigaddset(&ends, SIGTERM);
+  sigaddset(&ends, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+
+  std::optional<TemporaryDirectory> directory;
+  std::filesystem::path certificateFile = arguments.certificateFile;
+  if (certificateFile.empty()) certificateFile = directory.emplace().path() / "certificate.pem";
+  const Certificate certificate = makeCertificate();
+  writePEM(certificate, certificateFile);
+
+  std::ofstream file;
+  if (!arguments.outputFile.empty()) {
+    file.open(arguments.outputFile, std::ios::app);
+    if (!file) throw std::runtime_error("cannot append to " + arguments.outputFile);
+  }
+  Collector collector(arguments.options, file.is_open() ? file : std::cout,
+                      [] { ::kill(::getpid(), SIGTERM); });
+
+  httplib::SSLServer server(certificate.certificate.get(), certificate.key.get());
+  route(server, collector);
+  // Requests that are held back keep their thread.
+  server.new_task_queue = [] { return new httplib::ThreadPool(32); };
+  server.set_tcp_nodelay(true);
+  // The default would let two collectors share a port, and the requests.
+  server.set_socket_options([](int socket) {
+    const int yes = 1;
+    ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
+  server.set_keep_alive_max_count(1'000'000);
+  // Also how long an idle connection can delay the end.
+  server.set_keep_alive_timeout(1);
+  server.set_payload_max_length(std::size_t{256} << 20);
+
+  const std::string host = "127.0.0.1";
+  const int port = arguments.port == 0
+                       ? server.bind_to_any_port(host)
+                       : (server.bind_to_port(host, arguments.port) ? arguments.port : -1);
+  if (port < 0) throw std::runtime_error("the port cannot be listened on");
+
+  std::thread listening([&server] {
+    server.listen_after_bind();
+    ::kill(::getpid(), SIGTERM);
+  });
+  // Stopping a server that is not running yet would have no effect.
+  while (!server.is_running()) std::this_thread::yield();
+
+  std::cerr << "A collection host for developers. It listens on this machine's loopback interface "
+               "only, and is not meant for production."
+            << std::endl;
+  std::cout << "url=https://localhost:" << port
+            << "\ncertificate=" << std::filesystem::absolute(certificateFile).string() << "\nready"
+            << std::endl;
+
+  int signal = 0;
+  sigwait(&ends, &signal);
+  collector.stopWaiting();
+  server.stop();
+  listening.join();
+}
+
+}  // namespace
+}  // namespace collector
+
+int main(int argc, char** argv) {
+  collector::Arguments arguments;
+  CLI::App app(
+      "A collection host for developers. It listens on the loopback interface only, checks every "
+      "request against the wire format, and misbehaves on request.");
+  collector::describe(app, arguments);
+  CLI11_PARSE(app, argc, argv);
+  try {
+    std::string json = "[";
+    for (const std::string& fault : arguments.faults)
+      json += (json.size() > 1 ? "," : "") + collector::faultJSON(fault);
+    arguments.options.faults = collector::parseFaults(json + "]");
+    collector::run(arguments);
+    return EXIT_SUCCESS;
+  } catch (const std::exception& error) {
+    std::cerr << "veltrano-collector: " << error.what() << std::endl;
+    return EXIT_FAILURE;
+  }
+}

@@ -1,0 +1,19 @@
+// What the collector writes about the requests that it accepted.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "tools/collector/wire_check.h"
+
+namespace collector {
+
+/// One JSON object on one line: path, uid, headers, body, and when it was received, in milliseconds
+/// since 1970.
+std::string jsonLine(const WireRequest& request, const WireMessage& message,
+                     std::chrono::system_clock::time_point received);
+
+/// A line for each event, or one for the heartbeat, with what the host put in it.
+std::string readableLines(const WireRequest& request, const WireMessage& message);
+
+}  // namespace collector

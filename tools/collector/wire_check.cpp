@@ -1,0 +1,217 @@
+#include "tools/collector/wire_check.h"
+
+#include <openssl/evp.h>
+#include <rapidjson/error/en.h>
+#include <rapidjson/stringbuffer.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <set>
+#include <string_view>
+
+namespace collector {
+namespace {
+
+using rapidjson::Value;
+
+constexpr std::size_t kMaximumRecords = 200;
+
+// Ends a check. Never leaves this file.
+struct Refusal {
+  std::string reason;
+};
+
+void require(bool condition, const std::string& otherwise) {
+  if (!condition) throw Refusal{otherwise};
+}
+
+bool isUTF8(std::string_view text) {
+  rapidjson::MemoryStream stream(text.data(), text.size());
+  rapidjson::StringBuffer unused;
+  while (stream.Tell() < text.size())
+    if (!rapidjson::UTF8<>::Validate(stream, unused)) return false;
+  return true;
+}
+
+// What the decoder takes for Base64 is more than the strict form: the form is strict when encoding
+// gives it back.
+std::string decodedBase64(std::string_view text) {
+  std::string bytes(text.size() / 4 * 3 + 3, '\0');
+  const int length =
+      EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
+                      reinterpret_cast<const unsigned char*>(text.data()), int(text.size()));
+  const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with("=") ? 1 : 0;
+  require(length > 0 && std::size_t(length) > padding, "what follows \"data=\" is no Base64");
+  bytes.resize(std::size_t(length) - padding);
+
+  std::string again((bytes.size() + 2) / 3 * 4, '\0');
+  EVP_EncodeBlock(reinterpret_cast<unsigned char*>(again.data()),
+                  reinterpret_cast<const unsigned char*>(bytes.data()), int(bytes.size()));
+  require(again == text, "what follows \"data=\" is no strict Base64");
+  return bytes;
+}
+
+bool isCompact(std::string_view json) {
+  bool inString = false;
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    if (json[i] == '"') {
+      inString = !inString;
+    } else if (inString) {
+      if (json[i] == '\\') ++i;
+    } else if (json[i] == ' ' || json[i] == '\t' || json[i] == '\n' || json[i] == '\r') {
+      return false;
+    }
+  }
+  return true;
+}
+
+void parse(WireMessage& message) {
+  constexpr unsigned kStrict = rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag |
+                               rapidjson::kParseValidateEncodingFlag;
+  const std::string& json = message.json;
+  message.body.Parse<kStrict>(json.data(), json.size());
+  require(!message.body.HasParseError(),
+          "the body is no JSON: " +
+              std::string(rapidjson::GetParseError_En(message.body.GetParseError())) + " (byte " +
+              std::to_string(message.body.GetErrorOffset()) + ")");
+  require(json.find('\0') == std::string::npos, "the body holds a zero byte");
+  require(!json.starts_with("\xEF\xBB\xBF"), "the body starts with a byte order mark");
+  require(isCompact(json), "the body's JSON is not compact");
+}
+
+void requireDistinctKeys(const Value& object, const std::string& where) {
+  std::set<std::string_view> keys;
+  for (const auto& member : object.GetObject())
+    require(keys.emplace(member.name.GetString(), member.name.GetStringLength()).second,
+            where + ": a key stands there twice");
+}
+
+// The two members that every message consists of, an event and its properties.
+const Value& propertiesOf(const Value& record, const std::string& where) {
+  require(record.IsObject(), where + ": not an object");
+  require(record.MemberCount() == 2 && record.HasMember("event") && record.HasMember("properties"),
+          where + ": its keys are not exactly \"event\" and \"properties\"");
+  require(record["event"].IsString(), where + ": \"event\" is not a string");
+  const Value& properties = record["properties"];
+  require(properties.IsObject(), where + ": \"properties\" is not an object");
+  requireDistinctKeys(properties, where + ", properties");
+  return properties;
+}
+
+void checkBatch(const Value& batch) {
+  require(batch.IsArray(), "the batch is not an array");
+  require(!batch.Empty(), "the batch is empty");
+  require(batch.Size() <= kMaximumRecords,
+          "the batch holds " + std::to_string(batch.Size()) + " records");
+  for (rapidjson::SizeType i = 0; i < batch.Size(); ++i) {
+    const std::string where = "record " + std::to_string(i);
+    const Value& properties = propertiesOf(batch[i], where);
+    // Hosts may put values of any type in the place of "time" and "$wifi", but not take them away.
+    for (const char* key : {"time", "$wifi", "extra_json"})
+      require(properties.HasMember(key), where + ": the property \"" + key + "\" is missing");
+    const Value& extra = properties["extra_json"];
+    require(extra.IsObject(), where + ": \"extra_json\" is not an object");
+    requireDistinctKeys(extra, where + ", extra_json");
+  }
+}
+
+bool isString(const Value& value) {
+  return value.IsString();
+}
+
+template <std::size_t n>
+bool isAmong(const Value& value, const char* const (&texts)[n]) {
+  return std::any_of(texts, texts + n, [&](const char* text) { return value == text; });
+}
+
+bool isUpperCaseUUID(const Value& value) {
+  constexpr std::string_view kForm = "XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX";
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  if (!value.IsString()) return false;
+  const std::string_view text(value.GetString(), value.GetStringLength());
+  return std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(), [&](char c, char form) {
+    return form == 'X' ? kDigits.find(c) != kDigits.npos : c == form;
+  });
+}
+
+bool isScreenOrientation(const Value& value) {
+  return isAmong(value, {"portrait", "landscape", "unknown"});
+}
+
+bool isDeviceOrientation(const Value& value) {
+  return isAmong(value, {"portrait", "portraitUpsideDown", "landscapeLeft", "landscapeRight",
+                         "faceUp", "faceDown", "unknown"});
+}
+
+struct HeartbeatProperty {
+  const char* key;
+  bool (*holds)(const Value&);
+  const char* meaning;
+};
+
+constexpr HeartbeatProperty kHeartbeatProperties[] = {
+    {"app_id", isString, "a string"},
+    {"app_version", isString, "a string"},
+    {"os_version", isString, "a string"},
+    {"manufacturer", [](const Value& value) { return value == "Apple"; }, "\"Apple\""},
+    {"uid", isString, "a string"},
+    {"session_id", isUpperCaseUUID, "an upper-case UUID"},
+    {"time", [](const Value& value) { return value.IsInt64(); }, "an integer"},
+    {"duration", [](const Value& value) { return value.IsInt64() && value.GetInt64() >= 0; },
+     "an integer from 0"},
+    {"screen_orientation", isScreenOrientation, "one of its texts"},
+    {"device_orientation", isDeviceOrientation, "one of its texts"},
+};
+
+void checkHeartbeat(const Value& heartbeat, const std::string& uid) {
+  const Value& properties = propertiesOf(heartbeat, "the heartbeat");
+  require(heartbeat["event"] == "heartbeat", "the event is not \"heartbeat\"");
+  for (const auto& [key, holds, meaning] : kHeartbeatProperties) {
+    require(properties.HasMember(key), "the property \"" + std::string(key) + "\" is missing");
+    require(holds(properties[key]), "the property \"" + std::string(key) + "\" is not " + meaning);
+  }
+  require(properties.MemberCount() == std::size(kHeartbeatProperties),
+          "there are more properties than a heartbeat has");
+  require(properties["uid"] == uid, "the property \"uid\" is not the query's uid");
+}
+
+void checkHeaders(const WireRequest& request) {
+  for (const auto& [name, value] : request.headers)
+    require(isUTF8(name) && isUTF8(value), "a header is not UTF-8");
+  for (const char* name : {"lib_version", "publisher_version"}) {
+    const std::string quoted = "the header \"" + std::string(name) + "\"";
+    require(request.headers.count(name) == 1, quoted + " is not there exactly once");
+    require(request.headers.find(name)->second.starts_with("ios_"),
+            quoted + " does not start with \"ios_\"");
+  }
+  require(request.headers.count("Content-Type") == 0, "there is a Content-Type header");
+}
+
+}  // namespace
+
+std::optional<std::string> readRequest(const WireRequest& request, WireMessage& message) try {
+  const bool isTrack = request.path == "/track";
+  require(isTrack || request.path == "/heartbeat", "there is no such path");
+  require(request.method == "POST", "the method is not POST");
+  require(request.parameters.size() == 1 && request.parameters.begin()->first == "uid",
+          "the query is not exactly \"uid\"");
+  message.uid = request.parameters.begin()->second;
+  require(isUTF8(message.uid), "the query's uid is not UTF-8");
+  checkHeaders(request);
+  require(!isTrack || request.headers.count("Authorization") == 0,
+          "uploads carry no Authorization");
+
+  constexpr std::string_view kPrefix = "data=";
+  require(request.body.starts_with(kPrefix), "the body does not start with \"data=\"");
+  message.json = decodedBase64(std::string_view(request.body).substr(kPrefix.size()));
+  parse(message);
+  if (isTrack)
+    checkBatch(message.body);
+  else
+    checkHeartbeat(message.body, message.uid);
+  return std::nullopt;
+} catch (const Refusal& refusal) {
+  return refusal.reason;
+}
+
+}  // namespace collector
