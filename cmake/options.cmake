@@ -25,5 +25,9 @@ endif()
 if(VELTRANO_SANITIZER)
   add_compile_options(-fsanitize=${VELTRANO_SANITIZER} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
+  if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    add_compile_options(
+      -fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitizer_ignorelist.txt)
+  endif()
   add_link_options(-fsanitize=${VELTRANO_SANITIZER})
 endif()

@@ -1,0 +1,39 @@
+// Feeds the parsers of what comes in over the network: the heartbeat's answer, and the collector's
+// requests, whole and with a body that is well-formed up to its JSON.
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "heartbeat/vl_tracking_event.h"
+#include "platform/base64.h"
+#include "tools/collector/wire_check.h"
+
+namespace {
+
+void check(const std::string& path, std::string body) {
+  const collector::WireRequest request{
+      .method = "POST",
+      .path = path,
+      .parameters = {{"uid", "u"}},
+      .headers = {{"lib_version", "ios_1"}, {"publisher_version", "ios_1"}},
+      .body = std::move(body)};
+  collector::WireMessage message;
+  const auto problem = collector::readRequest(request, message);
+  // Of a request that is accepted, the message is complete.
+  if (!problem && (message.uid != "u" || message.json.empty())) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  veltrano::VLTrackingEvent::fromJSON(text);
+
+  std::string encoded = "data=";
+  veltrano::appendBase64(encoded, text);
+  for (const char* path : {"/track", "/heartbeat"}) {
+    check(path, text);
+    check(path, encoded);
+  }
+  return 0;
+}

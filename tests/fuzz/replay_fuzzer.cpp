@@ -1,0 +1,25 @@
+// Plays mutated scenarios one after the other in one process: the library and its platform live on,
+// as they would in a host, and each scenario begins where the one before it ended.
+#include <cstdint>
+#include <sstream>
+#include <string>
+
+#include "tools/replay/simulated_run.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static auto& world =
+      *new replay::SimulatedWorld([](std::string_view) {}, replay::Bodies::decoded);
+
+  std::istringstream lines(std::string(reinterpret_cast<const char*>(data), size));
+  replay::Scenario scenario;
+  try {
+    scenario = replay::readScenario(lines, replay::World::simulated);
+  } catch (const replay::ScenarioError&) {
+    return -1;
+  }
+  // Long scenarios repeat themselves; short ones find more in the same time.
+  constexpr auto kLongest = std::chrono::hours(1);
+  if (!scenario.steps.empty() && scenario.steps.back().at > kLongest) return -1;
+  world.play(scenario);
+  return 0;
+}

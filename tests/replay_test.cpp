@@ -1,0 +1,153 @@
+// The replay program: what it refuses, and that it always ends. What scenarios give is compared in
+// the examples.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <sstream>
+
+#include "tools/replay/scenario.h"
+#include "tools/replay/value_reader.h"
+
+namespace replay {
+namespace {
+
+std::string problemWith(const std::string& lines, World world = World::simulated) {
+  std::istringstream stream(lines);
+  try {
+    readScenario(stream, world);
+    return "none";
+  } catch (const ScenarioError& error) {
+    return error.what();
+  }
+}
+
+struct Outcome {
+  int status;
+  std::string output;  // the first kilobytes
+};
+
+Outcome run(const std::string& scenario) {
+  const std::string command = "printf '%s' '" + scenario + "' | " + REPLAY_PROGRAM + " - 2>&1";
+  FILE* pipe = popen(command.c_str(), "r");
+  std::string output;
+  std::array<char, 4096> buffer;
+  while (const std::size_t size = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
+    // The end is kept: that is where the program says why it ended.
+    output.append(buffer.data(), size);
+    if (output.size() > 2 * buffer.size()) output.erase(0, output.size() - buffer.size());
+  }
+  return {WEXITSTATUS(pclose(pipe)), output};
+}
+
+TEST(Replay, NamesTheLineOfAMalformedStep) {
+  const std::string good = R"({"op":"shared"})"
+                           "\n\n";
+  const char* malformed[] = {
+      "{",
+      "[]",
+      "\"op\"",
+      R"({"op":"shared"} x)",
+      R"({"at":0})",
+      R"({"op":5})",
+      R"({"op":"nothing"})",
+      R"({"op":"shared","at":"0"})",
+      R"({"op":"shared","at":-0.1})",
+      R"({"op":"shared","at":1e300})",
+      R"({"op":"configure"})",
+      R"({"op":"setUserId"})",
+      R"({"op":"setUserId","id":null})",
+      R"({"op":"setUserId","id":"u","runLoop":1})",
+      R"({"op":"setPublisherUid"})",
+      R"({"op":"enableLog","on":1})",
+      R"({"op":"device","wifi":null})",
+      R"({"op":"device","attStatus":-1})",
+      R"({"op":"device","attStatus":1.0})",
+      R"({"op":"applicationState","state":"asleep"})",
+      R"({"op":"deviceOrientation","value":1.5})",
+      R"({"op":"deviceOrientation","value":99999999999})",
+      R"({"op":"network","path":"/track"})",
+      R"({"op":"network","path":"/other","status":200})",
+      R"({"op":"network","path":"/track","status":200,"error":true})",
+      R"({"op":"network","path":"/track","error":false})",
+      R"({"op":"network","path":"/track","nonHTTP":true,"body":"b"})",
+      R"({"op":"network","path":"/track","status":200,"latency":-1})",
+      R"({"op":"track"})",
+      R"({"op":"track","name":"E","properties":[]})",
+      R"({"op":"track","name":"E","completion":null})",
+      R"({"op":"track","name":"E","properties":{"a":99999999999999999999}})",
+      R"({"op":"track","name":"E","properties":{"a":[{"$":"Ufo"}]}})",
+      R"({"op":"track","name":"E","properties":{"a":{"$":5}}})",
+      R"({"op":"track","name":"E","properties":{"a":{"$":"UInt","v":-1}}})",
+      R"({"op":"track","name":"E","properties":{"a":{"$":"Int","v":1.0}}})",
+      R"({"op":"track","name":"E","properties":{"a":{"$":"Double","v":"much"}}})",
+      R"({"op":"track","name":"E","properties":{"a":{"$":"Dictionary","v":[[1]]}}})",
+      R"({"op":"track","name":"E","properties":{"a":{"$":"NSNumber","v":1}}})",
+      R"({"op":"setSuperProperties","properties":null})",
+      R"({"op":"setRefreshTriggers","triggers":["a",1],"handler":null})",
+      R"({"op":"isValidNestedType","value":null})",
+      R"({"op":"isValidNestedType","value":{"$":"NSNumber","code":4,"v":1}})",
+      R"({"op":"batch"})",
+      R"({"op":"batch","steps":[{"op":"shared","at":1}]})",
+      R"({"op":"batch","steps":[{"op":"configure"}]})",
+      R"({"op":"batch","steps":[{"op":"batch","steps":[5]}]})",
+  };
+  for (const char* line : malformed)
+    EXPECT_EQ(problemWith(good + line).rfind("line 3: ", 0), 0U) << line;
+  EXPECT_EQ(problemWith(R"({"op":"shared","at":2})"
+                        "\n"
+                        R"({"op":"shared"})"),
+            "line 2: \"at\" is decreasing");
+}
+
+TEST(Replay, TakesWhatTheFormatAllows) {
+  const char* good[] = {
+      "",
+      R"({"op":"configure","startTime":1.5e9,"screen":[1,2.5],"info":null,"defaults":{"k":1},)"
+      R"("libraryBundle":{"resources":false,"resourceBundle":null,"info":{"$":"plain key"}}})",
+      R"({"op":"batch","steps":[{"op":"batch","steps":[{"op":"end"}]},{"op":"shared"}]})",
+      R"({"op":"track","name":"E","properties":{"a":{"$":"Double","v":99999999999999999999}}})",
+      R"({"op":"network","path":"/heartbeat","nonHTTP":true,"latency":0})",
+      "{\"op\":\"shared\"}\r\n  \r\n{\"op\":\"end\",\"at\":0.000001}",
+  };
+  for (const char* lines : good) EXPECT_EQ(problemWith(lines), "none") << lines;
+}
+
+TEST(Replay, LiveScenariosAreLimited) {
+  const std::string end = "\n{\"op\":\"end\",\"at\":1}";
+  EXPECT_EQ(problemWith(R"({"op":"configure","info":{},"screen":[1,1]})" + end, World::live),
+            "none");
+  EXPECT_EQ(problemWith(R"({"op":"batch","steps":[{"op":"end"}]})", World::live), "none");
+  for (const char* line :
+       {R"({"op":"configure","startTime":5})", R"({"op":"clockJump","seconds":1})",
+        R"({"op":"batch","steps":[{"op":"network","path":"/track","status":200}]})"})
+    EXPECT_EQ(problemWith(line + end, World::live).rfind("line 1: ", 0), 0U) << line;
+  EXPECT_NE(problemWith(R"({"op":"shared"})", World::live), "none");
+}
+
+TEST(Replay, AnyDepthOfValuesIsRead) {
+  const std::string text = std::string(200'000, '[') + std::string(200'000, ']');
+  const JsonText json(text);
+  EXPECT_EQ(readValue(json, json.root()).member()->getIf<veltrano::Array>()->size(), 1U);
+}
+
+TEST(Replay, ARunawayEnds) {
+  for (const char* interval : {"1e-9", "0.000001"}) {
+    const Outcome outcome = run(R"({"op":"configure","defaults":{"kelvora_heartbeat_interval":)" +
+                                std::string(interval) + "}}\n" + R"({"op":"setUserId","id":"u"})");
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_NE(outcome.output.find("runs away"), std::string::npos);
+  }
+}
+
+TEST(Replay, NothingRunsWhenAStepIsMalformed) {
+  const Outcome outcome = run("{\"op\":\"enableLog\",\"on\":true}\n{\"op\":\"shared\"}\n{}");
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.output, "line 3: field \"op\" is missing\n");
+}
+
+}  // namespace
+}  // namespace replay

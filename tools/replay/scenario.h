@@ -1,0 +1,32 @@
+#pragma once
+
+#include <functional>
+#include <istream>
+#include <vector>
+
+#include "tools/replay/json_text.h"
+#include "tools/replay/stage.h"
+
+namespace replay {
+
+/// Something that happens; false when the run ends there.
+using Action = std::function<bool(Stage&)>;
+
+struct Step {
+  veltrano::Duration at{0};
+  Action action;
+};
+
+struct Scenario {
+  Configuration configuration;
+  std::vector<Step> steps;  // in the order of their times
+  bool hasEnd = false;      // whether one of them ends the run
+};
+
+enum class World { simulated, live };
+
+/// Reads a scenario for one of the two worlds, as JSON Lines. Throws ScenarioError, with the number
+/// of the line in its message, when a step is malformed.
+Scenario readScenario(std::istream& lines, World world);
+
+}  // namespace replay

@@ -1,0 +1,92 @@
+#include "tools/replay/simulated_run.h"
+
+#include <stdexcept>
+
+#include "platform/simulated/simulated_platform.h"
+
+namespace replay {
+
+using veltrano::SimulatedPlatform;
+
+class SimulatedWorld::SimulatedStage final : public Stage {
+ public:
+  SimulatedStage(const Trace::Write& write, Bodies bodies)
+      : trace_([this] { return platform_.timeline.now(); }, write, bodies) {
+    platform_.output.onLine = [this](std::string_view line) { trace_.logged(line); };
+    platform_.network.onPost = [this](const auto& request) { trace_.posted(request); };
+    platform_.defaults.onWrite = [this](const auto& key, double value) {
+      trace_.wroteDefaults(key, value);
+    };
+  }
+
+  SimulatedPlatform& platform() { return platform_; }
+
+  void configure(const Configuration& configuration) {
+    platform_.clock.start = configuration.startTime;
+    platform_.device.screen = configuration.screen;
+    platform_.device.name = configuration.systemName;
+    platform_.device.version = configuration.systemVersion;
+    platform_.device.machineName = configuration.machine;
+    platform_.bundles.mainInfo = configuration.info;
+    platform_.bundles.libraryHasResources = configuration.libraryHasResources;
+    platform_.bundles.resourceBundleInfo = configuration.resourceBundle;
+    platform_.bundles.libraryInfo = configuration.libraryInfo;
+    platform_.defaults.values.insert(configuration.defaults.begin(), configuration.defaults.end());
+  }
+
+  Trace& trace() override { return trace_; }
+
+  void change(const DeviceChange& change) override {
+    auto& device = platform_.device;
+    device.isOnWiFi = change.isOnWiFi.value_or(device.isOnWiFi);
+    device.carrier = change.carrier.value_or(device.carrier);
+    device.trackingStatus = change.trackingStatus.value_or(device.trackingStatus);
+    device.identifier = change.advertisingIdentifier.value_or(device.identifier);
+  }
+
+  void setApplicationState(veltrano::ApplicationState state) override {
+    platform_.device.applicationState = state;
+  }
+  void setInterfaceOrientation(int value) override { platform_.device.screenOrientation = value; }
+  void setDeviceOrientation(int value) override { platform_.device.deviceOrientation = value; }
+  void postNotification(const std::string& name) override {
+    platform_.notificationCenter.post(name);
+  }
+  void setAnswer(const std::string& path, const veltrano::SimulatedAnswer& answer) override {
+    platform_.network.answers[path] = answer;
+  }
+  void jumpClock(veltrano::Duration distance) override { platform_.clock.jumped += distance; }
+
+  void runWithoutRunLoop(const std::function<void()>& action) override {
+    platform_.timers.threadRunsRunLoop = false;
+    action();
+    platform_.timers.threadRunsRunLoop = true;
+  }
+
+ private:
+  SimulatedPlatform platform_;
+  Trace trace_;
+};
+
+SimulatedWorld::SimulatedWorld(const Trace::Write& write, Bodies bodies)
+    : stage_(*new SimulatedStage(write, bodies)) {
+  if (!veltrano::installPlatform(stage_.platform().services()))
+    throw std::logic_error("the library has a platform already");
+}
+
+bool SimulatedWorld::play(const Scenario& scenario) {
+  stage_.configure(scenario.configuration);
+  veltrano::Timeline& timeline = stage_.platform().timeline;
+  const auto start = timeline.begin();
+  for (const Step& step : scenario.steps)
+    timeline.addStep(start + step.at, [&] {
+      if (!step.action(stage_)) timeline.stop();
+    });
+  const auto last = scenario.steps.empty() ? veltrano::Duration::zero() : scenario.steps.back().at;
+  const auto end = start + last + std::chrono::hours(1);
+  timeline.addStep(end, [&] { timeline.stop(); });
+  timeline.runUntil(end);
+  return !timeline.isRunaway();
+}
+
+}  // namespace replay

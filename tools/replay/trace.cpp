@@ -1,0 +1,147 @@
+#include "tools/replay/trace.h"
+
+#include <openssl/evp.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <algorithm>
+#include <cinttypes>
+#include <map>
+#include <utility>
+
+namespace replay {
+namespace {
+
+using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+
+void writeText(Writer& writer, std::string_view text) {
+  writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+}
+
+void writeMap(Writer& writer, const std::map<std::string, std::string>& map) {
+  writer.StartObject();
+  for (const auto& [key, value] : map) {
+    writeText(writer, key);
+    writeText(writer, value);
+  }
+  writer.EndObject();
+}
+
+// The JSON text in a body, "data=" and Base64 taken away.
+std::string decodedBody(const std::string& body) {
+  const std::string base64 = body.substr(body.find('=') + 1);
+  std::string json(base64.size(), '\0');
+  const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(json.data()),
+                                   reinterpret_cast<const unsigned char*>(base64.data()),
+                                   static_cast<int>(base64.size()));
+  // The padding decodes to zero bytes, which are no part of JSON.
+  json.resize(static_cast<std::size_t>(std::max(size, 0)));
+  json.erase(json.find_last_not_of('\0') + 1);
+  return json;
+}
+
+// Seconds with as many decimals as it takes.
+std::string secondsText(veltrano::Duration time) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%" PRId64 ".%06" PRId64,
+                static_cast<std::int64_t>(time.count() / 1'000'000),
+                static_cast<std::int64_t>(time.count() % 1'000'000));
+  std::string seconds = text;
+  seconds.erase(seconds.find_last_not_of('0') + 1);
+  if (seconds.back() == '.') seconds.pop_back();
+  return seconds;
+}
+
+}  // namespace
+
+Trace::Trace(std::function<veltrano::Duration()> now, Write write, Bodies bodies)
+    : now_(std::move(now)), write_(std::move(write)), bodies_(bodies) {}
+
+template <class WriteMembers>
+void Trace::add(const WriteMembers& writeMembers) {
+  const std::lock_guard lock(mutex_);
+  const std::string at = secondsText(now_());
+  rapidjson::StringBuffer buffer;
+  Writer writer(buffer);
+  writer.StartObject();
+  writer.Key("at");
+  writer.RawValue(at.data(), at.size(), rapidjson::kNumberType);
+  writeMembers(writer);
+  writer.EndObject();
+  buffer.Put('\n');
+  write_({buffer.GetString(), buffer.GetSize()});
+}
+
+void Trace::logged(std::string_view line) {
+  add([&](Writer& writer) {
+    writer.Key("log");
+    writeText(writer, line);
+  });
+}
+
+void Trace::posted(const veltrano::PostRequest& request) {
+  add([&](Writer& writer) {
+    writer.Key("post");
+    writer.StartObject();
+    writer.Key("url");
+    writeText(writer, request.baseURL);
+    writer.Key("method");
+    writer.String(request.httpMethod == veltrano::HTTPMethod::post ? "POST" : "GET");
+    writer.Key("query");
+    writeMap(writer, request.qsParameters);
+    writer.Key("headers");
+    writeMap(writer, request.headerParameters);
+    writer.Key("body");
+    if (bodies_ == Bodies::decoded) {
+      const std::string json = decodedBody(request.httpBody);
+      writer.RawValue(json.data(), json.size(), rapidjson::kObjectType);
+    } else {
+      writeText(writer, request.httpBody);
+    }
+    writer.Key("authenticated");
+    writer.Bool(request.interceptor != nullptr);
+    writer.EndObject();
+  });
+}
+
+void Trace::completed(const std::string& label, bool result) {
+  add([&](Writer& writer) {
+    writer.Key("completion");
+    writeText(writer, label);
+    writer.Key("result");
+    writer.Bool(result);
+  });
+}
+
+void Trace::handled(const std::string& label) {
+  add([&](Writer& writer) {
+    writer.Key("handler");
+    writeText(writer, label);
+  });
+}
+
+void Trace::wroteDefaults(const std::string& key, double value) {
+  add([&](Writer& writer) {
+    writer.Key("defaults");
+    writer.StartObject();
+    writeText(writer, key);
+    writer.Double(value);
+    writer.EndObject();
+  });
+}
+
+void Trace::answered(std::string_view answer) {
+  add([&](Writer& writer) {
+    writer.Key("value");
+    writeText(writer, answer);
+  });
+}
+
+void Trace::answered(bool answer) {
+  add([&](Writer& writer) {
+    writer.Key("value");
+    writer.Bool(answer);
+  });
+}
+
+}  // namespace replay
