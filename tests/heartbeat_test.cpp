@@ -176,14 +176,18 @@ TEST_F(Heartbeat, FailuresAreTrackedAsEvents) {
     bool hasFailed;
   };
   using Kind = SimulatedAnswer::Kind;
-  const Case cases[] = {
-      {{.status = 204}, "Heartbeat response code: 204", false},
-      {{.status = 299, .body = "not JSON"}, "Heartbeat response code: 299", false},
-      {{.status = 200, .body = "[1]"}, "Heartbeat response code: 200", false},
-      {{.status = 300}, "Heartbeat response code: 300", true},
-      {{.status = 500, .body = R"({"back_off_seconds":7})"}, "Heartbeat response code: 500", true},
-      {{.kind = Kind::transportError}, "", true},
-      {{.kind = Kind::notHTTP, .body = R"({"back_off_seconds":7})"}, "", true},
+  const auto answer = [](Kind kind, int status, std::optional<std::string> body = std::nullopt) {
+    return SimulatedAnswer{.kind = kind, .status = status, .body = std::move(body)};
+  };
+  const std::string backOff = R"({"back_off_seconds":7})";
+  const std::vector<Case> cases{
+      {answer(Kind::http, 204), "Heartbeat response code: 204", false},
+      {answer(Kind::http, 299, "not JSON"), "Heartbeat response code: 299", false},
+      {answer(Kind::http, 200, "[1]"), "Heartbeat response code: 200", false},
+      {answer(Kind::http, 300), "Heartbeat response code: 300", true},
+      {answer(Kind::http, 500, backOff), "Heartbeat response code: 500", true},
+      {answer(Kind::transportError, 0), "", true},
+      {answer(Kind::notHTTP, 0, backOff), "", true},
   };
   tracker.setUserId("u");
   simulation.runUntil(0.9);

@@ -2,22 +2,11 @@
 
 #include <sys/utsname.h>
 
-#include <bit>
 #include <utility>
 
+#include "platform/posix/fork.h"
+
 namespace veltrano {
-namespace {
-
-std::uint64_t bits(double side) {
-  return std::bit_cast<std::uint32_t>(static_cast<float>(side));
-}
-
-double side(std::uint64_t bits) {
-  return std::bit_cast<float>(static_cast<std::uint32_t>(bits));
-}
-
-}  // namespace
-
 PosixDevice::PosixDevice(std::optional<std::string> systemName,
                          std::optional<std::string> systemVersion) {
   utsname names = {};
@@ -28,12 +17,15 @@ PosixDevice::PosixDevice(std::optional<std::string> systemName,
 }
 
 void PosixDevice::setMainScreenSize(ScreenSize size) {
-  screenSize_ = bits(size.width) << 32 | bits(size.height);
+  if (isForkedChild()) return;
+  const std::lock_guard lock(mutex_);
+  screenSize_ = size;
 }
 
 ScreenSize PosixDevice::mainScreenSize() const {
-  const std::uint64_t both = screenSize_;
-  return {side(both >> 32), side(both)};
+  if (isForkedChild()) return {};
+  const std::lock_guard lock(mutex_);
+  return screenSize_;
 }
 
 }  // namespace veltrano

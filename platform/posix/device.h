@@ -1,7 +1,7 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -18,7 +18,6 @@ class PosixDevice final : public Device {
   void setMainScreenSize(ScreenSize size);
   void setOrientation(int orientation) { orientation_ = orientation; }
 
-  /// In single precision.
   ScreenSize mainScreenSize() const override;
   std::string systemName() const override { return systemName_; }
   std::string systemVersion() const override { return systemVersion_; }
@@ -29,8 +28,8 @@ class PosixDevice final : public Device {
   std::string systemName_;
   std::string systemVersion_;
   std::string machine_;
-  // Both sides in one word: readers neither wait nor see the sides of two different sizes.
-  std::atomic<std::uint64_t> screenSize_{0};
+  mutable std::mutex mutex_;
+  ScreenSize screenSize_;  // guarded by mutex_; read once in a process, so nobody waits
   std::atomic<int> orientation_{0};
 };
 
