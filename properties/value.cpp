@@ -32,7 +32,11 @@ HostMapEntry::HostMapEntry(std::string_view entryKey, HostValue entryValue)
 
 HostMap::HostMap(std::initializer_list<HostMapEntry> entries) {
   entries_.reserve(entries.size());
-  for (const HostMapEntry& entry : entries) entries_.push_back(std::move(entry));
+  for (const HostMapEntry& entry : entries) {
+    HostMapEntry& added = entries_.emplace_back(std::string_view(), HostValue());
+    added.key = std::move(entry.key);
+    added.value = std::move(entry.value);
+  }
 }
 
 void HostMap::set(std::string_view key, HostValue value) {

@@ -50,6 +50,7 @@ TEST(Replay, NamesTheLineOfAMalformedStep) {
       "{",
       "[]",
       "\"op\"",
+      "",
       R"({"op":"shared"} x)",
       R"({"at":0})",
       R"({"op":5})",
@@ -110,6 +111,7 @@ TEST(Replay, TakesWhatTheFormatAllows) {
       R"("libraryBundle":{"resources":false,"resourceBundle":null,"info":{"$":"plain key"}}})",
       R"({"op":"batch","steps":[{"op":"batch","steps":[{"op":"end"}]},{"op":"shared"}]})",
       R"({"op":"track","name":"E","properties":{"a":{"$":"Double","v":99999999999999999999}}})",
+      R"({"op":"track","name":"E","properties":{"a":{"$":"Float","v":1e-50}}})",
       R"({"op":"network","path":"/heartbeat","nonHTTP":true,"latency":0})",
       "{\"op\":\"shared\"}\r\n  \r\n{\"op\":\"end\",\"at\":0.000001}",
   };

@@ -47,6 +47,9 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
   // Destroyed after the lock is released: what its completion holds is the host's.
   std::shared_ptr<WorkItem> replaced = item;
   const std::lock_guard lock(flushMutex_);
+  // An upload that ends just as the application enters the background must not put a periodic
+  // flush in the place of the final one.
+  if (!isForced && !isRunning_) return;
   flushWorkItem_.swap(replaced);
   replaced->cancel();
   dispatchQueue_.asyncAfter(delay, std::move(item));

@@ -67,6 +67,8 @@ template <class T>
 inline constexpr bool
     isList<T, std::void_t<typename T::value_type, typename T::const_iterator,
                           std::enable_if_t<!std::is_convertible_v<const T&, std::string_view>>>> =
+        std::is_same_v<std::decay_t<decltype(*std::declval<typename T::const_iterator&>())>,
+                       typename T::value_type> &&
         !std::is_same_v<typename T::value_type, DictionaryEntry> &&
         !std::is_same_v<typename T::value_type, HostMapEntry>;
 
@@ -248,11 +250,11 @@ struct DictionaryEntry {
   HostValue value;
 };
 
-/// One entry of a string-keyed map. Ill-formed UTF-8 in the key becomes U+FFFD.
+/// One entry of a string-keyed map. Ill-formed UTF-8 in the key becomes U+FFFD. A braced list's
+/// entries are moved out of it: a list that has a name of its own makes one map only.
 struct VELTRANO_EXPORT HostMapEntry {
   HostMapEntry(std::string_view entryKey, HostValue entryValue);
 
-  // Mutable, so that a braced list's entries can be moved out of it instead of being copied.
   mutable std::string key;
   mutable HostValue value;
 };

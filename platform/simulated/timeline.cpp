@@ -21,11 +21,12 @@ bool Timeline::runUntil(Duration time) {
   for (takeTurns(); !isStopped_ && !entries_.empty(); takeTurns()) {
     const auto& [due, kind, order] = entries_.begin()->first;
     if (due > time) break;
-    if (kind == Kind::step) entriesSinceStep_ = turnsSinceStep_ = 0;
-    if (kind == Kind::step || due > now_) entriesAtInstant_ = 0;
-    if (++entriesSinceStep_ > kEntriesPerStep || ++entriesAtInstant_ > kEntriesPerInstant)
-      isRunaway_ = isStopped_ = true;
+    if (due > now_) entriesAtInstant_ = turnsAtInstant_ = 0;
     now_ = std::max(now_, due);
+    if (kind == Kind::step) restartBudget();
+    ++entriesSinceStep_;
+    ++entriesAtInstant_;
+    if (isOverBudget()) isRunaway_ = isStopped_ = true;
     const Action action = std::move(entries_.begin()->second);
     entries_.erase(entries_.begin());
     action();
@@ -38,13 +39,24 @@ Duration Timeline::begin() {
   std::erase_if(entries_,
                 [](const auto& entry) { return std::get<Kind>(entry.first) == Kind::step; });
   isStopped_ = isRunaway_ = false;
-  entriesSinceStep_ = entriesAtInstant_ = turnsSinceStep_ = 0;
+  restartBudget();
   return now_;
+}
+
+void Timeline::restartBudget() {
+  latestStep_ = now_;
+  entriesSinceStep_ = entriesAtInstant_ = turnsAtInstant_ = 0;
+}
+
+bool Timeline::isOverBudget() const {
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(now_ - latestStep_).count();
+  return entriesAtInstant_ > kEntriesPerInstant ||
+         (entriesSinceStep_ - kEntriesPerStep) / kEntriesPerSecond > seconds;
 }
 
 void Timeline::takeTurns() {
   while (!isStopped_ && turn_())
-    if (++turnsSinceStep_ > kTurnsPerStep) isRunaway_ = isStopped_ = true;
+    if (++turnsAtInstant_ > kTurnsPerInstant) isRunaway_ = isStopped_ = true;
 }
 
 }  // namespace veltrano

@@ -16,11 +16,12 @@ class Timeline {
  public:
   using Action = std::function<void()>;
 
-  /// What may follow one step before the run counts as a runaway: entries in all and at one
-  /// instant, and turns.
-  static constexpr int kEntriesPerStep = 300'000;
+  /// What may follow one step before the run counts as a runaway: entries at one instant, entries
+  /// in all (more of them the more time has passed), and turns at one instant.
   static constexpr int kEntriesPerInstant = 50'000;
-  static constexpr int kTurnsPerStep = 5'000'000;
+  static constexpr int kEntriesPerStep = 200'000;
+  static constexpr int kEntriesPerSecond = 1'000;
+  static constexpr int kTurnsPerInstant = 5'000'000;
 
   /// Time since the start.
   Duration now() const { return now_; }
@@ -53,14 +54,17 @@ class Timeline {
 
   void add(Duration time, Kind kind, Action action);
   void takeTurns();
+  void restartBudget();
+  bool isOverBudget() const;
 
   Duration now_{0};
   std::map<Place, Action> entries_;
   std::function<bool()> turn_ = [] { return false; };
   std::uint64_t added_ = 0;
-  int entriesSinceStep_ = 0;
+  Duration latestStep_{0};
+  std::int64_t entriesSinceStep_ = 0;
   int entriesAtInstant_ = 0;
-  int turnsSinceStep_ = 0;
+  int turnsAtInstant_ = 0;
   bool isStopped_ = false;
   bool isRunaway_ = false;
 };

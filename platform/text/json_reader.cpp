@@ -27,7 +27,6 @@ class MemberNumber : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Memb
 
   bool Default() { return value(std::nullopt); }
   bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
-    // Only the number that is asked for is read: another one may be beyond what a double holds.
     return value(depth_ == 1 && keyMatches_ ? finiteNumber({text, length}) : std::nullopt);
   }
 

@@ -5,7 +5,10 @@
 #include <rapidjson/reader.h>
 
 #include <charconv>
+#include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <type_traits>
 
 namespace replay {
 namespace {
@@ -76,7 +79,8 @@ JsonText::JsonText(std::string_view text) {
                               rapidjson::kParseNumbersAsStringsFlag |
                               rapidjson::kParseValidateEncodingFlag;
   const auto result = reader.Parse<kFlags>(stream, builder);
-  if (!result)
+  // The reader takes a zero byte for the end of the text.
+  if (!result || stream.Tell() != text.size())
     throw ScenarioError("no JSON: " + std::string(rapidjson::GetParseError_En(result.Code())) +
                         " (column " + std::to_string(result.Offset() + 1) + ")");
 }
@@ -95,6 +99,12 @@ template <class Number>
 Number parsedNumber(std::string_view text, std::string_view what) {
   Number number{};
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if constexpr (std::is_floating_point_v<Number>) {
+    // Too small is no error: the nearest number is 0.
+    if (error == std::errc::result_out_of_range &&
+        std::abs(std::strtod(std::string(text).c_str(), nullptr)) < 1)
+      return std::copysign(Number(0), text.front() == '-' ? Number(-1) : Number(1));
+  }
   if (error != std::errc() || end != text.data() + text.size())
     throw ScenarioError(std::string(what) + " is out of range: " + std::string(text));
   return number;

@@ -178,21 +178,6 @@ Action readEnd(const StepFields&) {
   return [](Stage&) { return false; };
 }
 
-Action readAction(const StepFields& fields, World world);
-
-Action readBatch(const StepFields& fields, World world) {
-  std::vector<Action> actions;
-  for (const StepFields& step : fields.objects("steps")) {
-    if (step.has("at")) throw ScenarioError("a step in a batch has no \"at\"");
-    actions.push_back(readAction(step, world));
-  }
-  return [actions = std::move(actions)](Stage& stage) {
-    for (const Action& action : actions)
-      if (!action(stage)) return false;
-    return true;
-  };
-}
-
 Action readAction(const StepFields& fields, World world) {
   static const std::map<std::string, Action (*)(const StepFields&)> readers = {
       {"device", readDevice},
@@ -222,7 +207,6 @@ Action readAction(const StepFields& fields, World world) {
   if (op == "configure") throw ScenarioError("configure can only be the first step");
   if (world == World::live && (op == "network" || op == "clockJump"))
     throw ScenarioError(op + " is not possible live");
-  if (op == "batch") return readBatch(fields, world);
   const auto reader = readers.find(op);
   if (reader == readers.end()) throw ScenarioError("unknown op: " + op);
   return reader->second(fields);
@@ -258,11 +242,24 @@ Configuration readConfiguration(const StepFields& fields, World world) {
   return configuration;
 }
 
-bool isEnd(const StepFields& fields) {
-  const std::string op = fields.string("op");
-  if (op != "batch") return op == "end";
-  const auto steps = fields.objects("steps");
-  return std::any_of(steps.begin(), steps.end(), isEnd);
+// The steps of a batch in their order, those of the batches in it among them; of any other step,
+// that step alone. Depth takes no stack.
+std::vector<StepFields> flattened(const StepFields& step) {
+  std::vector<StepFields> steps;
+  std::vector<StepFields> waiting{step};  // the next one last
+  while (!waiting.empty()) {
+    const StepFields next = waiting.back();
+    waiting.pop_back();
+    if (next.string("op") != "batch") {
+      steps.push_back(next);
+      continue;
+    }
+    const auto inner = next.objects("steps");
+    for (const StepFields& it : inner)
+      if (it.has("at")) throw ScenarioError("a step in a batch has no \"at\"");
+    waiting.insert(waiting.end(), inner.rbegin(), inner.rend());
+  }
+  return steps;
 }
 
 // Adds the step on one line to the scenario.
@@ -278,8 +275,15 @@ void readStep(const std::string& line, World world, bool isFirst, Scenario& scen
     scenario.configuration = readConfiguration(fields, world);
     step.action = always([](Stage&) {});
   } else {
-    step.action = readAction(fields, world);
-    scenario.hasEnd = scenario.hasEnd || isEnd(fields);
+    std::vector<Action> actions;
+    for (const StepFields& it : flattened(fields)) {
+      actions.push_back(readAction(it, world));
+      scenario.hasEnd = scenario.hasEnd || it.string("op") == "end";
+    }
+    step.action = [actions = std::move(actions)](Stage& stage) {
+      return std::all_of(actions.begin(), actions.end(),
+                         [&](const Action& action) { return action(stage); });
+    };
   }
   scenario.steps.push_back(std::move(step));
 }

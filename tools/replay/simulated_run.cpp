@@ -1,5 +1,6 @@
 #include "tools/replay/simulated_run.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "platform/simulated/simulated_platform.h"
@@ -55,7 +56,12 @@ class SimulatedWorld::SimulatedStage final : public Stage {
   void setAnswer(const std::string& path, const veltrano::SimulatedAnswer& answer) override {
     platform_.network.answers[path] = answer;
   }
-  void jumpClock(veltrano::Duration distance) override { platform_.clock.jumped += distance; }
+  void jumpClock(veltrano::Duration distance) override {
+    // Far beyond any calendar, but no further than the arithmetic of clocks goes.
+    constexpr veltrano::Duration kFarthest = std::chrono::seconds(4'000'000'000'000);
+    auto& jumped = platform_.clock.jumped;
+    jumped = std::clamp(jumped + distance, -kFarthest, kFarthest);
+  }
 
   void runWithoutRunLoop(const std::function<void()>& action) override {
     platform_.timers.threadRunsRunLoop = false;

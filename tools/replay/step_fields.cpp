@@ -16,7 +16,7 @@ using Kind = JsonText::Kind;
 
 }  // namespace
 
-StepFields::StepFields(const JsonText& json, const Value& object) : json_(json), object_(object) {
+StepFields::StepFields(const JsonText& json, const Value& object) : json_(&json), object_(&object) {
   if (object.kind != Kind::object) throw ScenarioError("not an object");
 }
 
@@ -68,24 +68,24 @@ veltrano::Duration StepFields::duration(std::string_view key) const {
 veltrano::HostValue StepFields::value(std::string_view key) const {
   const Value* value = find(key);
   if (value == nullptr) fail(key, "is missing");
-  return readValue(json_, *value);
+  return readValue(*json_, *value);
 }
 
 veltrano::HostMap StepFields::map(std::string_view key) const {
-  return readMap(json_, require(key, Kind::object, "an object"));
+  return readMap(*json_, require(key, Kind::object, "an object"));
 }
 
 std::optional<veltrano::HostMap> StepFields::mapOrNull(std::string_view key) const {
   if (isNull(key)) return std::nullopt;
-  return readMap(json_, require(key, Kind::object, "an object or null"));
+  return readMap(*json_, require(key, Kind::object, "an object or null"));
 }
 
 std::optional<std::vector<std::string>> StepFields::stringsOrNull(std::string_view key) const {
   if (isNull(key)) return std::nullopt;
   std::vector<std::string> strings;
   for (const std::size_t item : require(key, Kind::array, "a list of strings or null").items) {
-    if (json_.at(item).kind != Kind::string) fail(key, "must be a list of strings or null");
-    strings.push_back(json_.at(item).text);
+    if (json_->at(item).kind != Kind::string) fail(key, "must be a list of strings or null");
+    strings.push_back(json_->at(item).text);
   }
   return strings;
 }
@@ -95,20 +95,20 @@ std::vector<double> StepFields::numbers(std::string_view key, std::size_t count)
   if (list.items.size() != count) fail(key, "has another number of elements");
   std::vector<double> numbers;
   for (const std::size_t item : list.items) {
-    if (json_.at(item).kind != Kind::number) fail(key, "must be a list of numbers");
-    numbers.push_back(parsedNumber<double>(json_.at(item).text, key));
+    if (json_->at(item).kind != Kind::number) fail(key, "must be a list of numbers");
+    numbers.push_back(parsedNumber<double>(json_->at(item).text, key));
   }
   return numbers;
 }
 
 StepFields StepFields::object(std::string_view key) const {
-  return StepFields(json_, require(key, Kind::object, "an object"));
+  return StepFields(*json_, require(key, Kind::object, "an object"));
 }
 
 std::vector<StepFields> StepFields::objects(std::string_view key) const {
   std::vector<StepFields> objects;
   for (const std::size_t item : require(key, Kind::array, "a list of steps").items)
-    objects.emplace_back(json_, json_.at(item));
+    objects.emplace_back(*json_, json_->at(item));
   return objects;
 }
 

@@ -40,15 +40,15 @@ class StepFields {
   std::vector<StepFields> objects(std::string_view key) const;
 
   /// The keys of this object, in their order.
-  const std::vector<std::string>& keys() const { return object_.keys; }
+  const std::vector<std::string>& keys() const { return object_->keys; }
 
  private:
-  const JsonText::Value* find(std::string_view key) const { return json_.find(object_, key); }
+  const JsonText::Value* find(std::string_view key) const { return json_->find(*object_, key); }
   const JsonText::Value& require(std::string_view key, JsonText::Kind kind,
                                  std::string_view wanted) const;
 
-  const JsonText& json_;
-  const JsonText::Value& object_;
+  const JsonText* json_;
+  const JsonText::Value* object_;
 };
 
 }  // namespace replay

@@ -1,5 +1,6 @@
 #include "tools/replay/value_reader.h"
 
+#include <charconv>
 #include <cstdint>
 #include <limits>
 #include <map>
@@ -166,9 +167,10 @@ class ValueReader {
       throw ScenarioError("a type code is out of range");
     const std::string& text = field(object, "v", Kind::number).text;
     const auto real = parsedNumber<double>(text, "a number");
-    if (isIntegerText(text) && real >= -0x1p63 && real < 0x1p63)
-      return veltrano::NSNumber(static_cast<int>(code),
-                                parsedNumber<std::int64_t>(text, "a number"));
+    std::int64_t integer = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), integer);
+    if (isIntegerText(text) && error == std::errc())
+      return veltrano::NSNumber(static_cast<int>(code), integer);
     return veltrano::NSNumber(static_cast<int>(code), real);
   }
   HostValue readOther(const Value&) { return veltrano::OtherObject{}; }
