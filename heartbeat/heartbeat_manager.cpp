@@ -35,7 +35,7 @@ void HeartbeatManager::initialize(const std::string& uid) {
   const std::lock_guard lock(mutex_);
   if (std::exchange(initialized_, true)) return;
   uid_ = uid;
-  if (!timer_) setTimer(true);
+  if (!timer_) setTimer(fireNowDelay_);
 }
 
 void HeartbeatManager::applicationDidEnterBackground() {
@@ -45,14 +45,11 @@ void HeartbeatManager::applicationDidEnterBackground() {
 
 void HeartbeatManager::applicationDidBecomeActive() {
   const std::lock_guard lock(mutex_);
-  if (!timer_) setTimer(true);
+  if (!timer_) setTimer(fireNowDelay_);
 }
 
-void HeartbeatManager::setTimer(bool shouldFireNow) {
+void HeartbeatManager::setTimer(Duration delay) {
   freeTimerIfNeeded();
-  const Duration delay = shouldFireNow
-                             ? fireNowDelay_
-                             : durationFromSeconds(heartbeatInterval(platform().userDefaults));
   timer_ = platform().timers.schedule(delay, kTimerTolerance, [this] { sendHeartbeat(); });
 }
 
@@ -62,11 +59,14 @@ void HeartbeatManager::freeTimerIfNeeded() {
 }
 
 void HeartbeatManager::sendHeartbeat() {
+  // Taken before the lock: the platform may have to read a file for the interval.
+  const Duration interval = durationFromSeconds(heartbeatInterval(platform().userDefaults));
+  std::string newSessionID = uuidText(platform().randomSource.bytes());
   std::unique_lock lock(mutex_);
   if (platform().application.state() != ApplicationState::active) return freeTimerIfNeeded();
-  setTimer(false);
+  setTimer(interval);
   const WallTime now = platform().wallClock.now();
-  session_.use(now, uuidText(platform().randomSource.bytes()));
+  session_.use(now, std::move(newSessionID));
   const std::string uid = uid_;
   const std::string sessionID = session_.id();
   const double duration = std::chrono::duration<double>(session_.durationAt(now)).count();

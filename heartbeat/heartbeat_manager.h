@@ -36,7 +36,7 @@ class HeartbeatManager {
   void applicationDidEnterBackground();
   void applicationDidBecomeActive();
   void sendHeartbeat();
-  void setTimer(bool shouldFireNow);
+  void setTimer(Duration delay);
   void freeTimerIfNeeded();
 
   const std::unique_ptr<HeartbeatRepository> repository_;

@@ -45,25 +45,51 @@ struct Count {
   std::atomic<int> calls{0}, releases{0};
 };
 
+// The diagnostic messages so far.
+class Log {
+ public:
+  static void sink(void* log, veltrano_text line) {
+    static_cast<Log*>(log)->keep(std::string(line.bytes, line.length));
+  }
+
+  // Waits for a message that starts like this, and answers what follows.
+  std::string waitFor(const std::string& start) {
+    std::unique_lock lock(mutex_);
+    std::string rest;
+    EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds(30), [&] {
+      for (; next_ < messages_.size(); ++next_) {
+        if (messages_[next_].rfind(start, 0) != 0) continue;
+        rest = messages_[next_++].substr(start.size());
+        return true;
+      }
+      return false;
+    })) << start;
+    return rest;
+  }
+
+ private:
+  void keep(const std::string& line) {
+    const std::lock_guard lock(mutex_);
+    messages_.push_back(line.substr(line.find(" | ") + 3));
+    changed_.notify_all();
+  }
+
+  std::mutex mutex_;  // guards everything below
+  std::condition_variable changed_;
+  std::vector<std::string> messages_;
+  std::size_t next_ = 0;  // the first that has not been waited for
+};
+
 class CInterface : public testing::Test {
  protected:
   CInterface() {
     veltrano_options options{};
     options.size = sizeof options;
     options.collection_host = veltrano_c_string("localhost:1");
-    options.log_sink = [](void* test, veltrano_text line) {
-      static_cast<CInterface*>(test)->keep(std::string(line.bytes, line.length));
-    };
-    options.log_sink_context = this;
+    options.log_sink = Log::sink;
+    options.log_sink_context = &log;
     EXPECT_TRUE(veltrano_install_posix_platform(&options, nullptr));
     veltrano_set_logger_enabled(true);
-  }
-  ~CInterface() override { veltrano_set_logger_enabled(false); }
-
-  void keep(const std::string& line) {
-    const std::lock_guard lock(mutex_);
-    messages_.push_back(line.substr(line.find(" | ") + 3));
-    changed_.notify_all();
   }
 
   // How a property reads in the log once it has been converted; "nil" when it was left out.
@@ -72,31 +98,10 @@ class CInterface : public testing::Test {
     EXPECT_TRUE(veltrano_dictionary_set(map, key, value));
     EXPECT_EQ(send("setSuperPropertiesWithProperties:", {map}), VELTRANO_DONE);
     EXPECT_EQ(send("removeSuperPropertyWithKey:", {key}), VELTRANO_DONE);
-    const std::string start = "Removed superProperty: key with value: ";
-    return waitForMessage(start).substr(start.size());
+    return log.waitFor("Removed superProperty: key with value: ");
   }
 
-  // Waits for a message that starts like this, and takes it out.
-  std::string waitForMessage(const std::string& start) {
-    std::unique_lock lock(mutex_);
-    std::string found;
-    const bool isThere = changed_.wait_for(lock, std::chrono::seconds(30), [&] {
-      for (auto message = messages_.begin(); message != messages_.end(); ++message) {
-        if (message->rfind(start, 0) != 0) continue;
-        found = *message;
-        messages_.erase(message);
-        return true;
-      }
-      return false;
-    });
-    EXPECT_TRUE(isThere) << start;
-    return isThere ? found : start;
-  }
-
- private:
-  std::mutex mutex_;  // guards everything below
-  std::condition_variable changed_;
-  std::vector<std::string> messages_;
+  Log& log = *new Log;  // as long-lived as the library's threads
 };
 
 TEST_F(CInterface, ObjectsOfEveryKindBecomeProperties) {
@@ -258,7 +263,7 @@ TEST_F(CInterface, ThreadsShareObjectsAndSendAtOnce) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(count.calls, 8);
-  waitForMessage("Added event and now have 8 events");
+  log.waitFor("Added event and now have 8 events");
 }
 
 TEST(CInterfaceInstallation, SaysWhyItIsRefused) {

@@ -1,5 +1,7 @@
 // A host that treats the library badly, on the POSIX platform, with nobody to take its events.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <future>
@@ -72,6 +74,38 @@ TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
   EXPECT_FALSE(outcome.get_future().get());
   // Every event was recorded once: all but those that still wait have been trimmed.
   EXPECT_EQ(trims, kThreads * kCallsPerThread + 4 - 200);
+}
+
+// Forks while the library's own locks are being taken: by first uses, and by the first heartbeat.
+TEST_F(HostFaults, AForkedChildDoesNothingAndDoesNotHang) {
+  std::atomic<bool> isOver{false};
+  std::jthread user([&] {
+    for (int i = 0; !isOver && i < 200'000; ++i) {
+      auto& tracker = Veltrano::shared();
+      tracker.setUserId("user");
+      tracker.setRefreshTriggersWithHandler({{"trigger"}}, [] {});
+      tracker.track("trigger", {}, [](bool) {});
+    }
+  });
+  for (int i = 0; i < 50; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(20);
+      int calls = 0;
+      auto& tracker = Veltrano::shared();
+      tracker.setUserId("user");
+      tracker.setRefreshTriggersWithHandler({{"E"}}, [&] { ++calls; });
+      tracker.track("E", {{"a", 1}}, [&](bool) { ++calls; });
+      tracker.setSuperProperties({{"a", 1}});
+      tracker.setIdfa();
+      const bool isUnknown = tracker.getScreenOrientation() == "unknown";
+      _exit(isUnknown && calls == 0 ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+  }
+  isOver = true;
 }
 
 }  // namespace

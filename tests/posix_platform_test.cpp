@@ -268,8 +268,12 @@ TEST(UserDefaultsTest, ConcurrentWritersLeaveTheLastValue) {
 TEST(UserDefaultsTest, ADamagedFileIsSetAside) {
   const Directory directory;
   int number = 0;
-  for (const std::string text : {"", "<plist><dict><key>n</k", "bplist00\x01\x02", "no list",
-                                 "<plist><array><real>1</real></array></plist>"}) {
+  std::string deep = "<plist><dict><key>n</key>";
+  for (int i = 0; i < 200'000; ++i) deep += "<array>";
+  for (const std::string& text :
+       {std::string(), std::string("<plist><dict><key>n</k"), std::string("bplist00\x01\x02"),
+        std::string("no list"), std::string("<plist><array><real>1</real></array></plist>"),
+        deep}) {
     const std::string name = std::to_string(number++);
     const auto path = directory.write(name, text);
     PosixUserDefaults defaults(path);
@@ -474,12 +478,16 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
         [&] { installation.platform->mainRunLoop().stop(); });
   }).join();
   EXPECT_EQ(seen.size(), 2u);
+  // A report on the main thread does not overtake them.
+  installation.platform->applicationWillEnterForeground();
+  EXPECT_EQ(seen.size(), 6u);
   installation.platform->mainRunLoop().run();
-  EXPECT_EQ(seen,
-            (std::vector<std::string>{
-                "UIApplicationWillEnterForeground 1 0 0", "UIApplicationDidBecomeActive 0 0 0",
-                "UIApplicationDidChangeStatusBarOrientation 0 3 0",
-                "UIDeviceOrientationDidChange 0 3 4", "UIApplicationDidEnterBackground 2 3 4"}));
+  EXPECT_EQ(
+      seen,
+      (std::vector<std::string>{
+          "UIApplicationWillEnterForeground 1 0 0", "UIApplicationDidBecomeActive 0 0 0",
+          "UIApplicationDidChangeStatusBarOrientation 0 3 0", "UIDeviceOrientationDidChange 0 3 4",
+          "UIApplicationDidEnterBackground 2 3 4", "UIApplicationWillEnterForeground 1 3 4"}));
 }
 
 TEST(PosixPlatformTest, IsRefusedOnceTheLibraryIsInUse) {

@@ -50,7 +50,6 @@ TEST(Replay, NamesTheLineOfAMalformedStep) {
       "{",
       "[]",
       "\"op\"",
-      "",
       R"({"op":"shared"} x)",
       R"({"at":0})",
       R"({"op":5})",

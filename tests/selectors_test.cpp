@@ -50,7 +50,7 @@ class Selectors : public testing::Test {
                       {object("E"), std::move(properties), Object(simulation.completion("E"))}),
               "done");
     simulation.runUntil(simulation.now() + 1);
-    EXPECT_EQ(simulation.completions.back(), std::pair("E", true));
+    EXPECT_EQ(simulation.completions.back(), std::pair(std::string("E"), true));
     return simulation.posts.back().properties();
   }
 
@@ -150,39 +150,19 @@ TEST_F(Selectors, NotificationsAndSelectorsReachTheSameHandlers) {
       {"handleDidChangeStatusBarOrientation", kApplicationDidChangeStatusBarOrientation},
       {"handleDidChangeDeviceOrientation", kDeviceOrientationDidChange},
   };
+  EXPECT_EQ(outcome("shared"), "done: object");
+  // What a handler says first, without the number of events.
+  const auto first = [](const std::vector<std::string>& messages) {
+    return messages.front().substr(0, messages.front().find(" to current"));
+  };
   for (const auto& [selector, notification] : handlers) {
     EXPECT_TRUE(responds(selector));
-    const std::string first = messagesOf(selector).front();
+    const std::string bySelector = first(messagesOf(selector));
     simulation.platform.notificationCenter.post(std::string(notification));
-    EXPECT_EQ(simulation.takeMessages().front(), first);
+    EXPECT_EQ(first(simulation.takeMessages()), bySelector);
   }
-  EXPECT_EQ(messagesOf("setScreenOrientation").front(),
-            "Adding event of Screen Orientation Changed to current 4 events");
-}
-
-TEST_F(Selectors, ObjectsOfEveryKindReachAnEvent) {
-  MutableDictionary properties;
-  const std::pair<Object, const char*> values[] = {
-      {object(std::string("a\0b", 3)), R"("a\u0000b")"},
-      {object(NSNumber(4, std::int64_t{42})), "42"},
-      {object(NSNumber(8, std::int64_t{3})), "3.0"},
-      {object(NSNumber(7, std::int64_t{1})), "true"},
-      {object(UINT64_MAX), "18446744073709551615"},
-      {object(Date::fromSecondsSince1970(1)), R"("1970-01-01T00:00:01.000Z")"},
-      {object(URL("x:y")), R"("x:y")"},
-      {object(NSNull()), "null"},
-      {object(HostValue(Array{1, OtherObject(), Array()})), "[1,[]]"},
-      {object(HostMap{{"k", std::nullopt}}), "{}"},
-      {Object(), "absent"},
-      {object(OtherObject()), "absent"},
-      {Object(Object::Block([] {})), "absent"},
-  };
-  for (const auto& [value, json] : values) properties.set(object(json), value);
-  const auto& event = sent(properties.copy());
-  for (const auto& [value, json] : values) {
-    if (json != std::string_view("absent")) EXPECT_EQ(text(event, json), json);
-  }
-  EXPECT_EQ(text(event, "absent"), "absent");
+  EXPECT_EQ(first(messagesOf("setScreenOrientation")),
+            "Adding event of Screen Orientation Changed");
 }
 
 TEST_F(Selectors, ChangesOfAMutableCollectionShowNowhere) {
@@ -203,7 +183,10 @@ TEST_F(Selectors, ChangesOfAMutableCollectionShowNowhere) {
   EXPECT_EQ(text(event, "twice"), "2");
   EXPECT_EQ(text(event, "late"), "absent");
   map.set(object("late"), Object());  // a key without a value
-  EXPECT_EQ(text(sent(map.copy()), "late"), "absent");
+  map.set(object("block"), Object(Object::Block([] {})));
+  const auto& later = sent(map.copy());
+  EXPECT_EQ(text(later, "late"), "absent");
+  EXPECT_EQ(text(later, "block"), "absent");
 
   Object deep = object(1);
   for (int depth = 0; depth < 300'000; ++depth) {

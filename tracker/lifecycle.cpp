@@ -4,13 +4,25 @@
 
 namespace veltrano {
 
+// In the order of registration.
+constinit const std::array<Tracker::Handler, 5> Tracker::kHandlers = {{
+    {"handleWillEnterForeground", &Tracker::handleWillEnterForeground,
+     kApplicationWillEnterForeground},
+    {"handleDidEnterBackground", &Tracker::handleDidEnterBackground,
+     kApplicationDidEnterBackground},
+    {"handleDidChangeStatusBarOrientation", &Tracker::handleDidChangeStatusBarOrientation,
+     kApplicationDidChangeStatusBarOrientation},
+    {"handleDidChangeDeviceOrientation", &Tracker::handleDidChangeDeviceOrientation,
+     kDeviceOrientationDidChange},
+    {"setScreenOrientation", &Tracker::setScreenOrientation, {}},
+}};
+
 void Tracker::registerForNotifications() {
   NotificationCenter& center = platform().notificationCenter;
-  center.addObserver(kApplicationWillEnterForeground, [this] { handleWillEnterForeground(); });
-  center.addObserver(kApplicationDidEnterBackground, [this] { handleDidEnterBackground(); });
-  center.addObserver(kApplicationDidChangeStatusBarOrientation,
-                     [this] { handleDidChangeStatusBarOrientation(); });
-  center.addObserver(kDeviceOrientationDidChange, [this] { handleDidChangeDeviceOrientation(); });
+  for (const Handler& handler : kHandlers) {
+    if (handler.notification.empty()) continue;
+    center.addObserver(handler.notification, [this, &handler] { (this->*handler.handle)(); });
+  }
 }
 
 void Tracker::handleWillEnterForeground() {

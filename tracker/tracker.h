@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <deque>
 #include <functional>
@@ -7,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/platform.h"
@@ -23,6 +25,15 @@ namespace veltrano {
 class Tracker {
  public:
   using FlushCompletion = Veltrano::FlushCompletion;
+
+  /// A handler that is reached by its selector, and by the notification that calls it if there is
+  /// one.
+  struct Handler {
+    std::string_view selector;
+    void (Tracker::*handle)();
+    std::string_view notification;  // empty: by selector only
+  };
+  static const std::array<Handler, 5> kHandlers;
 
   /// The one instance; lives until the process ends.
   static Tracker& shared();

@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "platform/process.h"
 #include "properties/utf8.h"
 #include "tracker/tracker.h"
 
@@ -15,37 +16,39 @@ std::string entering(std::string_view text) {
   return veltrano::wellFormedUTF8(std::string(text));
 }
 
+// The tracker; null in a forked child.
+Tracker* tracker() {
+  return veltrano::isForkedChild() ? nullptr : &Tracker::shared();
+}
+
 }  // namespace
 
 std::atomic<bool> Veltrano::isLoggerEnabled{false};
 
 Veltrano& Veltrano::shared() {
-  static Veltrano& instance = *new Veltrano;
+  static constinit Veltrano instance;
+  tracker();
   return instance;
 }
 
-Veltrano::Veltrano() {
-  Tracker::shared();
-}
-
 void Veltrano::setUserId(std::string_view id) {
-  Tracker::shared().setUserId(entering(id));
+  if (auto* it = tracker()) it->setUserId(entering(id));
 }
 
 void Veltrano::setAppId(std::string_view id) {
-  Tracker::shared().setAppId(entering(id));
+  if (auto* it = tracker()) it->setAppId(entering(id));
 }
 
 void Veltrano::setIdfa() {
-  Tracker::shared().setIdfa();
+  if (auto* it = tracker()) it->setIdfa();
 }
 
 void Veltrano::setLibVersion(std::string_view version) {
-  Tracker::shared().setLibVersion(entering(version));
+  if (auto* it = tracker()) it->setLibVersion(entering(version));
 }
 
 void Veltrano::setPublisherUid(std::optional<std::string_view> uid) {
-  Tracker::shared().setPublisherUid(uid ? std::optional(entering(*uid)) : std::nullopt);
+  if (auto* it = tracker()) it->setPublisherUid(uid ? std::optional(entering(*uid)) : std::nullopt);
 }
 
 void Veltrano::track(std::string_view eventName, HostMap eventProperties) {
@@ -54,29 +57,31 @@ void Veltrano::track(std::string_view eventName, HostMap eventProperties) {
 
 void Veltrano::track(std::string_view eventName, HostMap eventProperties,
                      FlushCompletion forceFlushCompletion) {
-  Tracker::shared().track(entering(eventName), std::move(eventProperties),
-                          std::move(forceFlushCompletion));
+  if (auto* it = tracker())
+    it->track(entering(eventName), std::move(eventProperties), std::move(forceFlushCompletion));
 }
 
 void Veltrano::setSuperProperties(HostMap properties) {
-  Tracker::shared().setSuperProperties(std::move(properties));
+  if (auto* it = tracker()) it->setSuperProperties(std::move(properties));
 }
 
 void Veltrano::removeSuperProperty(std::string_view key) {
-  Tracker::shared().removeSuperProperty(entering(key));
+  if (auto* it = tracker()) it->removeSuperProperty(entering(key));
 }
 
 void Veltrano::setRefreshTriggersWithHandler(std::optional<std::vector<std::string>> triggers,
                                              std::function<void()> handler) {
   if (triggers)
     for (std::string& name : *triggers) name = veltrano::wellFormedUTF8(std::move(name));
-  Tracker::shared().setRefreshTriggers(triggers, std::move(handler));
+  if (auto* it = tracker()) it->setRefreshTriggers(triggers, std::move(handler));
 }
 
 std::string Veltrano::getScreenOrientation() const {
-  return Tracker::shared().getScreenOrientation();
+  auto* it = tracker();
+  return it != nullptr ? it->getScreenOrientation() : "unknown";
 }
 
 std::string Veltrano::getDeviceOrientation() const {
-  return Tracker::shared().getDeviceOrientation();
+  auto* it = tracker();
+  return it != nullptr ? it->getDeviceOrientation() : "unknown";
 }

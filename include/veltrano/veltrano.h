@@ -87,6 +87,6 @@ class VELTRANO_EXPORT Veltrano {
   Veltrano& operator=(const Veltrano&) = delete;
 
  private:
-  Veltrano();
-  ~Veltrano() = delete;
+  constexpr Veltrano() = default;
+  ~Veltrano() = default;
 };

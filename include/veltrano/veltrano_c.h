@@ -21,7 +21,8 @@
  *
  * Callbacks take the `context` that they were given with. Its `release`, which may be NULL, is
  * called once, on any thread, when the callback will not be called any more, or when no object
- * could be made. A C++ exception that a callback throws ends there.
+ * could be made. A C++ exception that a callback throws ends there. The library's threads run until
+ * the process ends, so what they call has to be there until then.
  */
 #pragma once
 

@@ -23,7 +23,8 @@ bool isName(std::string_view text) {
 
 bool isIPv6Address(std::string_view text) {
   in6_addr address;
-  return inet_pton(AF_INET6, std::string(text).c_str(), &address) == 1;
+  return text.find('\0') == std::string_view::npos &&
+         inet_pton(AF_INET6, std::string(text).c_str(), &address) == 1;
 }
 
 bool isPort(std::string_view text) {

@@ -3,12 +3,11 @@
 // before it takes a lock or counts on a thread.
 #pragma once
 
+#include "platform/process.h"
+
 namespace veltrano {
 
 /// Begins to notice forks. Safe to call from any thread and more than once.
 void watchForks();
-
-/// True in a process that was forked after `watchForks`. Costs one load.
-bool isForkedChild() noexcept;
 
 }  // namespace veltrano

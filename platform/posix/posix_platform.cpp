@@ -1,6 +1,8 @@
 #include "veltrano/posix_platform.h"
 
+#include <deque>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -92,14 +94,33 @@ struct PosixPlatform::Services {
   // Posts `name` on the main thread once `change` has been made there.
   template <class Change>
   void announce(std::string_view name, Change change) {
+    if (isForkedChild()) return;
     auto announcement = [this, name, change] {
       change();
       notificationCenter.post(name);
     };
+    {
+      const std::lock_guard lock(announcementsMutex);
+      announcements.push_back(std::move(announcement));
+    }
     if (mainRunLoop->isOwnThread()) {
-      announcement();
+      makeAnnouncements();
     } else {
-      mainRunLoop->perform(announcement);
+      mainRunLoop->perform([this] { makeAnnouncements(); });
+    }
+  }
+
+  // On the main thread. Those from other threads come first if they were first.
+  void makeAnnouncements() {
+    for (;;) {
+      std::function<void()> next;
+      {
+        const std::lock_guard lock(announcementsMutex);
+        if (announcements.empty()) return;
+        next = std::move(announcements.front());
+        announcements.pop_front();
+      }
+      next();
     }
   }
 
@@ -126,6 +147,9 @@ struct PosixPlatform::Services {
   ZKAuth auth;
   const std::string collectionHost;
   const std::shared_ptr<PosixRunLoop> mainRunLoop = PosixRunLoop::ofThisThread();
+
+  std::mutex announcementsMutex;
+  std::deque<std::function<void()>> announcements;  // guarded by announcementsMutex
 };
 
 PosixPlatform::PosixPlatform(Services& services) : services_(services) {}
@@ -149,8 +173,9 @@ Installation PosixPlatform::install(PosixOptions options) {
     auto services = std::make_unique<Services>(options);
     if (!installPlatform(services->asPlatform()))
       return {nullptr, "The library is in use already; install the platform before its first use."};
-    services->connectivity.startWatching();
-    installed = new PosixPlatform(*services.release());
+    Services& kept = *services.release();  // the library has them now
+    installed = new PosixPlatform(kept);
+    kept.connectivity.startWatching();
     return {installed, {}};
   } catch (const std::exception& exception) {
     return {nullptr, std::string("The platform could not be set up: ") + exception.what() + "."};

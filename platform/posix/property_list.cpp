@@ -4,6 +4,7 @@
 #include <plist/plist.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 #include <vector>
@@ -110,6 +111,26 @@ HostValue valueOf(plist_t node, int depth) {
   }
 }
 
+// How deep containers nest in a property list written as XML, at the most.
+int deepestNesting(std::string_view xml) {
+  int depth = 0;
+  int deepest = 0;
+  for (auto tag = xml.find('<'); tag != std::string_view::npos; tag = xml.find('<', tag + 1)) {
+    const auto rest = xml.substr(tag);
+    const auto isTag = [rest](std::string_view name) { return rest.starts_with(name); };
+    if (isTag("<dict>") || isTag("<array>")) deepest = std::max(deepest, ++depth);
+    if (isTag("</dict>") || isTag("</array>")) --depth;
+  }
+  return deepest;
+}
+
+// Whether the stack suffices for libplist, which walks the containers one inside the other.
+bool isShallow(std::string_view text) {
+  constexpr std::size_t kLongestBinary = 16 * 1024;  // in which there is no room for many
+  if (text.starts_with("bplist")) return text.size() <= kLongestBinary;
+  return deepestNesting(text) <= kDeepest;
+}
+
 }  // namespace
 
 void PropertyList::Free::operator()(void* root) const {
@@ -121,6 +142,7 @@ PropertyList::PropertyList() : root_(plist_new_dict()) {}
 PropertyList::PropertyList(void* root) : root_(root) {}
 
 std::optional<PropertyList> PropertyList::parse(std::string_view text) {
+  if (!isShallow(text)) return std::nullopt;
   const PlainLocale locale;
   plist_t root = nullptr;
   plist_from_memory(text.data(), static_cast<std::uint32_t>(text.size()), &root);

@@ -33,6 +33,26 @@ constexpr std::size_t kMostPosts = 256;  // later ones fail
 
 /// One post on its way to its outcome.
 struct Post {
+  ~Post() {
+    // Lost for want of memory: whoever waits for the outcome must not wait for ever.
+    if (callback && !isForkedChild()) report(TransferResult{{}, {}, CURLE_OUT_OF_MEMORY});
+  }
+
+  /// Calls back, the first time only.
+  void report(TransferResult result) noexcept {
+    const auto call = std::exchange(callback, nullptr);
+    if (!call) return;
+    try {
+      if (const auto status = result.attempt.httpStatusCode) {
+        call(std::move(result.body), URLResponse{status}, std::nullopt);
+      } else {
+        call(std::nullopt, std::nullopt, TransportError{curl_easy_strerror(result.error)});
+      }
+    } catch (...) {
+      // The host's affair.
+    }
+  }
+
   PostRequest request;
   URLSessionCallback callback;
   RetryRules rules;
@@ -126,7 +146,7 @@ void PosixURLSession::Network::run() {
   }
   multi_.store(multi);
   random_.seed(static_cast<unsigned>(Clock::now().time_since_epoch().count()));
-  for (;;) {
+  while (!isForkedChild()) {  // a callback may have forked, and gone on in the child
     try {
       work();
     } catch (...) {
@@ -138,12 +158,13 @@ void PosixURLSession::Network::run() {
 void PosixURLSession::Network::work() {
   takeIncoming();
   pass();
+  if (isForkedChild()) return;
   int running;
   curl_multi_perform(multi_, &running);
   settleFinished();
   const auto wakeUp = startWhatIsDue();
   pass();
-  waitUntil(wakeUp);
+  if (!isForkedChild()) waitUntil(wakeUp);
 }
 
 void PosixURLSession::Network::takeIncoming() {
@@ -153,6 +174,7 @@ void PosixURLSession::Network::takeIncoming() {
     incoming.swap(incoming_);
   }
   for (auto& post : incoming) {
+    if (isForkedChild()) return;
     if (waiting_.size() + running_.size() < kMostPosts) {
       waiting_.push_back(std::move(post));
     } else {
@@ -163,7 +185,9 @@ void PosixURLSession::Network::takeIncoming() {
 
 void PosixURLSession::Network::settleFinished() {
   int left;
-  while (const CURLMsg* const message = curl_multi_info_read(multi_, &left)) {
+  while (!isForkedChild()) {
+    const CURLMsg* const message = curl_multi_info_read(multi_, &left);
+    if (message == nullptr) break;
     if (message->msg != CURLMSG_DONE) continue;
     CURL* const easy = message->easy_handle;
     const CURLcode code = message->data.result;  // the message goes with the next call
@@ -189,7 +213,7 @@ void PosixURLSession::Network::settle(std::unique_ptr<Post> post, TransferResult
 /// Returns when to come back, should no transfer end before.
 Clock::time_point PosixURLSession::Network::startWhatIsDue() {
   auto wakeUp = Clock::time_point::max();
-  for (auto left = waiting_.size(); left > 0; --left) {
+  for (auto left = waiting_.size(); left > 0 && !isForkedChild(); --left) {
     auto post = std::move(waiting_.front());
     waiting_.pop_front();
     const auto now = Clock::now();
@@ -209,9 +233,11 @@ Clock::time_point PosixURLSession::Network::startWhatIsDue() {
 void PosixURLSession::Network::start(std::unique_ptr<Post> post) {
   pass();
   try {
+    URLRequest request = outgoingRequest(post->request);
+    if (isForkedChild()) return;
     post->transfer = std::make_unique<HTTPTransfer>(
-        sockets_, options_, outgoingRequest(post->request), post->request.httpMethod,
-        post->request.httpBody, timeFrom(Clock::now(), post->deadline));
+        sockets_, options_, std::move(request), post->request.httpMethod, post->request.httpBody,
+        timeFrom(Clock::now(), post->deadline));
     CURL* const easy = post->transfer->handle();
     if (easy && curl_multi_add_handle(multi_, easy) == CURLM_OK) {
       running_.emplace(easy, std::move(post));
@@ -225,15 +251,7 @@ void PosixURLSession::Network::start(std::unique_ptr<Post> post) {
 
 void PosixURLSession::Network::finish(std::unique_ptr<Post> post, TransferResult result) {
   pass();
-  try {
-    if (const auto status = result.attempt.httpStatusCode) {
-      post->callback(std::move(result.body), URLResponse{status}, std::nullopt);
-    } else {
-      post->callback(std::nullopt, std::nullopt, TransportError{curl_easy_strerror(result.error)});
-    }
-  } catch (...) {
-    // The host's affair.
-  }
+  post->report(std::move(result));
 }
 
 void PosixURLSession::Network::waitUntil(Clock::time_point wakeUp) {

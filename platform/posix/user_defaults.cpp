@@ -40,7 +40,8 @@ PropertyList& PosixUserDefaults::loadedList() const {
     isFileUsable_ = file.contents.has_value() || !file.exists;
     if (file.contents) {
       list_ = PropertyList::parse(*file.contents);
-      if (!list_) rename(path_.c_str(), (path_ + ".damaged").c_str());
+      // What cannot be set aside is left as it is.
+      if (!list_ && rename(path_.c_str(), (path_ + ".damaged").c_str()) != 0) isFileUsable_ = false;
     }
   }
   if (!list_) list_.emplace();

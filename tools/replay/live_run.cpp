@@ -16,6 +16,7 @@
 #include "platform/posix/bundles.h"
 #include "platform/posix/clock.h"
 #include "platform/posix/device.h"
+#include "platform/posix/due_time.h"
 #include "platform/posix/fork.h"
 #include "platform/posix/notification_center.h"
 #include "platform/posix/random_source.h"
@@ -200,7 +201,7 @@ void runLive(const Scenario& scenario, const LiveOptions& options, Bodies bodies
   auto& loop = veltrano::RunLoop::current();
   for (const Step& step : scenario.steps) {
     if (!goesOn) break;
-    loop.runUntil(stage.start() + step.at);
+    loop.runUntil(veltrano::dueTime(stage.start(), step.at));
     goesOn = step.action(stage);
   }
   if (!temporary.empty()) {

@@ -1,0 +1,85 @@
+// How the objects of the C interface are kept.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "c_interface/handle_check.h"
+#include "platform/objects.h"
+#include "tracker/host_callback.h"
+#include "veltrano/veltrano_c.h"
+
+/// What a handle points to.
+struct veltrano_object {
+  using Content =
+      std::variant<veltrano::Object, veltrano::MutableArray, veltrano::MutableDictionary>;
+
+  explicit veltrano_object(Content what) : content(std::move(what)) { veltrano::noteMade(this); }
+  static void* operator new(std::size_t size) { return ::operator new(size); }
+  static void operator delete(void* memory) { veltrano::freeLater(memory); }
+
+  Content content;
+};
+
+namespace veltrano {
+
+/// What `function` answers, or `otherwise` when it throws.
+template <class Result, class Function>
+Result guarded(Result otherwise, Function function) noexcept {
+  try {
+    return function();
+  } catch (...) {
+    return otherwise;
+  }
+}
+
+/// Nil has no handle.
+inline veltrano_object* makeHandle(Object object) {
+  return object.isNil() ? nullptr : new veltrano_object(std::move(object));
+}
+
+/// The object behind a handle; of a mutable collection, a copy as it is now.
+inline Object objectOf(const veltrano_object* handle) {
+  if (handle == nullptr) return Object();
+  expectLive(handle);
+  if (const auto* array = std::get_if<MutableArray>(&handle->content)) return array->copy();
+  if (const auto* dictionary = std::get_if<MutableDictionary>(&handle->content))
+    return dictionary->copy();
+  return std::get<Object>(handle->content);
+}
+
+inline std::string_view view(veltrano_text text) {
+  return text.bytes != nullptr ? std::string_view(text.bytes, text.length) : std::string_view();
+}
+
+inline std::optional<std::string> optionalText(veltrano_text text) {
+  if (text.bytes == nullptr) return std::nullopt;
+  return std::string(view(text));
+}
+
+/// A C function together with its context, which is released when the last copy is gone, or when
+/// none could be made.
+template <class... Arguments>
+class Callback {
+ public:
+  using Function = void (*)(void* context, Arguments...);
+
+  Callback(Function function, void* context, void (*release)(void*))
+      : function_(function), context_(context, [release](void* released) {
+          if (release != nullptr) callHost(release, released);
+        }) {}
+
+  void operator()(Arguments... arguments) const { function_(context_.get(), arguments...); }
+
+ private:
+  Function function_;
+  std::shared_ptr<void> context_;
+};
+
+}  // namespace veltrano

@@ -1,0 +1,57 @@
+#include <cstddef>
+#include <string_view>
+#include <vector>
+
+#include "c_interface/handles.h"
+#include "tracker/selectors.h"
+#include "veltrano/veltrano.h"
+
+using namespace veltrano;
+
+namespace {
+
+// How a result is passed on to a C caller.
+struct Answer {
+  veltrano_outcome operator()(const Done& done) const {
+    if (returned != nullptr) *returned = makeHandle(done.returned);
+    return VELTRANO_DONE;
+  }
+  veltrano_outcome operator()(NoSuchSelector) const { return VELTRANO_NO_SUCH_SELECTOR; }
+  veltrano_outcome operator()(WrongNumberOfArguments wrong) const {
+    if (detail != nullptr) *detail = wrong.expected;
+    return VELTRANO_WRONG_NUMBER_OF_ARGUMENTS;
+  }
+  veltrano_outcome operator()(WrongTypeOfArgument wrong) const {
+    if (detail != nullptr) *detail = wrong.index;
+    return VELTRANO_WRONG_TYPE_OF_ARGUMENT;
+  }
+
+  veltrano_object** returned;
+  std::size_t* detail;
+};
+
+}  // namespace
+
+veltrano_outcome veltrano_send(const char* selector, const veltrano_object* const* arguments,
+                               size_t count, veltrano_object** returned, size_t* detail) {
+  if (returned != nullptr) *returned = nullptr;
+  if (selector == nullptr) return VELTRANO_NO_SUCH_SELECTOR;
+  return guarded(VELTRANO_OUT_OF_MEMORY, [&] {
+    std::vector<Object> objects(count);
+    for (std::size_t i = 0; i < count && arguments != nullptr; ++i)
+      objects[i] = objectOf(arguments[i]);
+    return std::visit(Answer{returned, detail}, send(selector, objects));
+  });
+}
+
+bool veltrano_responds(const char* selector) {
+  return selector != nullptr && responds(selector);
+}
+
+bool veltrano_is_logger_enabled(void) {
+  return Veltrano::isLoggerEnabled;
+}
+
+void veltrano_set_logger_enabled(bool enabled) {
+  Veltrano::isLoggerEnabled = enabled;
+}

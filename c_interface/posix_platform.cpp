@@ -1,0 +1,189 @@
+#include "veltrano/posix_platform.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+
+#include "c_interface/handles.h"
+
+using namespace veltrano;
+
+namespace {
+
+std::atomic<PosixPlatform*> installed{nullptr};
+
+// Calls `function` with the platform when there is one.
+template <class Function>
+void withPlatform(Function function) {
+  guarded(false, [&] {
+    if (PosixPlatform* platform = installed) function(*platform);
+    return true;
+  });
+}
+
+std::optional<std::string> takeText(veltrano_object* handle) {
+  std::optional<std::string> text;
+  const Object object = objectOf(handle);
+  if (object.text() != nullptr) text = *object.text();
+  veltrano_release(handle);
+  return text;
+}
+
+PosixOptions cppOptions(const veltrano_options& given) {
+  PosixOptions options;
+  options.collectionHost = view(given.collection_host);
+  options.userDefaultsFile = view(given.user_defaults_file);
+  if (given.info_dictionary != nullptr)
+    options.infoDictionary = objectOf(given.info_dictionary).map();
+  options.infoPropertyListFile = view(given.info_property_list_file);
+  options.certificateAuthorities = view(given.certificate_authorities);
+  options.proxyFromEnvironment = given.proxy_from_environment;
+  if (given.session_token != nullptr) {
+    options.sessionToken = [function = given.session_token, context = given.session_token_context] {
+      return takeText(function(context));
+    };
+  }
+  if (given.log_sink != nullptr) {
+    options.logSink = [function = given.log_sink,
+                       context = given.log_sink_context](std::string_view line) {
+      function(context, {line.data(), line.size()});
+    };
+  }
+  options.systemName = optionalText(given.system_name);
+  options.systemVersion = optionalText(given.system_version);
+  options.screenWidth = given.screen_width;
+  options.screenHeight = given.screen_height;
+  options.applicationState = static_cast<PosixOptions::ApplicationState>(given.application_state);
+  options.interfaceOrientation = given.interface_orientation;
+  options.deviceOrientation = given.device_orientation;
+  options.carrierName = optionalText(given.carrier_name);
+  options.trackingAuthorizationStatus = given.tracking_authorization_status;
+  options.advertisingIdentifier = optionalText(given.advertising_identifier);
+  return options;
+}
+
+// Why the platform could not be installed; empty when it was.
+std::string install(const veltrano_options* given) {
+  if (given == nullptr || given->size == 0) return "The options have to state their size.";
+  // A host that was built with an older header has fewer of them.
+  veltrano_options options{};
+  std::memcpy(&options, given, std::min(given->size, sizeof options));
+  PosixOptions converted = cppOptions(options);
+  if (options.info_dictionary != nullptr && !converted.infoDictionary)
+    return "The Info dictionary has to be a dictionary with strings as its keys.";
+  const Installation installation = PosixPlatform::install(std::move(converted));
+  if (installation) installed = installation.platform;
+  return installation.error;
+}
+
+RunLoop* runLoop(veltrano_run_loop* handle) {
+  return reinterpret_cast<RunLoop*>(handle);
+}
+
+veltrano_run_loop* handleOf(RunLoop& loop) {
+  return reinterpret_cast<veltrano_run_loop*>(&loop);
+}
+
+// What `function` answers for the loop; `otherwise` without one.
+template <class Result, class Function>
+Result withLoop(veltrano_run_loop* handle, Result otherwise, Function function) {
+  if (handle == nullptr) return otherwise;
+  return guarded(otherwise, [&]() -> Result { return function(*runLoop(handle)); });
+}
+
+}  // namespace
+
+bool veltrano_install_posix_platform(const veltrano_options* options, veltrano_object** error) {
+  if (error != nullptr) *error = nullptr;
+  return guarded(false, [&] {
+    std::string reason = install(options);
+    const bool succeeded = reason.empty();
+    if (!succeeded && error != nullptr) *error = makeHandle(Object(HostValue(std::move(reason))));
+    return succeeded;
+  });
+}
+
+void veltrano_application_did_become_active(void) {
+  withPlatform([](PosixPlatform& platform) { platform.applicationDidBecomeActive(); });
+}
+
+void veltrano_application_will_resign_active(void) {
+  withPlatform([](PosixPlatform& platform) { platform.applicationWillResignActive(); });
+}
+
+void veltrano_application_did_enter_background(void) {
+  withPlatform([](PosixPlatform& platform) { platform.applicationDidEnterBackground(); });
+}
+
+void veltrano_application_will_enter_foreground(void) {
+  withPlatform([](PosixPlatform& platform) { platform.applicationWillEnterForeground(); });
+}
+
+void veltrano_set_interface_orientation(int orientation) {
+  withPlatform([&](PosixPlatform& platform) { platform.setInterfaceOrientation(orientation); });
+}
+
+void veltrano_set_device_orientation(int orientation) {
+  withPlatform([&](PosixPlatform& platform) { platform.setDeviceOrientation(orientation); });
+}
+
+void veltrano_set_screen_size(double width, double height) {
+  withPlatform([&](PosixPlatform& platform) { platform.setScreenSize(width, height); });
+}
+
+void veltrano_set_carrier_name(veltrano_text name) {
+  withPlatform([&](PosixPlatform& platform) { platform.setCarrierName(optionalText(name)); });
+}
+
+void veltrano_set_tracking_authorization_status(uint64_t status) {
+  withPlatform([&](PosixPlatform& platform) { platform.setTrackingAuthorizationStatus(status); });
+}
+
+void veltrano_set_advertising_identifier(veltrano_text identifier) {
+  withPlatform([&](PosixPlatform& platform) {
+    platform.setAdvertisingIdentifier(optionalText(identifier));
+  });
+}
+
+veltrano_run_loop* veltrano_main_run_loop(void) {
+  PosixPlatform* platform = installed;
+  return platform != nullptr ? handleOf(platform->mainRunLoop()) : nullptr;
+}
+
+veltrano_run_loop* veltrano_current_run_loop(void) {
+  return guarded<veltrano_run_loop*>(nullptr, [] { return handleOf(RunLoop::current()); });
+}
+
+void veltrano_run_loop_run(veltrano_run_loop* loop) {
+  withLoop(loop, false, [](RunLoop& it) { return it.run(), true; });
+}
+
+bool veltrano_run_loop_run_for(veltrano_run_loop* loop, double seconds) {
+  using Clock = std::chrono::steady_clock;
+  constexpr double kMostSeconds = 1e9;  // within what the clock can tell
+  const std::chrono::duration<double> length(seconds > 0 ? std::min(seconds, kMostSeconds) : 0);
+  const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(length);
+  return withLoop(loop, false, [&](RunLoop& it) { return it.runUntil(deadline); });
+}
+
+void veltrano_run_loop_stop(veltrano_run_loop* loop) {
+  withLoop(loop, false, [](RunLoop& it) { return it.stop(), true; });
+}
+
+void veltrano_run_loop_perform(veltrano_run_loop* loop, void (*function)(void*), void* context,
+                               void (*release)(void*)) {
+  guarded(false, [&] {
+    Callback<> callback(function, context, release);
+    if (loop != nullptr && function != nullptr) runLoop(loop)->perform(std::move(callback));
+    return true;
+  });
+}
+
+int veltrano_run_loop_file_descriptor(veltrano_run_loop* loop) {
+  return withLoop(loop, -1, [](RunLoop& it) { return it.fileDescriptor(); });
+}
+
+void veltrano_run_loop_run_due(veltrano_run_loop* loop) {
+  withLoop(loop, false, [](RunLoop& it) { return it.runDue(), true; });
+}

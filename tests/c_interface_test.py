@@ -1,0 +1,255 @@
+"""Loads the shared library as a host in another language does, and drives all of it.
+
+    c_interface_test.py LIBRARY COLLECTOR
+"""
+import ctypes
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import threading
+import traceback
+from ctypes import POINTER, c_bool, c_char_p, c_double, c_int, c_int64, c_size_t, c_uint64, c_void_p
+
+
+class Text(ctypes.Structure):
+    _fields_ = [("bytes", c_char_p), ("length", c_size_t)]
+
+
+Block = ctypes.CFUNCTYPE(None, c_void_p)
+BooleanBlock = ctypes.CFUNCTYPE(None, c_void_p, c_bool)
+SessionToken = ctypes.CFUNCTYPE(c_void_p, c_void_p)
+LogSink = ctypes.CFUNCTYPE(None, c_void_p, Text)
+
+
+class Options(ctypes.Structure):
+    _fields_ = [
+        ("size", c_size_t), ("collection_host", Text), ("user_defaults_file", Text),
+        ("info_dictionary", c_void_p), ("info_property_list_file", Text),
+        ("certificate_authorities", Text), ("proxy_from_environment", c_bool),
+        ("session_token", SessionToken), ("session_token_context", c_void_p),
+        ("log_sink", LogSink), ("log_sink_context", c_void_p), ("system_name", Text),
+        ("system_version", Text), ("screen_width", c_double), ("screen_height", c_double),
+        ("application_state", c_int), ("interface_orientation", c_int),
+        ("device_orientation", c_int), ("carrier_name", Text),
+        ("tracking_authorization_status", c_uint64), ("advertising_identifier", Text)]
+
+
+library = ctypes.CDLL(sys.argv[1])
+
+
+def declare(name, result, *arguments):
+    function = getattr(library, "veltrano_" + name)
+    function.restype, function.argtypes = result, arguments
+    return function
+
+
+release = declare("release", None, c_void_p)
+array_append = declare("array_append", c_bool, c_void_p, c_void_p)
+dictionary_set = declare("dictionary_set", c_bool, c_void_p, c_void_p, c_void_p)
+string_text = declare("string_text", Text, c_void_p)
+send_message = declare("send", c_int, c_char_p, POINTER(c_void_p), c_size_t, POINTER(c_void_p),
+                       POINTER(c_size_t))
+install = declare("install_posix_platform", c_bool, POINTER(Options), POINTER(c_void_p))
+run_for = declare("run_loop_run_for", c_bool, c_void_p, c_double)
+stop = declare("run_loop_stop", None, c_void_p)
+main_loop = declare("main_run_loop", c_void_p)
+make = {name: declare(name, c_void_p, *arguments) for name, arguments in {
+    "string": [Text], "url": [Text], "number": [c_int, c_int64],
+    "number_with_double": [c_int, c_double], "boolean_number": [c_bool], "int": [c_int64],
+    "double": [c_double], "date": [c_double], "uint": [c_uint64], "null": [], "array": [],
+    "dictionary": [], "other_object": [], "block": [Block, c_void_p, c_void_p],
+    "boolean_block": [BooleanBlock, c_void_p, c_void_p]}.items()}
+
+
+def text(string):
+    data = string.encode()
+    return Text(data, len(data))
+
+
+def string_of(given):
+    address = c_void_p.from_buffer(given).value  # the field itself reads up to a NUL only
+    return ctypes.string_at(address, given.length).decode() if address else None
+
+
+def handle(value):
+    """A handle of what a value of this language becomes; (kind, argument...) chooses the kind."""
+    if value is None:
+        return None
+    if isinstance(value, tuple):
+        return make[value[0]](*value[1:])
+    if isinstance(value, (Block, BooleanBlock)):
+        return make["block" if isinstance(value, Block) else "boolean_block"](value, None, None)
+    if isinstance(value, (list, dict)):
+        collection = make["array" if isinstance(value, list) else "dictionary"]()
+        for item in value if isinstance(value, list) else value.items():
+            pair = [handle(part) for part in (item if isinstance(value, dict) else [item])]
+            assert (dictionary_set if isinstance(value, dict) else array_append)(collection, *pair)
+            for part in pair:
+                release(part)
+        return collection
+    kind = {str: "string", bool: "boolean_number", int: "int", float: "double"}[type(value)]
+    return make[kind](text(value) if kind == "string" else value)
+
+
+def send(selector, *values):
+    handles = [handle(value) for value in values]
+    outcome = send_message(selector.encode(), (c_void_p * len(handles))(*handles), len(handles),
+                           None, None)
+    for each in handles:
+        release(each)
+    return outcome
+
+
+def returned_text(selector):
+    returned = c_void_p()
+    assert send_message(selector.encode(), None, 0, ctypes.byref(returned), None) == 0
+    answer = string_of(string_text(returned))
+    release(returned)
+    return answer
+
+
+# What the library calls back lives as long as the library.
+lines, outcomes, refreshes, reports = [], [], [], []
+
+
+@SessionToken
+def session_token(_):
+    return handle("demo-token")
+
+
+@LogSink
+def keep_line(_, line):
+    lines.append(string_of(line))
+
+
+@Block
+def refresh(_):
+    refreshes.append(1)
+
+
+@BooleanBlock
+def finish(_, accepted):
+    outcomes.append(accepted)
+    stop(main_loop())
+
+
+def receive(output):
+    for line in output:
+        reports.append(json.loads(line))
+        stop(main_loop())
+
+
+def next_of(entries):
+    """Runs the main thread's loop until there is an entry, and takes it."""
+    while not entries:
+        assert run_for(main_loop(), 30), lines
+    return entries.pop(0)
+
+
+def check(actual, expected):
+    assert actual == expected, f"{actual!r} is not {expected!r}"
+
+
+def check_entries(properties, expected):
+    for key, value in expected.items():
+        check((key, properties.get(key)), (key, value))
+
+
+def set_up(url, certificate, directory):
+    info = handle({"CFBundleShortVersionString": "2.3", "CFBundleVersion": "45"})
+    options = Options(
+        size=ctypes.sizeof(Options), collection_host=text(url[len("https://"):]),
+        certificate_authorities=text(certificate), info_dictionary=info,
+        user_defaults_file=text(directory + "/defaults.plist"), session_token=session_token,
+        log_sink=keep_line, system_name=text("Other"), system_version=text("9"),
+        screen_width=100, screen_height=200, interface_orientation=3, device_orientation=1,
+        carrier_name=text("Carrier\0One"), tracking_authorization_status=2,
+        advertising_identifier=text("00000000-0000-0000-0000-00000000000a"))
+    error = c_void_p()
+    assert install(ctypes.byref(options), ctypes.byref(error)), string_of(string_text(error))
+    release(info)
+    declare("set_logger_enabled", None, c_bool)(True)
+    assert declare("is_logger_enabled", c_bool)()
+
+
+def send_messages():
+    for selector in ("setAppId:", "setLibVersion:", "setPublisherUid:"):
+        check(send(selector, "x"), 0)
+    check(send("setPublisherUid:", None), 0)
+    check(send("setIdfa"), 0)
+    check(send("setRefreshTriggersWithHandlerWithTriggers:handler:", ["E"], refresh), 0)
+    check(send("setSuperPropertiesWithProperties:", {"kept": 1, "gone": 2}), 0)
+    check(send("removeSuperPropertyWithKey:", "gone"), 0)
+    check(send("removeSuperPropertyWithKey:", ("int", 1)), 3)
+    check(send("setUserId:"), 2)
+    check(send("setUser:", "x"), 1)
+    check(returned_text("getScreenOrientation"), "landscape")
+    check(returned_text("getDeviceOrientation"), "portrait")
+    declare("set_device_orientation", None, c_int)(5)
+    declare("set_interface_orientation", None, c_int)(1)
+    check(send("trackWithEventName:eventProperties:", "First", {}), 0)
+    declare("set_carrier_name", None, Text)(Text())
+    declare("set_tracking_authorization_status", None, c_uint64)(3)
+    declare("set_advertising_identifier", None, Text)(text("none"))
+    declare("set_screen_size", None, c_double, c_double)(1, 1)
+    check(send("trackWithEventName:eventProperties:forceFlushCompletion:", "E", {
+        "text": "a\0å", "url": ("url", text("x:y")), "list": [1, None, [True, ("other_object",)]],
+        "short": ("number", 8, 3), "half": ("number_with_double", 6, 0.5), "null": ("null",),
+        "date": ("date", 1.5), "large": ("uint", 2**64 - 1), "map": {"k": 0.5}, "block": refresh,
+    }, finish), 0)
+    check((next_of(outcomes), refreshes), (True, [1]))
+
+
+def check_events(report):
+    check((report["path"], report["headers"]["publisher_version"]), ("/track", "ios_2.3"))
+    events = {event["event"]: event["properties"] for event in report["body"]}
+    check(list(events), ["Device Orientation Changed", "Screen Orientation Changed", "First", "E"])
+    check_entries(events["First"], {
+        "kept": 1, "app_id": "x", "$carrier": "Carrier\0One", "$os": "Other", "$os_version": "9",
+        "$screen_width": 100, "$screen_height": 200, "$app_build_number": "45",
+        "extra_json": {"att_auth_status": 2}, "screen_orientation": "portrait",
+        "$ios_ifa": "00000000-0000-0000-0000-00000000000A", "device_orientation": "faceUp"})
+    check_entries(events["E"], {
+        "text": "a\0å", "url": "x:y", "list": [1, [True]], "short": 3, "half": 0.5, "null": None,
+        "date": "1970-01-01T00:00:01.500Z", "large": 2**64 - 1, "map": {"k": 0.5},
+        "extra_json": {"att_auth_status": 3}, "$screen_width": 100})
+    assert not {"block", "gone", "pub_uid", "$carrier"} & set(events["E"]), events["E"]
+
+
+def live_and_leave():
+    # Heartbeats need the main thread's run loop and the session's token.
+    check(send("setUserId:", "user-17"), 0)
+    for step in ("will_resign_active", "will_enter_foreground", "did_become_active"):
+        declare("application_" + step, None)()
+    check(next_of(reports)["path"], "/heartbeat")
+    # What waits is sent on the way into the background.
+    check(send("trackWithEventName:eventProperties:", "Last", {}), 0)
+    declare("application_did_enter_background", None)()
+    check(next_of(reports)["body"][0]["event"], "Last")
+    assert any(line.endswith("App entered background!") for line in lines), lines
+
+
+def main():
+    collector = subprocess.Popen([sys.argv[2], "--require-token", "demo-token"], text=True,
+                                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    try:
+        start = dict(line.rstrip().split("=", 1)
+                     for line in iter(collector.stdout.readline, "ready\n"))
+        threading.Thread(target=receive, args=[collector.stdout], daemon=True).start()
+        with tempfile.TemporaryDirectory() as directory:
+            set_up(start["url"], start["certificate"], directory)
+            send_messages()
+            check_events(next_of(reports))
+            live_and_leave()
+    finally:
+        collector.terminate()
+
+
+try:
+    main()
+except BaseException:
+    traceback.print_exc()
+    os._exit(1)
+os._exit(0)  # the library's threads may call back still, which a dying interpreter cannot bear

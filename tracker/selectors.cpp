@@ -1,0 +1,161 @@
+#include "tracker/selectors.h"
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "platform/process.h"
+#include "tracker/tracker.h"
+#include "veltrano/veltrano.h"
+
+namespace veltrano {
+namespace {
+
+// take: makes an argument out of an object; false when the argument is to be something else.
+
+bool take(const Object& object, std::string_view& text) {
+  const std::string* given = object.text();
+  if (given != nullptr) text = *given;
+  return given != nullptr;
+}
+
+bool take(const Object& object, HostMap& map) {
+  auto given = object.map();
+  if (!given) return false;
+  map = *std::move(given);
+  return true;
+}
+
+bool take(const Object& object, std::vector<std::string>& list) {
+  const auto* given = object.member() != nullptr ? object.member()->getIf<Array>() : nullptr;
+  if (given == nullptr) return false;
+  for (const HostValue& element : *given) {
+    const auto* text =
+        element.member() != nullptr ? element.member()->getIf<std::string>() : nullptr;
+    if (text == nullptr) return false;
+    list.push_back(*text);
+  }
+  return true;
+}
+
+template <class Block>
+bool takeBlock(const Object& object, Block& block) {
+  if (const auto* given = object.getIf<Block>()) block = *given;
+  return block || object.isNil();
+}
+
+bool take(const Object& object, Object::Block& block) {
+  return takeBlock(object, block);
+}
+
+bool take(const Object& object, Object::BooleanBlock& block) {
+  return takeBlock(object, block);
+}
+
+template <class T>
+bool take(const Object& object, std::optional<T>& argument) {
+  return object.isNil() || take(object, argument.emplace());
+}
+
+template <class Operation, class Result, class... Parameters, std::size_t... kIndices>
+SendResult call(Result (*)(Parameters...), std::index_sequence<kIndices...>,
+                [[maybe_unused]] std::span<const Object> objects) {
+  std::tuple<Parameters...> arguments;
+  std::size_t taken = 0;
+  const bool fits =
+      ((take(objects[kIndices], std::get<kIndices>(arguments)) && ++taken != 0) && ...);
+  if (!fits) return WrongTypeOfArgument{taken};
+  if constexpr (std::is_void_v<Result>) {
+    std::apply(Operation(), std::move(arguments));
+    return Done{};
+  } else {
+    return Done{Object(HostValue(std::apply(Operation(), std::move(arguments))))};
+  }
+}
+
+template <class Result, class... Parameters>
+constexpr std::size_t parameterCount(Result (*)(Parameters...)) {
+  return sizeof...(Parameters);
+}
+
+struct Entry {
+  // `operation` is a lambda without captures; its parameters say what the selector takes.
+  template <class Operation>
+  consteval Entry(std::string_view name, Operation operation)
+      : selector(name), argumentCount(parameterCount(+operation)) {
+    if (std::count(name.begin(), name.end(), ':') != static_cast<std::ptrdiff_t>(argumentCount))
+      throw "The operation does not take what the selector names.";
+    send = [](std::span<const Object> arguments) {
+      constexpr auto kFunction = +Operation();
+      return call<Operation>(kFunction, std::make_index_sequence<parameterCount(kFunction)>(),
+                             arguments);
+    };
+  }
+
+  std::string_view selector;
+  std::size_t argumentCount;
+  SendResult (*send)(std::span<const Object> arguments) = nullptr;
+};
+
+using Text = std::string_view;
+
+constexpr Entry kEntries[] = {
+    {"shared",
+     [] {
+       Veltrano::shared();
+       return OtherObject();
+     }},
+    {"setUserId:", [](Text id) { Veltrano::shared().setUserId(id); }},
+    {"setAppId:", [](Text id) { Veltrano::shared().setAppId(id); }},
+    {"setIdfa", [] { Veltrano::shared().setIdfa(); }},
+    {"setLibVersion:", [](Text version) { Veltrano::shared().setLibVersion(version); }},
+    {"setPublisherUid:", [](std::optional<Text> uid) { Veltrano::shared().setPublisherUid(uid); }},
+    {"trackWithEventName:eventProperties:",
+     [](Text name, HostMap properties) { Veltrano::shared().track(name, std::move(properties)); }},
+    {"trackWithEventName:eventProperties:forceFlushCompletion:",
+     [](Text name, std::optional<HostMap> properties, Object::BooleanBlock completion) {
+       Veltrano::shared().track(name, std::move(properties).value_or(HostMap()),
+                                std::move(completion));
+     }},
+    {"setSuperPropertiesWithProperties:",
+     [](HostMap properties) { Veltrano::shared().setSuperProperties(std::move(properties)); }},
+    {"removeSuperPropertyWithKey:", [](Text key) { Veltrano::shared().removeSuperProperty(key); }},
+    {"setRefreshTriggersWithHandlerWithTriggers:handler:",
+     [](std::optional<std::vector<std::string>> triggers, Object::Block handler) {
+       Veltrano::shared().setRefreshTriggersWithHandler(std::move(triggers), std::move(handler));
+     }},
+    {"getScreenOrientation", [] { return Veltrano::shared().getScreenOrientation(); }},
+    {"getDeviceOrientation", [] { return Veltrano::shared().getDeviceOrientation(); }},
+};
+
+// The row of `selector` in a table, or null.
+template <class Table>
+auto find(const Table& table, std::string_view selector) -> decltype(std::data(table)) {
+  const auto row = std::find_if(std::begin(table), std::end(table),
+                                [&](const auto& r) { return r.selector == selector; });
+  return row == std::end(table) ? nullptr : &*row;
+}
+
+}  // namespace
+
+bool responds(std::string_view selector) {
+  return find(kEntries, selector) != nullptr || find(Tracker::kHandlers, selector) != nullptr;
+}
+
+SendResult send(std::string_view selector, std::span<const Object> arguments) {
+  const auto* entry = find(kEntries, selector);
+  const auto* handler = entry == nullptr ? find(Tracker::kHandlers, selector) : nullptr;
+  if (entry == nullptr && handler == nullptr) return NoSuchSelector();
+  const std::size_t expected = entry != nullptr ? entry->argumentCount : 0;
+  if (arguments.size() != expected) return WrongNumberOfArguments{expected};
+  if (entry != nullptr) return entry->send(arguments);
+  if (!isForkedChild()) (Tracker::shared().*handler->handle)();
+  return Done();
+}
+
+}  // namespace veltrano
