@@ -193,12 +193,12 @@ bool Array::isValidNestedType() const {
 Dictionary::Dictionary(std::initializer_list<HostMapEntry> entries)
     : Dictionary(HostMap(entries)) {}
 
-Dictionary::Dictionary(HostMap map) {
-  std::vector<DictionaryEntry> entries;
-  entries.reserve(map.size());
-  for (HostMapEntry& entry : ValueAccess::entries(map))
-    entries.push_back({std::move(entry.key), std::move(entry.value)});
-  *this = Dictionary(std::move(entries));
+Dictionary::Dictionary(HostMap entries) {
+  std::vector<DictionaryEntry> contents;
+  contents.reserve(entries.size());
+  for (HostMapEntry& entry : ValueAccess::entries(entries))
+    contents.push_back({std::move(entry.key), std::move(entry.value)});
+  *this = Dictionary(std::move(contents));
 }
 
 Dictionary::Dictionary(std::vector<DictionaryEntry> entries) {

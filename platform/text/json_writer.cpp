@@ -15,7 +15,7 @@ class SplicingWriter : public rapidjson::Writer<rapidjson::StringBuffer> {
  public:
   using Writer::Writer;
 
-  void Members(std::string_view text) {
+  void members(std::string_view text) {
     Prefix(rapidjson::kStringType);
     std::memcpy(os_->Push(text.size()), text.data(), text.size());
     // The prefix counted the key of one member; this is its value. Only whether values have been
@@ -88,7 +88,7 @@ void JSONWriter::null() {
 }
 
 void JSONWriter::members(std::string_view text) {
-  implementation_->writer.Members(text);
+  implementation_->writer.members(text);
 }
 
 std::string_view JSONWriter::text() const {
