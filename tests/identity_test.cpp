@@ -81,38 +81,6 @@ TEST_F(Identity, RemovalsLogWhatTheyRemoved) {
   EXPECT_EQ(text(flush().properties(1), "pub_uid"), "absent");
 }
 
-TEST_F(Identity, OrientationChangesAreEventsThatCarryTheOrientationFromBefore) {
-  const auto turn = [&](int interfaceOrientation, int deviceOrientation) {
-    simulation.platform.device.screenOrientation = interfaceOrientation;
-    simulation.platform.device.deviceOrientation = deviceOrientation;
-    simulation.platform.notificationCenter.post(
-        std::string(kApplicationDidChangeStatusBarOrientation));
-    simulation.platform.notificationCenter.post(std::string(kDeviceOrientationDidChange));
-  };
-  turn(3, 6);
-  EXPECT_EQ(simulation.takeMessages(),
-            (Messages{"App orientation changed!",
-                      "Adding event of Screen Orientation Changed to current 1 events",
-                      "Setting screen orientation to landscape",
-                      "Adding event of Device Orientation Changed to current 1 events",
-                      "Device screen orientation to faceDown"}));
-  turn(3, 7);
-  const auto& post = flush();
-  const std::pair<std::string, std::string> expected[] = {
-      {"\"landscape\"", "absent"},
-      {"\"faceDown\"", "absent"},
-      {"\"landscape\"", "\"landscape\""},
-      {"\"unknown\"", "\"faceDown\""},
-  };
-  for (std::size_t i = 0; i < 4; ++i) {
-    const auto& properties = post.properties(i + 1);
-    EXPECT_EQ(text(properties, "extra"), expected[i].first);
-    EXPECT_EQ(text(properties, i % 2 == 0 ? "screen_orientation" : "device_orientation"),
-              expected[i].second);
-  }
-  EXPECT_EQ(text(post.properties(5), "device_orientation"), "\"unknown\"");
-}
-
 TEST_F(Identity, OrientationsHaveTheirNames) {
   const std::string screens[] = {"unknown", "portrait", "portrait", "landscape", "landscape"};
   const std::string devices[] = {"unknown",       "portrait",       "portraitUpsideDown",
