@@ -9,11 +9,13 @@
 #include <mutex>
 #include <unordered_set>
 
+#include "platform/process.h"
+
 namespace veltrano {
 namespace {
 
 struct Handles {
-  static constexpr std::size_t kMostKept = 0;
+  static constexpr std::size_t kMostKept = 4096;
 
   std::mutex mutex;  // guards everything below
   std::unordered_set<const void*> live;
@@ -32,24 +34,30 @@ Handles& handles() {
 
 }  // namespace
 
+// In a forked child the lock may be held for good, so there nothing is checked or freed.
+
 void noteMade(const void* handle) {
+  if (isForkedChild()) return;
   const std::lock_guard lock(handles().mutex);
   handles().live.insert(handle);
 }
 
 void expectLive(const void* handle) {
+  if (isForkedChild()) return;
   const std::lock_guard lock(handles().mutex);
   if (handles().live.count(handle) == 0)
     fail(handle, "is used, but is none or was released before");
 }
 
 void noteReleased(const void* handle) {
+  if (isForkedChild()) return;
   const std::lock_guard lock(handles().mutex);
   if (handles().live.erase(handle) == 0)
     fail(handle, "is released, but is none or was released before");
 }
 
 void freeLater(void* memory) {
+  if (isForkedChild()) return;
   const std::lock_guard lock(handles().mutex);
   handles().released.push_back(memory);
   if (handles().released.size() <= Handles::kMostKept) return;

@@ -1,0 +1,256 @@
+// A host as an example: a music player that calls every operation of the library, from several
+// threads, against a collector that counts what arrives.
+//
+//     demo_host HOST:PORT CERTIFICATE
+//
+// Its exit status is 0 when exactly the recorded events have arrived, and the heartbeats.
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <exception>
+#include <functional>
+#include <future>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "examples/collector_control.h"
+#include "veltrano/posix_platform.h"
+#include "veltrano/veltrano.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// All waiting together takes no longer than this.
+constexpr std::chrono::seconds kPatience{25};
+
+constexpr int kLandscape = 3;
+
+class Player {
+ public:
+  Player(veltrano::PosixPlatform& platform, CollectorControl collector)
+      : platform_(platform), collector_(std::move(collector)) {}
+
+  void start();
+  void play();
+  bool reportArrivals();
+
+ private:
+  void playSongsOnTwoThreads();
+  void checkOut();
+  void loseAndRegainTheCollector();
+  void turn();
+  void goToTheBackgroundAndReturn();
+
+  void record(const char* event, veltrano::HostMap properties = {});
+  bool recordAndUpload(const char* event, veltrano::HostMap properties = {});
+  void onMainThread(std::function<void()> function);
+  void waitForEverything();
+  void waitForHeartbeats(std::uint64_t count);
+
+  veltrano::PosixPlatform& platform_;
+  CollectorControl collector_;
+  const Clock::time_point deadline_ = Clock::now() + kPatience;
+  std::atomic<std::uint64_t> recorded_{0};
+};
+
+void require(bool condition, const char* complaint) {
+  if (!condition) throw std::runtime_error(complaint);
+}
+
+void say(const std::string& line) {
+  std::cout << "\n" << line << std::endl;
+}
+
+// On the main thread: the one that names the user first is the one that sends the heartbeats.
+void Player::start() {
+  say("The player names itself and the user. A second later comes the first heartbeat.");
+  auto& tracker = Veltrano::shared();
+  tracker.setAppId("player");
+  tracker.setLibVersion("1.0.0");
+  tracker.setUserId("user-17");
+  tracker.setPublisherUid("listener-4");
+
+  platform_.setScreenSize(1280, 800);
+  platform_.setCarrierName("Example Mobile");
+  platform_.setTrackingAuthorizationStatus(3);
+  platform_.setAdvertisingIdentifier("6D92078A-8246-4BA4-AE5B-76104861E7DC");
+  Veltrano::isLoggerEnabled = true;
+  tracker.setIdfa();
+  Veltrano::isLoggerEnabled = false;
+}
+
+void Player::play() {
+  playSongsOnTwoThreads();
+  checkOut();
+  loseAndRegainTheCollector();
+  turn();
+  waitForHeartbeats(1);
+  goToTheBackgroundAndReturn();
+  waitForHeartbeats(2);
+
+  say("The user signs out, and the last events are uploaded.");
+  Veltrano::shared().setPublisherUid(nullptr);
+  require(recordAndUpload("Signed Out"), "The last upload failed.");
+}
+
+void Player::playSongsOnTwoThreads() {
+  say("Two threads record five events each. The tenth makes the library upload them all.");
+  Veltrano::shared().setSuperProperties({{"plan", "free"}, {"experiment", "blue"}});
+  const auto playFive = [this](const char* room) {
+    for (int track = 1; track <= 5; ++track)
+      record("Song Played", {{"room", room}, {"track", track}});
+  };
+  std::thread kitchen(playFive, "kitchen");
+  std::thread garden(playFive, "garden");
+  kitchen.join();
+  garden.join();
+  waitForEverything();
+}
+
+void Player::checkOut() {
+  say("A refresh trigger brings the plan up to date before the event; properties may be nested.");
+  auto& tracker = Veltrano::shared();
+  tracker.removeSuperProperty("experiment");
+  tracker.setRefreshTriggersWithHandler({{"Bought"}}, [] {
+    Veltrano::shared().setSuperProperties({{"plan", "pro"}});
+  });
+  const bool wasDelivered =
+      recordAndUpload("Bought", {{"items", {"ticket", "poster"}},
+                                 {"total", 31.5},
+                                 {"address", {{"city", "Lisbon"}, {"floor", 2}}},
+                                 {"extra_json", {{"coupon", "SPRING"}}}});
+  require(wasDelivered, "The upload failed.");
+  tracker.setRefreshTriggersWithHandler(std::nullopt, nullptr);
+}
+
+void Player::loseAndRegainTheCollector() {
+  say("The collector answers 503 for a while. The events wait, and nothing is lost.");
+  collector_.misbehave("/track", 503);
+  record("Song Played", {{"room", "cellar"}});
+  require(!recordAndUpload("Song Paused"), "The collector accepted what it should have refused.");
+  std::cout << "(an upload failed)" << std::endl;
+  collector_.behave("/track");
+  require(recordAndUpload("Song Resumed"), "The upload failed.");
+}
+
+void Player::turn() {
+  say("The screen and the device turn; the library records both itself.");
+  onMainThread([this] {
+    platform_.setInterfaceOrientation(kLandscape);
+    platform_.setDeviceOrientation(kLandscape);
+  });
+  recorded_ += 2;
+  const auto& tracker = Veltrano::shared();
+  std::cout << "(screen: " << tracker.getScreenOrientation()
+            << ", device: " << tracker.getDeviceOrientation() << ')' << std::endl;
+}
+
+void Player::goToTheBackgroundAndReturn() {
+  say("In the background the library uploads once and then rests.");
+  record("Song Played", {{"room", "attic"}});
+  onMainThread([this] {
+    platform_.applicationWillResignActive();
+    platform_.applicationDidEnterBackground();
+  });
+  waitForEverything();
+  record("Song Ended");
+
+  say("Back again, the next heartbeat comes after a second.");
+  onMainThread([this] {
+    platform_.applicationWillEnterForeground();
+    platform_.applicationDidBecomeActive();
+  });
+}
+
+void Player::record(const char* event, veltrano::HostMap properties) {
+  ++recorded_;
+  Veltrano::shared().track(event, std::move(properties));
+}
+
+// Uploads this event and all that wait, and returns whether they were accepted.
+bool Player::recordAndUpload(const char* event, veltrano::HostMap properties) {
+  ++recorded_;
+  const auto outcome = std::make_shared<std::promise<bool>>();
+  Veltrano::shared().track(event, std::move(properties),
+                           [outcome](bool accepted) { outcome->set_value(accepted); });
+  auto future = outcome->get_future();
+  require(future.wait_until(deadline_) == std::future_status::ready, "The upload has no outcome.");
+  return future.get();
+}
+
+// Waits until the function has run, so that what comes next finds its effect.
+void Player::onMainThread(std::function<void()> function) {
+  const auto done = std::make_shared<std::promise<void>>();
+  platform_.mainRunLoop().perform([done, function = std::move(function)] {
+    function();
+    done->set_value();
+  });
+  require(done->get_future().wait_until(deadline_) == std::future_status::ready,
+          "The main thread is stuck.");
+}
+
+void Player::waitForEverything() {
+  while (collector_.counters().events < recorded_) {
+    require(Clock::now() < deadline_, "Events are missing.");
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+}
+
+void Player::waitForHeartbeats(std::uint64_t count) {
+  while (collector_.counters().heartbeats < count) {
+    require(Clock::now() < deadline_, "A heartbeat is missing.");
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+}
+
+bool Player::reportArrivals() {
+  const auto arrived = collector_.counters();
+  say(std::to_string(recorded_) + " events recorded, " + std::to_string(arrived.events) +
+      " arrived, and " + std::to_string(arrived.heartbeats) + " heartbeats.");
+  return arrived.events == recorded_;
+}
+
+bool run(const std::string& collectionHost, const std::string& certificate) {
+  veltrano::PosixOptions options;
+  options.collectionHost = collectionHost;
+  options.certificateAuthorities = certificate;
+  options.infoDictionary = veltrano::HostMap{{"CFBundleShortVersionString", "2.7"}};
+  options.sessionToken = [] { return "demo-token"; };
+  options.logSink = [](std::string_view line) { std::cout << "log: " << line << std::endl; };
+  const auto installation = veltrano::PosixPlatform::install(std::move(options));
+  require(bool(installation), installation.error.c_str());
+
+  Player player(*installation.platform, CollectorControl(collectionHost, certificate));
+  veltrano::RunLoop& loop = installation.platform->mainRunLoop();
+  player.start();
+  auto playing = std::async(std::launch::async, [&] {
+    struct AtEnd {
+      veltrano::RunLoop& loop;
+      ~AtEnd() { loop.stop(); }
+    } const atEnd{loop};
+    player.play();
+  });
+  loop.run();  // on the main thread, as long as the player plays
+  playing.get();
+  return player.reportArrivals();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::cerr << "usage: demo_host HOST:PORT CERTIFICATE\n";
+    return 2;
+  }
+  try {
+    return run(argv[1], argv[2]) ? EXIT_SUCCESS : EXIT_FAILURE;
+  } catch (const std::exception& error) {
+    std::cerr << "demo_host: " << error.what() << '\n';
+    return EXIT_FAILURE;
+  }
+}
