@@ -63,31 +63,18 @@ TEST(WireCheck, Envelope) {
     std::string wrong;
   } cases[] = {
       {[](auto&) {}, ""},
-      {[](auto& r) {
-         r.parameters = {{"uid", ""}};
-       },
-       ""},
-      {[](auto& r) { r.path = "/tracks"; }, "no such path"},
+      {[](auto& r) { r.parameters.begin()->second = ""; }, ""},
       {[](auto& r) { r.method = "PUT"; }, "not POST"},
-      {[](auto& r) { r.parameters.clear(); }, "the query"},
       {[](auto& r) { r.parameters.emplace("uid", "u"); }, "the query"},
-      {[](auto& r) {
-         r.parameters = {{"uid", "\xC3"}};
-       },
-       "not UTF-8"},
+      {[](auto& r) { r.parameters.begin()->second = "\xC3"; }, "not UTF-8"},
       {[](auto& r) { r.headers.erase("lib_version"); }, "\"lib_version\" is not there"},
       {[](auto& r) { r.headers.emplace("publisher_version", "ios_1"); }, "exactly once"},
       {[](auto& r) { r.headers.find("lib_version")->second = "1.0"; }, "does not start"},
       {[](auto& r) { r.headers.emplace("content-type", "text/plain"); }, "Content-Type"},
       {[](auto& r) { r.headers.emplace("Authorization", "Bearer t"); }, "Authorization"},
-      {[](auto& r) { r.body.erase(0, 1); }, "\"data=\""},
-      {[](auto& r) { r.body = "data="; }, "no Base64"},
-      {[](auto& r) { r.body = "data=W10"; }, "no Base64"},
       {[](auto& r) { r.body = "data=W11="; }, "no strict Base64"},  // bits beyond the last byte
       {[](auto& r) { r.body += '\n'; }, "no strict Base64"},
-      {[](auto& r) { r.body.insert(9, "\n"); }, "Base64"},
       {[](auto& r) { r.body = "data=e-_="; }, "no Base64"},
-      {[](auto& r) { r.body = "data=W10%3D"; }, "Base64"},
   };
   for (const auto& [change, wrong] : cases) {
     WireRequest changed = request("/track", kBatch);
@@ -97,37 +84,27 @@ TEST(WireCheck, Envelope) {
 }
 
 TEST(WireCheck, Batch) {
-  const auto records = [](int count) {
-    std::string batch = "[" + kBatch.substr(1, kBatch.size() - 2);
-    for (int i = 1; i < count; ++i) batch += "," + kBatch.substr(1, kBatch.size() - 2);
-    return batch + "]";
-  };
+  const std::string record = kBatch.substr(1, kBatch.size() - 2);
+  std::string most = record;
+  for (int i = 1; i < 200; ++i) most += "," + record;
   const std::string deep(100'000, '[');
   const struct {
     std::string json;
     std::string wrong;
   } cases[] = {
-      {records(200), ""},
-      {records(201), "201 records"},
+      {"[" + most + "]", ""},
+      {"[" + most + "," + record + "]", "201 records"},
       {"[]", "empty"},
-      {"{}", "not an array"},
       {"[1]", "record 0: not an object"},
-      {replaced(kBatch, "\"event\"", "\"name\""), "exactly"},
       {replaced(kBatch, "\"event\"", "\"more\":1,\"event\""), "exactly"},
-      {replaced(kBatch, "\"Bought\"", "1"), "\"event\" is not a string"},
-      {replaced(kBatch, "\"time\"", "\"Time\""), "\"time\" is missing"},
-      {replaced(kBatch, "\"$wifi\":true", "\"$wifi\":null"), ""},
       {replaced(kBatch, "\"$wifi\":true,", ""), "\"$wifi\" is missing"},
       {replaced(kBatch, kExtra, "\"extra_json\":[]"), "\"extra_json\" is not an object"},
       {replaced(kBatch, "\"plan\"", "\"time\""), "twice"},
-      {replaced(kBatch, "\"pro\"", "\" \\\" \""), ""},
       {replaced(kBatch, "\"pro\"", " \"pro\""), "not compact"},
-      {replaced(kBatch, "\"pro\"", "NaN"), "no JSON"},
       {replaced(kBatch, "\"pro\"", "\"\xC3\""), "no JSON"},
       {replaced(kBatch, "\"pro\"", deep + std::string(deep.size(), ']')), ""},
       {replaced(kBatch, "\"pro\"", deep), "no JSON"},
       {kBatch + std::string(1, '\0'), "zero byte"},
-      {"\xEF\xBB\xBF" + kBatch, "byte order mark"},
   };
   for (const auto& [json, wrong] : cases) expectPart(fault(request("/track", json)), wrong);
 }
@@ -137,15 +114,10 @@ TEST(WireCheck, Heartbeat) {
     std::string from, to, wrong;
   } cases[] = {
       {"17.0", "17.0", ""},
-      {"\"heartbeat\"", "\"beat\"", "the event"},
       {"\"app_id\":\"\",", "", "\"app_id\" is missing"},
       {"\"app_id\"", "\"more\":1,\"app_id\"", "more properties"},
-      {"\"app_id\":\"\"", "\"app_id\":1", "\"app_id\" is not"},
-      {"Apple", "apple", "\"manufacturer\" is not"},
       {"1938AF34", "1938af34", "\"session_id\" is not"},
-      {"1700000000000", "1.5", "\"time\" is not"},
       {"\"duration\":0", "\"duration\":-1", "\"duration\" is not"},
-      {"portrait", "portraitUpsideDown", "\"screen_orientation\" is not"},
       {"faceUp", "faceup", "\"device_orientation\" is not"},
       {"\"u\"", "\"v\"", "the query's uid"},
   };
@@ -158,22 +130,15 @@ TEST(Faults, FollowEachOtherUntilTheyAreUsedUp) {
       parseFaults("[" + faultJSON("path=/track,status=503,count=2,retry_after=3") + "," +
                   faultJSON("path=/track,truncate,accept,count=1,body=a,b=c") + "," +
                   faultJSON("path=/heartbeat,back_off_seconds=90,latency_ms=5") + "]");
-  for (int i = 0; i < 2; ++i) {
-    const Fault status = takeFault(faults, "/track");
-    EXPECT_EQ(status.status, 503);
-    EXPECT_EQ(status.retryAfter, "3");
-    EXPECT_FALSE(status.accept);
-  }
+  EXPECT_EQ(takeFault(faults, "/track").retryAfter, "3");
+  EXPECT_EQ(takeFault(faults, "/track").status, 503);
   const Fault truncated = takeFault(faults, "/track");
   EXPECT_TRUE(truncated.truncate && truncated.accept);
   EXPECT_EQ(truncated.body, "a,b=c");
   EXPECT_FALSE(takeFault(faults, "/track").body);
-  for (int i = 0; i < 2; ++i)
-    EXPECT_EQ(takeFault(faults, "/heartbeat").body, R"({"back_off_seconds":90})");
-
-  for (const char* wrong :
-       {"status=503", "path=/x,drop", "path=/track,status=99", "path=/track,count=0",
-        "path=/track,drop=1", "path=/track,status=", "path=/track,wait=1"})
+  EXPECT_EQ(takeFault(faults, "/heartbeat").body, R"({"back_off_seconds":90})");
+  for (const char* wrong : {"status=503", "path=/x,drop", "path=/track,status=99",
+                            "path=/track,count=0", "path=/track,drop=1", "path=/track,wait=1"})
     EXPECT_THROW(parseFaults(faultJSON(wrong)), std::invalid_argument) << wrong;
 }
 
@@ -189,7 +154,9 @@ class Program {
       if (text.starts_with("certificate=")) certificate_ = text.substr(text.find('=') + 1);
     }
   }
-  ~Program() { end(); }
+  ~Program() {
+    if (output_ != nullptr) end();
+  }
 
   std::string line() {
     std::string text;
@@ -214,12 +181,11 @@ class Program {
     return result ? result->body : to_string(result.error());
   }
 
-  // The exit status; a further signal changes nothing.
-  int end(int signal = SIGTERM) {
-    if (output_ == nullptr) return -1;
-    if (signal != 0) ::kill(process_, signal);
-    return ::pclose(std::exchange(output_, nullptr));
+  int end() {  // a further signal changes nothing
+    ::kill(process_, SIGTERM);
+    return exitStatus();
   }
+  int exitStatus() { return ::pclose(std::exchange(output_, nullptr)); }
 
  private:
   std::unique_ptr<httplib::SSLClient> client() const {
@@ -247,20 +213,14 @@ TEST(CollectorProgram, AcceptsRefusesAndMisbehaves) {
   EXPECT_EQ(accepted["headers"]["lib_version"], "ios_0.0");
   EXPECT_EQ(accepted["body"], rapidjson::Document().Parse(kBatch));
 
-  const auto refused = program.post("/track?uid=u", encoded("[]"));
-  EXPECT_EQ(refused->status, 400);
-  EXPECT_EQ(refused->body, "the batch is empty\n");
+  EXPECT_EQ(program.post("/track?uid=u", encoded("[]"))->status, 400);
   EXPECT_EQ(program.line(), "refused (track): the batch is empty");
   EXPECT_EQ(program.post("/heartbeat?uid=u", encoded(kHeartbeat))->status, 401);
 
   EXPECT_EQ(program.post("/control", R"({"path":"/track","dorp":true})", false)->status, 400);
-  EXPECT_EQ(program
-                .post("/control",
-                      R"([{"path":"/track","drop":true,"count":1},)"
-                      R"({"path":"/track","truncate":true,"accept":true,"count":1}])",
-                      false)
-                ->status,
-            200);
+  const std::string faults = R"([{"path":"/track","drop":true,"count":1},)"
+                             R"({"path":"/track","truncate":true,"accept":true,"count":1}])";
+  EXPECT_EQ(program.post("/control", faults, false)->status, 200);
   EXPECT_EQ(track().error(), httplib::Error::Read);
   EXPECT_EQ(track().error(), httplib::Error::Read);
   EXPECT_EQ(track()->status, 200);
@@ -281,7 +241,7 @@ TEST(CollectorProgram, IsReadableAndEndsAtOnceWhenAsked) {
   EXPECT_EQ(program.line(), "track  uid=u event=\"Bought\" plan=\"pro\"");
   EXPECT_EQ(program.post("/control/shutdown", "", false)->status, 200);
   EXPECT_EQ(heldBack.get(), 200);
-  EXPECT_EQ(program.end(0), 0);
+  EXPECT_EQ(program.exitStatus(), 0);
 }
 
 }  // namespace

@@ -4,19 +4,18 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
 #include "platform/posix/notification_center.h"
 #include "platform/posix/run_loop.h"
-#include "platform/posix/user_defaults.h"
 #include "platform/posix/work_queue.h"
 #include "platform/simulated/simulated_platform.h"
 
 namespace veltrano {
 namespace {
 
-using std::chrono::hours;
 using std::chrono::milliseconds;
 
 // A platform and a way to let time pass in it: `runUntilDone` returns once somebody has called
@@ -31,7 +30,6 @@ struct PosixWorld {
   WorkQueue& makeQueue() { return PosixDispatch().makeSerialQueue("contract"); }
   PosixTimers timers;
   PosixNotificationCenter notificationCenter;
-  PosixUserDefaults defaults{""};
 };
 
 struct SimulatedWorld {
@@ -46,7 +44,6 @@ struct SimulatedWorld {
   WorkQueue& makeQueue() { return platform.dispatch.makeSerialQueue("contract"); }
   SimulatedTimers& timers = platform.timers;
   SimulatedNotificationCenter& notificationCenter = platform.notificationCenter;
-  SimulatedDefaults& defaults = platform.defaults;
 };
 
 template <class World>
@@ -75,26 +72,19 @@ TYPED_TEST(PlatformContract, BlocksRunOneAtATimeInTheOrderOfSubmission) {
   auto& queue = this->world.makeQueue();
   constexpr int kBlocks = 1000;
   std::vector<int> order;
-  bool isRunning = false;
-  int overlaps = 0;
-  const auto run = [&](int number) {
-    overlaps += isRunning ? 1 : 0;
-    isRunning = true;
-    order.push_back(number);
-    // Submitting from a block neither runs the new block here nor lets it pass those that wait.
-    if (number == 0) queue.async([&] { order.push_back(kBlocks); });
-    isRunning = false;
-  };
-  // From a block, so that all of them wait before the first runs.
-  queue.async([&] {
-    for (int i = 0; i < kBlocks; ++i) queue.async([&run, i] { run(i); });
+  queue.async([&] {  // so that all of them wait before the first runs
+    for (int i = 0; i < kBlocks; ++i) queue.async([&, i] { order.push_back(i); });
+    queue.async([&] {
+      // Submitting from a block neither runs the new block here nor lets it pass those that wait.
+      queue.async([&] { order.push_back(kBlocks + 1); });
+      order.push_back(kBlocks);
+    });
     queue.asyncAfter(milliseconds(5), this->lastItem());
   });
   this->world.runUntilDone();
-
-  ASSERT_EQ(order.size(), kBlocks + 1u);
-  for (int i = 0; i <= kBlocks; ++i) EXPECT_EQ(order[i], i);
-  EXPECT_EQ(overlaps, 0);
+  std::vector<int> expected(kBlocks + 2);
+  std::iota(expected.begin(), expected.end(), 0);
+  EXPECT_EQ(order, expected);
 }
 
 TYPED_TEST(PlatformContract, DelayedItemsRunByDueTimeThenInTheOrderOfScheduling) {
@@ -102,20 +92,16 @@ TYPED_TEST(PlatformContract, DelayedItemsRunByDueTimeThenInTheOrderOfScheduling)
   queue.async([&] {
     queue.asyncAfter(milliseconds(60), this->lastItem());
     queue.asyncAfter(milliseconds(40), this->item("40"));
-    for (int i = 0; i < 20; ++i)
-      queue.asyncAfter(milliseconds(20), this->item("20." + std::to_string(i)));
-    queue.asyncAfter(hours(24 * 365 * 250), this->item("never"));
+    for (const char* name : {"a", "b", "c", "d"})
+      queue.asyncAfter(milliseconds(20), this->item(name));
     queue.asyncAfter(Duration::max(), this->item("never"));
     queue.asyncAfter(Duration(0), this->item("now"));
     queue.async(this->note("block"));
     queue.asyncAfter(Duration(-1), this->item("past"));
   });
   this->world.runUntilDone();
-
-  std::vector<std::string> expected{"now", "block", "past"};
-  for (int i = 0; i < 20; ++i) expected.push_back("20." + std::to_string(i));
-  expected.push_back("40");
-  EXPECT_EQ(this->log, expected);
+  EXPECT_EQ(this->log,
+            (typename TestFixture::Log{"now", "block", "past", "a", "b", "c", "d", "40"}));
 }
 
 TYPED_TEST(PlatformContract, CancellingStopsWhatHasNotStarted) {
@@ -161,34 +147,24 @@ TYPED_TEST(PlatformContract, WaitingParksTheQueueUntilTheGroupIsEmpty) {
             (typename TestFixture::Log{"left", "then", "empty group", "block", "delayed"}));
 }
 
-TYPED_TEST(PlatformContract, TimersFireOnceByDueTime) {
+TYPED_TEST(PlatformContract, TimersFireOnceByDueTimeUnlessInvalidated) {
   auto& timers = this->world.timers;
   timers.schedule(milliseconds(60), Duration(0), [&] { this->world.done(); });
   timers.schedule(milliseconds(20), Duration(0), this->note("second"));
-  timers.schedule(milliseconds(10), milliseconds(1), [&] {
+  auto before = timers.schedule(milliseconds(1), Duration(0), this->note("invalidated"));
+  auto meanwhile = timers.schedule(milliseconds(15), Duration(0), this->note("invalidated"));
+  std::shared_ptr<Timer> itself;
+  itself = timers.schedule(milliseconds(10), milliseconds(1), [&] {
+    itself->invalidate();
+    meanwhile->invalidate();
     this->log.push_back("first");
     timers.schedule(milliseconds(15), Duration(0), this->note("from a timer"));
   });
   timers.schedule(Duration::max(), Duration::max(), this->note("never"));
+  before->invalidate();
+  before->invalidate();
   this->world.runUntilDone();
   EXPECT_EQ(this->log, (typename TestFixture::Log{"first", "second", "from a timer"}));
-}
-
-TYPED_TEST(PlatformContract, InvalidatedTimersDoNotFire) {
-  auto& timers = this->world.timers;
-  auto before = timers.schedule(milliseconds(1), Duration(0), this->note("invalidated"));
-  auto meanwhile = timers.schedule(milliseconds(10), Duration(0), this->note("invalidated"));
-  std::shared_ptr<Timer> itself;
-  itself = timers.schedule(milliseconds(5), Duration(0), [&] {
-    itself->invalidate();
-    meanwhile->invalidate();
-    this->log.push_back("fired");
-  });
-  timers.schedule(milliseconds(20), Duration(0), [&] { this->world.done(); });
-  before->invalidate();
-  before->invalidate();
-  this->world.runUntilDone();
-  EXPECT_EQ(this->log, typename TestFixture::Log{"fired"});
 }
 
 TYPED_TEST(PlatformContract, ObserversRunInOrderDuringThePosting) {
@@ -201,21 +177,10 @@ TYPED_TEST(PlatformContract, ObserversRunInOrderDuringThePosting) {
   center.addObserver("a", this->note("second"));
   center.addObserver("b", this->note("other"));
   center.post("a");
-  center.post("nobody's");
   EXPECT_EQ(this->log, (typename TestFixture::Log{"first", "other", "second"}));
-  this->log.clear();
   center.post("a");
-  EXPECT_EQ(this->log, (typename TestFixture::Log{"first", "other", "second", "added"}));
-}
-
-TYPED_TEST(PlatformContract, DefaultsKeepTheLatestValueOfEachKey) {
-  auto& defaults = this->world.defaults;
-  EXPECT_EQ(defaults.doubleForKey("interval"), 0);
-  defaults.setDouble(20.1, "interval");
-  defaults.setDouble(-3, "other");
-  defaults.setDouble(0.1 + 0.2, "interval");
-  EXPECT_EQ(defaults.doubleForKey("interval"), 0.1 + 0.2);
-  EXPECT_EQ(defaults.doubleForKey("other"), -3);
+  EXPECT_EQ(this->log, (typename TestFixture::Log{"first", "other", "second", "first", "other",
+                                                  "second", "added"}));
 }
 
 }  // namespace

@@ -106,8 +106,8 @@ TEST(Replay, NamesTheLineOfAMalformedStep) {
 TEST(Replay, TakesWhatTheFormatAllows) {
   const char* good[] = {
       "",
-      R"({"op":"configure","startTime":1.5e9,"screen":[1,2.5],"info":null,"defaults":{"k":1},)"
-      R"("libraryBundle":{"resources":false,"resourceBundle":null,"info":{"$":"plain key"}}})",
+      R"({"op":"configure","startTime":1.5e9,"screen":[1,2.5],"info":null,"defaults":{"k":1}})",
+      R"({"op":"configure","libraryBundle":{"resourceBundle":null,"info":{"$":"plain key"}}})",
       R"({"op":"batch","steps":[{"op":"batch","steps":[{"op":"end"}]},{"op":"shared"}]})",
       R"({"op":"track","name":"E","properties":{"a":{"$":"Double","v":99999999999999999999}}})",
       R"({"op":"track","name":"E","properties":{"a":{"$":"Float","v":1e-50}}})",

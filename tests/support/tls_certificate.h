@@ -12,7 +12,7 @@ struct TLSCertificate {
   long lifetimeSeconds = 3600;        // from now; negative for one that has expired
 };
 
-/// A server's TLS settings, with `certificate`, whose PEM text goes to `pem`. The caller frees it.
-SSL_CTX* makeServerContext(const TLSCertificate& certificate, std::string& pem);
+/// A server's TLS settings, with `certificate`, which is written to `pemFile`. The caller frees it.
+SSL_CTX* makeServerContext(const TLSCertificate& certificate, const std::string& pemFile);
 
 }  // namespace veltrano

@@ -2,39 +2,14 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
-
 namespace veltrano {
-namespace {
-
-// Threads of the server inherit this, so that a client that goes away does not end the test.
-void blockBrokenPipeSignal() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
-
-std::size_t bodySize(const std::string& head) {
-  constexpr std::string_view kField = "Content-Length: ";
-  const auto at = head.find(kField);
-  return at == head.npos ? 0 : std::strtoul(head.c_str() + at + kField.size(), nullptr, 10);
-}
-
-}  // namespace
 
 TLSServer::TLSServer(Handler handler, const TLSCertificate& certificate)
-    : handler_(std::move(handler)) {
-  std::string pem;
-  context_ = makeServerContext(certificate, pem);
-
-  listener_ = socket(AF_INET, SOCK_STREAM, 0);
+    : handler_(std::move(handler)), listener_(socket(AF_INET, SOCK_STREAM, 0)) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -45,7 +20,7 @@ TLSServer::TLSServer(Handler handler, const TLSCertificate& certificate)
   port_ = ntohs(address.sin_port);
 
   pemFile_ = "/tmp/veltrano_authority_" + std::to_string(getpid()) + "_" + std::to_string(port_);
-  std::ofstream(pemFile_) << pem;
+  context_ = makeServerContext(certificate, pemFile_);
   acceptor_ = std::thread([this] { accept(); });
 }
 
@@ -56,7 +31,6 @@ TLSServer::~TLSServer() {
     shutdown(listener_, SHUT_RDWR);
     for (const int open : sockets_) shutdown(open, SHUT_RDWR);
   }
-  changed_.notify_all();
   acceptor_.join();
   for (auto& connection : connections_) connection.join();
   for (const int open : sockets_) close(open);
@@ -79,22 +53,19 @@ int TLSServer::connections() const {
   return static_cast<int>(connections_.size());
 }
 
-void TLSServer::waitForRequests(std::size_t count) {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [&] { return requests_.size() >= count; });
-}
-
 void TLSServer::waitForConnectionEnds(int count) {
   std::unique_lock lock(mutex_);
   changed_.wait(lock, [&] { return ended_ >= count; });
 }
 
 void TLSServer::accept() {
-  blockBrokenPipeSignal();
+  // The connections' threads inherit this, so that a client that goes away does not end the test.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   for (;;) {
     const int connected = ::accept(listener_, nullptr, nullptr);
-    const int on = 1;
-    setsockopt(connected, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     const std::lock_guard lock(mutex_);
     if (connected == -1 || stopping_) return;
     sockets_.push_back(connected);
@@ -105,26 +76,19 @@ void TLSServer::accept() {
 void TLSServer::serve(int socket) {
   SSL* const tls = SSL_new(context_);
   SSL_set_fd(tls, socket);
-  if (SSL_accept(tls) == 1) {
-    for (;;) {
-      const std::string request = readRequest(tls);
-      if (request.empty()) break;
-      std::unique_lock lock(mutex_);
-      requests_.push_back(request);
-      const int number = static_cast<int>(requests_.size());
-      changed_.notify_all();
-      lock.unlock();
-      const Reply reply = handler_(number, request);
-      if (reply.isHeldBack) {
-        lock.lock();
-        changed_.wait(lock, [&] { return stopping_; });
-        break;
-      }
-      if (!reply.bytes.empty())
-        SSL_write(tls, reply.bytes.data(), static_cast<int>(reply.bytes.size()));
-      if (reply.endsConnection) break;
-    }
-    SSL_shutdown(tls);
+  bool isOpen = SSL_accept(tls) == 1;
+  while (isOpen) {
+    const std::string request = readRequest(tls);
+    if (request.empty()) break;
+    std::unique_lock lock(mutex_);
+    requests_.push_back(request);
+    const int number = static_cast<int>(requests_.size());
+    lock.unlock();
+    const Reply reply = handler_(number);
+    if (!reply.bytes.empty())
+      SSL_write(tls, reply.bytes.data(), static_cast<int>(reply.bytes.size()));
+    isOpen = !reply.endsConnection;
+    if (!isOpen) SSL_shutdown(tls);
   }
   SSL_free(tls);
   shutdown(socket, SHUT_RDWR);
@@ -142,8 +106,9 @@ std::string TLSServer::readRequest(SSL* tls) {
     const int count = SSL_read(tls, bytes, sizeof bytes);
     if (count <= 0) return {};
     text.append(bytes, static_cast<std::size_t>(count));
-    const auto head = text.find("\r\n\r\n");
-    if (head != text.npos) needed = head + 4 + bodySize(text.substr(0, head));
+    const auto body = text.find("\r\n\r\n") + 4;
+    const auto length = text.find("Content-Length: ") + 16;
+    if (body >= 4 && length >= 16) needed = body + std::stoul(text.substr(length, 10));
   }
   return text;
 }

@@ -18,12 +18,11 @@ namespace veltrano {
 class TLSServer {
  public:
   struct Reply {
-    std::string bytes;  // the whole response, head and body
+    std::string bytes;  // the whole response, head and body; when empty, the client waits
     bool endsConnection = false;
-    bool isHeldBack = false;  // until the server is destroyed
   };
   /// `number` counts the server's requests from 1. Called on threads of the server.
-  using Handler = std::function<Reply(int number, const std::string& request)>;
+  using Handler = std::function<Reply(int number)>;
 
   explicit TLSServer(Handler handler, const TLSCertificate& certificate = {});
   ~TLSServer();
@@ -34,13 +33,12 @@ class TLSServer {
 
   std::vector<std::string> requests() const;  // head and body, in order of arrival
   int connections() const;
-  void waitForRequests(std::size_t count);
   void waitForConnectionEnds(int count);
 
  private:
   void accept();
   void serve(int socket);
-  std::string readRequest(SSL* tls);
+  static std::string readRequest(SSL* tls);
 
   const Handler handler_;
   SSL_CTX* context_;
@@ -53,7 +51,7 @@ class TLSServer {
   std::vector<std::string> requests_;  // this and all below guarded by mutex_
   std::vector<int> sockets_;
   std::vector<std::thread> connections_;
-  int ended_ = 0;
+  int ended_ = 0;  // connections
   bool stopping_ = false;
   std::thread acceptor_;
 };
