@@ -88,6 +88,12 @@ class PosixURLSession::Network final : public ExitGate {
   /// From any thread.
   void add(std::unique_ptr<Post> post);
 
+  /// Whether a post has come, so that threads and the process's end count on this object.
+  bool isInUse() {
+    const std::lock_guard lock(mutex_);
+    return opened_;
+  }
+
   const URLSessionOptions& options() const { return options_; }
 
  private:
@@ -263,6 +269,10 @@ void PosixURLSession::Network::waitUntil(Clock::time_point wakeUp) {
 
 PosixURLSession::PosixURLSession(URLSessionOptions options)
     : network_(*new Network(std::move(options))) {}
+
+PosixURLSession::~PosixURLSession() {
+  if (!network_.isInUse()) delete &network_;
+}
 
 void PosixURLSession::postData(PostRequest request, URLSessionCallback callback) {
   watchForks();

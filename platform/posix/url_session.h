@@ -22,13 +22,16 @@ struct URLSessionOptions {
 class PosixURLSession final : public ZKURLSessionManager {
  public:
   explicit PosixURLSession(URLSessionOptions options);
+  ~PosixURLSession() override;
+  PosixURLSession(const PosixURLSession&) = delete;
+  PosixURLSession& operator=(const PosixURLSession&) = delete;
 
   void postData(PostRequest request, URLSessionCallback callback) override;
 
  private:
   class Network;
 
-  Network& network_;  // outlives the session: its thread runs until the process ends
+  Network& network_;  // once in use it outlives the session: its thread runs to the process's end
 };
 
 }  // namespace veltrano
