@@ -73,16 +73,20 @@ TYPED_TEST(PlatformContract, BlocksRunOneAtATimeInTheOrderOfSubmission) {
   constexpr int kBlocks = 1000;
   std::vector<int> order;
   queue.async([&] {  // so that all of them wait before the first runs
-    for (int i = 0; i < kBlocks; ++i) queue.async([&, i] { order.push_back(i); });
-    queue.async([&] {
-      // Submitting from a block neither runs the new block here nor lets it pass those that wait.
-      queue.async([&] { order.push_back(kBlocks + 1); });
-      order.push_back(kBlocks);
-    });
-    queue.asyncAfter(milliseconds(5), this->lastItem());
+    for (int i = 0; i < kBlocks; ++i) {
+      queue.async([&, i] {
+        order.push_back(i);
+        if (i > 0) return;
+        // Submitting from a block neither runs the new one here nor lets it pass those that wait.
+        queue.async([&] {
+          order.push_back(kBlocks);
+          this->world.done();
+        });
+      });
+    }
   });
   this->world.runUntilDone();
-  std::vector<int> expected(kBlocks + 2);
+  std::vector<int> expected(kBlocks + 1);
   std::iota(expected.begin(), expected.end(), 0);
   EXPECT_EQ(order, expected);
 }
@@ -177,7 +181,6 @@ TYPED_TEST(PlatformContract, ObserversRunInOrderDuringThePosting) {
   center.addObserver("a", this->note("second"));
   center.addObserver("b", this->note("other"));
   center.post("a");
-  EXPECT_EQ(this->log, (typename TestFixture::Log{"first", "other", "second"}));
   center.post("a");
   EXPECT_EQ(this->log, (typename TestFixture::Log{"first", "other", "second", "first", "other",
                                                   "second", "added"}));

@@ -138,8 +138,9 @@ void run(const Arguments& arguments) {
     ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
   });
   server.set_keep_alive_max_count(1'000'000);
-  // Also how long an idle connection can delay the end.
-  server.set_keep_alive_timeout(1);
+  // Also how long an idle connection can delay the end. Not a second: just then, the heartbeat of
+  // an application that has become active would cross the closing.
+  server.set_keep_alive_timeout(3);
   server.set_payload_max_length(std::size_t{256} << 20);
 
   const std::string host = "127.0.0.1";
