@@ -1,0 +1,103 @@
+// What the library adds to the start of a program.
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "benchmarks/figures.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Run {
+  double nanoseconds = 0;
+  std::string output;
+};
+
+[[noreturn]] void fail(const std::string& program) {
+  std::fprintf(stderr, "%s could not be run\n", program.c_str());
+  std::exit(1);
+}
+
+// From before the process is made until it has been collected.
+Run runProgram(const std::string& program) {
+  int pipeEnds[2];
+  if (pipe2(pipeEnds, O_CLOEXEC) != 0) fail(program);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], STDOUT_FILENO);
+  std::string name = program;
+  char* arguments[] = {name.data(), nullptr};
+
+  const auto start = Clock::now();
+  pid_t process = 0;
+  if (posix_spawn(&process, program.c_str(), &actions, nullptr, arguments, environ) != 0)
+    fail(program);
+  int status = 0;
+  waitpid(process, &status, 0);
+  Run run{std::chrono::duration<double, std::nano>(Clock::now() - start).count(), {}};
+  if (status != 0) fail(program);
+
+  posix_spawn_file_actions_destroy(&actions);
+  close(pipeEnds[1]);
+  std::array<char, 256> buffer;
+  for (ssize_t size; (size = read(pipeEnds[0], buffer.data(), buffer.size())) > 0;)
+    run.output.append(buffer.data(), static_cast<std::size_t>(size));
+  close(pipeEnds[0]);
+  return run;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const int rounds = argc > 1 ? std::atoi(argv[1]) : 300;
+  const auto directory = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+  const std::string plain = directory / "bench_host_plain";
+  const std::string linked = directory / "bench_host_linked";
+  const std::string withCurl = directory / "bench_host_curl";
+  const std::string touching = directory / "bench_host_touching";
+
+  std::vector<double> plainTimes, linkedTimes, curlTimes, touchingTimes, installTimes, touchTimes;
+  long curlInitialisations = 0;
+  for (int round = -1; round < rounds; ++round) {
+    const Run runs[] = {runProgram(plain), runProgram(linked), runProgram(withCurl),
+                        runProgram(touching)};
+    if (round < 0) continue;  // for warming up
+    plainTimes.push_back(runs[0].nanoseconds);
+    linkedTimes.push_back(runs[1].nanoseconds);
+    curlTimes.push_back(runs[2].nanoseconds);
+    touchingTimes.push_back(runs[3].nanoseconds);
+    char* rest = nullptr;
+    installTimes.push_back(std::strtod(runs[3].output.c_str(), &rest));
+    touchTimes.push_back(std::strtod(rest, &rest));
+    curlInitialisations += std::strtol(rest, nullptr, 10);
+  }
+
+  using bench::median;
+  using bench::timeText;
+  const double plainTime = median(plainTimes);
+  bench::printRatio("start and end of a program that only links the library",
+                    timeText(median(linkedTimes)), timeText(plainTime),
+                    median(linkedTimes) / plainTime);
+  bench::printRatio("the same of one that links libcurl alone", timeText(median(curlTimes)),
+                    timeText(plainTime), median(curlTimes) / plainTime);
+  bench::printRatio("the same of one that installs the POSIX platform and touches `shared`",
+                    timeText(median(touchingTimes)), timeText(plainTime),
+                    median(touchingTimes) / plainTime);
+  bench::print(
+      {"installing the POSIX platform", timeText(median(installTimes)), "", "", "reported"});
+  bench::print({"first touch of `shared` on it", timeText(median(touchTimes)), "", "", "reported"});
+  bench::print({"libcurl initialised before the first upload",
+                curlInitialisations == 0 ? "no" : "yes", "", "",
+                bench::goalText("no", curlInitialisations == 0)});
+  return 0;
+}

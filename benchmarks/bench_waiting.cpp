@@ -1,0 +1,84 @@
+// The memory that waiting events and waiting calls take, with what the allocator adds to it.
+#include <malloc.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+#include "benchmarks/bench_platform.h"
+#include "benchmarks/figures.h"
+#include "benchmarks/scripted_url_session.h"
+#include "veltrano/veltrano.h"
+
+namespace {
+
+using Answer = bench::ScriptedURLSession::Answer;
+
+std::atomic<std::size_t> bytesInUse{0};
+
+constexpr std::size_t kChunkHeader = 8;  // what glibc keeps beside each block
+
+}  // namespace
+
+// Kept out of line, where the compiler does not see malloc and free through them.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  void* const block = std::malloc(size);
+  if (block == nullptr) throw std::bad_alloc();
+  bytesInUse += malloc_usable_size(block) + kChunkHeader;
+  return block;
+}
+
+[[gnu::noinline]] void operator delete(void* block) noexcept {
+  if (block != nullptr) bytesInUse -= malloc_usable_size(block) + kChunkHeader;
+  std::free(block);
+}
+
+void operator delete(void* block, std::size_t) noexcept {
+  operator delete(block);
+}
+
+namespace {
+
+void track(int count) {
+  for (int i = 0; i < count; ++i) {
+    Veltrano::shared().track(
+        "Bought",
+        {{"plan", "pro"}, {"items", 3}, {"price", 9.5}, {"first", true}, {"store", "north"}});
+  }
+}
+
+// Of the upload's JSON, of which the body is the Base64.
+double jsonSize(std::size_t bodySize) {
+  return static_cast<double>(bodySize) / 4 * 3;
+}
+
+}  // namespace
+
+int main() {
+  auto& session = *new bench::ScriptedURLSession(Answer::refuse);
+  bench::installBenchPlatform(session);
+
+  // Between the two readings, 100 more events wait.
+  track(50);
+  bench::drainTracker();
+  const double few = static_cast<double>(bytesInUse.load());
+  const std::size_t smallBody = session.lastBodySize();
+  track(99);
+  bench::drainTracker();
+  const double eventSize = (static_cast<double>(bytesInUse.load()) - few) / 100;
+  const double eventJSON = jsonSize(session.lastBodySize() - smallBody) / 100;
+  bench::printRatio("memory per event that waits in the queue", bench::sizeText(eventSize),
+                    bench::sizeText(eventJSON), eventSize / eventJSON, 2);
+
+  constexpr int kCalls = 100'000;
+  session.setAnswer(Answer::hang);
+  Veltrano::shared().track("Hangs", {}, [](bool) {});
+  session.awaitPost();
+  const double idle = static_cast<double>(bytesInUse.load());
+  track(kCalls);
+  const double callSize = (static_cast<double>(bytesInUse.load()) - idle) / kCalls;
+  bench::printRatio("memory per call that waits while an upload hangs", bench::sizeText(callSize),
+                    bench::sizeText(eventJSON), callSize / eventJSON, 3);
+  std::_Exit(0);
+}

@@ -1,0 +1,38 @@
+// Figures and the rows of the table that they make.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// The value that a `share` of all values is at most: 0.5 for the median. `values` is not empty.
+double percentile(std::vector<double> values, double share);
+
+inline double median(std::vector<double> values) {
+  return percentile(std::move(values), 0.5);
+}
+
+/// With a unit that suits it, and three digits.
+std::string timeText(double nanoseconds);
+std::string sizeText(double bytes);
+
+/// One row of the table, a line of Markdown on the standard output. What is not there stays empty.
+struct Row {
+  std::string what;
+  std::string measured;
+  std::string reference;
+  std::string ratio;
+  std::string goal;
+};
+void print(const Row& row);
+
+/// A row whose goal is that the ratio be no more than `atMost`; without one it is just reported.
+void printRatio(const std::string& what, const std::string& measured, const std::string& reference,
+                double ratio, std::optional<double> atMost = std::nullopt);
+
+/// The text of a goal, and whether it was met.
+std::string goalText(const std::string& goal, bool isMet);
+
+}  // namespace bench

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "properties/property_map.h"
+#include "tracker/event_encoder.h"
+
+namespace bench {
+
+/// One event as the library is given it.
+struct Event {
+  std::string name;
+  veltrano::AutomaticProperties automatic;
+  veltrano::PropertyMap properties;
+};
+
+/// Encodes batches as a program would that uses RapidJSON and OpenSSL straightforwardly. It writes
+/// the same bytes as the library, as long as no event replaces an automatic or super property.
+class RapidJSONReference {
+ public:
+  RapidJSONReference();
+  ~RapidJSONReference();
+
+  /// Both return what stays valid until the next call.
+  std::string_view batch(std::span<const Event> events, const veltrano::PropertyMap& base);
+  std::string_view base64(std::string_view bytes);
+
+ private:
+  struct Buffers;
+  Buffers& buffers_;
+};
+
+}  // namespace bench
