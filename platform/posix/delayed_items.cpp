@@ -26,6 +26,12 @@ DelayedItems::Items DelayedItems::add(Clock::time_point due, std::shared_ptr<Wor
   return cancelled;
 }
 
+DelayedItems::Items DelayedItems::takeCancelledInFront() {
+  Items cancelled;
+  while (!heap_.empty() && heap_.front().item->isCancelled()) cancelled.push_back(takeFirst());
+  return cancelled;
+}
+
 std::optional<DelayedItems::Clock::time_point> DelayedItems::nextDue() const {
   if (heap_.empty()) return std::nullopt;
   return heap_.front().due;
@@ -33,12 +39,15 @@ std::optional<DelayedItems::Clock::time_point> DelayedItems::nextDue() const {
 
 DelayedItems::Items DelayedItems::takeDue(Clock::time_point now) {
   Items due;
-  while (!heap_.empty() && heap_.front().due <= now) {
-    std::pop_heap(heap_.begin(), heap_.end(), isLater);
-    due.push_back(std::move(heap_.back().item));
-    heap_.pop_back();
-  }
+  while (!heap_.empty() && heap_.front().due <= now) due.push_back(takeFirst());
   return due;
+}
+
+std::shared_ptr<WorkItem> DelayedItems::takeFirst() {
+  std::pop_heap(heap_.begin(), heap_.end(), isLater);
+  auto item = std::move(heap_.back().item);
+  heap_.pop_back();
+  return item;
 }
 
 }  // namespace veltrano

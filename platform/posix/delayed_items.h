@@ -22,6 +22,9 @@ class DelayedItems {
   /// collection has doubled, so that they cannot pile up.
   [[nodiscard]] Items add(Clock::time_point due, std::shared_ptr<WorkItem> item);
 
+  /// Takes the cancelled items that are first in turn: they are nothing to wake up for.
+  [[nodiscard]] Items takeCancelledInFront();
+
   /// When the first item is due, cancelled or not.
   std::optional<Clock::time_point> nextDue() const;
 
@@ -37,6 +40,7 @@ class DelayedItems {
     std::shared_ptr<WorkItem> item;
   };
   static bool isLater(const Entry& a, const Entry& b);
+  std::shared_ptr<WorkItem> takeFirst();
 
   std::vector<Entry> heap_;  // the first to be due is in front
   std::uint64_t nextOrder_ = 0;

@@ -89,6 +89,7 @@ void PosixWorkQueue::work() {
     } else if (Clock::now() - idleSince < kNapsEndAfter) {
       nap();
     } else {
+      forgetCancelled();
       sleep();
     }
   }
@@ -96,15 +97,18 @@ void PosixWorkQueue::work() {
 
 // Delayed items join the queue behind everything that was submitted before they were due. So the
 // clock is read first: what is submitted before that instant is all taken.
+//
+// True when something had been submitted: then there may soon be more, which is worth naps. Delayed
+// items say nothing of the kind.
 bool PosixWorkQueue::runWhatIsReady() {
   const auto now = Clock::now();
-  bool ran = false;
+  bool hadSubmissions = false;
   for (Block* next = takeSubmitted(); next != nullptr && !isForkedChild();) {
     const std::unique_ptr<Block> block(std::exchange(next, next->next));
     runGuarded([&] { block->run(); });
-    ran = true;
+    hadSubmissions = true;
   }
-  if (isForkedChild()) return ran;
+  if (isForkedChild()) return hadSubmissions;
 
   DelayedItems::Items due;
   {
@@ -113,11 +117,10 @@ bool PosixWorkQueue::runWhatIsReady() {
   }
   for (auto& item : due) {
     if (isForkedChild()) break;
-    ran = ran || !item->isCancelled();
     runGuarded([&] { item->run(); });
     item.reset();
   }
-  return ran;
+  return hadSubmissions;
 }
 
 // Everything submitted so far, oldest first.
@@ -139,6 +142,12 @@ void PosixWorkQueue::nap() {
     end = std::min(end, delayed_.nextDue().value_or(end));
   }
   std::this_thread::sleep_until(end);
+}
+
+void PosixWorkQueue::forgetCancelled() {
+  DelayedItems::Items cancelled;  // destroyed after the lock is released
+  const std::lock_guard lock(mutex_);
+  cancelled = delayed_.takeCancelledInFront();
 }
 
 void PosixWorkQueue::sleep() {

@@ -15,8 +15,8 @@ namespace veltrano {
 /// are destroyed there; what they throw is dropped. Never destroy a queue that has been used.
 ///
 /// Submission pushes onto a lock-free stack, which the thread takes whole and turns around. Waking
-/// a thread costs its waker microseconds, so an idle thread first naps for some milliseconds, in
-/// naps too short to matter to anybody, and needs no waking meanwhile.
+/// a thread costs its waker microseconds, so after submissions the thread first naps for some
+/// milliseconds, in naps too short to matter to anybody, and needs no waking meanwhile.
 class PosixWorkQueue final : public WorkQueue {
  public:
   explicit PosixWorkQueue(std::string_view label);
@@ -36,6 +36,7 @@ class PosixWorkQueue final : public WorkQueue {
   bool runWhatIsReady();
   Block* takeSubmitted();
   void nap();
+  void forgetCancelled();
   void sleep();
 
   const std::string label_;
