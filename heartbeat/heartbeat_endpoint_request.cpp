@@ -73,7 +73,8 @@ HeartbeatEndpointRequest::HeartbeatEndpointRequest(std::string uid, const std::s
 
 void HeartbeatEndpointRequest::send(std::function<void(bool)> completion) const {
   log("Sending to the Heartbeat Endpoint");
-  PostRequest request = makeEndpointPost("/heartbeat", uid_, *superProperties_, body_);
+  const std::string_view json[] = {body_};
+  PostRequest request = makeEndpointPost("/heartbeat", uid_, *superProperties_, json);
   request.interceptor = std::make_shared<ZKAuthInterceptor>([](const URLRequest&) { return true; },
                                                             platform().sessionTokenProvider,
                                                             platform().userSessionManager);

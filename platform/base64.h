@@ -1,11 +1,13 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 
 namespace veltrano {
 
-/// Appends the Base64 form of `bytes`: the standard alphabet, "=" padding, no line breaks.
-void appendBase64(std::string& text, std::string_view bytes);
+/// Appends the Base64 form of `pieces`, one after the other as if they were one text: the standard
+/// alphabet, "=" padding, no line breaks.
+void appendBase64(std::string& text, std::span<const std::string_view> pieces);
 
 }  // namespace veltrano

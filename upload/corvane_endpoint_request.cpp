@@ -1,6 +1,8 @@
 #include "upload/corvane_endpoint_request.h"
 
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "platform/platform.h"
 #include "tracker/log.h"
@@ -9,21 +11,17 @@
 namespace veltrano {
 namespace {
 
-// None when one of the events cannot be encoded.
-std::optional<std::string> batchJSON(const std::deque<EventRecord>& events) {
-  std::size_t size = 2;
+// The batch as a JSON array, in pieces. None when one of the events cannot be encoded.
+std::optional<std::vector<std::string_view>> batchJSON(const std::deque<EventRecord>& events) {
+  std::vector<std::string_view> pieces;
+  pieces.reserve(2 * events.size() + 1);
   for (const EventRecord& event : events) {
     if (!event.json) return std::nullopt;
-    size += event.json->size() + 1;
+    pieces.emplace_back(pieces.empty() ? "[" : ",");
+    pieces.emplace_back(*event.json);
   }
-  std::string json;
-  json.reserve(size);
-  for (const EventRecord& event : events) {
-    json += json.empty() ? '[' : ',';
-    json += *event.json;
-  }
-  json += ']';
-  return json;
+  pieces.emplace_back("]");
+  return pieces;
 }
 
 bool isDelivered(const std::optional<URLResponse>& response) {

@@ -7,7 +7,8 @@
 namespace veltrano {
 
 PostRequest makeEndpointPost(std::string_view path, std::string_view uid,
-                             const PropertyMap& superProperties, std::string_view json) {
+                             const PropertyMap& superProperties,
+                             std::span<const std::string_view> json) {
   PostRequest request;
   request.baseURL = "https://" + platform().collectionHost + std::string(path);
   request.headerParameters = {
