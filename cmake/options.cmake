@@ -21,6 +21,9 @@ if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYP
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
 endif()
 
+# So that the shared libraries leave out what they have no use for.
+add_compile_options(-ffunction-sections -fdata-sections)
+
 if(VELTRANO_DEVELOPER)
   add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Werror)
 endif()

@@ -13,6 +13,7 @@ function(veltrano_shared_library target exports)
   # Its threads never end, so its code must stay.
   target_link_options(${target} PRIVATE
     LINKER:-z,nodelete
+    LINKER:--gc-sections
     LINKER:--version-script=${CMAKE_CURRENT_SOURCE_DIR}/${exports}
   )
   if(NOT VELTRANO_SANITIZER)  # whose run-time library only the program has
