@@ -74,16 +74,20 @@ std::optional<SupportedParameterType> ParameterConversion::convert(HostValue val
 
 std::optional<PropertyMap> ParameterConversion::convert(HostMap dictionary) {
   if (dictionary.empty()) return std::nullopt;
-  auto& given = ValueAccess::entries(dictionary);
-  std::stable_sort(given.begin(), given.end(),
-                   [](const HostMapEntry& l, const HostMapEntry& r) { return l.key < r.key; });
+  std::vector<HostMapEntry*> given;
+  given.reserve(dictionary.size());
+  for (HostMapEntry& entry : ValueAccess::entries(dictionary)) given.push_back(&entry);
+  std::sort(given.begin(), given.end(), [](const HostMapEntry* l, const HostMapEntry* r) {
+    const int byKey = l->key.compare(r->key);
+    return byKey != 0 ? byKey < 0 : l < r;
+  });
   std::vector<PropertyMap::Entry> entries;
   entries.reserve(given.size());
   for (std::size_t i = 0; i < given.size(); ++i) {
     // Of equal keys the last one counts, also when its value is then left out.
-    if (i + 1 < given.size() && given[i].key == given[i + 1].key) continue;
-    if (auto converted = convertValue(std::move(given[i].value), 0))
-      entries.emplace_back(std::move(given[i].key), *std::move(converted));
+    if (i + 1 < given.size() && given[i]->key == given[i + 1]->key) continue;
+    if (auto converted = convertValue(std::move(given[i]->value), 0))
+      entries.emplace_back(std::move(given[i]->key), *std::move(converted));
   }
   return PropertyMap(std::move(entries));
 }

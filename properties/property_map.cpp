@@ -21,6 +21,8 @@ bool isAt(const std::vector<PropertyMap::Entry>& entries,
 }  // namespace
 
 PropertyMap::PropertyMap(std::vector<Entry> entries) : entries_(std::move(entries)) {
+  const auto isBehind = [](const Entry& l, const Entry& r) { return l.first >= r.first; };
+  if (std::adjacent_find(entries_.begin(), entries_.end(), isBehind) == entries_.end()) return;
   std::stable_sort(entries_.begin(), entries_.end(), ByKey());
   // Backwards, so that the last of equal keys is the one kept.
   const auto firstKept =

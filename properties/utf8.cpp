@@ -1,8 +1,6 @@
 #include "properties/utf8.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <cstring>
 
 namespace veltrano {
 namespace {
@@ -37,20 +35,6 @@ Sequence firstSequence(std::string_view text) {
 }
 
 }  // namespace
-
-bool isASCII(std::string_view text) {
-  // Eight bytes at a time: every piece of text that a host hands in passes through here.
-  constexpr std::uint64_t kHighBits = 0x8080808080808080;
-  std::uint64_t seen = 0;
-  std::size_t i = 0;
-  for (; i + 8 <= text.size(); i += 8) {
-    std::uint64_t word;
-    std::memcpy(&word, text.data() + i, 8);
-    seen |= word;
-  }
-  for (; i < text.size(); ++i) seen |= static_cast<unsigned char>(text[i]);
-  return (seen & kHighBits) == 0;
-}
 
 std::string wellFormedUTF8(std::string text) {
   if (isASCII(text)) return text;

@@ -178,6 +178,18 @@ TEST(Values, MembersHaveTheirJSONForm) {
   EXPECT_EQ(json(Date::fromSecondsSince1970(HUGE_VAL)).size(), 27U);
 }
 
+TEST(Values, WhatIsSpecialInTextIsFoundWhereverItStands) {
+  for (std::size_t length = 1; length <= 20; ++length) {
+    for (std::size_t place = 0; place < length; ++place) {
+      const std::string before(place, ' '), after(length - place - 1, '~');
+      EXPECT_EQ(json(before + '"' + after), '"' + before + "\\\"" + after + '"');
+      EXPECT_EQ(json(before + '\\' + after), '"' + before + "\\\\" + after + '"');
+      EXPECT_EQ(json(before + '\x1F' + after), '"' + before + "\\u001F" + after + '"');
+      EXPECT_EQ(HostMapEntry(before + '\x80' + after, 1).key, before + "\xEF\xBF\xBD" + after);
+    }
+  }
+}
+
 TEST(Values, IllFormedTextIsReplacedWhereItEnters) {
   const std::pair<std::string, std::string> cases[] = {
       {"plain", "plain"},

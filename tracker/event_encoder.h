@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bitset>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -42,18 +43,25 @@ class EventEncoder {
     bool canBeEncoded;
   };
 
-  bool isInBase(std::string_view key) const;
-  void writeAutomatic(const AutomaticProperties& automatic, const PropertyMap& eventProperties);
-  [[nodiscard]] bool writeBase(const PropertyMap& eventProperties);
+  // Few events replace a property that they would have by themselves. `replacing` is the event's
+  // properties if they do, and else empty.
+  bool replacesAny(const PropertyMap& eventProperties) const;
+  void writeAutomatic(const AutomaticProperties& automatic, const PropertyMap& replacing);
+  [[nodiscard]] bool writeBase(const PropertyMap& replacing);
   [[nodiscard]] bool writeEventProperties(const PropertyMap& eventProperties);
   [[nodiscard]] bool writeExtra(std::uint64_t trackingAuthorizationStatus,
-                                const PropertyMap& eventProperties);
+                                const PropertyMap& replacing);
 
   JSONWriter writer_;
   std::vector<BaseMember> base_;  // sorted by key; without "extra_json"
-  std::string baseJSON_;          // all members of the base, for events that replace none
+  bool baseHasTime_ = false;
+  bool baseHasWiFi_ = false;
+  bool baseHasCarrier_ = false;
+  std::string baseJSON_;  // all members of the base, for events that replace none
   bool baseCanBeEncoded_ = true;
-  PropertyMap baseExtra_;  // what the super properties add to "extra_json"
+  std::vector<std::string> ownKeys_;  // all that an event has by itself, sorted
+  std::bitset<256> ownFingerprints_;  // spares most comparisons with these
+  PropertyMap baseExtra_;             // what the super properties add to "extra_json"
 };
 
 }  // namespace veltrano

@@ -1,19 +1,46 @@
 #include "platform/json_writer.h"
 
+#include "platform/eight_bytes.h"
 #include "platform/text/rapidjson_settings.h"
 // After the settings.
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 namespace veltrano {
 namespace {
 
+// Whether one of eight bytes has to be escaped in JSON. Each test finds the bytes with a property
+// by a borrow from their high bit.
+bool hasToBeEscaped(std::uint64_t eightBytes) {
+  constexpr std::uint64_t kOnes = 0x0101010101010101;
+  constexpr std::uint64_t kHighBits = kOnes * 0x80;
+  const auto below = [&](std::uint64_t bytes, std::uint64_t limit) {
+    return (bytes - kOnes * limit) & ~bytes & kHighBits;
+  };
+  return (below(eightBytes, ' ') | below(eightBytes ^ (kOnes * '"'), 1) |
+          below(eightBytes ^ (kOnes * '\\'), 1)) != 0;
+}
+
 class SplicingWriter : public rapidjson::Writer<rapidjson::StringBuffer> {
  public:
   using Writer::Writer;
+
+  // As `String`, which looks at each byte and copies it by itself.
+  void string(std::string_view text) {
+    if (anyEightBytes(text, [](auto bytes) { return hasToBeEscaped(bytes); })) {
+      String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+      return;
+    }
+    Prefix(rapidjson::kStringType);
+    char* const quoted = os_->Push(text.size() + 2);
+    quoted[0] = '"';
+    std::memcpy(quoted + 1, text.data(), text.size());
+    quoted[text.size() + 1] = '"';
+  }
 
   void members(std::string_view text) {
     Prefix(rapidjson::kStringType);
@@ -61,7 +88,7 @@ void JSONWriter::key(std::string_view text) {
 }
 
 void JSONWriter::string(std::string_view text) {
-  implementation_->writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+  implementation_->writer.string(text);
 }
 
 void JSONWriter::integer(std::int64_t number) {

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace veltrano {
+
+/// Looks at text eight bytes at a time: whether `test` is true of any of the words that `text` is
+/// made of. Every byte is in one of them, and nothing else; some are twice in a word or in two.
+template <class Test>
+bool anyEightBytes(std::string_view text, Test test) {
+  const char* const begin = text.data();
+  const char* const end = begin + text.size();
+  const auto load = [](auto word, const char* from) {
+    std::memcpy(&word, from, sizeof word);
+    return std::uint64_t{word};
+  };
+  if (text.size() >= 8) {
+    for (const char* bytes = begin; end - bytes > 8; bytes += 8)
+      if (test(load(std::uint64_t{}, bytes))) return true;
+    return test(load(std::uint64_t{}, end - 8));
+  }
+  if (text.size() >= 4)
+    return test(load(std::uint32_t{}, begin) | load(std::uint32_t{}, end - 4) << 32);
+  if (text.empty()) return false;
+  const auto byte = [](char c) { return std::uint64_t{static_cast<unsigned char>(c)}; };
+  return test(byte(*begin) * 0x0101010101010000 | byte(begin[text.size() / 2]) << 8 |
+              byte(end[-1]));
+}
+
+}  // namespace veltrano
