@@ -130,10 +130,10 @@ int compare(const HostValue& left, const HostValue& right) {
 std::shared_ptr<const void> ValueAccess::takeContents(HostValue& value) {
   SupportedParameterType* member = ValueAccess::member(value);
   if (member == nullptr) return nullptr;
-  if (auto* array = std::get_if<Array>(&member->value_)) return std::move(array->storage_);
-  if (auto* dictionary = std::get_if<Dictionary>(&member->value_))
-    return std::move(dictionary->storage_);
-  return nullptr;
+  auto* container = std::get_if<SupportedParameterType::Container>(&member->value_);
+  if (container == nullptr) return nullptr;
+  if (auto* array = std::get_if<Array>(container)) return std::move(array->storage_);
+  return std::move(std::get_if<Dictionary>(container)->storage_);
 }
 
 ArrayStorage::~ArrayStorage() {

@@ -3,9 +3,24 @@
 #include "properties/utf8.h"
 
 namespace veltrano {
+namespace {
+
+// Text is examined where it stays: that is cheaper than passing it through a function.
+void mend(std::string& text) {
+  if (!isASCII(text)) text = wellFormedUTF8(std::move(text));
+}
+
+}  // namespace
 
 SupportedParameterType::SupportedParameterType(std::string text)
-    : value_(wellFormedUTF8(std::move(text))) {}
+    : value_(std::in_place_type<std::string>, std::move(text)) {
+  mend(*std::get_if<std::string>(&value_));
+}
+
+SupportedParameterType::SupportedParameterType(std::string_view text)
+    : value_(std::in_place_type<std::string>, text) {
+  mend(*std::get_if<std::string>(&value_));
+}
 
 bool SupportedParameterType::isValidNestedType() const {
   if (const auto* array = getIf<veltrano::Array>()) return array->isValidNestedType();
@@ -15,7 +30,7 @@ bool SupportedParameterType::isValidNestedType() const {
 }
 
 HostValue::HostValue(const char* text) {
-  if (text != nullptr) value_ = SupportedParameterType(text);
+  if (text != nullptr) value_.emplace<SupportedParameterType>(text);
 }
 
 HostValue::HostValue(std::initializer_list<detail::ArrayElement> elements)
@@ -27,16 +42,14 @@ HostValue::HostValue(std::initializer_list<HostMapEntry> entries)
 HostValue::HostValue(HostMap entries)
     : value_(SupportedParameterType(veltrano::Dictionary(std::move(entries)))) {}
 
-HostMapEntry::HostMapEntry(std::string_view entryKey, HostValue entryValue)
-    : key(wellFormedUTF8(std::string(entryKey))), value(std::move(entryValue)) {}
+void HostMapEntry::mendKey() {
+  mend(key);
+}
 
 HostMap::HostMap(std::initializer_list<HostMapEntry> entries) {
   entries_.reserve(entries.size());
-  for (const HostMapEntry& entry : entries) {
-    HostMapEntry& added = entries_.emplace_back(std::string_view(), HostValue());
-    added.key = std::move(entry.key);
-    added.value = std::move(entry.value);
-  }
+  for (const HostMapEntry& entry : entries)
+    entries_.push_back(HostMapEntry(HostMapEntry::Taken(), entry));
 }
 
 void HostMap::set(std::string_view key, HostValue value) {

@@ -141,9 +141,9 @@ class VELTRANO_EXPORT SupportedParameterType {
 
   /// Text in UTF-8; what is ill-formed becomes U+FFFD. A null pointer counts as empty text.
   SupportedParameterType(std::string text);
-  SupportedParameterType(std::string_view text) : SupportedParameterType(std::string(text)) {}
+  SupportedParameterType(std::string_view text);
   SupportedParameterType(const char* text)
-      : SupportedParameterType(std::string(text != nullptr ? text : "")) {}
+      : SupportedParameterType(std::string_view(text != nullptr ? text : "")) {}
 
   /// Signed integers of every width are an `Int`, unsigned ones a `UInt`.
   template <class T, std::enable_if_t<detail::isInteger<T>, int> = 0>
@@ -165,14 +165,22 @@ class VELTRANO_EXPORT SupportedParameterType {
   SupportedParameterType(veltrano::Dictionary dictionary) noexcept
       : value_(std::move(dictionary)) {}
 
-  Member member() const noexcept { return static_cast<Member>(value_.index()); }
+  Member member() const noexcept {
+    const auto* container = std::get_if<Container>(&value_);
+    return static_cast<Member>(value_.index() + (container != nullptr ? container->index() : 0));
+  }
 
   /// The value when it is of the member that holds a `T`, else null. `T` is one of `std::string`,
   /// `std::int64_t` (Int), `std::uint64_t` (UInt), `Int64`, `double`, `float`, `bool`, `Date`,
   /// `URL`, `NSNull`, `Array`, `Dictionary`.
   template <class T>
   const T* getIf() const noexcept {
-    return std::get_if<T>(&value_);
+    if constexpr (std::is_same_v<T, veltrano::Array> || std::is_same_v<T, veltrano::Dictionary>) {
+      const auto* container = std::get_if<Container>(&value_);
+      return container != nullptr ? std::get_if<T>(container) : nullptr;
+    } else {
+      return std::get_if<T>(&value_);
+    }
   }
 
   /// True for every scalar. For a container, whether everything directly in it is a member of the
@@ -182,10 +190,12 @@ class VELTRANO_EXPORT SupportedParameterType {
  private:
   friend struct ValueAccess;
 
-  // The alternatives stand in the order of `Member`.
+  using Container = std::variant<veltrano::Array, veltrano::Dictionary>;
+
+  // The alternatives stand in the order of `Member`. The containers are one of them, as values are
+  // moved for each event and standard libraries compile that without a call only up to eleven.
   std::variant<std::string, std::int64_t, std::uint64_t, veltrano::Int64, double, float, bool,
-               veltrano::Date, veltrano::URL, veltrano::NSNull, veltrano::Array,
-               veltrano::Dictionary>
+               veltrano::Date, veltrano::URL, veltrano::NSNull, Container>
       value_;
 };
 
@@ -205,7 +215,8 @@ class VELTRANO_EXPORT HostValue {
                                  !std::is_convertible_v<T&&, const char*> &&
                                  std::is_constructible_v<SupportedParameterType, T&&>,
                              int> = 0>
-  HostValue(T&& value) : value_(SupportedParameterType(std::forward<T>(value))) {}
+  HostValue(T&& value)
+      : value_(std::in_place_type<SupportedParameterType>, std::forward<T>(value)) {}
   HostValue(SupportedParameterType member) noexcept : value_(std::move(member)) {}
 
   HostValue(NSNumber number) noexcept : value_(number) {}
@@ -253,10 +264,27 @@ struct DictionaryEntry {
 /// One entry of a string-keyed map. Ill-formed UTF-8 in the key becomes U+FFFD. A braced list's
 /// entries are moved out of it: a list that has a name of its own makes one map only.
 struct VELTRANO_EXPORT HostMapEntry {
-  HostMapEntry(std::string_view entryKey, HostValue entryValue);
+  HostMapEntry(std::string_view entryKey, HostValue entryValue)
+      : key(entryKey), value(std::move(entryValue)) {
+    mendKey();
+  }
+  template <class T, std::enable_if_t<!std::is_same_v<std::decay_t<T>, HostValue> &&
+                                          std::is_constructible_v<HostValue, T&&>,
+                                      int> = 0>
+  HostMapEntry(std::string_view entryKey, T&& entryValue)
+      : key(entryKey), value(std::forward<T>(entryValue)) {
+    mendKey();
+  }
 
   mutable std::string key;
   mutable HostValue value;
+
+ private:
+  friend class HostMap;
+  struct Taken {};
+  HostMapEntry(Taken, const HostMapEntry& entry)
+      : key(std::move(entry.key)), value(std::move(entry.value)) {}
+  void mendKey();
 };
 
 namespace detail {
