@@ -2,28 +2,32 @@
 
 #ifndef NDEBUG
 
+#include <pthread.h>
+
+#include <array>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
 #include <mutex>
 #include <unordered_set>
-
-#include "platform/process.h"
+#include <utility>
 
 namespace veltrano {
 namespace {
 
 struct Handles {
-  static constexpr std::size_t kMostKept = 4096;
-
   std::mutex mutex;  // guards everything below
   std::unordered_set<const void*> live;
-  std::deque<void*> released;  // their memory
+  std::array<void*, 4096> released{};  // the memory of the last ones
+  std::size_t releasedCount = 0;
 };
 
+// A fork waits for the lock, so that the child does not find it held.
 Handles& handles() {
   static Handles& instance = *new Handles;
+  [[maybe_unused]] static const int registered =
+      pthread_atfork([] { instance.mutex.lock(); }, [] { instance.mutex.unlock(); },
+                     [] { instance.mutex.unlock(); });
   return instance;
 }
 
@@ -34,35 +38,28 @@ Handles& handles() {
 
 }  // namespace
 
-// In a forked child the lock may be held for good, so there nothing is checked or freed.
-
 void noteMade(const void* handle) {
-  if (isForkedChild()) return;
   const std::lock_guard lock(handles().mutex);
   handles().live.insert(handle);
 }
 
 void expectLive(const void* handle) {
-  if (isForkedChild()) return;
   const std::lock_guard lock(handles().mutex);
   if (handles().live.count(handle) == 0)
     fail(handle, "is used, but is none or was released before");
 }
 
 void noteReleased(const void* handle) {
-  if (isForkedChild()) return;
   const std::lock_guard lock(handles().mutex);
   if (handles().live.erase(handle) == 0)
     fail(handle, "is released, but is none or was released before");
 }
 
 void freeLater(void* memory) {
-  if (isForkedChild()) return;
   const std::lock_guard lock(handles().mutex);
-  handles().released.push_back(memory);
-  if (handles().released.size() <= Handles::kMostKept) return;
-  ::operator delete(handles().released.front());
-  handles().released.pop_front();
+  auto& released = handles().released;
+  void*& place = released[handles().releasedCount++ % released.size()];
+  ::operator delete(std::exchange(place, memory));
 }
 
 }  // namespace veltrano

@@ -1,6 +1,8 @@
 // How the objects of the C interface are kept.
 #pragma once
 
+#include <pthread.h>
+
 #include <cstddef>
 #include <memory>
 #include <new>
@@ -29,9 +31,23 @@ struct veltrano_object {
 
 namespace veltrano {
 
+/// Keeps the calling thread from being cancelled in the library: it has frames that no cancellation
+/// can unwind.
+class CancellationOff {
+ public:
+  CancellationOff() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+  ~CancellationOff() { pthread_setcancelstate(before_, nullptr); }
+  CancellationOff(const CancellationOff&) = delete;
+  CancellationOff& operator=(const CancellationOff&) = delete;
+
+ private:
+  int before_ = PTHREAD_CANCEL_ENABLE;
+};
+
 /// What `function` answers, or `otherwise` when it throws.
 template <class Result, class Function>
 Result guarded(Result otherwise, Function function) noexcept {
+  const CancellationOff cancellationOff;
   try {
     return function();
   } catch (...) {

@@ -1,4 +1,5 @@
 #include <cstddef>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -35,17 +36,21 @@ struct Answer {
 veltrano_outcome veltrano_send(const char* selector, const veltrano_object* const* arguments,
                                size_t count, veltrano_object** returned, size_t* detail) {
   if (returned != nullptr) *returned = nullptr;
-  if (selector == nullptr) return VELTRANO_NO_SUCH_SELECTOR;
   return guarded(VELTRANO_OUT_OF_MEMORY, [&] {
+    const Answer answer{returned, detail};
+    // First, since the arguments of a message that does not fit may not even be there.
+    const auto expected = selector != nullptr ? argumentCount(selector) : std::nullopt;
+    if (!expected) return answer(NoSuchSelector());
+    if (count != *expected) return answer(WrongNumberOfArguments{*expected});
     std::vector<Object> objects(count);
     for (std::size_t i = 0; i < count && arguments != nullptr; ++i)
       objects[i] = objectOf(arguments[i]);
-    return std::visit(Answer{returned, detail}, send(selector, objects));
+    return std::visit(answer, send(selector, objects));
   });
 }
 
 bool veltrano_responds(const char* selector) {
-  return selector != nullptr && responds(selector);
+  return selector != nullptr && argumentCount(selector).has_value();
 }
 
 bool veltrano_is_logger_enabled(void) {

@@ -134,6 +134,7 @@ veltrano_object* veltrano_copy(const veltrano_object* object) {
 
 void veltrano_release(veltrano_object* object) {
   if (object == nullptr) return;
+  const CancellationOff cancellationOff;
   noteReleased(object);
   delete object;
 }

@@ -33,20 +33,21 @@ static void finish(void* was_delivered, bool accepted) {
 int main(int argc, char** argv) {
   veltrano_options options = {.size = sizeof options};
   veltrano_object* error = NULL;
-  veltrano_object* properties = veltrano_dictionary();
+  veltrano_object* properties = NULL;
   bool was_delivered = false;
 
   if (argc != 3) return 2;
   options.collection_host = veltrano_c_string(argv[1]);         /* such as localhost:8443 */
   options.certificate_authorities = veltrano_c_string(argv[2]); /* none for a public host */
   if (!veltrano_install_posix_platform(&options, &error)) {
-    fprintf(stderr, "%s\n", veltrano_string_text(error).bytes);
+    const veltrano_text reason = veltrano_string_text(error);
+    fprintf(stderr, "%.*s\n", (int)reason.length, reason.bytes != NULL ? reason.bytes : "");
     veltrano_release(error);
-    veltrano_release(properties);
     return 2;
   }
 
   send("setUserId:", (veltrano_object*[]){string("user-17")}, 1);
+  properties = veltrano_dictionary();
   set(properties, "plan", string("pro"));
   set(properties, "items", veltrano_int(3));
   send("trackWithEventName:eventProperties:forceFlushCompletion:",

@@ -10,7 +10,7 @@ import sys
 import tempfile
 import threading
 import traceback
-from ctypes import POINTER, c_bool, c_char_p, c_double, c_int, c_int64, c_size_t, c_uint64, c_void_p
+from ctypes import POINTER, c_bool, c_char_p, c_double, c_float, c_int, c_int64, c_size_t, c_uint64, c_void_p
 
 
 class Text(ctypes.Structure):
@@ -58,13 +58,14 @@ main_loop = declare("main_run_loop", c_void_p)
 make = {name: declare(name, c_void_p, *arguments) for name, arguments in {
     "string": [Text], "url": [Text], "number": [c_int, c_int64],
     "number_with_double": [c_int, c_double], "boolean_number": [c_bool], "int": [c_int64],
-    "double": [c_double], "date": [c_double], "uint": [c_uint64], "null": [], "array": [],
+    "double": [c_double], "date": [c_double], "uint": [c_uint64], "int64": [c_int64],
+    "float": [c_float], "bool": [c_bool], "null": [], "array": [],
     "dictionary": [], "other_object": [], "block": [Block, c_void_p, c_void_p],
     "boolean_block": [BooleanBlock, c_void_p, c_void_p]}.items()}
 
 
 def text(string):
-    data = string.encode()
+    data = string if isinstance(string, bytes) else string.encode()
     return Text(data, len(data))
 
 
@@ -153,8 +154,7 @@ def check(actual, expected):
 
 
 def check_entries(properties, expected):
-    for key, value in expected.items():
-        check((key, properties.get(key)), (key, value))
+    check({key: properties.get(key) for key in expected}, expected)
 
 
 def set_up(url, certificate, directory):
@@ -177,19 +177,18 @@ def set_up(url, certificate, directory):
 def send_messages():
     for selector in ("setAppId:", "setLibVersion:", "setPublisherUid:"):
         check(send(selector, "x"), 0)
-    check(send("setPublisherUid:", None), 0)
     check(send("setIdfa"), 0)
     check(send("setRefreshTriggersWithHandlerWithTriggers:handler:", ["E"], refresh), 0)
     check(send("setSuperPropertiesWithProperties:", {"kept": 1, "gone": 2}), 0)
     check(send("removeSuperPropertyWithKey:", "gone"), 0)
     check(send("removeSuperPropertyWithKey:", ("int", 1)), 3)
-    check(send("setUserId:"), 2)
-    check(send("setUser:", "x"), 1)
     check(returned_text("getScreenOrientation"), "landscape")
     check(returned_text("getDeviceOrientation"), "portrait")
     declare("set_device_orientation", None, c_int)(5)
     declare("set_interface_orientation", None, c_int)(1)
     check(send("trackWithEventName:eventProperties:", "First", {}), 0)
+    check(send("setPublisherUid:", None), 0)
+    check(send("trackWithEventName:eventProperties:forceFlushCompletion:", "Bare", None, None), 0)
     declare("set_carrier_name", None, Text)(Text())
     declare("set_tracking_authorization_status", None, c_uint64)(3)
     declare("set_advertising_identifier", None, Text)(text("none"))
@@ -198,6 +197,8 @@ def send_messages():
         "text": "a\0å", "url": ("url", text("x:y")), "list": [1, None, [True, ("other_object",)]],
         "short": ("number", 8, 3), "half": ("number_with_double", 6, 0.5), "null": ("null",),
         "date": ("date", 1.5), "large": ("uint", 2**64 - 1), "map": {"k": 0.5}, "block": refresh,
+        "whole": ("number", 4, -5), "small": ("int64", -2**63), "float": ("float", 0.5),
+        "flag": ("bool", False), "repaired": ("string", text(b"\xC3")),
     }, finish), 0)
     check((next_of(outcomes), refreshes), (True, [1]))
 
@@ -205,16 +206,18 @@ def send_messages():
 def check_events(report):
     check((report["path"], report["headers"]["publisher_version"]), ("/track", "ios_2.3"))
     events = {event["event"]: event["properties"] for event in report["body"]}
-    check(list(events), ["Device Orientation Changed", "Screen Orientation Changed", "First", "E"])
+    check(list(events), ["Device Orientation Changed", "Screen Orientation Changed", "First", "Bare",
+                         "E"])
     check_entries(events["First"], {
-        "kept": 1, "app_id": "x", "$carrier": "Carrier\0One", "$os": "Other", "$os_version": "9",
+        "kept": 1, "app_id": "x", "lib_version": "x", "pub_uid": "x", "$carrier": "Carrier\0One", "$os": "Other", "$os_version": "9",
         "$screen_width": 100, "$screen_height": 200, "$app_build_number": "45",
         "extra_json": {"att_auth_status": 2}, "screen_orientation": "portrait",
         "$ios_ifa": "00000000-0000-0000-0000-00000000000A", "device_orientation": "faceUp"})
     check_entries(events["E"], {
         "text": "a\0å", "url": "x:y", "list": [1, [True]], "short": 3, "half": 0.5, "null": None,
         "date": "1970-01-01T00:00:01.500Z", "large": 2**64 - 1, "map": {"k": 0.5},
-        "extra_json": {"att_auth_status": 3}, "$screen_width": 100})
+        "extra_json": {"att_auth_status": 3}, "$screen_width": 100, "whole": -5,
+        "small": -2**63, "float": 0.5, "flag": False, "repaired": "\ufffd"})
     assert not {"block", "gone", "pub_uid", "$carrier"} & set(events["E"]), events["E"]
 
 

@@ -43,10 +43,16 @@ bool take(const Object& object, std::vector<std::string>& list) {
   return true;
 }
 
+// Where an argument may be left out, nil and the null object do so.
+bool isNothing(const Object& object) {
+  return object.isNil() ||
+         (object.member() != nullptr && object.member()->getIf<NSNull>() != nullptr);
+}
+
 template <class Block>
 bool takeBlock(const Object& object, Block& block) {
   if (const auto* given = object.getIf<Block>()) block = *given;
-  return block || object.isNil();
+  return block || isNothing(object);
 }
 
 bool take(const Object& object, Object::Block& block) {
@@ -59,7 +65,7 @@ bool take(const Object& object, Object::BooleanBlock& block) {
 
 template <class T>
 bool take(const Object& object, std::optional<T>& argument) {
-  return object.isNil() || take(object, argument.emplace());
+  return isNothing(object) || take(object, argument.emplace());
 }
 
 template <class Operation, class Result, class... Parameters, std::size_t... kIndices>
@@ -74,7 +80,7 @@ SendResult call(Result (*)(Parameters...), std::index_sequence<kIndices...>,
     std::apply(Operation(), std::move(arguments));
     return Done{};
   } else {
-    return Done{Object(HostValue(std::apply(Operation(), std::move(arguments))))};
+    return Done{Object(std::apply(Operation(), std::move(arguments)))};
   }
 }
 
@@ -104,12 +110,15 @@ struct Entry {
 
 using Text = std::string_view;
 
+// What stands for the tracker, the same at every call.
+Object sharedObject() {
+  static const Object& instance = *new Object(HostValue(OtherObject()));
+  Veltrano::shared();
+  return instance;
+}
+
 constexpr Entry kEntries[] = {
-    {"shared",
-     [] {
-       Veltrano::shared();
-       return OtherObject();
-     }},
+    {"shared", [] { return sharedObject(); }},
     {"setUserId:", [](Text id) { Veltrano::shared().setUserId(id); }},
     {"setAppId:", [](Text id) { Veltrano::shared().setAppId(id); }},
     {"setIdfa", [] { Veltrano::shared().setIdfa(); }},
@@ -129,8 +138,8 @@ constexpr Entry kEntries[] = {
      [](std::optional<std::vector<std::string>> triggers, Object::Block handler) {
        Veltrano::shared().setRefreshTriggersWithHandler(std::move(triggers), std::move(handler));
      }},
-    {"getScreenOrientation", [] { return Veltrano::shared().getScreenOrientation(); }},
-    {"getDeviceOrientation", [] { return Veltrano::shared().getDeviceOrientation(); }},
+    {"getScreenOrientation", [] { return HostValue(Veltrano::shared().getScreenOrientation()); }},
+    {"getDeviceOrientation", [] { return HostValue(Veltrano::shared().getDeviceOrientation()); }},
 };
 
 // The row of `selector` in a table, or null.
@@ -143,17 +152,18 @@ auto find(const Table& table, std::string_view selector) -> decltype(std::data(t
 
 }  // namespace
 
-bool responds(std::string_view selector) {
-  return find(kEntries, selector) != nullptr || find(Tracker::kHandlers, selector) != nullptr;
+std::optional<std::size_t> argumentCount(std::string_view selector) {
+  if (const auto* entry = find(kEntries, selector)) return entry->argumentCount;
+  if (find(Tracker::kHandlers, selector) != nullptr) return 0;
+  return std::nullopt;
 }
 
 SendResult send(std::string_view selector, std::span<const Object> arguments) {
-  const auto* entry = find(kEntries, selector);
-  const auto* handler = entry == nullptr ? find(Tracker::kHandlers, selector) : nullptr;
-  if (entry == nullptr && handler == nullptr) return NoSuchSelector();
-  const std::size_t expected = entry != nullptr ? entry->argumentCount : 0;
-  if (arguments.size() != expected) return WrongNumberOfArguments{expected};
-  if (entry != nullptr) return entry->send(arguments);
+  const auto expected = argumentCount(selector);
+  if (!expected) return NoSuchSelector();
+  if (arguments.size() != *expected) return WrongNumberOfArguments{*expected};
+  if (const auto* entry = find(kEntries, selector)) return entry->send(arguments);
+  const auto* handler = find(Tracker::kHandlers, selector);
   if (!isForkedChild()) (Tracker::shared().*handler->handle)();
   return Done();
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <variant>
@@ -29,7 +30,7 @@ using SendResult = std::variant<Done, NoSuchSelector, WrongNumberOfArguments, Wr
 /// that does not fit changes nothing. From any thread.
 SendResult send(std::string_view selector, std::span<const Object> arguments);
 
-/// Whether there is an entry for `selector`.
-bool responds(std::string_view selector);
+/// How many arguments `selector` takes; none when there is no such selector.
+std::optional<std::size_t> argumentCount(std::string_view selector);
 
 }  // namespace veltrano

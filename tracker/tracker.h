@@ -68,7 +68,7 @@ class Tracker {
   Tracker();
   ~Tracker() = delete;
 
-  // Lifecycle and orientation, on the main thread.
+  // Lifecycle and orientation. Notifications come on the main thread, selectors on any.
   void registerForNotifications();
   void handleWillEnterForeground();
   void handleDidEnterBackground();
@@ -81,11 +81,13 @@ class Tracker {
               HostMap eventProperties, FlushCompletion completion);
   void changeSuperProperties(PropertyMap changed);
 
-  // The event queue, on the work queue but for `scheduleFlush`.
+  // The flush that is due next, from any thread.
   void startFlushCycle();
+  void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion);
+
+  // The event queue, on the work queue.
   void trimQueueIfNecessary();
   void flushQueueIfNecessary(FlushCompletion completion);
-  void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion);
   void flushQueue(const FlushCompletion& completion);
   void finishFlush(bool wasDelivered);
 
@@ -95,7 +97,8 @@ class Tracker {
 
   WorkQueue& dispatchQueue_;
 
-  // Written on the main thread, read on the work queue and on the networking framework's threads.
+  // Written by the lifecycle's handlers, read on the work queue and on the networking framework's
+  // threads.
   std::atomic<bool> isRunning_{true};
 
   // Changed on the work queue; also emptied by the end of an upload, while the queue waits for it.

@@ -6,12 +6,15 @@
  *     veltrano_send("setUserId:", arguments, 1, NULL, NULL);
  *     veltrano_release(id);
  *
- * Install a platform before the first message; without one the library does nothing.
+ * Install a platform before the first message; later is too late. Without one the library is inert,
+ * but for refresh triggers, which still call their handler. Heartbeats are sent from the run loop of
+ * the thread that first sends "setUserId:"; let it be the main thread.
  *
  * Handles. A function that makes an object returns a handle of its own, to be released once with
  * `veltrano_release`; NULL when there is no memory. NULL stands for nil everywhere and harms
  * nowhere. What a function is given it does not keep: release it whenever you like. A build of this
- * library for debugging ends the process with a message when a released handle is used.
+ * library for debugging ends the process with a message when a handle is used soon after its
+ * release.
  *
  * Text is UTF-8 and may hold NUL characters; what is ill-formed becomes U+FFFD. Text that a host
  * gives is copied before the function returns.
@@ -21,8 +24,10 @@
  *
  * Callbacks take the `context` that they were given with. Its `release`, which may be NULL, is
  * called once, on any thread, when the callback will not be called any more, or when no object
- * could be made. A C++ exception that a callback throws ends there. The library's threads run until
- * the process ends, so what they call has to be there until then.
+ * could be made. A callback has to return: a C++ exception that it throws ends there, but it must
+ * not end its thread nor jump out. The library's threads run until the process ends, so what they
+ * call has to be there until then. A thread that is cancelled while it is in a function of this
+ * interface is so only when that returns.
  */
 #pragma once
 
@@ -56,8 +61,9 @@ typedef struct veltrano_object veltrano_object;
 VELTRANO_EXPORT veltrano_object* veltrano_string(veltrano_text text);
 VELTRANO_EXPORT veltrano_object* veltrano_url(veltrano_text text);
 
-/* Numbers boxed by the platform, with the code of their storage type (such as 4 for 64-bit integers
- * and 6 for doubles). Events hold them as an Int, a Bool or a Double, depending on the code. */
+/* Numbers boxed by the platform, with the code of their storage type. Events hold them as an Int for
+ * the codes 1 to 4, 9 to 11 and 15, as a Bool for 7, and as a Double for every other. An integer
+ * made of a double is cut towards zero and kept within 64 bits; NaN reads as 0, and as true. */
 VELTRANO_EXPORT veltrano_object* veltrano_number(int code, int64_t value);
 VELTRANO_EXPORT veltrano_object* veltrano_number_with_double(int code, double value);
 VELTRANO_EXPORT veltrano_object* veltrano_boolean_number(bool value);
@@ -70,7 +76,7 @@ VELTRANO_EXPORT veltrano_object* veltrano_double(double value);
 VELTRANO_EXPORT veltrano_object* veltrano_float(float value);
 VELTRANO_EXPORT veltrano_object* veltrano_bool(bool value);
 
-/* Seconds since 1970-01-01 00:00:00 UTC. */
+/* Seconds since 1970-01-01 00:00:00 UTC; NaN counts as 0. */
 VELTRANO_EXPORT veltrano_object* veltrano_date(double seconds);
 
 /* An explicit null, which is an object; nil is none. */
@@ -94,8 +100,9 @@ VELTRANO_EXPORT veltrano_object* veltrano_dictionary(void);
 /* Adds an element, nil for an empty slot. False when `array` is none, or there is no memory. */
 VELTRANO_EXPORT bool veltrano_array_append(veltrano_object* array, const veltrano_object* element);
 
-/* Sets the value of a key, nil for none. Any object may be a key. False when `dictionary` is none,
- * when the key is nil, or there is no memory. */
+/* Sets the value of a key, nil for none. Any object may be a key; blocks and objects of
+ * other types are all the same key. False when `dictionary` is none, when the key is nil, or there
+ * is no memory. */
 VELTRANO_EXPORT bool veltrano_dictionary_set(veltrano_object* dictionary,
                                              const veltrano_object* key,
                                              const veltrano_object* value);
@@ -123,10 +130,36 @@ typedef enum veltrano_outcome {
   VELTRANO_OUT_OF_MEMORY = 4
 } veltrano_outcome;
 
-/* Sends `selector`, a C string, with `count` arguments to the tracker. An operation's text,
- * dictionaries, arrays and blocks are objects of these kinds; where it has an optional argument,
- * nil leaves it out, and so does it with a handler or a completion. A message that does not fit
- * changes nothing.
+/* Sends `selector`, a C string, with `count` arguments to the tracker. These are the selectors and
+ * what they take; what stands in brackets may also be nil or null, and is then left out. Properties
+ * are a dictionary whose keys are strings, triggers an array of strings, a handler is a block and a
+ * completion a block that takes a boolean.
+ *
+ *     shared                          returns an object that stands for the tracker
+ *     setUserId:                      string
+ *     setAppId:                       string
+ *     setIdfa
+ *     setLibVersion:                  string
+ *     setPublisherUid:                [string]
+ *     trackWithEventName:eventProperties:
+ *                                     string, properties
+ *     trackWithEventName:eventProperties:forceFlushCompletion:
+ *                                     string, [properties], [completion]
+ *     setSuperPropertiesWithProperties:
+ *                                     properties
+ *     removeSuperPropertyWithKey:     string
+ *     setRefreshTriggersWithHandlerWithTriggers:handler:
+ *                                     [triggers], [handler]
+ *     getScreenOrientation            returns a string
+ *     getDeviceOrientation            returns a string
+ *
+ * The handlers of the platform's notifications can be reached too, but a platform that is told of
+ * the steps below calls them itself: handleWillEnterForeground, handleDidEnterBackground,
+ * handleDidChangeStatusBarOrientation, handleDidChangeDeviceOrientation, and setScreenOrientation,
+ * which records the screen's orientation.
+ *
+ * A message that does not fit changes nothing. Out of memory, an operation may have been carried
+ * out in part.
  *
  * `returned`, unless it is NULL, gets the handle of what the operation returned; nil when that is
  * nothing. `detail`, unless it is NULL, gets the index of the wrong argument, counted from 0, or
@@ -191,7 +224,7 @@ typedef struct veltrano_options {
   /* The initial values of what the functions below change. */
   double screen_width;
   double screen_height;
-  int application_state; /* one of veltrano_application_state */
+  int application_state; /* one of veltrano_application_state; anything else is active */
   int interface_orientation;
   int device_orientation;
   veltrano_text carrier_name;

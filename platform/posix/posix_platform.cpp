@@ -166,6 +166,10 @@ Installation PosixPlatform::install(PosixOptions options) {
       return {nullptr, "The collection host has to be \"host\" or \"host:port\", not \"" +
                            options.collectionHost + "\"."};
     }
+    for (const auto* name : {&options.userDefaultsFile, &options.infoPropertyListFile,
+                             &options.certificateAuthorities})
+      if (name->find('\0') != std::string::npos)
+        return {nullptr, "The name of a file must not hold a NUL character."};
     if (options.advertisingIdentifier && !canonicalUUID(*options.advertisingIdentifier))
       return {nullptr, "The advertising identifier is not a UUID."};
 
