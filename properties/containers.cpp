@@ -190,7 +190,7 @@ bool Array::isValidNestedType() const {
   return std::all_of(begin(), end(), [](const HostValue& e) { return e.member() != nullptr; });
 }
 
-Dictionary::Dictionary(std::initializer_list<HostMapEntry> entries)
+Dictionary::Dictionary(std::initializer_list<detail::MapElement> entries)
     : Dictionary(HostMap(entries)) {}
 
 Dictionary::Dictionary(HostMap entries) {

@@ -36,20 +36,20 @@ HostValue::HostValue(const char* text) {
 HostValue::HostValue(std::initializer_list<detail::ArrayElement> elements)
     : value_(SupportedParameterType(veltrano::Array(elements))) {}
 
-HostValue::HostValue(std::initializer_list<HostMapEntry> entries)
+HostValue::HostValue(std::initializer_list<detail::MapElement> entries)
     : value_(SupportedParameterType(veltrano::Dictionary(entries))) {}
 
 HostValue::HostValue(HostMap entries)
     : value_(SupportedParameterType(veltrano::Dictionary(std::move(entries)))) {}
 
-void HostMapEntry::mendKey() {
+HostMapEntry::HostMapEntry(std::string_view entryKey, HostValue&& entryValue)
+    : key(entryKey), value(std::move(entryValue)) {
   mend(key);
 }
 
-HostMap::HostMap(std::initializer_list<HostMapEntry> entries) {
+HostMap::HostMap(std::initializer_list<detail::MapElement> entries) {
   entries_.reserve(entries.size());
-  for (const HostMapEntry& entry : entries)
-    entries_.push_back(HostMapEntry(HostMapEntry::Taken(), entry));
+  for (const auto& entry : entries) entries_.emplace_back(entry.key, std::move(entry.value));
 }
 
 void HostMap::set(std::string_view key, HostValue value) {

@@ -41,6 +41,7 @@ struct HostMapEntry;
 namespace detail {
 
 class ArrayElement;
+class MapElement;
 
 template <class T>
 inline constexpr bool isCharacter = std::is_same_v<T, char> || std::is_same_v<T, wchar_t> ||
@@ -70,7 +71,7 @@ inline constexpr bool
         std::is_same_v<std::decay_t<decltype(*std::declval<typename T::const_iterator&>())>,
                        typename T::value_type> &&
         !std::is_same_v<typename T::value_type, DictionaryEntry> &&
-        !std::is_same_v<typename T::value_type, HostMapEntry>;
+        !std::is_same_v<typename T::value_type, MapElement>;
 
 }  // namespace detail
 
@@ -100,7 +101,7 @@ class VELTRANO_EXPORT Array {
 class VELTRANO_EXPORT Dictionary {
  public:
   Dictionary() = default;
-  Dictionary(std::initializer_list<HostMapEntry> entries);
+  Dictionary(std::initializer_list<detail::MapElement> entries);
   explicit Dictionary(HostMap entries);
   explicit Dictionary(std::vector<DictionaryEntry> entries);
 
@@ -224,7 +225,7 @@ class VELTRANO_EXPORT HostValue {
 
   /// A list of plain values is an Array, a list of key/value pairs a Dictionary.
   HostValue(std::initializer_list<detail::ArrayElement> elements);
-  HostValue(std::initializer_list<HostMapEntry> entries);
+  HostValue(std::initializer_list<detail::MapElement> entries);
   HostValue(HostMap entries);
 
   template <class T>
@@ -261,30 +262,12 @@ struct DictionaryEntry {
   HostValue value;
 };
 
-/// One entry of a string-keyed map. Ill-formed UTF-8 in the key becomes U+FFFD. A braced list's
-/// entries are moved out of it: a list that has a name of its own makes one map only.
+/// One entry of a string-keyed map. Ill-formed UTF-8 in the key becomes U+FFFD.
 struct VELTRANO_EXPORT HostMapEntry {
-  HostMapEntry(std::string_view entryKey, HostValue entryValue)
-      : key(entryKey), value(std::move(entryValue)) {
-    mendKey();
-  }
-  template <class T, std::enable_if_t<!std::is_same_v<std::decay_t<T>, HostValue> &&
-                                          std::is_constructible_v<HostValue, T&&>,
-                                      int> = 0>
-  HostMapEntry(std::string_view entryKey, T&& entryValue)
-      : key(entryKey), value(std::forward<T>(entryValue)) {
-    mendKey();
-  }
+  HostMapEntry(std::string_view entryKey, HostValue&& entryValue);
 
-  mutable std::string key;
-  mutable HostValue value;
-
- private:
-  friend class HostMap;
-  struct Taken {};
-  HostMapEntry(Taken, const HostMapEntry& entry)
-      : key(std::move(entry.key)), value(std::move(entry.value)) {}
-  void mendKey();
+  std::string key;
+  HostValue value;
 };
 
 namespace detail {
@@ -298,7 +281,22 @@ class ArrayElement {
                                       int> = 0>
   ArrayElement(T&& element) : value(std::forward<T>(element)) {}
 
-  mutable HostValue value;  // mutable for the same reason as in HostMapEntry
+  mutable HostValue value;  // moved out of the list, whose elements are const
+};
+
+// An element of a braced list of key/value pairs, which is read before the list ends.
+class MapElement {
+ public:
+  MapElement(std::string_view elementKey, HostValue elementValue)
+      : key(elementKey), value(std::move(elementValue)) {}
+  template <class T, std::enable_if_t<!std::is_same_v<std::decay_t<T>, HostValue> &&
+                                          std::is_constructible_v<HostValue, T&&>,
+                                      int> = 0>
+  MapElement(std::string_view elementKey, T&& elementValue)
+      : key(elementKey), value(std::forward<T>(elementValue)) {}
+
+  std::string_view key;
+  mutable HostValue value;  // as in ArrayElement
 };
 
 }  // namespace detail
@@ -309,7 +307,7 @@ class VELTRANO_EXPORT HostMap {
  public:
   HostMap() = default;
   HostMap(std::nullopt_t) {}
-  HostMap(std::initializer_list<HostMapEntry> entries);
+  HostMap(std::initializer_list<detail::MapElement> entries);
 
   /// The host's own string-keyed maps, such as `std::map<std::string, int>`.
   template <class T, std::enable_if_t<detail::isMap<T>, int> = 0>
