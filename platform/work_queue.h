@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string_view>
@@ -18,7 +19,7 @@ class Block {
   virtual ~Block() = default;
   virtual void run() = 0;
 
-  Block* next = nullptr;  // for the queue that owns the block
+  std::atomic<Block*> next{nullptr};  // for the queue that owns the block
 };
 
 /// A serial queue: blocks run one at a time, in the order of submission, never on the submitting

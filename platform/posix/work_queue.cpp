@@ -31,11 +31,7 @@ PosixWorkQueue::PosixWorkQueue(std::string_view label) : label_(label) {}
 
 void PosixWorkQueue::async(std::unique_ptr<Block> block) {
   if (isForkedChild()) return;
-  Block* const newest = block.release();
-  newest->next = submitted_.load(std::memory_order_relaxed);
-  while (!submitted_.compare_exchange_weak(newest->next, newest, std::memory_order_seq_cst,
-                                           std::memory_order_relaxed)) {
-  }
+  submitted_.push(block.release());
   if (state_.load(std::memory_order_seq_cst) != State::awake) wake();
 }
 
@@ -102,12 +98,7 @@ void PosixWorkQueue::work() {
 // items say nothing of the kind.
 bool PosixWorkQueue::runWhatIsReady() {
   const auto now = Clock::now();
-  bool hadSubmissions = false;
-  for (Block* next = takeSubmitted(); next != nullptr && !isForkedChild();) {
-    const std::unique_ptr<Block> block(std::exchange(next, next->next));
-    runGuarded([&] { block->run(); });
-    hadSubmissions = true;
-  }
+  const bool hadSubmissions = runSubmitted();
   if (isForkedChild()) return hadSubmissions;
 
   DelayedItems::Items due;
@@ -123,16 +114,23 @@ bool PosixWorkQueue::runWhatIsReady() {
   return hadSubmissions;
 }
 
-// Everything submitted so far, oldest first.
-Block* PosixWorkQueue::takeSubmitted() {
-  if (submitted_.load(std::memory_order_relaxed) == nullptr) return nullptr;
-  Block* oldest = nullptr;
-  Block* next = submitted_.exchange(nullptr, std::memory_order_acquire);
-  while (next != nullptr) {
-    Block* const block = std::exchange(next, next->next);
-    block->next = std::exchange(oldest, block);
+// Everything submitted so far; true when that is something.
+bool PosixWorkQueue::runSubmitted() {
+  const Block* const last = submitted_.newest();
+  bool hasRun = false;
+  for (bool isLast = false; !isLast && !isForkedChild();) {
+    const std::unique_ptr<Block> block(submitted_.takeOldest());
+    if (block != nullptr) {
+      isLast = block.get() == last;
+      runGuarded([&] { block->run(); });
+      hasRun = true;
+    } else if (submitted_.isEmpty()) {
+      break;
+    } else {
+      std::this_thread::sleep_for(kNap);  // a submitter stopped just before it linked its block
+    }
   }
-  return oldest;
+  return hasRun;
 }
 
 void PosixWorkQueue::nap() {
@@ -153,7 +151,7 @@ void PosixWorkQueue::forgetCancelled() {
 void PosixWorkQueue::sleep() {
   std::unique_lock lock(mutex_);
   state_.store(State::asleep, std::memory_order_seq_cst);
-  while (state_.load() == State::asleep && submitted_.load(std::memory_order_seq_cst) == nullptr) {
+  while (state_.load() == State::asleep && submitted_.isEmpty()) {
     const auto due = delayed_.nextDue();
     if (!due) {
       wakeUp_.wait(lock);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/posix/delayed_items.h"
+#include "platform/posix/submissions.h"
 #include "platform/work_queue.h"
 
 namespace veltrano {
@@ -14,9 +15,8 @@ namespace veltrano {
 /// A serial queue on a thread of its own, which starts with the first submission. Blocks run and
 /// are destroyed there; what they throw is dropped. Never destroy a queue that has been used.
 ///
-/// Submission pushes onto a lock-free stack, which the thread takes whole and turns around. Waking
-/// a thread costs its waker microseconds, so after submissions the thread first naps for some
-/// milliseconds, in naps too short to matter to anybody, and needs no waking meanwhile.
+/// Waking a thread costs its waker microseconds, so after submissions the thread first naps for
+/// some milliseconds, in naps too short to matter to anybody, and needs no waking meanwhile.
 class PosixWorkQueue final : public WorkQueue {
  public:
   explicit PosixWorkQueue(std::string_view label);
@@ -34,13 +34,13 @@ class PosixWorkQueue final : public WorkQueue {
   void start();
   void work();
   bool runWhatIsReady();
-  Block* takeSubmitted();
+  bool runSubmitted();
   void nap();
   void forgetCancelled();
   void sleep();
 
   const std::string label_;
-  std::atomic<Block*> submitted_{nullptr};  // newest first
+  Submissions submitted_;
   // Changed under mutex_. Sequentially consistent together with submitted_: a submitter pushes,
   // then looks at the state; the thread falls asleep, then looks for submissions. One of them sees
   // the other.
