@@ -7,8 +7,8 @@
 namespace veltrano {
 namespace {
 
-// Appends the Base64 form of `bytes`, and of the bytes alone when their number is a multiple of
-// three: then there is no padding.
+// Appends the Base64 form of `bytes`. It has no padding when their number is a multiple of three,
+// so that more may follow.
 void append(std::string& text, std::string_view bytes) {
   const std::size_t end = text.size();
   text.resize(end + (bytes.size() + 2) / 3 * 4);

@@ -30,8 +30,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   veltrano::VLTrackingEvent::fromJSON(text);
 
   std::string encoded = "data=";
-  const std::string_view whole(text),
-      pieces[] = {whole.substr(0, size / 3), whole.substr(size / 3)};
+  const std::string_view whole(text);
+  const std::string_view pieces[] = {whole.substr(0, size / 3), whole.substr(size / 3)};
   veltrano::appendBase64(encoded, pieces);
   for (const char* path : {"/track", "/heartbeat"}) {
     check(path, text);
