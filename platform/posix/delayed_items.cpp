@@ -26,10 +26,9 @@ DelayedItems::Items DelayedItems::add(Clock::time_point due, std::shared_ptr<Wor
   return cancelled;
 }
 
-DelayedItems::Items DelayedItems::takeCancelledInFront() {
-  Items cancelled;
-  while (!heap_.empty() && heap_.front().item->isCancelled()) cancelled.push_back(takeFirst());
-  return cancelled;
+std::shared_ptr<WorkItem> DelayedItems::takeCancelled() {
+  if (heap_.empty() || !heap_.front().item->isCancelled()) return nullptr;
+  return takeFirst();
 }
 
 std::optional<DelayedItems::Clock::time_point> DelayedItems::nextDue() const {
@@ -37,10 +36,9 @@ std::optional<DelayedItems::Clock::time_point> DelayedItems::nextDue() const {
   return heap_.front().due;
 }
 
-DelayedItems::Items DelayedItems::takeDue(Clock::time_point now) {
-  Items due;
-  while (!heap_.empty() && heap_.front().due <= now) due.push_back(takeFirst());
-  return due;
+std::shared_ptr<WorkItem> DelayedItems::takeDue(Clock::time_point now) {
+  if (heap_.empty() || heap_.front().due > now) return nullptr;
+  return takeFirst();
 }
 
 std::shared_ptr<WorkItem> DelayedItems::takeFirst() {

@@ -22,14 +22,16 @@ class DelayedItems {
   /// collection has doubled, so that they cannot pile up.
   [[nodiscard]] Items add(Clock::time_point due, std::shared_ptr<WorkItem> item);
 
-  /// Takes the cancelled items that are first in turn: they are nothing to wake up for.
-  [[nodiscard]] Items takeCancelledInFront();
+  /// Takes the item that is first in turn if it has been cancelled, and is nothing to wake up for;
+  /// null if not.
+  [[nodiscard]] std::shared_ptr<WorkItem> takeCancelled();
 
   /// When the first item is due, cancelled or not.
   std::optional<Clock::time_point> nextDue() const;
 
-  /// Takes what is due at `now`: by due time, then in the order of scheduling.
-  Items takeDue(Clock::time_point now);
+  /// Takes one item that is due at `now`, by due time, then in the order of scheduling; null when
+  /// there is none.
+  [[nodiscard]] std::shared_ptr<WorkItem> takeDue(Clock::time_point now);
 
   std::size_t size() const { return heap_.size(); }
 

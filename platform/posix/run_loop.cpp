@@ -16,7 +16,10 @@ namespace {
 thread_local std::shared_ptr<PosixRunLoop>* ownLoop = nullptr;
 
 struct EndOfThread {
-  ~EndOfThread() { delete std::exchange(ownLoop, nullptr); }
+  // What is destroyed with a loop may ask for one again.
+  ~EndOfThread() {
+    while (ownLoop != nullptr) delete std::exchange(ownLoop, nullptr);
+  }
 };
 
 void runGuarded(const std::function<void()>& function) {

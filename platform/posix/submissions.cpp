@@ -13,7 +13,7 @@ Block* Submissions::takeOldest() {
     next = afterOldest();
   }
   if (next == nullptr) {
-    // The end can be taken away only from behind the placeholder.
+    // A block can be taken only once something follows it: here, the placeholder.
     if (newest() != oldest_) return nullptr;
     push(&placeholder_);
     next = afterOldest();

@@ -99,33 +99,29 @@ void PosixWorkQueue::work() {
 bool PosixWorkQueue::runWhatIsReady() {
   const auto now = Clock::now();
   const bool hadSubmissions = runSubmitted();
-  if (isForkedChild()) return hadSubmissions;
-
-  DelayedItems::Items due;
-  {
-    const std::lock_guard lock(mutex_);
-    due = delayed_.takeDue(now);
-  }
-  for (auto& item : due) {
-    if (isForkedChild()) break;
+  // One at a time: nothing may fail for want of memory once an item has been taken.
+  while (!isForkedChild()) {
+    std::shared_ptr<WorkItem> item;
+    {
+      const std::lock_guard lock(mutex_);
+      item = delayed_.takeDue(now);
+    }
+    if (item == nullptr) break;
     runGuarded([&] { item->run(); });
-    item.reset();
   }
   return hadSubmissions;
 }
 
-// Everything submitted so far; true when that is something.
+// Everything that had been submitted when it was called; true when that is something.
 bool PosixWorkQueue::runSubmitted() {
   const Block* const last = submitted_.newest();
   bool hasRun = false;
-  for (bool isLast = false; !isLast && !isForkedChild();) {
+  for (bool isDone = submitted_.hasReached(last); !isDone && !isForkedChild();) {
     const std::unique_ptr<Block> block(submitted_.takeOldest());
     if (block != nullptr) {
-      isLast = block.get() == last;
+      isDone = block.get() == last || submitted_.hasReached(last);
       runGuarded([&] { block->run(); });
       hasRun = true;
-    } else if (submitted_.isEmpty()) {
-      break;
     } else {
       std::this_thread::sleep_for(kNap);  // a submitter stopped just before it linked its block
     }
@@ -143,9 +139,12 @@ void PosixWorkQueue::nap() {
 }
 
 void PosixWorkQueue::forgetCancelled() {
-  DelayedItems::Items cancelled;  // destroyed after the lock is released
-  const std::lock_guard lock(mutex_);
-  cancelled = delayed_.takeCancelledInFront();
+  for (;;) {
+    std::shared_ptr<WorkItem> cancelled;  // destroyed after the lock is released
+    const std::lock_guard lock(mutex_);
+    cancelled = delayed_.takeCancelled();
+    if (cancelled == nullptr) return;
+  }
 }
 
 void PosixWorkQueue::sleep() {
