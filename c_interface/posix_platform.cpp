@@ -23,11 +23,10 @@ void withPlatform(Function function) {
 }
 
 std::optional<std::string> takeText(veltrano_object* handle) {
-  std::optional<std::string> text;
+  const std::unique_ptr<veltrano_object, decltype(&veltrano_release)> owner(handle,
+                                                                            veltrano_release);
   const Object object = objectOf(handle);
-  if (object.text() != nullptr) text = *object.text();
-  veltrano_release(handle);
-  return text;
+  return object.text() != nullptr ? std::optional(*object.text()) : std::nullopt;
 }
 
 PosixOptions cppOptions(const veltrano_options& given) {

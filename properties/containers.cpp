@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <new>
 
 #include "properties/utf8.h"
 
@@ -15,7 +16,11 @@ void release(std::shared_ptr<const void> contents) {
   thread_local std::vector<std::shared_ptr<const void>>* waiting = nullptr;
   if (!contents) return;
   if (waiting != nullptr) {
-    waiting->push_back(std::move(contents));
+    try {
+      waiting->push_back(contents);
+    } catch (const std::bad_alloc&) {
+      // Then they go at once, one inside the other.
+    }
     return;
   }
   std::vector<std::shared_ptr<const void>> list;

@@ -109,6 +109,10 @@ TEST_F(CInterface, AContextIsReleasedWithTheLastUseOfItsBlock) {
   const Handle names(veltrano_array()), name("E"), map(veltrano_dictionary());
   EXPECT_TRUE(veltrano_array_append(names, name));
   const char* setTriggers = "setRefreshTriggersWithHandlerWithTriggers:handler:";
+  veltrano_object* other = veltrano_boolean_block([](void*, bool) {}, &count, Count::release);
+  EXPECT_EQ(send(setTriggers, {names, other}), VELTRANO_WRONG_TYPE_OF_ARGUMENT);
+  veltrano_release(other);
+  EXPECT_EQ(count.releases.exchange(0), 1);
   EXPECT_EQ(send(setTriggers, {names, block}), VELTRANO_DONE);
   veltrano_release(block);
   EXPECT_EQ(send("trackWithEventName:eventProperties:", {name, map}), VELTRANO_DONE);

@@ -10,7 +10,8 @@ import sys
 import tempfile
 import threading
 import traceback
-from ctypes import POINTER, c_bool, c_char_p, c_double, c_float, c_int, c_int64, c_size_t, c_uint64, c_void_p
+from ctypes import (POINTER, c_bool, c_char_p, c_double, c_float, c_int, c_int64, c_size_t,
+                    c_uint64, c_void_p)
 
 
 class Text(ctypes.Structure):
@@ -175,8 +176,9 @@ def set_up(url, certificate, directory):
 
 
 def send_messages():
-    for selector in ("setAppId:", "setLibVersion:", "setPublisherUid:"):
-        check(send(selector, "x"), 0)
+    check(send("setAppId:", "app"), 0)
+    check(send("setLibVersion:", "lib"), 0)
+    check(send("setPublisherUid:", "pub"), 0)
     check(send("setIdfa"), 0)
     check(send("setRefreshTriggersWithHandlerWithTriggers:handler:", ["E"], refresh), 0)
     check(send("setSuperPropertiesWithProperties:", {"kept": 1, "gone": 2}), 0)
@@ -206,10 +208,11 @@ def send_messages():
 def check_events(report):
     check((report["path"], report["headers"]["publisher_version"]), ("/track", "ios_2.3"))
     events = {event["event"]: event["properties"] for event in report["body"]}
-    check(list(events), ["Device Orientation Changed", "Screen Orientation Changed", "First", "Bare",
-                         "E"])
+    check(list(events), ["Device Orientation Changed", "Screen Orientation Changed", "First",
+                         "Bare", "E"])
     check_entries(events["First"], {
-        "kept": 1, "app_id": "x", "lib_version": "x", "pub_uid": "x", "$carrier": "Carrier\0One", "$os": "Other", "$os_version": "9",
+        "kept": 1, "app_id": "app", "lib_version": "lib", "pub_uid": "pub",
+        "$carrier": "Carrier\0One", "$os": "Other", "$os_version": "9",
         "$screen_width": 100, "$screen_height": 200, "$app_build_number": "45",
         "extra_json": {"att_auth_status": 2}, "screen_orientation": "portrait",
         "$ios_ifa": "00000000-0000-0000-0000-00000000000A", "device_orientation": "faceUp"})

@@ -110,15 +110,12 @@ struct Entry {
 
 using Text = std::string_view;
 
-// What stands for the tracker, the same at every call.
-Object sharedObject() {
-  static const Object& instance = *new Object(HostValue(OtherObject()));
-  Veltrano::shared();
-  return instance;
-}
-
 constexpr Entry kEntries[] = {
-    {"shared", [] { return sharedObject(); }},
+    {"shared",
+     [] {
+       Veltrano::shared();
+       return HostValue(OtherObject());
+     }},
     {"setUserId:", [](Text id) { Veltrano::shared().setUserId(id); }},
     {"setAppId:", [](Text id) { Veltrano::shared().setAppId(id); }},
     {"setIdfa", [] { Veltrano::shared().setIdfa(); }},

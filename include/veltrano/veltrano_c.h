@@ -7,8 +7,8 @@
  *     veltrano_release(id);
  *
  * Install a platform before the first message; later is too late. Without one the library is inert,
- * but for refresh triggers, which still call their handler. Heartbeats are sent from the run loop of
- * the thread that first sends "setUserId:"; let it be the main thread.
+ * but for refresh triggers, which still call their handler. Heartbeats are sent from the run loop
+ * of the thread that first sends "setUserId:"; let it be the main thread.
  *
  * Handles. A function that makes an object returns a handle of its own, to be released once with
  * `veltrano_release`; NULL when there is no memory. NULL stands for nil everywhere and harms
@@ -27,7 +27,10 @@
  * could be made. A callback has to return: a C++ exception that it throws ends there, but it must
  * not end its thread nor jump out. The library's threads run until the process ends, so what they
  * call has to be there until then. A thread that is cancelled while it is in a function of this
- * interface is so only when that returns.
+ * interface is so only when that returns; a thread whose cancellation is asynchronous must not call
+ * any.
+ *
+ * In a child that is forked once the platform has been installed the library is inert, too.
  */
 #pragma once
 
@@ -61,9 +64,10 @@ typedef struct veltrano_object veltrano_object;
 VELTRANO_EXPORT veltrano_object* veltrano_string(veltrano_text text);
 VELTRANO_EXPORT veltrano_object* veltrano_url(veltrano_text text);
 
-/* Numbers boxed by the platform, with the code of their storage type. Events hold them as an Int for
- * the codes 1 to 4, 9 to 11 and 15, as a Bool for 7, and as a Double for every other. An integer
- * made of a double is cut towards zero and kept within 64 bits; NaN reads as 0, and as true. */
+/* Numbers boxed by the platform, with the code of their storage type. Events hold them as an Int
+ * for the codes 1 to 4, 9 to 11 and 15, as a Bool for 7, and as a Double for every other. An
+ * integer made of a double is cut towards zero and kept within 64 bits; NaN reads as 0, and as
+ * true. */
 VELTRANO_EXPORT veltrano_object* veltrano_number(int code, int64_t value);
 VELTRANO_EXPORT veltrano_object* veltrano_number_with_double(int code, double value);
 VELTRANO_EXPORT veltrano_object* veltrano_boolean_number(bool value);
@@ -133,7 +137,9 @@ typedef enum veltrano_outcome {
 /* Sends `selector`, a C string, with `count` arguments to the tracker. These are the selectors and
  * what they take; what stands in brackets may also be nil or null, and is then left out. Properties
  * are a dictionary whose keys are strings, triggers an array of strings, a handler is a block and a
- * completion a block that takes a boolean.
+ * completion a block that takes a boolean. A handler is called by the thread that tracks. A
+ * completion is called on the library's queue, where nothing else happens meanwhile: keep it short.
+ * It is not called in the background, nor when a later one takes its place.
  *
  *     shared                          returns an object that stands for the tracker
  *     setUserId:                      string
@@ -189,14 +195,15 @@ typedef enum veltrano_application_state {
 typedef struct veltrano_options {
   size_t size;
 
-  /* Where events and heartbeats go: "host" or "host:port". */
+  /* Where events and heartbeats go: "host" or "host:port", an IPv6 address in brackets. */
   veltrano_text collection_host;
 
-  /* The property list that keeps the library's settings; else they last as long as the process. */
+  /* The property list that keeps the library's settings, in a directory that exists; else they last
+   * as long as the process. */
   veltrano_text user_defaults_file;
 
   /* The application's Info dictionary: a dictionary with strings as its keys, or the path of a
-   * property list. */
+   * property list; one that cannot be read counts as none. */
   const veltrano_object* info_dictionary;
   veltrano_text info_property_list_file;
 
@@ -207,8 +214,8 @@ typedef struct veltrano_options {
   bool proxy_from_environment;
 
   /* The token of the user's session: a handle of a string, which the library releases, or NULL.
-   * Called on a thread of the library's before each attempt to send a heartbeat. Its context is
-   * needed until the process ends. */
+   * Called on a thread of the library's before each attempt to send a heartbeat. Keep it short.
+   * Its context is needed until the process ends. */
   veltrano_object* (*session_token)(void* context);
   void* session_token_context;
 
@@ -233,8 +240,9 @@ typedef struct veltrano_options {
 } veltrano_options;
 
 /* Makes this the library's platform, for good, and the calling thread the main thread. Refused when
- * there is a platform already, when a message has been sent before, or when the options are
- * unusable; `error`, unless it is NULL, then gets the handle of a string that says why, else nil.
+ * there is a platform already, when a message has been sent before, in a forked child, or when the
+ * options are unusable; `error`, unless it is NULL, then gets the handle of a string that says why,
+ * else nil.
  */
 VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* options,
                                                      veltrano_object** error);
