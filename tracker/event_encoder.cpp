@@ -37,8 +37,9 @@ void EventEncoder::setBase(const PropertyMap& defaultProperties,
   baseHasWiFi_ = base.find(kWiFiKey) != nullptr;
   baseHasCarrier_ = base.find(kCarrierKey) != nullptr;
   baseExtra_ = extraIn(superProperties);
-  ownKeys_.clear();
-  for (const auto key : {kTimeKey, kWiFiKey, kCarrierKey, kExtraKey}) ownKeys_.emplace_back(key);
+  ownFingerprints_.reset();
+  for (const auto key : {kTimeKey, kWiFiKey, kCarrierKey, kExtraKey})
+    ownFingerprints_.set(fingerprint(key));
   for (const auto& [key, value] : base) {
     if (key == kExtraKey) continue;
     writer_.clear();
@@ -51,11 +52,8 @@ void EventEncoder::setBase(const PropertyMap& defaultProperties,
     if (!baseJSON_.empty()) baseJSON_ += ',';
     baseJSON_ += base_.back().json;
     baseCanBeEncoded_ = baseCanBeEncoded_ && canBeEncoded;
-    ownKeys_.push_back(key);
+    ownFingerprints_.set(fingerprint(key));
   }
-  std::sort(ownKeys_.begin(), ownKeys_.end());
-  ownFingerprints_.reset();
-  for (const std::string& key : ownKeys_) ownFingerprints_.set(fingerprint(key));
 }
 
 EventRecord EventEncoder::encode(std::string_view eventName, const AutomaticProperties& automatic,
@@ -77,11 +75,18 @@ EventRecord EventEncoder::encode(std::string_view eventName, const AutomaticProp
   return {std::string(writer_.text())};
 }
 
+bool EventEncoder::isOwn(std::string_view key) const {
+  if (!ownFingerprints_[fingerprint(key)]) return false;  // which spares most of what follows
+  if (key == kTimeKey || key == kWiFiKey || key == kCarrierKey || key == kExtraKey) return true;
+  const auto place =
+      std::lower_bound(base_.begin(), base_.end(), key,
+                       [](const BaseMember& l, std::string_view r) { return l.key < r; });
+  return place != base_.end() && place->key == key;
+}
+
 bool EventEncoder::replacesAny(const PropertyMap& eventProperties) const {
-  return std::any_of(eventProperties.begin(), eventProperties.end(), [&](const auto& entry) {
-    return ownFingerprints_[fingerprint(entry.first)] &&
-           std::binary_search(ownKeys_.begin(), ownKeys_.end(), entry.first);
-  });
+  return std::any_of(eventProperties.begin(), eventProperties.end(),
+                     [&](const auto& entry) { return isOwn(entry.first); });
 }
 
 void EventEncoder::writeAutomatic(const AutomaticProperties& automatic,

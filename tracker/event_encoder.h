@@ -45,6 +45,7 @@ class EventEncoder {
 
   // Few events replace a property that they would have by themselves. `replacing` is the event's
   // properties if they do, and else empty.
+  bool isOwn(std::string_view key) const;
   bool replacesAny(const PropertyMap& eventProperties) const;
   void writeAutomatic(const AutomaticProperties& automatic, const PropertyMap& replacing);
   [[nodiscard]] bool writeBase(const PropertyMap& replacing);
@@ -59,8 +60,7 @@ class EventEncoder {
   bool baseHasCarrier_ = false;
   std::string baseJSON_;  // all members of the base, for events that replace none
   bool baseCanBeEncoded_ = true;
-  std::vector<std::string> ownKeys_;  // all that an event has by itself, sorted
-  std::bitset<256> ownFingerprints_;  // spares most comparisons with these
+  std::bitset<256> ownFingerprints_;  // of the keys that an event has by itself
   PropertyMap baseExtra_;             // what the super properties add to "extra_json"
 };
 

@@ -71,6 +71,7 @@ inline constexpr bool
         std::is_same_v<std::decay_t<decltype(*std::declval<typename T::const_iterator&>())>,
                        typename T::value_type> &&
         !std::is_same_v<typename T::value_type, DictionaryEntry> &&
+        !std::is_same_v<typename T::value_type, HostMapEntry> &&
         !std::is_same_v<typename T::value_type, MapElement>;
 
 }  // namespace detail
@@ -193,8 +194,8 @@ class VELTRANO_EXPORT SupportedParameterType {
 
   using Container = std::variant<veltrano::Array, veltrano::Dictionary>;
 
-  // The alternatives stand in the order of `Member`. The containers are one of them, as values are
-  // moved for each event and standard libraries compile that without a call only up to eleven.
+  // The alternatives stand in the order of `Member`. The containers are one of them: values are
+  // moved for each event, and libstdc++ does so without a call for up to eleven alternatives.
   std::variant<std::string, std::int64_t, std::uint64_t, veltrano::Int64, double, float, bool,
                veltrano::Date, veltrano::URL, veltrano::NSNull, Container>
       value_;
@@ -265,6 +266,8 @@ struct DictionaryEntry {
 /// One entry of a string-keyed map. Ill-formed UTF-8 in the key becomes U+FFFD.
 struct VELTRANO_EXPORT HostMapEntry {
   HostMapEntry(std::string_view entryKey, HostValue&& entryValue);
+  HostMapEntry(std::string_view entryKey, const HostValue& entryValue)
+      : HostMapEntry(entryKey, HostValue(entryValue)) {}
 
   std::string key;
   HostValue value;
