@@ -43,9 +43,11 @@ class EventEncoder {
     bool canBeEncoded;
   };
 
+  // Whether an event has the property by itself.
+  bool isOwn(std::string_view key) const;
+
   // Few events replace a property that they would have by themselves. `replacing` is the event's
   // properties if they do, and else empty.
-  bool isOwn(std::string_view key) const;
   bool replacesAny(const PropertyMap& eventProperties) const;
   void writeAutomatic(const AutomaticProperties& automatic, const PropertyMap& replacing);
   [[nodiscard]] bool writeBase(const PropertyMap& replacing);
