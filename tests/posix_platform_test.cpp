@@ -117,6 +117,19 @@ TEST(WorkQueueTest, NoWakeUpIsLost) {
   ASSERT_EQ(ran.get_future().wait_for(seconds(20)), std::future_status::ready);
 }
 
+TEST(WorkQueueTest, BlocksThatGoOnForEverDoNotHoldUpDelayedItems) {
+  auto& queue = makeQueue();
+  bool isDue = false;  // the queue's thread
+  std::promise<void> stopped;
+  std::function<void()> goOn = [&] {
+    if (isDue) return stopped.set_value();
+    queue.async([&] { goOn(); });
+  };
+  queue.asyncAfter(milliseconds(5), std::make_shared<WorkItem>([&] { isDue = true; }));
+  queue.async([&] { goOn(); });
+  ASSERT_EQ(stopped.get_future().wait_for(seconds(30)), std::future_status::ready);
+}
+
 TEST(WorkQueueTest, RunsAndDestroysBlocksOnAThreadOfItsOwn) {
   auto& queue = makeQueue();
   sigset_t blocked;

@@ -22,8 +22,8 @@ class DelayedItems {
   /// collection has doubled, so that they cannot pile up.
   [[nodiscard]] Items add(Clock::time_point due, std::shared_ptr<WorkItem> item);
 
-  /// Takes the item that is first in turn if it has been cancelled, and is nothing to wake up for;
-  /// null if not.
+  /// Takes the item that is first in turn if it has been cancelled, as there is no need to wake up
+  /// for it; null if not.
   [[nodiscard]] std::shared_ptr<WorkItem> takeCancelled();
 
   /// When the first item is due, cancelled or not.
