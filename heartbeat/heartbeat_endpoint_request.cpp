@@ -2,12 +2,12 @@
 
 #include <utility>
 
+#include "encoding/json_writer.h"
+#include "encoding/utf8.h"
 #include "heartbeat/heartbeat_interval.h"
 #include "heartbeat/vl_tracking_event.h"
-#include "platform/json_writer.h"
 #include "platform/platform.h"
 #include "properties/default_properties.h"
-#include "properties/utf8.h"
 #include "tracker/log.h"
 #include "tracker/tracker.h"
 #include "upload/request_envelope.h"

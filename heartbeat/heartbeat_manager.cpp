@@ -2,10 +2,10 @@
 
 #include <utility>
 
+#include "encoding/uuid.h"
 #include "heartbeat/heartbeat_interval.h"
 #include "heartbeat/remote_heartbeat_repository.h"
 #include "platform/platform.h"
-#include "platform/uuid.h"
 
 namespace veltrano {
 namespace {

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/time.h"
+#include "encoding/time.h"
 
 namespace veltrano {
 

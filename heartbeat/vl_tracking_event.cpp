@@ -1,6 +1,6 @@
 #include "heartbeat/vl_tracking_event.h"
 
-#include "platform/json_reader.h"
+#include "encoding/json_reader.h"
 
 namespace veltrano {
 

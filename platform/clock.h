@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "platform/time.h"
+#include "encoding/time.h"
 
 namespace veltrano {
 

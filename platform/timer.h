@@ -3,7 +3,7 @@
 #include <functional>
 #include <memory>
 
-#include "platform/time.h"
+#include "encoding/time.h"
 
 namespace veltrano {
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "encoding/time.h"
 #include "platform/dispatch_group.h"
-#include "platform/time.h"
 #include "platform/work_item.h"
 
 namespace veltrano {

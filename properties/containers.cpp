@@ -5,7 +5,7 @@
 #include <iterator>
 #include <new>
 
-#include "properties/utf8.h"
+#include "encoding/utf8.h"
 
 namespace veltrano {
 namespace {

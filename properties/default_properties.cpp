@@ -1,8 +1,8 @@
 #include "properties/default_properties.h"
 
+#include "encoding/numbers.h"
+#include "encoding/utf8.h"
 #include "platform/platform.h"
-#include "properties/numbers.h"
-#include "properties/utf8.h"
 
 namespace veltrano {
 namespace {

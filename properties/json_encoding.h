@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/json_writer.h"
+#include "encoding/json_writer.h"
 #include "veltrano/value.h"
 
 namespace veltrano {

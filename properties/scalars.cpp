@@ -4,8 +4,8 @@
 #include <cmath>
 #include <cstdio>
 
-#include "properties/numbers.h"
-#include "properties/utf8.h"
+#include "encoding/numbers.h"
+#include "encoding/utf8.h"
 
 namespace veltrano {
 namespace {

@@ -1,6 +1,6 @@
 #include "veltrano/value.h"
 
-#include "properties/utf8.h"
+#include "encoding/utf8.h"
 
 namespace veltrano {
 namespace {

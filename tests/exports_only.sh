@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# exports_only.sh PREFIX LIBRARY: fails unless the library exports names, all with this prefix.
+# exports_only.sh LIBRARY: fails unless the library exports both its faces and nothing else.
 set -euo pipefail
-names=$(nm --dynamic --defined-only --format=posix "$2" | cut -d ' ' -f 1)
-[[ -n $names ]]
-! grep -v "^$1" <<<"$names"
+names=$(nm --dynamic --defined-only --format=posix --demangle "$1" | sed 's/ [A-Z] .*//')
+grep -q '^veltrano_track\|^veltrano_send' <<<"$names"
+grep -q '^Veltrano::shared' <<<"$names"
+! grep -vE '^(veltrano_|Veltrano::|.*\bveltrano::)' <<<"$names"

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/posix/notification_center.h"
-#include "platform/posix/run_loop.h"
-#include "platform/posix/work_queue.h"
+#include "platform/posix/threads/notification_center.h"
+#include "platform/posix/threads/run_loop.h"
+#include "platform/posix/threads/work_queue.h"
 #include "platform/simulated/simulated_platform.h"
 
 namespace veltrano {

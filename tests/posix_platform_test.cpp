@@ -20,17 +20,17 @@
 #include <vector>
 
 #include "platform/platform.h"
-#include "platform/posix/bundles.h"
-#include "platform/posix/collection_host.h"
-#include "platform/posix/default_route.h"
-#include "platform/posix/delayed_items.h"
-#include "platform/posix/fork.h"
-#include "platform/posix/notification_center.h"
-#include "platform/posix/property_list.h"
-#include "platform/posix/run_loop.h"
-#include "platform/posix/tracking.h"
-#include "platform/posix/user_defaults.h"
-#include "platform/posix/work_queue.h"
+#include "platform/posix/device/default_route.h"
+#include "platform/posix/device/tracking.h"
+#include "platform/posix/http/collection_host.h"
+#include "platform/posix/storage/bundles.h"
+#include "platform/posix/storage/property_list.h"
+#include "platform/posix/storage/user_defaults.h"
+#include "platform/posix/threads/delayed_items.h"
+#include "platform/posix/threads/fork.h"
+#include "platform/posix/threads/notification_center.h"
+#include "platform/posix/threads/run_loop.h"
+#include "platform/posix/threads/work_queue.h"
 
 namespace veltrano {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/posix/url_session.h"
+#include "platform/posix/http/url_session.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -10,9 +10,9 @@
 #include <stdexcept>
 #include <thread>
 
-#include "platform/posix/http_headers.h"
-#include "platform/posix/http_retry.h"
-#include "platform/posix/http_url.h"
+#include "platform/posix/http/http_headers.h"
+#include "platform/posix/http/http_retry.h"
+#include "platform/posix/http/http_url.h"
 #include "tests/support/tls_server.h"
 
 namespace veltrano {

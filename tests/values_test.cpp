@@ -8,7 +8,7 @@
 #include <set>
 #include <unordered_map>
 
-#include "platform/canonical_equivalence.h"
+#include "encoding/canonical_equivalence.h"
 #include "properties/containers.h"
 #include "properties/json_encoding.h"
 #include "properties/parameter_conversion.h"

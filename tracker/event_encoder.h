@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/json_writer.h"
+#include "encoding/json_writer.h"
 #include "properties/property_map.h"
 #include "upload/event_record.h"
 

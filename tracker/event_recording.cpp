@@ -1,6 +1,6 @@
+#include "encoding/utf8.h"
 #include "properties/default_properties.h"
 #include "properties/parameter_conversion.h"
-#include "properties/utf8.h"
 #include "tracker/log.h"
 #include "tracker/tracker.h"
 

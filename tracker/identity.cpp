@@ -1,5 +1,5 @@
+#include "encoding/utf8.h"
 #include "heartbeat/heartbeat_manager.h"
-#include "properties/utf8.h"
 #include "tracker/log.h"
 #include "tracker/tracker.h"
 

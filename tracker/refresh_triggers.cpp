@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/canonical_equivalence.h"
-#include "properties/utf8.h"
+#include "encoding/canonical_equivalence.h"
+#include "encoding/utf8.h"
 #include "tracker/host_callback.h"
 
 namespace veltrano {

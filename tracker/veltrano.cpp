@@ -3,8 +3,8 @@
 
 #include <utility>
 
+#include "encoding/utf8.h"
 #include "platform/process.h"
-#include "properties/utf8.h"
 #include "tracker/tracker.h"
 
 using veltrano::HostMap;

@@ -1,6 +1,6 @@
 #include "upload/request_envelope.h"
 
-#include "platform/base64.h"
+#include "encoding/base64.h"
 #include "platform/platform.h"
 #include "properties/default_properties.h"
 

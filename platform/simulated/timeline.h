@@ -5,7 +5,7 @@
 #include <map>
 #include <tuple>
 
-#include "platform/time.h"
+#include "encoding/time.h"
 
 namespace veltrano {
 

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "encoding/base64.h"
 #include "heartbeat/vl_tracking_event.h"
-#include "platform/base64.h"
 #include "tools/collector/wire_check.h"
 
 namespace {

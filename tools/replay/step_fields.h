@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/time.h"
+#include "encoding/time.h"
 #include "tools/replay/json_text.h"
 #include "veltrano/value.h"
 

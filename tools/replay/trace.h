@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/time.h"
+#include "encoding/time.h"
 #include "platform/url_session.h"
 
 namespace replay {

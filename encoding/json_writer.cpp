@@ -1,0 +1,125 @@
+#include "encoding/json_writer.h"
+
+#include "encoding/eight_bytes.h"
+#include "encoding/rapidjson_settings.h"
+// After the settings.
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+namespace veltrano {
+namespace {
+
+// Whether one of eight bytes has to be escaped in JSON. Each test finds the bytes with a property
+// by a borrow from their high bit.
+bool hasToBeEscaped(std::uint64_t eightBytes) {
+  constexpr std::uint64_t kOnes = 0x0101010101010101;
+  constexpr std::uint64_t kHighBits = kOnes * 0x80;
+  const auto below = [&](std::uint64_t bytes, std::uint64_t limit) {
+    return (bytes - kOnes * limit) & ~bytes & kHighBits;
+  };
+  return (below(eightBytes, ' ') | below(eightBytes ^ (kOnes * '"'), 1) |
+          below(eightBytes ^ (kOnes * '\\'), 1)) != 0;
+}
+
+class SplicingWriter : public rapidjson::Writer<rapidjson::StringBuffer> {
+ public:
+  using Writer::Writer;
+
+  // As `String`, which looks at each byte and copies it by itself.
+  void string(std::string_view text) {
+    if (anyEightBytes(text, [](auto bytes) { return hasToBeEscaped(bytes); })) {
+      String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+      return;
+    }
+    Prefix(rapidjson::kStringType);
+    char* const quoted = os_->Push(text.size() + 2);
+    quoted[0] = '"';
+    std::memcpy(quoted + 1, text.data(), text.size());
+    quoted[text.size() + 1] = '"';
+  }
+
+  void members(std::string_view text) {
+    Prefix(rapidjson::kStringType);
+    std::memcpy(os_->Push(text.size()), text.data(), text.size());
+    // The prefix counted the key of one member; this is its value. Only whether values have been
+    // written, and whether a key comes next, is read from the count.
+    ++level_stack_.Top<Level>()->valueCount;
+  }
+};
+
+}  // namespace
+
+struct JSONWriter::Implementation {
+  rapidjson::StringBuffer buffer;
+  SplicingWriter writer{buffer};
+};
+
+JSONWriter::JSONWriter() : implementation_(std::make_unique<Implementation>()) {}
+
+JSONWriter::~JSONWriter() = default;
+
+void JSONWriter::clear() {
+  implementation_->buffer.Clear();
+  implementation_->writer.Reset(implementation_->buffer);
+}
+
+void JSONWriter::startObject() {
+  implementation_->writer.StartObject();
+}
+
+void JSONWriter::endObject() {
+  implementation_->writer.EndObject();
+}
+
+void JSONWriter::startArray() {
+  implementation_->writer.StartArray();
+}
+
+void JSONWriter::endArray() {
+  implementation_->writer.EndArray();
+}
+
+void JSONWriter::key(std::string_view text) {
+  string(text);
+}
+
+void JSONWriter::string(std::string_view text) {
+  implementation_->writer.string(text);
+}
+
+void JSONWriter::integer(std::int64_t number) {
+  implementation_->writer.Int64(number);
+}
+
+void JSONWriter::unsignedInteger(std::uint64_t number) {
+  implementation_->writer.Uint64(number);
+}
+
+void JSONWriter::number(double number) {
+  if (std::isfinite(number))
+    implementation_->writer.Double(number);
+  else
+    null();
+}
+
+void JSONWriter::boolean(bool flag) {
+  implementation_->writer.Bool(flag);
+}
+
+void JSONWriter::null() {
+  implementation_->writer.Null();
+}
+
+void JSONWriter::members(std::string_view text) {
+  implementation_->writer.members(text);
+}
+
+std::string_view JSONWriter::text() const {
+  return {implementation_->buffer.GetString(), implementation_->buffer.GetSize()};
+}
+
+}  // namespace veltrano

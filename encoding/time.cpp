@@ -1,0 +1,15 @@
+#include "encoding/time.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace veltrano {
+
+Duration durationFromSeconds(double seconds) {
+  // The sum of two such durations still fits.
+  constexpr double kLimitInSeconds = 4e12;
+  if (std::isnan(seconds)) return Duration::zero();
+  return Duration(std::llround(std::clamp(seconds, -kLimitInSeconds, kLimitInSeconds) * 1e6));
+}
+
+}  // namespace veltrano

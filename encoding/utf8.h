@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "encoding/eight_bytes.h"
+
+namespace veltrano {
+
+/// Whether `text` holds nothing but ASCII. Every piece of text that a host hands in passes here.
+inline bool isASCII(std::string_view text) {
+  return !anyEightBytes(text, [](auto bytes) { return (bytes & 0x8080808080808080) != 0; });
+}
+
+/// `text` with each maximal ill-formed sequence replaced by U+FFFD.
+std::string wellFormedUTF8(std::string text);
+
+}  // namespace veltrano

@@ -1,0 +1,54 @@
+#include "platform/posix/threads/background_thread.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace veltrano {
+namespace {
+
+struct Start {
+  std::string name;
+  std::function<void()> body;
+};
+
+void* runThread(void* argument) {
+  const std::unique_ptr<Start> start(static_cast<Start*>(argument));
+  pthread_setname_np(pthread_self(), start->name.c_str());
+  try {
+    start->body();
+  } catch (...) {
+    // Out of memory. Better without this thread than without the process.
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+bool startBackgroundThread(std::string_view name, std::function<void()> body) {
+  constexpr std::size_t kLongestName = 15;
+  auto start =
+      std::make_unique<Start>(Start{std::string(name.substr(0, kLongestName)), std::move(body)});
+
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return false;
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+
+  // A thread inherits its creator's mask.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  pthread_t thread;
+  const bool started = pthread_create(&thread, &attributes, runThread, start.get()) == 0;
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  pthread_attr_destroy(&attributes);
+
+  if (started) static_cast<void>(start.release());
+  return started;
+}
+
+}  // namespace veltrano

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+
+#include "encoding/time.h"
+
+namespace veltrano {
+
+/// The instant `delay` after `now`; no earlier than `now`, and at most a century later, which keeps
+/// every clock reading and system call within its range.
+inline std::chrono::steady_clock::time_point dueTime(std::chrono::steady_clock::time_point now,
+                                                     Duration delay) {
+  constexpr Duration kLongest = std::chrono::hours(24 * 365 * 100);
+  return now + std::clamp(delay, Duration::zero(), kLongest);
+}
+
+}  // namespace veltrano

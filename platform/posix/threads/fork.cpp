@@ -1,0 +1,12 @@
+#include "platform/posix/threads/fork.h"
+
+#include <pthread.h>
+
+namespace veltrano {
+
+void watchForks() {
+  static const int registered = pthread_atfork(nullptr, nullptr, [] { becomeForkedChild(); });
+  static_cast<void>(registered);  // fails for want of memory only; then forks go unnoticed
+}
+
+}  // namespace veltrano

@@ -1,0 +1,25 @@
+#include "platform/posix/threads/submissions.h"
+
+#include <utility>
+
+namespace veltrano {
+
+Block* Submissions::takeOldest() {
+  const auto afterOldest = [this] { return oldest_->next.load(std::memory_order_acquire); };
+  Block* next = afterOldest();
+  if (oldest_ == &placeholder_) {
+    if (next == nullptr) return nullptr;
+    oldest_ = next;
+    next = afterOldest();
+  }
+  if (next == nullptr) {
+    // A block can be taken only once something follows it: here, the placeholder.
+    if (newest() != oldest_) return nullptr;
+    push(&placeholder_);
+    next = afterOldest();
+    if (next == nullptr) return nullptr;
+  }
+  return std::exchange(oldest_, next);
+}
+
+}  // namespace veltrano

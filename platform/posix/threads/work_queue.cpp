@@ -1,0 +1,170 @@
+#include "platform/posix/threads/work_queue.h"
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <thread>
+#include <utility>
+
+#include "platform/posix/threads/background_thread.h"
+#include "platform/posix/threads/due_time.h"
+#include "platform/posix/threads/fork.h"
+
+namespace veltrano {
+namespace {
+
+constexpr std::chrono::microseconds kNap{400};
+constexpr std::chrono::milliseconds kNapsEndAfter{20};
+
+template <class Work>
+void runGuarded(Work&& work) {
+  try {
+    work();
+  } catch (...) {
+    // There is nobody to tell.
+  }
+}
+
+}  // namespace
+
+PosixWorkQueue::PosixWorkQueue(std::string_view label) : label_(label) {}
+
+void PosixWorkQueue::async(std::unique_ptr<Block> block) {
+  if (isForkedChild()) return;
+  submitted_.push(block.release());
+  if (state_.load(std::memory_order_seq_cst) != State::awake) wake();
+}
+
+void PosixWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) {
+  if (isForkedChild()) return;
+  if (delay <= Duration::zero()) {
+    async([item = std::move(item)] { item->run(); });
+    return;
+  }
+  const auto due = dueTime(Clock::now(), delay);
+  DelayedItems::Items cancelled;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto firstDue = delayed_.nextDue();
+    cancelled = delayed_.add(due, std::move(item));
+    const State state = state_.load();
+    if (state == State::unstarted) start();
+    if (state == State::asleep && (!firstDue || due < *firstDue)) wakeUp_.notify_one();
+  }
+  if (!cancelled.empty()) async([cancelled = std::move(cancelled)] {});
+}
+
+void PosixWorkQueue::wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) {
+  if (isForkedChild()) return;
+  group->wait();
+  then();
+}
+
+void PosixWorkQueue::wake() {
+  const std::lock_guard lock(mutex_);
+  const State state = state_.load();
+  if (state == State::unstarted) start();
+  if (state == State::asleep) {
+    state_.store(State::awake);
+    wakeUp_.notify_one();
+  }
+}
+
+// Called with mutex_ held. Without a thread the work waits for the next submission's attempt.
+void PosixWorkQueue::start() {
+  runGuarded([this] {
+    if (startBackgroundThread(label_, [this] { work(); })) state_.store(State::awake);
+  });
+}
+
+void PosixWorkQueue::work() {
+  auto idleSince = Clock::now();
+  while (!isForkedChild()) {  // a block may have forked, and gone on in the child
+    if (runWhatIsReady()) {
+      idleSince = Clock::now();
+    } else if (Clock::now() - idleSince < kNapsEndAfter) {
+      nap();
+    } else {
+      forgetCancelled();
+      sleep();
+    }
+  }
+}
+
+// Delayed items join the queue behind everything that was submitted before they were due. So the
+// clock is read first: what is submitted before that instant is all taken.
+//
+// True when something had been submitted: then there may soon be more, which is worth naps. Delayed
+// items say nothing of the kind.
+bool PosixWorkQueue::runWhatIsReady() {
+  const auto now = Clock::now();
+  const bool hadSubmissions = runSubmitted();
+  // One at a time: nothing may fail for want of memory once an item has been taken.
+  while (!isForkedChild()) {
+    std::shared_ptr<WorkItem> item;
+    {
+      const std::lock_guard lock(mutex_);
+      item = delayed_.takeDue(now);
+    }
+    if (item == nullptr) break;
+    runGuarded([&] { item->run(); });
+  }
+  return hadSubmissions;
+}
+
+// Everything that had been submitted when it was called; true when that is something.
+bool PosixWorkQueue::runSubmitted() {
+  const Block* const last = submitted_.newest();
+  bool hasRun = false;
+  for (bool isDone = submitted_.hasReached(last); !isDone && !isForkedChild();) {
+    const std::unique_ptr<Block> block(submitted_.takeOldest());
+    if (block != nullptr) {
+      isDone = block.get() == last || submitted_.hasReached(last);
+      runGuarded([&] { block->run(); });
+      hasRun = true;
+    } else {
+      std::this_thread::sleep_for(kNap);  // a submitter stopped just before it linked its block
+    }
+  }
+  return hasRun;
+}
+
+void PosixWorkQueue::nap() {
+  auto end = Clock::now() + kNap;
+  {
+    const std::lock_guard lock(mutex_);
+    end = std::min(end, delayed_.nextDue().value_or(end));
+  }
+  std::this_thread::sleep_until(end);
+}
+
+void PosixWorkQueue::forgetCancelled() {
+  for (;;) {
+    std::shared_ptr<WorkItem> cancelled;  // destroyed after the lock is released
+    const std::lock_guard lock(mutex_);
+    cancelled = delayed_.takeCancelled();
+    if (cancelled == nullptr) return;
+  }
+}
+
+void PosixWorkQueue::sleep() {
+  std::unique_lock lock(mutex_);
+  state_.store(State::asleep, std::memory_order_seq_cst);
+  while (state_.load() == State::asleep && submitted_.isEmpty()) {
+    const auto due = delayed_.nextDue();
+    if (!due) {
+      wakeUp_.wait(lock);
+    } else if (*due > Clock::now()) {
+      wakeUp_.wait_until(lock, *due);
+    } else {
+      break;
+    }
+  }
+  state_.store(State::awake);
+}
+
+WorkQueue& PosixDispatch::makeSerialQueue(std::string_view label) {
+  return *new PosixWorkQueue(label);
+}
+
+}  // namespace veltrano

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "platform/posix/threads/delayed_items.h"
+#include "platform/posix/threads/submissions.h"
+#include "platform/work_queue.h"
+
+namespace veltrano {
+
+/// A serial queue on a thread of its own, which starts with the first submission. Blocks run and
+/// are destroyed there; what they throw is dropped. Never destroy a queue that has been used.
+///
+/// Waking a thread costs its waker microseconds, so after submissions the thread first naps for
+/// some milliseconds, in naps too short to matter to anybody, and needs no waking meanwhile.
+class PosixWorkQueue final : public WorkQueue {
+ public:
+  explicit PosixWorkQueue(std::string_view label);
+
+  using WorkQueue::async;
+  void async(std::unique_ptr<Block> block) override;
+  void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override;
+  void wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) override;
+
+ private:
+  using Clock = DelayedItems::Clock;
+  enum class State { unstarted, awake, asleep };
+
+  void wake();
+  void start();
+  void work();
+  bool runWhatIsReady();
+  bool runSubmitted();
+  void nap();
+  void forgetCancelled();
+  void sleep();
+
+  const std::string label_;
+  Submissions submitted_;
+  // Changed under mutex_. Sequentially consistent together with submitted_: a submitter pushes,
+  // then looks at the state; the thread falls asleep, then looks for submissions. One of them sees
+  // the other.
+  std::atomic<State> state_{State::unstarted};
+  std::mutex mutex_;
+  std::condition_variable wakeUp_;
+  DelayedItems delayed_;  // guarded by mutex_
+};
+
+class PosixDispatch final : public Dispatch {
+ public:
+  WorkQueue& makeSerialQueue(std::string_view label) override;
+};
+
+}  // namespace veltrano
