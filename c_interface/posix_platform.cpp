@@ -26,7 +26,8 @@ std::optional<std::string> takeText(veltrano_object* handle) {
   const std::unique_ptr<veltrano_object, decltype(&veltrano_release)> owner(handle,
                                                                             veltrano_release);
   const Object object = objectOf(handle);
-  return object.text() != nullptr ? std::optional(*object.text()) : std::nullopt;
+  const auto text = object.text();
+  return text ? std::optional<std::string>(*text) : std::nullopt;
 }
 
 PosixOptions cppOptions(const veltrano_options& given) {

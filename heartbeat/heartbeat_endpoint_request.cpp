@@ -32,7 +32,7 @@ std::string bodyJSON(const std::string& uid, const std::string& sessionID, doubl
   writeText("event", "heartbeat");
   writer.key("properties");
   writer.startObject();
-  writeText("app_id", stringValue(superProperties, "app_id").value_or(""));
+  writeText("app_id", superProperties.text("app_id").value_or(""));
   writeText("app_version", DefaultProperties::publisherVersion());
   writeText("os_version", wellFormedUTF8(platform().device.systemVersion()));
   writeText("manufacturer", "Apple");

@@ -3,6 +3,7 @@
 #include "encoding/numbers.h"
 #include "encoding/utf8.h"
 #include "platform/platform.h"
+#include "properties/parameter_conversion.h"
 
 namespace veltrano {
 namespace {
@@ -12,15 +13,8 @@ constexpr std::string_view kBuildNumberKey = "CFBundleVersion";
 
 // The text under `key`, if that is what is there.
 std::optional<std::string> textIn(const std::optional<HostMap>& dictionary, std::string_view key) {
-  std::optional<std::string> text;
-  if (!dictionary) return text;
-  for (const HostMapEntry& entry : *dictionary) {
-    if (entry.key != key) continue;
-    const auto* member = entry.value.member();
-    const auto* string = member != nullptr ? member->getIf<std::string>() : nullptr;
-    text = string != nullptr ? std::optional(*string) : std::nullopt;
-  }
-  return text;
+  if (!dictionary) return std::nullopt;
+  return ParameterConversion::convert(*dictionary).value_or(PropertyMap()).text(key);
 }
 
 // The library's resource bundle; its own bundle when there is no resource bundle, and none when it
@@ -36,7 +30,7 @@ PropertyMap gather(const std::string& deviceModel, const std::string& libVersion
                    const std::optional<HostMap>& publisherInfo) {
   const Device& device = platform().device;
   const ScreenSize screen = device.mainScreenSize();
-  PropertyMap properties({
+  HostMap properties = {
       {"$screen_height", truncatedInteger(screen.height)},
       {"$screen_width", truncatedInteger(screen.width)},
       {"$manufacturer", "Apple"},
@@ -45,12 +39,12 @@ PropertyMap gather(const std::string& deviceModel, const std::string& libVersion
       {"$os_version", device.systemVersion()},
       {"mp_lib", "swift"},
       {"lib_version", libVersion},
-  });
-  if (auto build = textIn(publisherInfo, kBuildNumberKey))
-    properties.set("$app_build_number", *std::move(build));
-  if (auto version = textIn(publisherInfo, kVersionKey))
-    properties.set("$app_version_string", *std::move(version));
-  return properties;
+  };
+  if (const auto build = textIn(publisherInfo, kBuildNumberKey))
+    properties.set("$app_build_number", *build);
+  if (const auto version = textIn(publisherInfo, kVersionKey))
+    properties.set("$app_version_string", *version);
+  return ParameterConversion::convert(properties).value();
 }
 
 }  // namespace

@@ -1,24 +1,23 @@
 #include "properties/json_encoding.h"
 
+#include "properties/property_map.h"
+
 namespace veltrano {
 namespace {
 
-bool writeArray(JSONWriter& writer, const Array& array) {
+bool writeArray(JSONWriter& writer, FlatContents elements) {
   writer.startArray();
-  for (const HostValue& element : array)
-    if (element.member() == nullptr || !writeJSON(writer, *element.member())) return false;
+  for (const FlatView element : elements)
+    if (!writeJSON(writer, element)) return false;
   writer.endArray();
   return true;
 }
 
-bool writeDictionary(JSONWriter& writer, const Dictionary& dictionary) {
-  // Also keeps the walk from going deeper than conversion lets values nest: only dictionaries with
-  // other keys get through it unexamined.
-  if (!dictionary.isValidNestedType()) return false;
+bool writeProperties(JSONWriter& writer, PropertyView properties) {
   writer.startObject();
-  for (const auto& [key, value] : dictionary) {
-    writer.key(*key.member()->getIf<std::string>());
-    if (!writeJSON(writer, *value.member())) return false;
+  for (const auto& [key, value] : properties) {
+    writer.key(key);
+    if (!writeJSON(writer, value)) return false;
   }
   writer.endObject();
   return true;
@@ -26,43 +25,42 @@ bool writeDictionary(JSONWriter& writer, const Dictionary& dictionary) {
 
 }  // namespace
 
-bool writeJSON(JSONWriter& writer, const SupportedParameterType& value) {
-  using Member = SupportedParameterType::Member;
-  switch (value.member()) {
-    case Member::String:
-      writer.string(*value.getIf<std::string>());
+bool writeJSON(JSONWriter& writer, FlatView value) {
+  switch (value.kind()) {
+    case Kind::String:
+    case Kind::URL:
+      writer.string(value.text());
       return true;
-    case Member::Int:
-      writer.integer(*value.getIf<std::int64_t>());
+    case Kind::Int:
+    case Kind::Int64:
+      writer.integer(value.integer());
       return true;
-    case Member::UInt:
-      writer.unsignedInteger(*value.getIf<std::uint64_t>());
+    case Kind::UInt:
+      writer.unsignedInteger(static_cast<std::uint64_t>(value.integer()));
       return true;
-    case Member::Int64:
-      writer.integer(value.getIf<Int64>()->value);
+    case Kind::Double:
+    case Kind::Float:
+      writer.number(value.real());
       return true;
-    case Member::Double:
-      writer.number(*value.getIf<double>());
+    case Kind::Bool:
+      writer.boolean(value.boolean());
       return true;
-    case Member::Float:
-      writer.number(*value.getIf<float>());
+    case Kind::Date:
+      writer.string(detail::FlatAccess::date(value).iso8601());
       return true;
-    case Member::Bool:
-      writer.boolean(*value.getIf<bool>());
-      return true;
-    case Member::Date:
-      writer.string(value.getIf<Date>()->iso8601());
-      return true;
-    case Member::URL:
-      writer.string(value.getIf<URL>()->text());
-      return true;
-    case Member::NSNull:
+    case Kind::NSNull:
       writer.null();
       return true;
-    case Member::Array:
-      return writeArray(writer, *value.getIf<Array>());
-    case Member::Dictionary:
-      return writeDictionary(writer, *value.getIf<Dictionary>());
+    case Kind::Array:
+      return writeArray(writer, value.contents());
+    case Kind::Dictionary: {
+      const auto properties = asProperties(value);
+      return properties && writeProperties(writer, *properties);
+    }
+    case Kind::Number:
+    case Kind::OtherObject:
+    case Kind::Absent:
+      break;
   }
   return false;
 }

@@ -13,15 +13,11 @@ class ParameterConversion {
  public:
   ParameterConversion() = delete;
 
-  /// Containers may nest this deep in a property; what lies deeper is left out, which bounds the
-  /// stack that later walks over converted values take.
-  static constexpr int kDeepestNesting = 128;
-
   /// None when `value` is absent or cannot be represented.
-  static std::optional<SupportedParameterType> convert(HostValue value);
+  static std::optional<SupportedParameterType> convert(const HostValue& value);
 
   /// None for an empty map; a map all of whose values are left out gives an empty one.
-  static std::optional<PropertyMap> convert(HostMap dictionary);
+  static std::optional<PropertyMap> convert(const HostMap& dictionary);
 };
 
 }  // namespace veltrano

@@ -1,80 +1,61 @@
 #include "properties/property_map.h"
 
-#include <algorithm>
-#include <iterator>
+#include "properties/flat_copier.h"
 
 namespace veltrano {
-namespace {
 
-struct ByKey {
-  bool operator()(const PropertyMap::Entry& l, const PropertyMap::Entry& r) const {
-    return l.first < r.first;
-  }
-  bool operator()(const PropertyMap::Entry& l, std::string_view r) const { return l.first < r; }
-};
-
-bool isAt(const std::vector<PropertyMap::Entry>& entries,
-          std::vector<PropertyMap::Entry>::const_iterator place, std::string_view key) {
-  return place != entries.end() && place->first == key;
+std::optional<FlatView> PropertyView::find(std::string_view key) const {
+  for (const auto& [own, value] : *this)
+    if (own == key) return value;
+  return std::nullopt;
 }
 
-}  // namespace
-
-PropertyMap::PropertyMap(std::vector<Entry> entries) : entries_(std::move(entries)) {
-  const auto isBehind = [](const Entry& l, const Entry& r) { return l.first >= r.first; };
-  if (std::adjacent_find(entries_.begin(), entries_.end(), isBehind) == entries_.end()) return;
-  std::stable_sort(entries_.begin(), entries_.end(), ByKey());
-  // Backwards, so that the last of equal keys is the one kept.
-  const auto firstKept =
-      std::unique(entries_.rbegin(), entries_.rend(),
-                  [](const Entry& later, const Entry& it) { return later.first == it.first; });
-  entries_.erase(entries_.begin(), firstKept.base());
-}
-
-const SupportedParameterType* PropertyMap::find(std::string_view key) const {
-  const auto place = std::lower_bound(entries_.begin(), entries_.end(), key, ByKey());
-  return isAt(entries_, place, key) ? &place->second : nullptr;
-}
-
-void PropertyMap::set(std::string_view key, SupportedParameterType value) {
-  const auto place = std::lower_bound(entries_.begin(), entries_.end(), key, ByKey());
-  if (isAt(entries_, place, key)) {
-    place->second = std::move(value);
-  } else {
-    entries_.emplace(place, key, std::move(value));
-  }
+std::optional<std::string> PropertyMap::text(std::string_view key) const {
+  const auto value = find(key);
+  if (!value || value->kind() != Kind::String) return std::nullopt;
+  return std::string(value->text());
 }
 
 std::optional<SupportedParameterType> PropertyMap::remove(std::string_view key) {
-  const auto place = std::lower_bound(entries_.begin(), entries_.end(), key, ByKey());
-  if (!isAt(entries_, place, key)) return std::nullopt;
-  std::optional<SupportedParameterType> removed = std::move(place->second);
-  entries_.erase(place);
+  FlatBuffer remaining;
+  std::optional<SupportedParameterType> removed;
+  for (const auto& [own, value] : *this) {
+    if (own == key) {
+      removed = memberOf(value);
+    } else {
+      remaining.text(Kind::String, own);
+      remaining.flat(value.data());
+    }
+  }
+  bytes_ = remaining.bytes();
   return removed;
 }
 
-PropertyMap operator+(const PropertyMap& left, const PropertyMap& right) {
-  std::vector<PropertyMap::Entry> entries;
-  entries.reserve(left.size() + right.size());
-  entries.insert(entries.end(), left.begin(), left.end());
-  entries.insert(entries.end(), right.begin(), right.end());
-  return PropertyMap(std::move(entries));
+PropertyMap operator+(const PropertyMap& left, PropertyView right) {
+  FlatBuffer merged;
+  auto l = left.begin();
+  const auto take = [&](const PropertyView::Entry& entry) {
+    merged.text(Kind::String, entry.key);
+    merged.flat(entry.value.data());
+  };
+  for (const auto& entry : right) {
+    for (; l != left.end() && (*l).key < entry.key; ++l) take(*l);
+    if (l != left.end() && (*l).key == entry.key) ++l;
+    take(entry);
+  }
+  for (; l != left.end(); ++l) take(*l);
+  return PropertyMap(PropertyView(merged.bytes()));
 }
 
-std::optional<std::string> stringValue(const PropertyMap& map, std::string_view key) {
-  const auto* value = map.find(key);
-  const auto* text = value != nullptr ? value->getIf<std::string>() : nullptr;
-  return text != nullptr ? std::optional(*text) : std::nullopt;
+std::optional<PropertyView> asProperties(FlatView value) {
+  if (value.kind() != Kind::Dictionary || !hasOnlyStringKeys(value)) return std::nullopt;
+  return PropertyView(value.contents().bytes());
 }
 
-std::optional<PropertyMap> asPropertyMap(const SupportedParameterType& value) {
-  const auto* dictionary = value.getIf<Dictionary>();
-  if (dictionary == nullptr || !dictionary->isValidNestedType()) return std::nullopt;
-  std::vector<PropertyMap::Entry> entries;
-  entries.reserve(dictionary->size());
-  for (const auto& [key, member] : *dictionary)
-    entries.emplace_back(*key.member()->getIf<std::string>(), *member.member());
-  return PropertyMap(std::move(entries));
+SupportedParameterType memberOf(FlatView value) {
+  Flat flat(Kind::Absent);
+  flat.bytes().assign(value.bytes());
+  return detail::FlatAccess::make<SupportedParameterType>(std::move(flat));
 }
 
 }  // namespace veltrano

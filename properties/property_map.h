@@ -1,53 +1,90 @@
 #pragma once
 
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
+#include "properties/flat.h"
 #include "veltrano/value.h"
 
 namespace veltrano {
 
-/// A map from text to members of the set, with value semantics. Its maps are small and read far
-/// more often than changed, so it is a sorted vector.
+/// Properties in the flat form: keys and values by turns, the keys text, sorted and unique, the
+/// values members of the set. Refers to the bytes.
+class PropertyView {
+ public:
+  struct Entry {
+    std::string_view key;
+    FlatView value;
+  };
+  class Iterator {
+   public:
+    explicit Iterator(FlatContents::Iterator key) : key_(key) {}
+    Entry operator*() const {
+      auto value = key_;
+      return {(*key_).text(), *++value};
+    }
+    Iterator& operator++() {
+      ++ ++key_;
+      return *this;
+    }
+    bool operator==(const Iterator& other) const = default;
+
+   private:
+    FlatContents::Iterator key_;
+  };
+
+  explicit PropertyView(std::string_view bytes) : contents_(bytes) {}
+
+  Iterator begin() const { return Iterator(contents_.begin()); }
+  Iterator end() const { return Iterator(contents_.end()); }
+  bool empty() const { return contents_.bytes().empty(); }
+  std::string_view bytes() const { return contents_.bytes(); }
+
+  std::optional<FlatView> find(std::string_view key) const;
+
+ private:
+  FlatContents contents_;
+};
+
+/// A map from text to members of the set, with value semantics.
 class PropertyMap {
  public:
-  using Entry = std::pair<std::string, SupportedParameterType>;
-  using const_iterator = std::vector<Entry>::const_iterator;
-
   PropertyMap() = default;
+  explicit PropertyMap(PropertyView properties) : bytes_(properties.bytes()) {}
 
-  /// Of equal keys, the last one given counts.
-  explicit PropertyMap(std::vector<Entry> entries);
+  PropertyView::Iterator begin() const { return view().begin(); }
+  PropertyView::Iterator end() const { return view().end(); }
+  bool empty() const { return bytes_.empty(); }
 
-  /// The value under `key`, or null. Valid until the map changes.
-  const SupportedParameterType* find(std::string_view key) const;
+  PropertyView view() const { return PropertyView(bytes_); }
 
-  void set(std::string_view key, SupportedParameterType value);
+  /// The value under `key`, or none. Valid until the map changes.
+  std::optional<FlatView> find(std::string_view key) const { return view().find(key); }
+
+  /// The text under `key` when there is one, else none.
+  std::optional<std::string> text(std::string_view key) const;
 
   /// Takes the entry for `key` out and returns what it held.
   std::optional<SupportedParameterType> remove(std::string_view key);
 
-  const_iterator begin() const { return entries_.begin(); }
-  const_iterator end() const { return entries_.end(); }
-  std::size_t size() const { return entries_.size(); }
-  bool empty() const { return entries_.empty(); }
-
  private:
-  std::vector<Entry> entries_;  // sorted by key, keys unique
+  friend PropertyMap operator+(const PropertyMap& left, PropertyView right);
+
+  std::string bytes_;  // see PropertyView
 };
 
 /// Every entry of both maps; on equal keys the right one's value, replaced whole.
-PropertyMap operator+(const PropertyMap& left, const PropertyMap& right);
+PropertyMap operator+(const PropertyMap& left, PropertyView right);
+inline PropertyMap operator+(const PropertyMap& left, const PropertyMap& right) {
+  return left + right.view();
+}
 
-/// The text under `key` when there is one, else none.
-std::optional<std::string> stringValue(const PropertyMap& map, std::string_view key);
+/// `value`, which has been converted, as properties: a Dictionary all of whose keys are Strings.
+/// None for everything else.
+std::optional<PropertyView> asProperties(FlatView value);
 
-/// `value` as a map of properties: a Dictionary all of whose keys are Strings and all of whose
-/// values are members. None for everything else.
-std::optional<PropertyMap> asPropertyMap(const SupportedParameterType& value);
+/// A copy of `value`, which is a member.
+SupportedParameterType memberOf(FlatView value);
 
 }  // namespace veltrano

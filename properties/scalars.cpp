@@ -45,14 +45,8 @@ std::string Date::iso8601() const {
 
 URL::URL(std::string_view text) : text_(wellFormedUTF8(std::string(text))) {}
 
-NSNumber::NSNumber(int storageTypeCode, std::int64_t value)
-    : storageTypeCode_(storageTypeCode),
-      integerValue_(value),
-      doubleValue_(static_cast<double>(value)) {}
-
-NSNumber::NSNumber(int storageTypeCode, double value)
-    : storageTypeCode_(storageTypeCode),
-      integerValue_(truncatedInteger(value)),
-      doubleValue_(value) {}
+std::int64_t NSNumber::truncated(double value) {
+  return truncatedInteger(value);
+}
 
 }  // namespace veltrano

@@ -1,59 +1,282 @@
 #include "veltrano/value.h"
 
+#include <algorithm>
+
 #include "encoding/utf8.h"
+#include "properties/flat.h"
+#include "properties/flat_copier.h"
 
 namespace veltrano {
 namespace {
 
-// Text is examined where it stays: that is cheaper than passing it through a function.
-void mend(std::string& text) {
-  if (!isASCII(text)) text = wellFormedUTF8(std::move(text));
+using detail::Argument;
+using detail::FlatAccess;
+
+template <class Write>
+Flat written(int level, Write write) {
+  FlatBuffer buffer(level);
+  write(buffer);
+  Flat flat(Kind::Absent);
+  flat.bytes().assign(buffer.bytes());
+  return flat;
 }
+
+Flat normalised(FlatView value) {
+  return written(0, [&](FlatWriter& writer) { FlatCopier().normalise(writer, value); });
+}
+
+HostValue hostValue(FlatView value) {
+  return FlatAccess::make<HostValue>(
+      written(0, [&](FlatWriter& writer) { writer.flat(value.data()); }));
+}
+
+std::string textOf(FlatView value) {
+  return wellFormedUTF8(std::string(value.text()));
+}
+
+const char* beginOf(const Flat& container) {
+  return FlatView(container.bytes()).contents().bytes().data();
+}
+
+const char* endOf(const Flat& container) {
+  return container.bytes().data() + container.bytes().size();
+}
+
+template <class Container>
+std::size_t count(const Container& container) {
+  return static_cast<std::size_t>(std::distance(container.begin(), container.end()));
+}
+
+bool hasOnlyMembers(const Flat& container) {
+  const FlatContents contents = FlatView(container.bytes()).contents();
+  return std::all_of(contents.begin(), contents.end(), [](FlatView v) { return v.isMember(); });
+}
+
+// Of the type that reads a member.
+template <class T>
+constexpr Kind kKind = Kind::Absent;
+template <>
+constexpr Kind kKind<std::string> = Kind::String;
+template <>
+constexpr Kind kKind<std::int64_t> = Kind::Int;
+template <>
+constexpr Kind kKind<std::uint64_t> = Kind::UInt;
+template <>
+constexpr Kind kKind<Int64> = Kind::Int64;
+template <>
+constexpr Kind kKind<double> = Kind::Double;
+template <>
+constexpr Kind kKind<float> = Kind::Float;
+template <>
+constexpr Kind kKind<bool> = Kind::Bool;
+template <>
+constexpr Kind kKind<Date> = Kind::Date;
+template <>
+constexpr Kind kKind<URL> = Kind::URL;
+template <>
+constexpr Kind kKind<NSNull> = Kind::NSNull;
+template <>
+constexpr Kind kKind<Array> = Kind::Array;
+template <>
+constexpr Kind kKind<Dictionary> = Kind::Dictionary;
 
 }  // namespace
 
-SupportedParameterType::SupportedParameterType(std::string text)
-    : value_(std::in_place_type<std::string>, std::move(text)) {
-  mend(*std::get_if<std::string>(&value_));
+namespace detail {
+
+Flat::Flat(const Argument& argument) {
+  FlatBuffer buffer;
+  buffer.value(argument);
+  bytes_ = buffer.bytes();
 }
 
-SupportedParameterType::SupportedParameterType(std::string_view text)
-    : value_(std::in_place_type<std::string>, text) {
-  mend(*std::get_if<std::string>(&value_));
+void Argument::flat(const HostValue& value) noexcept {
+  flat(value.value_);
+}
+
+void Argument::flat(const SupportedParameterType& value) noexcept {
+  form_ = Form::flat;
+  object_ = value.flat_.bytes().data();
+}
+
+void Argument::flat(const Array& value) noexcept {
+  form_ = Form::flat;
+  object_ = value.flat_.bytes().data();
+}
+
+void Argument::flat(const Dictionary& value) noexcept {
+  form_ = Form::flat;
+  object_ = value.flat_.bytes().data();
+}
+
+void Argument::flat(const HostMap& value) noexcept {
+  form_ = Form::flat;
+  object_ = value.flat_.bytes().data();
+}
+
+template <class Entry>
+FlatIterator<Entry>& FlatIterator<Entry>::operator++() {
+  at_ += FlatView(at_).bytes().size();
+  if constexpr (!std::is_same_v<Entry, HostValue>) at_ += FlatView(at_).bytes().size();
+  return *this;
+}
+
+template <class Entry>
+Entry FlatIterator<Entry>::operator*() const {
+  const FlatView first(at_);
+  if constexpr (std::is_same_v<Entry, HostValue>) {
+    return hostValue(first);
+  } else {
+    const FlatView second(at_ + first.bytes().size());
+    if constexpr (std::is_same_v<Entry, HostMapEntry>)
+      return {textOf(first), hostValue(second)};
+    else
+      return {hostValue(first), hostValue(second)};
+  }
+}
+
+template class FlatIterator<HostValue>;
+template class FlatIterator<DictionaryEntry>;
+template class FlatIterator<HostMapEntry>;
+
+}  // namespace detail
+
+Array::Array(std::initializer_list<detail::ArrayElement> elements) : flat_(Argument(elements)) {}
+
+Array::Array(const std::vector<HostValue>& elements) : flat_(Argument(elements)) {}
+
+Array::const_iterator Array::begin() const {
+  return const_iterator(beginOf(flat_));
+}
+Array::const_iterator Array::end() const {
+  return const_iterator(endOf(flat_));
+}
+std::size_t Array::size() const {
+  return count(*this);
+}
+
+bool Array::isValidNestedType() const {
+  return hasOnlyMembers(flat_);
+}
+
+Dictionary::Dictionary(std::initializer_list<detail::MapElement> entries)
+    : Dictionary(HostMap(entries)) {}
+
+Dictionary::Dictionary(const HostMap& entries) : flat_(normalised(viewOf(entries))) {}
+
+Dictionary::Dictionary(const std::vector<DictionaryEntry>& entries)
+    : flat_(written(0, [&](FlatWriter& writer) {
+        const auto dictionary = writer.open(Kind::Dictionary);
+        for (const auto& [key, value] : entries) {
+          writer.value(key);
+          writer.value(value);
+        }
+        writer.close(dictionary);
+      })) {
+  flat_ = normalised(FlatView(flat_.bytes()));
+}
+
+Dictionary::const_iterator Dictionary::begin() const {
+  return const_iterator(beginOf(flat_));
+}
+Dictionary::const_iterator Dictionary::end() const {
+  return const_iterator(endOf(flat_));
+}
+std::size_t Dictionary::size() const {
+  return count(*this);
+}
+
+bool Dictionary::hasOnlyStringKeys() const {
+  return veltrano::hasOnlyStringKeys(FlatView(flat_.bytes()));
+}
+
+bool Dictionary::isValidNestedType() const {
+  return hasOnlyStringKeys() && hasOnlyMembers(flat_);
 }
 
 bool SupportedParameterType::isValidNestedType() const {
-  if (const auto* array = getIf<veltrano::Array>()) return array->isValidNestedType();
-  if (const auto* dictionary = getIf<veltrano::Dictionary>())
-    return dictionary->isValidNestedType();
+  if (const auto array = getIf<veltrano::Array>()) return array->isValidNestedType();
+  if (const auto dictionary = getIf<veltrano::Dictionary>()) return dictionary->isValidNestedType();
   return true;
 }
 
-HostValue::HostValue(const char* text) {
-  if (text != nullptr) value_.emplace<SupportedParameterType>(text);
+template <class T>
+std::optional<T> SupportedParameterType::getIf() const {
+  const FlatView value(flat_.bytes());
+  if (value.kind() != kKind<T>) return std::nullopt;
+  if constexpr (std::is_same_v<T, std::string>) {
+    return textOf(value);
+  } else if constexpr (std::is_same_v<T, bool>) {
+    return value.boolean();
+  } else if constexpr (std::is_integral_v<T>) {
+    return static_cast<T>(value.integer());
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return static_cast<T>(value.real());
+  } else if constexpr (std::is_same_v<T, veltrano::Int64>) {
+    return T{value.integer()};
+  } else if constexpr (std::is_same_v<T, veltrano::Date>) {
+    return FlatAccess::date(value);
+  } else if constexpr (std::is_same_v<T, veltrano::URL>) {
+    return T(value.text());
+  } else if constexpr (std::is_same_v<T, veltrano::NSNull>) {
+    return T();
+  } else if constexpr (std::is_same_v<T, veltrano::Array>) {
+    return FlatAccess::make<T>(flat_);
+  } else {
+    return FlatAccess::make<T>(normalised(value));
+  }
 }
 
-HostValue::HostValue(std::initializer_list<detail::ArrayElement> elements)
-    : value_(SupportedParameterType(veltrano::Array(elements))) {}
+template std::optional<std::string> SupportedParameterType::getIf() const;
+template std::optional<std::int64_t> SupportedParameterType::getIf() const;
+template std::optional<std::uint64_t> SupportedParameterType::getIf() const;
+template std::optional<Int64> SupportedParameterType::getIf() const;
+template std::optional<double> SupportedParameterType::getIf() const;
+template std::optional<float> SupportedParameterType::getIf() const;
+template std::optional<bool> SupportedParameterType::getIf() const;
+template std::optional<Date> SupportedParameterType::getIf() const;
+template std::optional<URL> SupportedParameterType::getIf() const;
+template std::optional<NSNull> SupportedParameterType::getIf() const;
+template std::optional<Array> SupportedParameterType::getIf() const;
+template std::optional<Dictionary> SupportedParameterType::getIf() const;
 
-HostValue::HostValue(std::initializer_list<detail::MapElement> entries)
-    : value_(SupportedParameterType(veltrano::Dictionary(entries))) {}
-
-HostValue::HostValue(HostMap entries)
-    : value_(SupportedParameterType(veltrano::Dictionary(std::move(entries)))) {}
-
-HostMapEntry::HostMapEntry(std::string_view entryKey, HostValue&& entryValue)
-    : key(entryKey), value(std::move(entryValue)) {
-  mend(key);
+std::optional<NSNumber> HostValue::number() const {
+  const FlatView value = viewOf(*this);
+  if (value.kind() != Kind::Number) return std::nullopt;
+  return FlatAccess::number(value);
 }
 
-HostMap::HostMap(std::initializer_list<detail::MapElement> entries) {
-  entries_.reserve(entries.size());
-  for (const auto& entry : entries) entries_.emplace_back(entry.key, std::move(entry.value));
+std::optional<OtherObject> HostValue::otherObject() const {
+  if (viewOf(*this).kind() != Kind::OtherObject) return std::nullopt;
+  return OtherObject();
 }
 
-void HostMap::set(std::string_view key, HostValue value) {
-  entries_.emplace_back(key, std::move(value));
+HostMap::HostMap(std::initializer_list<detail::MapElement> entries) : flat_(flatMap(entries)) {}
+
+HostMap::HostMap(const HostMapView& map) : flat_(flatMap(map.argument())) {
+  if (flat_.kind() == Kind::Absent) *this = HostMap();
+}
+
+// The map itself is no property, so its values may nest as deep as one.
+Flat HostMap::flatMap(const Argument& map) {
+  return written(-1, [&](FlatWriter& writer) { writer.value(map); });
+}
+
+void HostMap::set(std::string_view key, const HostValue& value) {
+  FlatBuffer entry;
+  entry.text(Kind::String, key);
+  entry.value(value);
+  appendToContainer(flat_.bytes(), entry);
+}
+
+HostMap::const_iterator HostMap::begin() const {
+  return const_iterator(beginOf(flat_));
+}
+HostMap::const_iterator HostMap::end() const {
+  return const_iterator(endOf(flat_));
+}
+std::size_t HostMap::size() const {
+  return count(*this);
 }
 
 }  // namespace veltrano

@@ -18,9 +18,9 @@ Object object(HostValue value) {
 std::string outcome(std::string_view selector, const Objects& arguments = {}) {
   struct Words {
     std::string operator()(const Done& done) const {
-      return done.returned.text() != nullptr ? "done: " + *done.returned.text()
-             : done.returned.isNil()         ? "done"
-                                             : "done: object";
+      return done.returned.text()    ? "done: " + std::string(*done.returned.text())
+             : done.returned.isNil() ? "done"
+                                     : "done: object";
     }
     std::string operator()(NoSuchSelector) const { return "no such selector"; }
     std::string operator()(WrongNumberOfArguments wrong) const {

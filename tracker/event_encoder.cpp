@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "encoding/utf8.h"
 #include "properties/json_encoding.h"
 
 namespace veltrano {
@@ -13,34 +14,30 @@ constexpr std::string_view kCarrierKey = "$carrier";
 constexpr std::string_view kExtraKey = "extra_json";
 constexpr std::string_view kStatusKey = "att_auth_status";
 
-// Equal keys have equal ones, different keys seldom.
-std::uint8_t fingerprint(std::string_view key) {
-  if (key.empty()) return 0;
-  return static_cast<std::uint8_t>(key.size() * 16 + key.front() * 3 + key.back());
+void writeText(JSONWriter& writer, std::string_view text) {
+  if (isASCII(text))
+    writer.string(text);
+  else
+    writer.string(wellFormedUTF8(std::string(text)));
 }
 
 // The map of properties under "extra_json"; empty when there is none.
-PropertyMap extraIn(const PropertyMap& properties) {
-  const auto* value = properties.find(kExtraKey);
-  return value != nullptr ? asPropertyMap(*value).value_or(PropertyMap()) : PropertyMap();
+PropertyView extraIn(PropertyView properties) {
+  const auto value = properties.find(kExtraKey);
+  const auto extra = value ? asProperties(*value) : std::nullopt;
+  return extra.value_or(PropertyView({}));
 }
 
 }  // namespace
 
 void EventEncoder::setBase(const PropertyMap& defaultProperties,
                            const PropertyMap& superProperties) {
-  const PropertyMap base = defaultProperties + superProperties;
-  base_.clear();
+  own_.clear();
   baseJSON_.clear();
   baseCanBeEncoded_ = true;
-  baseHasTime_ = base.find(kTimeKey) != nullptr;
-  baseHasWiFi_ = base.find(kWiFiKey) != nullptr;
-  baseHasCarrier_ = base.find(kCarrierKey) != nullptr;
-  baseExtra_ = extraIn(superProperties);
-  ownFingerprints_.reset();
-  for (const auto key : {kTimeKey, kWiFiKey, kCarrierKey, kExtraKey})
-    ownFingerprints_.set(fingerprint(key));
-  for (const auto& [key, value] : base) {
+  replacesAny_ = false;
+  baseExtra_ = PropertyMap(extraIn(superProperties.view()));
+  for (const auto& [key, value] : defaultProperties + superProperties) {
     if (key == kExtraKey) continue;
     writer_.clear();
     writer_.startObject();
@@ -48,79 +45,91 @@ void EventEncoder::setBase(const PropertyMap& defaultProperties,
     const bool canBeEncoded = writeJSON(writer_, value);
     writer_.endObject();
     const std::string_view object = writer_.text();
-    base_.push_back({key, std::string(object.substr(1, object.size() - 2)), canBeEncoded});
+    const std::string_view member = object.substr(1, object.size() - 2);
+    own_.push_back({std::string(key), std::string(member), canBeEncoded});
     if (!baseJSON_.empty()) baseJSON_ += ',';
-    baseJSON_ += base_.back().json;
+    baseJSON_ += member;
     baseCanBeEncoded_ = baseCanBeEncoded_ && canBeEncoded;
-    ownFingerprints_.set(fingerprint(key));
   }
+  const auto place = [this](std::string_view key) {
+    return std::lower_bound(own_.begin(), own_.end(), key,
+                            [](const OwnProperty& l, std::string_view r) { return l.key < r; });
+  };
+  constexpr std::string_view kAutomatic[] = {kTimeKey, kWiFiKey, kCarrierKey, kExtraKey};
+  for (const auto key : kAutomatic)
+    if (const auto at = place(key); at == own_.end() || at->key != key)
+      own_.insert(at, {std::string(key), {}});
+  time_ = &*place(kTimeKey);
+  wifi_ = &*place(kWiFiKey);
+  carrier_ = &*place(kCarrierKey);
 }
 
 EventRecord EventEncoder::encode(std::string_view eventName, const AutomaticProperties& automatic,
-                                 const PropertyMap& eventProperties) {
-  static const PropertyMap& none = *new PropertyMap;
-  const PropertyMap& replacing = replacesAny(eventProperties) ? eventProperties : none;
+                                 FlatView carrier, FlatView given) {
+  given_.clear();
+  if (given.kind() == Kind::Dictionary) copier_.convertEntries(given_, given);
+  const PropertyView properties(given_.bytes());
+  markReplaced(properties);
+
   writer_.clear();
   writer_.startObject();
   writer_.key("event");
-  writer_.string(eventName);
+  writeText(writer_, eventName);
   writer_.key("properties");
   writer_.startObject();
-  writeAutomatic(automatic, replacing);
-  if (!writeBase(replacing) || !writeEventProperties(eventProperties) ||
-      !writeExtra(automatic.trackingAuthorizationStatus, replacing))
+  writeAutomatic(automatic, carrier);
+  if (!writeBase() || !writeGiven(properties) ||
+      !writeExtra(automatic.trackingAuthorizationStatus, properties))
     return {};
   writer_.endObject();
   writer_.endObject();
   return {std::string(writer_.text())};
 }
 
-bool EventEncoder::isOwn(std::string_view key) const {
-  if (!ownFingerprints_[fingerprint(key)]) return false;  // which spares most of what follows
-  if (key == kTimeKey || key == kWiFiKey || key == kCarrierKey || key == kExtraKey) return true;
-  const auto place =
-      std::lower_bound(base_.begin(), base_.end(), key,
-                       [](const BaseMember& l, std::string_view r) { return l.key < r; });
-  return place != base_.end() && place->key == key;
+// Both sides are sorted by key.
+void EventEncoder::markReplaced(PropertyView given) {
+  if (replacesAny_)
+    for (OwnProperty& property : own_) property.isReplaced = false;
+  replacesAny_ = false;
+  auto property = own_.begin();
+  for (const auto& [key, value] : given) {
+    while (property != own_.end() && property->key < key) ++property;
+    if (property == own_.end()) return;
+    if (property->key == key) replacesAny_ = property->isReplaced = true;
+  }
 }
 
-bool EventEncoder::replacesAny(const PropertyMap& eventProperties) const {
-  return std::any_of(eventProperties.begin(), eventProperties.end(),
-                     [&](const auto& entry) { return isOwn(entry.first); });
-}
-
-void EventEncoder::writeAutomatic(const AutomaticProperties& automatic,
-                                  const PropertyMap& replacing) {
-  const auto isReplaced = [&](std::string_view key) { return replacing.find(key) != nullptr; };
-  if (!baseHasTime_ && !isReplaced(kTimeKey)) {
+void EventEncoder::writeAutomatic(const AutomaticProperties& automatic, FlatView carrier) {
+  const auto isWritten = [](const OwnProperty* p) { return p->json.empty() && !p->isReplaced; };
+  if (isWritten(time_)) {
     writer_.key(kTimeKey);
     writer_.integer(automatic.timeInMilliseconds);
   }
-  if (!baseHasWiFi_ && !isReplaced(kWiFiKey)) {
+  if (isWritten(wifi_)) {
     writer_.key(kWiFiKey);
     writer_.boolean(automatic.isOnWiFi);
   }
-  if (automatic.carrier && !baseHasCarrier_ && !isReplaced(kCarrierKey)) {
+  if (carrier.kind() == Kind::String && isWritten(carrier_)) {
     writer_.key(kCarrierKey);
-    writer_.string(*automatic.carrier);
+    writeText(writer_, carrier.text());
   }
 }
 
-bool EventEncoder::writeBase(const PropertyMap& replacing) {
-  if (replacing.empty()) {
+bool EventEncoder::writeBase() {
+  if (!replacesAny_) {
     if (!baseJSON_.empty()) writer_.members(baseJSON_);
     return baseCanBeEncoded_;
   }
-  for (const BaseMember& member : base_) {
-    if (replacing.find(member.key) != nullptr) continue;
-    if (!member.canBeEncoded) return false;
-    writer_.members(member.json);
+  for (const OwnProperty& property : own_) {
+    if (property.json.empty() || property.isReplaced) continue;
+    if (!property.canBeEncoded) return false;
+    writer_.members(property.json);
   }
   return true;
 }
 
-bool EventEncoder::writeEventProperties(const PropertyMap& eventProperties) {
-  for (const auto& [key, value] : eventProperties) {
+bool EventEncoder::writeGiven(PropertyView given) {
+  for (const auto& [key, value] : given) {
     if (key == kExtraKey) continue;
     writer_.key(key);
     if (!writeJSON(writer_, value)) return false;
@@ -128,17 +137,18 @@ bool EventEncoder::writeEventProperties(const PropertyMap& eventProperties) {
   return true;
 }
 
-bool EventEncoder::writeExtra(std::uint64_t trackingAuthorizationStatus,
-                              const PropertyMap& replacing) {
+bool EventEncoder::writeExtra(std::uint64_t trackingAuthorizationStatus, PropertyView given) {
   writer_.key(kExtraKey);
   writer_.startObject();
-  if (baseExtra_.empty() && replacing.find(kExtraKey) == nullptr) {
+  if (baseExtra_.empty() && !replacesAny_) {
     writer_.key(kStatusKey);
     writer_.unsignedInteger(trackingAuthorizationStatus);
   } else {
-    PropertyMap status;
-    status.set(kStatusKey, trackingAuthorizationStatus);
-    for (const auto& [key, value] : status + baseExtra_ + extraIn(replacing)) {
+    FlatBuffer status;
+    status.text(Kind::String, kStatusKey);
+    status.value(trackingAuthorizationStatus);
+    const PropertyMap automatic{PropertyView(status.bytes())};
+    for (const auto& [key, value] : automatic + baseExtra_ + extraIn(given)) {
       writer_.key(key);
       if (!writeJSON(writer_, value)) return false;
     }

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <bitset>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "encoding/json_writer.h"
+#include "properties/flat_copier.h"
 #include "properties/property_map.h"
 #include "upload/event_record.h"
 
@@ -16,9 +15,8 @@ namespace veltrano {
 /// What is known by itself about the moment at which an event was tracked.
 struct AutomaticProperties {
   std::int64_t timeInMilliseconds = 0;
-  bool isOnWiFi = false;
-  std::optional<std::string> carrier;
   std::uint64_t trackingAuthorizationStatus = 0;
+  bool isOnWiFi = false;
 };
 
 /// Layers the properties of events and encodes them. Default and super properties are the same for
@@ -30,40 +28,39 @@ class EventEncoder {
   /// keys a super property wins; the maps under "extra_json" are merged.
   void setBase(const PropertyMap& defaultProperties, const PropertyMap& superProperties);
 
-  /// The record of one event. Automatic properties give way to the base, and that gives way to
-  /// `eventProperties`; the maps under "extra_json" are merged key by key, later ones winning, and
-  /// what is no map there counts for nothing.
+  /// The record of one event. `carrier` and `given`, the host's properties, may be absent.
+  /// Automatic properties give way to the base, and that gives way to what is given; the maps under
+  /// "extra_json" are merged key by key, later ones winning, and what is no map there counts for
+  /// nothing.
   EventRecord encode(std::string_view eventName, const AutomaticProperties& automatic,
-                     const PropertyMap& eventProperties);
+                     FlatView carrier, FlatView given);
 
  private:
-  struct BaseMember {
+  // A property that an event has by itself: one of the base, or an automatic one.
+  struct OwnProperty {
     std::string key;
-    std::string json;  // `"key":value`
-    bool canBeEncoded;
+    std::string json;  // `"key":value`; empty for an automatic one that the base leaves alone
+    bool canBeEncoded = true;
+    bool isReplaced = false;  // by one that the event was given
   };
 
-  // Whether an event has the property by itself.
-  bool isOwn(std::string_view key) const;
-
-  // Few events replace a property that they would have by themselves. `replacing` is the event's
-  // properties if they do, and else empty.
-  bool replacesAny(const PropertyMap& eventProperties) const;
-  void writeAutomatic(const AutomaticProperties& automatic, const PropertyMap& replacing);
-  [[nodiscard]] bool writeBase(const PropertyMap& replacing);
-  [[nodiscard]] bool writeEventProperties(const PropertyMap& eventProperties);
-  [[nodiscard]] bool writeExtra(std::uint64_t trackingAuthorizationStatus,
-                                const PropertyMap& replacing);
+  void markReplaced(PropertyView given);
+  void writeAutomatic(const AutomaticProperties& automatic, FlatView carrier);
+  [[nodiscard]] bool writeBase();
+  [[nodiscard]] bool writeGiven(PropertyView given);
+  [[nodiscard]] bool writeExtra(std::uint64_t trackingAuthorizationStatus, PropertyView given);
 
   JSONWriter writer_;
-  std::vector<BaseMember> base_;  // sorted by key; without "extra_json"
-  bool baseHasTime_ = false;
-  bool baseHasWiFi_ = false;
-  bool baseHasCarrier_ = false;
+  FlatCopier copier_;
+  FlatBuffer given_;              // the properties of one event, converted
+  std::vector<OwnProperty> own_;  // sorted by key; "extra_json" among them, but never written
+  const OwnProperty* time_ = nullptr;
+  const OwnProperty* wifi_ = nullptr;
+  const OwnProperty* carrier_ = nullptr;
   std::string baseJSON_;  // all members of the base, for events that replace none
   bool baseCanBeEncoded_ = true;
-  std::bitset<256> ownFingerprints_;  // of the keys that an event has by itself
-  PropertyMap baseExtra_;             // what the super properties add to "extra_json"
+  bool replacesAny_ = false;  // whether any of own_ is marked as replaced
+  PropertyMap baseExtra_;     // what the super properties add to "extra_json"
 };
 
 }  // namespace veltrano

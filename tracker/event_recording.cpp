@@ -1,7 +1,6 @@
-#include "encoding/utf8.h"
 #include "properties/default_properties.h"
-#include "properties/parameter_conversion.h"
 #include "tracker/log.h"
+#include "tracker/track_call.h"
 #include "tracker/tracker.h"
 
 namespace veltrano {
@@ -13,42 +12,31 @@ std::int64_t millisecondsSinceEpoch(WallTime time) {
   return (microseconds + (microseconds < 0 ? -500 : 500)) / 1000;
 }
 
-AutomaticProperties takeAutomaticProperties() {
-  const Platform& here = platform();
-  auto carrier = here.telephony.carrierName();
-  if (carrier) carrier = wellFormedUTF8(*std::move(carrier));
-  return {
-      .timeInMilliseconds = millisecondsSinceEpoch(here.wallClock.now()),
-      .isOnWiFi = here.connectivity.isReachableOnWiFi(),
-      .carrier = std::move(carrier),
-      .trackingAuthorizationStatus = here.trackingManager.trackingAuthorizationStatus(),
-  };
-}
-
 }  // namespace
 
-void Tracker::track(std::string eventName, HostMap eventProperties, FlushCompletion completion) {
+void Tracker::track(std::string_view eventName, const HostMapView& eventProperties,
+                    FlushCompletion completion) {
   refreshTriggers_.callHandlerFor(eventName);
-  log("Adding event of ", eventName, " to current ", eventCount_.load(std::memory_order_relaxed),
-      " events");
-  AutomaticProperties automatic = takeAutomaticProperties();
+  log("Adding event of ", HostText{eventName}, " to current ",
+      eventCount_.load(std::memory_order_relaxed), " events");
+  const Platform& here = platform();
+  AutomaticProperties automatic;
+  automatic.timeInMilliseconds = millisecondsSinceEpoch(here.wallClock.now());
+  automatic.isOnWiFi = here.connectivity.isReachableOnWiFi();
+  const auto carrier = here.telephony.carrierName();
+  automatic.trackingAuthorizationStatus = here.trackingManager.trackingAuthorizationStatus();
   // The device is asked for its properties by the first caller; afterwards they are only shared.
   DefaultProperties::properties();
-  dispatchQueue_.async([this, eventName = std::move(eventName), automatic = std::move(automatic),
-                        eventProperties = std::move(eventProperties),
-                        completion = std::move(completion)]() mutable {
-    record(eventName, automatic, std::move(eventProperties), std::move(completion));
-  });
+  dispatchQueue_.async(TrackCall::make(*this, automatic, carrier, eventName, eventProperties,
+                                       std::move(completion)));
 }
 
-void Tracker::record(const std::string& eventName, const AutomaticProperties& automatic,
-                     HostMap eventProperties, FlushCompletion completion) {
+void Tracker::record(std::string_view eventName, const AutomaticProperties& automatic,
+                     FlatView carrier, FlatView eventProperties, FlushCompletion completion) {
   log("In dispatch queue code block for adding event to queue");
   if (!isEncoderCurrent_) encoder_.setBase(DefaultProperties::properties(), *superProperties_);
   isEncoderCurrent_ = true;
-  eventQueue_.push_back(encoder_.encode(
-      eventName, automatic,
-      ParameterConversion::convert(std::move(eventProperties)).value_or(PropertyMap())));
+  eventQueue_.push_back(encoder_.encode(eventName, automatic, carrier, eventProperties));
   eventCount_.store(eventQueue_.size(), std::memory_order_relaxed);
   log("Added event and now have ", eventQueue_.size(), " events");
   trimQueueIfNecessary();

@@ -3,8 +3,10 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
-#include "properties/parameter_conversion.h"
+#include "encoding/utf8.h"
+#include "properties/flat.h"
 
 namespace veltrano {
 namespace {
@@ -74,80 +76,61 @@ void appendNumber(std::string& line, Number number) {
   if (isPlain && text.find('.') == std::string_view::npos) line += ".0";
 }
 
-void appendDebugForm(std::string& line, const SupportedParameterType& value, int depth);
-
-void appendDebugForm(std::string& line, const HostValue& value, int depth) {
-  if (const auto* member = value.member()) {
-    appendDebugForm(line, *member, depth);
-  } else if (const auto* number = value.number()) {
-    appendNumber(line, number->doubleValue());
-  } else {
-    line += value.isAbsent() ? "nil" : "<object>";
-  }
-}
-
-void appendList(std::string& line, const Array& array, int depth) {
+void appendDebugForm(std::string& line, FlatView value) {
   std::string_view separator;
-  line += '[';
-  for (const HostValue& element : array) {
-    line += separator;
-    appendDebugForm(line, element, depth + 1);
-    separator = ", ";
-  }
-  line += ']';
-}
-
-void appendMap(std::string& line, const Dictionary& dictionary, int depth) {
-  std::string_view separator;
-  line += '[';
-  if (dictionary.empty()) line += ':';
-  for (const auto& [key, value] : dictionary) {
-    line += separator;
-    appendDebugForm(line, key, depth + 1);
-    line += ": ";
-    appendDebugForm(line, value, depth + 1);
-    separator = ", ";
-  }
-  line += ']';
-}
-
-void appendDebugForm(std::string& line, const SupportedParameterType& value, int depth) {
-  using Member = SupportedParameterType::Member;
-  // A dictionary with other keys than text goes through conversion unexamined and may nest deeper
-  // than the stack allows.
-  if (depth > 2 * ParameterConversion::kDeepestNesting) {
-    line += "...";
-    return;
-  }
-  switch (value.member()) {
-    case Member::String:
-      return appendQuoted(line, *value.getIf<std::string>());
-    case Member::Int:
-      return render(line, *value.getIf<std::int64_t>());
-    case Member::UInt:
-      return render(line, *value.getIf<std::uint64_t>());
-    case Member::Int64:
-      return render(line, value.getIf<Int64>()->value);
-    case Member::Double:
-      return appendNumber(line, *value.getIf<double>());
-    case Member::Float:
-      return appendNumber(line, *value.getIf<float>());
-    case Member::Bool:
-      return render(line, *value.getIf<bool>());
-    case Member::Date:
-      return render(line, value.getIf<Date>()->iso8601());
-    case Member::URL:
-      return render(line, value.getIf<URL>()->text());
-    case Member::NSNull:
+  switch (value.kind()) {
+    case Kind::String:
+      return appendQuoted(line, value.text());
+    case Kind::Int:
+    case Kind::Int64:
+      return render(line, value.integer());
+    case Kind::UInt:
+      return render(line, static_cast<std::uint64_t>(value.integer()));
+    case Kind::Double:
+      return appendNumber(line, value.real());
+    case Kind::Float:
+      return appendNumber(line, static_cast<float>(value.real()));
+    case Kind::Bool:
+      return render(line, value.boolean());
+    case Kind::Date:
+      return render(line, detail::FlatAccess::date(value).iso8601());
+    case Kind::URL:
+      return render(line, value.text());
+    case Kind::NSNull:
       return render(line, "<null>");
-    case Member::Array:
-      return appendList(line, *value.getIf<Array>(), depth);
-    case Member::Dictionary:
-      return appendMap(line, *value.getIf<Dictionary>(), depth);
+    case Kind::Number:
+      return appendNumber(line, value.numberAsDouble());
+    case Kind::OtherObject:
+      return render(line, "<object>");
+    case Kind::Absent:
+      return render(line, "nil");
+    case Kind::Array:
+      line += '[';
+      for (const FlatView element : value.contents()) {
+        line += std::exchange(separator, ", ");
+        appendDebugForm(line, element);
+      }
+      line += ']';
+      return;
+    case Kind::Dictionary:
+      line += '[';
+      if (value.contents().bytes().empty()) line += ':';
+      for (auto it = value.contents().begin(); it != value.contents().end(); ++it) {
+        line += std::exchange(separator, ", ");
+        appendDebugForm(line, *it);
+        line += ": ";
+        appendDebugForm(line, *++it);
+      }
+      line += ']';
+      return;
   }
 }
 
 }  // namespace
+
+void render(std::string& line, HostText text) {
+  line += wellFormedUTF8(std::string(text.text));
+}
 
 void render(std::string& line, const std::optional<SupportedParameterType>& value) {
   if (!value) {
@@ -155,14 +138,12 @@ void render(std::string& line, const std::optional<SupportedParameterType>& valu
     return;
   }
   line += "Optional(";
-  appendDebugForm(line, *value, 0);
+  appendDebugForm(line, viewOf(*value));
   line += ')';
 }
 
 void render(std::string& line, const std::optional<std::vector<std::string>>& list) {
-  if (!list) return render(line, std::optional<SupportedParameterType>());
-  render(line, std::optional<SupportedParameterType>(
-                   Array(std::vector<HostValue>(list->begin(), list->end()))));
+  render(line, list ? std::optional(*HostValue(*list).member()) : std::nullopt);
 }
 
 }  // namespace veltrano

@@ -24,6 +24,12 @@ requires(!std::same_as<Integer, bool>) void render(std::string& line, Integer nu
   line.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
 
+/// Text of a host's, in which ill-formed UTF-8 becomes U+FFFD.
+struct HostText {
+  std::string_view text;
+};
+void render(std::string& line, HostText text);
+
 /// "true" or "false".
 template <std::same_as<bool> Bool>
 void render(std::string& line, Bool flag) {

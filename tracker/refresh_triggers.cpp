@@ -11,7 +11,8 @@ namespace veltrano {
 namespace {
 
 std::string decomposed(std::string_view text) {
-  return isASCII(text) ? std::string(text) : canonicalDecomposition(text);
+  if (isASCII(text)) return std::string(text);
+  return canonicalDecomposition(wellFormedUTF8(std::string(text)));
 }
 
 }  // namespace

@@ -19,34 +19,31 @@ namespace {
 // take: makes an argument out of an object; false when the argument is to be something else.
 
 bool take(const Object& object, std::string_view& text) {
-  const std::string* given = object.text();
-  if (given != nullptr) text = *given;
-  return given != nullptr;
+  const auto given = object.text();
+  text = given.value_or(std::string_view());
+  return given.has_value();
 }
 
 bool take(const Object& object, HostMap& map) {
   auto given = object.map();
-  if (!given) return false;
-  map = *std::move(given);
-  return true;
+  if (given) map = *std::move(given);
+  return given.has_value();
 }
 
 bool take(const Object& object, std::vector<std::string>& list) {
-  const auto* given = object.member() != nullptr ? object.member()->getIf<Array>() : nullptr;
-  if (given == nullptr) return false;
+  const auto given = object.member() != nullptr ? object.member()->getIf<Array>() : std::nullopt;
+  if (!given) return false;
   for (const HostValue& element : *given) {
-    const auto* text =
-        element.member() != nullptr ? element.member()->getIf<std::string>() : nullptr;
-    if (text == nullptr) return false;
-    list.push_back(*text);
+    const auto text = Object(element).text();
+    if (!text) return false;
+    list.emplace_back(*text);
   }
   return true;
 }
 
 // Where an argument may be left out, nil and the null object do so.
 bool isNothing(const Object& object) {
-  return object.isNil() ||
-         (object.member() != nullptr && object.member()->getIf<NSNull>() != nullptr);
+  return object.isNil() || (object.member() != nullptr && object.member()->getIf<NSNull>());
 }
 
 template <class Block>
@@ -122,14 +119,13 @@ constexpr Entry kEntries[] = {
     {"setLibVersion:", [](Text version) { Veltrano::shared().setLibVersion(version); }},
     {"setPublisherUid:", [](std::optional<Text> uid) { Veltrano::shared().setPublisherUid(uid); }},
     {"trackWithEventName:eventProperties:",
-     [](Text name, HostMap properties) { Veltrano::shared().track(name, std::move(properties)); }},
+     [](Text name, HostMap properties) { Veltrano::shared().track(name, properties); }},
     {"trackWithEventName:eventProperties:forceFlushCompletion:",
      [](Text name, std::optional<HostMap> properties, Object::BooleanBlock completion) {
-       Veltrano::shared().track(name, std::move(properties).value_or(HostMap()),
-                                std::move(completion));
+       Veltrano::shared().track(name, properties, std::move(completion));
      }},
     {"setSuperPropertiesWithProperties:",
-     [](HostMap properties) { Veltrano::shared().setSuperProperties(std::move(properties)); }},
+     [](HostMap properties) { Veltrano::shared().setSuperProperties(properties); }},
     {"removeSuperPropertyWithKey:", [](Text key) { Veltrano::shared().removeSuperProperty(key); }},
     {"setRefreshTriggersWithHandlerWithTriggers:handler:",
      [](std::optional<std::vector<std::string>> triggers, Object::Block handler) {

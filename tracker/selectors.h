@@ -8,7 +8,7 @@
 #include <string_view>
 #include <variant>
 
-#include "platform/objects.h"
+#include "tracker/host_object.h"
 
 namespace veltrano {
 

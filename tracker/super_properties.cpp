@@ -4,9 +4,9 @@
 
 namespace veltrano {
 
-void Tracker::setSuperProperties(HostMap properties) {
-  dispatchQueue_.async([this, properties = std::move(properties)]() mutable {
-    if (auto converted = ParameterConversion::convert(std::move(properties)))
+void Tracker::setSuperProperties(const HostMapView& properties) {
+  dispatchQueue_.async([this, given = HostMap(properties)] {
+    if (const auto converted = ParameterConversion::convert(given))
       changeSuperProperties(*superProperties_ + *converted);
   });
 }

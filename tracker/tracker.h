@@ -39,10 +39,11 @@ class Tracker {
   static Tracker& shared();
 
   // Recording.
-  void track(std::string eventName, HostMap eventProperties, FlushCompletion completion);
+  void track(std::string_view eventName, const HostMapView& eventProperties,
+             FlushCompletion completion);
 
   // Super properties and refresh triggers.
-  void setSuperProperties(HostMap properties);
+  void setSuperProperties(const HostMapView& properties);
   void removeSuperProperty(std::string key);
   void setRefreshTriggers(const std::optional<std::vector<std::string>>& triggers,
                           std::function<void()> handler);
@@ -77,8 +78,9 @@ class Tracker {
   void setScreenOrientation();
 
   // Recording, on the work queue.
-  void record(const std::string& eventName, const AutomaticProperties& automatic,
-              HostMap eventProperties, FlushCompletion completion);
+  friend class TrackCall;
+  void record(std::string_view eventName, const AutomaticProperties& automatic, FlatView carrier,
+              FlatView eventProperties, FlushCompletion completion);
   void changeSuperProperties(PropertyMap changed);
 
   // The flush that is due next, from any thread.

@@ -7,7 +7,7 @@
 #include "platform/process.h"
 #include "tracker/tracker.h"
 
-using veltrano::HostMap;
+using veltrano::HostMapView;
 using veltrano::Tracker;
 
 namespace {
@@ -51,18 +51,13 @@ void Veltrano::setPublisherUid(std::optional<std::string_view> uid) {
   if (auto* it = tracker()) it->setPublisherUid(uid ? std::optional(entering(*uid)) : std::nullopt);
 }
 
-void Veltrano::track(std::string_view eventName, HostMap eventProperties) {
-  track(eventName, std::move(eventProperties), nullptr);
-}
-
-void Veltrano::track(std::string_view eventName, HostMap eventProperties,
+void Veltrano::track(std::string_view eventName, const HostMapView& eventProperties,
                      FlushCompletion forceFlushCompletion) {
-  if (auto* it = tracker())
-    it->track(entering(eventName), std::move(eventProperties), std::move(forceFlushCompletion));
+  if (auto* it = tracker()) it->track(eventName, eventProperties, std::move(forceFlushCompletion));
 }
 
-void Veltrano::setSuperProperties(HostMap properties) {
-  if (auto* it = tracker()) it->setSuperProperties(std::move(properties));
+void Veltrano::setSuperProperties(const HostMapView& properties) {
+  if (auto* it = tracker()) it->setSuperProperties(properties);
 }
 
 void Veltrano::removeSuperProperty(std::string_view key) {

@@ -16,9 +16,9 @@ std::optional<std::vector<std::string_view>> batchJSON(const std::deque<EventRec
   std::vector<std::string_view> pieces;
   pieces.reserve(2 * events.size() + 1);
   for (const EventRecord& event : events) {
-    if (!event.json) return std::nullopt;
+    if (event.json.empty()) return std::nullopt;
     pieces.emplace_back(pieces.empty() ? "[" : ",");
-    pieces.emplace_back(*event.json);
+    pieces.emplace_back(event.json);
   }
   pieces.emplace_back("]");
   return pieces;
@@ -35,7 +35,7 @@ bool isDelivered(const std::optional<URLResponse>& response) {
 
 CorvaneEndpointRequest::CorvaneEndpointRequest(const std::deque<EventRecord>& events,
                                                const PropertyMap& superProperties)
-    : uid_(stringValue(superProperties, "uid").value_or("")),
+    : uid_(superProperties.text("uid").value_or("")),
       eventsBeingSent_(events),
       superProperties_(superProperties) {}
 

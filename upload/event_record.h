@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <string>
 
 namespace veltrano {
@@ -9,7 +8,7 @@ namespace veltrano {
 /// {"event": name, "properties": {...}}. It is encoded once, when it is recorded: that takes less
 /// memory than the properties themselves, and uploads of the same event need not encode it again.
 struct EventRecord {
-  std::optional<std::string> json;  // none when the properties cannot be encoded
+  std::string json;  // empty when the properties cannot be encoded
 };
 
 }  // namespace veltrano

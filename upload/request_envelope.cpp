@@ -12,7 +12,7 @@ PostRequest makeEndpointPost(std::string_view path, std::string_view uid,
   PostRequest request;
   request.baseURL = "https://" + platform().collectionHost + std::string(path);
   request.headerParameters = {
-      {"lib_version", "ios_" + stringValue(superProperties, "lib_version").value_or("0.0")},
+      {"lib_version", "ios_" + superProperties.text("lib_version").value_or("0.0")},
       {"publisher_version", "ios_" + DefaultProperties::publisherVersion()},
   };
   request.qsParameters = {{"uid", std::string(uid)}};

@@ -7,19 +7,24 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "veltrano/export.h"
 
 namespace veltrano {
 
+namespace detail {
+struct FlatAccess;
+}
+
 /// A signed 64-bit integer kept apart from an ordinary one: `Int64{7}` chooses the member `Int64`,
 /// a bare `std::int64_t` the member `Int`.
-struct Int64 {
+struct VELTRANO_EXPORT Int64 {
   std::int64_t value = 0;
 };
 
 /// An explicit null: present, and standing for nothing.
-struct NSNull {};
+struct VELTRANO_EXPORT NSNull {};
 
 /// A point in time in whole microseconds. Instants more than 30,000 years from 1970 are moved to
 /// that distance.
@@ -38,6 +43,9 @@ class VELTRANO_EXPORT Date {
   std::string iso8601() const;
 
  private:
+  friend struct detail::FlatAccess;
+  explicit Date(std::chrono::microseconds sinceEpoch) : sinceEpoch_(sinceEpoch) {}
+
   std::chrono::microseconds sinceEpoch_{0};
 };
 
@@ -57,10 +65,11 @@ class VELTRANO_EXPORT URL {
 /// it into an `Int`, a `Bool` or a `Double` according to its code.
 class VELTRANO_EXPORT NSNumber {
  public:
-  NSNumber(int storageTypeCode, std::int64_t value);
-
-  /// The integer reading is cut toward zero and limited to 64 bits; NaN reads as 0.
-  NSNumber(int storageTypeCode, double value);
+  /// Integers, booleans among them, read as themselves (beyond 63 bits, cut off there). Of other
+  /// numbers the integer reading is cut toward zero and limited to 64 bits; NaN reads as 0.
+  template <class T, std::enable_if_t<std::is_arithmetic_v<T>, int> = 0>
+  NSNumber(int storageTypeCode, T value)
+      : NSNumber(storageTypeCode, integerReading(value), static_cast<double>(value)) {}
 
   int storageTypeCode() const { return storageTypeCode_; }
   std::int64_t integerValue() const { return integerValue_; }
@@ -68,12 +77,28 @@ class VELTRANO_EXPORT NSNumber {
   double doubleValue() const { return doubleValue_; }
 
  private:
+  friend struct detail::FlatAccess;
+
+  NSNumber(int storageTypeCode, std::int64_t integerValue, double doubleValue)
+      : storageTypeCode_(storageTypeCode), integerValue_(integerValue), doubleValue_(doubleValue) {}
+
+  template <class T>
+  static std::int64_t integerReading(T value) {
+    if constexpr (std::is_floating_point_v<T>)
+      return truncated(static_cast<double>(value));
+    else if constexpr (std::is_same_v<T, std::uint64_t> || std::is_same_v<T, unsigned long long>)
+      return value >> 63 != 0 ? INT64_MAX : static_cast<std::int64_t>(value);
+    else
+      return static_cast<std::int64_t>(value);
+  }
+  static std::int64_t truncated(double value);
+
   int storageTypeCode_;
   std::int64_t integerValue_;
   double doubleValue_;
 };
 
 /// A value of a type that properties cannot hold. Conversion leaves it out.
-struct OtherObject {};
+struct VELTRANO_EXPORT OtherObject {};
 
 }  // namespace veltrano

@@ -1,10 +1,6 @@
 // Property values: the closed set of types that an event's properties hold, and the looser values
 // that a host may hand in.
 //
-// Values have value semantics. The contents of containers are immutable and shared between copies,
-// so copies are cheap and may be read from any thread; no nesting is too deep to be built, copied
-// or destroyed.
-//
 //     HostValue("text")                     a String
 //     HostValue(3), HostValue(3u)           an Int, a UInt
 //     HostValue(Int64{3})                   an Int64
@@ -13,19 +9,22 @@
 //     HostValue({{"city", "Oslo"}})         a Dictionary with string keys
 //     HostValue(Array{Array{1}, 2})         nested lists are written with their type
 //
-// In braces directly behind a type's name, as in `HostValue{"a"}`, stand the elements of a list.
+// Warning: `HostValue{x}` makes a one-element array.
+//
+// Values have value semantics: a copy copies the contents, so values may be read from any thread.
+// Containers nest 128 deep in a property; a container that would be deeper becomes absent.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
-#include <memory>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "veltrano/export.h"
@@ -33,15 +32,40 @@
 
 namespace veltrano {
 
+class Array;
+class Dictionary;
 class HostMap;
 class HostValue;
+class HostMapView;
+class SupportedParameterType;
 struct DictionaryEntry;
 struct HostMapEntry;
 
 namespace detail {
 
+class Argument;
 class ArrayElement;
 class MapElement;
+struct FlatAccess;
+
+/// What a value is. The members of the set come first.
+enum class Kind : std::uint8_t {
+  String,
+  Int,
+  UInt,
+  Int64,
+  Double,
+  Float,
+  Bool,
+  Date,
+  URL,
+  NSNull,
+  Array,
+  Dictionary,
+  Number,
+  OtherObject,
+  Absent,
+};
 
 template <class T>
 inline constexpr bool isCharacter = std::is_same_v<T, char> || std::is_same_v<T, wchar_t> ||
@@ -55,61 +79,326 @@ template <class T>
 inline constexpr bool isInteger =
     std::is_integral_v<T> && !std::is_same_v<T, bool> && !isCharacter<T> && sizeof(T) <= 8;
 
-// Lists and maps of the host's own types; anything that is text is text.
+template <class T, class... Types>
+inline constexpr bool isOneOf = (std::is_same_v<T, Types> || ...);
+
+// The types that hold a value in its flat form.
+template <class T>
+inline constexpr bool isFlat =
+    isOneOf<T, HostValue, SupportedParameterType, Array, Dictionary, HostMap>;
+
+template <class T>
+inline constexpr bool isText = std::is_convertible_v<const T&, std::string_view>;
+
+template <class T>
+inline constexpr bool isMember = isText<T> || isInteger<T> ||
+                                 isOneOf<T, bool, double, float, Int64, Date, NSNull, URL, Array,
+                                         Dictionary, std::chrono::system_clock::time_point>;
+
+// The host's own maps with keys of text, and its own lists. Anything that is text is text.
 template <class T, class = void>
 inline constexpr bool isMap = false;
 template <class T>
 inline constexpr bool isMap<T, std::void_t<typename T::key_type, typename T::mapped_type>> =
-    std::is_convertible_v<const typename T::key_type&, std::string_view>;
+    isText<typename T::key_type>;
 
 template <class T, class = void>
-inline constexpr bool isList = false;
+inline constexpr bool isHashed = false;
+template <class T>
+inline constexpr bool isHashed<T, std::void_t<typename T::hasher>> = true;
+
+template <class T, class = void>
+inline constexpr bool isSequence = false;
 template <class T>
 inline constexpr bool
-    isList<T, std::void_t<typename T::value_type, typename T::const_iterator,
-                          std::enable_if_t<!std::is_convertible_v<const T&, std::string_view>>>> =
+    isSequence<T, std::void_t<typename T::value_type, typename T::const_iterator>> =
+        !isFlat<T> && !isText<T> && !isMap<T> &&
         std::is_same_v<std::decay_t<decltype(*std::declval<typename T::const_iterator&>())>,
-                       typename T::value_type> &&
-        !std::is_same_v<typename T::value_type, DictionaryEntry> &&
-        !std::is_same_v<typename T::value_type, HostMapEntry> &&
-        !std::is_same_v<typename T::value_type, MapElement>;
+                       typename T::value_type>;
+
+template <class T, class = void>
+inline constexpr bool isArgument =
+    isMember<T> || isFlat<T> || isMap<T> || isOneOf<T, NSNumber, OtherObject, std::nullopt_t>;
+template <class T>
+inline constexpr bool isArgument<T, std::enable_if_t<isSequence<T>>> =
+    isArgument<typename T::value_type>;
+template <class T>
+inline constexpr bool isArgument<std::optional<T>> = isArgument<T>;
+
+/// Writes values in their flat form, one behind the other. Grows as its owner decides.
+class VELTRANO_EXPORT FlatWriter {
+ public:
+  struct Container {
+    std::size_t start;   // of its bytes
+    std::uint8_t depth;  // of what stands beside it
+  };
+
+  /// Begins an Array or a Dictionary; what is written until `close` is its contents, for a
+  /// Dictionary a key before each value.
+  Container open(Kind kind);
+  void close(Container container);
+
+  void value(const Argument& argument);
+
+  /// A value that is in the flat form already.
+  void flat(const char* value);
+
+  void text(Kind kind, std::string_view text);
+  void scalar(Kind kind, const void* bytes, std::size_t size);
+
+  /// Of the deepest value written beside the next one.
+  int depth() const { return depth_; }
+
+ protected:
+  FlatWriter(char* begin, char* end, int level)
+      : begin_(begin), at_(begin), end_(end), level_(level) {}
+  ~FlatWriter() = default;
+
+  /// Makes room for `size` more bytes behind what has been written.
+  virtual void grow(std::size_t size) = 0;
+
+  char* begin_;
+  char* at_;
+  char* end_;
+
+ private:
+  char* take(std::size_t size) {
+    if (static_cast<std::size_t>(end_ - at_) < size) grow(size);
+    return std::exchange(at_, at_ + size);
+  }
+
+  int level_;  // how many containers are open around the next value
+  std::uint8_t depth_ = 0;
+};
+
+/// Refers to a value as the host wrote it, for the length of the expression in which it stands.
+class VELTRANO_EXPORT Argument {
+ public:
+  /// Absent.
+  Argument() noexcept = default;
+  Argument(std::nullptr_t) = delete;
+
+  Argument(std::initializer_list<ArrayElement> elements) noexcept;
+  Argument(std::initializer_list<MapElement> entries) noexcept;
+
+  template <class T, std::enable_if_t<isArgument<T>, int> = 0>
+  Argument(const T& value) {
+    if constexpr (std::is_same_v<T, bool> || isInteger<T>) {
+      kind_ = std::is_same_v<T, bool> ? Kind::Bool : std::is_signed_v<T> ? Kind::Int : Kind::UInt;
+      bits_ = static_cast<std::uint64_t>(value);
+    } else if constexpr (std::is_same_v<T, double>) {
+      kind_ = Kind::Double;
+      double_ = value;
+    } else if constexpr (std::is_same_v<T, float>) {
+      kind_ = Kind::Float;
+      float_ = value;
+    } else if constexpr (std::is_same_v<T, Int64>) {
+      kind_ = Kind::Int64;
+      bits_ = static_cast<std::uint64_t>(value.value);
+    } else if constexpr (std::is_same_v<T, Date>) {
+      kind_ = Kind::Date;
+      bits_ = static_cast<std::uint64_t>(value.sinceEpoch().count());
+    } else if constexpr (std::is_same_v<T, std::chrono::system_clock::time_point>) {
+      *this = Argument(Date(value));
+    } else if constexpr (std::is_same_v<T, URL>) {
+      refer(Kind::URL, value.text());
+    } else if constexpr (std::is_same_v<T, NSNull>) {
+      kind_ = Kind::NSNull;
+    } else if constexpr (std::is_same_v<T, NSNumber>) {
+      kind_ = Kind::Number;
+      object_ = &value;
+    } else if constexpr (isFlat<T>) {
+      flat(value);
+    } else if constexpr (std::is_convertible_v<const T&, const char*>) {
+      const char* const characters = value;
+      if (characters != nullptr) refer(Kind::String, characters);
+    } else if constexpr (isText<T>) {
+      refer(Kind::String, value);
+    } else if constexpr (isMap<T> || (isSequence<T> && !isHashed<T>)) {
+      form_ = Form::own;
+      object_ = &value;
+      append_ = appendOwn<T>;
+    } else if constexpr (!std::is_same_v<T, std::nullopt_t>) {
+      kind_ = Kind::OtherObject;  // an unordered set, too
+    }
+  }
+
+  template <class T, std::enable_if_t<isArgument<T>, int> = 0>
+  Argument(const std::optional<T>& value) {
+    if (value) *this = Argument(*value);
+  }
+
+ private:
+  friend class FlatWriter;
+
+  // value: a scalar or text. flat: bytes in the flat form. list, map: braced. own: a container of
+  // the host's.
+  enum class Form : std::uint8_t { value, flat, list, map, own };
+
+  void refer(Kind kind, std::string_view text) {
+    kind_ = kind;
+    object_ = text.data();
+    size_ = text.size();
+  }
+
+  void flat(const HostValue& value) noexcept;
+  void flat(const SupportedParameterType& value) noexcept;
+  void flat(const Array& value) noexcept;
+  void flat(const Dictionary& value) noexcept;
+  void flat(const HostMap& value) noexcept;
+
+  template <class T>
+  static void appendOwn(FlatWriter& writer, const void* object) {
+    const auto& container = *static_cast<const T*>(object);
+    const auto mark = writer.open(isMap<T> ? Kind::Dictionary : Kind::Array);
+    if constexpr (isMap<T>) {
+      for (const auto& [key, value] : container) {
+        writer.value(std::string_view(key));
+        writer.value(value);
+      }
+    } else {
+      for (const auto& element : container)
+        writer.value(static_cast<const typename T::value_type&>(element));
+    }
+    writer.close(mark);
+  }
+
+  union {
+    std::uint64_t bits_ = 0;
+    double double_;
+    float float_;
+    const void* object_;
+  };
+  union {
+    std::size_t size_ = 0;  // of text or bytes, or a count of elements
+    void (*append_)(FlatWriter&, const void*);
+  };
+  Kind kind_ = Kind::Absent;
+  Form form_ = Form::value;
+};
+
+/// An element of a braced list of plain values. It cannot be made from braces itself, which keeps
+/// a list of key/value pairs from being taken for a list of lists.
+class ArrayElement {
+ public:
+  template <class T, std::enable_if_t<!std::is_same_v<T, ArrayElement> && isArgument<T>, int> = 0>
+  ArrayElement(const T& element) : value(element) {}
+
+  Argument value;
+};
+
+/// An element of a braced list of key/value pairs.
+class MapElement {
+ public:
+  MapElement(std::string_view elementKey, Argument elementValue)
+      : key(elementKey), value(elementValue) {}
+
+  std::string_view key;
+  Argument value;
+};
+
+inline Argument::Argument(std::initializer_list<ArrayElement> elements) noexcept
+    : object_(elements.begin()), size_(elements.size()), form_(Form::list) {}
+inline Argument::Argument(std::initializer_list<MapElement> entries) noexcept
+    : object_(entries.begin()), size_(entries.size()), form_(Form::map) {}
+
+struct FromFlat {};
+
+/// One value in its flat form.
+class VELTRANO_EXPORT Flat {
+ public:
+  explicit Flat(Kind kind) : bytes_(1, static_cast<char>(kind)) {}
+  explicit Flat(const Argument& argument);
+
+  Kind kind() const noexcept { return static_cast<Kind>(bytes_.front()); }
+  const std::string& bytes() const noexcept { return bytes_; }
+  std::string& bytes() noexcept { return bytes_; }
+
+ private:
+  std::string bytes_;
+};
+
+/// Reads the contents of a container one after the other, each as a copy.
+template <class Entry>
+class VELTRANO_EXPORT FlatIterator {
+ public:
+  using iterator_category = std::input_iterator_tag;
+  using value_type = Entry;
+  using difference_type = std::ptrdiff_t;
+  using reference = Entry;
+  class pointer {
+   public:
+    explicit pointer(Entry entry) : entry_(std::move(entry)) {}
+    const Entry* operator->() const { return &entry_; }
+
+   private:
+    Entry entry_;
+  };
+
+  FlatIterator() = default;
+  explicit FlatIterator(const char* at) : at_(at) {}
+
+  Entry operator*() const;
+  pointer operator->() const { return pointer(**this); }
+  FlatIterator& operator++();
+  FlatIterator operator++(int) {
+    const FlatIterator before = *this;
+    ++*this;
+    return before;
+  }
+  friend bool operator==(FlatIterator l, FlatIterator r) { return l.at_ == r.at_; }
+  friend bool operator!=(FlatIterator l, FlatIterator r) { return l.at_ != r.at_; }
+
+ private:
+  const char* at_ = nullptr;
+};
 
 }  // namespace detail
 
 /// An ordered list of values. Elements may be anything that a host can hand in.
 class VELTRANO_EXPORT Array {
  public:
+  using const_iterator = detail::FlatIterator<HostValue>;
+
   Array() = default;
   Array(std::initializer_list<detail::ArrayElement> elements);
-  explicit Array(std::vector<HostValue> elements);
+  explicit Array(const std::vector<HostValue>& elements);
 
-  const HostValue* begin() const;
-  const HostValue* end() const;
-  std::size_t size() const;
-  bool empty() const { return size() == 0; }
+  const_iterator begin() const;
+  const_iterator end() const;
+  std::size_t size() const;  // counts the elements
+  bool empty() const { return begin() == end(); }
 
   /// True when every element is a member of the set. Looks one level deep only.
   bool isValidNestedType() const;
 
  private:
-  friend struct ValueAccess;
-  std::shared_ptr<const struct ArrayStorage> storage_;  // null when empty
+  friend class detail::Argument;
+  friend struct detail::FlatAccess;
+  Array(detail::FromFlat, detail::Flat flat) : flat_(std::move(flat)) {}
+
+  detail::Flat flat_{detail::Argument(std::initializer_list<detail::ArrayElement>())};
 };
 
 /// A set of key/value entries with unique keys. Keys and values may be anything that a host can
 /// hand in; of equal keys, the last one given counts. Entries are visited in an order of the
 /// dictionary's own: one for each set of keys, however it was built.
+///
+/// Trap: an event with a dictionary that has a key other than text cannot be sent, and its whole
+/// batch is dropped with it.
 class VELTRANO_EXPORT Dictionary {
  public:
+  using const_iterator = detail::FlatIterator<DictionaryEntry>;
+
   Dictionary() = default;
   Dictionary(std::initializer_list<detail::MapElement> entries);
-  explicit Dictionary(HostMap entries);
-  explicit Dictionary(std::vector<DictionaryEntry> entries);
+  explicit Dictionary(const HostMap& entries);
+  explicit Dictionary(const std::vector<DictionaryEntry>& entries);
 
-  const DictionaryEntry* begin() const;
-  const DictionaryEntry* end() const;
-  std::size_t size() const;
-  bool empty() const { return size() == 0; }
+  const_iterator begin() const;
+  const_iterator end() const;
+  std::size_t size() const;  // counts the entries
+  bool empty() const { return begin() == end(); }
 
   bool hasOnlyStringKeys() const;
 
@@ -118,8 +407,11 @@ class VELTRANO_EXPORT Dictionary {
   bool isValidNestedType() const;
 
  private:
-  friend struct ValueAccess;
-  std::shared_ptr<const struct DictionaryStorage> storage_;  // null when empty
+  friend class detail::Argument;
+  friend struct detail::FlatAccess;
+  Dictionary(detail::FromFlat, detail::Flat flat) : flat_(std::move(flat)) {}
+
+  detail::Flat flat_{detail::Argument(std::initializer_list<detail::MapElement>())};
 };
 
 /// One member of the closed set of property value types. A value keeps the member that it was
@@ -141,64 +433,33 @@ class VELTRANO_EXPORT SupportedParameterType {
     Dictionary,
   };
 
-  /// Text in UTF-8; what is ill-formed becomes U+FFFD. A null pointer counts as empty text.
-  SupportedParameterType(std::string text);
-  SupportedParameterType(std::string_view text);
-  SupportedParameterType(const char* text)
-      : SupportedParameterType(std::string_view(text != nullptr ? text : "")) {}
-
-  /// Signed integers of every width are an `Int`, unsigned ones a `UInt`.
-  template <class T, std::enable_if_t<detail::isInteger<T>, int> = 0>
-  SupportedParameterType(T number) noexcept
-      : value_(static_cast<std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>>(
-            number)) {}
-  template <class T, std::enable_if_t<std::is_same_v<T, bool>, int> = 0>
-  SupportedParameterType(T flag) noexcept : value_(flag) {}
-  SupportedParameterType(double number) noexcept : value_(number) {}
-  SupportedParameterType(float number) noexcept : value_(number) {}
-
-  SupportedParameterType(veltrano::Int64 number) noexcept : value_(number) {}
-  SupportedParameterType(veltrano::Date date) noexcept : value_(date) {}
-  SupportedParameterType(std::chrono::system_clock::time_point instant)
-      : value_(veltrano::Date(instant)) {}
-  SupportedParameterType(veltrano::URL url) noexcept : value_(std::move(url)) {}
-  SupportedParameterType(veltrano::NSNull null) noexcept : value_(null) {}
-  SupportedParameterType(veltrano::Array array) noexcept : value_(std::move(array)) {}
-  SupportedParameterType(veltrano::Dictionary dictionary) noexcept
-      : value_(std::move(dictionary)) {}
-
-  Member member() const noexcept {
-    const auto* container = std::get_if<Container>(&value_);
-    return static_cast<Member>(value_.index() + (container != nullptr ? container->index() : 0));
+  /// Text in UTF-8 (what is ill-formed reads as U+FFFD; a null pointer is empty text); signed
+  /// integers of every width as an `Int`, unsigned ones as a `UInt`; and the other members as they
+  /// are.
+  template <class T, std::enable_if_t<detail::isMember<T>, int> = 0>
+  SupportedParameterType(const T& value) : flat_(detail::Argument(value)) {
+    if (flat_.kind() == detail::Kind::Absent) *this = std::string_view();
   }
 
-  /// The value when it is of the member that holds a `T`, else null. `T` is one of `std::string`,
-  /// `std::int64_t` (Int), `std::uint64_t` (UInt), `Int64`, `double`, `float`, `bool`, `Date`,
-  /// `URL`, `NSNull`, `Array`, `Dictionary`.
+  Member member() const noexcept { return static_cast<Member>(flat_.kind()); }
+
+  /// A copy of the value when it is of the member that holds a `T`, else none. `T` is one of
+  /// `std::string`, `std::int64_t` (Int), `std::uint64_t` (UInt), `Int64`, `double`, `float`,
+  /// `bool`, `Date`, `URL`, `NSNull`, `Array`, `Dictionary`.
   template <class T>
-  const T* getIf() const noexcept {
-    if constexpr (std::is_same_v<T, veltrano::Array> || std::is_same_v<T, veltrano::Dictionary>) {
-      const auto* container = std::get_if<Container>(&value_);
-      return container != nullptr ? std::get_if<T>(container) : nullptr;
-    } else {
-      return std::get_if<T>(&value_);
-    }
-  }
+  std::optional<T> getIf() const;
 
   /// True for every scalar. For a container, whether everything directly in it is a member of the
   /// set, and every key of a Dictionary a String; what lies deeper is not examined.
   bool isValidNestedType() const;
 
  private:
-  friend struct ValueAccess;
+  friend class HostValue;
+  friend class detail::Argument;
+  friend struct detail::FlatAccess;
+  SupportedParameterType(detail::FromFlat, detail::Flat flat) : flat_(std::move(flat)) {}
 
-  using Container = std::variant<veltrano::Array, veltrano::Dictionary>;
-
-  // The alternatives stand in the order of `Member`. The containers are one of them: values are
-  // moved for each event, and libstdc++ does so without a call for up to eleven alternatives.
-  std::variant<std::string, std::int64_t, std::uint64_t, veltrano::Int64, double, float, bool,
-               veltrano::Date, veltrano::URL, veltrano::NSNull, Container>
-      value_;
+  detail::Flat flat_;
 };
 
 /// A value as a host hands it in: absent, a member of the set, a platform number object, or an
@@ -206,140 +467,106 @@ class VELTRANO_EXPORT SupportedParameterType {
 class VELTRANO_EXPORT HostValue {
  public:
   /// Absent: no value at all.
-  HostValue() noexcept = default;
-  HostValue(std::nullopt_t) noexcept {}
-
-  /// A null pointer is absent; everything else that makes a member makes that member.
-  HostValue(const char* text);
-  template <class T,
-            std::enable_if_t<!std::is_base_of_v<HostValue, std::decay_t<T>> &&
-                                 !std::is_same_v<std::decay_t<T>, SupportedParameterType> &&
-                                 !std::is_convertible_v<T&&, const char*> &&
-                                 std::is_constructible_v<SupportedParameterType, T&&>,
-                             int> = 0>
-  HostValue(T&& value)
-      : value_(std::in_place_type<SupportedParameterType>, std::forward<T>(value)) {}
-  HostValue(SupportedParameterType member) noexcept : value_(std::move(member)) {}
-
-  HostValue(NSNumber number) noexcept : value_(number) {}
-  HostValue(OtherObject object) noexcept : value_(object) {}
-
-  /// A list of plain values is an Array, a list of key/value pairs a Dictionary.
-  HostValue(std::initializer_list<detail::ArrayElement> elements);
-  HostValue(std::initializer_list<detail::MapElement> entries);
-  HostValue(HostMap entries);
-
-  template <class T>
-  HostValue(const std::optional<T>& value) {
-    if (value) *this = HostValue(*value);
-  }
-
-  /// The host's own lists (such as `std::vector`) and string-keyed maps (such as `std::map`).
-  template <class T, std::enable_if_t<detail::isList<T> && !detail::isMap<T>, int> = 0>
-  HostValue(const T& list);
-  template <class T, std::enable_if_t<detail::isMap<T>, int> = 0, class = void>
-  HostValue(const T& map);
-
+  HostValue() : HostValue(detail::FromFlat(), detail::Flat(detail::Kind::Absent)) {}
   HostValue(std::nullptr_t) = delete;
 
-  bool isAbsent() const noexcept { return std::holds_alternative<std::monostate>(value_); }
+  /// Whatever makes a member makes that member; a null `const char*` and an empty `std::optional`
+  /// are absent. The host's own lists (such as `std::vector`) are an Array, its string-keyed maps
+  /// (such as `std::map`) a Dictionary; an unordered set is an object of another type.
+  template <class T, std::enable_if_t<detail::isArgument<T> &&
+                                          !detail::isOneOf<T, HostValue, SupportedParameterType>,
+                                      int> = 0>
+  HostValue(const T& value)
+      : HostValue(detail::FromFlat(), detail::Flat(detail::Argument(value))) {}
+  HostValue(SupportedParameterType member) : value_(std::move(member)) {}
 
-  /// The member, the number object or the other object that this is; null when it is not.
+  /// A list of plain values is an Array, a list of key/value pairs a Dictionary.
+  HostValue(std::initializer_list<detail::ArrayElement> elements)
+      : HostValue(detail::FromFlat(), detail::Flat(detail::Argument(elements))) {}
+  HostValue(std::initializer_list<detail::MapElement> entries)
+      : HostValue(detail::FromFlat(), detail::Flat(detail::Argument(entries))) {}
+
+  bool isAbsent() const noexcept { return value_.flat_.kind() == detail::Kind::Absent; }
+
+  /// The member that this is, valid as long as the value; null when it is none.
   const SupportedParameterType* member() const noexcept {
-    return std::get_if<SupportedParameterType>(&value_);
+    return value_.flat_.kind() <= detail::Kind::Dictionary ? &value_ : nullptr;
   }
-  const NSNumber* number() const noexcept { return std::get_if<NSNumber>(&value_); }
-  const OtherObject* otherObject() const noexcept { return std::get_if<OtherObject>(&value_); }
+
+  /// The number object or the other object that this is; none when it is not.
+  std::optional<NSNumber> number() const;
+  std::optional<OtherObject> otherObject() const;
 
  private:
-  friend struct ValueAccess;
+  friend class detail::Argument;
+  friend struct detail::FlatAccess;
+  HostValue(detail::FromFlat tag, detail::Flat flat) : value_(tag, std::move(flat)) {}
 
-  std::variant<std::monostate, SupportedParameterType, NSNumber, OtherObject> value_;
+  SupportedParameterType value_;  // one that is no member is never handed out
 };
 
 /// One entry of a Dictionary.
-struct DictionaryEntry {
+struct VELTRANO_EXPORT DictionaryEntry {
   HostValue key;
   HostValue value;
 };
 
-/// One entry of a string-keyed map. Ill-formed UTF-8 in the key becomes U+FFFD.
+/// One entry of a string-keyed map.
 struct VELTRANO_EXPORT HostMapEntry {
-  HostMapEntry(std::string_view entryKey, HostValue&& entryValue);
-  HostMapEntry(std::string_view entryKey, const HostValue& entryValue)
-      : HostMapEntry(entryKey, HostValue(entryValue)) {}
-
   std::string key;
   HostValue value;
 };
 
-namespace detail {
-
-// An element of a braced list of plain values. It cannot be made from braces itself, which keeps
-// a list of key/value pairs from being taken for a list of lists.
-class ArrayElement {
- public:
-  template <class T, std::enable_if_t<!std::is_same_v<std::decay_t<T>, ArrayElement> &&
-                                          std::is_constructible_v<HostValue, T&&>,
-                                      int> = 0>
-  ArrayElement(T&& element) : value(std::forward<T>(element)) {}
-
-  mutable HostValue value;  // moved out of the list, whose elements are const
-};
-
-// An element of a braced list of key/value pairs, which is read before the list ends.
-class MapElement {
- public:
-  MapElement(std::string_view elementKey, HostValue elementValue)
-      : key(elementKey), value(std::move(elementValue)) {}
-  template <class T, std::enable_if_t<!std::is_same_v<std::decay_t<T>, HostValue> &&
-                                          std::is_constructible_v<HostValue, T&&>,
-                                      int> = 0>
-  MapElement(std::string_view elementKey, T&& elementValue)
-      : key(elementKey), value(std::forward<T>(elementValue)) {}
-
-  std::string_view key;
-  mutable HostValue value;  // as in ArrayElement
-};
-
-}  // namespace detail
-
 /// A map from text to values as a host hands it in. Entries keep the order in which they were
-/// given; of equal keys, the last one counts.
+/// given; of equal keys, the last one counts. Ill-formed UTF-8 in a key reads as U+FFFD.
 class VELTRANO_EXPORT HostMap {
  public:
+  using const_iterator = detail::FlatIterator<HostMapEntry>;
+
   HostMap() = default;
   HostMap(std::nullopt_t) {}
   HostMap(std::initializer_list<detail::MapElement> entries);
 
   /// The host's own string-keyed maps, such as `std::map<std::string, int>`.
   template <class T, std::enable_if_t<detail::isMap<T>, int> = 0>
-  HostMap(const T& map) {
-    entries_.reserve(map.size());
-    for (const auto& [key, value] : map) set(key, HostValue(value));
-  }
+  HostMap(const T& map) : flat_(flatMap(map)) {}
+  explicit HostMap(const HostMapView& map);
 
-  void set(std::string_view key, HostValue value);
+  void set(std::string_view key, const HostValue& value);
 
-  const HostMapEntry* begin() const { return entries_.data(); }
-  const HostMapEntry* end() const { return entries_.data() + entries_.size(); }
-  std::size_t size() const { return entries_.size(); }
-  bool empty() const { return entries_.empty(); }
+  const_iterator begin() const;
+  const_iterator end() const;
+  std::size_t size() const;  // counts the entries
+  bool empty() const { return begin() == end(); }
 
  private:
-  friend struct ValueAccess;
-  std::vector<HostMapEntry> entries_;
+  friend class detail::Argument;
+  friend struct detail::FlatAccess;
+
+  HostMap(detail::FromFlat, detail::Flat flat) : flat_(std::move(flat)) {}
+
+  static detail::Flat flatMap(const detail::Argument& map);
+
+  detail::Flat flat_{detail::Argument(std::initializer_list<detail::MapElement>())};
 };
 
-template <class T, std::enable_if_t<detail::isList<T> && !detail::isMap<T>, int>>
-HostValue::HostValue(const T& list) {
-  std::vector<HostValue> elements;
-  for (const auto& element : list)
-    elements.push_back(HostValue(static_cast<const typename T::value_type&>(element)));
-  *this = HostValue(Array(std::move(elements)));
-}
+/// A map of properties as an argument. It refers to what the host wrote, so that nothing is copied
+/// before the call does; use it for parameters only.
+class HostMapView {
+ public:
+  /// None, as `{}` and `std::nullopt` are.
+  HostMapView() = default;
+  HostMapView(std::nullopt_t) {}
+  HostMapView(std::initializer_list<detail::MapElement> entries) : map_(entries) {}
+  template <class T, std::enable_if_t<detail::isMap<T> || std::is_same_v<T, HostMap>, int> = 0>
+  HostMapView(const T& map) : map_(map) {}
+  template <class T, std::enable_if_t<detail::isMap<T> || std::is_same_v<T, HostMap>, int> = 0>
+  HostMapView(const std::optional<T>& map) : map_(map) {}
 
-template <class T, std::enable_if_t<detail::isMap<T>, int>, class>
-HostValue::HostValue(const T& map) : HostValue(HostMap(map)) {}
+  const detail::Argument& argument() const { return map_; }
+
+ private:
+  detail::Argument map_;
+};
 
 }  // namespace veltrano

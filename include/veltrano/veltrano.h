@@ -56,17 +56,16 @@ class VELTRANO_EXPORT Veltrano {
 
   /// Records an event. Its properties win over super properties of the same key, and those over
   /// what the library adds itself; the maps under "extra_json" are merged key by key.
-  void track(std::string_view eventName, veltrano::HostMap eventProperties = {});
-
-  /// Records an event and, while the application is in the foreground, uploads all that wait at
-  /// once. `forceFlushCompletion` is then called on the library's work queue with the outcome; keep
-  /// it short. It is not called in the background, nor when a later flush takes this one's place.
-  void track(std::string_view eventName, veltrano::HostMap eventProperties,
-             FlushCompletion forceFlushCompletion);
+  ///
+  /// With a completion, and while the application is in the foreground, uploads all that wait at
+  /// once. The completion is then called on the library's work queue with the outcome; keep it
+  /// short. It is not called in the background, nor when a later flush takes this one's place.
+  void track(std::string_view eventName, const veltrano::HostMapView& eventProperties = {},
+             FlushCompletion forceFlushCompletion = nullptr);
 
   /// Adds these properties to every later event, replacing those of the same key. A value that
   /// cannot be represented leaves the earlier one in place.
-  void setSuperProperties(veltrano::HostMap properties);
+  void setSuperProperties(const veltrano::HostMapView& properties);
 
   void removeSuperProperty(std::string_view key);
 

@@ -1,4 +1,5 @@
 #include "c_interface/handles.h"
+#include "encoding/utf8.h"
 
 using namespace veltrano;
 
@@ -35,7 +36,11 @@ veltrano_text veltrano_c_string(const char* string) {
 }
 
 veltrano_object* veltrano_string(veltrano_text text) {
-  return make([&] { return HostValue(optionalText(text)); });
+  return make([&]() -> HostValue {
+    auto given = optionalText(text);
+    if (given) return wellFormedUTF8(*std::move(given));
+    return std::nullopt;
+  });
 }
 
 veltrano_object* veltrano_url(veltrano_text text) {
@@ -143,8 +148,8 @@ veltrano_text veltrano_string_text(const veltrano_object* object) {
   if (object == nullptr) return {};
   expectLive(object);
   const auto* immutable = std::get_if<Object>(&object->content);
-  const std::string* text = immutable != nullptr ? immutable->text() : nullptr;
-  if (text == nullptr) return {};
+  const auto text = immutable != nullptr ? immutable->text() : std::nullopt;
+  if (!text) return {};
   return {text->data(), text->size()};
 }
 

@@ -1,16 +1,13 @@
 // What a host that knows nothing of C++ hands in: the objects of the platform's object interface.
 #pragma once
 
+#include <cstddef>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
-#include <string>
-#include <utility>
+#include <string_view>
 #include <variant>
-#include <vector>
 
-#include "properties/containers.h"
 #include "veltrano/value.h"
 
 namespace veltrano {
@@ -35,8 +32,8 @@ class Object {
   /// The object as a property value: nil is absent, a block is an object of another type.
   HostValue value() const;
 
-  /// The text of a string; null for everything else.
-  const std::string* text() const noexcept;
+  /// The text of a string, valid as long as the object; none for everything else.
+  std::optional<std::string_view> text() const noexcept;
 
   /// The contents of a dictionary all of whose keys are strings; none for everything else.
   std::optional<HostMap> map() const;
@@ -61,13 +58,13 @@ class Object {
 /// For one thread at a time.
 class MutableArray {
  public:
-  void append(const Object& element) { elements_.push_back(element.value()); }
+  void append(const Object& element);
 
   /// An array that no later change shows in.
-  Object copy() const { return Object(HostValue(Array(elements_))); }
+  Object copy() const { return Object(HostValue(array_)); }
 
  private:
-  std::vector<HostValue> elements_;
+  Array array_;
 };
 
 /// A dictionary that grows, with whatever keys. It holds copies, like `MutableArray`.
@@ -75,21 +72,14 @@ class MutableArray {
 class MutableDictionary {
  public:
   /// Replaces the value of an equal key. A nil value is a key without a value.
-  void set(const Object& key, const Object& value) {
-    entries_.insert_or_assign(key.value(), value.value());
-  }
+  void set(const Object& key, const Object& value);
 
   /// A dictionary that no later change shows in.
   Object copy() const;
 
  private:
-  struct Before {
-    bool operator()(const HostValue& left, const HostValue& right) const {
-      return compare(left, right) < 0;
-    }
-  };
-
-  std::map<HostValue, HostValue, Before> entries_;
+  HostValue dictionary_ = Dictionary();  // with the values that have been replaced
+  std::size_t sizeWhenTidy_ = 0;
 };
 
 }  // namespace veltrano

@@ -1,0 +1,168 @@
+// The flat form: how a value that a host hands in is kept from the call to the event. One block of
+// bytes holds a value with all that is in it, just as the host wrote it; text is repaired, equal
+// keys are told apart and values converted when the work queue reads it.
+//
+//     value       kind (1 byte), then
+//       String, URL              length (4)  bytes
+//       Int, UInt, Int64         number (8)
+//       Double, Float, Bool      number (8, 4, 1)
+//       Date                     microseconds (8)
+//       Number                   code (4)  integer reading (8)  double reading (8)
+//       Array                    depth (1)  size of the contents (4)  value value ...
+//       Dictionary               depth (1)  size of the contents (4)  key value key value ...
+//       NSNull, OtherObject, Absent
+//
+//     {{"plan", "pro"}, {"items", 3}}  =
+//       Dictionary 1 38 | String 4 plan | String 3 pro | String 5 items | Int 3
+//
+// Numbers stand unaligned, in the machine's byte order. The depth of a container counts itself and
+// the containers in it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "veltrano/value.h"
+
+namespace veltrano {
+
+using detail::Flat;
+using detail::FlatWriter;
+using detail::Kind;
+
+/// Containers nest this deep in a property; deeper ones become absent. It bounds the stack that
+/// walks over values take.
+inline constexpr int kDeepestNesting = 128;
+
+class FlatContents;
+
+/// Reads one value in the flat form. Refers to the bytes.
+class FlatView {
+ public:
+  explicit FlatView(const char* at) : at_(at) {}
+  explicit FlatView(const std::string& bytes) : at_(bytes.data()) {}
+
+  Kind kind() const { return static_cast<Kind>(*at_); }
+  bool isMember() const { return kind() <= Kind::Dictionary; }
+  bool isContainer() const { return kind() == Kind::Array || kind() == Kind::Dictionary; }
+  std::string_view bytes() const { return {at_, size()}; }
+  const char* data() const { return at_; }
+
+  /// Of a String or a URL, as the host wrote it.
+  std::string_view text() const { return {at_ + 5, read<std::uint32_t>(1)}; }
+
+  /// Of an Int, a UInt, an Int64 or a Date.
+  std::int64_t integer() const { return read<std::int64_t>(1); }
+  double real() const { return kind() == Kind::Float ? read<float>(1) : read<double>(1); }
+  bool boolean() const { return read<bool>(1); }
+
+  int numberCode() const { return read<std::int32_t>(1); }
+  std::int64_t numberAsInteger() const { return read<std::int64_t>(5); }
+  double numberAsDouble() const { return read<double>(13); }
+
+  int depth() const { return isContainer() ? static_cast<unsigned char>(at_[1]) : 0; }
+
+  /// What a container holds: of a Dictionary, keys and values by turns.
+  FlatContents contents() const;
+
+ private:
+  template <class T>
+  T read(std::size_t offset) const {
+    T value;
+    std::memcpy(&value, at_ + offset, sizeof value);
+    return value;
+  }
+  std::size_t size() const;
+
+  const char* at_;
+};
+
+/// The values in a container.
+class FlatContents {
+ public:
+  class Iterator {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = FlatView;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const FlatView*;
+    using reference = FlatView;
+
+    explicit Iterator(const char* at) : at_(at) {}
+    FlatView operator*() const { return FlatView(at_); }
+    Iterator& operator++() {
+      at_ += FlatView(at_).bytes().size();
+      return *this;
+    }
+    bool operator==(const Iterator& other) const = default;
+
+   private:
+    const char* at_;
+  };
+
+  explicit FlatContents(std::string_view bytes) : bytes_(bytes) {}
+
+  Iterator begin() const { return Iterator(bytes_.data()); }
+  Iterator end() const { return Iterator(bytes_.data() + bytes_.size()); }
+  std::string_view bytes() const { return bytes_; }
+
+ private:
+  std::string_view bytes_;
+};
+
+/// What the public value types and `FlatWriter` keep to themselves.
+struct detail::FlatAccess {
+  template <class Value>
+  static auto& flat(Value& value) {
+    if constexpr (std::is_same_v<std::remove_const_t<Value>, HostValue>)
+      return value.value_.flat_;
+    else
+      return value.flat_;
+  }
+  template <class Value>
+  static Value make(Flat flat) {
+    return Value(FromFlat(), std::move(flat));
+  }
+  static Date date(FlatView value) { return Date(std::chrono::microseconds(value.integer())); }
+  static NSNumber number(FlatView value) {
+    return {value.numberCode(), value.numberAsInteger(), value.numberAsDouble()};
+  }
+};
+
+template <class Value>
+FlatView viewOf(const Value& value) {
+  return FlatView(detail::FlatAccess::flat(value).bytes());
+}
+
+/// A writer with memory of its own, which it keeps for the next value.
+class FlatBuffer final : public FlatWriter {
+ public:
+  /// `level` is how many containers count as open around what is written.
+  explicit FlatBuffer(int level = 0) : FlatWriter(first_, first_ + sizeof first_, level) {}
+
+  std::string_view bytes() const { return {begin_, static_cast<std::size_t>(at_ - begin_)}; }
+  void clear() { at_ = begin_; }
+
+ private:
+  void grow(std::size_t size) override;
+
+  std::unique_ptr<char[]> grown_;
+  char first_[256];
+};
+
+/// Appends what `contents` has written to the Array or Dictionary that `container` is.
+void appendToContainer(std::string& container, const FlatBuffer& contents);
+
+/// A total order over normalised values (see FlatCopier), kinds in the order of their declaration
+/// first: -1, 0 or 1. Values are equal when they are of the same kind and hold the same; NaNs of
+/// either sign are one value.
+int compare(FlatView left, FlatView right);
+
+}  // namespace veltrano

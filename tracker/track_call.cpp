@@ -1,0 +1,135 @@
+#include "tracker/track_call.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <utility>
+
+#include "tracker/tracker.h"
+
+namespace veltrano {
+namespace {
+
+constexpr std::size_t kChunkSize = 4096;
+constexpr std::size_t kAlignment = alignof(TrackCall);
+
+}  // namespace
+
+struct TrackCall::Chunk {
+  static Chunk* make(std::size_t size) {
+    return new (::operator new(size)) Chunk(static_cast<std::uint32_t>(size));
+  }
+
+  /// For the thread that fills the chunk, once it adds no more calls.
+  void retire() { drop(kOpen - made); }
+
+  void drop(std::int32_t count) {
+    if (live.fetch_sub(count, std::memory_order_acq_rel) == count) ::operator delete(this);
+  }
+
+  char* bytes() { return reinterpret_cast<char*>(this); }
+
+  // So many calls count as live while more may be made: the filling thread need not count each
+  // where other threads see it.
+  static constexpr std::int32_t kOpen = 1 << 30;
+
+  const std::size_t size;
+  std::size_t used = sizeof(Chunk);  // the filling thread
+  std::int32_t made = 0;             // the filling thread; calls in this chunk
+  std::atomic<std::int32_t> live{kOpen};
+
+ private:
+  explicit Chunk(std::size_t sizeInBytes) : size(sizeInBytes) {}
+};
+
+/// Memory at the end of the thread's chunk. Nothing is taken of it until `finish`.
+class TrackCall::Memory final : public FlatWriter {
+ public:
+  Memory() : FlatWriter(nullptr, nullptr, -1), chunk_(std::exchange(threadsChunk, nullptr)) {
+    constexpr std::size_t kLeast = sizeof(TrackCall) + 64;
+    if (chunk_ != nullptr && chunk_->size - chunk_->used < kLeast)
+      std::exchange(chunk_, nullptr)->retire();
+    if (chunk_ == nullptr) chunk_ = Chunk::make(kChunkSize);
+    begin_ = chunk_->bytes() + chunk_->used;
+    end_ = chunk_->bytes() + chunk_->size;
+    at_ = begin_ + sizeof(TrackCall);
+  }
+
+  /// Gives the chunk back to the thread. A host's container may have tracked while it was read; the
+  /// thread then has another one.
+  ~Memory() {
+    if (threadsChunk != nullptr || hasThreadEnded || chunk_->size != kChunkSize) {
+      chunk_->retire();
+    } else {
+      threadsChunk = chunk_;
+      thread_local const EndOfThread end;
+      static_cast<void>(end);
+    }
+  }
+
+  Chunk& chunk() { return *chunk_; }
+
+  /// Where the call stands, with its values behind it.
+  void* finish() {
+    const auto end = static_cast<std::size_t>(at_ - chunk_->bytes());
+    chunk_->used = std::min((end + kAlignment - 1) / kAlignment * kAlignment, chunk_->size);
+    ++chunk_->made;
+    return begin_;
+  }
+
+ private:
+  struct EndOfThread {
+    ~EndOfThread() {
+      hasThreadEnded = true;  // later destructors of the thread may still track
+      if (threadsChunk != nullptr) std::exchange(threadsChunk, nullptr)->retire();
+    }
+  };
+
+  void grow(std::size_t size) override {
+    const auto used = static_cast<std::size_t>(at_ - begin_);
+    const std::size_t least = sizeof(Chunk) + used + size;
+    Chunk* const larger = Chunk::make(least <= kChunkSize / 2 ? kChunkSize : 2 * least);
+    char* const begin = larger->bytes() + larger->used;
+    std::memcpy(begin + sizeof(TrackCall), begin_ + sizeof(TrackCall), used - sizeof(TrackCall));
+    std::exchange(chunk_, larger)->retire();
+    begin_ = begin;
+    at_ = begin + used;
+    end_ = larger->bytes() + larger->size;
+  }
+
+  static constinit thread_local Chunk* threadsChunk;
+  static constinit thread_local bool hasThreadEnded;
+
+  Chunk* chunk_;
+};
+
+constinit thread_local TrackCall::Chunk* TrackCall::Memory::threadsChunk = nullptr;
+constinit thread_local bool TrackCall::Memory::hasThreadEnded = false;
+
+std::unique_ptr<Block> TrackCall::make(Tracker& tracker, const AutomaticProperties& automatic,
+                                       const std::optional<std::string>& carrier,
+                                       std::string_view eventName, const HostMapView& properties,
+                                       Veltrano::FlushCompletion completion) {
+  Memory memory;
+  memory.text(Kind::String, eventName);
+  memory.value(carrier);
+  memory.value(properties.argument());
+  Chunk& chunk = memory.chunk();
+  return std::unique_ptr<Block>(new (memory.finish())
+                                    TrackCall(tracker, automatic, std::move(completion), chunk));
+}
+
+void TrackCall::operator delete(TrackCall* call, std::destroying_delete_t) {
+  Chunk& chunk = call->chunk_;
+  call->~TrackCall();
+  chunk.drop(1);
+}
+
+void TrackCall::run() {
+  const FlatView eventName(reinterpret_cast<const char*>(this + 1));
+  const FlatView carrier(eventName.data() + eventName.bytes().size());
+  const FlatView properties(carrier.data() + carrier.bytes().size());
+  tracker_.record(eventName.text(), automatic_, carrier, properties, std::move(completion_));
+}
+
+}  // namespace veltrano
