@@ -1,14 +1,17 @@
 // Property values as a host writes them, and what conversion makes of them.
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
 
 #include <algorithm>
 #include <cmath>
 #include <list>
 #include <map>
+#include <random>
 #include <set>
 #include <unordered_map>
 #include <unordered_set>
 
+#include "encoding/base64.h"
 #include "encoding/canonical_equivalence.h"
 #include "properties/flat_copier.h"
 #include "properties/json_encoding.h"
@@ -202,6 +205,27 @@ TEST(Values, WhatIsSpecialInTextIsFoundWhereverItStands) {
       EXPECT_EQ(json(before + '\x1F' + after), '"' + before + "\\u001F" + after + '"');
       EXPECT_EQ(keyOf({{before + '\x80' + after, 1}}), before + "\xEF\xBF\xBD" + after);
     }
+  }
+}
+
+TEST(Values, Base64IsThatOfTheJoinedPieces) {
+  std::mt19937 random(1);
+  const auto below = [&](std::size_t limit) { return random() % limit; };
+  for (int round = 0; round < 20'000; ++round) {
+    std::string bytes(below(100), '\0');
+    for (char& byte : bytes) byte = static_cast<char>(below(256));
+    std::vector<std::string_view> pieces;
+    for (std::string_view rest = bytes; !rest.empty(); rest.remove_prefix(pieces.back().size()))
+      pieces.push_back(rest.substr(0, below(1 + std::min(rest.size(), 1 + below(40)))));
+
+    std::string expected((bytes.size() + 2) / 3 * 4 + 1, '\0');
+    const int size = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(expected.data()),
+                                     reinterpret_cast<const unsigned char*>(bytes.data()),
+                                     static_cast<int>(bytes.size()));
+    expected.resize(static_cast<std::size_t>(size));
+    std::string encoded = "data=";
+    appendBase64(encoded, pieces);
+    ASSERT_EQ(encoded, "data=" + expected) << "round " << round;
   }
 }
 
