@@ -1,14 +1,13 @@
 // What the work queue does with a full queue of 200 events of 15 properties: encoding them, making
 // the body of their upload, doing that again, and recording one more event while uploads fail.
-#include <benchmark/benchmark.h>
-
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
-#include <map>
+#include <functional>
 #include <random>
 #include <string>
 #include <string_view>
@@ -33,16 +32,12 @@ using veltrano::PropertyMap;
 
 constexpr std::size_t kEvents = 200;
 
-// Times what `work` does in each iteration, but not how its result is destroyed.
+// Nanoseconds that `work` takes, but not how its result is destroyed.
 template <class Work>
-void timeEach(benchmark::State& state, Work work) {
-  for ([[maybe_unused]] auto iteration : state) {
-    const auto start = Clock::now();
-    auto result = work();
-    benchmark::DoNotOptimize(result);
-    benchmark::ClobberMemory();
-    state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
-  }
+double timeOf(Work work) {
+  const auto start = Clock::now();
+  [[maybe_unused]] const auto result = work();
+  return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
 }
 
 class Batch {
@@ -72,36 +67,32 @@ class Batch {
 
   std::size_t jsonSize() { return referenceJSON().size(); }
 
-  void firstTime(benchmark::State& state) {
-    timeEach(state, [this] {
+  // Each returns the nanoseconds that it took.
+  double firstTime() {
+    return timeOf([this] {
       auto records = encode();
       send(records);
       return records;
     });
   }
 
-  void again(benchmark::State& state) {
-    timeEach(state, [this] { return send(encodedEvents_); });
+  double again() {
+    return timeOf([this] { return send(encodedEvents_); });
   }
 
-  void reference(benchmark::State& state) {
-    timeEach(state, [this] { return reference_.base64(referenceJSON()); });
+  double reference() {
+    return timeOf([this] { return reference_.base64(referenceJSON()); });
   }
 
-  void base64Alone(benchmark::State& state) {
+  double base64Alone() {
     const std::string json(referenceJSON());
-    timeEach(state, [&] { return reference_.base64(json); });
+    return timeOf([&] { return reference_.base64(json); });
   }
 
   // The conversion belongs to this, the call does not.
-  void oneMore(benchmark::State& state) {
-    const HostMap properties = hostProperties();
-    for ([[maybe_unused]] auto iteration : state) {
-      Veltrano::shared().track("Bought", properties);
-      const auto start = Clock::now();
-      dispatch_.queue().runAll();
-      state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
-    }
+  double oneMore() {
+    Veltrano::shared().track("Bought", oneMoreProperties_);
+    return timeOf([this] { return dispatch_.queue().runAll(), true; });
   }
 
  private:
@@ -155,6 +146,7 @@ class Batch {
   bench::ManualDispatch& dispatch_;
   std::mt19937 random_{1};
   std::vector<bench::Event> events_;
+  const HostMap oneMoreProperties_ = hostProperties();
   veltrano::EventEncoder encoder_;
   const PropertyMap superProperties_{{{"uid", "user-17"}, {"app_id", "player"}}};
   const PropertyMap base_ = DefaultProperties::properties() + superProperties_;
@@ -162,32 +154,10 @@ class Batch {
   bench::RapidJSONReference reference_;
 };
 
-// Keeps the median time of each benchmark, in nanoseconds.
-class Medians final : public benchmark::BenchmarkReporter {
- public:
-  bool ReportContext(const Context&) override { return true; }
-
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs)
-      if (run.run_type == Run::RT_Iteration)
-        times_[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
-  }
-
-  double of(const std::string& name) const { return bench::median(times_.at(name)); }
-
- private:
-  std::map<std::string, std::vector<double>> times_;
-};
-
-void printRatio(const std::string& what, double measured, double reference, double atMost) {
-  bench::printRatio(what, bench::timeText(measured), bench::timeText(reference),
-                    measured / reference, atMost);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  const int repetitions = argc > 1 ? std::atoi(argv[1]) : 1000;
+  const int rounds = argc > 1 ? std::atoi(argv[1]) : 1000;
   auto& session = *new bench::ManualURLSession;
   auto& dispatch = *new bench::ManualDispatch(session);
   bench::installBenchPlatform(session, &dispatch);
@@ -197,33 +167,27 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  // One at a time in random order, so that what slows the machine down for a while slows all of
-  // them, and is not in the median.
-  char program[] = "bench_batch";
-  char interleaving[] = "--benchmark_enable_random_interleaving=true";
-  char* arguments[] = {program, interleaving};
-  int count = 2;
-  benchmark::Initialize(&count, arguments);
-  const auto add = [&](const char* name, void (Batch::*measure)(benchmark::State&)) {
-    benchmark::RegisterBenchmark(name, [&batch, measure](auto& state) { (batch.*measure)(state); })
-        ->UseManualTime()
-        ->Unit(benchmark::kNanosecond)
-        ->Iterations(1)
-        ->Repetitions(repetitions);
+  double first = 0, again = 0, reference = 0, base64 = 0, oneMore = 0;
+  std::vector<std::function<void()>> turns = {
+      [&] { first = batch.firstTime(); },     [&] { again = batch.again(); },
+      [&] { reference = batch.reference(); }, [&] { base64 = batch.base64Alone(); },
+      [&] { oneMore = batch.oneMore(); },
   };
-  add("first", &Batch::firstTime);
-  add("again", &Batch::again);
-  add("reference", &Batch::reference);
-  add("base64", &Batch::base64Alone);
-  add("one more", &Batch::oneMore);
-  Medians medians;
-  benchmark::RunSpecifiedBenchmarks(&medians);
-
+  bench::Turns firstTurns, againTurns, oneMoreTurns;
+  std::mt19937 random(1);
+  for (int round = 0; round < rounds; ++round) {
+    // In random order, so that none always finds the caches warmed by the same one.
+    std::shuffle(turns.begin(), turns.end(), random);
+    for (const auto& turn : turns) turn();
+    firstTurns.add(first, reference);
+    againTurns.add(again, first);
+    oneMoreTurns.add(oneMore, base64);
+  }
   const std::string size = bench::sizeText(static_cast<double>(batch.jsonSize()));
-  printRatio("200 events × 15 properties (" + size + " of JSON) to the body, first time",
-             medians.of("first"), medians.of("reference"), 1.0);
-  printRatio("the same batch again", medians.of("again"), medians.of("first"), 0.35);
-  printRatio("recording one more event while uploads fail and 200 wait", medians.of("one more"),
-             medians.of("base64"), 2.5);
+  firstTurns.print("200 events × 15 properties (" + size + " of JSON) to the body, first time",
+                   "RapidJSON and OpenSSL", 0.85);
+  againTurns.print("the same batch again", "first time", 0.3);
+  oneMoreTurns.print("recording one more event while uploads fail and 200 wait", "OpenSSL's Base64",
+                     1);
   std::_Exit(0);
 }

@@ -18,10 +18,6 @@ namespace {
 using Answer = bench::ScriptedURLSession::Answer;
 using Clock = std::chrono::steady_clock;
 
-double nanosecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -34,34 +30,32 @@ int main(int argc, char** argv) {
 
   const double before = bench::peakResidentBytes();
   double peak = 0;
-  std::vector<double> callTimes, recordingTimes;
+  std::vector<double> rates;  // in millions a second
   for (int round = 0; round < rounds; ++round) {
     session.setAnswer(Answer::hang);
     tracker.track("Hangs", {}, [](bool) {});
     session.awaitPost();
 
     std::binary_semaphore caughtUp(0);
-    const auto firstCall = Clock::now();
     for (int i = 1; i < kCalls; ++i) {
       tracker.track(
           "Bought",
           {{"plan", "pro"}, {"items", i}, {"price", 9.5}, {"first", true}, {"store", "north"}});
     }
     tracker.track("Bought", {}, [&](bool) { caughtUp.release(); });
-    callTimes.push_back(nanosecondsSince(firstCall) / kCalls);
 
     const auto release = Clock::now();
     session.setAnswer(Answer::accept);
     caughtUp.acquire();
-    recordingTimes.push_back(nanosecondsSince(release) / kCalls);
+    rates.push_back(kCalls /
+                    std::chrono::duration<double, std::micro>(Clock::now() - release).count());
     if (round == 0) peak = bench::peakResidentBytes() - before;
   }
-  const double rate = 1e3 / bench::median(recordingTimes);
+  const double rate = bench::median(rates);
   bench::print({"a million calls while an upload hangs: peak memory", bench::sizeText(peak),
-                bench::sizeText(peak / kCalls) + " a call", "", "reported"});
-  bench::print({"the same: mean of the calls", bench::timeText(bench::median(callTimes)), "", "",
-                "reported"});
+                bench::sizeText(peak / kCalls) + " a call", "",
+                bench::goalText("at most 250 MB", peak <= 250e6)});
   bench::print({"the same: the work queue catches up", fmt::format("{:.2f} million a second", rate),
-                "", "", bench::goalText("at least 1 million a second", rate >= 1)});
+                "", "", bench::goalText("at least 2 million a second", rate >= 2)});
   std::_Exit(0);
 }

@@ -8,11 +8,16 @@
 namespace bench {
 
 double percentile(std::vector<double> values, double share) {
-  const auto rank = static_cast<std::size_t>(std::ceil(share * static_cast<double>(values.size())));
-  const auto place =
-      values.begin() + static_cast<std::ptrdiff_t>(std::max<std::size_t>(rank, 1)) - 1;
-  std::nth_element(values.begin(), place, values.end());
-  return *place;
+  std::sort(values.begin(), values.end());
+  const double place = share * static_cast<double>(values.size());
+  const auto rank = static_cast<std::size_t>(std::ceil(place));
+  const double value = values[std::max<std::size_t>(rank, 1) - 1];
+  // Equal values stand for all those that are nearer to them than to their neighbours.
+  const auto [first, last] = std::equal_range(values.begin(), values.end(), value);
+  const double low = first == values.begin() ? value : (first[-1] + value) / 2;
+  const double high = last == values.end() ? value : (value + *last) / 2;
+  const double before = static_cast<double>(first - values.begin());
+  return low + (high - low) * (place - before) / static_cast<double>(last - first);
 }
 
 std::string timeText(double nanoseconds) {
@@ -37,6 +42,18 @@ void printRatio(const std::string& what, const std::string& measured, const std:
                 double ratio, std::optional<double> atMost) {
   print({what, measured, reference, fmt::format("{:.{}f}", ratio, ratio < 0.1 ? 3 : 2),
          atMost ? goalText(fmt::format("at most {}", *atMost), ratio <= *atMost) : "reported"});
+}
+
+void Turns::add(double time, double reference) {
+  times_.push_back(time);
+  references_.push_back(reference);
+  ratios_.push_back(time / reference);
+}
+
+void Turns::print(const std::string& what, const std::string& referenceName,
+                  std::optional<double> atMost) const {
+  printRatio(what, timeText(median(times_)),
+             timeText(median(references_)) + " (" + referenceName + ")", median(ratios_), atMost);
 }
 
 std::string goalText(const std::string& goal, bool isMet) {

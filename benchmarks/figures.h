@@ -7,7 +7,8 @@
 
 namespace bench {
 
-/// The value that a `share` of all values is at most: 0.5 for the median. `values` is not empty.
+/// The value that a `share` of all values is at most: 0.5 for the median. Between the steps of a
+/// coarse clock it is interpolated. `values` is not empty.
 double percentile(std::vector<double> values, double share);
 
 inline double median(std::vector<double> values) {
@@ -31,6 +32,20 @@ void print(const Row& row);
 /// A row whose goal is that the ratio be no more than `atMost`; without one it is just reported.
 void printRatio(const std::string& what, const std::string& measured, const std::string& reference,
                 double ratio, std::optional<double> atMost = std::nullopt);
+
+/// Times that were measured in turns with a reference. Each ratio is of neighbouring turns: what
+/// slows the machine down for a while slows both.
+class Turns {
+ public:
+  void add(double time, double reference);
+
+  /// A row of the medians, in nanoseconds, and of the ratios' median.
+  void print(const std::string& what, const std::string& referenceName,
+             std::optional<double> atMost) const;
+
+ private:
+  std::vector<double> times_, references_, ratios_;
+};
 
 /// The text of a goal, and whether it was met.
 std::string goalText(const std::string& goal, bool isMet);
