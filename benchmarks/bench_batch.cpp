@@ -45,13 +45,15 @@ class Batch {
   // With `session` and `dispatch` as the library's platform.
   Batch(bench::ManualURLSession& session, bench::ManualDispatch& dispatch)
       : session_(session), dispatch_(dispatch) {
-    for (std::size_t i = 0; i < kEvents; ++i)
+    for (std::size_t i = 0; i < kEvents; ++i) {
+      const HostMap given = hostProperties();
       events_.push_back({"Bought",
                          {.timeInMilliseconds = 1'700'000'000'000 + integer(1'000'000),
-                          .isOnWiFi = true,
-                          .carrier = std::nullopt,
-                          .trackingAuthorizationStatus = 3},
-                         *veltrano::ParameterConversion::convert(hostProperties())});
+                          .trackingAuthorizationStatus = 3,
+                          .isOnWiFi = true},
+                         given,
+                         *veltrano::ParameterConversion::convert(given)});
+    }
     encoder_.setBase(DefaultProperties::properties(), superProperties_);
     encodedEvents_ = encode();
     for (std::size_t i = 0; i < kEvents; ++i) Veltrano::shared().track("Bought", hostProperties());
@@ -131,7 +133,8 @@ class Batch {
   std::deque<veltrano::EventRecord> encode() {
     std::deque<veltrano::EventRecord> records;
     for (const bench::Event& event : events_)
-      records.push_back(encoder_.encode(event.name, event.automatic, event.properties));
+      records.push_back(
+          encoder_.encode(event.name, event.automatic, viewOf(noCarrier_), viewOf(event.given)));
     return records;
   }
 
@@ -148,7 +151,9 @@ class Batch {
   std::vector<bench::Event> events_;
   const HostMap oneMoreProperties_ = hostProperties();
   veltrano::EventEncoder encoder_;
-  const PropertyMap superProperties_{{{"uid", "user-17"}, {"app_id", "player"}}};
+  const veltrano::HostValue noCarrier_;
+  const PropertyMap superProperties_ =
+      *veltrano::ParameterConversion::convert(HostMap{{"uid", "user-17"}, {"app_id", "player"}});
   const PropertyMap base_ = DefaultProperties::properties() + superProperties_;
   std::deque<veltrano::EventRecord> encodedEvents_;
   bench::RapidJSONReference reference_;

@@ -18,38 +18,31 @@ void writeText(Writer& writer, std::string_view text) {
 }
 
 // The kinds of values that the events have.
-void writeValue(Writer& writer, const veltrano::SupportedParameterType& value) {
-  using Member = veltrano::SupportedParameterType::Member;
-  switch (value.member()) {
-    case Member::String:
-      writeText(writer, *value.getIf<std::string>());
-      break;
-    case Member::Int:
-      writer.Int64(*value.getIf<std::int64_t>());
-      break;
-    case Member::Double:
-      writer.Double(*value.getIf<double>());
-      break;
-    case Member::Bool:
-      writer.Bool(*value.getIf<bool>());
-      break;
-    case Member::Dictionary:
-      writer.StartObject();
-      for (const auto& [key, member] : *value.getIf<veltrano::Dictionary>()) {
-        writeText(writer, *key.member()->getIf<std::string>());
-        writeValue(writer, *member.member());
-      }
-      writer.EndObject();
-      break;
-    default:
-      std::abort();
-  }
-}
-
-void writeEntries(Writer& writer, const veltrano::PropertyMap& map) {
-  for (const auto& [key, value] : map) {
+void writeEntries(Writer& writer, veltrano::PropertyView properties) {
+  using veltrano::Kind;
+  for (const auto& [key, value] : properties) {
     writeText(writer, key);
-    writeValue(writer, value);
+    switch (value.kind()) {
+      case Kind::String:
+        writeText(writer, value.text());
+        break;
+      case Kind::Int:
+        writer.Int64(value.integer());
+        break;
+      case Kind::Double:
+        writer.Double(value.real());
+        break;
+      case Kind::Bool:
+        writer.Bool(value.boolean());
+        break;
+      case Kind::Dictionary:
+        writer.StartObject();
+        writeEntries(writer, *veltrano::asProperties(value));
+        writer.EndObject();
+        break;
+      default:
+        std::abort();
+    }
   }
 }
 
@@ -63,12 +56,8 @@ void writeEvent(Writer& writer, const Event& event, const veltrano::PropertyMap&
   writer.Int64(event.automatic.timeInMilliseconds);
   writer.Key("$wifi");
   writer.Bool(event.automatic.isOnWiFi);
-  if (event.automatic.carrier) {
-    writer.Key("$carrier");
-    writeText(writer, *event.automatic.carrier);
-  }
-  writeEntries(writer, base);
-  writeEntries(writer, event.properties);
+  writeEntries(writer, base.view());
+  writeEntries(writer, event.converted.view());
   writer.Key("extra_json");
   writer.StartObject();
   writer.Key("att_auth_status");

@@ -9,11 +9,12 @@
 
 namespace bench {
 
-/// One event as the library is given it.
+/// One event as the library is given it, and as the reference is: sorted and converted.
 struct Event {
   std::string name;
   veltrano::AutomaticProperties automatic;
-  veltrano::PropertyMap properties;
+  veltrano::HostMap given;
+  veltrano::PropertyMap converted;
 };
 
 /// Encodes batches as a program would that uses RapidJSON and OpenSSL straightforwardly. It writes

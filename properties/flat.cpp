@@ -9,13 +9,37 @@
 namespace veltrano {
 namespace {
 
-// What stands before the contents of a container, and before text.
-constexpr std::size_t kContainerHead = 6;
-constexpr std::size_t kTextHead = 5;
-
 std::uint32_t length(std::size_t size) {
   if (size > std::numeric_limits<std::uint32_t>::max()) throw std::length_error("a value too long");
   return static_cast<std::uint32_t>(size);
+}
+
+// Most text is shorter than what a call of memcpy is worth.
+inline void copyBytes(char* to, const char* from, std::size_t size) {
+  const auto ends = [&](auto word) {
+    std::memcpy(&word, from, sizeof word);
+    auto last = word;
+    std::memcpy(&last, from + size - sizeof last, sizeof last);
+    std::memcpy(to, &word, sizeof word);
+    std::memcpy(to + size - sizeof last, &last, sizeof last);
+  };
+  if (size > 16)
+    std::memcpy(to, from, size);
+  else if (size >= 8)
+    ends(std::uint64_t{});
+  else if (size >= 4)
+    ends(std::uint32_t{});
+  else if (size >= 2)
+    ends(std::uint16_t{});
+  else if (size == 1)
+    *to = *from;
+}
+
+void putText(char* to, Kind kind, std::string_view text) {
+  const std::uint32_t size = length(text.size());
+  *to = static_cast<char>(kind);
+  std::memcpy(to + 1, &size, sizeof size);
+  copyBytes(to + FlatView::kTextHead, text.data(), text.size());
 }
 
 template <class T>
@@ -41,41 +65,9 @@ int orderOfContents(const FlatContents& left, const FlatContents& right) {
 
 }  // namespace
 
-std::size_t FlatView::size() const {
-  switch (kind()) {
-    case Kind::String:
-    case Kind::URL:
-      return kTextHead + read<std::uint32_t>(1);
-    case Kind::Array:
-    case Kind::Dictionary:
-      return kContainerHead + read<std::uint32_t>(2);
-    case Kind::Int:
-    case Kind::UInt:
-    case Kind::Int64:
-    case Kind::Double:
-    case Kind::Date:
-      return 9;
-    case Kind::Float:
-      return 5;
-    case Kind::Bool:
-      return 2;
-    case Kind::Number:
-      return 21;
-    case Kind::NSNull:
-    case Kind::OtherObject:
-    case Kind::Absent:
-      break;
-  }
-  return 1;
-}
-
-FlatContents FlatView::contents() const {
-  return FlatContents({at_ + kContainerHead, read<std::uint32_t>(2)});
-}
-
 FlatWriter::Container FlatWriter::open(Kind kind) {
   const Container container{static_cast<std::size_t>(at_ - begin_), std::exchange(depth_, 0)};
-  *take(kContainerHead) = static_cast<char>(kind);
+  *take(FlatView::kContainerHead) = static_cast<char>(kind);
   ++level_;
   return container;
 }
@@ -89,81 +81,65 @@ void FlatWriter::close(Container container) {
     return;
   }
   const auto depth = static_cast<std::uint8_t>(depth_ + 1);
-  const std::uint32_t size = length(static_cast<std::size_t>(at_ - start) - kContainerHead);
+  const std::uint32_t size =
+      length(static_cast<std::size_t>(at_ - start) - FlatView::kContainerHead);
   std::memcpy(start + 1, &depth, sizeof depth);
   std::memcpy(start + 2, &size, sizeof size);
   depth_ = std::max(depth, container.depth);
 }
 
-void FlatWriter::scalar(Kind kind, const void* bytes, std::size_t size) {
-  char* const to = take(1 + size);
-  *to = static_cast<char>(kind);
-  std::memcpy(to + 1, bytes, size);
-}
-
 void FlatWriter::text(Kind kind, std::string_view text) {
-  const std::uint32_t size = length(text.size());
-  char* const to = take(kTextHead + text.size());
-  *to = static_cast<char>(kind);
-  std::memcpy(to + 1, &size, sizeof size);
-  std::memcpy(to + kTextHead, text.data(), text.size());
+  char* const to = take(FlatView::kTextHead + text.size());
+  putText(to, kind, text);
 }
 
 void FlatWriter::value(const Argument& argument) {
   using Form = Argument::Form;
   switch (argument.form_) {
+    case Form::scalar: {
+      // One copy of a known size, of which only the scalar's own bytes count.
+      char* const to = take(1 + sizeof argument.bits_);
+      *to = static_cast<char>(argument.kind_);
+      std::memcpy(to + 1, &argument.bits_, sizeof argument.bits_);
+      at_ = to + FlatView::scalarSize(argument.kind_);
+      return;
+    }
+    case Form::text:
+      return text(argument.kind_, {static_cast<const char*>(argument.object_), argument.size_});
     case Form::flat:
       return flat(static_cast<const char*>(argument.object_));
-    case Form::own:
-      return argument.append_(*this, argument.object_);
+    case Form::number:
+      return number(*static_cast<const NSNumber*>(argument.object_));
     case Form::list: {
-      const auto* elements = static_cast<const detail::ArrayElement*>(argument.object_);
+      const auto* element = static_cast<const detail::ArrayElement*>(argument.object_);
       const Container array = open(Kind::Array);
-      for (std::size_t i = 0; i < argument.size_; ++i) value(elements[i].value);
+      for (const auto* end = element + argument.size_; element != end; ++element)
+        value(element->value);
       return close(array);
     }
     case Form::map: {
-      const auto* entries = static_cast<const detail::MapElement*>(argument.object_);
+      const auto* entry = static_cast<const detail::MapElement*>(argument.object_);
       const Container dictionary = open(Kind::Dictionary);
-      for (std::size_t i = 0; i < argument.size_; ++i) {
-        text(Kind::String, entries[i].key);
-        value(entries[i].value);
+      for (const auto* end = entry + argument.size_; entry != end; ++entry) {
+        text(Kind::String, entry->key);
+        value(entry->value);
       }
       return close(dictionary);
     }
-    case Form::value:
-      break;
+    case Form::own:
+      return argument.append_(*this, argument.object_);
   }
-  switch (argument.kind_) {
-    case Kind::String:
-    case Kind::URL:
-      return text(argument.kind_, {static_cast<const char*>(argument.object_), argument.size_});
-    case Kind::Int:
-    case Kind::UInt:
-    case Kind::Int64:
-    case Kind::Date:
-    case Kind::Double:
-      return scalar(argument.kind_, &argument.bits_, 8);
-    case Kind::Float:
-      return scalar(argument.kind_, &argument.float_, 4);
-    case Kind::Bool: {
-      const bool flag = argument.bits_ != 0;
-      return scalar(argument.kind_, &flag, 1);
-    }
-    case Kind::Number: {
-      const auto& number = *static_cast<const NSNumber*>(argument.object_);
-      const std::int32_t code = number.storageTypeCode();
-      const std::int64_t asInteger = number.integerValue();
-      const double asDouble = number.doubleValue();
-      char bytes[20];
-      std::memcpy(bytes, &code, 4);
-      std::memcpy(bytes + 4, &asInteger, 8);
-      std::memcpy(bytes + 12, &asDouble, 8);
-      return scalar(argument.kind_, bytes, sizeof bytes);
-    }
-    default:
-      return scalar(argument.kind_, nullptr, 0);
-  }
+}
+
+void FlatWriter::number(const NSNumber& number) {
+  const std::int32_t code = number.storageTypeCode();
+  const std::int64_t asInteger = number.integerValue();
+  const double asDouble = number.doubleValue();
+  char* const to = take(FlatView::scalarSize(Kind::Number));
+  *to = static_cast<char>(Kind::Number);
+  std::memcpy(to + 1, &code, sizeof code);
+  std::memcpy(to + 5, &asInteger, sizeof asInteger);
+  std::memcpy(to + 13, &asDouble, sizeof asDouble);
 }
 
 void FlatWriter::flat(const char* at) {
@@ -191,7 +167,8 @@ void FlatBuffer::grow(std::size_t size) {
 }
 
 void appendToContainer(std::string& container, const FlatBuffer& contents) {
-  const std::uint32_t size = length(container.size() - kContainerHead + contents.bytes().size());
+  const std::uint32_t size =
+      length(container.size() - FlatView::kContainerHead + contents.bytes().size());
   container.append(contents.bytes());
   const auto depth = static_cast<char>(std::max(FlatView(container).depth(), contents.depth() + 1));
   container[1] = depth;

@@ -56,7 +56,7 @@ class FlatView {
   const char* data() const { return at_; }
 
   /// Of a String or a URL, as the host wrote it.
-  std::string_view text() const { return {at_ + 5, read<std::uint32_t>(1)}; }
+  std::string_view text() const { return {at_ + kTextHead, read<std::uint32_t>(1)}; }
 
   /// Of an Int, a UInt, an Int64 or a Date.
   std::int64_t integer() const { return read<std::int64_t>(1); }
@@ -72,6 +72,15 @@ class FlatView {
   /// What a container holds: of a Dictionary, keys and values by turns.
   FlatContents contents() const;
 
+  /// What stands before text, and before the contents of a container.
+  static constexpr std::size_t kTextHead = 5;
+  static constexpr std::size_t kContainerHead = 6;
+
+  static constexpr std::size_t scalarSize(Kind kind) {
+    constexpr unsigned char kSizes[] = {0, 9, 9, 9, 9, 5, 2, 9, 0, 1, 0, 0, 21, 1, 1};
+    return kSizes[static_cast<std::size_t>(kind)];
+  }
+
  private:
   template <class T>
   T read(std::size_t offset) const {
@@ -79,7 +88,11 @@ class FlatView {
     std::memcpy(&value, at_ + offset, sizeof value);
     return value;
   }
-  std::size_t size() const;
+  std::size_t size() const {
+    if (kind() == Kind::String || kind() == Kind::URL) return kTextHead + read<std::uint32_t>(1);
+    if (isContainer()) return kContainerHead + read<std::uint32_t>(2);
+    return scalarSize(kind());
+  }
 
   const char* at_;
 };
@@ -116,6 +129,10 @@ class FlatContents {
  private:
   std::string_view bytes_;
 };
+
+inline FlatContents FlatView::contents() const {
+  return FlatContents({at_ + kContainerHead, read<std::uint32_t>(2)});
+}
 
 /// What the public value types and `FlatWriter` keep to themselves.
 struct detail::FlatAccess {
@@ -159,6 +176,14 @@ class FlatBuffer final : public FlatWriter {
 
 /// Appends what `contents` has written to the Array or Dictionary that `container` is.
 void appendToContainer(std::string& container, const FlatBuffer& contents);
+
+/// As `left < right`, but without a call where the first bytes tell.
+inline bool isBefore(std::string_view left, std::string_view right) {
+  if (left.empty() || right.empty()) return left.size() < right.size();
+  const auto l = static_cast<unsigned char>(left.front());
+  const auto r = static_cast<unsigned char>(right.front());
+  return l != r ? l < r : left < right;
+}
 
 /// A total order over normalised values (see FlatCopier), kinds in the order of their declaration
 /// first: -1, 0 or 1. Values are equal when they are of the same kind and hold the same; NaNs of

@@ -2,69 +2,73 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <forward_list>
+#include <utility>
 
 #include "encoding/utf8.h"
+#include "properties/json_encoding.h"
 
 namespace veltrano {
 namespace {
 
-// Codes of the platform's number types: which of them are integers.
-Kind memberOf(int numberCode) {
-  switch (numberCode) {
-    case 1:   // SInt8
-    case 2:   // SInt16
-    case 3:   // SInt32
-    case 4:   // SInt64
-    case 9:   // int
-    case 10:  // long
-    case 11:  // long long
-    case 15:  // NSInteger
-      return Kind::Int;
+template <class Writer>
+void writeNumber(Writer& writer, FlatView number) {
+  switch (number.numberCode()) {  // of the platform's number types
+    case 1:                       // SInt8
+    case 2:                       // SInt16
+    case 3:                       // SInt32
+    case 4:                       // SInt64
+    case 9:                       // int
+    case 10:                      // long
+    case 11:                      // long long
+    case 15:                      // NSInteger
+      return writer.value(number.numberAsInteger());
     case 7:  // char, which is how a boolean is boxed
-      return Kind::Bool;
+      return writer.value(number.numberAsDouble() != 0);
     default:
-      return Kind::Double;
+      return writer.value(number.numberAsDouble());
   }
 }
 
-void writeNumber(FlatWriter& writer, FlatView number) {
-  const Kind member = memberOf(number.numberCode());
-  if (member == Kind::Int) {
-    const std::int64_t integer = number.numberAsInteger();
-    writer.scalar(member, &integer, sizeof integer);
-  } else if (member == Kind::Bool) {
-    const bool flag = number.numberAsDouble() != 0;
-    writer.scalar(member, &flag, sizeof flag);
-  } else {
-    const double real = number.numberAsDouble();
-    writer.scalar(member, &real, sizeof real);
-  }
+template <class Writer>
+void writeText(Writer& writer, Kind kind, std::string_view text) {
+  if (isASCII(text))
+    writer.text(kind, text);
+  else
+    writer.text(kind, wellFormedUTF8(std::string(text)));
 }
 
-// Whether events can hold the value, or what conversion makes of it.
-bool isKept(FlatView value) {
-  if (value.kind() == Kind::Dictionary) return !value.contents().bytes().empty();
-  return value.kind() != Kind::OtherObject && value.kind() != Kind::Absent;
+void writeOtherKey(FlatWriter& writer, const std::string& key) {
+  writer.flat(key.data());
+}
+
+void writeOtherKey(JSONValueWriter& writer, const std::string&) {
+  writer.fail();
 }
 
 }  // namespace
 
-bool FlatCopier::convert(FlatWriter& writer, FlatView value) {
-  if (!isKept(value)) return false;
-  copy(writer, value, true);
-  return true;
+// Events hold no empty map; one whose entries are all left out stays, empty.
+bool FlatCopier::survives(FlatView value) {
+  if (value.kind() == Kind::Dictionary) return !value.contents().bytes().empty();
+  return value.kind() != Kind::OtherObject && value.kind() != Kind::Absent;
 }
 
-void FlatCopier::copy(FlatWriter& writer, FlatView value, bool converts) {
+void FlatCopier::sortEntries(FlatView map, std::vector<FlatEntry>& entries) {
+  repaired_.clear();
+  entries.clear();
+  appendSorted(entries, map, true);
+}
+
+template <class Writer>
+void FlatCopier::copy(Writer& writer, FlatView value, bool converts) {
   switch (value.kind()) {
     case Kind::String:
     case Kind::URL:
-      return copyText(writer, value.kind(), value.text());
+      return writeText(writer, value.kind(), value.text());
     case Kind::Array: {
       const auto array = writer.open(Kind::Array);
       for (const FlatView element : value.contents())
-        if (!converts || isKept(element)) copy(writer, element, converts);
+        if (!converts || survives(element)) copy(writer, element, converts);
       return writer.close(array);
     }
     case Kind::Dictionary: {
@@ -84,42 +88,43 @@ void FlatCopier::copy(FlatWriter& writer, FlatView value, bool converts) {
   writer.flat(value.data());
 }
 
-void FlatCopier::copyText(FlatWriter& writer, Kind kind, std::string_view text) {
-  if (isASCII(text))
-    writer.text(kind, text);
-  else
-    writer.text(kind, wellFormedUTF8(std::string(text)));
-}
-
-void FlatCopier::copyEntries(FlatWriter& writer, FlatView map, bool converts) {
+template <class Writer>
+void FlatCopier::copyEntries(Writer& writer, FlatView map, bool converts) {
   const std::size_t first = entries_.size();
-  std::forward_list<std::string> repaired;
-  const FlatContents contents = map.contents();
-  for (auto it = contents.begin(); it != contents.end(); ++it) {
-    std::string_view key = (*it).text();
-    if (!isASCII(key)) key = repaired.emplace_front(wellFormedUTF8(std::string(key)));
-    entries_.push_back({key, *++it});
-  }
-  // Of equal keys the last one given stands last. It is the one that counts, also when its value is
-  // then left out.
-  std::sort(entries_.begin() + static_cast<std::ptrdiff_t>(first), entries_.end(),
-            [](const Entry& left, const Entry& right) {
-              const int byKey = left.key.compare(right.key);
-              return byKey != 0 ? byKey < 0 : left.value.data() < right.value.data();
-            });
+  appendSorted(entries_, map, converts);
   const std::size_t end = entries_.size();
   for (std::size_t i = first; i < end; ++i) {
-    const Entry entry = entries_[i];
-    if (i + 1 < end && entries_[i + 1].key == entry.key) continue;
-    if (converts && !isKept(entry.value)) continue;
-    writer.text(Kind::String, entry.key);
-    copy(writer, entry.value, converts);
+    writer.text(Kind::String, entries_[i].key);
+    copy(writer, entries_[i].value, converts);
   }
   entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(first), entries_.end());
 }
 
-// No event holds such a dictionary, so it is not worth speed.
-void FlatCopier::copyEntriesWithOtherKeys(FlatWriter& writer, FlatView dictionary) {
+void FlatCopier::appendSorted(std::vector<FlatEntry>& entries, FlatView map, bool converts) {
+  const auto first = static_cast<std::ptrdiff_t>(entries.size());
+  const FlatContents contents = map.contents();
+  for (auto it = contents.begin(); it != contents.end(); ++it) {
+    std::string_view key = (*it).text();
+    if (!isASCII(key)) key = repaired_.emplace_front(wellFormedUTF8(std::string(key)));
+    entries.push_back({key, *++it});
+  }
+  // Of equal keys the last one given stands last.
+  std::sort(entries.begin() + first, entries.end(), [](const FlatEntry& l, const FlatEntry& r) {
+    if (l.key != r.key) return isBefore(l.key, r.key);
+    return l.value.data() < r.value.data();
+  });
+  // It is the one that counts, also when its value is then left out.
+  auto kept = entries.begin() + first;
+  for (auto it = kept; it != entries.end(); ++it) {
+    const bool isReplaced = it + 1 != entries.end() && it[1].key == it->key;
+    if (!isReplaced && (!converts || survives(it->value))) *kept++ = *it;
+  }
+  entries.erase(kept, entries.end());
+}
+
+// No event can hold such a dictionary, so it is not worth speed.
+template <class Writer>
+void FlatCopier::copyEntriesWithOtherKeys(Writer& writer, FlatView dictionary) {
   std::vector<std::pair<std::string, FlatView>> entries;
   const FlatContents contents = dictionary.contents();
   for (auto it = contents.begin(); it != contents.end(); ++it) {
@@ -134,7 +139,7 @@ void FlatCopier::copyEntriesWithOtherKeys(FlatWriter& writer, FlatView dictionar
     const auto& [key, value] = entries[i];
     if (i + 1 < entries.size() && compare(FlatView(key), FlatView(entries[i + 1].first)) == 0)
       continue;
-    writer.flat(key.data());
+    writeOtherKey(writer, key);
     normalise(writer, value);
   }
 }
@@ -145,5 +150,8 @@ bool hasOnlyStringKeys(FlatView dictionary) {
     if ((*it).kind() != Kind::String) return false;
   return true;
 }
+
+template void FlatCopier::copy(FlatWriter&, FlatView, bool);
+template void FlatCopier::copy(JSONValueWriter&, FlatView, bool);
 
 }  // namespace veltrano

@@ -1,68 +1,42 @@
 #include "properties/json_encoding.h"
 
-#include "properties/property_map.h"
-
 namespace veltrano {
-namespace {
 
-bool writeArray(JSONWriter& writer, FlatContents elements) {
-  writer.startArray();
-  for (const FlatView element : elements)
-    if (!writeJSON(writer, element)) return false;
-  writer.endArray();
-  return true;
+Kind JSONValueWriter::open(Kind container) {
+  if (container == Kind::Array)
+    json_.startArray();
+  else
+    json_.startObject();
+  return container;
 }
 
-bool writeProperties(JSONWriter& writer, PropertyView properties) {
-  writer.startObject();
-  for (const auto& [key, value] : properties) {
-    writer.key(key);
-    if (!writeJSON(writer, value)) return false;
-  }
-  writer.endObject();
-  return true;
+void JSONValueWriter::close(Kind container) {
+  if (container == Kind::Array)
+    json_.endArray();
+  else
+    json_.endObject();
 }
 
-}  // namespace
-
-bool writeJSON(JSONWriter& writer, FlatView value) {
-  switch (value.kind()) {
-    case Kind::String:
-    case Kind::URL:
-      writer.string(value.text());
-      return true;
+void JSONValueWriter::flat(const char* value) {
+  const FlatView given(value);
+  switch (given.kind()) {
     case Kind::Int:
     case Kind::Int64:
-      writer.integer(value.integer());
-      return true;
+      return json_.integer(given.integer());
     case Kind::UInt:
-      writer.unsignedInteger(static_cast<std::uint64_t>(value.integer()));
-      return true;
+      return json_.unsignedInteger(static_cast<std::uint64_t>(given.integer()));
     case Kind::Double:
     case Kind::Float:
-      writer.number(value.real());
-      return true;
+      return json_.number(given.real());
     case Kind::Bool:
-      writer.boolean(value.boolean());
-      return true;
+      return json_.boolean(given.boolean());
     case Kind::Date:
-      writer.string(detail::FlatAccess::date(value).iso8601());
-      return true;
+      return json_.string(detail::FlatAccess::date(given).iso8601());
     case Kind::NSNull:
-      writer.null();
-      return true;
-    case Kind::Array:
-      return writeArray(writer, value.contents());
-    case Kind::Dictionary: {
-      const auto properties = asProperties(value);
-      return properties && writeProperties(writer, *properties);
-    }
-    case Kind::Number:
-    case Kind::OtherObject:
-    case Kind::Absent:
-      break;
+      return json_.null();
+    default:
+      isGood_ = false;
   }
-  return false;
 }
 
 }  // namespace veltrano

@@ -13,7 +13,13 @@ std::optional<SupportedParameterType> ParameterConversion::convert(const HostVal
 std::optional<PropertyMap> ParameterConversion::convert(const HostMap& dictionary) {
   if (dictionary.empty()) return std::nullopt;
   FlatBuffer converted;
-  FlatCopier().convertEntries(converted, viewOf(dictionary));
+  FlatCopier copier;
+  std::vector<FlatEntry> entries;
+  copier.sortEntries(viewOf(dictionary), entries);
+  for (const auto& [key, value] : entries) {
+    converted.text(Kind::String, key);
+    copier.convert(converted, value);
+  }
   return PropertyMap(PropertyView(converted.bytes()));
 }
 

@@ -39,9 +39,11 @@ bool operator==(const HostValue& left, const HostValue& right) {
 
 std::string json(const SupportedParameterType& value) {
   JSONWriter writer;
+  JSONValueWriter values(writer);
   writer.startArray();
-  if (!writeJSON(writer, viewOf(value))) return "cannot be encoded";
+  FlatCopier().normalise(values, viewOf(value));
   writer.endArray();
+  if (!values.isGood()) return "cannot be encoded";
   const auto text = writer.text();
   return std::string(text.substr(1, text.size() - 2));
 }
@@ -50,12 +52,14 @@ std::string jsonOfMap(const HostMap& map) {
   const auto converted = ParameterConversion::convert(map);
   if (!converted) return "none";
   JSONWriter writer;
+  JSONValueWriter values(writer);
   writer.startObject();
   for (const auto& [key, value] : *converted) {
     writer.key(key);
-    if (!writeJSON(writer, value)) return "cannot be encoded";
+    FlatCopier().normalise(values, value);
   }
   writer.endObject();
+  if (!values.isGood()) return "cannot be encoded";
   return std::string(writer.text());
 }
 

@@ -21,9 +21,8 @@ void writeText(JSONWriter& writer, std::string_view text) {
     writer.string(wellFormedUTF8(std::string(text)));
 }
 
-// The map of properties under "extra_json"; empty when there is none.
-PropertyView extraIn(PropertyView properties) {
-  const auto value = properties.find(kExtraKey);
+// The map of properties that `value` is; empty when it is none.
+PropertyView extraIn(std::optional<FlatView> value) {
   const auto extra = value ? asProperties(*value) : std::nullopt;
   return extra.value_or(PropertyView({}));
 }
@@ -36,13 +35,13 @@ void EventEncoder::setBase(const PropertyMap& defaultProperties,
   baseJSON_.clear();
   baseCanBeEncoded_ = true;
   replacesAny_ = false;
-  baseExtra_ = PropertyMap(extraIn(superProperties.view()));
+  baseExtra_ = PropertyMap(extraIn(superProperties.find(kExtraKey)));
   for (const auto& [key, value] : defaultProperties + superProperties) {
     if (key == kExtraKey) continue;
     writer_.clear();
     writer_.startObject();
     writer_.key(key);
-    const bool canBeEncoded = writeJSON(writer_, value);
+    const bool canBeEncoded = writeValue(value, false);
     writer_.endObject();
     const std::string_view object = writer_.text();
     const std::string_view member = object.substr(1, object.size() - 2);
@@ -67,9 +66,8 @@ void EventEncoder::setBase(const PropertyMap& defaultProperties,
 EventRecord EventEncoder::encode(std::string_view eventName, const AutomaticProperties& automatic,
                                  FlatView carrier, FlatView given) {
   given_.clear();
-  if (given.kind() == Kind::Dictionary) copier_.convertEntries(given_, given);
-  const PropertyView properties(given_.bytes());
-  markReplaced(properties);
+  if (given.kind() == Kind::Dictionary) copier_.sortEntries(given, given_);
+  markReplaced();
 
   writer_.clear();
   writer_.startObject();
@@ -78,8 +76,7 @@ EventRecord EventEncoder::encode(std::string_view eventName, const AutomaticProp
   writer_.key("properties");
   writer_.startObject();
   writeAutomatic(automatic, carrier);
-  if (!writeBase() || !writeGiven(properties) ||
-      !writeExtra(automatic.trackingAuthorizationStatus, properties))
+  if (!writeBase() || !writeGiven() || !writeExtra(automatic.trackingAuthorizationStatus))
     return {};
   writer_.endObject();
   writer_.endObject();
@@ -87,13 +84,13 @@ EventRecord EventEncoder::encode(std::string_view eventName, const AutomaticProp
 }
 
 // Both sides are sorted by key.
-void EventEncoder::markReplaced(PropertyView given) {
+void EventEncoder::markReplaced() {
   if (replacesAny_)
     for (OwnProperty& property : own_) property.isReplaced = false;
   replacesAny_ = false;
   auto property = own_.begin();
-  for (const auto& [key, value] : given) {
-    while (property != own_.end() && property->key < key) ++property;
+  for (const auto& [key, value] : given_) {
+    while (property != own_.end() && isBefore(property->key, key)) ++property;
     if (property == own_.end()) return;
     if (property->key == key) replacesAny_ = property->isReplaced = true;
   }
@@ -128,16 +125,16 @@ bool EventEncoder::writeBase() {
   return true;
 }
 
-bool EventEncoder::writeGiven(PropertyView given) {
-  for (const auto& [key, value] : given) {
+bool EventEncoder::writeGiven() {
+  for (const auto& [key, value] : given_) {
     if (key == kExtraKey) continue;
     writer_.key(key);
-    if (!writeJSON(writer_, value)) return false;
+    if (!writeValue(value, true)) return false;
   }
   return true;
 }
 
-bool EventEncoder::writeExtra(std::uint64_t trackingAuthorizationStatus, PropertyView given) {
+bool EventEncoder::writeExtra(std::uint64_t trackingAuthorizationStatus) {
   writer_.key(kExtraKey);
   writer_.startObject();
   if (baseExtra_.empty() && !replacesAny_) {
@@ -148,13 +145,27 @@ bool EventEncoder::writeExtra(std::uint64_t trackingAuthorizationStatus, Propert
     status.text(Kind::String, kStatusKey);
     status.value(trackingAuthorizationStatus);
     const PropertyMap automatic{PropertyView(status.bytes())};
-    for (const auto& [key, value] : automatic + baseExtra_ + extraIn(given)) {
+    FlatBuffer given;
+    for (const auto& [key, value] : given_)
+      if (key == kExtraKey) copier_.convert(given, value);
+    const auto value =
+        given.bytes().empty() ? std::nullopt : std::optional<FlatView>(given.bytes().data());
+    for (const auto& [key, member] : automatic + baseExtra_ + extraIn(value)) {
       writer_.key(key);
-      if (!writeJSON(writer_, value)) return false;
+      if (!writeValue(member, false)) return false;
     }
   }
   writer_.endObject();
   return true;
+}
+
+bool EventEncoder::writeValue(FlatView value, bool converts) {
+  JSONValueWriter writer(writer_);
+  if (converts)
+    copier_.convert(writer, value);
+  else
+    copier_.normalise(writer, value);
+  return writer.isGood();
 }
 
 }  // namespace veltrano

@@ -44,15 +44,16 @@ class EventEncoder {
     bool isReplaced = false;  // by one that the event was given
   };
 
-  void markReplaced(PropertyView given);
+  void markReplaced();
   void writeAutomatic(const AutomaticProperties& automatic, FlatView carrier);
   [[nodiscard]] bool writeBase();
-  [[nodiscard]] bool writeGiven(PropertyView given);
-  [[nodiscard]] bool writeExtra(std::uint64_t trackingAuthorizationStatus, PropertyView given);
+  [[nodiscard]] bool writeGiven();
+  [[nodiscard]] bool writeExtra(std::uint64_t trackingAuthorizationStatus);
+  [[nodiscard]] bool writeValue(FlatView value, bool converts);
 
   JSONWriter writer_;
   FlatCopier copier_;
-  FlatBuffer given_;              // the properties of one event, converted
+  std::vector<FlatEntry> given_;  // the properties of one event
   std::vector<OwnProperty> own_;  // sorted by key; "extra_json" among them, but never written
   const OwnProperty* time_ = nullptr;
   const OwnProperty* wifi_ = nullptr;

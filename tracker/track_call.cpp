@@ -16,9 +16,7 @@ constexpr std::size_t kAlignment = alignof(TrackCall);
 }  // namespace
 
 struct TrackCall::Chunk {
-  static Chunk* make(std::size_t size) {
-    return new (::operator new(size)) Chunk(static_cast<std::uint32_t>(size));
-  }
+  static Chunk* make(std::size_t size) { return new (::operator new(size)) Chunk(size); }
 
   /// For the thread that fills the chunk, once it adds no more calls.
   void retire() { drop(kOpen - made); }
@@ -34,6 +32,7 @@ struct TrackCall::Chunk {
   static constexpr std::int32_t kOpen = 1 << 30;
 
   const std::size_t size;
+  bool isThreads = false;            // kept by the filling thread for its next call
   std::size_t used = sizeof(Chunk);  // the filling thread
   std::int32_t made = 0;             // the filling thread; calls in this chunk
   std::atomic<std::int32_t> live{kOpen};
@@ -49,7 +48,7 @@ class TrackCall::Memory final : public FlatWriter {
     constexpr std::size_t kLeast = sizeof(TrackCall) + 64;
     if (chunk_ != nullptr && chunk_->size - chunk_->used < kLeast)
       std::exchange(chunk_, nullptr)->retire();
-    if (chunk_ == nullptr) chunk_ = Chunk::make(kChunkSize);
+    if (chunk_ == nullptr) chunk_ = makeChunk(kChunkSize);
     begin_ = chunk_->bytes() + chunk_->used;
     end_ = chunk_->bytes() + chunk_->size;
     at_ = begin_ + sizeof(TrackCall);
@@ -58,13 +57,10 @@ class TrackCall::Memory final : public FlatWriter {
   /// Gives the chunk back to the thread. A host's container may have tracked while it was read; the
   /// thread then has another one.
   ~Memory() {
-    if (threadsChunk != nullptr || hasThreadEnded || chunk_->size != kChunkSize) {
-      chunk_->retire();
-    } else {
+    if (threadsChunk == nullptr && chunk_->isThreads)
       threadsChunk = chunk_;
-      thread_local const EndOfThread end;
-      static_cast<void>(end);
-    }
+    else
+      chunk_->retire();
   }
 
   Chunk& chunk() { return *chunk_; }
@@ -80,15 +76,26 @@ class TrackCall::Memory final : public FlatWriter {
  private:
   struct EndOfThread {
     ~EndOfThread() {
-      hasThreadEnded = true;  // later destructors of the thread may still track
+      hasThreadEnded = true;
       if (threadsChunk != nullptr) std::exchange(threadsChunk, nullptr)->retire();
     }
   };
 
+  // A thread keeps chunks of the common size until its destructors run, which may still track.
+  static Chunk* makeChunk(std::size_t size) {
+    Chunk* const chunk = Chunk::make(size);
+    chunk->isThreads = size == kChunkSize && !hasThreadEnded;
+    if (chunk->isThreads) {
+      thread_local const EndOfThread end;
+      static_cast<void>(end);
+    }
+    return chunk;
+  }
+
   void grow(std::size_t size) override {
     const auto used = static_cast<std::size_t>(at_ - begin_);
     const std::size_t least = sizeof(Chunk) + used + size;
-    Chunk* const larger = Chunk::make(least <= kChunkSize / 2 ? kChunkSize : 2 * least);
+    Chunk* const larger = makeChunk(least <= kChunkSize / 2 ? kChunkSize : 2 * least);
     char* const begin = larger->bytes() + larger->used;
     std::memcpy(begin + sizeof(TrackCall), begin_ + sizeof(TrackCall), used - sizeof(TrackCall));
     std::exchange(chunk_, larger)->retire();

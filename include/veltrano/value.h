@@ -144,7 +144,6 @@ class VELTRANO_EXPORT FlatWriter {
   void flat(const char* value);
 
   void text(Kind kind, std::string_view text);
-  void scalar(Kind kind, const void* bytes, std::size_t size);
 
   /// Of the deepest value written beside the next one.
   int depth() const { return depth_; }
@@ -162,6 +161,7 @@ class VELTRANO_EXPORT FlatWriter {
   char* end_;
 
  private:
+  void number(const NSNumber& number);
   char* take(std::size_t size) {
     if (static_cast<std::size_t>(end_ - at_) < size) grow(size);
     return std::exchange(at_, at_ + size);
@@ -183,9 +183,12 @@ class VELTRANO_EXPORT Argument {
 
   template <class T, std::enable_if_t<isArgument<T>, int> = 0>
   Argument(const T& value) {
-    if constexpr (std::is_same_v<T, bool> || isInteger<T>) {
-      kind_ = std::is_same_v<T, bool> ? Kind::Bool : std::is_signed_v<T> ? Kind::Int : Kind::UInt;
+    if constexpr (isInteger<T>) {
+      kind_ = std::is_signed_v<T> ? Kind::Int : Kind::UInt;
       bits_ = static_cast<std::uint64_t>(value);
+    } else if constexpr (std::is_same_v<T, bool>) {
+      kind_ = Kind::Bool;
+      bool_ = value;
     } else if constexpr (std::is_same_v<T, double>) {
       kind_ = Kind::Double;
       double_ = value;
@@ -205,7 +208,7 @@ class VELTRANO_EXPORT Argument {
     } else if constexpr (std::is_same_v<T, NSNull>) {
       kind_ = Kind::NSNull;
     } else if constexpr (std::is_same_v<T, NSNumber>) {
-      kind_ = Kind::Number;
+      form_ = Form::number;
       object_ = &value;
     } else if constexpr (isFlat<T>) {
       flat(value);
@@ -231,11 +234,11 @@ class VELTRANO_EXPORT Argument {
  private:
   friend class FlatWriter;
 
-  // value: a scalar or text. flat: bytes in the flat form. list, map: braced. own: a container of
-  // the host's.
-  enum class Form : std::uint8_t { value, flat, list, map, own };
+  // flat: bytes in the flat form. list, map: braced. own: a container of the host's.
+  enum class Form : std::uint8_t { scalar, text, number, flat, list, map, own };
 
   void refer(Kind kind, std::string_view text) {
+    form_ = Form::text;
     kind_ = kind;
     object_ = text.data();
     size_ = text.size();
@@ -267,14 +270,15 @@ class VELTRANO_EXPORT Argument {
     std::uint64_t bits_ = 0;
     double double_;
     float float_;
+    bool bool_;
     const void* object_;
   };
   union {
-    std::size_t size_ = 0;  // of text or bytes, or a count of elements
+    std::size_t size_ = 0;  // of text, or a count of elements
     void (*append_)(FlatWriter&, const void*);
   };
   Kind kind_ = Kind::Absent;
-  Form form_ = Form::value;
+  Form form_ = Form::scalar;
 };
 
 /// An element of a braced list of plain values. It cannot be made from braces itself, which keeps
