@@ -177,12 +177,12 @@ class FlatBuffer final : public FlatWriter {
 /// Appends what `contents` has written to the Array or Dictionary that `container` is.
 void appendToContainer(std::string& container, const FlatBuffer& contents);
 
-/// As `left < right`, but without a call where the first bytes tell.
-inline bool isBefore(std::string_view left, std::string_view right) {
-  if (left.empty() || right.empty()) return left.size() < right.size();
-  const auto l = static_cast<unsigned char>(left.front());
-  const auto r = static_cast<unsigned char>(right.front());
-  return l != r ? l < r : left < right;
+/// As `left.compare(right)`, but without a call where the first bytes tell.
+inline int compareTexts(std::string_view left, std::string_view right) {
+  if (!left.empty() && !right.empty() && left.front() != right.front())
+    return static_cast<unsigned char>(left.front()) < static_cast<unsigned char>(right.front()) ? -1
+                                                                                                : 1;
+  return left.compare(right);
 }
 
 /// A total order over normalised values (see FlatCopier), kinds in the order of their declaration

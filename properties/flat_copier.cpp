@@ -110,8 +110,8 @@ void FlatCopier::appendSorted(std::vector<FlatEntry>& entries, FlatView map, boo
   }
   // Of equal keys the last one given stands last.
   std::sort(entries.begin() + first, entries.end(), [](const FlatEntry& l, const FlatEntry& r) {
-    if (l.key != r.key) return isBefore(l.key, r.key);
-    return l.value.data() < r.value.data();
+    const int byKey = compareTexts(l.key, r.key);
+    return byKey != 0 ? byKey < 0 : l.value.data() < r.value.data();
   });
   // It is the one that counts, also when its value is then left out.
   auto kept = entries.begin() + first;

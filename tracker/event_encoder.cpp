@@ -90,7 +90,7 @@ void EventEncoder::markReplaced() {
   replacesAny_ = false;
   auto property = own_.begin();
   for (const auto& [key, value] : given_) {
-    while (property != own_.end() && isBefore(property->key, key)) ++property;
+    while (property != own_.end() && compareTexts(property->key, key) < 0) ++property;
     if (property == own_.end()) return;
     if (property->key == key) replacesAny_ = property->isReplaced = true;
   }

@@ -8,7 +8,6 @@
 #pragma once
 
 #include <atomic>
-#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -52,7 +51,9 @@ class VELTRANO_EXPORT Veltrano {
 
   /// Names the user as the publisher knows them; an absent or empty uid takes the name away.
   void setPublisherUid(std::optional<std::string_view> uid);
-  void setPublisherUid(std::nullptr_t) { setPublisherUid(std::nullopt); }
+  void setPublisherUid(const char* uid) {
+    setPublisherUid(uid != nullptr ? std::optional<std::string_view>(uid) : std::nullopt);
+  }
 
   /// Records an event. Its properties win over super properties of the same key, and those over
   /// what the library adds itself; the maps under "extra_json" are merged key by key.
