@@ -255,8 +255,9 @@ TEST(BundlesTest, InfoDictionariesAreFound) {
   const PosixBundles bundles(std::nullopt);
   const auto bundle = bundles.bundleAtPath(directory / "App");
   ASSERT_TRUE(bundle && bundle->infoDictionary);
-  const auto& array = *bundle->infoDictionary->begin()->value.member()->getIf<Array>();
-  EXPECT_EQ(array.begin()->member()->getIf<Date>()->iso8601(), "2023-11-14T22:13:20.000Z");
+  const auto array = bundle->infoDictionary->begin()->value.member()->getIf<Array>();
+  ASSERT_TRUE(array);
+  EXPECT_EQ(array->begin()->member()->getIf<Date>()->iso8601(), "2023-11-14T22:13:20.000Z");
 
   const Bundle library = bundles.libraryBundle();
   ASSERT_TRUE(library.resourceDirectory);

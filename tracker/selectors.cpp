@@ -34,9 +34,9 @@ bool take(const Object& object, std::vector<std::string>& list) {
   const auto given = object.member() != nullptr ? object.member()->getIf<Array>() : std::nullopt;
   if (!given) return false;
   for (const HostValue& element : *given) {
-    const auto text = Object(element).text();
+    auto text = element.member() != nullptr ? element.member()->getIf<std::string>() : std::nullopt;
     if (!text) return false;
-    list.emplace_back(*text);
+    list.push_back(*std::move(text));
   }
   return true;
 }

@@ -447,7 +447,8 @@ class VELTRANO_EXPORT SupportedParameterType {
 
   Member member() const noexcept { return static_cast<Member>(flat_.kind()); }
 
-  /// A copy of the value when it is of the member that holds a `T`, else none. `T` is one of
+  /// A copy of the value when it is of the member that holds a `T`, else none. Keep a container's
+  /// copy in a variable while you walk through it. `T` is one of
   /// `std::string`, `std::int64_t` (Int), `std::uint64_t` (UInt), `Int64`, `double`, `float`,
   /// `bool`, `Date`, `URL`, `NSNull`, `Array`, `Dictionary`.
   template <class T>
