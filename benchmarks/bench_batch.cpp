@@ -47,9 +47,9 @@ void timeEach(benchmark::State& state, Work work) {
 
 class Batch {
  public:
-  // With `session` and `dispatch` as the library's platform.
-  Batch(bench::ManualURLSession& session, bench::ManualDispatch& dispatch)
-      : session_(session), dispatch_(dispatch) {
+  // With `session` and `workQueue` as the library's platform.
+  Batch(bench::ManualURLSession& session, bench::ManualWorkQueue& workQueue)
+      : session_(session), workQueue_(workQueue) {
     for (std::size_t i = 0; i < kEvents; ++i)
       events_.push_back({"Bought",
                          {.timeInMilliseconds = 1'700'000'000'000 + integer(1'000'000),
@@ -60,7 +60,7 @@ class Batch {
     encoder_.setBase(DefaultProperties::properties(), superProperties_);
     encodedEvents_ = encode();
     for (std::size_t i = 0; i < kEvents; ++i) Veltrano::shared().track("Bought", hostProperties());
-    dispatch_.queue().runAll();
+    workQueue_.runAll();
   }
 
   // Whether both sides make the same body.
@@ -99,7 +99,7 @@ class Batch {
     for ([[maybe_unused]] auto iteration : state) {
       Veltrano::shared().track("Bought", properties);
       const auto start = Clock::now();
-      dispatch_.queue().runAll();
+      workQueue_.runAll();
       state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
     }
   }
@@ -152,7 +152,7 @@ class Batch {
   std::string_view referenceJSON() { return reference_.batch(events_, base_); }
 
   bench::ManualURLSession& session_;
-  bench::ManualDispatch& dispatch_;
+  bench::ManualWorkQueue& workQueue_;
   std::mt19937 random_{1};
   std::vector<bench::Event> events_;
   veltrano::EventEncoder encoder_;
@@ -189,9 +189,9 @@ void printRatio(const std::string& what, double measured, double reference, doub
 int main(int argc, char** argv) {
   const int repetitions = argc > 1 ? std::atoi(argv[1]) : 1000;
   auto& session = *new bench::ManualURLSession;
-  auto& dispatch = *new bench::ManualDispatch(session);
-  bench::installBenchPlatform(session, &dispatch);
-  auto& batch = *new Batch(session, dispatch);
+  auto& workQueue = *new bench::ManualWorkQueue(session);
+  bench::installBenchPlatform(session, &workQueue);
+  auto& batch = *new Batch(session, workQueue);
   if (!batch.isFair()) {
     std::fputs("The two sides do not make the same body.\n", stderr);
     return 1;

@@ -1,5 +1,6 @@
 #include "heartbeat/heartbeat_endpoint_request.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "encoding/json_writer.h"
@@ -34,12 +35,12 @@ std::string bodyJSON(const std::string& uid, const std::string& sessionID, doubl
   writer.startObject();
   writeText("app_id", stringValue(superProperties, "app_id").value_or(""));
   writeText("app_version", DefaultProperties::publisherVersion());
-  writeText("os_version", wellFormedUTF8(platform().device.systemVersion()));
+  writeText("os_version", wellFormedUTF8(platform().device->systemVersion()));
   writeText("manufacturer", "Apple");
   writeText("uid", uid);
   writeText("session_id", sessionID);
   writer.key("time");
-  writer.integer(milliseconds(platform().wallClock.now().sinceEpoch));
+  writer.integer(milliseconds(platform().wallClock->now().sinceEpoch));
   writer.key("duration");
   // Through whole microseconds, in which the clock counts: seconds as a double may lie just below
   // the millisecond that they stand for.
@@ -59,9 +60,35 @@ bool takeAnswer(const std::optional<std::string>& data, const std::optional<URLR
   log("Heartbeat response code: ", status);
   if (status < 200 || status > 299) return false;
   if (const auto backOff = data ? VLTrackingEvent::fromJSON(*data).backOffSeconds : std::nullopt)
-    setHeartbeatInterval(platform().userDefaults, *backOff);
+    setHeartbeatInterval(*platform().userDefaults, *backOff);
   return true;
 }
+
+// Visible ASCII only: a token with anything else could forge headers or be cut short.
+bool canStandInHeader(const std::string& token) {
+  return !token.empty() &&
+         std::all_of(token.begin(), token.end(), [](char c) { return c > 0x20 && c < 0x7F; });
+}
+
+// Authenticates requests with the token of the user's session, as "Authorization: Bearer". Leaves
+// them as they are when there is no token that a header can carry.
+class ZKAuthInterceptor final : public ZKInterceptor {
+ public:
+  ZKAuthInterceptor(std::function<bool(const URLRequest&)> shouldAuthenticate,
+                    const SessionTokenProvider& sessionTokenProvider, const UserSessionManager&)
+      : shouldAuthenticate_(std::move(shouldAuthenticate)),
+        sessionTokenProvider_(sessionTokenProvider) {}
+
+  void intercept(URLRequest& request) const override {
+    if (!shouldAuthenticate_(request)) return;
+    const auto token = sessionTokenProvider_.sessionToken();
+    if (token && canStandInHeader(*token)) request.headers["Authorization"] = "Bearer " + *token;
+  }
+
+ private:
+  const std::function<bool(const URLRequest&)> shouldAuthenticate_;
+  const SessionTokenProvider& sessionTokenProvider_;
+};
 
 }  // namespace
 
@@ -76,16 +103,16 @@ void HeartbeatEndpointRequest::send(std::function<void(bool)> completion) const 
   const std::string_view json[] = {body_};
   PostRequest request = makeEndpointPost("/heartbeat", uid_, *superProperties_, json);
   request.interceptor = std::make_shared<ZKAuthInterceptor>([](const URLRequest&) { return true; },
-                                                            platform().sessionTokenProvider,
-                                                            platform().userSessionManager);
-  platform().urlSession.postData(std::move(request),
-                                 [completion = std::move(completion)](
-                                     const auto& data, const auto& response, const auto& error) {
-                                   const bool wasAccepted = takeAnswer(data, response, error);
-                                   if (!wasAccepted)
-                                     Tracker::shared().track("Heartbeat Failed", {}, nullptr);
-                                   completion(wasAccepted);
-                                 });
+                                                            *platform().sessionTokenProvider,
+                                                            *platform().userSessionManager);
+  platform().urlSession->postData(std::move(request),
+                                  [completion = std::move(completion)](
+                                      const auto& data, const auto& response, const auto& error) {
+                                    const bool wasAccepted = takeAnswer(data, response, error);
+                                    if (!wasAccepted)
+                                      Tracker::shared().track("Heartbeat Failed", {}, nullptr);
+                                    completion(wasAccepted);
+                                  });
 }
 
 }  // namespace veltrano

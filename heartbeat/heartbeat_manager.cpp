@@ -16,7 +16,7 @@ constexpr Duration kTimerTolerance = std::chrono::milliseconds(100);
 
 HeartbeatManager& HeartbeatManager::shared() {
   static HeartbeatManager& instance =
-      *new HeartbeatManager([]() -> NotificationCenter& { return platform().notificationCenter; },
+      *new HeartbeatManager([]() -> NotificationCenter& { return *platform().notificationCenter; },
                             std::make_unique<RemoteHeartbeatRepository>(), std::chrono::seconds(1));
   return instance;
 }
@@ -50,7 +50,7 @@ void HeartbeatManager::applicationDidBecomeActive() {
 
 void HeartbeatManager::setTimer(Duration delay) {
   freeTimerIfNeeded();
-  timer_ = platform().timers.schedule(delay, kTimerTolerance, [this] { sendHeartbeat(); });
+  timer_ = platform().timers->schedule(delay, kTimerTolerance, [this] { sendHeartbeat(); });
 }
 
 void HeartbeatManager::freeTimerIfNeeded() {
@@ -60,12 +60,12 @@ void HeartbeatManager::freeTimerIfNeeded() {
 
 void HeartbeatManager::sendHeartbeat() {
   // Taken before the lock: the platform may have to read a file for the interval.
-  const Duration interval = durationFromSeconds(heartbeatInterval(platform().userDefaults));
-  std::string newSessionID = uuidText(platform().randomSource.bytes());
+  const Duration interval = durationFromSeconds(heartbeatInterval(*platform().userDefaults));
+  std::string newSessionID = uuidText(platform().randomSource->bytes());
   std::unique_lock lock(mutex_);
-  if (platform().application.state() != ApplicationState::active) return freeTimerIfNeeded();
+  if (platform().application->state() != ApplicationState::active) return freeTimerIfNeeded();
   setTimer(interval);
-  const WallTime now = platform().wallClock.now();
+  const WallTime now = platform().wallClock->now();
   session_.use(now, std::move(newSessionID));
   const std::string uid = uid_;
   const std::string sessionID = session_.id();

@@ -2,8 +2,6 @@
 
 #include <atomic>
 
-#include "platform/inert.h"
-
 namespace veltrano {
 namespace {
 
@@ -27,7 +25,7 @@ bool installPlatform(const Platform& platform) {
 const Platform& platform() {
   const Platform* current = installed.load(std::memory_order_acquire);
   if (current == nullptr) {
-    installOnce(new Platform(makeInertPlatform()));
+    installOnce(new Platform);
     current = installed.load(std::memory_order_acquire);
   }
   return *current;

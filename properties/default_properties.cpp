@@ -26,15 +26,16 @@ std::optional<std::string> textIn(const std::optional<HostMap>& dictionary, std:
 // The library's resource bundle; its own bundle when there is no resource bundle, and none when it
 // has no resources at all.
 std::optional<Bundle> resourceBundle() {
-  Bundle library = platform().bundles.libraryBundle();
+  Bundle library = platform().bundles->libraryBundle();
   if (!library.resourceDirectory) return std::nullopt;
-  auto resources = platform().bundles.bundleAtPath(*library.resourceDirectory + "/Veltrano.bundle");
+  auto resources =
+      platform().bundles->bundleAtPath(*library.resourceDirectory + "/Veltrano.bundle");
   return resources ? std::move(resources) : std::move(library);
 }
 
 PropertyMap gather(const std::string& deviceModel, const std::string& libVersion,
                    const std::optional<HostMap>& publisherInfo) {
-  const Device& device = platform().device;
+  const Device& device = *platform().device;
   const ScreenSize screen = device.mainScreenSize();
   PropertyMap properties({
       {"$screen_height", truncatedInteger(screen.height)},
@@ -64,12 +65,12 @@ const PropertyMap& DefaultProperties::properties() {
 }
 
 const std::string& DefaultProperties::deviceModel() {
-  static const auto& value = *new std::string(wellFormedUTF8(platform().device.machine()));
+  static const auto& value = *new std::string(wellFormedUTF8(platform().device->machine()));
   return value;
 }
 
 const std::optional<HostMap>& DefaultProperties::publisherInfoDict() {
-  static const auto& value = *new std::optional<HostMap>(platform().bundles.mainInfoDictionary());
+  static const auto& value = *new std::optional<HostMap>(platform().bundles->mainInfoDictionary());
   return value;
 }
 

@@ -40,7 +40,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 WorkQueue& makeQueue() {
-  return PosixDispatch().makeSerialQueue("test");
+  return *new PosixWorkQueue("test");  // never destroyed, as its thread goes on
 }
 
 // Waits for everything submitted to `queue` before.
@@ -309,18 +309,18 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   const auto installation = PosixPlatform::install(options);
   ASSERT_TRUE(installation) << installation.error;
   const Platform& services = platform();
-  EXPECT_EQ(services.sessionTokenProvider.sessionToken(), std::nullopt);
-  services.standardOutput.writeLine("line");
+  EXPECT_EQ(services.sessionTokenProvider->sessionToken(), std::nullopt);
+  services.standardOutput->writeLine("line");
 
   // Each observer sees the new state, on the main thread, whichever thread reported it.
   std::vector<std::string> seen;
   const auto observe = [&](std::string_view name) {
-    services.notificationCenter.addObserver(name, [&, name, main = std::this_thread::get_id()] {
+    services.notificationCenter->addObserver(name, [&, name, main = std::this_thread::get_id()] {
       EXPECT_EQ(std::this_thread::get_id(), main);
       seen.push_back(std::string(name.substr(0, name.find("Notification"))) + " " +
-                     std::to_string(static_cast<int>(services.application.state())) + " " +
-                     std::to_string(services.application.interfaceOrientation()) + " " +
-                     std::to_string(services.device.orientation()));
+                     std::to_string(static_cast<int>(services.application->state())) + " " +
+                     std::to_string(services.application->interfaceOrientation()) + " " +
+                     std::to_string(services.device->orientation()));
     });
   };
   for (const auto name : {kApplicationDidBecomeActive, kApplicationDidEnterBackground,

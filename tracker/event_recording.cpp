@@ -15,13 +15,13 @@ std::int64_t millisecondsSinceEpoch(WallTime time) {
 
 AutomaticProperties takeAutomaticProperties() {
   const Platform& here = platform();
-  auto carrier = here.telephony.carrierName();
+  auto carrier = here.telephony->carrierName();
   if (carrier) carrier = wellFormedUTF8(*std::move(carrier));
   return {
-      .timeInMilliseconds = millisecondsSinceEpoch(here.wallClock.now()),
-      .isOnWiFi = here.connectivity.isReachableOnWiFi(),
+      .timeInMilliseconds = millisecondsSinceEpoch(here.wallClock->now()),
+      .isOnWiFi = here.connectivity->isReachableOnWiFi(),
       .carrier = std::move(carrier),
-      .trackingAuthorizationStatus = here.trackingManager.trackingAuthorizationStatus(),
+      .trackingAuthorizationStatus = here.trackingManager->trackingAuthorizationStatus(),
   };
 }
 

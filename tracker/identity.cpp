@@ -19,7 +19,7 @@ void Tracker::setAppId(const std::string& id) {
 
 void Tracker::setIdfa() {
   const std::string identifier =
-      wellFormedUTF8(platform().identifierManager.advertisingIdentifier());
+      wellFormedUTF8(platform().identifierManager->advertisingIdentifier());
   log("Setting idfa: ", identifier);
   setSuperProperties({{"$ios_ifa", identifier}});
 }

@@ -18,7 +18,7 @@ constinit const std::array<Tracker::Handler, 5> Tracker::kHandlers = {{
 }};
 
 void Tracker::registerForNotifications() {
-  NotificationCenter& center = platform().notificationCenter;
+  NotificationCenter& center = *platform().notificationCenter;
   for (const Handler& handler : kHandlers) {
     if (handler.notification.empty()) continue;
     center.addObserver(handler.notification, [this, &handler] { (this->*handler.handle)(); });
@@ -60,11 +60,11 @@ void Tracker::handleDidChangeDeviceOrientation() {
 }
 
 std::string Tracker::getScreenOrientation() const {
-  return std::string(screenOrientationText(platform().application.interfaceOrientation()));
+  return std::string(screenOrientationText(platform().application->interfaceOrientation()));
 }
 
 std::string Tracker::getDeviceOrientation() const {
-  return std::string(deviceOrientationText(platform().device.orientation()));
+  return std::string(deviceOrientationText(platform().device->orientation()));
 }
 
 }  // namespace veltrano

@@ -23,9 +23,9 @@ std::string timeOfDay(Duration instant) {
 
 void writeLogLine(const std::string& message) {
   const Platform& here = platform();
-  const WallTime now = here.wallClock.now();
-  const Duration local = now.sinceEpoch + here.wallClock.localTimeOffset(now);
-  here.standardOutput.writeLine("Veltrano " + timeOfDay(local) + " | " + message);
+  const WallTime now = here.wallClock->now();
+  const Duration local = now.sinceEpoch + here.wallClock->localTimeOffset(now);
+  here.standardOutput->writeLine("Veltrano " + timeOfDay(local) + " | " + message);
 }
 
 }  // namespace veltrano

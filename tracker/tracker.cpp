@@ -8,8 +8,7 @@ Tracker& Tracker::shared() {
 }
 
 Tracker::Tracker()
-    : dispatchQueue_(platform().dispatch.makeSerialQueue("com.veltrano")),
-      flushWorkItem_(std::make_shared<WorkItem>([] {})) {
+    : dispatchQueue_(*platform().workQueue), flushWorkItem_(std::make_shared<WorkItem>([] {})) {
   registerForNotifications();
   startFlushCycle();
 }

@@ -45,7 +45,7 @@ void CorvaneEndpointRequest::send(std::function<void(bool)> completion) const {
   const auto json = batchJSON(eventsBeingSent_);
   // What cannot be encoded now never can be: it counts as delivered, so that it goes away.
   if (!json) return completion(true);
-  platform().urlSession.postData(
+  platform().urlSession->postData(
       makeEndpointPost("/track", uid_, superProperties_, *json),
       [completion = std::move(completion)](const auto&, const auto& response, const auto&) {
         completion(isDelivered(response));

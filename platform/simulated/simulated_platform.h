@@ -82,9 +82,7 @@ struct SimulatedDevice final : Device,
                                CTTelephonyNetworkInfo,
                                ATTrackingManager,
                                ASIdentifierManager,
-                               ZKConnectivityManager,
-                               SessionTokenProvider,
-                               UserSessionManager {
+                               ZKConnectivityManager {
   ScreenSize mainScreenSize() const override { return screen; }
   std::string systemName() const override { return name; }
   std::string systemVersion() const override { return version; }
@@ -96,7 +94,6 @@ struct SimulatedDevice final : Device,
   std::uint64_t trackingAuthorizationStatus() const override { return trackingStatus; }
   std::string advertisingIdentifier() const override { return identifier; }
   bool isReachableOnWiFi() const override { return isOnWiFi; }
-  std::optional<std::string> sessionToken() const override { return std::nullopt; }
 
   ScreenSize screen{390, 844};
   std::string name = "iOS";
@@ -117,13 +114,13 @@ class SimulatedPlatform {
   SimulatedPlatform(const SimulatedPlatform&) = delete;
   SimulatedPlatform& operator=(const SimulatedPlatform&) = delete;
 
-  /// These services, to be installed. They must outlive all use of the library.
+  /// These services, for one library.
   Platform services();
 
   Timeline timeline;
   SimulatedClock clock{timeline};
   SimulatedOutput output;
-  SimulatedDispatch dispatch{timeline};
+  SimulatedWorkQueue workQueue{timeline};
   SimulatedTimers timers{timeline};
   SimulatedNotificationCenter notificationCenter;
   SimulatedDefaults defaults;
