@@ -18,16 +18,15 @@
 #include "benchmarks/figures.h"
 #include "benchmarks/manual_platform.h"
 #include "benchmarks/rapidjson_reference.h"
-#include "properties/default_properties.h"
 #include "properties/parameter_conversion.h"
 #include "tracker/event_encoder.h"
+#include "tracker/library.h"
 #include "upload/corvane_endpoint_request.h"
 #include "veltrano/veltrano.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using veltrano::DefaultProperties;
 using veltrano::HostMap;
 using veltrano::PropertyMap;
 
@@ -57,7 +56,7 @@ class Batch {
                           .carrier = std::nullopt,
                           .trackingAuthorizationStatus = 3},
                          *veltrano::ParameterConversion::convert(hostProperties())});
-    encoder_.setBase(DefaultProperties::properties(), superProperties_);
+    encoder_.setBase(endpoints_.defaultProperties.properties(), superProperties_);
     encodedEvents_ = encode();
     for (std::size_t i = 0; i < kEvents; ++i) Veltrano::shared().track("Bought", hostProperties());
     workQueue_.runAll();
@@ -145,7 +144,7 @@ class Batch {
   }
 
   bool send(const std::deque<veltrano::EventRecord>& records) {
-    veltrano::CorvaneEndpointRequest(records, superProperties_).send([](bool) {});
+    veltrano::CorvaneEndpointRequest(endpoints_, records, superProperties_).send([](bool) {});
     return true;
   }
 
@@ -153,11 +152,12 @@ class Batch {
 
   bench::ManualURLSession& session_;
   bench::ManualWorkQueue& workQueue_;
+  const veltrano::Endpoints& endpoints_ = veltrano::Library::current().endpoints();
   std::mt19937 random_{1};
   std::vector<bench::Event> events_;
   veltrano::EventEncoder encoder_;
   const PropertyMap superProperties_{{{"uid", "user-17"}, {"app_id", "player"}}};
-  const PropertyMap base_ = DefaultProperties::properties() + superProperties_;
+  const PropertyMap base_ = endpoints_.defaultProperties.properties() + superProperties_;
   std::deque<veltrano::EventRecord> encodedEvents_;
   bench::RapidJSONReference reference_;
 };

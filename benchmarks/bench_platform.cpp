@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "platform/posix/posix_services.h"
-#include "platform/posix/threads/fork.h"
+#include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
 namespace bench {
@@ -31,11 +31,10 @@ veltrano::PosixServices& services() {
 }  // namespace
 
 void installBenchPlatform(veltrano::ZKURLSessionManager& session, veltrano::WorkQueue* workQueue) {
-  veltrano::watchForks();
   veltrano::Platform platform = services().platform();
   platform.urlSession = &session;
   if (workQueue != nullptr) platform.workQueue = workQueue;
-  if (!veltrano::installPlatform(platform)) {
+  if (!veltrano::Library::install(platform)) {
     std::fputs("There is a platform already.\n", stderr);
     std::exit(1);
   }

@@ -52,12 +52,4 @@ struct Platform {
   UserSessionManager* userSessionManager = nothing<UserSessionManager>();
 };
 
-/// Makes `platform` the process's platform. Refused, with false, when there is one already,
-/// installed or (once `platform()` has been called) the inert one. Safe to call from any thread.
-[[nodiscard]] bool installPlatform(const Platform& platform);
-
-/// The process's platform. When none has been installed by the first call, that is an inert one for
-/// good: it drops work, sends nothing and stores nothing.
-const Platform& platform();
-
 }  // namespace veltrano

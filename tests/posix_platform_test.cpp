@@ -31,6 +31,8 @@
 #include "platform/posix/threads/notification_center.h"
 #include "platform/posix/threads/run_loop.h"
 #include "platform/posix/threads/work_queue.h"
+#include "tracker/library.h"
+#include "veltrano/veltrano.h"
 
 namespace veltrano {
 namespace {
@@ -308,7 +310,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   };
   const auto installation = PosixPlatform::install(options);
   ASSERT_TRUE(installation) << installation.error;
-  const Platform& services = platform();
+  const Platform& services = Library::current().endpoints().platform;
   EXPECT_EQ(services.sessionTokenProvider->sessionToken(), std::nullopt);
   services.standardOutput->writeLine("line");
 
@@ -352,7 +354,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
 }
 
 TEST(PosixPlatformTest, IsRefusedOnceTheLibraryIsInUse) {
-  platform();
+  Veltrano::shared();
   PosixOptions options;
   options.collectionHost = "example.com";
   EXPECT_FALSE(PosixPlatform::install(options));

@@ -1,7 +1,5 @@
 #include "encoding/utf8.h"
-#include "properties/default_properties.h"
 #include "properties/parameter_conversion.h"
-#include "tracker/log.h"
 #include "tracker/tracker.h"
 
 namespace veltrano {
@@ -13,8 +11,7 @@ std::int64_t millisecondsSinceEpoch(WallTime time) {
   return (microseconds + (microseconds < 0 ? -500 : 500)) / 1000;
 }
 
-AutomaticProperties takeAutomaticProperties() {
-  const Platform& here = platform();
+AutomaticProperties takeAutomaticProperties(const Platform& here) {
   auto carrier = here.telephony->carrierName();
   if (carrier) carrier = wellFormedUTF8(*std::move(carrier));
   return {
@@ -28,12 +25,11 @@ AutomaticProperties takeAutomaticProperties() {
 }  // namespace
 
 void Tracker::track(std::string eventName, HostMap eventProperties, FlushCompletion completion) {
-  refreshTriggers_.callHandlerFor(eventName);
-  log("Adding event of ", eventName, " to current ", eventCount_.load(std::memory_order_relaxed),
-      " events");
-  AutomaticProperties automatic = takeAutomaticProperties();
+  if (!refreshTriggers_.callHandlerFor(eventName)) return;
+  log_("Adding event of ", eventName, " to current ", eventQueue_.count(), " events");
+  AutomaticProperties automatic = takeAutomaticProperties(platform_);
   // The device is asked for its properties by the first caller; afterwards they are only shared.
-  DefaultProperties::properties();
+  defaultProperties_.properties();
   dispatchQueue_.async([this, eventName = std::move(eventName), automatic = std::move(automatic),
                         eventProperties = std::move(eventProperties),
                         completion = std::move(completion)]() mutable {
@@ -43,17 +39,17 @@ void Tracker::track(std::string eventName, HostMap eventProperties, FlushComplet
 
 void Tracker::record(const std::string& eventName, const AutomaticProperties& automatic,
                      HostMap eventProperties, FlushCompletion completion) {
-  log("In dispatch queue code block for adding event to queue");
-  if (!isEncoderCurrent_) encoder_.setBase(DefaultProperties::properties(), *superProperties_);
+  log_("In dispatch queue code block for adding event to queue");
+  if (!isEncoderCurrent_)
+    encoder_.setBase(defaultProperties_.properties(), superProperties_.current());
   isEncoderCurrent_ = true;
-  eventQueue_.push_back(encoder_.encode(
+  eventQueue_.append(encoder_.encode(
       eventName, automatic,
       ParameterConversion::convert(std::move(eventProperties)).value_or(PropertyMap())));
-  eventCount_.store(eventQueue_.size(), std::memory_order_relaxed);
-  log("Added event and now have ", eventQueue_.size(), " events");
+  log_("Added event and now have ", eventQueue_.count(), " events");
   trimQueueIfNecessary();
   flushQueueIfNecessary(std::move(completion));
-  log("Leaving dispatch queue code block for adding event to queue");
+  log_("Leaving dispatch queue code block for adding event to queue");
 }
 
 }  // namespace veltrano

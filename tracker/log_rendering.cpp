@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "log/log.h"
 #include "properties/parameter_conversion.h"
 
 namespace veltrano {
@@ -157,12 +158,6 @@ void render(std::string& line, const std::optional<SupportedParameterType>& valu
   line += "Optional(";
   appendDebugForm(line, *value, 0);
   line += ')';
-}
-
-void render(std::string& line, const std::optional<std::vector<std::string>>& list) {
-  if (!list) return render(line, std::optional<SupportedParameterType>());
-  render(line, std::optional<SupportedParameterType>(
-                   Array(std::vector<HostValue>(list->begin(), list->end()))));
 }
 
 }  // namespace veltrano

@@ -1,5 +1,7 @@
 #include "veltrano/posix_platform.h"
 
+#include <pthread.h>
+
 #include <deque>
 #include <exception>
 #include <functional>
@@ -10,12 +12,22 @@
 #include "platform/posix/http/collection_host.h"
 #include "platform/posix/posix_services.h"
 #include "platform/posix/threads/fork.h"
+#include "tracker/library.h"
 
 namespace veltrano {
 namespace {
 
 constexpr std::string_view kApplicationWillResignActive =
     "UIApplicationWillResignActiveNotification";
+
+// From now on a forked child finds a library without a platform in the place of its parent's, whose
+// threads do not exist there and whose locks may be held for good.
+void makeForkedChildrenInert() {
+  static Library& inert = *new Library(Platform());
+  static const int registered =
+      pthread_atfork(nullptr, nullptr, [] { Library::exchangeCurrent(&inert); });
+  static_cast<void>(registered);  // fails for want of memory only
+}
 
 }  // namespace
 
@@ -87,8 +99,9 @@ Installation PosixPlatform::install(PosixOptions options) {
       return {nullptr, "The advertising identifier is not a UUID."};
 
     watchForks();
+    makeForkedChildrenInert();
     auto services = std::make_unique<Services>(std::move(options));
-    if (!installPlatform(services->platform()))
+    if (!Library::install(services->platform()))
       return {nullptr, "The library is in use already; install the platform before its first use."};
     Services& kept = *services.release();  // the library has them now
     installed = new PosixPlatform(kept);

@@ -5,6 +5,8 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include "tracker/library.h"
+
 namespace veltrano {
 namespace {
 
@@ -32,7 +34,7 @@ Simulation::Simulation() {
   platform.network.onPost = [this](const PostRequest& request) {
     posts.push_back({now(), request, decodedBody(request.httpBody)});
   };
-  EXPECT_TRUE(installPlatform(platform.services()));
+  EXPECT_TRUE(Library::install(platform.services()));
 }
 
 Veltrano::FlushCompletion Simulation::completion(std::string label) {

@@ -12,7 +12,7 @@
 
 #include "platform/posix/posix_services.h"
 #include "platform/posix/threads/due_time.h"
-#include "platform/posix/threads/fork.h"
+#include "tracker/library.h"
 
 namespace replay {
 namespace {
@@ -155,10 +155,9 @@ void runLive(const Scenario& scenario, const LiveOptions& options, Bodies bodies
     if (!temporary.empty()) complete.userDefaultsFile = temporary / "defaults.plist";
   }
 
-  veltrano::watchForks();
   // Never destroyed: the library's threads use it until the process ends.
   auto& stage = *new LiveStage(scenario.configuration, complete, bodies);
-  bool goesOn = veltrano::installPlatform(stage.services());
+  bool goesOn = veltrano::Library::install(stage.services());
   auto& loop = veltrano::RunLoop::current();
   for (const Step& step : scenario.steps) {
     if (!goesOn) break;

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "platform/simulated/simulated_platform.h"
+#include "tracker/library.h"
 
 namespace replay {
 
@@ -76,7 +77,7 @@ class SimulatedWorld::SimulatedStage final : public Stage {
 
 SimulatedWorld::SimulatedWorld(const Trace::Write& write, Bodies bodies)
     : stage_(*new SimulatedStage(write, bodies)) {
-  if (!veltrano::installPlatform(stage_.platform().services()))
+  if (!veltrano::Library::install(stage_.platform().services()))
     throw std::logic_error("the library has a platform already");
 }
 
