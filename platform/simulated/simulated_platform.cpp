@@ -66,7 +66,7 @@ std::optional<Bundle> SimulatedBundles::bundleAtPath(std::string_view path) cons
   return Bundle{std::nullopt, resourceBundleInfo};
 }
 
-SimulatedPlatform::SimulatedPlatform() {
+SimulatedPlatform::SimulatedPlatform(std::shared_ptr<Timeline> line) : timeline_(std::move(line)) {
   network.answers["/heartbeat"].body = "{}";
 }
 

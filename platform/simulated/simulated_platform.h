@@ -109,15 +109,20 @@ struct SimulatedDevice final : Device,
 };
 
 class SimulatedPlatform {
+  const std::shared_ptr<Timeline> timeline_;
+
  public:
-  SimulatedPlatform();
+  SimulatedPlatform() : SimulatedPlatform(std::make_shared<Timeline>()) {}
+
+  /// Shares `line` with other platforms.
+  explicit SimulatedPlatform(std::shared_ptr<Timeline> line);
   SimulatedPlatform(const SimulatedPlatform&) = delete;
   SimulatedPlatform& operator=(const SimulatedPlatform&) = delete;
 
   /// These services, for one library.
   Platform services();
 
-  Timeline timeline;
+  Timeline& timeline = *timeline_;
   SimulatedClock clock{timeline};
   SimulatedOutput output;
   SimulatedWorkQueue workQueue{timeline};

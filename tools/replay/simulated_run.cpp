@@ -1,7 +1,6 @@
 #include "tools/replay/simulated_run.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "platform/simulated/simulated_platform.h"
 #include "tracker/library.h"
@@ -22,6 +21,7 @@ class SimulatedWorld::SimulatedStage final : public Stage {
   }
 
   SimulatedPlatform& platform() { return platform_; }
+  veltrano::Library& library() { return library_; }
 
   void configure(const Configuration& configuration) {
     platform_.clock.start = configuration.startTime;
@@ -73,12 +73,12 @@ class SimulatedWorld::SimulatedStage final : public Stage {
  private:
   SimulatedPlatform platform_;
   Trace trace_;
+  veltrano::Library library_{platform_.services()};
 };
 
 SimulatedWorld::SimulatedWorld(const Trace::Write& write, Bodies bodies)
     : stage_(*new SimulatedStage(write, bodies)) {
-  if (!veltrano::Library::install(stage_.platform().services()))
-    throw std::logic_error("the library has a platform already");
+  veltrano::Library::exchangeCurrent(&stage_.library());
 }
 
 bool SimulatedWorld::play(const Scenario& scenario) {
