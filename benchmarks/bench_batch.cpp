@@ -17,16 +17,15 @@
 #include "benchmarks/figures.h"
 #include "benchmarks/manual_platform.h"
 #include "benchmarks/rapidjson_reference.h"
-#include "properties/default_properties.h"
 #include "properties/parameter_conversion.h"
 #include "tracker/event_encoder.h"
+#include "tracker/library.h"
 #include "upload/corvane_endpoint_request.h"
 #include "veltrano/veltrano.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using veltrano::DefaultProperties;
 using veltrano::HostMap;
 using veltrano::PropertyMap;
 
@@ -42,9 +41,9 @@ double timeOf(Work work) {
 
 class Batch {
  public:
-  // With `session` and `dispatch` as the library's platform.
-  Batch(bench::ManualURLSession& session, bench::ManualDispatch& dispatch)
-      : session_(session), dispatch_(dispatch) {
+  // With `session` and `workQueue` as the library's platform.
+  Batch(bench::ManualURLSession& session, bench::ManualWorkQueue& workQueue)
+      : session_(session), workQueue_(workQueue) {
     for (std::size_t i = 0; i < kEvents; ++i) {
       const HostMap given = hostProperties();
       events_.push_back({"Bought",
@@ -54,10 +53,10 @@ class Batch {
                          given,
                          *veltrano::ParameterConversion::convert(given)});
     }
-    encoder_.setBase(DefaultProperties::properties(), superProperties_);
+    encoder_.setBase(endpoints_.defaultProperties.properties(), superProperties_);
     encodedEvents_ = encode();
     for (std::size_t i = 0; i < kEvents; ++i) Veltrano::shared().track("Bought", hostProperties());
-    dispatch_.queue().runAll();
+    workQueue_.runAll();
   }
 
   // Whether both sides make the same body.
@@ -94,7 +93,7 @@ class Batch {
   // The conversion belongs to this, the call does not.
   double oneMore() {
     Veltrano::shared().track("Bought", oneMoreProperties_);
-    return timeOf([this] { return dispatch_.queue().runAll(), true; });
+    return timeOf([this] { return workQueue_.runAll(), true; });
   }
 
  private:
@@ -139,14 +138,15 @@ class Batch {
   }
 
   bool send(const std::deque<veltrano::EventRecord>& records) {
-    veltrano::CorvaneEndpointRequest(records, superProperties_).send([](bool) {});
+    veltrano::CorvaneEndpointRequest(endpoints_, records, superProperties_).send([](bool) {});
     return true;
   }
 
   std::string_view referenceJSON() { return reference_.batch(events_, base_); }
 
   bench::ManualURLSession& session_;
-  bench::ManualDispatch& dispatch_;
+  bench::ManualWorkQueue& workQueue_;
+  const veltrano::Endpoints& endpoints_ = veltrano::Library::current().endpoints();
   std::mt19937 random_{1};
   std::vector<bench::Event> events_;
   const HostMap oneMoreProperties_ = hostProperties();
@@ -154,7 +154,7 @@ class Batch {
   const veltrano::HostValue noCarrier_;
   const PropertyMap superProperties_ =
       *veltrano::ParameterConversion::convert(HostMap{{"uid", "user-17"}, {"app_id", "player"}});
-  const PropertyMap base_ = DefaultProperties::properties() + superProperties_;
+  const PropertyMap base_ = endpoints_.defaultProperties.properties() + superProperties_;
   std::deque<veltrano::EventRecord> encodedEvents_;
   bench::RapidJSONReference reference_;
 };
@@ -164,9 +164,9 @@ class Batch {
 int main(int argc, char** argv) {
   const int rounds = argc > 1 ? std::atoi(argv[1]) : 1000;
   auto& session = *new bench::ManualURLSession;
-  auto& dispatch = *new bench::ManualDispatch(session);
-  bench::installBenchPlatform(session, &dispatch);
-  auto& batch = *new Batch(session, dispatch);
+  auto& workQueue = *new bench::ManualWorkQueue(session);
+  bench::installBenchPlatform(session, &workQueue);
+  auto& batch = *new Batch(session, workQueue);
   if (!batch.isFair()) {
     std::fputs("The two sides do not make the same body.\n", stderr);
     return 1;

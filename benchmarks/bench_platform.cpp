@@ -5,82 +5,40 @@
 #include <semaphore>
 #include <string_view>
 
-#include "platform/posix/device/application.h"
-#include "platform/posix/device/clock.h"
-#include "platform/posix/device/connectivity.h"
-#include "platform/posix/device/device.h"
-#include "platform/posix/device/random_source.h"
-#include "platform/posix/device/standard_output.h"
-#include "platform/posix/device/telephony.h"
-#include "platform/posix/device/tracking.h"
-#include "platform/posix/http/authentication.h"
-#include "platform/posix/storage/bundles.h"
-#include "platform/posix/storage/user_defaults.h"
-#include "platform/posix/threads/fork.h"
-#include "platform/posix/threads/notification_center.h"
-#include "platform/posix/threads/run_loop.h"
-#include "platform/posix/threads/work_queue.h"
+#include "platform/posix/posix_services.h"
+#include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
 namespace bench {
 namespace {
 
-struct Services {
-  veltrano::PosixClock clock;
-  veltrano::PosixStandardOutput output{[](std::string_view) {}};
-  veltrano::PosixDispatch dispatch;
-  veltrano::PosixTimers timers;
-  veltrano::PosixNotificationCenter notificationCenter;
-  veltrano::PosixUserDefaults userDefaults{""};
-  veltrano::PosixRandomSource randomSource;
-  veltrano::PosixBundles bundles{
-      veltrano::HostMap{{"CFBundleShortVersionString", "3.2.1"}, {"CFBundleVersion", "4711"}}};
-  veltrano::PosixApplication application{veltrano::ApplicationState::active, 1};
-  veltrano::PosixDevice device{std::nullopt, std::nullopt};
-  veltrano::PosixTelephony telephony;
-  veltrano::PosixTracking tracking;
-  veltrano::PosixIdentifiers identifiers;
-  veltrano::PosixConnectivity connectivity;
-  veltrano::ZKAuthTokenRepository tokens{nullptr};
-  veltrano::ZKAuth auth;
-};
-
-Services& services() {
-  static auto& instance = *new Services;  // the library's threads use it until the process ends
+veltrano::PosixServices& services() {
+  // Never destroyed: the library's threads use it until the process ends.
+  static auto& instance = *new veltrano::PosixServices([] {
+    veltrano::PosixOptions options;
+    options.collectionHost = "events.example.com";
+    options.infoDictionary =
+        veltrano::HostMap{{"CFBundleShortVersionString", "3.2.1"}, {"CFBundleVersion", "4711"}};
+    options.logSink = [](std::string_view) {};
+    options.screenWidth = 1179;
+    options.screenHeight = 2556;
+    options.interfaceOrientation = 1;
+    return options;
+  }());
   return instance;
 }
 
 }  // namespace
 
-void installBenchPlatform(veltrano::ZKURLSessionManager& session, veltrano::Dispatch* dispatch) {
-  Services& posix = services();
-  veltrano::watchForks();
-  posix.device.setMainScreenSize({1179, 2556});
-  const bool installed = veltrano::installPlatform({
-      .collectionHost = "events.example.com",
-      .wallClock = posix.clock,
-      .standardOutput = posix.output,
-      .dispatch = dispatch != nullptr ? *dispatch : posix.dispatch,
-      .timers = posix.timers,
-      .notificationCenter = posix.notificationCenter,
-      .userDefaults = posix.userDefaults,
-      .randomSource = posix.randomSource,
-      .bundles = posix.bundles,
-      .application = posix.application,
-      .device = posix.device,
-      .telephony = posix.telephony,
-      .trackingManager = posix.tracking,
-      .identifierManager = posix.identifiers,
-      .connectivity = posix.connectivity,
-      .urlSession = session,
-      .sessionTokenProvider = posix.tokens,
-      .userSessionManager = posix.auth,
-  });
-  if (!installed) {
+void installBenchPlatform(veltrano::ZKURLSessionManager& session, veltrano::WorkQueue* workQueue) {
+  veltrano::Platform platform = services().platform();
+  platform.urlSession = &session;
+  if (workQueue != nullptr) platform.workQueue = workQueue;
+  if (!veltrano::Library::install(platform)) {
     std::fputs("There is a platform already.\n", stderr);
     std::exit(1);
   }
-  posix.connectivity.startWatching();
+  services().connectivity.startWatching();
 }
 
 void enterBackground() {

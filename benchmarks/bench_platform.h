@@ -5,9 +5,9 @@
 namespace bench {
 
 /// Makes the services of a POSIX system the library's platform, but for the network, which is
-/// `session`, and the log, which is dropped. Without a `dispatch` that is the POSIX one as well.
+/// `session`, and the log, which is dropped. Without a `workQueue` that is the POSIX one as well.
 void installBenchPlatform(veltrano::ZKURLSessionManager& session,
-                          veltrano::Dispatch* dispatch = nullptr);
+                          veltrano::WorkQueue* workQueue = nullptr);
 
 /// Tells the library that the application has gone to the background.
 void enterBackground();

@@ -67,16 +67,4 @@ class ManualWorkQueue final : public veltrano::WorkQueue {
   std::deque<std::unique_ptr<veltrano::Block>> blocks_;
 };
 
-class ManualDispatch final : public veltrano::Dispatch {
- public:
-  explicit ManualDispatch(ManualURLSession& session) : queue_(session) {}
-
-  veltrano::WorkQueue& makeSerialQueue(std::string_view) override { return queue_; }
-
-  ManualWorkQueue& queue() { return queue_; }
-
- private:
-  ManualWorkQueue queue_;
-};
-
 }  // namespace bench

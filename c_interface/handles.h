@@ -13,7 +13,7 @@
 #include <variant>
 
 #include "c_interface/handle_check.h"
-#include "tracker/host_callback.h"
+#include "platform/host_callback.h"
 #include "tracker/host_object.h"
 #include "veltrano/veltrano_c.h"
 
@@ -88,7 +88,7 @@ class Callback {
 
   Callback(Function function, void* context, void (*release)(void*))
       : function_(function), context_(context, [release](void* released) {
-          if (release != nullptr) callHost(release, released);
+          if (release != nullptr) dropExceptions(release, released);
         }) {}
 
   void operator()(Arguments... arguments) const { function_(context_.get(), arguments...); }

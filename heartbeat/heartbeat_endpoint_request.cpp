@@ -1,16 +1,12 @@
 #include "heartbeat/heartbeat_endpoint_request.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "encoding/json_reader.h"
 #include "encoding/json_writer.h"
 #include "encoding/utf8.h"
 #include "heartbeat/heartbeat_interval.h"
-#include "heartbeat/vl_tracking_event.h"
-#include "platform/platform.h"
-#include "properties/default_properties.h"
-#include "tracker/log.h"
-#include "tracker/tracker.h"
-#include "upload/request_envelope.h"
 
 namespace veltrano {
 namespace {
@@ -20,9 +16,9 @@ std::int64_t milliseconds(Duration duration) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
 }
 
-std::string bodyJSON(const std::string& uid, const std::string& sessionID, double sessionDuration,
-                     const PropertyMap& superProperties) {
-  const Tracker& tracker = Tracker::shared();
+std::string bodyJSON(const Endpoints& endpoints, const HeartbeatFacts& facts,
+                     const std::string& uid, const std::string& sessionID, double sessionDuration) {
+  const Platform& platform = endpoints.platform;
   JSONWriter writer;
   const auto writeText = [&](std::string_view key, std::string_view text) {
     writer.key(key);
@@ -32,60 +28,91 @@ std::string bodyJSON(const std::string& uid, const std::string& sessionID, doubl
   writeText("event", "heartbeat");
   writer.key("properties");
   writer.startObject();
-  writeText("app_id", superProperties.text("app_id").value_or(""));
-  writeText("app_version", DefaultProperties::publisherVersion());
-  writeText("os_version", wellFormedUTF8(platform().device.systemVersion()));
+  writeText("app_id", facts.superProperties->text("app_id").value_or(""));
+  writeText("app_version", endpoints.defaultProperties.publisherVersion());
+  writeText("os_version", wellFormedUTF8(platform.device->systemVersion()));
   writeText("manufacturer", "Apple");
   writeText("uid", uid);
   writeText("session_id", sessionID);
   writer.key("time");
-  writer.integer(milliseconds(platform().wallClock.now().sinceEpoch));
+  writer.integer(milliseconds(platform.wallClock->now().sinceEpoch));
   writer.key("duration");
   // Through whole microseconds, in which the clock counts: seconds as a double may lie just below
   // the millisecond that they stand for.
   writer.integer(milliseconds(durationFromSeconds(sessionDuration)));
-  writeText("screen_orientation", tracker.getScreenOrientation());
-  writeText("device_orientation", tracker.getDeviceOrientation());
+  writeText("screen_orientation", facts.screenOrientation);
+  writeText("device_orientation", facts.deviceOrientation);
   writer.endObject();
   writer.endObject();
   return std::string(writer.text());
 }
 
 // Whether the host accepted the heartbeat; takes up the back-off that it may ask for.
-bool takeAnswer(const std::optional<std::string>& data, const std::optional<URLResponse>& response,
+bool takeAnswer(const Endpoints& endpoints, const std::optional<std::string>& data,
+                const std::optional<URLResponse>& response,
                 const std::optional<TransportError>& error) {
   if (error || !response || !response->httpStatusCode) return false;
   const int status = *response->httpStatusCode;
-  log("Heartbeat response code: ", status);
+  endpoints.log("Heartbeat response code: ", status);
   if (status < 200 || status > 299) return false;
   if (const auto backOff = data ? VLTrackingEvent::fromJSON(*data).backOffSeconds : std::nullopt)
-    setHeartbeatInterval(platform().userDefaults, *backOff);
+    setHeartbeatInterval(*endpoints.platform.userDefaults, *backOff);
   return true;
 }
 
+// Visible ASCII only: a token with anything else could forge headers or be cut short.
+bool canStandInHeader(const std::string& token) {
+  return !token.empty() &&
+         std::all_of(token.begin(), token.end(), [](char c) { return c > 0x20 && c < 0x7F; });
+}
+
+// Authenticates requests with the token of the user's session, as "Authorization: Bearer". Leaves
+// them as they are when there is no token that a header can carry.
+class ZKAuthInterceptor final : public ZKInterceptor {
+ public:
+  ZKAuthInterceptor(std::function<bool(const URLRequest&)> shouldAuthenticate,
+                    const SessionTokenProvider& sessionTokenProvider, const UserSessionManager&)
+      : shouldAuthenticate_(std::move(shouldAuthenticate)),
+        sessionTokenProvider_(sessionTokenProvider) {}
+
+  void intercept(URLRequest& request) const override {
+    if (!shouldAuthenticate_(request)) return;
+    const auto token = sessionTokenProvider_.sessionToken();
+    if (token && canStandInHeader(*token)) request.headers["Authorization"] = "Bearer " + *token;
+  }
+
+ private:
+  const std::function<bool(const URLRequest&)> shouldAuthenticate_;
+  const SessionTokenProvider& sessionTokenProvider_;
+};
+
 }  // namespace
 
-HeartbeatEndpointRequest::HeartbeatEndpointRequest(std::string uid, const std::string& sessionID,
+HeartbeatEndpointRequest::HeartbeatEndpointRequest(const Endpoints& endpoints,
+                                                   const HeartbeatFacts& facts, std::string uid,
+                                                   const std::string& sessionID,
                                                    double sessionDuration)
-    : uid_(std::move(uid)),
-      superProperties_(Tracker::shared().superProperties()),
-      body_(bodyJSON(uid_, sessionID, sessionDuration, *superProperties_)) {}
+    : endpoints_(endpoints),
+      uid_(std::move(uid)),
+      superProperties_(facts.superProperties),
+      body_(bodyJSON(endpoints, facts, uid_, sessionID, sessionDuration)) {}
 
 void HeartbeatEndpointRequest::send(std::function<void(bool)> completion) const {
-  log("Sending to the Heartbeat Endpoint");
+  endpoints_.log("Sending to the Heartbeat Endpoint");
   const std::string_view json[] = {body_};
-  PostRequest request = makeEndpointPost("/heartbeat", uid_, *superProperties_, json);
-  request.interceptor = std::make_shared<ZKAuthInterceptor>([](const URLRequest&) { return true; },
-                                                            platform().sessionTokenProvider,
-                                                            platform().userSessionManager);
-  platform().urlSession.postData(std::move(request),
-                                 [completion = std::move(completion)](
-                                     const auto& data, const auto& response, const auto& error) {
-                                   const bool wasAccepted = takeAnswer(data, response, error);
-                                   if (!wasAccepted)
-                                     Tracker::shared().track("Heartbeat Failed", {}, nullptr);
-                                   completion(wasAccepted);
-                                 });
+  const Platform& platform = endpoints_.platform;
+  auto interceptor = std::make_shared<ZKAuthInterceptor>([](const URLRequest&) { return true; },
+                                                         *platform.sessionTokenProvider,
+                                                         *platform.userSessionManager);
+  endpoints_.post("/heartbeat", uid_, *superProperties_, json, std::move(interceptor),
+                  [&endpoints = endpoints_, completion = std::move(completion)](
+                      const auto& data, const auto& response, const auto& error) {
+                    completion(takeAnswer(endpoints, data, response, error));
+                  });
+}
+
+VLTrackingEvent VLTrackingEvent::fromJSON(std::string_view text) {
+  return {.backOffSeconds = numberInJSONObject(text, "back_off_seconds")};
 }
 
 }  // namespace veltrano

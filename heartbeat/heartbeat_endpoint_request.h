@@ -1,28 +1,69 @@
+// One heartbeat to "/heartbeat", and what the collection host answers.
 #pragma once
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 
+#include "heartbeat/heartbeat_repository.h"
 #include "properties/property_map.h"
+#include "upload/endpoints.h"
 
 namespace veltrano {
 
-/// One heartbeat to "/heartbeat". Built and sent within one heartbeat step; nothing of it is needed
-/// once `send` has returned.
+/// What a heartbeat says of the tracker and its surroundings, as they are now.
+struct HeartbeatFacts {
+  std::shared_ptr<const PropertyMap> superProperties;
+  std::string screenOrientation;
+  std::string deviceOrientation;
+};
+
+/// Built and sent within one heartbeat step; nothing of it is needed once `send` has returned.
 class HeartbeatEndpointRequest {
  public:
-  /// Takes the clock, the orientations and the super properties as they are now.
-  HeartbeatEndpointRequest(std::string uid, const std::string& sessionID, double sessionDuration);
+  /// Takes the time from the clock.
+  HeartbeatEndpointRequest(const Endpoints& endpoints, const HeartbeatFacts& facts, std::string uid,
+                           const std::string& sessionID, double sessionDuration);
 
-  /// `completion` is called once, on a thread of the networking framework: with true when the host
-  /// accepted the heartbeat, with false when it is recorded as "Heartbeat Failed".
+  /// `completion` is called once, on a thread of the networking framework, with whether the host
+  /// accepted the heartbeat.
   void send(std::function<void(bool)> completion) const;
 
  private:
+  const Endpoints& endpoints_;
   const std::string uid_;
   const std::shared_ptr<const PropertyMap> superProperties_;
   const std::string body_;  // JSON
+};
+
+/// Sends heartbeats to the collection host.
+class RemoteHeartbeatRepository final : public HeartbeatRepository {
+ public:
+  /// `takeFacts` is called for each heartbeat.
+  RemoteHeartbeatRepository(const Endpoints& endpoints, std::function<HeartbeatFacts()> takeFacts)
+      : endpoints_(endpoints), takeFacts_(std::move(takeFacts)) {}
+
+  void send(const std::string& uid, const std::string& sessionID, double sessionDuration,
+            std::function<void(bool)> completion) override {
+    HeartbeatEndpointRequest(endpoints_, takeFacts_(), uid, sessionID, sessionDuration)
+        .send(std::move(completion));
+  }
+
+ private:
+  const Endpoints& endpoints_;
+  const std::function<HeartbeatFacts()> takeFacts_;
+};
+
+/// The collection host's answer to a heartbeat.
+struct VLTrackingEvent {
+  /// Empty unless the text is an object with a numeric "back_off_seconds".
+  static VLTrackingEvent fromJSON(std::string_view text);
+
+  /// The interval that the host asks for from now on.
+  std::optional<double> backOffSeconds;
 };
 
 }  // namespace veltrano

@@ -4,8 +4,6 @@
 
 #include "encoding/uuid.h"
 #include "heartbeat/heartbeat_interval.h"
-#include "heartbeat/remote_heartbeat_repository.h"
-#include "platform/platform.h"
 
 namespace veltrano {
 namespace {
@@ -14,21 +12,17 @@ constexpr Duration kTimerTolerance = std::chrono::milliseconds(100);
 
 }  // namespace
 
-HeartbeatManager& HeartbeatManager::shared() {
-  static HeartbeatManager& instance =
-      *new HeartbeatManager([]() -> NotificationCenter& { return platform().notificationCenter; },
-                            std::make_unique<RemoteHeartbeatRepository>(), std::chrono::seconds(1));
-  return instance;
-}
-
-HeartbeatManager::HeartbeatManager(const NotificationCenterSupplier& notificationCenter,
+HeartbeatManager::HeartbeatManager(const Platform& platform,
                                    std::unique_ptr<HeartbeatRepository> repository,
-                                   Duration fireNowDelay)
-    : repository_(std::move(repository)), fireNowDelay_(fireNowDelay) {
-  notificationCenter().addObserver(kApplicationDidEnterBackground,
-                                   [this] { applicationDidEnterBackground(); });
-  notificationCenter().addObserver(kApplicationDidBecomeActive,
-                                   [this] { applicationDidBecomeActive(); });
+                                   Duration fireNowDelay, std::function<void()> recordFailure)
+    : platform_(platform),
+      repository_(std::move(repository)),
+      fireNowDelay_(fireNowDelay),
+      recordFailure_(std::move(recordFailure)) {
+  platform_.notificationCenter->addObserver(kApplicationDidEnterBackground,
+                                            [this] { applicationDidEnterBackground(); });
+  platform_.notificationCenter->addObserver(kApplicationDidBecomeActive,
+                                            [this] { applicationDidBecomeActive(); });
 }
 
 void HeartbeatManager::initialize(const std::string& uid) {
@@ -50,7 +44,7 @@ void HeartbeatManager::applicationDidBecomeActive() {
 
 void HeartbeatManager::setTimer(Duration delay) {
   freeTimerIfNeeded();
-  timer_ = platform().timers.schedule(delay, kTimerTolerance, [this] { sendHeartbeat(); });
+  timer_ = platform_.timers->schedule(delay, kTimerTolerance, [this] { sendHeartbeat(); });
 }
 
 void HeartbeatManager::freeTimerIfNeeded() {
@@ -60,18 +54,20 @@ void HeartbeatManager::freeTimerIfNeeded() {
 
 void HeartbeatManager::sendHeartbeat() {
   // Taken before the lock: the platform may have to read a file for the interval.
-  const Duration interval = durationFromSeconds(heartbeatInterval(platform().userDefaults));
-  std::string newSessionID = uuidText(platform().randomSource.bytes());
+  const Duration interval = durationFromSeconds(heartbeatInterval(*platform_.userDefaults));
+  std::string newSessionID = uuidText(platform_.randomSource->bytes());
   std::unique_lock lock(mutex_);
-  if (platform().application.state() != ApplicationState::active) return freeTimerIfNeeded();
+  if (platform_.application->state() != ApplicationState::active) return freeTimerIfNeeded();
   setTimer(interval);
-  const WallTime now = platform().wallClock.now();
+  const WallTime now = platform_.wallClock->now();
   session_.use(now, std::move(newSessionID));
   const std::string uid = uid_;
   const std::string sessionID = session_.id();
   const double duration = std::chrono::duration<double>(session_.durationAt(now)).count();
   lock.unlock();
-  repository_->send(uid, sessionID, duration, [](bool) {});
+  repository_->send(uid, sessionID, duration, [this](bool wasAccepted) {
+    if (!wasAccepted) recordFailure_();
+  });
 }
 
 }  // namespace veltrano

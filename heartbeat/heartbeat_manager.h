@@ -7,8 +7,7 @@
 
 #include "heartbeat/heartbeat_repository.h"
 #include "heartbeat/session.h"
-#include "platform/notification_center.h"
-#include "platform/timer.h"
+#include "platform/platform.h"
 
 namespace veltrano {
 
@@ -17,14 +16,10 @@ namespace veltrano {
 /// of `initialize`, which may come from any thread.
 class HeartbeatManager {
  public:
-  using NotificationCenterSupplier = std::function<NotificationCenter&()>;
-
-  /// The one instance, made by the first call; lives until the process ends.
-  static HeartbeatManager& shared();
-
-  /// `fireNowDelay` is what a first heartbeat waits for.
-  HeartbeatManager(const NotificationCenterSupplier& notificationCenter,
-                   std::unique_ptr<HeartbeatRepository> repository, Duration fireNowDelay);
+  /// `fireNowDelay` is what a first heartbeat waits for. `recordFailure` is called, on any thread,
+  /// after each heartbeat that was not accepted.
+  HeartbeatManager(const Platform& platform, std::unique_ptr<HeartbeatRepository> repository,
+                   Duration fireNowDelay, std::function<void()> recordFailure);
   HeartbeatManager(const HeartbeatManager&) = delete;
   HeartbeatManager& operator=(const HeartbeatManager&) = delete;
 
@@ -39,8 +34,10 @@ class HeartbeatManager {
   void setTimer(Duration delay);
   void freeTimerIfNeeded();
 
+  const Platform& platform_;
   const std::unique_ptr<HeartbeatRepository> repository_;
   const Duration fireNowDelay_;
+  const std::function<void()> recordFailure_;
 
   // Guards what follows: the thread that initializes need not be the main one.
   std::mutex mutex_;

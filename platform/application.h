@@ -9,10 +9,10 @@ class Application {
  public:
   virtual ~Application() = default;
 
-  virtual ApplicationState state() const = 0;
+  virtual ApplicationState state() const { return ApplicationState::background; }
 
   /// 1 portrait, 2 portrait upside down, 3 and 4 landscape, 0 unknown; other values may occur.
-  virtual int interfaceOrientation() const = 0;
+  virtual int interfaceOrientation() const { return 0; }
 };
 
 }  // namespace veltrano

@@ -20,13 +20,15 @@ class Bundles {
   virtual ~Bundles() = default;
 
   /// The host application's Info dictionary; none when it has none.
-  virtual std::optional<HostMap> mainInfoDictionary() const = 0;
+  virtual std::optional<HostMap> mainInfoDictionary() const { return std::nullopt; }
 
   /// The bundle that contains this library.
-  virtual Bundle libraryBundle() const = 0;
+  virtual Bundle libraryBundle() const { return {}; }
 
   /// Opens the bundle at `path`; none when there is no bundle there.
-  virtual std::optional<Bundle> bundleAtPath(std::string_view path) const = 0;
+  virtual std::optional<Bundle> bundleAtPath(std::string_view /*path*/) const {
+    return std::nullopt;
+  }
 };
 
 }  // namespace veltrano

@@ -15,16 +15,16 @@ class Device {
  public:
   virtual ~Device() = default;
 
-  virtual ScreenSize mainScreenSize() const = 0;
-  virtual std::string systemName() const = 0;
-  virtual std::string systemVersion() const = 0;
+  virtual ScreenSize mainScreenSize() const { return {}; }
+  virtual std::string systemName() const { return {}; }
+  virtual std::string systemVersion() const { return {}; }
 
   /// The `machine` field of `uname`; empty when the call fails.
-  virtual std::string machine() const = 0;
+  virtual std::string machine() const { return {}; }
 
   /// 0 unknown, 1 portrait, 2 portrait upside down, 3 landscape left, 4 landscape right, 5 face up,
   /// 6 face down; other values may occur.
-  virtual int orientation() const = 0;
+  virtual int orientation() const { return 0; }
 };
 
 }  // namespace veltrano

@@ -9,15 +9,28 @@ namespace veltrano {
 /// Safe to use from any thread.
 class DispatchGroup {
  public:
-  void enter();
+  void enter() {
+    const std::lock_guard lock(mutex_);
+    ++entered_;
+  }
 
   /// Ends what one `enter` began.
-  void leave();
+  void leave() {
+    // Notified under the lock: a waiter that has seen the group empty may destroy it at once.
+    const std::lock_guard lock(mutex_);
+    if (--entered_ == 0) emptied_.notify_all();
+  }
 
-  bool isEmpty() const;
+  bool isEmpty() const {
+    const std::lock_guard lock(mutex_);
+    return entered_ == 0;
+  }
 
   /// Blocks the calling thread until the group is empty.
-  void wait();
+  void wait() {
+    std::unique_lock lock(mutex_);
+    emptied_.wait(lock, [this] { return entered_ == 0; });
+  }
 
  private:
   mutable std::mutex mutex_;

@@ -1,5 +1,5 @@
-// The outside world as the library sees it: one small interface for each service. The platform is
-// chosen once, before the library first needs it, and stays for the rest of the process.
+// The outside world as the library sees it: one small interface for each service, which by itself
+// does nothing.
 #pragma once
 
 #include <string>
@@ -22,34 +22,34 @@
 
 namespace veltrano {
 
-/// The services of one platform. What they refer to lives until the process ends.
+/// The `Service` that does nothing. Never destroyed.
+template <class Service>
+Service* nothing() {
+  static Service* const instance = new Service;
+  return instance;
+}
+
+/// The services that a library runs on, none of them null. They must outlive it. A service that is
+/// not named does nothing, so `Platform()` drops work, sends nothing and stores nothing.
 struct Platform {
-  std::string collectionHost;  // "host" or "host:port"; both endpoints live there
-  WallClock& wallClock;
-  StandardOutput& standardOutput;
-  Dispatch& dispatch;
-  Timers& timers;
-  NotificationCenter& notificationCenter;
-  UserDefaults& userDefaults;
-  RandomSource& randomSource;
-  Bundles& bundles;
-  Application& application;
-  Device& device;
-  CTTelephonyNetworkInfo& telephony;
-  ATTrackingManager& trackingManager;
-  ASIdentifierManager& identifierManager;
-  ZKConnectivityManager& connectivity;
-  ZKURLSessionManager& urlSession;
-  SessionTokenProvider& sessionTokenProvider;
-  UserSessionManager& userSessionManager;
+  std::string collectionHost = {};  // "host" or "host:port"; both endpoints live there
+  WallClock* wallClock = nothing<WallClock>();
+  StandardOutput* standardOutput = nothing<StandardOutput>();
+  WorkQueue* workQueue = nothing<WorkQueue>();  // for one library alone
+  Timers* timers = nothing<Timers>();
+  NotificationCenter* notificationCenter = nothing<NotificationCenter>();
+  UserDefaults* userDefaults = nothing<UserDefaults>();
+  RandomSource* randomSource = nothing<RandomSource>();
+  Bundles* bundles = nothing<Bundles>();
+  Application* application = nothing<Application>();
+  Device* device = nothing<Device>();
+  CTTelephonyNetworkInfo* telephony = nothing<CTTelephonyNetworkInfo>();
+  ATTrackingManager* trackingManager = nothing<ATTrackingManager>();
+  ASIdentifierManager* identifierManager = nothing<ASIdentifierManager>();
+  ZKConnectivityManager* connectivity = nothing<ZKConnectivityManager>();
+  ZKURLSessionManager* urlSession = nothing<ZKURLSessionManager>();
+  SessionTokenProvider* sessionTokenProvider = nothing<SessionTokenProvider>();
+  UserSessionManager* userSessionManager = nothing<UserSessionManager>();
 };
-
-/// Makes `platform` the process's platform. Refused, with false, when there is one already,
-/// installed or (once `platform()` has been called) the inert one. Safe to call from any thread.
-[[nodiscard]] bool installPlatform(const Platform& platform);
-
-/// The process's platform. When none has been installed by the first call, that is an inert one for
-/// good: it drops work, sends nothing and stores nothing.
-const Platform& platform();
 
 }  // namespace veltrano

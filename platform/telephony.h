@@ -11,7 +11,7 @@ class CTTelephonyNetworkInfo {
   virtual ~CTTelephonyNetworkInfo() = default;
 
   /// The carrier name of the first service subscriber; none without a subscription or a name.
-  virtual std::optional<std::string> carrierName() const = 0;
+  virtual std::optional<std::string> carrierName() const { return std::nullopt; }
 };
 
 }  // namespace veltrano

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <string_view>
 #include <utility>
 
 #include "encoding/time.h"
@@ -30,7 +29,7 @@ class WorkQueue {
  public:
   virtual ~WorkQueue() = default;
 
-  virtual void async(std::unique_ptr<Block> block) = 0;
+  virtual void async(std::unique_ptr<Block> /*block*/) {}
 
   template <class Work>
   void async(Work work) {
@@ -44,20 +43,11 @@ class WorkQueue {
 
   /// Submits `item` once `delay` has passed; with no delay at once, in order with `async`.
   /// Items due at the same time keep the order in which they were scheduled.
-  virtual void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) = 0;
+  virtual void asyncAfter(Duration /*delay*/, std::shared_ptr<WorkItem> /*item*/) {}
 
   /// For the block that is running, as its last act: parks the queue until `group` is empty, then
   /// runs `then` before any other block. When the group is empty already, `then` runs at once.
-  virtual void wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) = 0;
-};
-
-/// Makes serial work queues.
-class Dispatch {
- public:
-  virtual ~Dispatch() = default;
-
-  /// A new queue that is never destroyed; `label` names it to debuggers.
-  virtual WorkQueue& makeSerialQueue(std::string_view label) = 0;
+  virtual void wait(std::shared_ptr<DispatchGroup> /*group*/, std::function<void()> /*then*/) {}
 };
 
 }  // namespace veltrano

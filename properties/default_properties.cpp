@@ -2,7 +2,6 @@
 
 #include "encoding/numbers.h"
 #include "encoding/utf8.h"
-#include "platform/platform.h"
 #include "properties/parameter_conversion.h"
 
 namespace veltrano {
@@ -17,69 +16,59 @@ std::optional<std::string> textIn(const std::optional<HostMap>& dictionary, std:
   return ParameterConversion::convert(*dictionary).value_or(PropertyMap()).text(key);
 }
 
-// The library's resource bundle; its own bundle when there is no resource bundle, and none when it
-// has no resources at all.
-std::optional<Bundle> resourceBundle() {
-  Bundle library = platform().bundles.libraryBundle();
-  if (!library.resourceDirectory) return std::nullopt;
-  auto resources = platform().bundles.bundleAtPath(*library.resourceDirectory + "/Veltrano.bundle");
-  return resources ? std::move(resources) : std::move(library);
+}  // namespace
+
+const PropertyMap& DefaultProperties::properties() const {
+  return properties_.get([this] { return gather(); });
 }
 
-PropertyMap gather(const std::string& deviceModel, const std::string& libVersion,
-                   const std::optional<HostMap>& publisherInfo) {
-  const Device& device = platform().device;
-  const ScreenSize screen = device.mainScreenSize();
+PropertyMap DefaultProperties::gather() const {
+  const ScreenSize screen = device_.mainScreenSize();
   HostMap properties = {
       {"$screen_height", truncatedInteger(screen.height)},
       {"$screen_width", truncatedInteger(screen.width)},
       {"$manufacturer", "Apple"},
-      {"$model", deviceModel},
-      {"$os", device.systemName()},
-      {"$os_version", device.systemVersion()},
+      {"$model", deviceModel()},
+      {"$os", device_.systemName()},
+      {"$os_version", device_.systemVersion()},
       {"mp_lib", "swift"},
-      {"lib_version", libVersion},
+      {"lib_version", libVersion()},
   };
-  if (const auto build = textIn(publisherInfo, kBuildNumberKey))
+  if (const auto build = textIn(publisherInfoDict(), kBuildNumberKey))
     properties.set("$app_build_number", *build);
-  if (const auto version = textIn(publisherInfo, kVersionKey))
+  if (const auto version = textIn(publisherInfoDict(), kVersionKey))
     properties.set("$app_version_string", *version);
   return ParameterConversion::convert(properties).value();
 }
 
-}  // namespace
-
-// Never destroyed: threads may still read them while the process ends.
-
-const PropertyMap& DefaultProperties::properties() {
-  static const auto& value =
-      *new PropertyMap(gather(deviceModel(), libVersion(), publisherInfoDict()));
-  return value;
+const std::string& DefaultProperties::deviceModel() const {
+  return deviceModel_.get([this] { return wellFormedUTF8(device_.machine()); });
 }
 
-const std::string& DefaultProperties::deviceModel() {
-  static const auto& value = *new std::string(wellFormedUTF8(platform().device.machine()));
-  return value;
+const std::optional<HostMap>& DefaultProperties::publisherInfoDict() const {
+  return publisherInfoDict_.get([this] { return bundles_.mainInfoDictionary(); });
 }
 
-const std::optional<HostMap>& DefaultProperties::publisherInfoDict() {
-  static const auto& value = *new std::optional<HostMap>(platform().bundles.mainInfoDictionary());
-  return value;
-}
-
-const std::string& DefaultProperties::libVersion() {
-  static const auto& value = *[] {
+const std::string& DefaultProperties::libVersion() const {
+  return libVersion_.get([this] {
     const auto bundle = resourceBundle();
     const auto version = bundle ? textIn(bundle->infoDictionary, kVersionKey) : std::nullopt;
-    return new std::string(version.value_or("unknown"));
-  }();
-  return value;
+    return version.value_or("unknown");
+  });
 }
 
-const std::string& DefaultProperties::publisherVersion() {
-  static const auto& value =
-      *new std::string(textIn(publisherInfoDict(), kVersionKey).value_or("unknown"));
-  return value;
+const std::string& DefaultProperties::publisherVersion() const {
+  return publisherVersion_.get(
+      [this] { return textIn(publisherInfoDict(), kVersionKey).value_or("unknown"); });
+}
+
+// The library's resource bundle; its own bundle when there is no resource bundle, and none when it
+// has no resources at all.
+std::optional<Bundle> DefaultProperties::resourceBundle() const {
+  Bundle library = bundles_.libraryBundle();
+  if (!library.resourceDirectory) return std::nullopt;
+  auto resources = bundles_.bundleAtPath(*library.resourceDirectory + "/Veltrano.bundle");
+  return resources ? std::move(resources) : std::move(library);
 }
 
 }  // namespace veltrano

@@ -1,30 +1,66 @@
 #pragma once
 
+#include <atomic>
+#include <mutex>
 #include <optional>
 #include <string>
 
+#include "platform/bundles.h"
+#include "platform/device.h"
 #include "properties/property_map.h"
 
 namespace veltrano {
 
 /// The device and application properties that the library gathers by itself. Each value is computed
-/// by its first reader, once in the process, and never changes; safe to read from any thread.
+/// by its first reader, once, and never changes; safe to read from any thread.
 class DefaultProperties {
  public:
-  DefaultProperties() = delete;
+  /// Both must outlive the properties.
+  DefaultProperties(const Bundles& bundles, const Device& device)
+      : bundles_(bundles), device_(device) {}
 
   /// What every event carries.
-  static const PropertyMap& properties();
+  const PropertyMap& properties() const;
 
   /// The library's own version, or "unknown".
-  static const std::string& libVersion();
+  const std::string& libVersion() const;
 
   /// The host application's version, or "unknown".
-  static const std::string& publisherVersion();
+  const std::string& publisherVersion() const;
 
  private:
-  static const std::string& deviceModel();
-  static const std::optional<HostMap>& publisherInfoDict();
+  // A value that its first reader computes while the others wait.
+  template <class Value>
+  class Once {
+   public:
+    template <class Compute>
+    const Value& get(const Compute& compute) {
+      if (!isComputed_.load(std::memory_order_acquire)) {
+        const std::lock_guard lock(mutex_);
+        if (!value_) value_.emplace(compute());
+        isComputed_.store(true, std::memory_order_release);
+      }
+      return *value_;
+    }
+
+   private:
+    std::atomic<bool> isComputed_{false};
+    std::mutex mutex_;
+    std::optional<Value> value_;  // set under mutex_
+  };
+
+  const std::string& deviceModel() const;
+  const std::optional<HostMap>& publisherInfoDict() const;
+  std::optional<Bundle> resourceBundle() const;
+  PropertyMap gather() const;
+
+  const Bundles& bundles_;
+  const Device& device_;
+  mutable Once<PropertyMap> properties_;
+  mutable Once<std::string> deviceModel_;
+  mutable Once<std::optional<HostMap>> publisherInfoDict_;
+  mutable Once<std::string> libVersion_;
+  mutable Once<std::string> publisherVersion_;
 };
 
 }  // namespace veltrano

@@ -3,8 +3,8 @@
 
 #include <limits>
 
+#include "heartbeat/heartbeat_endpoint_request.h"
 #include "heartbeat/session.h"
-#include "heartbeat/vl_tracking_event.h"
 #include "tests/support/simulation.h"
 
 namespace veltrano {

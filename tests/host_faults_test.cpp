@@ -6,10 +6,12 @@
 #include <atomic>
 #include <future>
 #include <latch>
+#include <memory>
 #include <set>
 #include <thread>
 
-#include "veltrano/posix_platform.h"
+#include "platform/posix/posix_services.h"
+#include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano {
@@ -20,12 +22,14 @@ class HostFaults : public testing::Test {
   HostFaults() {
     PosixOptions options;
     options.collectionHost = "localhost:1";  // nobody listens there
-    options.logSink = [](std::string_view line) {
-      if (line.ends_with("| Scheduling the next flush with default interval")) ++cycles;
-      if (line.ends_with(" over capacity, trimming")) ++trims;
-    };
-    const Installation installation = PosixPlatform::install(std::move(options));
+    static const Installation installation = PosixPlatform::install(options);
     EXPECT_TRUE(installation) << installation.error;
+    // Each case has a library of its own, which is never destroyed: its threads go on.
+    options.logSink = [counts = counts](std::string_view line) {
+      if (line.ends_with("| Scheduling the next flush with default interval")) ++counts->cycles;
+      if (line.ends_with(" over capacity, trimming")) ++counts->trims;
+    };
+    Library::exchangeCurrent(new Library((new PosixServices(options))->platform()));
     Veltrano::isLoggerEnabled = true;
   }
 
@@ -41,9 +45,10 @@ class HostFaults : public testing::Test {
       });
   }
 
-  // Static: the library logs until the process ends.
-  static inline std::atomic<int> cycles{0};
-  static inline std::atomic<int> trims{0};
+  struct Counts {
+    std::atomic<int> cycles{0}, trims{0};
+  };
+  const std::shared_ptr<Counts> counts = std::make_shared<Counts>();
 };
 
 TEST_F(HostFaults, TheFirstTouchComesFromManyThreads) {
@@ -55,7 +60,7 @@ TEST_F(HostFaults, TheFirstTouchComesFromManyThreads) {
     instances.insert(&Veltrano::shared());
   });
   EXPECT_EQ(instances.size(), 1U);
-  EXPECT_EQ(cycles, 1);
+  EXPECT_EQ(counts->cycles, 1);
 }
 
 TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
@@ -73,7 +78,7 @@ TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
   });
   EXPECT_FALSE(outcome.get_future().get());
   // Every event was recorded once: all but those that still wait have been trimmed.
-  EXPECT_EQ(trims, kThreads * kCallsPerThread + 4 - 200);
+  EXPECT_EQ(counts->trims, kThreads * kCallsPerThread + 4 - 200);
 }
 
 // Forks while the library's own locks are being taken: by first uses, and by the first heartbeat.

@@ -27,7 +27,7 @@ struct PosixWorld {
   }
 
   std::shared_ptr<PosixRunLoop> runLoop = PosixRunLoop::ofThisThread();
-  WorkQueue& makeQueue() { return PosixDispatch().makeSerialQueue("contract"); }
+  WorkQueue& makeQueue() { return *new PosixWorkQueue("contract"); }
   PosixTimers timers;
   PosixNotificationCenter notificationCenter;
 };
@@ -41,7 +41,7 @@ struct SimulatedWorld {
 
   bool isDone = false;
   SimulatedPlatform platform;
-  WorkQueue& makeQueue() { return platform.dispatch.makeSerialQueue("contract"); }
+  WorkQueue& makeQueue() { return platform.workQueue; }
   SimulatedTimers& timers = platform.timers;
   SimulatedNotificationCenter& notificationCenter = platform.notificationCenter;
 };

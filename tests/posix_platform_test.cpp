@@ -31,6 +31,8 @@
 #include "platform/posix/threads/notification_center.h"
 #include "platform/posix/threads/run_loop.h"
 #include "platform/posix/threads/work_queue.h"
+#include "tracker/library.h"
+#include "veltrano/veltrano.h"
 
 namespace veltrano {
 namespace {
@@ -40,7 +42,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 WorkQueue& makeQueue() {
-  return PosixDispatch().makeSerialQueue("test");
+  return *new PosixWorkQueue("test");  // never destroyed, as its thread goes on
 }
 
 // Waits for everything submitted to `queue` before.
@@ -296,7 +298,14 @@ TEST(OptionsTest, CollectionHostsAndIdentifiersAreChecked) {
   EXPECT_FALSE(canonicalUUID("6d92078a-8246-4ba4-ae5b-76104861e7dg"));
 }
 
-// Installs the platform, so it needs a process of its own.
+TEST(PosixPlatformTest, IsRefusedOnceTheLibraryIsInUse) {
+  Veltrano::shared();
+  PosixOptions options;
+  options.collectionHost = "example.com";
+  EXPECT_NE(PosixPlatform::install(options).error.find("in use"), std::string::npos);
+  const std::unique_ptr<Library> used(Library::exchangeCurrent(nullptr));
+}
+
 TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   PosixOptions options;
   options.collectionHost = "https://example.com";
@@ -309,19 +318,19 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   };
   const auto installation = PosixPlatform::install(options);
   ASSERT_TRUE(installation) << installation.error;
-  const Platform& services = platform();
-  EXPECT_EQ(services.sessionTokenProvider.sessionToken(), std::nullopt);
-  services.standardOutput.writeLine("line");
+  const Platform& services = Library::current().endpoints().platform;
+  EXPECT_EQ(services.sessionTokenProvider->sessionToken(), std::nullopt);
+  services.standardOutput->writeLine("line");
 
   // Each observer sees the new state, on the main thread, whichever thread reported it.
   std::vector<std::string> seen;
   const auto observe = [&](std::string_view name) {
-    services.notificationCenter.addObserver(name, [&, name, main = std::this_thread::get_id()] {
+    services.notificationCenter->addObserver(name, [&, name, main = std::this_thread::get_id()] {
       EXPECT_EQ(std::this_thread::get_id(), main);
       seen.push_back(std::string(name.substr(0, name.find("Notification"))) + " " +
-                     std::to_string(static_cast<int>(services.application.state())) + " " +
-                     std::to_string(services.application.interfaceOrientation()) + " " +
-                     std::to_string(services.device.orientation()));
+                     std::to_string(static_cast<int>(services.application->state())) + " " +
+                     std::to_string(services.application->interfaceOrientation()) + " " +
+                     std::to_string(services.device->orientation()));
     });
   };
   for (const auto name : {kApplicationDidBecomeActive, kApplicationDidEnterBackground,
@@ -350,13 +359,6 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
           "UIApplicationWillEnterForeground 1 0 0", "UIApplicationDidBecomeActive 0 0 0",
           "UIApplicationDidChangeStatusBarOrientation 0 3 0", "UIDeviceOrientationDidChange 0 3 4",
           "UIApplicationDidEnterBackground 2 3 4", "UIApplicationWillEnterForeground 1 3 4"}));
-}
-
-TEST(PosixPlatformTest, IsRefusedOnceTheLibraryIsInUse) {
-  platform();
-  PosixOptions options;
-  options.collectionHost = "example.com";
-  EXPECT_FALSE(PosixPlatform::install(options));
 }
 
 // Forks while other threads hold the services' locks most of the time.

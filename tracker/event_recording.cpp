@@ -1,5 +1,4 @@
-#include "properties/default_properties.h"
-#include "tracker/log.h"
+#include "tracker/log_rendering.h"
 #include "tracker/track_call.h"
 #include "tracker/tracker.h"
 
@@ -16,32 +15,30 @@ std::int64_t millisecondsSinceEpoch(WallTime time) {
 
 void Tracker::track(std::string_view eventName, const HostMapView& eventProperties,
                     FlushCompletion completion) {
-  refreshTriggers_.callHandlerFor(eventName);
-  log("Adding event of ", HostText{eventName}, " to current ",
-      eventCount_.load(std::memory_order_relaxed), " events");
-  const Platform& here = platform();
+  if (!refreshTriggers_.callHandlerFor(eventName)) return;
+  log_("Adding event of ", HostText{eventName}, " to current ", eventQueue_.count(), " events");
   AutomaticProperties automatic;
-  automatic.timeInMilliseconds = millisecondsSinceEpoch(here.wallClock.now());
-  automatic.isOnWiFi = here.connectivity.isReachableOnWiFi();
-  const auto carrier = here.telephony.carrierName();
-  automatic.trackingAuthorizationStatus = here.trackingManager.trackingAuthorizationStatus();
+  automatic.timeInMilliseconds = millisecondsSinceEpoch(platform_.wallClock->now());
+  automatic.isOnWiFi = platform_.connectivity->isReachableOnWiFi();
+  const auto carrier = platform_.telephony->carrierName();
+  automatic.trackingAuthorizationStatus = platform_.trackingManager->trackingAuthorizationStatus();
   // The device is asked for its properties by the first caller; afterwards they are only shared.
-  DefaultProperties::properties();
+  defaultProperties_.properties();
   dispatchQueue_.async(TrackCall::make(*this, automatic, carrier, eventName, eventProperties,
                                        std::move(completion)));
 }
 
 void Tracker::record(std::string_view eventName, const AutomaticProperties& automatic,
                      FlatView carrier, FlatView eventProperties, FlushCompletion completion) {
-  log("In dispatch queue code block for adding event to queue");
-  if (!isEncoderCurrent_) encoder_.setBase(DefaultProperties::properties(), *superProperties_);
+  log_("In dispatch queue code block for adding event to queue");
+  if (!isEncoderCurrent_)
+    encoder_.setBase(defaultProperties_.properties(), superProperties_.current());
   isEncoderCurrent_ = true;
-  eventQueue_.push_back(encoder_.encode(eventName, automatic, carrier, eventProperties));
-  eventCount_.store(eventQueue_.size(), std::memory_order_relaxed);
-  log("Added event and now have ", eventQueue_.size(), " events");
+  eventQueue_.append(encoder_.encode(eventName, automatic, carrier, eventProperties));
+  log_("Added event and now have ", eventQueue_.count(), " events");
   trimQueueIfNecessary();
   flushQueueIfNecessary(std::move(completion));
-  log("Leaving dispatch queue code block for adding event to queue");
+  log_("Leaving dispatch queue code block for adding event to queue");
 }
 
 }  // namespace veltrano

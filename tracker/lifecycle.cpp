@@ -1,8 +1,32 @@
-#include "tracker/log.h"
-#include "tracker/orientation.h"
+#include <iterator>
+
 #include "tracker/tracker.h"
 
 namespace veltrano {
+namespace {
+
+std::string_view screenOrientationText(int interfaceOrientation) {
+  switch (interfaceOrientation) {
+    case 1:
+    case 2:
+      return "portrait";
+    case 3:
+    case 4:
+      return "landscape";
+    default:
+      return "unknown";
+  }
+}
+
+std::string_view deviceOrientationText(int deviceOrientation) {
+  constexpr std::string_view kTexts[] = {"unknown",       "portrait",       "portraitUpsideDown",
+                                         "landscapeLeft", "landscapeRight", "faceUp",
+                                         "faceDown"};
+  const bool isKnown = deviceOrientation > 0 && deviceOrientation < int{std::size(kTexts)};
+  return kTexts[isKnown ? deviceOrientation : 0];
+}
+
+}  // namespace
 
 // In the order of registration.
 constinit const std::array<Tracker::Handler, 5> Tracker::kHandlers = {{
@@ -18,7 +42,7 @@ constinit const std::array<Tracker::Handler, 5> Tracker::kHandlers = {{
 }};
 
 void Tracker::registerForNotifications() {
-  NotificationCenter& center = platform().notificationCenter;
+  NotificationCenter& center = *platform_.notificationCenter;
   for (const Handler& handler : kHandlers) {
     if (handler.notification.empty()) continue;
     center.addObserver(handler.notification, [this, &handler] { (this->*handler.handle)(); });
@@ -27,19 +51,19 @@ void Tracker::registerForNotifications() {
 
 void Tracker::handleWillEnterForeground() {
   isRunning_ = true;
-  log("App becoming active!");
+  log_("App becoming active!");
   startFlushCycle();
 }
 
 void Tracker::handleDidEnterBackground() {
   isRunning_ = false;
-  log("App entered background!");
-  log("Forcing a flush right now");
+  log_("App entered background!");
+  log_("Forcing a flush right now");
   scheduleFlush(std::chrono::seconds(0), nullptr);
 }
 
 void Tracker::handleDidChangeStatusBarOrientation() {
-  log("App orientation changed!");
+  log_("App orientation changed!");
   setScreenOrientation();
 }
 
@@ -48,23 +72,27 @@ void Tracker::handleDidChangeStatusBarOrientation() {
 void Tracker::setScreenOrientation() {
   const std::string orientation = getScreenOrientation();
   track("Screen Orientation Changed", {{"extra", orientation}}, nullptr);
-  log("Setting screen orientation to ", orientation);
+  log_("Setting screen orientation to ", orientation);
   setSuperProperties({{"screen_orientation", orientation}});
 }
 
 void Tracker::handleDidChangeDeviceOrientation() {
   const std::string orientation = getDeviceOrientation();
   track("Device Orientation Changed", {{"extra", orientation}}, nullptr);
-  log("Device screen orientation to ", orientation);
+  log_("Device screen orientation to ", orientation);
   setSuperProperties({{"device_orientation", orientation}});
 }
 
 std::string Tracker::getScreenOrientation() const {
-  return std::string(screenOrientationText(platform().application.interfaceOrientation()));
+  return std::string(screenOrientationText(platform_.application->interfaceOrientation()));
 }
 
 std::string Tracker::getDeviceOrientation() const {
-  return std::string(deviceOrientationText(platform().device.orientation()));
+  return std::string(deviceOrientationText(platform_.device->orientation()));
+}
+
+HeartbeatFacts Tracker::heartbeatFacts() const {
+  return {superProperties_.snapshot(), getScreenOrientation(), getDeviceOrientation()};
 }
 
 }  // namespace veltrano

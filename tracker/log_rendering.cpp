@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "encoding/utf8.h"
+#include "log/log.h"
 #include "properties/flat.h"
 
 namespace veltrano {
@@ -140,10 +141,6 @@ void render(std::string& line, const std::optional<SupportedParameterType>& valu
   line += "Optional(";
   appendDebugForm(line, viewOf(*value));
   line += ')';
-}
-
-void render(std::string& line, const std::optional<std::vector<std::string>>& list) {
-  render(line, list ? std::optional(*HostValue(*list).member()) : std::nullopt);
 }
 
 }  // namespace veltrano

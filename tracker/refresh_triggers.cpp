@@ -5,7 +5,7 @@
 
 #include "encoding/canonical_equivalence.h"
 #include "encoding/utf8.h"
-#include "tracker/host_callback.h"
+#include "platform/host_callback.h"
 
 namespace veltrano {
 namespace {
@@ -32,17 +32,17 @@ void RefreshTriggers::set(const std::optional<std::vector<std::string>>& trigger
   pair_.swap(replaced);
 }
 
-void RefreshTriggers::callHandlerFor(std::string_view eventName) const {
-  if (!isSet_.load(std::memory_order_acquire)) return;
+bool RefreshTriggers::callHandlerFor(std::string_view eventName) const {
+  if (!isSet_.load(std::memory_order_acquire)) return true;
   std::shared_ptr<const Pair> pair;
   {
     const std::lock_guard lock(mutex_);
     pair = pair_;
   }
-  if (!pair) return;
+  if (!pair) return true;
   const auto& triggers = pair->decomposedTriggers;
-  if (std::find(triggers.begin(), triggers.end(), decomposed(eventName)) != triggers.end())
-    callHost(pair->handler);
+  return std::find(triggers.begin(), triggers.end(), decomposed(eventName)) == triggers.end() ||
+         callHost(pair->handler);
 }
 
 }  // namespace veltrano

@@ -19,8 +19,9 @@ class RefreshTriggers {
 
   void set(const std::optional<std::vector<std::string>>& triggers, Handler handler);
 
-  /// Calls the handler when `eventName` is among the triggers, under canonical equivalence.
-  void callHandlerFor(std::string_view eventName) const;
+  /// Calls the handler when `eventName` is among the triggers, under canonical equivalence. False
+  /// in a forked child that the handler has made.
+  bool callHandlerFor(std::string_view eventName) const;
 
  private:
   struct Pair {

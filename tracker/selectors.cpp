@@ -9,8 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/process.h"
-#include "tracker/tracker.h"
+#include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano {
@@ -157,7 +156,7 @@ SendResult send(std::string_view selector, std::span<const Object> arguments) {
   if (arguments.size() != *expected) return WrongNumberOfArguments{*expected};
   if (const auto* entry = find(kEntries, selector)) return entry->send(arguments);
   const auto* handler = find(Tracker::kHandlers, selector);
-  if (!isForkedChild()) (Tracker::shared().*handler->handle)();
+  (Library::current().tracker().*handler->handle)();
   return Done();
 }
 

@@ -1,17 +1,78 @@
 #include "tracker/tracker.h"
 
+#include <utility>
+
+#include "encoding/utf8.h"
+#include "properties/parameter_conversion.h"
+#include "tracker/log_rendering.h"
+
 namespace veltrano {
 
-Tracker& Tracker::shared() {
-  static Tracker& instance = *new Tracker;
-  return instance;
-}
+Tracker::Tracker(const Endpoints& endpoints,
+                 std::function<void(const std::string& uid)> startHeartbeat)
+    : endpoints_(endpoints), startHeartbeat_(std::move(startHeartbeat)) {}
 
-Tracker::Tracker()
-    : dispatchQueue_(platform().dispatch.makeSerialQueue("com.veltrano")),
-      flushWorkItem_(std::make_shared<WorkItem>([] {})) {
+void Tracker::start() {
   registerForNotifications();
   startFlushCycle();
+}
+
+void Tracker::setSuperProperties(const HostMapView& properties) {
+  dispatchQueue_.async([this, given = HostMap(properties)] {
+    if (const auto converted = ParameterConversion::convert(given))
+      changeSuperProperties(superProperties_.current() + *converted);
+  });
+}
+
+void Tracker::removeSuperProperty(std::string key) {
+  dispatchQueue_.async([this, key = std::move(key)] {
+    PropertyMap remaining = superProperties_.current();
+    const auto removed = remaining.remove(key);
+    if (removed) changeSuperProperties(std::move(remaining));
+    log_("Removed superProperty: ", key, " with value: ", removed);
+  });
+}
+
+void Tracker::changeSuperProperties(PropertyMap changed) {
+  isEncoderCurrent_ = false;
+  superProperties_.replace(std::move(changed));
+}
+
+void Tracker::setRefreshTriggers(const std::optional<std::vector<std::string>>& triggers,
+                                 std::function<void()> handler) {
+  const auto list = triggers ? std::optional(*HostValue(*triggers).member()) : std::nullopt;
+  log_("Setting refresh triggers: ", list);
+  refreshTriggers_.set(triggers, std::move(handler));
+}
+
+void Tracker::setUserId(const std::string& id) {
+  if (id.empty()) return;
+  log_("Setting userid to ", id);
+  setSuperProperties({{"uid", id}});
+  startHeartbeat_(id);
+}
+
+void Tracker::setAppId(const std::string& id) {
+  log_("Setting app id to ", id);
+  setSuperProperties({{"app_id", id}});
+}
+
+void Tracker::setIdfa() {
+  const std::string identifier =
+      wellFormedUTF8(platform_.identifierManager->advertisingIdentifier());
+  log_("Setting idfa: ", identifier);
+  setSuperProperties({{"$ios_ifa", identifier}});
+}
+
+void Tracker::setLibVersion(const std::string& version) {
+  log_("Setting ana lib version to ", version);
+  setSuperProperties({{"lib_version", version}});
+}
+
+void Tracker::setPublisherUid(const std::optional<std::string>& uid) {
+  if (!uid || uid->empty()) return removeSuperProperty("pub_uid");
+  log_("Setting pub uid to ", *uid);
+  setSuperProperties({{"pub_uid", *uid}});
 }
 
 }  // namespace veltrano

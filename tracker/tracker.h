@@ -2,7 +2,6 @@
 
 #include <array>
 #include <atomic>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -11,11 +10,15 @@
 #include <string_view>
 #include <vector>
 
+#include "heartbeat/heartbeat_endpoint_request.h"
+#include "log/log.h"
 #include "platform/platform.h"
-#include "properties/property_map.h"
+#include "properties/default_properties.h"
 #include "tracker/event_encoder.h"
+#include "tracker/event_queue.h"
 #include "tracker/refresh_triggers.h"
-#include "upload/event_record.h"
+#include "tracker/super_properties.h"
+#include "upload/endpoints.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano {
@@ -35,8 +38,11 @@ class Tracker {
   };
   static const std::array<Handler, 5> kHandlers;
 
-  /// The one instance; lives until the process ends.
-  static Tracker& shared();
+  /// `startHeartbeat` is called for each user.
+  Tracker(const Endpoints& endpoints, std::function<void(const std::string& uid)> startHeartbeat);
+
+  /// The second half of the construction, in which the log may call the host.
+  void start();
 
   // Recording.
   void track(std::string_view eventName, const HostMapView& eventProperties,
@@ -48,12 +54,12 @@ class Tracker {
   void setRefreshTriggers(const std::optional<std::vector<std::string>>& triggers,
                           std::function<void()> handler);
 
-  /// The super properties as the blocks that have run so far left them.
-  std::shared_ptr<const PropertyMap> superProperties() const;
-
   // Orientation, read from the device at every call.
   std::string getScreenOrientation() const;
   std::string getDeviceOrientation() const;
+
+  /// What a heartbeat says now.
+  HeartbeatFacts heartbeatFacts() const;
 
   // Identity.
   void setUserId(const std::string& id);
@@ -66,9 +72,6 @@ class Tracker {
   Tracker& operator=(const Tracker&) = delete;
 
  private:
-  Tracker();
-  ~Tracker() = delete;
-
   // Lifecycle and orientation. Notifications come on the main thread, selectors on any.
   void registerForNotifications();
   void handleWillEnterForeground();
@@ -97,25 +100,26 @@ class Tracker {
   static constexpr std::size_t kQueueFlushThreshold = 10;
   static constexpr std::chrono::seconds kQueueFlushInterval{20};
 
-  WorkQueue& dispatchQueue_;
+  const Endpoints& endpoints_;
+  const Platform& platform_ = endpoints_.platform;
+  const DefaultProperties& defaultProperties_ = endpoints_.defaultProperties;
+  const Log& log_ = endpoints_.log;
+  const std::function<void(const std::string& uid)> startHeartbeat_;
+  WorkQueue& dispatchQueue_ = *platform_.workQueue;
 
   // Written by the lifecycle's handlers, read on the work queue and on the networking framework's
   // threads.
   std::atomic<bool> isRunning_{true};
 
-  // Changed on the work queue; also emptied by the end of an upload, while the queue waits for it.
-  std::deque<EventRecord> eventQueue_;
-  std::atomic<std::size_t> eventCount_{0};  // its size, for readers elsewhere
-
+  EventQueue eventQueue_;
   EventEncoder encoder_;           // work queue
   bool isEncoderCurrent_ = false;  // work queue; false when the super properties have changed
 
-  mutable std::mutex superPropertiesMutex_;
-  // Replaced on the work queue under the mutex; the work queue itself reads it without.
-  std::shared_ptr<const PropertyMap> superProperties_ = std::make_shared<PropertyMap>();
+  SuperProperties superProperties_;
 
   std::mutex flushMutex_;
-  std::shared_ptr<WorkItem> flushWorkItem_;  // guarded by flushMutex_; the one pending flush
+  // The one pending flush; guarded by flushMutex_.
+  std::shared_ptr<WorkItem> flushWorkItem_ = std::make_shared<WorkItem>([] {});
 
   RefreshTriggers refreshTriggers_;
 };

@@ -4,10 +4,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/platform.h"
-#include "tracker/log.h"
-#include "upload/request_envelope.h"
-
 namespace veltrano {
 namespace {
 
@@ -24,7 +20,7 @@ std::optional<std::vector<std::string_view>> batchJSON(const std::deque<EventRec
   return pieces;
 }
 
-bool isDelivered(const std::optional<URLResponse>& response) {
+bool isDelivered(const Log& log, const std::optional<URLResponse>& response) {
   if (!response || !response->httpStatusCode) return false;
   log("Got response: ", *response->httpStatusCode);
   // A batch that the host calls bad would be no better the next time.
@@ -33,23 +29,25 @@ bool isDelivered(const std::optional<URLResponse>& response) {
 
 }  // namespace
 
-CorvaneEndpointRequest::CorvaneEndpointRequest(const std::deque<EventRecord>& events,
+CorvaneEndpointRequest::CorvaneEndpointRequest(const Endpoints& endpoints,
+                                               const std::deque<EventRecord>& events,
                                                const PropertyMap& superProperties)
-    : uid_(superProperties.text("uid").value_or("")),
+    : endpoints_(endpoints),
+      uid_(superProperties.text("uid").value_or("")),
       eventsBeingSent_(events),
       superProperties_(superProperties) {}
 
 void CorvaneEndpointRequest::send(std::function<void(bool)> completion) const {
   if (eventsBeingSent_.empty()) return completion(false);
-  log("Sending to the Corvane Endpoint");
+  endpoints_.log("Sending to the Corvane Endpoint");
   const auto json = batchJSON(eventsBeingSent_);
   // What cannot be encoded now never can be: it counts as delivered, so that it goes away.
   if (!json) return completion(true);
-  platform().urlSession.postData(
-      makeEndpointPost("/track", uid_, superProperties_, *json),
-      [completion = std::move(completion)](const auto&, const auto& response, const auto&) {
-        completion(isDelivered(response));
-      });
+  endpoints_.post("/track", uid_, superProperties_, *json, nullptr,
+                  [&log = endpoints_.log, completion = std::move(completion)](
+                      const auto&, const auto& response, const auto&) {
+                    completion(isDelivered(log, response));
+                  });
 }
 
 }  // namespace veltrano

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "properties/property_map.h"
+#include "upload/endpoints.h"
 #include "upload/event_record.h"
 
 namespace veltrano {
@@ -13,7 +14,8 @@ namespace veltrano {
 class CorvaneEndpointRequest {
  public:
   /// `events` (oldest first) and `superProperties` must outlive the request and stay as they are.
-  CorvaneEndpointRequest(const std::deque<EventRecord>& events, const PropertyMap& superProperties);
+  CorvaneEndpointRequest(const Endpoints& endpoints, const std::deque<EventRecord>& events,
+                         const PropertyMap& superProperties);
 
   /// Calls `completion` exactly once: with true when the batch needs no further upload. That
   /// happens before `send` returns when there is nothing to send, else later on a thread of the
@@ -21,6 +23,7 @@ class CorvaneEndpointRequest {
   void send(std::function<void(bool)> completion) const;
 
  private:
+  const Endpoints& endpoints_;
   const std::string uid_;
   const std::deque<EventRecord>& eventsBeingSent_;
   const PropertyMap& superProperties_;

@@ -1,5 +1,7 @@
 #include "veltrano/posix_platform.h"
 
+#include <pthread.h>
+
 #include <deque>
 #include <exception>
 #include <functional>
@@ -7,24 +9,10 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/platform.h"
-#include "platform/posix/device/application.h"
-#include "platform/posix/device/clock.h"
-#include "platform/posix/device/connectivity.h"
-#include "platform/posix/device/device.h"
-#include "platform/posix/device/random_source.h"
-#include "platform/posix/device/standard_output.h"
-#include "platform/posix/device/telephony.h"
-#include "platform/posix/device/tracking.h"
-#include "platform/posix/http/authentication.h"
 #include "platform/posix/http/collection_host.h"
-#include "platform/posix/http/url_session.h"
-#include "platform/posix/storage/bundles.h"
-#include "platform/posix/storage/user_defaults.h"
+#include "platform/posix/posix_services.h"
 #include "platform/posix/threads/fork.h"
-#include "platform/posix/threads/notification_center.h"
-#include "platform/posix/threads/run_loop.h"
-#include "platform/posix/threads/work_queue.h"
+#include "tracker/library.h"
 
 namespace veltrano {
 namespace {
@@ -32,64 +20,19 @@ namespace {
 constexpr std::string_view kApplicationWillResignActive =
     "UIApplicationWillResignActiveNotification";
 
-ApplicationState internalState(PosixOptions::ApplicationState state) {
-  switch (state) {
-    case PosixOptions::ApplicationState::inactive:
-      return ApplicationState::inactive;
-    case PosixOptions::ApplicationState::background:
-      return ApplicationState::background;
-    default:
-      return ApplicationState::active;
-  }
-}
-
-std::optional<HostMap> infoDictionary(PosixOptions& options) {
-  if (options.infoDictionary) return std::move(options.infoDictionary);
-  if (options.infoPropertyListFile.empty()) return std::nullopt;
-  return readInfoDictionary(options.infoPropertyListFile);
+// From now on a forked child finds a library without a platform in the place of its parent's, whose
+// threads do not exist there and whose locks may be held for good.
+void makeForkedChildrenInert() {
+  static Library& inert = *new Library(Platform());
+  static const int registered =
+      pthread_atfork(nullptr, nullptr, [] { Library::exchangeCurrent(&inert); });
+  static_cast<void>(registered);  // fails for want of memory only
 }
 
 }  // namespace
 
-struct PosixPlatform::Services {
-  explicit Services(PosixOptions& options)
-      : standardOutput(std::move(options.logSink)),
-        userDefaults(std::move(options.userDefaultsFile)),
-        bundles(infoDictionary(options)),
-        application(internalState(options.applicationState), options.interfaceOrientation),
-        device(std::move(options.systemName), std::move(options.systemVersion)),
-        urlSession({std::move(options.certificateAuthorities), options.proxyFromEnvironment}),
-        tokenRepository(std::move(options.sessionToken)),
-        collectionHost(std::move(options.collectionHost)) {
-    device.setMainScreenSize({options.screenWidth, options.screenHeight});
-    device.setOrientation(options.deviceOrientation);
-    telephony.setCarrierName(std::move(options.carrierName));
-    tracking.setTrackingAuthorizationStatus(options.trackingAuthorizationStatus);
-    identifiers.setAdvertisingIdentifier(std::move(options.advertisingIdentifier));
-  }
-
-  Platform asPlatform() {
-    return {
-        .collectionHost = collectionHost,
-        .wallClock = clock,
-        .standardOutput = standardOutput,
-        .dispatch = dispatch,
-        .timers = timers,
-        .notificationCenter = notificationCenter,
-        .userDefaults = userDefaults,
-        .randomSource = randomSource,
-        .bundles = bundles,
-        .application = application,
-        .device = device,
-        .telephony = telephony,
-        .trackingManager = tracking,
-        .identifierManager = identifiers,
-        .connectivity = connectivity,
-        .urlSession = urlSession,
-        .sessionTokenProvider = tokenRepository,
-        .userSessionManager = auth,
-    };
-  }
+struct PosixPlatform::Services : PosixServices {
+  using PosixServices::PosixServices;
 
   // Posts `name` on the main thread once `change` has been made there.
   template <class Change>
@@ -128,24 +71,6 @@ struct PosixPlatform::Services {
     announce(name, [this, state] { application.setState(state); });
   }
 
-  PosixClock clock;
-  PosixStandardOutput standardOutput;
-  PosixDispatch dispatch;
-  PosixTimers timers;
-  PosixNotificationCenter notificationCenter;
-  PosixUserDefaults userDefaults;
-  PosixRandomSource randomSource;
-  PosixBundles bundles;
-  PosixApplication application;
-  PosixDevice device;
-  PosixTelephony telephony;
-  PosixTracking tracking;
-  PosixIdentifiers identifiers;
-  PosixConnectivity connectivity;
-  PosixURLSession urlSession;
-  ZKAuthTokenRepository tokenRepository;
-  ZKAuth auth;
-  const std::string collectionHost;
   const std::shared_ptr<PosixRunLoop> mainRunLoop = PosixRunLoop::ofThisThread();
 
   std::mutex announcementsMutex;
@@ -174,8 +99,9 @@ Installation PosixPlatform::install(PosixOptions options) {
       return {nullptr, "The advertising identifier is not a UUID."};
 
     watchForks();
-    auto services = std::make_unique<Services>(options);
-    if (!installPlatform(services->asPlatform()))
+    makeForkedChildrenInert();
+    auto services = std::make_unique<Services>(std::move(options));
+    if (!Library::install(services->platform()))
       return {nullptr, "The library is in use already; install the platform before its first use."};
     Services& kept = *services.release();  // the library has them now
     installed = new PosixPlatform(kept);

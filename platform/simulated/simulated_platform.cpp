@@ -66,31 +66,28 @@ std::optional<Bundle> SimulatedBundles::bundleAtPath(std::string_view path) cons
   return Bundle{std::nullopt, resourceBundleInfo};
 }
 
-SimulatedPlatform::SimulatedPlatform() {
-  timeline.setTurn([this] { return dispatch.runOne(); });
+SimulatedPlatform::SimulatedPlatform(std::shared_ptr<Timeline> line) : timeline_(std::move(line)) {
   network.answers["/heartbeat"].body = "{}";
 }
 
 Platform SimulatedPlatform::services() {
   return {
       .collectionHost = "collect.veltrano.example",
-      .wallClock = clock,
-      .standardOutput = output,
-      .dispatch = dispatch,
-      .timers = timers,
-      .notificationCenter = notificationCenter,
-      .userDefaults = defaults,
-      .randomSource = randomSource,
-      .bundles = bundles,
-      .application = device,
-      .device = device,
-      .telephony = device,
-      .trackingManager = device,
-      .identifierManager = device,
-      .connectivity = device,
-      .urlSession = network,
-      .sessionTokenProvider = device,
-      .userSessionManager = device,
+      .wallClock = &clock,
+      .standardOutput = &output,
+      .workQueue = &workQueue,
+      .timers = &timers,
+      .notificationCenter = &notificationCenter,
+      .userDefaults = &defaults,
+      .randomSource = &randomSource,
+      .bundles = &bundles,
+      .application = &device,
+      .device = &device,
+      .telephony = &device,
+      .trackingManager = &device,
+      .identifierManager = &device,
+      .connectivity = &device,
+      .urlSession = &network,
   };
 }
 

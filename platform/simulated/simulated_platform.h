@@ -82,9 +82,7 @@ struct SimulatedDevice final : Device,
                                CTTelephonyNetworkInfo,
                                ATTrackingManager,
                                ASIdentifierManager,
-                               ZKConnectivityManager,
-                               SessionTokenProvider,
-                               UserSessionManager {
+                               ZKConnectivityManager {
   ScreenSize mainScreenSize() const override { return screen; }
   std::string systemName() const override { return name; }
   std::string systemVersion() const override { return version; }
@@ -96,7 +94,6 @@ struct SimulatedDevice final : Device,
   std::uint64_t trackingAuthorizationStatus() const override { return trackingStatus; }
   std::string advertisingIdentifier() const override { return identifier; }
   bool isReachableOnWiFi() const override { return isOnWiFi; }
-  std::optional<std::string> sessionToken() const override { return std::nullopt; }
 
   ScreenSize screen{390, 844};
   std::string name = "iOS";
@@ -112,18 +109,23 @@ struct SimulatedDevice final : Device,
 };
 
 class SimulatedPlatform {
+  const std::shared_ptr<Timeline> timeline_;
+
  public:
-  SimulatedPlatform();
+  SimulatedPlatform() : SimulatedPlatform(std::make_shared<Timeline>()) {}
+
+  /// Shares `line` with other platforms.
+  explicit SimulatedPlatform(std::shared_ptr<Timeline> line);
   SimulatedPlatform(const SimulatedPlatform&) = delete;
   SimulatedPlatform& operator=(const SimulatedPlatform&) = delete;
 
-  /// These services, to be installed. They must outlive all use of the library.
+  /// These services, for one library.
   Platform services();
 
-  Timeline timeline;
+  Timeline& timeline = *timeline_;
   SimulatedClock clock{timeline};
   SimulatedOutput output;
-  SimulatedDispatch dispatch{timeline};
+  SimulatedWorkQueue workQueue{timeline};
   SimulatedTimers timers{timeline};
   SimulatedNotificationCenter notificationCenter;
   SimulatedDefaults defaults;

@@ -1,9 +1,12 @@
 #include "platform/simulated/simulated_work_queue.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace veltrano {
+
+SimulatedWorkQueue::SimulatedWorkQueue(Timeline& timeline) : timeline_(timeline) {
+  timeline_.addTurn([this] { return runOne(); });
+}
 
 void SimulatedWorkQueue::async(std::unique_ptr<Block> block) {
   ready_.push_back([shared = std::shared_ptr<Block>(std::move(block))] { shared->run(); });
@@ -21,6 +24,7 @@ void SimulatedWorkQueue::wait(std::shared_ptr<DispatchGroup> group, std::functio
   afterWait_ = std::move(then);
 }
 
+// Runs one block, or the end of a wait that is over. False when nothing is ready.
 bool SimulatedWorkQueue::runOne() {
   if (awaited_) {
     if (!awaited_->isEmpty()) return false;
@@ -33,15 +37,6 @@ bool SimulatedWorkQueue::runOne() {
   ready_.pop_front();
   block();
   return true;
-}
-
-WorkQueue& SimulatedDispatch::makeSerialQueue(std::string_view) {
-  return queues_.emplace_back(timeline_);
-}
-
-bool SimulatedDispatch::runOne() {
-  return std::any_of(queues_.begin(), queues_.end(),
-                     [](SimulatedWorkQueue& queue) { return queue.runOne(); });
 }
 
 }  // namespace veltrano

@@ -9,37 +9,26 @@
 
 namespace veltrano {
 
-/// A work queue whose blocks run between the entries of a timeline.
+/// A work queue whose blocks run between the entries of a timeline. The two live until neither runs
+/// any more.
 class SimulatedWorkQueue final : public WorkQueue {
  public:
-  explicit SimulatedWorkQueue(Timeline& timeline) : timeline_(timeline) {}
+  explicit SimulatedWorkQueue(Timeline& timeline);
+  SimulatedWorkQueue(const SimulatedWorkQueue&) = delete;
+  SimulatedWorkQueue& operator=(const SimulatedWorkQueue&) = delete;
 
   using WorkQueue::async;
   void async(std::unique_ptr<Block> block) override;
   void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override;
   void wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) override;
 
-  /// Runs one block, or the end of a wait that is over. False when nothing is ready.
+ private:
   bool runOne();
 
- private:
   Timeline& timeline_;
   std::deque<std::function<void()>> ready_;
   std::shared_ptr<DispatchGroup> awaited_;  // not null while the queue is parked
   std::function<void()> afterWait_;
-};
-
-/// Makes simulated queues; between two entries they take turns in the order of their making.
-class SimulatedDispatch final : public Dispatch {
- public:
-  explicit SimulatedDispatch(Timeline& timeline) : timeline_(timeline) {}
-
-  WorkQueue& makeSerialQueue(std::string_view label) override;
-  bool runOne();
-
- private:
-  Timeline& timeline_;
-  std::deque<SimulatedWorkQueue> queues_;
 };
 
 }  // namespace veltrano

@@ -55,7 +55,10 @@ bool Timeline::isOverBudget() const {
 }
 
 void Timeline::takeTurns() {
-  while (!isStopped_ && turn_())
+  const auto anyTurn = [this] {
+    return std::any_of(turns_.begin(), turns_.end(), [](const auto& turn) { return turn(); });
+  };
+  while (!isStopped_ && anyTurn())
     if (++turnsAtInstant_ > kTurnsPerInstant) isRunaway_ = isStopped_ = true;
 }
 

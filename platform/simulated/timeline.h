@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <tuple>
+#include <vector>
 
 #include "encoding/time.h"
 
@@ -32,8 +33,9 @@ class Timeline {
   /// Schedules something that the system does by itself.
   void schedule(Duration delay, Action action);
 
-  /// `turn` is called before each entry is taken, again and again until it answers false.
-  void setTurn(std::function<bool()> turn) { turn_ = std::move(turn); }
+  /// Before each entry is taken, all turns are called in the order in which they were added, again
+  /// and again until each answers false.
+  void addTurn(std::function<bool()> turn) { turns_.push_back(std::move(turn)); }
 
   /// Runs what is due up to and including `time`, and moves the clock there. False when the run was
   /// stopped, by `stop` or as a runaway.
@@ -59,7 +61,7 @@ class Timeline {
 
   Duration now_{0};
   std::map<Place, Action> entries_;
-  std::function<bool()> turn_ = [] { return false; };
+  std::vector<std::function<bool()>> turns_;
   std::uint64_t added_ = 0;
   Duration latestStep_{0};
   std::int64_t entriesSinceStep_ = 0;

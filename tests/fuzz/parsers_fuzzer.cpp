@@ -5,7 +5,7 @@
 #include <string>
 
 #include "encoding/base64.h"
-#include "heartbeat/vl_tracking_event.h"
+#include "heartbeat/heartbeat_endpoint_request.h"
 #include "tools/collector/wire_check.h"
 
 namespace {

@@ -32,7 +32,11 @@ Simulation::Simulation() {
   platform.network.onPost = [this](const PostRequest& request) {
     posts.push_back({now(), request, decodedBody(request.httpBody)});
   };
-  EXPECT_TRUE(installPlatform(platform.services()));
+}
+
+Simulation::~Simulation() {
+  Library::exchangeCurrent(replaced_);
+  Veltrano::isLoggerEnabled = false;
 }
 
 Veltrano::FlushCompletion Simulation::completion(std::string label) {

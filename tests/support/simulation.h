@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/simulated/simulated_platform.h"
+#include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano {
@@ -32,10 +33,13 @@ struct SentPost {
   }
 };
 
-/// Installs a simulated platform. One a process: each test case has a process of its own.
+/// Makes a library on a simulated platform the process's one, for as long as it lives.
 class Simulation {
  public:
   Simulation();
+  ~Simulation();
+  Simulation(const Simulation&) = delete;
+  Simulation& operator=(const Simulation&) = delete;
 
   /// Runs up to `seconds` of virtual time since the start.
   void runUntil(double seconds) { platform.timeline.runUntil(durationFromSeconds(seconds)); }
@@ -55,10 +59,14 @@ class Simulation {
   /// The messages of the lines logged so far, without their prefix; forgets them.
   std::vector<std::string> takeMessages();
 
-  SimulatedPlatform& platform = *new SimulatedPlatform;
+  SimulatedPlatform platform;
   std::vector<std::string> lines;
   std::vector<SentPost> posts;
   std::vector<std::pair<std::string, bool>> completions;
+
+ private:
+  Library library_{platform.services()};
+  Library* const replaced_ = Library::exchangeCurrent(&library_);
 };
 
 /// The value under `key` as compact JSON text; "absent" when there is none.

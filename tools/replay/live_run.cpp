@@ -10,23 +10,9 @@
 #include <thread>
 #include <utility>
 
-#include "platform/platform.h"
-#include "platform/posix/device/application.h"
-#include "platform/posix/device/clock.h"
-#include "platform/posix/device/device.h"
-#include "platform/posix/device/random_source.h"
-#include "platform/posix/device/standard_output.h"
-#include "platform/posix/device/telephony.h"
-#include "platform/posix/device/tracking.h"
-#include "platform/posix/http/authentication.h"
-#include "platform/posix/http/url_session.h"
-#include "platform/posix/storage/bundles.h"
-#include "platform/posix/storage/user_defaults.h"
+#include "platform/posix/posix_services.h"
 #include "platform/posix/threads/due_time.h"
-#include "platform/posix/threads/fork.h"
-#include "platform/posix/threads/notification_center.h"
-#include "platform/posix/threads/run_loop.h"
-#include "platform/posix/threads/work_queue.h"
+#include "tracker/library.h"
 
 namespace replay {
 namespace {
@@ -74,47 +60,35 @@ class ScriptedConnectivity final : public veltrano::ZKConnectivityManager {
   std::atomic<bool> isOnWiFi{false};
 };
 
-std::function<std::optional<std::string>()> tokenFunction(const std::string& token) {
-  return [token]() -> std::optional<std::string> {
-    return token.empty() ? std::nullopt : std::optional(token);
-  };
+veltrano::PosixOptions posixOptions(const Configuration& configuration, const LiveOptions& options,
+                                    Trace& trace) {
+  veltrano::PosixOptions posix;
+  posix.collectionHost = options.collectionHost;
+  posix.userDefaultsFile = options.userDefaultsFile;
+  posix.infoDictionary = configuration.info;
+  posix.certificateAuthorities = options.certificateAuthorities;
+  if (!options.token.empty()) posix.sessionToken = [token = options.token] { return token; };
+  posix.logSink = [&trace](std::string_view line) { trace.logged(line); };
+  posix.systemName = configuration.systemName;
+  posix.systemVersion = configuration.systemVersion;
+  posix.screenWidth = configuration.screen.width;
+  posix.screenHeight = configuration.screen.height;
+  posix.interfaceOrientation = 1;
+  return posix;
 }
 
 class LiveStage final : public Stage {
  public:
   LiveStage(const Configuration& configuration, const LiveOptions& options, Bodies bodies)
       : trace_([this] { return now(); }, writeLine, bodies),
-        collectionHost_(options.collectionHost),
-        output_([this](std::string_view line) { trace_.logged(line); }),
-        storedDefaults_(options.userDefaultsFile),
-        bundles_(configuration.info),
-        device_(configuration.systemName, configuration.systemVersion),
-        network_({.certificateAuthorities = options.certificateAuthorities}),
-        tokens_(tokenFunction(options.token)) {
-    device_.setMainScreenSize(configuration.screen);
-  }
+        posix_(posixOptions(configuration, options, trace_)) {}
 
   veltrano::Platform services() {
-    return {
-        .collectionHost = collectionHost_,
-        .wallClock = clock_,
-        .standardOutput = output_,
-        .dispatch = dispatch_,
-        .timers = timers_,
-        .notificationCenter = notificationCenter_,
-        .userDefaults = defaults_,
-        .randomSource = randomSource_,
-        .bundles = bundles_,
-        .application = application_,
-        .device = device_,
-        .telephony = telephony_,
-        .trackingManager = tracking_,
-        .identifierManager = identifiers_,
-        .connectivity = connectivity_,
-        .urlSession = session_,
-        .sessionTokenProvider = tokens_,
-        .userSessionManager = auth_,
-    };
+    veltrano::Platform platform = posix_.platform();
+    platform.userDefaults = &defaults_;
+    platform.connectivity = &connectivity_;
+    platform.urlSession = &session_;
+    return platform;
   }
 
   SteadyClock::time_point start() const { return start_; }
@@ -123,18 +97,21 @@ class LiveStage final : public Stage {
 
   void change(const DeviceChange& change) override {
     if (change.isOnWiFi) connectivity_.isOnWiFi = *change.isOnWiFi;
-    if (change.carrier) telephony_.setCarrierName(*change.carrier);
-    if (change.trackingStatus) tracking_.setTrackingAuthorizationStatus(*change.trackingStatus);
+    if (change.carrier) posix_.telephony.setCarrierName(*change.carrier);
+    if (change.trackingStatus)
+      posix_.tracking.setTrackingAuthorizationStatus(*change.trackingStatus);
     if (change.advertisingIdentifier)
-      identifiers_.setAdvertisingIdentifier(change.advertisingIdentifier);
+      posix_.identifiers.setAdvertisingIdentifier(change.advertisingIdentifier);
   }
 
   void setApplicationState(veltrano::ApplicationState state) override {
-    application_.setState(state);
+    posix_.application.setState(state);
   }
-  void setInterfaceOrientation(int value) override { application_.setInterfaceOrientation(value); }
-  void setDeviceOrientation(int value) override { device_.setOrientation(value); }
-  void postNotification(const std::string& name) override { notificationCenter_.post(name); }
+  void setInterfaceOrientation(int value) override {
+    posix_.application.setInterfaceOrientation(value);
+  }
+  void setDeviceOrientation(int value) override { posix_.device.setOrientation(value); }
+  void postNotification(const std::string& name) override { posix_.notificationCenter.post(name); }
 
   // A live scenario has no such steps.
   void setAnswer(const std::string&, const veltrano::SimulatedAnswer&) override {}
@@ -156,26 +133,10 @@ class LiveStage final : public Stage {
 
   const SteadyClock::time_point start_ = SteadyClock::now();
   Trace trace_;
-  const std::string collectionHost_;
-  veltrano::PosixClock clock_;
-  veltrano::PosixStandardOutput output_;
-  veltrano::PosixDispatch dispatch_;
-  veltrano::PosixTimers timers_;
-  veltrano::PosixNotificationCenter notificationCenter_;
-  veltrano::PosixUserDefaults storedDefaults_;
-  TracingDefaults defaults_{trace_, storedDefaults_};
-  veltrano::PosixRandomSource randomSource_;
-  veltrano::PosixBundles bundles_;
-  veltrano::PosixApplication application_{veltrano::ApplicationState::active, 1};
-  veltrano::PosixDevice device_;
-  veltrano::PosixTelephony telephony_;
-  veltrano::PosixTracking tracking_;
-  veltrano::PosixIdentifiers identifiers_;
+  veltrano::PosixServices posix_;
+  TracingDefaults defaults_{trace_, posix_.userDefaults};
   ScriptedConnectivity connectivity_;
-  veltrano::PosixURLSession network_;
-  TracingURLSession session_{trace_, network_};
-  veltrano::ZKAuthTokenRepository tokens_;
-  veltrano::ZKAuth auth_;
+  TracingURLSession session_{trace_, posix_.urlSession};
 };
 
 // A directory of this run's own; empty when there can be none.
@@ -194,10 +155,9 @@ void runLive(const Scenario& scenario, const LiveOptions& options, Bodies bodies
     if (!temporary.empty()) complete.userDefaultsFile = temporary / "defaults.plist";
   }
 
-  veltrano::watchForks();
   // Never destroyed: the library's threads use it until the process ends.
   auto& stage = *new LiveStage(scenario.configuration, complete, bodies);
-  bool goesOn = veltrano::installPlatform(stage.services());
+  bool goesOn = veltrano::Library::install(stage.services());
   auto& loop = veltrano::RunLoop::current();
   for (const Step& step : scenario.steps) {
     if (!goesOn) break;

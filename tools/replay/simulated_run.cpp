@@ -1,9 +1,9 @@
 #include "tools/replay/simulated_run.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "platform/simulated/simulated_platform.h"
+#include "tracker/library.h"
 
 namespace replay {
 
@@ -21,6 +21,7 @@ class SimulatedWorld::SimulatedStage final : public Stage {
   }
 
   SimulatedPlatform& platform() { return platform_; }
+  veltrano::Library& library() { return library_; }
 
   void configure(const Configuration& configuration) {
     platform_.clock.start = configuration.startTime;
@@ -72,12 +73,12 @@ class SimulatedWorld::SimulatedStage final : public Stage {
  private:
   SimulatedPlatform platform_;
   Trace trace_;
+  veltrano::Library library_{platform_.services()};
 };
 
 SimulatedWorld::SimulatedWorld(const Trace::Write& write, Bodies bodies)
     : stage_(*new SimulatedStage(write, bodies)) {
-  if (!veltrano::installPlatform(stage_.platform().services()))
-    throw std::logic_error("the library has a platform already");
+  veltrano::Library::exchangeCurrent(&stage_.library());
 }
 
 bool SimulatedWorld::play(const Scenario& scenario) {

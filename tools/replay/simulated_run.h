@@ -6,8 +6,8 @@
 
 namespace replay {
 
-/// The simulated platform as the stage of scenarios, in virtual time. Installs itself as the
-/// library's platform, so there is one in a process, and it lives until the process ends.
+/// A library on the simulated platform as the stage of scenarios, in virtual time. Makes that the
+/// process's library until the process ends.
 class SimulatedWorld {
  public:
   /// Hands the lines of the trace to `write`.

@@ -5,7 +5,7 @@
 namespace veltrano {
 
 void watchForks() {
-  static const int registered = pthread_atfork(nullptr, nullptr, [] { becomeForkedChild(); });
+  static const int registered = pthread_atfork(nullptr, nullptr, [] { hasBeenForked.store(true); });
   static_cast<void>(registered);  // fails for want of memory only; then forks go unnoticed
 }
 

@@ -3,7 +3,7 @@
 // before it takes a lock or counts on a thread.
 #pragma once
 
-#include "platform/process.h"
+#include "platform/host_callback.h"
 
 namespace veltrano {
 

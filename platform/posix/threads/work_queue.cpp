@@ -163,8 +163,4 @@ void PosixWorkQueue::sleep() {
   state_.store(State::awake);
 }
 
-WorkQueue& PosixDispatch::makeSerialQueue(std::string_view label) {
-  return *new PosixWorkQueue(label);
-}
-
 }  // namespace veltrano

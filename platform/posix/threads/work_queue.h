@@ -50,9 +50,4 @@ class PosixWorkQueue final : public WorkQueue {
   DelayedItems delayed_;  // guarded by mutex_
 };
 
-class PosixDispatch final : public Dispatch {
- public:
-  WorkQueue& makeSerialQueue(std::string_view label) override;
-};
-
 }  // namespace veltrano

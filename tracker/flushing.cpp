@@ -1,45 +1,43 @@
-#include "tracker/host_callback.h"
-#include "tracker/log.h"
+#include "platform/host_callback.h"
 #include "tracker/tracker.h"
 #include "upload/corvane_endpoint_request.h"
 
 namespace veltrano {
 
 void Tracker::startFlushCycle() {
-  log("Scheduling the next flush with default interval");
+  log_("Scheduling the next flush with default interval");
   scheduleFlush(kQueueFlushInterval, nullptr);
 }
 
 void Tracker::trimQueueIfNecessary() {
-  while (eventQueue_.size() > kQueueCapacity) {
-    log("Current event count: ", eventQueue_.size(), " over capacity, trimming");
-    eventQueue_.pop_front();
-    eventCount_.store(eventQueue_.size(), std::memory_order_relaxed);
+  while (eventQueue_.count() > kQueueCapacity) {
+    log_("Current event count: ", eventQueue_.count(), " over capacity, trimming");
+    eventQueue_.dropOldest();
   }
 }
 
 void Tracker::flushQueueIfNecessary(FlushCompletion completion) {
   if (!isRunning_) return;
-  if (eventQueue_.size() < kQueueFlushThreshold && !completion) return;
-  log("Current event count: ", eventQueue_.size(), " reached/over threshold, flushing");
-  log("Forcing a flush right now");
+  if (eventQueue_.count() < kQueueFlushThreshold && !completion) return;
+  log_("Current event count: ", eventQueue_.count(), " reached/over threshold, flushing");
+  log_("Forcing a flush right now");
   scheduleFlush(std::chrono::seconds(0), std::move(completion));
 }
 
 void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completion) {
   const bool isForced = delay == delay.zero();
   if (isForced) {
-    log("Scheduling a flush that is forced");
+    log_("Scheduling a flush that is forced");
   } else {
-    log("Scheduling a flush with delay of ", delay.count(), " secs");
+    log_("Scheduling a flush with delay of ", delay.count(), " secs");
   }
-  log("Canceling scheduled flush!");
+  log_("Canceling scheduled flush!");
   auto item =
       std::make_shared<WorkItem>([this, delay, isForced, completion = std::move(completion)] {
         if (isForced) {
-          log("In the scheduled flush work item block  that is forced");
+          log_("In the scheduled flush work item block  that is forced");
         } else {
-          log("In the scheduled flush work item block after delay of ", delay.count(), " secs");
+          log_("In the scheduled flush work item block after delay of ", delay.count(), " secs");
         }
         flushQueue(completion);
       });
@@ -58,27 +56,27 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
 void Tracker::flushQueue(const FlushCompletion& completion) {
   auto group = std::make_shared<DispatchGroup>();
   group->enter();
-  log("Entered dispatch group");
+  log_("Entered dispatch group");
   auto wasDelivered = std::make_shared<bool>(false);
-  CorvaneEndpointRequest(eventQueue_, *superProperties_).send([this, group, wasDelivered](bool ok) {
-    finishFlush(ok);
-    *wasDelivered = ok;
-    group->leave();
-    log("Exiting completion block of Endpoint request");
-  });
-  log("Dispatch group waiting");
-  dispatchQueue_.wait(group, [completion, wasDelivered] {
-    if (completion) callHost(completion, *wasDelivered);
-    log("Dispatch group finished waiting");
+  CorvaneEndpointRequest(endpoints_, eventQueue_.events(), superProperties_.current())
+      .send([this, group, wasDelivered](bool ok) {
+        finishFlush(ok);
+        *wasDelivered = ok;
+        group->leave();
+        log_("Exiting completion block of Endpoint request");
+      });
+  log_("Dispatch group waiting");
+  dispatchQueue_.wait(group, [this, completion, wasDelivered] {
+    if (completion && !callHost(completion, *wasDelivered)) return;
+    log_("Dispatch group finished waiting");
   });
 }
 
 void Tracker::finishFlush(bool wasDelivered) {
-  log("Got the response from endpoint. Clear queue: ", wasDelivered);
+  log_("Got the response from endpoint. Clear queue: ", wasDelivered);
   if (wasDelivered) {
-    log("Clearing the queue");
+    log_("Clearing the queue");
     eventQueue_.clear();
-    eventCount_.store(0, std::memory_order_relaxed);
   }
   if (isRunning_) startFlushCycle();
 }

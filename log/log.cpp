@@ -1,8 +1,6 @@
-#include "tracker/log.h"
+#include "log/log.h"
 
 #include <cstdio>
-
-#include "platform/platform.h"
 
 namespace veltrano {
 namespace {
@@ -21,11 +19,10 @@ std::string timeOfDay(Duration instant) {
 
 }  // namespace
 
-void writeLogLine(const std::string& message) {
-  const Platform& here = platform();
-  const WallTime now = here.wallClock.now();
-  const Duration local = now.sinceEpoch + here.wallClock.localTimeOffset(now);
-  here.standardOutput.writeLine("Veltrano " + timeOfDay(local) + " | " + message);
+void Log::write(const std::string& message) const {
+  const WallTime now = clock_.now();
+  const Duration local = now.sinceEpoch + clock_.localTimeOffset(now);
+  output_.writeLine("Veltrano " + timeOfDay(local) + " | " + message);
 }
 
 }  // namespace veltrano

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <string>
+
+#include "platform/platform.h"
+#include "platform/posix/device/application.h"
+#include "platform/posix/device/clock.h"
+#include "platform/posix/device/connectivity.h"
+#include "platform/posix/device/device.h"
+#include "platform/posix/device/random_source.h"
+#include "platform/posix/device/standard_output.h"
+#include "platform/posix/device/telephony.h"
+#include "platform/posix/device/tracking.h"
+#include "platform/posix/http/authentication.h"
+#include "platform/posix/http/url_session.h"
+#include "platform/posix/storage/bundles.h"
+#include "platform/posix/storage/user_defaults.h"
+#include "platform/posix/threads/notification_center.h"
+#include "platform/posix/threads/run_loop.h"
+#include "platform/posix/threads/work_queue.h"
+#include "veltrano/posix_platform.h"
+
+namespace veltrano {
+
+/// The services of a POSIX system as a host's options describe them. Once a library has used them,
+/// never destroy them: its threads run until the process ends.
+struct PosixServices {
+  explicit PosixServices(PosixOptions options);
+
+  Platform platform();
+
+  const std::string collectionHost;
+  PosixClock clock;
+  PosixStandardOutput standardOutput;
+  PosixWorkQueue workQueue{"com.veltrano"};
+  PosixTimers timers;
+  PosixNotificationCenter notificationCenter;
+  PosixUserDefaults userDefaults;
+  PosixRandomSource randomSource;
+  PosixBundles bundles;
+  PosixApplication application;
+  PosixDevice device;
+  PosixTelephony telephony;
+  PosixTracking tracking;
+  PosixIdentifiers identifiers;
+  PosixConnectivity connectivity;
+  PosixURLSession urlSession;
+  ZKAuthTokenRepository tokenRepository;
+  ZKAuth auth;
+};
+
+}  // namespace veltrano

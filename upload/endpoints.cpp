@@ -1,0 +1,27 @@
+#include "upload/endpoints.h"
+
+#include <utility>
+
+#include "encoding/base64.h"
+
+namespace veltrano {
+
+void Endpoints::post(std::string_view path, std::string_view uid,
+                     const PropertyMap& superProperties, std::span<const std::string_view> json,
+                     std::shared_ptr<const ZKInterceptor> interceptor,
+                     URLSessionCallback callback) const {
+  PostRequest request;
+  request.baseURL = "https://" + platform.collectionHost + std::string(path);
+  request.headerParameters = {
+      {"lib_version", "ios_" + superProperties.text("lib_version").value_or("0.0")},
+      {"publisher_version", "ios_" + defaultProperties.publisherVersion()},
+  };
+  request.qsParameters = {{"uid", std::string(uid)}};
+  request.httpMethod = HTTPMethod::post;
+  request.httpBody = "data=";
+  appendBase64(request.httpBody, json);
+  request.interceptor = std::move(interceptor);
+  platform.urlSession->postData(std::move(request), std::move(callback));
+}
+
+}  // namespace veltrano
