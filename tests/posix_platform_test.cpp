@@ -13,6 +13,7 @@
 #include <functional>
 #include <future>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -20,8 +21,9 @@
 #include <vector>
 
 #include "platform/platform.h"
-#include "platform/posix/device/default_route.h"
-#include "platform/posix/device/tracking.h"
+#include "platform/posix/device/connectivity.h"
+#include "platform/posix/device/host_reports.h"
+#include "platform/posix/device/standard_output.h"
 #include "platform/posix/http/collection_host.h"
 #include "platform/posix/storage/bundles.h"
 #include "platform/posix/storage/property_list.h"
@@ -279,8 +281,45 @@ TEST(ConnectivityTest, TheDefaultRouteWithTheLeastMetricCounts) {
 
   const Directory sys;
   sys.write("class/net/wlan1/phy80211/name", "");
-  EXPECT_TRUE(isWireless("wlan1", sys / ""));
-  for (const char* wired : {"eth0", ""}) EXPECT_FALSE(isWireless(wired, sys / ""));
+  EXPECT_TRUE(isWirelessLinkUp("wlan1", sys / "")) << "a driver that tells nothing";
+  for (const auto& [state, isUp] : std::map<std::string, bool>{
+           {"up", true}, {"unknown", true}, {"down", false}, {"dormant", false}}) {
+    for (const std::string interface : {"eth0", "wlan1"})
+      sys.write("class/net/" + interface + "/operstate", state + "\n");
+    EXPECT_EQ(isWirelessLinkUp("wlan1", sys / ""), isUp) << state;
+    EXPECT_FALSE(isWirelessLinkUp("eth0", sys / ""));
+  }
+  EXPECT_FALSE(isWirelessLinkUp("", sys / ""));
+}
+
+// In a child, which a signal would end.
+TEST(StandardOutputTest, ABrokenPipeRaisesNoSignal) {
+  const pid_t child = fork();
+  if (child == 0) {
+    int ends[2];
+    char line[16] = {};
+    sigset_t signals, pending;
+    if (pipe(ends) != 0 || dup2(ends[1], STDOUT_FILENO) < 0) _exit(1);
+    signal(SIGPIPE, SIG_DFL);
+    PosixStandardOutput output(nullptr);
+    output.writeLine("heard");
+    if (read(ends[0], line, sizeof line) != 6 || line != std::string("heard\n")) _exit(2);
+    close(ends[0]);
+    output.writeLine("lost");
+    sigpending(&pending);
+    if (sigismember(&pending, SIGPIPE) != 0) _exit(3);
+    // The host's own signal stays pending.
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPIPE);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    raise(SIGPIPE);
+    output.writeLine("lost");
+    sigpending(&pending);
+    _exit(sigismember(&pending, SIGPIPE) == 1 ? 0 : 4);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST(OptionsTest, CollectionHostsAndIdentifiersAreChecked) {
