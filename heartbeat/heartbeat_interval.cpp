@@ -14,7 +14,7 @@ double heartbeatInterval(const UserDefaults& defaults) {
 }
 
 void setHeartbeatInterval(UserDefaults& defaults, double seconds) {
-  if (defaults.doubleForKey(kIntervalKey) != seconds) defaults.setDouble(seconds, kIntervalKey);
+  if (!defaults.isStored(seconds, kIntervalKey)) defaults.setDouble(seconds, kIntervalKey);
 }
 
 }  // namespace veltrano

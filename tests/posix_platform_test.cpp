@@ -20,13 +20,13 @@
 #include <thread>
 #include <vector>
 
+#include "heartbeat/heartbeat_interval.h"
 #include "platform/platform.h"
 #include "platform/posix/device/connectivity.h"
 #include "platform/posix/device/host_reports.h"
 #include "platform/posix/device/standard_output.h"
 #include "platform/posix/http/collection_host.h"
 #include "platform/posix/storage/bundles.h"
-#include "platform/posix/storage/property_list.h"
 #include "platform/posix/storage/user_defaults.h"
 #include "platform/posix/threads/delayed_items.h"
 #include "platform/posix/threads/fork.h"
@@ -230,24 +230,61 @@ TEST(UserDefaultsTest, ConcurrentWritersLeaveTheLastValue) {
   for (const char* key : {"a", "b", "c", "d"}) EXPECT_EQ(read.doubleForKey(key), 20);
 }
 
-TEST(UserDefaultsTest, ADamagedFileIsSetAside) {
+TEST(UserDefaultsTest, ADamagedFileIsSetAsideWhenItIsReplaced) {
   const Directory directory;
-  std::string deep = "<plist><dict><key>n</key>";
-  for (int i = 0; i < 200'000; ++i) deep += "<array>";
-  for (const std::string& text :
-       {std::string(), std::string("<plist><dict><key>n</k"), std::string("bplist00\x01\x02"),
-        std::string("<plist><array><real>1</real></array></plist>"), deep}) {
+  for (const std::string text : {"", "<plist><dict><key>n</k", "bplist00\x01\x02",
+                                 "<plist><array><real>1</real></array></plist>"}) {
     const auto path = directory.write("d.plist", text);
     PosixUserDefaults defaults(path);
     EXPECT_EQ(defaults.doubleForKey("n"), 0) << text;
-    EXPECT_EQ(contentsOf(path + ".damaged"), text);
+    EXPECT_EQ(contentsOf(path), text);
     defaults.setDouble(7, "n");
+    EXPECT_EQ(contentsOf(path + ".damaged"), text);
     EXPECT_EQ(PosixUserDefaults(path).doubleForKey("n"), 7) << text;
   }
-  // Without a usable file, values stay in memory.
-  PosixUserDefaults defaults(directory / "missing/d.plist");
-  defaults.setDouble(7, "n");
+}
+
+TEST(UserDefaultsTest, AValueThatCouldNotBeWrittenIsWrittenLater) {
+  const Directory directory;
+  const std::string path = directory / "later/d.plist";
+  PosixUserDefaults defaults(path);
+  setHeartbeatInterval(defaults, 90);
+  EXPECT_EQ(heartbeatInterval(defaults), 90);
+  fs::create_directory(directory / "later");
+  EXPECT_EQ(heartbeatInterval(PosixUserDefaults(path)), 20);
+  setHeartbeatInterval(defaults, 90);  // the next answer repeats it
+  EXPECT_EQ(heartbeatInterval(PosixUserDefaults(path)), 90);
+
+  // A file that cannot be read is not replaced. It is read once it can be.
+  fs::remove(path);
+  fs::create_directory(path);
+  setHeartbeatInterval(defaults, 45);
+  EXPECT_EQ(heartbeatInterval(defaults), 45);
+  fs::remove(path);
+  directory.write("later/d.plist", propertyList("<key>s</key><true/>"));
+  setHeartbeatInterval(defaults, 45);
+  EXPECT_EQ(heartbeatInterval(PosixUserDefaults(path)), 45);
+  EXPECT_NE(contentsOf(path).find("<true/>"), std::string::npos);
+
+  PosixUserDefaults inMemory("");
+  setHeartbeatInterval(inMemory, 90);
+  EXPECT_EQ(heartbeatInterval(inMemory), 90);
+}
+
+TEST(UserDefaultsTest, ChangesOfOthersAreSeen) {
+  const Directory directory;
+  const std::string path = directory / "d.plist";
+  PosixUserDefaults defaults(path), others(path);
+  EXPECT_EQ(defaults.doubleForKey("n"), 0);
+  others.setDouble(7, "n");
   EXPECT_EQ(defaults.doubleForKey("n"), 7);
+  EXPECT_FALSE(defaults.isStored(0, "n"));
+  defaults.setDouble(8, "n");
+  others.setDouble(1, "others");  // does not bring 7 back
+  EXPECT_EQ(defaults.doubleForKey("others"), 1);
+  EXPECT_EQ(defaults.doubleForKey("n"), 8);
+  fs::remove(path);
+  EXPECT_EQ(defaults.doubleForKey("n"), 0);
 }
 
 TEST(BundlesTest, InfoDictionariesAreFound) {
