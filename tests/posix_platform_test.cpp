@@ -316,7 +316,9 @@ TEST(ConnectivityTest, TheDefaultRouteWithTheLeastMetricCounts) {
   EXPECT_EQ(defaultRouteInterface(header + slow + fast + down, sixth), "eth0");
   EXPECT_EQ(defaultRouteInterface(header + down, sixth), "wlan1");
   EXPECT_EQ(defaultRouteInterface("wlan0\t00000000\n\n\xFF\t", "garbage"), "");
+}
 
+TEST(ConnectivityTest, AWirelessInterfaceCountsWhileItsLinkIsUp) {
   const Directory sys;
   sys.write("class/net/wlan1/phy80211/name", "");
   EXPECT_TRUE(isWirelessLinkUp("wlan1", sys / "")) << "a driver that tells nothing";
@@ -379,6 +381,9 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   EXPECT_NE(PosixPlatform::install(options).error.find("https://example.com"), std::string::npos);
   options.collectionHost = "example.com";
   options.applicationState = PosixOptions::ApplicationState::background;
+  const Directory directory;
+  fs::current_path(directory / "");
+  options.userDefaultsFile = "d.plist";
   options.logSink = [](std::string_view) { throw std::runtime_error("to be dropped"); };
   options.sessionToken = []() -> std::optional<std::string> {
     throw std::runtime_error("to be dropped");
@@ -388,6 +393,9 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   const Platform& services = platform();
   EXPECT_EQ(services.sessionTokenProvider.sessionToken(), std::nullopt);
   services.standardOutput.writeLine("line");
+  fs::current_path("/");
+  services.userDefaults.setDouble(1, "n");
+  EXPECT_EQ(PosixUserDefaults(directory / "d.plist").doubleForKey("n"), 1);
 
   // Each observer sees the new state, on the main thread, whichever thread reported it.
   std::vector<std::string> seen;
