@@ -15,9 +15,10 @@ inline double heartbeatInterval(const UserDefaults& defaults) {
   return stored > 0 ? stored : 20;
 }
 
-/// Stores `seconds`, whatever it is, unless that is what is stored already.
+/// Stores `seconds`, whatever it is, unless that is what is stored already. What could not be
+/// written is written again.
 inline void setHeartbeatInterval(UserDefaults& defaults, double seconds) {
-  if (defaults.doubleForKey(kHeartbeatIntervalKey) != seconds)
+  if (!defaults.isStored(seconds, kHeartbeatIntervalKey))
     defaults.setDouble(seconds, kHeartbeatIntervalKey);
 }
 

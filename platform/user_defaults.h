@@ -9,10 +9,15 @@ class UserDefaults {
  public:
   virtual ~UserDefaults() = default;
 
-  /// The number stored under `key`; 0 when there is none.
+  /// The number under `key`; 0 when there is none.
   virtual double doubleForKey(std::string_view /*key*/) const { return 0; }
 
-  /// Stores `value`. A store that cannot be written keeps the value for this process only.
+  /// Whether the store holds `value` under `key`: not when it could not be written.
+  virtual bool isStored(double value, std::string_view key) const {
+    return doubleForKey(key) == value;
+  }
+
+  /// Stores `value`. One that cannot be written counts for this process only.
   virtual void setDouble(double /*value*/, std::string_view /*key*/) {}
 };
 

@@ -13,18 +13,20 @@
 #include <functional>
 #include <future>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "heartbeat/heartbeat_interval.h"
 #include "platform/platform.h"
-#include "platform/posix/device/default_route.h"
-#include "platform/posix/device/tracking.h"
+#include "platform/posix/device/connectivity.h"
+#include "platform/posix/device/host_reports.h"
+#include "platform/posix/device/standard_output.h"
 #include "platform/posix/http/collection_host.h"
 #include "platform/posix/storage/bundles.h"
-#include "platform/posix/storage/property_list.h"
 #include "platform/posix/storage/user_defaults.h"
 #include "platform/posix/threads/delayed_items.h"
 #include "platform/posix/threads/fork.h"
@@ -230,36 +232,73 @@ TEST(UserDefaultsTest, ConcurrentWritersLeaveTheLastValue) {
   for (const char* key : {"a", "b", "c", "d"}) EXPECT_EQ(read.doubleForKey(key), 20);
 }
 
-TEST(UserDefaultsTest, ADamagedFileIsSetAside) {
+TEST(UserDefaultsTest, ADamagedFileIsSetAsideWhenItIsReplaced) {
   const Directory directory;
-  std::string deep = "<plist><dict><key>n</key>";
-  for (int i = 0; i < 200'000; ++i) deep += "<array>";
-  for (const std::string& text :
-       {std::string(), std::string("<plist><dict><key>n</k"), std::string("bplist00\x01\x02"),
-        std::string("<plist><array><real>1</real></array></plist>"), deep}) {
+  for (const std::string text : {"", "<plist><dict><key>n</k", "bplist00\x01\x02",
+                                 "<plist><array><real>1</real></array></plist>"}) {
     const auto path = directory.write("d.plist", text);
     PosixUserDefaults defaults(path);
     EXPECT_EQ(defaults.doubleForKey("n"), 0) << text;
-    EXPECT_EQ(contentsOf(path + ".damaged"), text);
+    EXPECT_EQ(contentsOf(path), text);
     defaults.setDouble(7, "n");
+    EXPECT_EQ(contentsOf(path + ".damaged"), text);
     EXPECT_EQ(PosixUserDefaults(path).doubleForKey("n"), 7) << text;
   }
-  // Without a usable file, values stay in memory.
-  PosixUserDefaults defaults(directory / "missing/d.plist");
-  defaults.setDouble(7, "n");
+}
+
+TEST(UserDefaultsTest, AValueThatCouldNotBeWrittenIsWrittenLater) {
+  const Directory directory;
+  const std::string path = directory / "later/d.plist";
+  PosixUserDefaults defaults(path);
+  setHeartbeatInterval(defaults, 90);
+  EXPECT_EQ(heartbeatInterval(defaults), 90);
+  fs::create_directory(directory / "later");
+  EXPECT_EQ(heartbeatInterval(PosixUserDefaults(path)), 20);
+  setHeartbeatInterval(defaults, 90);  // the next answer repeats it
+  EXPECT_EQ(heartbeatInterval(PosixUserDefaults(path)), 90);
+
+  // A file that cannot be read is not replaced. It is read once it can be.
+  fs::remove(path);
+  fs::create_directory(path);
+  setHeartbeatInterval(defaults, 45);
+  EXPECT_EQ(heartbeatInterval(defaults), 45);
+  fs::remove(path);
+  directory.write("later/d.plist", propertyList("<key>s</key><true/>"));
+  setHeartbeatInterval(defaults, 45);
+  EXPECT_EQ(heartbeatInterval(PosixUserDefaults(path)), 45);
+  EXPECT_NE(contentsOf(path).find("<true/>"), std::string::npos);
+
+  PosixUserDefaults inMemory("");
+  setHeartbeatInterval(inMemory, 90);
+  EXPECT_EQ(heartbeatInterval(inMemory), 90);
+}
+
+TEST(UserDefaultsTest, ChangesOfOthersAreSeen) {
+  const Directory directory;
+  const std::string path = directory / "d.plist";
+  PosixUserDefaults defaults(path), others(path);
+  EXPECT_EQ(defaults.doubleForKey("n"), 0);
+  others.setDouble(7, "n");
   EXPECT_EQ(defaults.doubleForKey("n"), 7);
+  EXPECT_FALSE(defaults.isStored(0, "n"));
+  defaults.setDouble(8, "n");
+  others.setDouble(1, "others");  // does not bring 7 back
+  EXPECT_EQ(defaults.doubleForKey("others"), 1);
+  EXPECT_EQ(defaults.doubleForKey("n"), 8);
+  fs::remove(path);
+  EXPECT_EQ(defaults.doubleForKey("n"), 0);
 }
 
 TEST(BundlesTest, InfoDictionariesAreFound) {
   const Directory directory;
   directory.write("App/Info.plist",
-                  propertyList("<key>a</key><array><date>2023-11-14T22:13:20Z</date></array>"));
+                  propertyList("<key>a</key><string>2.3</string><key>b</key><integer>3</integer>"));
   const PosixBundles bundles(std::nullopt);
   const auto bundle = bundles.bundleAtPath(directory / "App");
   ASSERT_TRUE(bundle && bundle->infoDictionary);
-  const auto array = bundle->infoDictionary->begin()->value.member()->getIf<Array>();
-  ASSERT_TRUE(array);
-  EXPECT_EQ(array->begin()->member()->getIf<Date>()->iso8601(), "2023-11-14T22:13:20.000Z");
+  auto entry = bundle->infoDictionary->begin();
+  EXPECT_EQ(entry->value.member()->getIf<std::string>(), "2.3");
+  EXPECT_NE((++entry)->value.otherObject(), std::nullopt);
 
   const Bundle library = bundles.libraryBundle();
   ASSERT_TRUE(library.resourceDirectory);
@@ -279,11 +318,50 @@ TEST(ConnectivityTest, TheDefaultRouteWithTheLeastMetricCounts) {
   EXPECT_EQ(defaultRouteInterface(header + slow + fast + down, sixth), "eth0");
   EXPECT_EQ(defaultRouteInterface(header + down, sixth), "wlan1");
   EXPECT_EQ(defaultRouteInterface("wlan0\t00000000\n\n\xFF\t", "garbage"), "");
+}
 
+TEST(ConnectivityTest, AWirelessInterfaceCountsWhileItsLinkIsUp) {
   const Directory sys;
   sys.write("class/net/wlan1/phy80211/name", "");
-  EXPECT_TRUE(isWireless("wlan1", sys / ""));
-  for (const char* wired : {"eth0", ""}) EXPECT_FALSE(isWireless(wired, sys / ""));
+  EXPECT_TRUE(isWirelessLinkUp("wlan1", sys / "")) << "a driver that tells nothing";
+  for (const auto& [state, isUp] : std::map<std::string, bool>{
+           {"up", true}, {"unknown", true}, {"down", false}, {"dormant", false}}) {
+    for (const std::string interface : {"eth0", "wlan1"})
+      sys.write("class/net/" + interface + "/operstate", state + "\n");
+    EXPECT_EQ(isWirelessLinkUp("wlan1", sys / ""), isUp) << state;
+    EXPECT_FALSE(isWirelessLinkUp("eth0", sys / ""));
+  }
+  EXPECT_FALSE(isWirelessLinkUp("", sys / ""));
+}
+
+// In a child, which a signal would end.
+TEST(StandardOutputTest, ABrokenPipeRaisesNoSignal) {
+  const pid_t child = fork();
+  if (child == 0) {
+    int ends[2];
+    char line[16] = {};
+    sigset_t signals, pending;
+    if (pipe(ends) != 0 || dup2(ends[1], STDOUT_FILENO) < 0) _exit(1);
+    signal(SIGPIPE, SIG_DFL);
+    PosixStandardOutput output(nullptr);
+    output.writeLine("heard");
+    if (read(ends[0], line, sizeof line) != 6 || line != std::string("heard\n")) _exit(2);
+    close(ends[0]);
+    output.writeLine("lost");
+    sigpending(&pending);
+    if (sigismember(&pending, SIGPIPE) != 0) _exit(3);
+    // The host's own signal stays pending.
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPIPE);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    raise(SIGPIPE);
+    output.writeLine("lost");
+    sigpending(&pending);
+    _exit(sigismember(&pending, SIGPIPE) == 1 ? 0 : 4);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST(OptionsTest, CollectionHostsAndIdentifiersAreChecked) {
@@ -312,6 +390,9 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   EXPECT_NE(PosixPlatform::install(options).error.find("https://example.com"), std::string::npos);
   options.collectionHost = "example.com";
   options.applicationState = PosixOptions::ApplicationState::background;
+  const Directory directory;
+  fs::current_path(directory / "");
+  options.userDefaultsFile = "d.plist";
   options.logSink = [](std::string_view) { throw std::runtime_error("to be dropped"); };
   options.sessionToken = []() -> std::optional<std::string> {
     throw std::runtime_error("to be dropped");
@@ -321,6 +402,9 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   const Platform& services = Library::current().endpoints().platform;
   EXPECT_EQ(services.sessionTokenProvider->sessionToken(), std::nullopt);
   services.standardOutput->writeLine("line");
+  fs::current_path("/");
+  services.userDefaults->setDouble(1, "n");
+  EXPECT_EQ(PosixUserDefaults(directory / "d.plist").doubleForKey("n"), 1);
 
   // Each observer sees the new state, on the main thread, whichever thread reported it.
   std::vector<std::string> seen;

@@ -35,12 +35,14 @@ struct PosixOptions {
   /// Where events and heartbeats go: "host" or "host:port". An IPv6 address stands in brackets.
   std::string collectionHost;
 
-  /// The property-list file that keeps the library's settings, written by this library alone. Its
-  /// directory must exist. Without a file, settings last as long as the process.
+  /// The property-list file that keeps the library's settings. Its directory must exist. Entries
+  /// of others in it stay, and their changes are seen. Without a file, settings last as long as the
+  /// process. Relative paths are taken from the working directory of the call that installs.
   std::string userDefaultsFile;
 
   /// The application's Info dictionary, which holds its version: either the dictionary itself or
-  /// the path of a property list. A list that cannot be read counts as none.
+  /// the path of a property list. A list that cannot be read counts as none, as does one of more
+  /// than 4 MiB, 100,000 values or 64 containers inside one another.
   std::optional<HostMap> infoDictionary;
   std::string infoPropertyListFile;
 

@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -91,10 +92,13 @@ Installation PosixPlatform::install(PosixOptions options) {
       return {nullptr, "The collection host has to be \"host\" or \"host:port\", not \"" +
                            options.collectionHost + "\"."};
     }
-    for (const auto* name : {&options.userDefaultsFile, &options.infoPropertyListFile,
-                             &options.certificateAuthorities})
+    for (auto* name : {&options.userDefaultsFile, &options.infoPropertyListFile,
+                       &options.certificateAuthorities}) {
       if (name->find('\0') != std::string::npos)
         return {nullptr, "The name of a file must not hold a NUL character."};
+      // The host may change its working directory later.
+      if (!name->empty()) *name = std::filesystem::absolute(*name).string();
+    }
     if (options.advertisingIdentifier && !canonicalUUID(*options.advertisingIdentifier))
       return {nullptr, "The advertising identifier is not a UUID."};
 

@@ -3,14 +3,10 @@
 #include <string>
 
 #include "platform/platform.h"
-#include "platform/posix/device/application.h"
-#include "platform/posix/device/clock.h"
+#include "platform/posix/device/clock_and_random.h"
 #include "platform/posix/device/connectivity.h"
-#include "platform/posix/device/device.h"
-#include "platform/posix/device/random_source.h"
+#include "platform/posix/device/host_reports.h"
 #include "platform/posix/device/standard_output.h"
-#include "platform/posix/device/telephony.h"
-#include "platform/posix/device/tracking.h"
 #include "platform/posix/http/authentication.h"
 #include "platform/posix/http/url_session.h"
 #include "platform/posix/storage/bundles.h"

@@ -42,6 +42,9 @@ class TracingDefaults final : public veltrano::UserDefaults {
       : trace_(trace), defaults_(defaults) {}
 
   double doubleForKey(std::string_view key) const override { return defaults_.doubleForKey(key); }
+  bool isStored(double value, std::string_view key) const override {
+    return defaults_.isStored(value, key);
+  }
   void setDouble(double value, std::string_view key) override {
     trace_.wroteDefaults(std::string(key), value);
     defaults_.setDouble(value, key);

@@ -6,20 +6,79 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
-#include <iterator>
-#include <string>
+#include <charconv>
+#include <cstdint>
+#include <new>
+#include <optional>
+#include <vector>
 
-#include "platform/posix/device/default_route.h"
+#include "platform/posix/storage/files.h"
 #include "platform/posix/threads/background_thread.h"
 
 namespace veltrano {
 namespace {
 
-// The system's tables have no size beforehand.
-std::string readTable(const char* path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
+using Fields = std::vector<std::string_view>;
+
+// Cuts the first line off `text` and gives its fields.
+Fields takeLine(std::string_view& text) {
+  const auto end = text.find('\n');
+  std::string_view line = text.substr(0, end);
+  text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+  Fields fields;
+  for (;;) {
+    const auto start = line.find_first_not_of(" \t");
+    if (start == std::string_view::npos) return fields;
+    line.remove_prefix(start);
+    const auto length = line.find_first_of(" \t");
+    fields.push_back(line.substr(0, length));
+    line.remove_prefix(fields.back().size());
+  }
+}
+
+std::optional<std::uint32_t> numberIn(std::string_view text, int base) {
+  std::uint32_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+bool isZero(std::string_view digits) {
+  return !digits.empty() && digits.find_first_not_of('0') == std::string_view::npos;
+}
+
+// How one table lays out its lines.
+struct Layout {
+  std::size_t destination;
+  std::size_t prefix;  // the mask or the length of the prefix
+  std::size_t flags;
+  std::size_t metric;
+  int metricBase;
+  std::size_t interface;
+  std::size_t fieldCount;
+};
+constexpr Layout kIPv4{1, 7, 3, 6, 10, 0, 8};
+constexpr Layout kIPv6{0, 1, 8, 5, 16, 9, 10};
+
+std::string defaultRouteInterface(std::string_view routes, const Layout& layout) {
+  constexpr std::uint32_t kUp = 0x0001;
+  constexpr std::uint32_t kReject = 0x0200;
+  std::string best;
+  std::optional<std::uint32_t> bestMetric;
+  while (!routes.empty()) {
+    const Fields fields = takeLine(routes);
+    if (fields.size() < layout.fieldCount || !isZero(fields[layout.destination]) ||
+        !isZero(fields[layout.prefix])) {
+      continue;
+    }
+    const auto flags = numberIn(fields[layout.flags], 16);
+    const auto metric = numberIn(fields[layout.metric], layout.metricBase);
+    if (!flags || !metric || (*flags & (kUp | kReject)) != kUp) continue;
+    if (bestMetric && *metric >= *bestMetric) continue;
+    bestMetric = metric;
+    best = fields[layout.interface];
+  }
+  return best;
 }
 
 // A socket that receives a message for each change of routes or interfaces; -1 when not permitted.
@@ -52,9 +111,14 @@ void PosixConnectivity::startWatching() {
 }
 
 void PosixConnectivity::look() {
-  const std::string interface =
-      defaultRouteInterface(readTable("/proc/net/route"), readTable("/proc/net/ipv6_route"));
-  isOnWiFi_.store(isWireless(interface, "/sys"), std::memory_order_relaxed);
+  const auto table = [](const char* path) { return readFile(path).contents.value_or(""); };
+  try {
+    const std::string interface =
+        defaultRouteInterface(table("/proc/net/route"), table("/proc/net/ipv6_route"));
+    isOnWiFi_.store(isWirelessLinkUp(interface, "/sys"), std::memory_order_relaxed);
+  } catch (const std::bad_alloc&) {
+    // The last answer stays until the next change.
+  }
 }
 
 void PosixConnectivity::watch(int changes) {
@@ -64,6 +128,22 @@ void PosixConnectivity::watch(int changes) {
     look();
   }
   close(changes);
+}
+
+std::string defaultRouteInterface(std::string_view ipv4Routes, std::string_view ipv6Routes) {
+  const std::string interface = defaultRouteInterface(ipv4Routes, kIPv4);
+  return !interface.empty() ? interface : defaultRouteInterface(ipv6Routes, kIPv6);
+}
+
+bool isWirelessLinkUp(const std::string& interface, const std::string& sysfs) {
+  if (interface.empty()) return false;
+  const std::string description = sysfs + "/class/net/" + interface;
+  const bool isWireless = access((description + "/wireless").c_str(), F_OK) == 0 ||
+                          access((description + "/phy80211").c_str(), F_OK) == 0;
+  if (!isWireless) return false;
+  // Drivers that do not tell the state leave it unknown.
+  const std::string state = readFile(description + "/operstate").contents.value_or("unknown");
+  return state.starts_with("up") || state.starts_with("unknown");
 }
 
 }  // namespace veltrano

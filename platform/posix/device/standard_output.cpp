@@ -1,5 +1,9 @@
 #include "platform/posix/device/standard_output.h"
 
+#include <signal.h>
+#include <time.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <string>
 #include <utility>
@@ -7,6 +11,37 @@
 #include "platform/posix/threads/fork.h"
 
 namespace veltrano {
+namespace {
+
+// Blocks SIGPIPE on this thread and consumes one that is raised meanwhile. A write into a pipe that
+// nobody reads would end the host otherwise.
+class WithoutBrokenPipeSignal {
+ public:
+  WithoutBrokenPipeSignal() {
+    sigset_t pending;
+    sigpending(&pending);
+    if (sigismember(&pending, SIGPIPE) != 0) return;  // blocked already, and the host's own
+    sigemptyset(&brokenPipe_);
+    sigaddset(&brokenPipe_, SIGPIPE);
+    isActive_ = pthread_sigmask(SIG_BLOCK, &brokenPipe_, &before_) == 0;
+  }
+  ~WithoutBrokenPipeSignal() {
+    if (!isActive_) return;
+    const timespec now = {};
+    while (sigtimedwait(&brokenPipe_, nullptr, &now) < 0 && errno == EINTR) {
+    }
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  WithoutBrokenPipeSignal(const WithoutBrokenPipeSignal&) = delete;
+  WithoutBrokenPipeSignal& operator=(const WithoutBrokenPipeSignal&) = delete;
+
+ private:
+  bool isActive_ = false;
+  sigset_t brokenPipe_;
+  sigset_t before_;
+};
+
+}  // namespace
 
 PosixStandardOutput::PosixStandardOutput(std::function<void(std::string_view)> sink)
     : sink_(std::move(sink)) {}
@@ -21,9 +56,10 @@ void PosixStandardOutput::writeLine(std::string_view line) {
     }
     return;
   }
-  // One call under the stream's lock, so that lines stay whole.
   std::string text(line);
   text += '\n';
+  const WithoutBrokenPipeSignal guard;
+  // One call under the stream's lock, so that lines stay whole.
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::fflush(stdout);
 }

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,7 +11,7 @@
 namespace veltrano {
 namespace {
 
-constexpr off_t kLargestFile = 4 << 20;
+constexpr std::size_t kLargestFile = 4 << 20;
 
 class Descriptor {
  public:
@@ -30,47 +29,74 @@ class Descriptor {
   const int descriptor_;
 };
 
+// Calls a function of the system again for as long as a signal interrupts it.
+template <class Call>
+auto uninterrupted(Call call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
+
+// Executed programs do not inherit it.
+int openForReading(const std::string& path, int flags) {
+  return uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC | flags); });
+}
+
 bool writeAll(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
-    const ssize_t written = write(descriptor, bytes.data(), bytes.size());
-    if (written < 0 && errno != EINTR) return false;
-    if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
+    const ssize_t written =
+        uninterrupted([&] { return write(descriptor, bytes.data(), bytes.size()); });
+    if (written <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
   }
   return true;
+}
+
+bool isSynced(int descriptor) {
+  return uninterrupted([&] { return fsync(descriptor); }) == 0;
 }
 
 // Makes a rename in the directory of `path` durable. Some file systems cannot; that is no failure.
 void syncDirectory(const std::string& path) {
   const auto slash = path.rfind('/');
   const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const Descriptor descriptor(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (descriptor.isOpen()) fsync(descriptor.get());
+  const Descriptor descriptor(openForReading(directory, O_DIRECTORY));
+  if (descriptor.isOpen()) isSynced(descriptor.get());
 }
 
 }  // namespace
 
+bool FileStamp::operator==(const FileStamp& other) const {
+  return device == other.device && inode == other.inode && size == other.size &&
+         modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec;
+}
+
+std::optional<FileStamp> stampOf(const std::string& path) {
+  struct stat status;
+  if (stat(path.c_str(), &status) != 0) return std::nullopt;
+  return FileStamp{status.st_dev, status.st_ino, status.st_size, status.st_mtim};
+}
+
 FileContents readFile(const std::string& path) {
   // Non-blocking, for whatever may stand there in the place of a file.
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const Descriptor file(openForReading(path, O_NONBLOCK));
   if (!file.isOpen()) return {errno != ENOENT && errno != ENOTDIR, std::nullopt};
   struct stat status;
-  if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-      status.st_size > kLargestFile) {
-    return {true, std::nullopt};
+  if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {true, std::nullopt};
+  // To the end, wherever that is: the kernel's tables have no size beforehand.
+  std::string contents;
+  char part[16 * 1024];
+  for (;;) {
+    const ssize_t count = uninterrupted([&] { return read(file.get(), part, sizeof part); });
+    if (count == 0) return {true, std::move(contents)};
+    if (count < 0 || contents.size() + static_cast<std::size_t>(count) > kLargestFile)
+      return {true, std::nullopt};
+    contents.append(part, static_cast<std::size_t>(count));
   }
-  std::string contents(static_cast<std::size_t>(status.st_size), '\0');
-  std::size_t size = 0;
-  while (size < contents.size()) {
-    const ssize_t count = read(file.get(), contents.data() + size, contents.size() - size);
-    if (count < 0 && errno != EINTR) return {true, std::nullopt};
-    if (count == 0) break;
-    if (count > 0) size += static_cast<std::size_t>(count);
-  }
-  contents.resize(size);
-  return {true, std::move(contents)};
 }
 
 bool replaceFile(const std::string& path, std::string_view contents) {
+  if (contents.size() > kLargestFile) return false;  // nobody could read it again
   std::string temporary = path + ".XXXXXX";
   bool isWritten = false;
   {
@@ -78,7 +104,7 @@ bool replaceFile(const std::string& path, std::string_view contents) {
     if (!file.isOpen()) return false;
     struct stat replaced;
     if (stat(path.c_str(), &replaced) == 0) fchmod(file.get(), replaced.st_mode & 07777);
-    isWritten = writeAll(file.get(), contents) && fsync(file.get()) == 0;
+    isWritten = writeAll(file.get(), contents) && isSynced(file.get());
   }
   if (!isWritten || rename(temporary.c_str(), path.c_str()) != 0) {
     unlink(temporary.c_str());

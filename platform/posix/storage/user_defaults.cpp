@@ -2,9 +2,9 @@
 
 #include <stdio.h>
 
+#include <new>
 #include <utility>
 
-#include "platform/posix/storage/files.h"
 #include "platform/posix/threads/fork.h"
 
 namespace veltrano {
@@ -14,45 +14,77 @@ PosixUserDefaults::PosixUserDefaults(std::string path) : path_(std::move(path)) 
 double PosixUserDefaults::doubleForKey(std::string_view key) const {
   if (isForkedChild()) return 0;
   const std::lock_guard lock(mutex_);
-  return loadedList().number(std::string(key)).value_or(0);
+  const auto unwritten = unwritten_.find(key);
+  return unwritten != unwritten_.end() ? unwritten->second : numberInFile(key);
+}
+
+bool PosixUserDefaults::isStored(double value, std::string_view key) const {
+  if (path_.empty()) return doubleForKey(key) == value;
+  if (isForkedChild()) return true;
+  const std::lock_guard lock(mutex_);
+  return unwritten_.find(key) == unwritten_.end() && numberInFile(key) == value;
 }
 
 void PosixUserDefaults::setDouble(double value, std::string_view key) {
   if (isForkedChild()) return;
-  std::uint64_t version = 0;
-  std::string text;
-  {
-    const std::lock_guard lock(mutex_);
-    PropertyList& list = loadedList();
-    list.setNumber(value, std::string(key));
-    if (!isFileUsable_) return;
-    version = ++version_;
-    text = list.xml();
+  try {
+    {
+      const std::lock_guard lock(mutex_);
+      unwritten_.insert_or_assign(std::string(key), value);
+    }
+    if (!path_.empty()) writeFile();
+  } catch (const std::bad_alloc&) {
+    // One more reason why a value cannot be written.
   }
-  writeFile(version, text);
 }
 
 // Called with mutex_ held.
-PropertyList& PosixUserDefaults::loadedList() const {
-  if (list_) return *list_;
-  if (!path_.empty()) {
-    const FileContents file = readFile(path_);
-    isFileUsable_ = file.contents.has_value() || !file.exists;
-    if (file.contents) {
-      list_ = PropertyList::parse(*file.contents);
-      // What cannot be set aside is left as it is.
-      if (!list_ && rename(path_.c_str(), (path_ + ".damaged").c_str()) != 0) isFileUsable_ = false;
+double PosixUserDefaults::numberInFile(std::string_view key) const {
+  if (path_.empty()) return 0;
+  // Taken before the file is read: what changes in between is read the next time.
+  const auto stamp = stampOf(path_);
+  if (stamp != readStamp_) {
+    try {
+      // What was read before counts for as long as the file cannot be read.
+      const FileContents file = readFile(path_);
+      if (file.contents || !file.exists) {
+        list_ = file.contents ? PropertyList::parse(*file.contents) : std::nullopt;
+        readStamp_ = stamp;
+      }
+    } catch (const std::bad_alloc&) {
+      // Nor while there is no memory to read it.
     }
   }
-  if (!list_) list_.emplace();
-  return *list_;
+  return list_ ? list_->number(key).value_or(0) : 0;
 }
 
-// Of concurrent changes the latest is to stay, in whatever order they get here.
-void PosixUserDefaults::writeFile(std::uint64_t version, const std::string& text) {
-  const std::lock_guard lock(fileMutex_);
-  if (version < versionInFile_) return;
-  if (replaceFile(path_, text)) versionInFile_ = version;
+// Writes what is unwritten. Of several callers one writes for all, and all return after that.
+void PosixUserDefaults::writeFile() {
+  const std::lock_guard onlyWriter(writing_);
+  Numbers numbers;
+  {
+    const std::lock_guard lock(mutex_);
+    numbers = unwritten_;
+  }
+  if (numbers.empty()) return;
+  const FileContents file = readFile(path_);
+  if (file.exists && !file.contents) return;  // not ours to replace
+  std::optional<PropertyList> list;
+  if (file.contents) {
+    list = PropertyList::parse(*file.contents);
+    if (!list && rename(path_.c_str(), (path_ + ".damaged").c_str()) != 0) return;
+  }
+  if (!list) list.emplace();
+  for (const auto& [key, number] : numbers) list->setNumber(number, key);
+  if (!replaceFile(path_, list->xml())) return;
+
+  const std::lock_guard lock(mutex_);
+  list_.reset();
+  readStamp_.reset();
+  for (const auto& [key, number] : numbers) {
+    const auto unwritten = unwritten_.find(key);
+    if (unwritten->second == number) unwritten_.erase(unwritten);
+  }
 }
 
 }  // namespace veltrano

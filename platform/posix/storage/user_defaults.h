@@ -1,42 +1,46 @@
 #pragma once
 
-#include <cstdint>
+#include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "platform/posix/storage/files.h"
 #include "platform/posix/storage/property_list.h"
 #include "platform/user_defaults.h"
 
 namespace veltrano {
 
-/// User defaults in one property-list file, which is read at the first use and replaced as a whole
-/// with every change; the file's other entries stay. A damaged file is set aside, as
-/// "NAME.damaged". Without a file, or with one that cannot be read, values live in memory.
+/// User defaults in one property-list file. The file is read again when it has changed, and
+/// replaced as a whole with every change; its other entries stay. A damaged file is set aside, as
+/// "NAME.damaged", when it is to be replaced. A value that cannot be written counts for this
+/// process all the same, and is written together with the next one.
 class PosixUserDefaults final : public UserDefaults {
  public:
-  /// An empty path means no file.
+  /// An empty path means no file: values last as long as the process.
   explicit PosixUserDefaults(std::string path);
 
   double doubleForKey(std::string_view key) const override;
+  bool isStored(double value, std::string_view key) const override;
 
-  /// Returns when the value is on the disk. Readers do not wait for that.
+  /// Returns when the value is on the disk or cannot be written. Readers do not wait for that.
   void setDouble(double value, std::string_view key) override;
 
  private:
-  PropertyList& loadedList() const;
-  void writeFile(std::uint64_t version, const std::string& text);
+  using Numbers = std::map<std::string, double, std::less<>>;
+
+  double numberInFile(std::string_view key) const;
+  void writeFile();
 
   const std::string path_;
 
+  std::mutex writing_;  // taken before mutex_
   mutable std::mutex mutex_;
-  mutable std::optional<PropertyList> list_;  // guarded by mutex_
-  mutable bool isFileUsable_ = false;         // guarded by mutex_, as are the following
-  std::uint64_t version_ = 0;
-
-  std::mutex fileMutex_;             // taken without mutex_
-  std::uint64_t versionInFile_ = 0;  // guarded by fileMutex_
+  Numbers unwritten_;                           // guarded by mutex_, as are the following
+  mutable std::optional<PropertyList> list_;    // as last read; none when unusable
+  mutable std::optional<FileStamp> readStamp_;  // of the file as last read
 };
 
 }  // namespace veltrano

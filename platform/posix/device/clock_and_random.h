@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/clock.h"
+#include "platform/random_source.h"
 
 namespace veltrano {
 
@@ -8,6 +9,11 @@ class PosixClock final : public WallClock {
  public:
   WallTime now() const override;
   std::chrono::seconds localTimeOffset(WallTime instant) const override;
+};
+
+class PosixRandomSource final : public RandomSource {
+ public:
+  RandomBytes bytes() override;
 };
 
 }  // namespace veltrano

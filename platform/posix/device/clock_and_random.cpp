@@ -1,6 +1,9 @@
-#include "platform/posix/device/clock.h"
+#include "platform/posix/device/clock_and_random.h"
 
 #include <time.h>
+#include <unistd.h>
+
+#include <random>
 
 #include "platform/posix/threads/fork.h"
 
@@ -16,6 +19,15 @@ std::chrono::seconds PosixClock::localTimeOffset(WallTime instant) const {
   tm local = {};
   if (localtime_r(&seconds, &local) == nullptr) return std::chrono::seconds(0);
   return std::chrono::seconds(local.tm_gmtoff);
+}
+
+RandomBytes PosixRandomSource::bytes() {
+  // The kernel's own, which takes no library to be set up on the host's main thread.
+  RandomBytes bytes;
+  if (getentropy(bytes.data(), bytes.size()) == 0) return bytes;
+  std::random_device device;
+  for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(device());
+  return bytes;
 }
 
 }  // namespace veltrano

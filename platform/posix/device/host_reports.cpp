@@ -1,0 +1,64 @@
+#include "platform/posix/device/host_reports.h"
+
+#include <sys/utsname.h>
+
+#include "platform/posix/threads/fork.h"
+
+namespace veltrano {
+
+PosixDevice::PosixDevice(std::optional<std::string> systemName,
+                         std::optional<std::string> systemVersion) {
+  utsname names = {};
+  uname(&names);
+  systemName_ = systemName ? std::move(*systemName) : names.sysname;
+  systemVersion_ = systemVersion ? std::move(*systemVersion) : names.release;
+  machine_ = names.machine;
+}
+
+void PosixDevice::setMainScreenSize(ScreenSize size) {
+  if (isForkedChild()) return;
+  const std::lock_guard lock(mutex_);
+  screenSize_ = size;
+}
+
+ScreenSize PosixDevice::mainScreenSize() const {
+  if (isForkedChild()) return {};
+  const std::lock_guard lock(mutex_);
+  return screenSize_;
+}
+
+void ReportedText::set(std::optional<std::string> text) {
+  if (isForkedChild()) return;
+  const std::lock_guard lock(mutex_);
+  text_.swap(text);
+  isPresent_.store(text_.has_value(), std::memory_order_relaxed);
+}
+
+std::optional<std::string> ReportedText::get() const {
+  if (!isPresent_.load(std::memory_order_relaxed) || isForkedChild()) return std::nullopt;
+  const std::lock_guard lock(mutex_);
+  return text_;
+}
+
+void PosixIdentifiers::setAdvertisingIdentifier(std::optional<std::string> identifier) {
+  identifier_.set(identifier ? canonicalUUID(*identifier) : std::nullopt);
+}
+
+std::string PosixIdentifiers::advertisingIdentifier() const {
+  return identifier_.get().value_or("00000000-0000-0000-0000-000000000000");
+}
+
+std::optional<std::string> canonicalUUID(std::string_view text) {
+  constexpr std::string_view kPattern = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
+  if (text.size() != kPattern.size()) return std::nullopt;
+  std::string canonical(text);
+  for (std::size_t i = 0; i < kPattern.size(); ++i) {
+    char& c = canonical[i];
+    if (c >= 'a' && c <= 'f') c = static_cast<char>(c - 'a' + 'A');
+    const bool isDigit = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
+    if (kPattern[i] == '-' ? c != '-' : !isDigit) return std::nullopt;
+  }
+  return canonical;
+}
+
+}  // namespace veltrano

@@ -1,0 +1,107 @@
+// What the host reports about itself and the device. Every object keeps the latest report, and is
+// safe to use from any thread.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/application.h"
+#include "platform/device.h"
+#include "platform/telephony.h"
+#include "platform/tracking.h"
+
+namespace veltrano {
+
+class PosixApplication final : public Application {
+ public:
+  PosixApplication(ApplicationState state, int interfaceOrientation)
+      : state_(state), interfaceOrientation_(interfaceOrientation) {}
+
+  void setState(ApplicationState state) { state_ = state; }
+  void setInterfaceOrientation(int orientation) { interfaceOrientation_ = orientation; }
+
+  ApplicationState state() const override { return state_; }
+  int interfaceOrientation() const override { return interfaceOrientation_; }
+
+ private:
+  std::atomic<ApplicationState> state_;
+  std::atomic<int> interfaceOrientation_;
+};
+
+class PosixDevice final : public Device {
+ public:
+  /// The system's name and version come from `uname` when the host gives none.
+  PosixDevice(std::optional<std::string> systemName, std::optional<std::string> systemVersion);
+
+  void setMainScreenSize(ScreenSize size);
+  void setOrientation(int orientation) { orientation_ = orientation; }
+
+  ScreenSize mainScreenSize() const override;
+  std::string systemName() const override { return systemName_; }
+  std::string systemVersion() const override { return systemVersion_; }
+  std::string machine() const override { return machine_; }
+  int orientation() const override { return orientation_; }
+
+ private:
+  std::string systemName_;
+  std::string systemVersion_;
+  std::string machine_;
+  mutable std::mutex mutex_;
+  ScreenSize screenSize_;  // guarded by mutex_; read once in a process, so nobody waits
+  std::atomic<int> orientation_{0};
+};
+
+/// A text that may be absent. Reading an absent one takes no lock.
+class ReportedText {
+ public:
+  void set(std::optional<std::string> text);
+
+  /// None as well in a forked child.
+  std::optional<std::string> get() const;
+
+ private:
+  std::atomic<bool> isPresent_{false};
+  mutable std::mutex mutex_;
+  std::optional<std::string> text_;  // guarded by mutex_
+};
+
+class PosixTelephony final : public CTTelephonyNetworkInfo {
+ public:
+  void setCarrierName(std::optional<std::string> name) { carrierName_.set(std::move(name)); }
+
+  std::optional<std::string> carrierName() const override { return carrierName_.get(); }
+
+ private:
+  ReportedText carrierName_;
+};
+
+class PosixTracking final : public ATTrackingManager {
+ public:
+  void setTrackingAuthorizationStatus(std::uint64_t status) { status_ = status; }
+
+  std::uint64_t trackingAuthorizationStatus() const override { return status_; }
+
+ private:
+  std::atomic<std::uint64_t> status_{0};
+};
+
+class PosixIdentifiers final : public ASIdentifierManager {
+ public:
+  /// Anything but the text of a UUID counts as none.
+  void setAdvertisingIdentifier(std::optional<std::string> identifier);
+
+  std::string advertisingIdentifier() const override;
+
+ private:
+  ReportedText identifier_;
+};
+
+/// The canonical text of the UUID that `text` stands for; none when it stands for none.
+std::optional<std::string> canonicalUUID(std::string_view text);
+
+}  // namespace veltrano

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace veltrano {
+
+/// An element of a property list's XML form. The binary form is read into the same elements.
+struct PropertyListNode {
+  enum class Kind { array, boolean, data, date, dictionary, integer, key, real, string };
+
+  Kind kind = Kind::dictionary;
+  std::string text;                     // between the tags; "true" or "false" of a boolean
+  std::vector<PropertyListNode> items;  // a dictionary's are a key, its value, the next key, ...
+};
+
+/// Thrown for what is no property list or exceeds the bounds.
+struct UnusablePropertyList {};
+
+/// Bounds what is built from one property list, however little text describes it.
+class PropertyListBudget {
+ public:
+  static constexpr int kDeepest = 64;                     // containers inside one another
+  static constexpr std::size_t kMostNodes = 100'000;      // values and keys
+  static constexpr std::size_t kMostBytes = 8 * 1048576;  // of text and data
+
+  void spendNode(int depth) {
+    if (depth > kDeepest || ++nodes_ > kMostNodes) throw UnusablePropertyList();
+  }
+  void spendBytes(std::size_t count) {
+    if (count > kMostBytes - bytes_) throw UnusablePropertyList();
+    bytes_ += count;
+  }
+
+ private:
+  std::size_t nodes_ = 0;
+  std::size_t bytes_ = 0;
+};
+
+/// Throw `UnusablePropertyList`, or `std::bad_alloc`, after which the same text may be readable.
+PropertyListNode readXMLPropertyList(std::string_view text);
+PropertyListNode readBinaryPropertyList(std::string_view bytes);
+
+std::string xmlOf(const PropertyListNode& root);
+
+}  // namespace veltrano
