@@ -45,6 +45,9 @@ class WorkQueue {
   /// Items due at the same time keep the order in which they were scheduled.
   virtual void asyncAfter(Duration /*delay*/, std::shared_ptr<WorkItem> /*item*/) {}
 
+  /// Whether nothing has been submitted after `block`, which has not begun to run.
+  virtual bool isNewest(const Block& /*block*/) const { return false; }
+
   /// For the block that is running, as its last act: parks the queue until `group` is empty, then
   /// runs `then` before any other block. When the group is empty already, `then` runs at once.
   virtual void wait(std::shared_ptr<DispatchGroup> /*group*/, std::function<void()> /*then*/) {}

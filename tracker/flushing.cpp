@@ -32,25 +32,18 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
     log_("Scheduling a flush with delay of ", delay.count(), " secs");
   }
   log_("Canceling scheduled flush!");
-  auto item =
-      std::make_shared<WorkItem>([this, delay, isForced, completion = std::move(completion)] {
-        if (isForced) {
-          log_("In the scheduled flush work item block  that is forced");
-        } else {
-          log_("In the scheduled flush work item block after delay of ", delay.count(), " secs");
-        }
-        flushQueue(completion);
-      });
-
-  // Destroyed after the lock is released: what its completion holds is the host's.
-  std::shared_ptr<WorkItem> replaced = item;
-  const std::lock_guard lock(flushMutex_);
   // An upload that ends just as the application enters the background must not put a periodic
   // flush in the place of the final one.
-  if (!isForced && !isRunning_) return;
-  flushWorkItem_.swap(replaced);
-  replaced->cancel();
-  dispatchQueue_.asyncAfter(delay, std::move(item));
+  pendingFlush_.schedule(delay, std::move(completion), isForced ? nullptr : &isRunning_);
+}
+
+void Tracker::runScheduledFlush(std::chrono::seconds delay, const FlushCompletion& completion) {
+  if (delay == delay.zero()) {
+    log_("In the scheduled flush work item block  that is forced");
+  } else {
+    log_("In the scheduled flush work item block after delay of ", delay.count(), " secs");
+  }
+  flushQueue(completion);
 }
 
 void Tracker::flushQueue(const FlushCompletion& completion) {

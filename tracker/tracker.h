@@ -4,7 +4,6 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,6 +15,7 @@
 #include "properties/default_properties.h"
 #include "tracker/event_encoder.h"
 #include "tracker/event_queue.h"
+#include "tracker/pending_flush.h"
 #include "tracker/refresh_triggers.h"
 #include "tracker/super_properties.h"
 #include "upload/endpoints.h"
@@ -89,6 +89,7 @@ class Tracker {
   // The flush that is due next, from any thread.
   void startFlushCycle();
   void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion);
+  void runScheduledFlush(std::chrono::seconds delay, const FlushCompletion& completion);
 
   // The event queue, on the work queue.
   void trimQueueIfNecessary();
@@ -117,9 +118,9 @@ class Tracker {
 
   SuperProperties superProperties_;
 
-  std::mutex flushMutex_;
-  // The one pending flush; guarded by flushMutex_.
-  std::shared_ptr<WorkItem> flushWorkItem_ = std::make_shared<WorkItem>([] {});
+  PendingFlush pendingFlush_{dispatchQueue_, [this](auto delay, const auto& completion) {
+                               runScheduledFlush(delay, completion);
+                             }};
 
   RefreshTriggers refreshTriggers_;
 };

@@ -9,11 +9,11 @@ SimulatedWorkQueue::SimulatedWorkQueue(Timeline& timeline) : timeline_(timeline)
 }
 
 void SimulatedWorkQueue::async(std::unique_ptr<Block> block) {
-  ready_.push_back([shared = std::shared_ptr<Block>(std::move(block))] { shared->run(); });
+  ready_.push_back(std::move(block));
 }
 
 void SimulatedWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) {
-  auto becomeReady = [this, item = std::move(item)] { ready_.push_back([item] { item->run(); }); };
+  auto becomeReady = [this, item = std::move(item)] { async([item] { item->run(); }); };
   if (delay <= Duration::zero()) return becomeReady();
   timeline_.schedule(delay, std::move(becomeReady));
 }
@@ -35,7 +35,7 @@ bool SimulatedWorkQueue::runOne() {
   if (ready_.empty()) return false;
   const auto block = std::move(ready_.front());
   ready_.pop_front();
-  block();
+  block->run();
   return true;
 }
 

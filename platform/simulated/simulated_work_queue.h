@@ -20,13 +20,16 @@ class SimulatedWorkQueue final : public WorkQueue {
   using WorkQueue::async;
   void async(std::unique_ptr<Block> block) override;
   void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override;
+  bool isNewest(const Block& block) const override {
+    return !ready_.empty() && ready_.back().get() == &block;
+  }
   void wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) override;
 
  private:
   bool runOne();
 
   Timeline& timeline_;
-  std::deque<std::function<void()>> ready_;
+  std::deque<std::unique_ptr<Block>> ready_;
   std::shared_ptr<DispatchGroup> awaited_;  // not null while the queue is parked
   std::function<void()> afterWait_;
 };

@@ -24,6 +24,7 @@ class PosixWorkQueue final : public WorkQueue {
   using WorkQueue::async;
   void async(std::unique_ptr<Block> block) override;
   void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override;
+  bool isNewest(const Block& block) const override { return submitted_.newest() == &block; }
   void wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) override;
 
  private:
