@@ -4,9 +4,8 @@
 
 #include <utility>
 
-#include "platform/posix/threads/fork.h"
-
 namespace veltrano {
+
 PosixDevice::PosixDevice(std::optional<std::string> systemName,
                          std::optional<std::string> systemVersion) {
   utsname names = {};
@@ -17,13 +16,11 @@ PosixDevice::PosixDevice(std::optional<std::string> systemName,
 }
 
 void PosixDevice::setMainScreenSize(ScreenSize size) {
-  if (isForkedChild()) return;
   const std::lock_guard lock(mutex_);
   screenSize_ = size;
 }
 
 ScreenSize PosixDevice::mainScreenSize() const {
-  if (isForkedChild()) return {};
   const std::lock_guard lock(mutex_);
   return screenSize_;
 }

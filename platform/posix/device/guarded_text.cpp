@@ -2,19 +2,16 @@
 
 #include <utility>
 
-#include "platform/posix/threads/fork.h"
-
 namespace veltrano {
 
 void GuardedText::set(std::optional<std::string> text) {
-  if (isForkedChild()) return;
   const std::lock_guard lock(mutex_);
   text_.swap(text);
   isPresent_.store(text_.has_value(), std::memory_order_relaxed);
 }
 
 std::optional<std::string> GuardedText::get() const {
-  if (!isPresent_.load(std::memory_order_relaxed) || isForkedChild()) return std::nullopt;
+  if (!isPresent_.load(std::memory_order_relaxed)) return std::nullopt;
   const std::lock_guard lock(mutex_);
   return text_;
 }

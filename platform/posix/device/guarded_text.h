@@ -13,7 +13,6 @@ class GuardedText {
  public:
   void set(std::optional<std::string> text);
 
-  /// None as well in a forked child.
   std::optional<std::string> get() const;
 
  private:

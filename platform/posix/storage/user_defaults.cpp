@@ -5,20 +5,17 @@
 #include <utility>
 
 #include "platform/posix/storage/files.h"
-#include "platform/posix/threads/fork.h"
 
 namespace veltrano {
 
 PosixUserDefaults::PosixUserDefaults(std::string path) : path_(std::move(path)) {}
 
 double PosixUserDefaults::doubleForKey(std::string_view key) const {
-  if (isForkedChild()) return 0;
   const std::lock_guard lock(mutex_);
   return loadedList().number(std::string(key)).value_or(0);
 }
 
 void PosixUserDefaults::setDouble(double value, std::string_view key) {
-  if (isForkedChild()) return;
   std::uint64_t version = 0;
   std::string text;
   {
