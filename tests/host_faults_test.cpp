@@ -1,5 +1,6 @@
 // A host that treats the library badly, on the POSIX platform, with nobody to take its events.
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -111,6 +112,58 @@ TEST_F(HostFaults, AForkedChildDoesNothingAndDoesNotHang) {
     EXPECT_EQ(status, 0);
   }
   isOver = true;
+}
+
+TEST_F(HostFaults, ACallbackMayForkAndGoOnInTheChild) {
+  auto& tracker = Veltrano::shared();
+  std::atomic<bool> isOver{false};
+  std::thread user([&] {
+    for (int i = 0; !isOver && i < 200'000; ++i) tracker.track("E");
+  });
+  std::atomic<pid_t> child{-1};
+  const auto forkHere = [&] {
+    child = fork();
+    if (child == 0) alarm(20);
+  };
+  const auto expectExit = [&](pid_t which) {
+    int status = -1;
+    ASSERT_EQ(waitpid(which, &status, 0), which);
+    EXPECT_TRUE(WIFEXITED(status)) << status;
+  };
+  // On the host's own thread, which has the rest of `track` before it.
+  tracker.setRefreshTriggersWithHandler({{"trigger"}}, forkHere);
+  for (int i = 0; i < 20; ++i) {
+    tracker.track("trigger");
+    if (child == 0) _exit(0);
+    expectExit(child);
+  }
+  isOver = true;
+  user.join();
+  // On the library's, which ends in the child, and the child with it.
+  std::promise<void> called;
+  tracker.track("F", {}, [&](bool) {
+    forkHere();
+    if (child != 0) called.set_value();
+  });
+  called.get_future().wait();
+  expectExit(child);
+}
+
+TEST_F(HostFaults, ACallbackMayEndItsThread) {
+  static std::atomic<bool> hasReturned{false};
+  Veltrano::shared().setRefreshTriggersWithHandler({{"trigger"}}, [] { pthread_exit(nullptr); });
+  pthread_t thread;
+  const auto track = [](void*) -> void* {
+    Veltrano::shared().track("trigger");
+    hasReturned = true;
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, nullptr, track, nullptr), 0);
+  EXPECT_EQ(pthread_join(thread, nullptr), 0);
+  EXPECT_FALSE(hasReturned);
+  std::promise<bool> outcome;
+  Veltrano::shared().track("last", {}, [&](bool result) { outcome.set_value(result); });
+  EXPECT_FALSE(outcome.get_future().get());
 }
 
 }  // namespace

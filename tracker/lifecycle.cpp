@@ -1,5 +1,6 @@
 #include <iterator>
 
+#include "platform/host_callback.h"
 #include "tracker/tracker.h"
 
 namespace veltrano {
@@ -67,20 +68,23 @@ void Tracker::handleDidChangeStatusBarOrientation() {
   setScreenOrientation();
 }
 
-// In both orientation paths the event goes first: it carries the orientation from before.
-
 void Tracker::setScreenOrientation() {
-  const std::string orientation = getScreenOrientation();
-  track("Screen Orientation Changed", {{"extra", orientation}}, nullptr);
-  log_("Setting screen orientation to ", orientation);
-  setSuperProperties({{"screen_orientation", orientation}});
+  recordOrientation("Screen Orientation Changed", "Setting screen orientation to ",
+                    "screen_orientation", getScreenOrientation());
 }
 
 void Tracker::handleDidChangeDeviceOrientation() {
-  const std::string orientation = getDeviceOrientation();
-  track("Device Orientation Changed", {{"extra", orientation}}, nullptr);
-  log_("Device screen orientation to ", orientation);
-  setSuperProperties({{"device_orientation", orientation}});
+  recordOrientation("Device Orientation Changed", "Device screen orientation to ",
+                    "device_orientation", getDeviceOrientation());
+}
+
+// The event goes first: it carries the orientation from before.
+void Tracker::recordOrientation(std::string_view event, std::string_view message,
+                                std::string_view key, const std::string& orientation) {
+  track(std::string(event), {{"extra", orientation}}, nullptr);
+  if (isForkedChild()) return;  // made by the host's refresh handler
+  log_(message, orientation);
+  setSuperProperties({{key, orientation}});
 }
 
 std::string Tracker::getScreenOrientation() const {

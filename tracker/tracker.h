@@ -79,6 +79,8 @@ class Tracker {
   void handleDidChangeStatusBarOrientation();
   void handleDidChangeDeviceOrientation();
   void setScreenOrientation();
+  void recordOrientation(std::string_view event, std::string_view message, std::string_view key,
+                         const std::string& orientation);
 
   // Recording, on the work queue.
   friend class TrackCall;

@@ -65,6 +65,7 @@ struct PosixPlatform::Services : PosixServices {
         announcements.pop_front();
       }
       next();
+      if (isForkedChild()) return;  // made by a callback
     }
   }
 
@@ -148,10 +149,12 @@ void PosixPlatform::setDeviceOrientation(int orientation) {
 }
 
 void PosixPlatform::setScreenSize(double width, double height) {
+  if (isForkedChild()) return;
   services_.device.setMainScreenSize({width, height});
 }
 
 void PosixPlatform::setCarrierName(std::optional<std::string> name) {
+  if (isForkedChild()) return;
   services_.telephony.setCarrierName(std::move(name));
 }
 
@@ -160,6 +163,7 @@ void PosixPlatform::setTrackingAuthorizationStatus(std::uint64_t status) {
 }
 
 void PosixPlatform::setAdvertisingIdentifier(std::optional<std::string> identifier) {
+  if (isForkedChild()) return;
   services_.identifiers.setAdvertisingIdentifier(std::move(identifier));
 }
 

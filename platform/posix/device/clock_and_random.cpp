@@ -5,8 +5,6 @@
 
 #include <random>
 
-#include "platform/posix/threads/fork.h"
-
 namespace veltrano {
 
 WallTime PosixClock::now() const {
@@ -14,7 +12,6 @@ WallTime PosixClock::now() const {
 }
 
 std::chrono::seconds PosixClock::localTimeOffset(WallTime instant) const {
-  if (isForkedChild()) return std::chrono::seconds(0);  // localtime_r takes a lock
   const time_t seconds = std::chrono::floor<std::chrono::seconds>(instant.sinceEpoch).count();
   tm local = {};
   if (localtime_r(&seconds, &local) == nullptr) return std::chrono::seconds(0);

@@ -2,7 +2,7 @@
 
 #include <sys/utsname.h>
 
-#include "platform/posix/threads/fork.h"
+#include <utility>
 
 namespace veltrano {
 
@@ -16,26 +16,23 @@ PosixDevice::PosixDevice(std::optional<std::string> systemName,
 }
 
 void PosixDevice::setMainScreenSize(ScreenSize size) {
-  if (isForkedChild()) return;
   const std::lock_guard lock(mutex_);
   screenSize_ = size;
 }
 
 ScreenSize PosixDevice::mainScreenSize() const {
-  if (isForkedChild()) return {};
   const std::lock_guard lock(mutex_);
   return screenSize_;
 }
 
 void ReportedText::set(std::optional<std::string> text) {
-  if (isForkedChild()) return;
   const std::lock_guard lock(mutex_);
   text_.swap(text);
   isPresent_.store(text_.has_value(), std::memory_order_relaxed);
 }
 
 std::optional<std::string> ReportedText::get() const {
-  if (!isPresent_.load(std::memory_order_relaxed) || isForkedChild()) return std::nullopt;
+  if (!isPresent_.load(std::memory_order_relaxed)) return std::nullopt;
   const std::lock_guard lock(mutex_);
   return text_;
 }

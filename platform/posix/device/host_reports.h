@@ -61,7 +61,6 @@ class ReportedText {
  public:
   void set(std::optional<std::string> text);
 
-  /// None as well in a forked child.
   std::optional<std::string> get() const;
 
  private:

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/posix/threads/fork.h"
+#include "platform/host_callback.h"
 
 namespace veltrano {
 namespace {
@@ -47,13 +47,8 @@ PosixStandardOutput::PosixStandardOutput(std::function<void(std::string_view)> s
     : sink_(std::move(sink)) {}
 
 void PosixStandardOutput::writeLine(std::string_view line) {
-  if (isForkedChild()) return;
   if (sink_) {
-    try {
-      sink_(line);
-    } catch (...) {
-      // The host's own affair.
-    }
+    callHost(sink_, line);
     return;
   }
   std::string text(line);

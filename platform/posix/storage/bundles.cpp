@@ -9,7 +9,6 @@
 
 #include "platform/posix/storage/files.h"
 #include "platform/posix/storage/property_list.h"
-#include "platform/posix/threads/fork.h"
 
 namespace veltrano {
 namespace {
@@ -55,7 +54,7 @@ PosixBundles::PosixBundles(std::optional<HostMap> mainInfoDictionary)
 
 std::optional<Bundle> PosixBundles::bundleAtPath(std::string_view path) const {
   const fs::path directory(path);
-  if (isForkedChild() || !isDirectory(directory)) return std::nullopt;
+  if (!isDirectory(directory)) return std::nullopt;
   return bundleIn(directory);
 }
 

@@ -5,14 +5,11 @@
 #include <new>
 #include <utility>
 
-#include "platform/posix/threads/fork.h"
-
 namespace veltrano {
 
 PosixUserDefaults::PosixUserDefaults(std::string path) : path_(std::move(path)) {}
 
 double PosixUserDefaults::doubleForKey(std::string_view key) const {
-  if (isForkedChild()) return 0;
   const std::lock_guard lock(mutex_);
   const auto unwritten = unwritten_.find(key);
   return unwritten != unwritten_.end() ? unwritten->second : numberInFile(key);
@@ -20,13 +17,11 @@ double PosixUserDefaults::doubleForKey(std::string_view key) const {
 
 bool PosixUserDefaults::isStored(double value, std::string_view key) const {
   if (path_.empty()) return doubleForKey(key) == value;
-  if (isForkedChild()) return true;
   const std::lock_guard lock(mutex_);
   return unwritten_.find(key) == unwritten_.end() && numberInFile(key) == value;
 }
 
 void PosixUserDefaults::setDouble(double value, std::string_view key) {
-  if (isForkedChild()) return;
   try {
     {
       const std::lock_guard lock(mutex_);

@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+#include "platform/host_callback.h"
+
 namespace veltrano {
 namespace {
 
@@ -18,11 +20,7 @@ struct Start {
 void* runThread(void* argument) {
   const std::unique_ptr<Start> start(static_cast<Start*>(argument));
   pthread_setname_np(pthread_self(), start->name.c_str());
-  try {
-    start->body();
-  } catch (...) {
-    // Out of memory. Better without this thread than without the process.
-  }
+  dropExceptions(start->body);  // out of memory: better without this thread than the process
   return nullptr;
 }
 

@@ -1,6 +1,6 @@
 // A forked child has a copy of the library's memory but none of its threads, and locks may be held
-// there for good. So the platform does nothing at all in such a child; every service asks here
-// before it takes a lock or counts on a thread.
+// there for good. The facade finds an inert library there. What else a host can call asks
+// `isForkedChild` first, and so does whatever goes on after a callback, which may have forked.
 #pragma once
 
 #include "platform/host_callback.h"

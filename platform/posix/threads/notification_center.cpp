@@ -2,32 +2,25 @@
 
 #include <utility>
 
-#include "platform/posix/threads/fork.h"
+#include "platform/host_callback.h"
 
 namespace veltrano {
 
 void PosixNotificationCenter::addObserver(std::string_view name, std::function<void()> observer) {
-  if (isForkedChild()) return;
   auto shared = std::make_shared<const std::function<void()>>(std::move(observer));
   const std::lock_guard lock(mutex_);
   observers_[std::string(name)].push_back(std::move(shared));
 }
 
 void PosixNotificationCenter::post(std::string_view name) const {
-  if (isForkedChild()) return;
   Observers observers;
   {
     const std::lock_guard lock(mutex_);
     const auto found = observers_.find(name);
     if (found != observers_.end()) observers = found->second;
   }
-  for (const auto& observer : observers) {
-    try {
-      (*observer)();
-    } catch (...) {
-      // The next observer is to be told all the same.
-    }
-  }
+  for (const auto& observer : observers)
+    if (!callHost(*observer)) return;
 }
 
 }  // namespace veltrano

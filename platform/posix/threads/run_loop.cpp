@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
+#include "platform/host_callback.h"
 #include "platform/posix/threads/due_time.h"
-#include "platform/posix/threads/fork.h"
 
 namespace veltrano {
 namespace {
@@ -21,14 +21,6 @@ struct EndOfThread {
     while (ownLoop != nullptr) delete std::exchange(ownLoop, nullptr);
   }
 };
-
-void runGuarded(const std::function<void()>& function) {
-  try {
-    function();
-  } catch (...) {
-    // There is nobody to tell.
-  }
-}
 
 void arm(int descriptor, std::optional<std::chrono::steady_clock::time_point> time) {
   itimerspec setting = {};  // all zeros: never
@@ -134,7 +126,6 @@ int PosixRunLoop::fileDescriptor() {
 
 std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance,
                                               std::function<void()> action) {
-  if (isForkedChild()) return std::make_shared<LoopTimer>(std::weak_ptr<PosixRunLoop>(), Key());
   const auto due = dueTime(Clock::now(), delay);
   const std::lock_guard lock(mutex_);
   const Key key(due, nextOrder_++);
@@ -144,7 +135,6 @@ std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance
 }
 
 void PosixRunLoop::cancel(const Key& key) {
-  if (isForkedChild()) return;
   decltype(timers_)::node_type cancelled;  // destroyed after the lock has been released
   const std::lock_guard lock(mutex_);
   cancelled = timers_.extract(key);
@@ -159,10 +149,8 @@ void PosixRunLoop::runPass(bool endsWhenStopped) {
     const std::lock_guard lock(mutex_);
     functionsLeft = functions_.size();
   }
-  while (auto next = takeNext(now, functionsLeft, endsWhenStopped)) {
-    runGuarded(next);
-    if (isForkedChild()) return;
-  }
+  while (auto next = takeNext(now, functionsLeft, endsWhenStopped))
+    if (!callHost(next)) return;
   const std::lock_guard lock(mutex_);
   changed();
 }

@@ -6,9 +6,9 @@
 #include <thread>
 #include <utility>
 
+#include "platform/host_callback.h"
 #include "platform/posix/threads/background_thread.h"
 #include "platform/posix/threads/due_time.h"
-#include "platform/posix/threads/fork.h"
 
 namespace veltrano {
 namespace {
@@ -16,27 +16,16 @@ namespace {
 constexpr std::chrono::microseconds kNap{400};
 constexpr std::chrono::milliseconds kNapsEndAfter{20};
 
-template <class Work>
-void runGuarded(Work&& work) {
-  try {
-    work();
-  } catch (...) {
-    // There is nobody to tell.
-  }
-}
-
 }  // namespace
 
 PosixWorkQueue::PosixWorkQueue(std::string_view label) : label_(label) {}
 
 void PosixWorkQueue::async(std::unique_ptr<Block> block) {
-  if (isForkedChild()) return;
   submitted_.push(block.release());
   if (state_.load(std::memory_order_seq_cst) != State::awake) wake();
 }
 
 void PosixWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) {
-  if (isForkedChild()) return;
   if (delay <= Duration::zero()) {
     async([item = std::move(item)] { item->run(); });
     return;
@@ -55,7 +44,6 @@ void PosixWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) 
 }
 
 void PosixWorkQueue::wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) {
-  if (isForkedChild()) return;
   group->wait();
   then();
 }
@@ -72,7 +60,7 @@ void PosixWorkQueue::wake() {
 
 // Called with mutex_ held. Without a thread the work waits for the next submission's attempt.
 void PosixWorkQueue::start() {
-  runGuarded([this] {
+  dropExceptions([this] {
     if (startBackgroundThread(label_, [this] { work(); })) state_.store(State::awake);
   });
 }
@@ -107,7 +95,7 @@ bool PosixWorkQueue::runWhatIsReady() {
       item = delayed_.takeDue(now);
     }
     if (item == nullptr) break;
-    runGuarded([&] { item->run(); });
+    dropExceptions([&] { item->run(); });
   }
   return hadSubmissions;
 }
@@ -120,7 +108,7 @@ bool PosixWorkQueue::runSubmitted() {
     const std::unique_ptr<Block> block(submitted_.takeOldest());
     if (block != nullptr) {
       isDone = block.get() == last || submitted_.hasReached(last);
-      runGuarded([&] { block->run(); });
+      dropExceptions([&] { block->run(); });
       hasRun = true;
     } else {
       std::this_thread::sleep_for(kNap);  // a submitter stopped just before it linked its block
