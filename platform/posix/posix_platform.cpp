@@ -17,7 +17,7 @@
 #include "platform/posix/device/telephony.h"
 #include "platform/posix/device/tracking.h"
 #include "platform/posix/http/authentication.h"
-#include "platform/posix/http/collection_host.h"
+#include "platform/posix/http/option_checks.h"
 #include "platform/posix/http/url_session.h"
 #include "platform/posix/storage/bundles.h"
 #include "platform/posix/storage/user_defaults.h"
@@ -58,7 +58,10 @@ struct PosixPlatform::Services {
         bundles(infoDictionary(options)),
         application(internalState(options.applicationState), options.interfaceOrientation),
         device(std::move(options.systemName), std::move(options.systemVersion)),
-        urlSession({std::move(options.certificateAuthorities), options.proxyFromEnvironment}),
+        urlSession({.certificateAuthorities = std::move(options.certificateAuthorities),
+                    .pinnedPublicKey = std::move(options.pinnedPublicKey),
+                    .proxy = std::move(options.proxy),
+                    .proxyFromEnvironment = options.proxyFromEnvironment}),
         tokenRepository(std::move(options.sessionToken)),
         collectionHost(std::move(options.collectionHost)) {
     device.setMainScreenSize({options.screenWidth, options.screenHeight});
@@ -170,6 +173,11 @@ Installation PosixPlatform::install(PosixOptions options) {
                              &options.certificateAuthorities})
       if (name->find('\0') != std::string::npos)
         return {nullptr, "The name of a file must not hold a NUL character."};
+    if (!options.pinnedPublicKey.empty() && !isPublicKeyPin(options.pinnedPublicKey))
+      return {nullptr,
+              "The pinned public key has to be \"sha256//\" and a SHA-256 digest in Base64."};
+    if (!options.proxy.empty() && !isProxy(options.proxy))
+      return {nullptr, "The proxy has to be \"http://host:port\"."};
     if (options.advertisingIdentifier && !canonicalUUID(*options.advertisingIdentifier))
       return {nullptr, "The advertising identifier is not a UUID."};
 
