@@ -69,6 +69,13 @@ bool stopFailing() {
 
 namespace failures = veltrano::failures;
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define VELTRANO_OTHER_NEW  // ThreadSanitizer brings its own
+#endif
+#endif
+
+#ifndef VELTRANO_OTHER_NEW
 void* operator new(std::size_t size) {
   void* const memory = failures::fails() ? nullptr : std::malloc(size);
   if (memory == nullptr) throw std::bad_alloc();
@@ -80,6 +87,7 @@ void operator delete(void* memory) noexcept {
 void operator delete(void* memory, std::size_t) noexcept {
   std::free(memory);
 }
+#endif
 
 extern "C" {
 

@@ -11,6 +11,8 @@
 
 #include "platform/posix/http/exit_gate.h"
 
+extern "C" void __tsan_init() __attribute__((weak));  // there when ThreadSanitizer is
+
 namespace veltrano {
 namespace {
 
@@ -20,8 +22,10 @@ constexpr std::chrono::milliseconds kLongestPoll{200};
 // Gives this thread a descriptor table of its own, since libcurl opens descriptors that programs
 // would inherit. What the host has open is closed in it: its files and pipes shall end when the
 // host closes them. The standard error stays, for whoever reports a crash. On a system that does
-// not permit this, the table remains the process's.
+// not permit this, the table remains the process's; under ThreadSanitizer, too, which takes equal
+// numbers for the same descriptor.
 void separateDescriptors() {
+  if (__tsan_init != nullptr) return;
   if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_UNSHARE) != 0) return;
   const int nothing = open("/", O_PATH | O_CLOEXEC);
   if (nothing < 0) return;
