@@ -38,6 +38,8 @@ PosixOptions cppOptions(const veltrano_options& given) {
     options.infoDictionary = objectOf(given.info_dictionary).map();
   options.infoPropertyListFile = view(given.info_property_list_file);
   options.certificateAuthorities = view(given.certificate_authorities);
+  options.pinnedPublicKey = view(given.pinned_public_key);
+  options.proxy = view(given.proxy);
   options.proxyFromEnvironment = given.proxy_from_environment;
   if (given.session_token != nullptr) {
     options.sessionToken = [function = given.session_token, context = given.session_token_context] {

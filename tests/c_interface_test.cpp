@@ -64,6 +64,12 @@ TEST(CInterfaceInstallation, SaysWhyItIsRefused) {
   options.user_defaults_file = text({"a\0b", 3});
   EXPECT_NE(refusal(&options).find("NUL"), std::string::npos);
   options.user_defaults_file = {};
+  options.proxy = veltrano_c_string("proxy");
+  EXPECT_NE(refusal(&options).find("http://host:port"), std::string::npos);
+  options.proxy = {};
+  options.pinned_public_key = veltrano_c_string("none");
+  EXPECT_NE(refusal(&options).find("SHA-256"), std::string::npos);
+  options.pinned_public_key = {};
   options.advertising_identifier = veltrano_c_string("none");
   EXPECT_NE(refusal(&options).find("identifier"), std::string::npos);
   // The wrong identifier lies beyond what a host with fewer options has.

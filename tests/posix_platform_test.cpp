@@ -25,7 +25,7 @@
 #include "platform/posix/device/connectivity.h"
 #include "platform/posix/device/host_reports.h"
 #include "platform/posix/device/standard_output.h"
-#include "platform/posix/http/collection_host.h"
+#include "platform/posix/http/option_checks.h"
 #include "platform/posix/storage/bundles.h"
 #include "platform/posix/storage/user_defaults.h"
 #include "platform/posix/threads/delayed_items.h"
@@ -146,6 +146,7 @@ TEST(WorkQueueTest, RunsAndDestroysBlocksOnAThreadOfItsOwn) {
   });
   drain(queue);
   EXPECT_TRUE(sigismember(&blocked, SIGTERM) && sigismember(&blocked, SIGPROF));
+  EXPECT_FALSE(sigismember(&blocked, SIGSEGV) || sigismember(&blocked, SIGABRT));
   EXPECT_NE(ranOn, std::this_thread::get_id());
   EXPECT_EQ(ranOn, destroyedOn);
 }
@@ -364,13 +365,23 @@ TEST(StandardOutputTest, ABrokenPipeRaisesNoSignal) {
   EXPECT_EQ(status, 0);
 }
 
-TEST(OptionsTest, CollectionHostsAndIdentifiersAreChecked) {
+TEST(OptionsTest, AreChecked) {
   for (const char* good : {"example.com", "10.0.0.1:8443", "a-b.c_d.example:1", "[::1]:65535"})
     EXPECT_TRUE(isCollectionHost(good)) << good;
   for (const char* bad : {"", "https://example.com", "example.com/",
                           "example.com:", "example.com:65536", "example.com:80x", "::1", "[::1",
                           "[example.com]", "user@example.com", ".example.com", "a\nb", "a?b"})
     EXPECT_FALSE(isCollectionHost(bad)) << bad;
+  for (const char* good : {"http://proxy:3128", "http://[::1]:1"})
+    EXPECT_TRUE(isProxy(good)) << good;
+  for (const char* bad : {"proxy:3128", "http://proxy", "http://[::1]", "https://proxy:1",
+                          "http://user@proxy:1", "http://proxy:1/", "http://:1"})
+    EXPECT_FALSE(isProxy(bad)) << bad;
+  const std::string pin = "sha256//uU0nuZNNPgilLlLX2n2r+sSE7+N6U4DukIj3rOLvzek=";
+  EXPECT_TRUE(isPublicKeyPin(pin) && isPublicKeyPin(pin + ";" + pin));
+  for (const auto& bad : {std::string(), "/etc/" + pin, pin + ";", pin + "=", pin.substr(0, 51),
+                          "sha256//" + std::string(43, '?') + "=", pin.substr(0, 50) + "l="})
+    EXPECT_FALSE(isPublicKeyPin(bad)) << bad;
   EXPECT_EQ(canonicalUUID("6d92078a-8246-4ba4-ae5b-76104861e7dc"),
             "6D92078A-8246-4BA4-AE5B-76104861E7DC");
   EXPECT_FALSE(canonicalUUID("6d92078a-8246-4ba4-ae5b-76104861e7dg"));
@@ -389,6 +400,12 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   options.collectionHost = "https://example.com";
   EXPECT_NE(PosixPlatform::install(options).error.find("https://example.com"), std::string::npos);
   options.collectionHost = "example.com";
+  options.proxy = "proxy";
+  EXPECT_NE(PosixPlatform::install(options).error.find("http://host:port"), std::string::npos);
+  options.proxy = "http://127.0.0.1:1";
+  options.pinnedPublicKey = "sha256//";
+  EXPECT_NE(PosixPlatform::install(options).error.find("SHA-256"), std::string::npos);
+  options.pinnedPublicKey = {};
   options.applicationState = PosixOptions::ApplicationState::background;
   const Directory directory;
   fs::current_path(directory / "");

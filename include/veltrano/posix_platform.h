@@ -49,7 +49,16 @@ struct PosixOptions {
   /// The certificate authorities to trust, as a PEM file; the system's own when empty.
   std::string certificateAuthorities;
 
-  /// Whether the usual variables, such as `https_proxy`, choose a proxy.
+  /// The public key that the collection host has to have, in addition to a valid certificate:
+  /// "sha256//" and the Base64 of the SHA-256 digest of the key's DER form. Several, separated by
+  /// semicolons, allow a change of keys. Any key when empty.
+  std::string pinnedPublicKey;
+
+  /// The proxy to connect through, as "http://host:port"; none when empty.
+  std::string proxy;
+
+  /// Without `proxy`: whether the usual variables, such as `https_proxy`, choose one. Read once, at
+  /// the installation.
   bool proxyFromEnvironment = false;
 
   /// The token of the user's session, when there is one. Called on a thread of the library's,

@@ -237,6 +237,14 @@ typedef struct veltrano_options {
   veltrano_text carrier_name;
   uint64_t tracking_authorization_status;
   veltrano_text advertising_identifier;
+
+  /* The public key that the collection host has to have, in addition to a valid certificate:
+   * "sha256//" and the Base64 of the SHA-256 digest of the key's DER form. Several, separated by
+   * semicolons, allow a change of keys. */
+  veltrano_text pinned_public_key;
+
+  /* The proxy to connect through, as "http://host:port". */
+  veltrano_text proxy;
 } veltrano_options;
 
 /* Makes this the library's platform, for good, and the calling thread the main thread. Refused when

@@ -10,7 +10,7 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/posix/http/collection_host.h"
+#include "platform/posix/http/option_checks.h"
 #include "platform/posix/posix_services.h"
 #include "platform/posix/threads/fork.h"
 #include "tracker/library.h"
@@ -100,6 +100,11 @@ Installation PosixPlatform::install(PosixOptions options) {
       // The host may change its working directory later.
       if (!name->empty()) *name = std::filesystem::absolute(*name).string();
     }
+    if (!options.pinnedPublicKey.empty() && !isPublicKeyPin(options.pinnedPublicKey))
+      return {nullptr,
+              "The pinned public key has to be \"sha256//\" and a SHA-256 digest in Base64."};
+    if (!options.proxy.empty() && !isProxy(options.proxy))
+      return {nullptr, "The proxy has to be \"http://host:port\"."};
     if (options.advertisingIdentifier && !canonicalUUID(*options.advertisingIdentifier))
       return {nullptr, "The advertising identifier is not a UUID."};
 

@@ -31,7 +31,10 @@ PosixServices::PosixServices(PosixOptions options)
       bundles(infoDictionary(options)),
       application(internalState(options.applicationState), options.interfaceOrientation),
       device(std::move(options.systemName), std::move(options.systemVersion)),
-      urlSession({std::move(options.certificateAuthorities), options.proxyFromEnvironment}),
+      urlSession({.certificateAuthorities = std::move(options.certificateAuthorities),
+                  .pinnedPublicKey = std::move(options.pinnedPublicKey),
+                  .proxy = std::move(options.proxy),
+                  .proxyFromEnvironment = options.proxyFromEnvironment}),
       tokenRepository(std::move(options.sessionToken)) {
   device.setMainScreenSize({options.screenWidth, options.screenHeight});
   device.setOrientation(options.deviceOrientation);

@@ -9,7 +9,7 @@
 namespace veltrano {
 
 SSL_CTX* makeServerContext(const TLSCertificate& options, const std::string& pemFile) {
-  EVP_PKEY* const key = EVP_EC_gen("P-256");
+  EVP_PKEY* const key = options.rsaBits > 0 ? EVP_RSA_gen(options.rsaBits) : EVP_EC_gen("P-256");
   X509* const certificate = X509_new();
   X509_set_version(certificate, X509_VERSION_3);
   X509_gmtime_adj(X509_getm_notBefore(certificate), -7200);
@@ -35,6 +35,17 @@ SSL_CTX* makeServerContext(const TLSCertificate& options, const std::string& pem
   X509_free(certificate);
   EVP_PKEY_free(key);
   return context;
+}
+
+std::string publicKeyPin(const SSL_CTX* context) {
+  unsigned char* key = nullptr;
+  const int size = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(SSL_CTX_get0_certificate(context)), &key);
+  unsigned char digest[32];
+  EVP_Digest(key, static_cast<std::size_t>(size), digest, nullptr, EVP_sha256(), nullptr);
+  OPENSSL_free(key);
+  unsigned char text[45];
+  EVP_EncodeBlock(text, digest, sizeof digest);
+  return std::string("sha256//") + reinterpret_cast<const char*>(text);
 }
 
 }  // namespace veltrano

@@ -2,14 +2,17 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace veltrano {
 
-TLSServer::TLSServer(Handler handler, const TLSCertificate& certificate)
-    : handler_(std::move(handler)), listener_(socket(AF_INET, SOCK_STREAM, 0)) {
+TLSServer::TLSServer(Handler handler, TLSServerOptions options)
+    : handler_(std::move(handler)),
+      options_(std::move(options)),
+      listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -20,7 +23,8 @@ TLSServer::TLSServer(Handler handler, const TLSCertificate& certificate)
   port_ = ntohs(address.sin_port);
 
   pemFile_ = "/tmp/veltrano_authority_" + std::to_string(getpid()) + "_" + std::to_string(port_);
-  context_ = makeServerContext(certificate, pemFile_);
+  context_ = makeServerContext(options_.certificate, pemFile_);
+  SSL_CTX_set_max_proto_version(context_, options_.newestProtocol);
   acceptor_ = std::thread([this] { accept(); });
 }
 
@@ -65,18 +69,21 @@ void TLSServer::accept() {
   sigaddset(&signals, SIGPIPE);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   for (;;) {
-    const int connected = ::accept(listener_, nullptr, nullptr);
+    const int connected = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
     const std::lock_guard lock(mutex_);
-    if (connected == -1 || stopping_) return;
+    if (stopping_) return;
+    if (connected == -1) continue;  // a test may have taken the descriptors away for a while
     sockets_.push_back(connected);
     connections_.emplace_back([this, connected] { serve(connected); });
   }
 }
 
 void TLSServer::serve(int socket) {
+  const int yes = 1;  // else a response waits until the client acknowledges the session tickets
+  setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
   SSL* const tls = SSL_new(context_);
   SSL_set_fd(tls, socket);
-  bool isOpen = SSL_accept(tls) == 1;
+  bool isOpen = actAsProxy(socket) && SSL_accept(tls) == 1;
   while (isOpen) {
     const std::string request = readRequest(tls);
     if (request.empty()) break;
@@ -85,8 +92,9 @@ void TLSServer::serve(int socket) {
     const int number = static_cast<int>(requests_.size());
     lock.unlock();
     const Reply reply = handler_(number);
-    if (!reply.bytes.empty())
-      SSL_write(tls, reply.bytes.data(), static_cast<int>(reply.bytes.size()));
+    send(reply, [&](const std::string& bytes) {
+      return SSL_write(tls, bytes.data(), static_cast<int>(bytes.size())) > 0;
+    });
     isOpen = !reply.endsConnection;
     if (!isOpen) SSL_shutdown(tls);
   }
@@ -97,8 +105,30 @@ void TLSServer::serve(int socket) {
   changed_.notify_all();
 }
 
+/// Whether TLS comes next.
+bool TLSServer::actAsProxy(int socket) {
+  if (!options_.asProxy) return true;
+  std::string head;
+  char byte;
+  while (!head.ends_with("\r\n\r\n") && recv(socket, &byte, 1, 0) == 1) head += byte;
+  {
+    const std::lock_guard lock(mutex_);
+    requests_.push_back(head);
+  }
+  send(*options_.asProxy,
+       [&](const std::string& bytes) { return ::send(socket, bytes.data(), bytes.size(), 0) > 0; });
+  return !options_.asProxy->endsConnection;
+}
+
+template <class Write>
+void TLSServer::send(const Reply& reply, Write write) {
+  if (!reply.bytes.empty() && !write(reply.bytes)) return;
+  while (!reply.endless.empty() && write(reply.endless)) {
+  }
+}
+
 /// Empty when the client ends the connection.
-std::string TLSServer::readRequest(SSL* tls) {
+std::string TLSServer::readRequest(SSL* tls) const {
   std::string text;
   std::size_t needed = std::string::npos;
   while (text.size() < needed) {
@@ -108,7 +138,8 @@ std::string TLSServer::readRequest(SSL* tls) {
     text.append(bytes, static_cast<std::size_t>(count));
     const auto body = text.find("\r\n\r\n") + 4;
     const auto length = text.find("Content-Length: ") + 16;
-    if (body >= 4 && length >= 16) needed = body + std::stoul(text.substr(length, 10));
+    if (body >= 4 && length >= 16)
+      needed = body + (options_.readsBodies ? std::stoul(text.substr(length, 10)) : 0);
   }
   return text;
 }

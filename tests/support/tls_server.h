@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,34 +14,49 @@
 
 namespace veltrano {
 
+struct TLSReply {
+  std::string bytes;  // the whole response, head and body; when empty, the client waits
+  bool endsConnection = false;
+  std::string endless = {};  // sent over and over after `bytes`, until the client has enough
+};
+
+struct TLSServerOptions {
+  TLSCertificate certificate = {};
+  int newestProtocol = 0;                // such as TLS1_1_VERSION; 0 for OpenSSL's newest
+  bool readsBodies = true;               // else requests are answered once their head has come
+  std::optional<TLSReply> asProxy = {};  // first answers a CONNECT, without TLS
+};
+
 /// An HTTPS server on the loopback interface that answers byte for byte what a test wants, and may
 /// cut connections at any point.
 class TLSServer {
  public:
-  struct Reply {
-    std::string bytes;  // the whole response, head and body; when empty, the client waits
-    bool endsConnection = false;
-  };
+  using Reply = TLSReply;
   /// `number` counts the server's requests from 1. Called on threads of the server.
   using Handler = std::function<Reply(int number)>;
 
-  explicit TLSServer(Handler handler, const TLSCertificate& certificate = {});
+  explicit TLSServer(Handler handler, TLSServerOptions options = {});
   ~TLSServer();
 
   std::string url() const;  // "https://127.0.0.1:port/path"
   int port() const { return port_; }
   const std::string& authorities() const { return pemFile_; }  // a file for clients to trust
+  std::string pin() const { return publicKeyPin(context_); }
 
-  std::vector<std::string> requests() const;  // head and body, in order of arrival
+  std::vector<std::string> requests() const;  // head and body, CONNECTs too, in order of arrival
   int connections() const;
   void waitForConnectionEnds(int count);
 
  private:
   void accept();
   void serve(int socket);
-  static std::string readRequest(SSL* tls);
+  bool actAsProxy(int socket);
+  std::string readRequest(SSL* tls) const;
+  template <class Write>
+  static void send(const Reply& reply, Write write);
 
   const Handler handler_;
+  const TLSServerOptions options_;
   SSL_CTX* context_;
   std::string pemFile_;
   int listener_;

@@ -3,18 +3,26 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "platform/authentication.h"
+#include "platform/host_callback.h"
+#include "platform/posix/threads/fork.h"
 
 namespace veltrano {
 
 /// Asks the host for the token of the user's session.
 class ZKAuthTokenRepository final : public SessionTokenProvider {
  public:
-  explicit ZKAuthTokenRepository(std::function<std::optional<std::string>()> hostsToken);
+  explicit ZKAuthTokenRepository(std::function<std::optional<std::string>()> hostsToken)
+      : hostsToken_(std::move(hostsToken)) {}
 
   /// None as well when the host's function throws.
-  std::optional<std::string> sessionToken() const override;
+  std::optional<std::string> sessionToken() const override {
+    std::optional<std::string> token;
+    if (hostsToken_ && !isForkedChild()) dropExceptions([&] { token = hostsToken_(); });
+    return token;
+  }
 
  private:
   const std::function<std::optional<std::string>()> hostsToken_;

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <memory>
 #include <string>
 
 #include "encoding/time.h"
@@ -8,30 +12,52 @@
 
 namespace veltrano {
 
+class Endpoint;
+
 struct URLSessionOptions {
-  std::string certificateAuthorities;  // a PEM file; empty for the system's own
-  bool proxyFromEnvironment = false;
+  std::string certificateAuthorities = {};  // a PEM file; empty for the system's own
+  std::string pinnedPublicKey = {};         // see isPublicKeyPin; empty for any certified key
+  std::string proxy = {};                   // see isProxy; empty for none
+  std::string noProxy = {};                 // hosts without a proxy, as the variable no_proxy
+  bool proxyFromEnvironment = false;        // read by the constructor, unless `proxy` is set
   Duration firstBackOff = std::chrono::milliseconds(200);  // doubles with every retry
+  Duration connectTimeout = std::chrono::seconds(10);
+  Duration attemptTimeout = std::chrono::seconds(30);
+  Duration requestTimeout = std::chrono::seconds(60);  // with all retries
 };
 
-/// Posts over HTTPS, on one network thread that the first post starts and that calls back. Until
-/// then neither libcurl nor OpenSSL is initialised.
+/// Posts over HTTPS. Each of the first two base URLs has transfers and callbacks of its own, one
+/// after the other; all further ones share those of the second. The first post initialises libcurl
+/// and OpenSSL.
 ///
 /// A request that the server may have seen is sent again only when the answer was 502, 503 or 504;
 /// `dontRetryStatusCodesSet` takes codes out of these. In a forked child posts are dropped.
 class PosixURLSession final : public ZKURLSessionManager {
  public:
+  /// Starts the threads that call back. Throws std::system_error when there are none to be had.
   explicit PosixURLSession(URLSessionOptions options);
+  /// Shuts down at once.
   ~PosixURLSession() override;
   PosixURLSession(const PosixURLSession&) = delete;
   PosixURLSession& operator=(const PosixURLSession&) = delete;
 
   void postData(PostRequest request, URLSessionCallback callback) override;
 
- private:
-  class Network;
+  /// Ends the session: from now on posts fail; those under way may finish until `deadline`, when
+  /// the rest fails. Returns shortly after the deadline at the latest. From then on nothing is
+  /// called back, and posts are dropped; the threads end, each as soon as it comes back from a
+  /// peer or from the host's code. True when nothing failed because of this. Not for a callback.
+  bool shutDown(std::chrono::steady_clock::time_point deadline);
 
-  Network& network_;  // once in use it outlives the session: its thread runs to the process's end
+ private:
+  struct OwnEndpoint {
+    std::atomic<std::size_t> url{0};     // a hash of the base URL; 0 before there is one
+    std::shared_ptr<Endpoint> endpoint;  // shared with its threads
+  };
+
+  Endpoint& endpointFor(const std::string& baseURL);
+
+  std::array<OwnEndpoint, 2> endpoints_;
 };
 
 }  // namespace veltrano

@@ -36,10 +36,12 @@ bool startBackgroundThread(std::string_view name, std::function<void()> body) {
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
 
   // A thread inherits its creator's mask.
-  sigset_t all;
+  sigset_t blocked;
   sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
+  sigfillset(&blocked);
+  for (const int fault : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP})
+    sigdelset(&blocked, fault);
+  pthread_sigmask(SIG_SETMASK, &blocked, &before);
   pthread_t thread;
   const bool started = pthread_create(&thread, &attributes, runThread, start.get()) == 0;
   pthread_sigmask(SIG_SETMASK, &before, nullptr);

@@ -1,4 +1,4 @@
-#include "platform/posix/http/collection_host.h"
+#include "platform/posix/http/option_checks.h"
 
 #include <arpa/inet.h>
 
@@ -33,6 +33,14 @@ bool isPort(std::string_view text) {
   return error == std::errc() && end == text.data() + text.size() && port > 0 && port <= 65535;
 }
 
+bool isDigest(std::string_view text) {
+  // 32 bytes in Base64. The last digit before the padding stands for four bits.
+  return text.size() == 44 && text.back() == '=' &&
+         std::string_view("AEIMQUYcgkosw048").find(text[42]) != std::string_view::npos &&
+         std::all_of(text.begin(), text.end() - 1,
+                     [](char c) { return isLetterOrDigit(c) || c == '+' || c == '/'; });
+}
+
 }  // namespace
 
 bool isCollectionHost(std::string_view text) {
@@ -49,6 +57,27 @@ bool isCollectionHost(std::string_view text) {
     port = text.substr(colon);
   }
   return isHost && (port.empty() || (port.front() == ':' && isPort(port.substr(1))));
+}
+
+bool isProxy(std::string_view text) {
+  constexpr std::string_view kScheme = "http://";
+  if (text.substr(0, kScheme.size()) != kScheme) return false;
+  text.remove_prefix(kScheme.size());
+  const auto colon = text.rfind(':');
+  return colon != std::string_view::npos && isPort(text.substr(colon + 1)) &&
+         isCollectionHost(text);
+}
+
+bool isPublicKeyPin(std::string_view text) {
+  constexpr std::string_view kPrefix = "sha256//";
+  for (;;) {
+    const auto end = std::min(text.find(';'), text.size());
+    const auto pin = text.substr(0, end);
+    if (pin.substr(0, kPrefix.size()) != kPrefix || !isDigest(pin.substr(kPrefix.size())))
+      return false;
+    if (end == text.size()) return true;
+    text.remove_prefix(end + 1);
+  }
 }
 
 }  // namespace veltrano

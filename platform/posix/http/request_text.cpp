@@ -1,18 +1,34 @@
-#include "platform/posix/http/http_headers.h"
+#include "platform/posix/http/request_text.h"
 
 #include <algorithm>
 #include <iterator>
-#include <string_view>
 #include <utility>
 
 namespace veltrano {
 namespace {
 
+// Spelled out, since <cctype> asks the host's locale.
+bool isLetterOrDigit(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+}
+
+void appendPercentEncoded(std::string& url, std::string_view text) {
+  constexpr std::string_view kUnreservedMarks = "-._~";
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  for (const char c : text) {
+    if (isLetterOrDigit(c) || kUnreservedMarks.find(c) != kUnreservedMarks.npos) {
+      url += c;
+      continue;
+    }
+    const auto byte = static_cast<unsigned char>(c);
+    url += {'%', kDigits[byte >> 4], kDigits[byte & 0xF]};
+  }
+}
+
 // The token characters of HTTP.
 bool canStandInName(char c) {
   constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-         kMarks.find(c) != kMarks.npos;
+  return isLetterOrDigit(c) || kMarks.find(c) != kMarks.npos;
 }
 
 bool canStandInValue(char c) {
@@ -33,6 +49,20 @@ std::string_view trimmed(std::string_view text) {
 }
 
 }  // namespace
+
+std::string urlWithQuery(std::string_view baseURL,
+                         const std::map<std::string, std::string>& parameters) {
+  std::string url(baseURL);
+  char separator = '?';
+  for (const auto& [name, value] : parameters) {
+    url += separator;
+    appendPercentEncoded(url, name);
+    url += '=';
+    appendPercentEncoded(url, value);
+    separator = '&';
+  }
+  return url;
+}
 
 std::vector<std::string> headerLines(const std::map<std::string, std::string>& headers) {
   std::vector<std::string> lines;

@@ -1,4 +1,4 @@
-#include "platform/posix/http/http_retry.h"
+#include "platform/posix/http/retry.h"
 
 #include <curl/curl.h>
 

@@ -1,0 +1,94 @@
+#include "platform/posix/http/client.h"
+
+#include <fcntl.h>
+#include <linux/close_range.h>
+#include <openssl/crypto.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "platform/posix/http/exit_gate.h"
+
+extern "C" void __tsan_init() __attribute__((weak));  // there when ThreadSanitizer is
+
+namespace veltrano {
+namespace {
+
+// How often the thread looks up from a silent peer, to see whether it is to stop.
+constexpr std::chrono::milliseconds kLongestPoll{200};
+
+// Gives this thread a descriptor table of its own, since libcurl opens descriptors that programs
+// would inherit. What the host has open is closed in it: its files and pipes shall end when the
+// host closes them. The standard error stays, for whoever reports a crash. On a system that does
+// not permit this, the table remains the process's; under ThreadSanitizer, too, which takes equal
+// numbers for the same descriptor.
+void separateDescriptors() {
+  if (__tsan_init != nullptr) return;
+  if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_UNSHARE) != 0) return;
+  const int nothing = open("/", O_PATH | O_CLOEXEC);
+  if (nothing < 0) return;
+  dup2(nothing, STDIN_FILENO);
+  dup2(nothing, STDOUT_FILENO);
+  if (nothing > STDERR_FILENO) close(nothing);
+}
+
+}  // namespace
+
+HTTPClient::HTTPClient(const URLSessionOptions& options) : options_(options) {
+  separateDescriptors();
+}
+
+HTTPClient::~HTTPClient() {
+  const ExitGate::Inside inside;
+  multi_.reset();
+  OPENSSL_thread_stop();  // here, since exit does not wait for the end of the thread
+}
+
+bool HTTPClient::setUp() {
+  if (multi_) return true;
+  if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) return false;
+  multi_.reset(curl_multi_init());
+  return multi_ && curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, 1L) == CURLM_OK;
+}
+
+// A connection on which something arrives between two requests is being closed by the server.
+// libcurl takes the closing message for a sign of life as long as it can be read.
+void HTTPClient::endDeadConnections() const {
+  for (const curl_socket_t socket : sockets_) {
+    char bytes[1024];
+    if (recv(socket, bytes, 1, MSG_PEEK | MSG_DONTWAIT) < 0) continue;
+    shutdown(socket, SHUT_RDWR);
+    while (recv(socket, bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
+    }
+  }
+}
+
+TransferResult HTTPClient::send(const Attempt& attempt, const std::atomic<bool>& isStopped) {
+  ExitGate::Inside inside;
+  if (!setUp()) return {{}, {}, CURLE_OUT_OF_MEMORY};
+  endDeadConnections();
+  HTTPTransfer transfer(sockets_, options_, attempt, isStopped);
+  CURL* const easy = transfer.handle();
+  if (easy == nullptr || curl_multi_add_handle(multi_.get(), easy) != CURLM_OK)
+    return {{}, {}, CURLE_FAILED_INIT};
+
+  int running = 1;
+  while (curl_multi_perform(multi_.get(), &running) == CURLM_OK && running > 0 &&
+         !transfer.isOver()) {
+    inside.wait([&] {
+      if (curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(kLongestPoll.count()),
+                          nullptr) != CURLM_OK)
+        std::this_thread::sleep_for(kLongestPoll);  // rather than spin
+    });
+  }
+  CURLcode code = CURLE_OPERATION_TIMEDOUT;
+  int left = 0;
+  while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left))
+    if (message->msg == CURLMSG_DONE) code = message->data.result;
+  curl_multi_remove_handle(multi_.get(), easy);
+  return transfer.result(code);
+}
+
+}  // namespace veltrano

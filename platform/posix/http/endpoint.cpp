@@ -1,0 +1,352 @@
+#include "platform/posix/http/endpoint.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/host_callback.h"
+#include "platform/posix/http/client.h"
+#include "platform/posix/http/exit_gate.h"
+#include "platform/posix/http/request_text.h"
+#include "platform/posix/threads/background_thread.h"
+#include "platform/posix/threads/fork.h"
+
+namespace veltrano {
+namespace {
+
+constexpr std::size_t kMostPosts = 256;  // later ones fail
+// What libcurl ends in time has ended by then. The rest is stuck and is reported without it.
+constexpr std::chrono::milliseconds kGrace{250};
+
+URLRequest outgoingRequest(const PostRequest& post) {
+  URLRequest request{urlWithQuery(post.baseURL, post.qsParameters), post.headerParameters};
+  if (!post.interceptor) return request;
+  URLRequest intercepted = request;
+  bool isIntercepted = false;
+  dropExceptions([&] {
+    post.interceptor->intercept(intercepted);
+    isIntercepted = true;
+  });
+  return isIntercepted ? intercepted : request;
+}
+
+TransportError transportError(CURLcode code) noexcept {
+  try {
+    return {curl_easy_strerror(code)};
+  } catch (...) {
+    return {"out of memory"};  // short enough to need none
+  }
+}
+
+void callBack(const URLSessionCallback& callback, TransferResult& result) {
+  std::optional<std::string> data;
+  std::optional<URLResponse> response;
+  std::optional<TransportError> error;
+  if (result.attempt.httpStatusCode) response = URLResponse{result.attempt.httpStatusCode};
+  if (result.error == CURLE_OK) {
+    data = std::move(result.body);
+  } else {
+    error = transportError(result.error);
+  }
+  dropExceptions([&] { callback(std::move(data), response, std::move(error)); });
+}
+
+}  // namespace
+
+Endpoint::Endpoint(const URLSessionOptions& options)
+    : options_(options),
+      spare_(1),
+      random_(static_cast<unsigned>(Clock::now().time_since_epoch().count())),
+      looksUpHost_(options.proxy.empty()) {}
+
+bool Endpoint::start() {
+  const std::lock_guard lock(mutex_);
+  return ensureThread(reporterRuns_, "veltrano.reply", &Endpoint::reportOutcomes);
+}
+
+void Endpoint::post(PostRequest& request, URLSessionCallback& callback) noexcept {
+  ExitGate::closeAtExit();
+  Posts added;
+  try {
+    added.emplace_back();
+  } catch (...) {
+    // Memory is short; there may be a spare one.
+  }
+  {
+    const std::lock_guard lock(mutex_);
+    CURLcode failure = CURLE_OK;
+    const bool canReport = ensureThread(reporterRuns_, "veltrano.reply", &Endpoint::reportOutcomes);
+    if (canReport && added.empty()) {
+      added.splice(added.end(), spare_);
+      failure = CURLE_OUT_OF_MEMORY;
+    }
+    if (canReport && !added.empty()) {
+      if (isClosed_ || posts_.size() >= kMostPosts) failure = CURLE_NO_CONNECTION_AVAILABLE;
+      if (failure == CURLE_OK &&
+          !(ensureThread(preparerRuns_, "veltrano.prep", &Endpoint::prepareAttempts) &&
+            ensureThread(senderRuns_, "veltrano.net", &Endpoint::sendAttempts)))
+        failure = CURLE_FAILED_INIT;
+      Post& post = added.back();
+      post.callback = std::move(callback);
+      if (failure == CURLE_OK) {
+        post.due = Clock::now();
+        post.limit = post.deadline = post.due + options_.requestTimeout;
+        post.rules.firstBackOff = options_.firstBackOff;
+        if (request.maxRetries) post.rules.maxRetries = *request.maxRetries;
+        if (request.dontRetryStatusCodesSet)
+          post.rules.dontRetryStatusCodes = std::move(*request.dontRetryStatusCodesSet);
+        post.request = std::move(request);
+      } else {
+        post.stage = Stage::over;
+        post.result.error = failure;
+      }
+      posts_.splice(posts_.end(), added);
+      changed_.notify_all();
+      return;
+    }
+    if (isStopped_) return;
+  }
+  // There is neither memory nor a thread to defer the callback to.
+  TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
+  callBack(callback, result);
+}
+
+void Endpoint::close() {
+  const std::lock_guard lock(mutex_);
+  isClosed_ = true;
+}
+
+bool Endpoint::shutDown(Clock::time_point deadline) {
+  Lock lock(mutex_);
+  const bool isComplete = changed_.wait_until(lock, deadline, [&] { return isFinished(); });
+  isStopped_ = true;  // what is left fails now
+  changed_.notify_all();
+  changed_.wait_until(lock, Clock::now() + kGrace, [&] {
+    return isFinished() && !preparerRuns_ && !senderRuns_ && !reporterRuns_;
+  });
+  isSilent_ = true;
+  return isComplete;
+}
+
+// Starts the thread unless it runs. Called with mutex_ held.
+bool Endpoint::ensureThread(bool& isRunning, std::string_view name, void (Endpoint::*work)()) {
+  if (isRunning || isStopped_) return isRunning;
+  try {
+    isRunning = startBackgroundThread(name, [self = shared_from_this(), &isRunning, name, work] {
+      struct End {
+        ~End() { endpoint.endThread(isRunning, name, work); }
+        Endpoint& endpoint;
+        bool& isRunning;
+        const std::string_view name;
+        void (Endpoint::*const work)();
+      };
+      const End end{*self, isRunning, name, work};
+      (self.get()->*work)();
+    });
+  } catch (const std::bad_alloc&) {
+    // The next post tries again.
+  }
+  return isRunning;
+}
+
+// A thread that the host's code has ended, with pthread_exit, is replaced.
+void Endpoint::endThread(bool& isRunning, std::string_view name, void (Endpoint::*work)()) {
+  if (isForkedChild()) return;
+  const std::lock_guard lock(mutex_);
+  isRunning = false;
+  ensureThread(isRunning, name, work);
+  changed_.notify_all();
+}
+
+void Endpoint::prepareAttempts() {
+  Lock lock(mutex_);
+  while (Post* const post = take(lock, Stage::preparing)) {
+    lock.unlock();
+    TransferResult result;
+    result.error = prepare(*post);
+    if (isForkedChild()) return;  // the interceptor has forked, and gone on in the child
+    result.attempt.failedToConnect =
+        result.error == CURLE_COULDNT_RESOLVE_HOST || result.error == CURLE_COULDNT_RESOLVE_PROXY;
+    lock.lock();
+    putBack(lock, *post,
+            result.error == CURLE_OK ? Stage::sending : settle(*post, std::move(result)));
+  }
+}
+
+void Endpoint::sendAttempts() {
+  HTTPClient client(options_);
+  Lock lock(mutex_);
+  while (Post* const post = take(lock, Stage::sending)) {
+    post->attempt.deadline = std::min(post->deadline, Clock::now() + options_.attemptTimeout);
+    post->limit = post->attempt.deadline + kGrace;
+    changed_.notify_all();
+    lock.unlock();
+    TransferResult result;
+    try {
+      result = client.send(post->attempt, isStopped_);
+    } catch (const std::exception&) {
+      result.error = CURLE_OUT_OF_MEMORY;
+    }
+    lock.lock();
+    putBack(lock, *post, settle(*post, std::move(result)));
+  }
+}
+
+void Endpoint::reportOutcomes() {
+  Lock lock(mutex_);
+  isCallingBack_ = false;
+  while (!isSilent_) {
+    const auto now = Clock::now();
+    auto wakeUp = Clock::time_point::max();
+    const auto next = std::find_if(posts_.begin(), posts_.end(), [&](const Post& post) {
+      if (post.isReported) return false;
+      wakeUp = std::min(wakeUp, post.limit);
+      return post.stage == Stage::over || post.limit <= now || isStopped_;
+    });
+    if (next != posts_.end()) {
+      if (!report(lock, next)) return;
+    } else if (isStopped_) {
+      return;
+    } else {
+      wait(lock, wakeUp);
+    }
+  }
+}
+
+// The next post whose turn in this stage has come, for the calling thread to work on without the
+// lock. Null when the thread is to end.
+Endpoint::Post* Endpoint::take(Lock& lock, Stage stage) {
+  while (!isStopped_) {
+    const auto now = Clock::now();
+    auto wakeUp = Clock::time_point::max();
+    for (Post& post : posts_) {
+      if (post.stage != stage || post.isInUse || post.isReported) continue;
+      if (post.due <= now) {
+        post.isInUse = true;
+        return &post;
+      }
+      wakeUp = std::min(wakeUp, post.due);
+    }
+    wait(lock, wakeUp);
+  }
+  return nullptr;
+}
+
+void Endpoint::putBack(Lock& lock, Post& post, Stage next) {
+  post.isInUse = false;
+  post.stage = next;
+  post.limit = post.deadline;
+  if (post.isReported) {
+    const auto isThis = [&](const Post& other) { return &other == &post; };
+    Post removed = remove(std::find_if(posts_.begin(), posts_.end(), isThis));
+    lock.unlock();
+    removed = Post();
+    lock.lock();
+  }
+  changed_.notify_all();
+}
+
+CURLcode Endpoint::prepare(Post& post) {
+  try {
+    ExitGate::pass();
+    post.attempt.request = outgoingRequest(post.request);
+    if (isForkedChild()) return CURLE_OK;
+    post.attempt.method = post.request.httpMethod;
+    post.attempt.body = &post.request.httpBody;
+    return lookUp(post);
+  } catch (const std::exception&) {
+    return CURLE_OUT_OF_MEMORY;
+  }
+}
+
+CURLcode Endpoint::lookUp(Post& post) {
+  bool looksUpHost = true;
+  {
+    const std::lock_guard lock(mutex_);
+    post.limit = std::min(post.deadline, Clock::now() + options_.connectTimeout);
+    changed_.notify_all();
+    looksUpHost = looksUpHost_;
+  }
+  auto& addresses = post.attempt.addresses;
+  addresses.clear();
+  if (!options_.proxy.empty()) {
+    const bool isHTTPS = options_.proxy.rfind("https:", 0) == 0;
+    auto found = names_.addresses(options_.proxy, isHTTPS ? "443" : "1080");
+    if (!found) return CURLE_COULDNT_RESOLVE_PROXY;
+    addresses.push_back(*std::move(found));
+  }
+  if (looksUpHost) {
+    auto found = names_.addresses(post.request.baseURL, "443");
+    if (!found) return CURLE_COULDNT_RESOLVE_HOST;
+    addresses.push_back(*std::move(found));
+  }
+  return CURLE_OK;
+}
+
+// Decides what comes after an attempt. Called with mutex_ held.
+Endpoint::Stage Endpoint::settle(Post& post, TransferResult result) {
+  const auto now = Clock::now();
+  if (result.lacksAddresses && !std::exchange(looksUpHost_, true)) return Stage::preparing;
+  const double random = std::uniform_real_distribution<double>(0, 1)(random_);
+  const auto timeLeft = std::chrono::duration_cast<Duration>(post.deadline - now);
+  if (const auto delay =
+          delayBeforeRetry(result.attempt, post.rules, post.retries, timeLeft, random)) {
+    ++post.retries;
+    post.due = now + *delay;
+    return Stage::preparing;
+  }
+  post.result = std::move(result);
+  return Stage::over;
+}
+
+// False when the callback has forked, and gone on in the child.
+bool Endpoint::report(Lock& lock, Posts::iterator post) {
+  TransferResult result;
+  if (post->stage == Stage::over) {
+    result = std::move(post->result);
+  } else {
+    result.error = CURLE_OPERATION_TIMEDOUT;
+  }
+  URLSessionCallback callback = std::move(post->callback);
+  post->isReported = true;
+  Post removed;
+  if (!post->isInUse) removed = remove(post);
+  isCallingBack_ = true;
+  lock.unlock();
+
+  ExitGate::pass();
+  callBack(callback, result);
+  callback = nullptr;
+  removed = Post();
+  if (isForkedChild()) return false;
+  lock.lock();
+  isCallingBack_ = false;
+  changed_.notify_all();
+  return true;
+}
+
+// Takes a post out, for the caller to destroy without the lock. Called with mutex_ held.
+Endpoint::Post Endpoint::remove(Posts::iterator post) {
+  Post removed = std::exchange(*post, Post());
+  if (spare_.empty()) {
+    spare_.splice(spare_.end(), posts_, post);
+  } else {
+    posts_.erase(post);
+  }
+  return removed;
+}
+
+// Called with mutex_ held.
+bool Endpoint::isFinished() const {
+  return !isCallingBack_ && std::all_of(posts_.begin(), posts_.end(),
+                                        [](const Post& post) { return post.isReported; });
+}
+
+void Endpoint::wait(Lock& lock, Clock::time_point until) {
+  if (until == Clock::time_point::max()) {
+    changed_.wait(lock);
+  } else {
+    changed_.wait_until(lock, until);
+  }
+}
+
+}  // namespace veltrano

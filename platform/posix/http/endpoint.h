@@ -1,0 +1,95 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <string_view>
+
+#include "platform/posix/http/name_lookup.h"
+#include "platform/posix/http/transfer.h"
+#include "platform/posix/http/url_session.h"
+
+namespace veltrano {
+
+/// The posts to one endpoint, on three threads: one prepares attempts, which may block in the
+/// host's interceptor or in a name lookup, one sends them, one after the other, and one calls back.
+/// Whichever blocks, the others go on; and the outcome of a post that is stuck is reported when its
+/// time is up.
+class Endpoint : public std::enable_shared_from_this<Endpoint> {
+ public:
+  explicit Endpoint(const URLSessionOptions& options);
+
+  /// Starts the thread that calls back; it ends with `shutDown`. False when there is no thread to
+  /// be had.
+  bool start();
+
+  /// As `ZKURLSessionManager::postData`.
+  void post(PostRequest& request, URLSessionCallback& callback) noexcept;
+
+  /// Takes no more posts: new ones fail.
+  void close();
+
+  /// As `PosixURLSession::shutDown`; `close` comes first.
+  bool shutDown(std::chrono::steady_clock::time_point deadline);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  using Lock = std::unique_lock<std::mutex>;
+  enum class Stage { preparing, sending, over };
+
+  struct Post {
+    PostRequest request;
+    URLSessionCallback callback;
+    RetryRules rules;
+    std::int32_t retries = 0;
+    Clock::time_point deadline;  // of the whole request
+    Clock::time_point limit;     // when to report that time is up; no later than the deadline
+    Clock::time_point due;       // of the stage
+    Stage stage = Stage::preparing;
+    bool isInUse = false;     // by the stage's thread, without the lock
+    bool isReported = false;  // the rest of the post waits for the end of its use
+    Attempt attempt;
+    TransferResult result;
+  };
+  using Posts = std::list<Post>;
+
+  bool ensureThread(bool& isRunning, std::string_view name, void (Endpoint::*work)());
+  void endThread(bool& isRunning, std::string_view name, void (Endpoint::*work)());
+  void prepareAttempts();
+  void sendAttempts();
+  void reportOutcomes();
+
+  Post* take(Lock& lock, Stage stage);
+  void putBack(Lock& lock, Post& post, Stage next);
+  CURLcode prepare(Post& post);
+  CURLcode lookUp(Post& post);
+  Stage settle(Post& post, TransferResult result);
+  bool report(Lock& lock, Posts::iterator post);
+  Post remove(Posts::iterator post);
+  bool isFinished() const;
+  void wait(Lock& lock, Clock::time_point until);
+
+  const URLSessionOptions options_;
+  NameLookup names_;                    // the preparing thread
+  std::atomic<bool> isStopped_{false};  // changed under mutex_
+
+  std::mutex mutex_;  // guards everything below
+  std::condition_variable changed_;
+  Posts posts_;
+  Posts spare_;  // one for a post that comes when memory is short
+  std::minstd_rand random_;
+  bool looksUpHost_;  // besides the proxy
+  bool isClosed_ = false;
+  bool isSilent_ = false;  // nothing is called back any more
+  bool isCallingBack_ = false;
+  bool preparerRuns_ = false;
+  bool senderRuns_ = false;
+  bool reporterRuns_ = false;
+};
+
+}  // namespace veltrano

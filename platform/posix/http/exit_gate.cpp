@@ -1,0 +1,73 @@
+#include "platform/posix/http/exit_gate.h"
+
+#include <openssl/crypto.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+
+#include "platform/posix/threads/fork.h"
+
+namespace veltrano {
+namespace {
+
+// The longest that the host's exit is held up, when a network thread is slow to leave libcurl.
+constexpr std::chrono::milliseconds kLongestWait{40};
+
+struct Gate {
+  std::mutex mutex;
+  std::condition_variable left;
+  bool isClosed = false;  // guarded by mutex
+  int inside = 0;         // threads; guarded by mutex
+};
+
+Gate& gate() {
+  static Gate& only = *new Gate;
+  return only;
+}
+
+[[noreturn]] void park(std::unique_lock<std::mutex>& lock) {
+  lock.unlock();
+  // Not by returning: the end of the thread would run OpenSSL's destructor for it.
+  for (;;) pause();
+}
+
+}  // namespace
+
+void ExitGate::closeAtExit() noexcept {
+  // Handlers run latest first. OpenSSL's own, if the host has had it registered, is therefore
+  // older than ours and runs later; if not, it is never registered at all.
+  static std::atomic<bool> isRegistered{false};
+  if (isRegistered.exchange(true)) return;
+  if (OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) != 1 || std::atexit(close) != 0)
+    isRegistered = false;  // for want of memory; the next post tries again
+}
+
+void ExitGate::pass() {
+  std::unique_lock lock(gate().mutex);
+  if (gate().isClosed) park(lock);
+}
+
+void ExitGate::enter() {
+  std::unique_lock lock(gate().mutex);
+  if (gate().isClosed) park(lock);
+  ++gate().inside;
+}
+
+void ExitGate::leave() {
+  const std::lock_guard lock(gate().mutex);
+  --gate().inside;
+  gate().left.notify_all();
+}
+
+void ExitGate::close() {
+  if (isForkedChild()) return;  // none of these threads are here
+  std::unique_lock lock(gate().mutex);
+  gate().isClosed = true;
+  gate().left.wait_for(lock, kLongestWait, [] { return gate().inside == 0; });
+}
+
+}  // namespace veltrano

@@ -1,0 +1,259 @@
+#include "platform/posix/http/transfer.h"
+
+#include <openssl/ssl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string_view>
+#include <utility>
+
+#include "platform/posix/http/request_text.h"
+
+namespace veltrano {
+namespace {
+
+constexpr std::size_t kMostBodyBytes = std::size_t{1} << 20;
+constexpr std::size_t kMostHeadBytes = std::size_t{1} << 16;  // with interim heads and trailers
+
+long milliseconds(Duration duration) {
+  // To libcurl, 0 means no limit.
+  return std::max(1L, static_cast<long>(duration / std::chrono::milliseconds(1)));
+}
+
+WallTime wallClockNow() {
+  return {
+      std::chrono::duration_cast<Duration>(std::chrono::system_clock::now().time_since_epoch())};
+}
+
+std::optional<std::string> responseHeader(CURL* easy, const char* name) {
+  curl_header* header = nullptr;
+  constexpr int kLastRequest = -1;
+  if (curl_easy_header(easy, name, 0, CURLH_HEADER, kLastRequest, &header) != CURLHE_OK)
+    return std::nullopt;
+  return header->value;
+}
+
+// The file that OPENSSL_CONF names may lower OpenSSL's demands, and SSLKEYLOGFILE makes libcurl
+// write down the keys; neither is for the environment to decide.
+CURLcode secure(CURL*, void* sslContext, void*) {
+  constexpr int kLevel = 2;  // 112 bits: no RSA key below 2048 bits, no signature with SHA-1
+  auto* const context = static_cast<SSL_CTX*>(sslContext);
+  SSL_CTX_set_security_level(context, std::max(kLevel, SSL_CTX_get_security_level(context)));
+  SSL_CTX_set_keylog_callback(context, nullptr);
+  // Else a read goes on for as long as there are records that carry no data.
+  SSL_CTX_clear_mode(context, SSL_MODE_AUTO_RETRY);
+  return CURLE_OK;
+}
+
+}  // namespace
+
+HTTPTransfer::HTTPTransfer(std::vector<curl_socket_t>& sockets, const URLSessionOptions& options,
+                           const Attempt& attempt, const std::atomic<bool>& isStopped)
+    : sockets_(sockets), attempt_(attempt), isStopped_(isStopped) {
+  if (!easy_) setUp_ = CURLE_OUT_OF_MEMORY;
+  setConnectionOptions(options);
+  setSecurityOptions(options);
+  setRequestOptions();
+}
+
+template <class Value>
+void HTTPTransfer::set(CURLoption option, Value value) {
+  if (setUp_ == CURLE_OK) setUp_ = curl_easy_setopt(easy_.get(), option, value);
+}
+
+void HTTPTransfer::setConnectionOptions(const URLSessionOptions& options) {
+  const auto timeLeft =
+      std::chrono::duration_cast<Duration>(attempt_.deadline - std::chrono::steady_clock::now());
+  set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(std::min(options.connectTimeout, timeLeft)));
+  set(CURLOPT_TIMEOUT_MS, milliseconds(timeLeft));
+  // libcurl asks it also where it does not look at its time limits, such as in the answer of a
+  // proxy.
+  set(CURLOPT_NOPROGRESS, 0L);
+  set(CURLOPT_XFERINFOFUNCTION, progress);
+  set(CURLOPT_XFERINFODATA, this);
+  set(CURLOPT_NOSIGNAL, 1L);
+
+  // Both empty rather than unset: libcurl would ask the environment.
+  set(CURLOPT_PROXY, options.proxy.c_str());
+  set(CURLOPT_NOPROXY, options.noProxy.c_str());
+  bool needsNoLookup = true;
+  for (const auto& addresses : attempt_.addresses) {
+    if (!addresses.empty()) addLine(addresses_, addresses.c_str());
+    if (addresses.empty()) needsNoLookup = false;
+  }
+  set(CURLOPT_RESOLVE, addresses_.get());
+  if (needsNoLookup) {
+    set(CURLOPT_RESOLVER_START_FUNCTION, refuseLookup);
+    set(CURLOPT_RESOLVER_START_DATA, this);
+  }
+
+  set(CURLOPT_OPENSOCKETFUNCTION, openSocket);
+  set(CURLOPT_OPENSOCKETDATA, this);
+  set(CURLOPT_CLOSESOCKETFUNCTION, closeSocket);
+  set(CURLOPT_CLOSESOCKETDATA, &sockets_);  // the connection may outlive the transfer
+}
+
+void HTTPTransfer::setSecurityOptions(const URLSessionOptions& options) {
+  set(CURLOPT_PROTOCOLS_STR, "https");
+  set(CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
+  set(CURLOPT_SSL_VERIFYPEER, 1L);
+  set(CURLOPT_SSL_VERIFYHOST, 2L);
+  set(CURLOPT_SSL_CTX_FUNCTION, secure);
+  // The cache of libcurl 7.88 frees memory twice when it cannot get any.
+  set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
+  if (!options.certificateAuthorities.empty()) {
+    set(CURLOPT_CAINFO, options.certificateAuthorities.c_str());
+    set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+  }
+  if (!options.pinnedPublicKey.empty())
+    set(CURLOPT_PINNEDPUBLICKEY, options.pinnedPublicKey.c_str());
+}
+
+void HTTPTransfer::setRequestOptions() {
+  set(CURLOPT_URL, attempt_.request.url.c_str());
+  set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
+  set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
+  set(CURLOPT_FOLLOWLOCATION, 0L);
+  if (attempt_.method == HTTPMethod::post) {
+    set(CURLOPT_POST, 1L);
+    set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(attempt_.body->size()));
+    set(CURLOPT_POSTFIELDS, attempt_.body->c_str());
+  } else {
+    set(CURLOPT_HTTPGET, 1L);
+  }
+
+  for (const auto& line : headerLines(attempt_.request.headers)) addLine(headers_, line.c_str());
+  addLine(headers_, "Content-Type:");  // what libcurl would add by itself
+  addLine(headers_, "Expect:");
+  set(CURLOPT_HTTPHEADER, headers_.get());
+
+  set(CURLOPT_PREREQFUNCTION, beforeRequest);
+  set(CURLOPT_PREREQDATA, this);
+  set(CURLOPT_HEADERFUNCTION, receiveHeader);
+  set(CURLOPT_HEADERDATA, this);
+  set(CURLOPT_WRITEFUNCTION, receive);
+  set(CURLOPT_WRITEDATA, this);
+}
+
+void HTTPTransfer::addLine(std::unique_ptr<curl_slist, void (*)(curl_slist*)>& list,
+                           const char* line) {
+  curl_slist* const longer = curl_slist_append(list.get(), line);
+  if (!longer) {
+    setUp_ = CURLE_OUT_OF_MEMORY;
+    return;
+  }
+  static_cast<void>(list.release());
+  list.reset(longer);
+}
+
+bool HTTPTransfer::hasSentEverything() const {
+  if (attempt_.method != HTTPMethod::post) return true;
+  curl_off_t sent = 0;
+  curl_easy_getinfo(easy_.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
+  return static_cast<std::size_t>(sent) >= attempt_.body->size();
+}
+
+// Returns what makes libcurl end the transfer when a callback for received bytes returns it.
+std::size_t HTTPTransfer::cutOff(CURLcode reason) {
+  cutOff_ = reason;
+  return 0;
+}
+
+// Called before libcurl looks up a name itself.
+int HTTPTransfer::refuseLookup(void*, void*, void* transfer) {
+  static_cast<HTTPTransfer*>(transfer)->lacksAddresses_ = true;
+  return 1;
+}
+
+curl_socket_t HTTPTransfer::openSocket(void* transfer, curlsocktype, curl_sockaddr* address) {
+  auto& sockets = static_cast<HTTPTransfer*>(transfer)->sockets_;
+  try {
+    sockets.reserve(sockets.size() + 1);
+  } catch (...) {
+    return CURL_SOCKET_BAD;
+  }
+  const auto socket =
+      ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  if (socket != CURL_SOCKET_BAD) sockets.push_back(socket);
+  return socket;
+}
+
+int HTTPTransfer::closeSocket(void* sockets, curl_socket_t socket) {
+  auto& open = *static_cast<std::vector<curl_socket_t>*>(sockets);
+  open.erase(std::remove(open.begin(), open.end(), socket), open.end());
+  return ::close(socket);
+}
+
+// Called whenever libcurl has a connection and is about to send the request on it.
+int HTTPTransfer::beforeRequest(void* transfer, char*, char*, int, int) {
+  auto& self = *static_cast<HTTPTransfer*>(transfer);
+  if (std::exchange(self.hasBegunRequest_, true)) {
+    // A reused connection has broken off without an answer, and libcurl turns to a new one. But
+    // the server may have read the request on the first.
+    self.cutOff(CURLE_GOT_NOTHING);
+    return CURL_PREREQFUNC_ABORT;
+  }
+  return CURL_PREREQFUNC_OK;
+}
+
+int HTTPTransfer::progress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+  auto& self = *static_cast<HTTPTransfer*>(transfer);
+  if (!self.isOver()) return 0;
+  self.cutOff(CURLE_OPERATION_TIMEDOUT);
+  return 1;
+}
+
+std::size_t HTTPTransfer::receiveHeader(char* bytes, std::size_t, std::size_t count,
+                                        void* transfer) {
+  auto& self = *static_cast<HTTPTransfer*>(transfer);
+  self.headBytes_ += count;
+  if (self.headBytes_ > kMostHeadBytes) return self.cutOff(CURLE_WEIRD_SERVER_REPLY);
+
+  const std::string_view line(bytes, count);
+  if (line != "\r\n" && line != "\n") return count;
+  long status = 0;
+  if (!self.hasBegunRequest_) {
+    // The answer of a proxy. Unless it lets us through, libcurl would read on in its body.
+    curl_easy_getinfo(self.easy_.get(), CURLINFO_HTTP_CONNECTCODE, &status);
+    if (status >= 300) return self.cutOff(CURLE_COULDNT_CONNECT);
+    return count;
+  }
+  curl_easy_getinfo(self.easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+  if (status >= 200 && !self.statusCode_) {
+    if (!self.hasSentEverything()) return self.cutOff(CURLE_WEIRD_SERVER_REPLY);
+    self.statusCode_ = static_cast<int>(status);
+  }
+  return count;
+}
+
+std::size_t HTTPTransfer::receive(char* bytes, std::size_t, std::size_t count, void* transfer) {
+  auto& self = *static_cast<HTTPTransfer*>(transfer);
+  if (count > kMostBodyBytes - self.received_.size()) return self.cutOff(CURLE_FILESIZE_EXCEEDED);
+  try {
+    self.received_.append(bytes, count);
+  } catch (...) {
+    return self.cutOff(CURLE_OUT_OF_MEMORY);
+  }
+  return count;
+}
+
+TransferResult HTTPTransfer::result(CURLcode code) {
+  TransferResult result;
+  result.error = cutOff_ != CURLE_OK ? cutOff_ : code;
+  if (result.error == CURLE_OK && !statusCode_) result.error = CURLE_PARTIAL_FILE;  // no whole head
+  result.lacksAddresses = lacksAddresses_;
+  result.attempt.httpStatusCode = statusCode_;
+  result.attempt.failedToConnect =
+      !hasBegunRequest_ &&
+      (result.error == CURLE_COULDNT_RESOLVE_HOST || result.error == CURLE_COULDNT_RESOLVE_PROXY ||
+       result.error == CURLE_COULDNT_CONNECT || result.error == CURLE_OPERATION_TIMEDOUT);
+  if (!statusCode_) return result;
+  if (const auto text = responseHeader(easy_.get(), "Retry-After"))
+    result.attempt.retryAfter = parseRetryAfter(*text, wallClockNow());
+  result.body = std::move(received_);
+  return result;
+}
+
+}  // namespace veltrano

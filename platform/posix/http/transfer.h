@@ -1,0 +1,87 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/posix/http/retry.h"
+#include "platform/posix/http/url_session.h"
+
+namespace veltrano {
+
+/// One attempt at a request.
+struct Attempt {
+  URLRequest request;
+  HTTPMethod method = HTTPMethod::post;
+  const std::string* body = nullptr;
+  std::vector<std::string> addresses;  // of the names that are needed; see NameLookup
+  std::chrono::steady_clock::time_point deadline;
+};
+
+/// How an attempt ended. There is a status code in `attempt` once the whole head of the response
+/// has arrived; `error` then says whether the body has, too.
+struct TransferResult {
+  AttemptResult attempt;
+  std::string body;
+  CURLcode error = CURLE_OK;
+  bool lacksAddresses = false;  // failed because `Attempt::addresses` were too few
+};
+
+/// Performs one attempt. Sends the request at most once. For one thread.
+class HTTPTransfer {
+ public:
+  /// `sockets` gets the connection's socket for as long as it is open. `attempt` is not copied.
+  /// `isStopped` may be set by any thread; the transfer then ends soon.
+  HTTPTransfer(std::vector<curl_socket_t>& sockets, const URLSessionOptions& options,
+               const Attempt& attempt, const std::atomic<bool>& isStopped);
+  HTTPTransfer(const HTTPTransfer&) = delete;
+
+  /// What a multi handle runs; null when the transfer could not be set up.
+  CURL* handle() const { return setUp_ == CURLE_OK ? easy_.get() : nullptr; }
+
+  /// Whether it is time to end the transfer, whatever libcurl waits for.
+  bool isOver() const {
+    return isStopped_ || std::chrono::steady_clock::now() >= attempt_.deadline;
+  }
+
+  /// For once, when `handle` is no longer in a multi handle. `code` is how libcurl says it ended.
+  TransferResult result(CURLcode code);
+
+ private:
+  template <class Value>
+  void set(CURLoption option, Value value);
+  void setConnectionOptions(const URLSessionOptions& options);
+  void setSecurityOptions(const URLSessionOptions& options);
+  void setRequestOptions();
+  void addLine(std::unique_ptr<curl_slist, void (*)(curl_slist*)>& list, const char* line);
+  bool hasSentEverything() const;
+  std::size_t cutOff(CURLcode reason);
+
+  static int refuseLookup(void*, void*, void* transfer);
+  static curl_socket_t openSocket(void* transfer, curlsocktype, curl_sockaddr* address);
+  static int closeSocket(void* sockets, curl_socket_t socket);
+  static int beforeRequest(void* transfer, char*, char*, int, int);
+  static int progress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
+  static std::size_t receiveHeader(char* bytes, std::size_t, std::size_t count, void* transfer);
+  static std::size_t receive(char* bytes, std::size_t, std::size_t count, void* transfer);
+
+  std::vector<curl_socket_t>& sockets_;
+  const Attempt& attempt_;
+  const std::atomic<bool>& isStopped_;
+  std::unique_ptr<curl_slist, void (*)(curl_slist*)> headers_{nullptr, curl_slist_free_all};
+  std::unique_ptr<curl_slist, void (*)(curl_slist*)> addresses_{nullptr, curl_slist_free_all};
+  const std::unique_ptr<CURL, void (*)(CURL*)> easy_{curl_easy_init(), curl_easy_cleanup};
+  CURLcode setUp_ = CURLE_OK;   // the first thing that went wrong
+  CURLcode cutOff_ = CURLE_OK;  // why one of our own functions ended the transfer
+  bool lacksAddresses_ = false;
+  bool hasBegunRequest_ = false;
+  std::size_t headBytes_ = 0;      // of all heads and trailers
+  std::optional<int> statusCode_;  // of a whole head, which answers the whole request
+  std::string received_;
+};
+
+}  // namespace veltrano

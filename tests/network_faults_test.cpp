@@ -1,0 +1,335 @@
+// What goes wrong around the transfers: threads, descriptors and memory that are not to be had,
+// code of the host that blocks, and the end of the session or of the process.
+#include <gtest/gtest.h>
+#include <openssl/ssl.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <future>
+#include <semaphore>
+#include <thread>
+
+#include "tests/support/failures.h"
+#include "tests/support/posting.h"
+
+namespace veltrano {
+namespace {
+
+using namespace std::chrono_literals;
+using Reply = TLSServer::Reply;
+
+#ifdef VELTRANO_SANITIZED
+constexpr bool kIsSanitized = true;
+#else
+constexpr bool kIsSanitized = false;
+#endif
+
+// What keeps a thread of the child below busy when it exits.
+enum class Busy {
+  inTransfers,
+  inSilence,
+  inCallback,
+  inInterceptor,
+  inLookup,
+  inCallbackThatExits
+};
+
+[[noreturn]] void exitWhile(Busy busy, int callbacks, const std::string& url,
+                            const std::string& authorities) {
+  OPENSSL_init_ssl(0, nullptr);  // as a host might have, so that OpenSSL cleans up at exit
+  PosixURLSession& session = *new PosixURLSession(trusting(authorities));
+  static std::atomic<int> done{0};
+  static std::binary_semaphore isBusy(0);
+  auto request = requestTo(url);
+  if (busy == Busy::inInterceptor) {
+    request.interceptor = interceptor([](URLRequest&) {
+      isBusy.release();
+      for (;;) pause();
+    });
+  }
+  if (busy == Busy::inLookup) {
+    failures::areLookupsStuck = true;
+    request.baseURL = "https://" + failures::kStuckName + "/track";
+  }
+  for (int i = 0; i < 8; ++i) {
+    session.postData(request, [=](auto, auto, auto) {
+      if (++done == 4 && busy == Busy::inCallbackThatExits) std::exit(0);
+      if (busy != Busy::inCallback) return;
+      isBusy.release();
+      for (;;) pause();
+    });
+  }
+  while (callbacks > done) std::this_thread::yield();
+  if (busy == Busy::inCallback || busy == Busy::inInterceptor) isBusy.acquire();
+  if (busy == Busy::inLookup) failures::stuckLookups.wait(0);
+  if (busy == Busy::inCallbackThatExits) pause();
+  std::exit(0);
+}
+
+// Comes first: once this process has posted, its forked children no longer do.
+TEST(NetworkFaults, TheProcessExitsWhateverTheThreadsDo) {
+  std::vector<std::pair<Busy, int>> cases = {{Busy::inSilence, 0},  {Busy::inCallback, 0},
+                                             {Busy::inCallback, 1}, {Busy::inInterceptor, 0},
+                                             {Busy::inLookup, 0},   {Busy::inCallbackThatExits, 0}};
+  for (int callbacks = 0; callbacks < 20; ++callbacks)
+    cases.emplace_back(Busy::inTransfers, callbacks % 5);
+  for (const auto& [busy, callbacks] : cases) {
+    int toChild[2];
+    ASSERT_EQ(pipe(toChild), 0);
+    const pid_t child = fork();  // while there are no threads yet
+    if (child == 0) {
+      alarm(20);  // ends a child that hangs
+      char text[256] = {};
+      if (read(toChild[0], text, sizeof text - 1) <= 0) _exit(9);
+      const std::string line = text;
+      exitWhile(busy, callbacks, line.substr(0, line.find('\n')), line.substr(line.find('\n') + 1));
+    }
+    TLSServer server([&, isSilent = busy == Busy::inSilence](int number) {
+      return number <= 4 && !isSilent ? answer("200 OK") : Reply{};
+    });
+    const std::string line = server.url() + "\n" + server.authorities();
+    EXPECT_EQ(write(toChild[1], line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0) << static_cast<int>(busy) << ' ' << callbacks;
+    close(toChild[0]);
+    close(toChild[1]);
+  }
+}
+
+TEST(NetworkFaults, WithoutThreadsPostsFailAtOnceAndLaterOnesDoNot) {
+  TLSServer server([](int) { return answer("200 OK"); });
+  PosixURLSession session(trusting(server.authorities()));
+  for (int i = 0; i < 2; ++i) {
+    failures::hasNoThreads = true;
+    std::promise<std::thread::id> calledOn;
+    session.postData(requestTo(server.url()), [&](auto, auto response, auto error) {
+      EXPECT_TRUE(error && !response);
+      calledOn.set_value(std::this_thread::get_id());
+    });
+    EXPECT_NE(calledOn.get_future().get(), std::this_thread::get_id());
+  }
+  EXPECT_THROW(PosixURLSession{URLSessionOptions{}}, std::system_error);
+  failures::hasNoThreads = false;
+  EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
+}
+
+TEST(NetworkFaults, WithoutDescriptorsPostsEndAndLaterOnesSucceed) {
+  if (kIsSanitized) GTEST_SKIP() << "Sanitizers need descriptors themselves.";
+  TLSServer server([](int) { return answer("200 OK"); });
+  auto options = trusting(server.authorities());
+  options.attemptTimeout = 100ms;  // the server has no descriptors either
+  for (const bool isTableShared : {false, true}) {
+    failures::hasOneDescriptorTable = isTableShared;
+    PosixURLSession session(options);
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const int lowest = dup(0);
+    close(lowest);
+    const rlimit none{static_cast<rlim_t>(lowest), before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_TRUE(post(session, requestTo(server.url())).isTransportError());
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
+  }
+  failures::hasOneDescriptorTable = false;
+}
+
+// Their numbers, as a program that the host executes sees them.
+std::string inheritedDescriptors() {
+  std::string text;
+  std::FILE* const list = popen("ls /proc/self/fd", "r");
+  for (int c = std::fgetc(list); c != EOF; c = std::fgetc(list)) text += static_cast<char>(c);
+  pclose(list);
+  return text;
+}
+
+TEST(NetworkFaults, ExecutedProgramsInheritNoDescriptor) {
+  if (kIsSanitized) GTEST_SKIP() << "ThreadSanitizer knows one descriptor table only.";
+  std::binary_semaphore hasCome(0);
+  TLSServer server([&](int) {
+    hasCome.release();
+    return Reply{};
+  });
+  const std::string before = inheritedDescriptors();
+  PosixURLSession session(trusting(server.authorities()));
+  const auto hanging = start(session, requestTo(server.url()));
+  hasCome.acquire();
+  EXPECT_EQ(inheritedDescriptors(), before);
+}
+
+TEST(NetworkFaults, TheHostsDescriptorsEndWhenTheHostClosesThem) {
+  TLSServer server([](int) { return answer("200 OK"); });
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  PosixURLSession session(trusting(server.authorities()));
+  EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
+  close(ends[1]);
+  char byte = 0;
+  EXPECT_EQ(read(ends[0], &byte, 1), 0);
+  close(ends[0]);
+}
+
+TEST(NetworkFaults, ALookupThatIsStuckKeepsOneThreadAndNoPost) {
+  TLSServer server([](int) { return answer("200 OK"); },
+                   {.certificate = {.name = "DNS:" + failures::kStuckName}});
+  TLSServer other([](int) { return answer("200 OK"); });
+  auto options = trusting(server.authorities());
+  options.connectTimeout = 30ms;
+  options.requestTimeout = 60ms;
+  PosixURLSession session(options);
+  const auto request =
+      requestTo("https://" + failures::kStuckName + ":" + std::to_string(server.port()) + "/");
+  failures::areLookupsStuck = true;
+  for (int i = 0; i < 4; ++i) EXPECT_TRUE(post(session, request).isTransportError());
+  EXPECT_EQ(failures::stuckLookups, 1);
+  EXPECT_TRUE(post(session, requestTo(other.url())).isTransportError()) << "not its certificate";
+  EXPECT_EQ(other.connections(), 1);
+  failures::areLookupsStuck = false;
+  failures::areLookupsStuck.notify_all();
+  while (post(session, request).status() != 200) {
+  }
+}
+
+TEST(NetworkFaults, CodeOfTheHostThatBlocksHoldsUpNothingElse) {
+  TLSServer server([](int) { return answer("200 OK"); });
+  PosixURLSession session(trusting(server.authorities()));
+  const auto upload = requestTo(server.url());
+  auto heartbeat = requestTo(server.url() + "/heartbeat");
+  std::atomic<int> attempts{0};
+  heartbeat.interceptor = interceptor([&](URLRequest&) { ++attempts; });
+  EXPECT_EQ(post(session, upload).status(), 200);  // has its own transfers from now on
+
+  // A callback that waits for another upload, and for the next heartbeat's being sent.
+  std::promise<int> status;
+  session.postData(heartbeat, [&](auto, auto, auto) {
+    session.postData(heartbeat, [](auto, auto, auto) {});
+    while (server.requests().size() < 3) std::this_thread::yield();
+    status.set_value(post(session, upload).status());
+  });
+  EXPECT_EQ(status.get_future().get(), 200);
+
+  // A token that waits for an upload.
+  heartbeat.interceptor =
+      interceptor([&](URLRequest&) { EXPECT_EQ(post(session, upload).status(), 200); });
+  EXPECT_EQ(post(session, heartbeat).status(), 200);
+}
+
+TEST(NetworkFaults, HangingHeartbeatsDoNotHoldUpAnUpload) {
+  TLSServer silent([](int) { return Reply{}; });
+  TLSServer server([](int) { return answer("200 OK"); });
+  PosixURLSession session(trusting(server.authorities()));
+  EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
+  std::vector<std::future<Outcome>> heartbeats;
+  for (int i = 0; i < 300; ++i) heartbeats.push_back(start(session, requestTo(silent.url())));
+  EXPECT_TRUE(heartbeats.back().get().isTransportError()) << "more are waiting than shall";
+  EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
+}
+
+TEST(NetworkFaults, ACallbackMayEndItsThread) {
+  TLSServer server([](int) { return answer("200 OK"); });
+  PosixURLSession session(trusting(server.authorities()));
+  std::promise<void> called;
+  session.postData(requestTo(server.url()), [&](auto, auto, auto) {
+    called.set_value();
+    pthread_exit(nullptr);
+  });
+  called.get_future().wait();
+  EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
+}
+
+TEST(NetworkFaults, EveryPostIsReportedOnceWhicheverAllocationFails) {
+  TLSServer server([](int) { return answer("503 Busy", "{}", "Retry-After: 0\r\n"); },
+                   {.certificate = {.name = "DNS:localhost"}});
+  for (const int failing : {1, 3}) {
+    int first = 0;
+    for (bool hasFailed = true; hasFailed; ++first) {
+      PosixURLSession session(trusting(server.authorities()));
+      auto request = requestTo("https://localhost:" + std::to_string(server.port()) + "/a");
+      request.headerParameters = {{"a header that is longer than a short string", "value"}};
+      request.interceptor = interceptor([](URLRequest& r) { r.headers["token"] = "t"; });
+      request.maxRetries = 1;
+      request.dontRetryStatusCodesSet = {{504}};
+      std::atomic<int> calls{0};
+      std::binary_semaphore isOver(0);
+      URLSessionCallback callback = [&, padding = std::array<char, 100>()](auto, auto response,
+                                                                           auto error) {
+        EXPECT_TRUE(response || error) << padding[0];
+        ++calls;
+        isOver.release();
+      };
+      failures::failAllocations(first, failing);
+      failures::isLibrarys = true;
+      session.postData(std::move(request), std::move(callback));
+      failures::isLibrarys = false;
+      isOver.acquire();
+      hasFailed = failures::stopFailing();
+      EXPECT_EQ(calls, 1) << first;
+      EXPECT_TRUE(hasFailed || server.requests().size() >= 2);
+    }
+    EXPECT_GT(first, 100) << "not every allocation was seen";
+  }
+}
+
+TEST(NetworkFaults, ShuttingDownLetsPostsFinishAndThenIsSilent) {
+  std::promise<void> release;
+  const auto released = release.get_future().share();
+  TLSServer server([&](int number) {
+    if (number == 2) released.wait();
+    return answer("200 OK");
+  });
+  TLSServer silent([](int) { return Reply{}; });
+  const auto soon = [] { return std::chrono::steady_clock::now() + 30s; };
+  {
+    PosixURLSession session(trusting(server.authorities()));
+    EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
+    auto underWay = start(session, requestTo(server.url()));
+    auto ended = std::async([&] { return session.shutDown(soon()); });
+    while (!post(session, requestTo(server.url() + "/other")).error) {  // not yet begun
+    }
+    release.set_value();
+    EXPECT_TRUE(ended.get());
+    EXPECT_EQ(underWay.get().status(), 200);
+    session.postData(requestTo(server.url()), [](auto, auto, auto) { ADD_FAILURE(); });
+  }
+  PosixURLSession session(trusting(silent.authorities()));
+  auto hanging = start(session, requestTo(silent.url()));
+  EXPECT_FALSE(session.shutDown(std::chrono::steady_clock::now() + 20ms));
+  ASSERT_EQ(hanging.wait_for(0s), std::future_status::ready);
+  EXPECT_TRUE(hanging.get().isTransportError());
+}
+
+TEST(NetworkFaults, PostsInAForkedChildAreDropped) {
+  TLSServer server([](int) { return answer("200 OK"); });
+  PosixURLSession session(trusting(server.authorities()));
+  ASSERT_EQ(post(session, requestTo(server.url())).status(), 200);
+  std::atomic<bool> stopping{false};
+  std::thread busy([&] {
+    while (!stopping) post(session, requestTo(server.url()));
+  });
+  for (int round = 0; round < 30; ++round) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(20);
+      auto captured = std::make_shared<int>();
+      const std::weak_ptr<int> watched = captured;
+      session.postData(requestTo(server.url()),
+                       [captured = std::move(captured)](auto, auto, auto) { _exit(7); });
+      _exit(watched.expired() ? 0 : 8);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+  }
+  stopping = true;
+  busy.join();
+  EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
+}
+
+}  // namespace
+}  // namespace veltrano

@@ -1,0 +1,67 @@
+// Posts through a PosixURLSession and waits for what comes of them.
+#pragma once
+
+#include <chrono>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "platform/posix/http/url_session.h"
+#include "tests/support/tls_server.h"
+
+namespace veltrano {
+
+struct Outcome {
+  std::optional<std::string> data;
+  std::optional<URLResponse> response;
+  std::optional<TransportError> error;
+
+  int status() const { return response ? response->httpStatusCode.value_or(0) : 0; }
+  bool isTransportError() const { return error && !error->reason.empty() && !data && !response; }
+};
+
+inline std::future<Outcome> start(PosixURLSession& session, PostRequest request) {
+  auto promise = std::make_shared<std::promise<Outcome>>();
+  session.postData(std::move(request), [promise](auto data, auto response, auto error) {
+    promise->set_value({std::move(data), response, error});
+  });
+  return promise->get_future();
+}
+
+inline Outcome post(PosixURLSession& session, PostRequest request) {
+  return start(session, std::move(request)).get();
+}
+
+inline URLSessionOptions trusting(const std::string& authorities) {
+  return {.certificateAuthorities = authorities, .firstBackOff = std::chrono::milliseconds(1)};
+}
+
+inline PostRequest requestTo(const std::string& url) {
+  PostRequest request;
+  request.baseURL = url;
+  request.httpBody = "data=W10=";
+  return request;
+}
+
+inline TLSServer::Reply answer(const std::string& status, const std::string& body = "",
+                               const std::string& head = "") {
+  return {.bytes = "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) +
+                   "\r\n" + head + "\r\n" + body};
+}
+
+/// An interceptor that is a function.
+template <class Function>
+struct Interceptor final : ZKInterceptor {
+  explicit Interceptor(Function body) : function(std::move(body)) {}
+  void intercept(URLRequest& request) const override { function(request); }
+  Function function;
+};
+
+template <class Function>
+std::shared_ptr<const ZKInterceptor> interceptor(Function function) {
+  return std::make_shared<Interceptor<Function>>(std::move(function));
+}
+
+}  // namespace veltrano
