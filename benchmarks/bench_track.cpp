@@ -1,14 +1,13 @@
 // What `track` costs the thread that calls it, against two references: handing a formatted line to
 // an asynchronous spdlog logger (a queue of 8192 lines, one thread, callers that wait when the
 // queue is full, and a sink that drops everything), and the floor, the least that any such call has
-// to do. What reading the clock takes of each time is taken off it.
+// to do.
 #include <spdlog/async.h>
 #include <spdlog/sinks/base_sink.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <barrier>
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
@@ -21,82 +20,12 @@
 #include <vector>
 
 #include "benchmarks/bench_platform.h"
+#include "benchmarks/call_times.h"
 #include "benchmarks/figures.h"
 #include "benchmarks/scripted_url_session.h"
 #include "veltrano/veltrano.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-constexpr std::size_t kBurst = 2000;  // calls until both sides may catch up
-constexpr std::size_t kBursts = 4;    // in a turn
-constexpr std::chrono::microseconds kPace{20};
-
-struct Load {
-  int threads = 1;
-  bool isPaced = false;
-};
-
-// Both percentiles of the times of single calls, in nanoseconds.
-struct Times {
-  double median = 0;
-  double p99 = 0;
-};
-
-double nanosecondsBetween(Clock::time_point before, Clock::time_point after) {
-  return std::chrono::duration<double, std::nano>(after - before).count();
-}
-
-// What a call that does nothing would seem to take.
-double clockCost() {
-  static const double cost = [] {
-    std::vector<double> times(100'000);
-    for (double& time : times) {
-      const auto before = Clock::now();
-      time = nanosecondsBetween(before, Clock::now());
-    }
-    return bench::median(times);
-  }();
-  return cost;
-}
-
-void waitUntil(Clock::time_point due) {
-  while (Clock::now() < due) {
-  }
-}
-
-// The burst is shared out among the threads. Before the next one, `drain` lets the other side catch
-// up, so that what is measured is not how a backlog grows.
-template <class Call, class Drain>
-Times measure(const Load& load, Call call, Drain drain) {
-  const std::size_t share = kBurst / static_cast<std::size_t>(load.threads);
-  std::vector<std::vector<double>> times(static_cast<std::size_t>(load.threads));
-  for (auto& own : times) own.reserve(kBursts * share);
-
-  std::barrier burstEnd(load.threads, [&]() noexcept { drain(); });
-  const auto makeCalls = [&](std::vector<double>& own) {
-    for (std::size_t burst = 0; burst < kBursts; ++burst) {
-      Clock::time_point due = Clock::now();
-      for (std::size_t i = 0; i < share; ++i) {
-        if (load.isPaced) waitUntil(due += kPace);
-        const auto before = Clock::now();
-        call();
-        const auto after = Clock::now();
-        own.push_back(nanosecondsBetween(before, after));
-      }
-      burstEnd.arrive_and_wait();
-    }
-  };
-  std::vector<std::thread> callers;
-  callers.reserve(times.size());
-  for (auto& own : times) callers.emplace_back(makeCalls, std::ref(own));
-  for (auto& caller : callers) caller.join();
-
-  std::vector<double> all;
-  for (const auto& own : times) all.insert(all.end(), own.begin(), own.end());
-  return {bench::percentile(all, 0.5) - clockCost(), bench::percentile(all, 0.99) - clockCost()};
-}
 
 // Drops lines, and says when it is flushed.
 class NullSink final : public spdlog::sinks::base_sink<std::mutex> {
@@ -149,13 +78,13 @@ class Floor {
   static_assert(sizeof(Record) == 176);
 
   Record record_;
-  std::vector<Record> ring_{2 * kBurst};
+  std::vector<Record> ring_{4000};
   std::size_t place_ = 0;
   std::atomic<Record*> newest_ = nullptr;
 };
 
 struct Goal {
-  double Times::*statistic;
+  double bench::CallTimes::*statistic;
   enum Reference { logger, floor } reference;
   std::optional<double> atMost;
   bench::Turns turns = {};
@@ -166,12 +95,12 @@ class Comparison {
   explicit Comparison(int rounds) : rounds_(rounds) {}
 
   template <class Call>
-  void run(const std::string& what, const Load& load, Call call, std::vector<Goal> goals) {
+  void run(const std::string& what, const bench::Load& load, Call call, std::vector<Goal> goals) {
     for (int round = -1; round < rounds_; ++round) {
-      const Times own = measure(load, call, bench::drainTracker);
+      const bench::CallTimes own = bench::timeCalls(load, call, bench::drainTracker);
       // Until the work queue's thread sleeps.
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      Times references[2];
+      bench::CallTimes references[2];
       if (isNeeded(Goal::logger, goals)) references[Goal::logger] = measureReference(load, logger_);
       if (isNeeded(Goal::floor, goals)) references[Goal::floor] = measureReference(load, floor_);
       if (round < 0) continue;  // for warming up
@@ -179,8 +108,9 @@ class Comparison {
         goal.turns.add(own.*goal.statistic, references[goal.reference].*goal.statistic);
     }
     for (const Goal& goal : goals)
-      goal.turns.print(what + (goal.statistic == &Times::p99 ? ": 99th percentile" : ": median"),
-                       goal.reference == Goal::logger ? "spdlog" : "floor", goal.atMost);
+      goal.turns.print(
+          what + (goal.statistic == &bench::CallTimes::p99 ? ": 99th percentile" : ": median"),
+          goal.reference == Goal::logger ? "spdlog" : "floor", goal.atMost);
   }
 
  private:
@@ -190,8 +120,8 @@ class Comparison {
   }
 
   template <class Side>
-  static Times measureReference(const Load& load, Side& side) {
-    return measure(
+  static bench::CallTimes measureReference(const bench::Load& load, Side& side) {
+    return bench::timeCalls(
         load, [&] { side.call(); }, [&] { side.drain(); });
   }
 
@@ -225,11 +155,11 @@ int main(int argc, char** argv) {
       {"plan", "pro"}, {"items", 3}, {"price", 9.5}, {"first", true}, {"store", "north"}};
   const auto trackWithGivenProperties = [&] { Veltrano::shared().track("Bought", properties); };
 
-  const Load oneThread;
-  const Load fourThreads{.threads = 4};
-  const Load paced{.isPaced = true};
-  const auto median = &Times::median;
-  const auto p99 = &Times::p99;
+  const bench::Load oneThread;
+  const bench::Load fourThreads{.threads = 4};
+  const bench::Load paced{.isPaced = true};
+  const auto median = &bench::CallTimes::median;
+  const auto p99 = &bench::CallTimes::p99;
   comparison.run(
       "`track`, 5 properties, 1 thread", oneThread, trackWithProperties,
       {{median, Goal::logger, 0.33}, {median, Goal::floor, 2}, {p99, Goal::logger, 0.1}});

@@ -1,11 +1,22 @@
 // Figures and the rows of the table that they make.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace bench {
+
+using Clock = std::chrono::steady_clock;
+
+/// How many nanoseconds `work` takes.
+template <class Work>
+double timeOf(Work&& work) {
+  const auto start = Clock::now();
+  work();
+  return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
+}
 
 /// The value that a `share` of all values is at most: 0.5 for the median. Between the steps of a
 /// coarse clock it is interpolated. `values` is not empty.
