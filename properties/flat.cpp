@@ -35,11 +35,20 @@ inline void copyBytes(char* to, const char* from, std::size_t size) {
     *to = *from;
 }
 
-void putText(char* to, Kind kind, std::string_view text) {
+// Both return where the next value goes.
+inline char* putText(char* to, Kind kind, std::string_view text) {
   const std::uint32_t size = length(text.size());
   *to = static_cast<char>(kind);
   std::memcpy(to + 1, &size, sizeof size);
   copyBytes(to + FlatView::kTextHead, text.data(), text.size());
+  return to + FlatView::kTextHead + text.size();
+}
+
+// One copy of a known size, of which only the scalar's own bytes count.
+inline char* putScalar(char* to, Kind kind, std::uint64_t bits) {
+  *to = static_cast<char>(kind);
+  std::memcpy(to + 1, &bits, sizeof bits);
+  return to + FlatView::scalarSize(kind);
 }
 
 template <class T>
@@ -89,21 +98,29 @@ void FlatWriter::close(Container container) {
 }
 
 void FlatWriter::text(Kind kind, std::string_view text) {
-  char* const to = take(FlatView::kTextHead + text.size());
-  putText(to, kind, text);
+  putText(take(FlatView::kTextHead + text.size()), kind, text);
+}
+
+// Most values are scalars or text: one check for room serves such a value and its key.
+inline void FlatWriter::entry(std::string_view key, const Argument& argument) {
+  if (argument.form_ > Argument::Form::text) {
+    text(Kind::String, key);
+    return value(argument);
+  }
+  const bool isText = argument.form_ == Argument::Form::text;
+  const std::size_t size = isText ? argument.size_ : sizeof argument.bits_;
+  char* to = take(2 * FlatView::kTextHead + key.size() + size);
+  to = putText(to, Kind::String, key);
+  at_ = isText ? putText(to, argument.kind_, {static_cast<const char*>(argument.object_), size})
+               : putScalar(to, argument.kind_, argument.bits_);
 }
 
 void FlatWriter::value(const Argument& argument) {
   using Form = Argument::Form;
   switch (argument.form_) {
-    case Form::scalar: {
-      // One copy of a known size, of which only the scalar's own bytes count.
-      char* const to = take(1 + sizeof argument.bits_);
-      *to = static_cast<char>(argument.kind_);
-      std::memcpy(to + 1, &argument.bits_, sizeof argument.bits_);
-      at_ = to + FlatView::scalarSize(argument.kind_);
+    case Form::scalar:
+      at_ = putScalar(take(1 + sizeof argument.bits_), argument.kind_, argument.bits_);
       return;
-    }
     case Form::text:
       return text(argument.kind_, {static_cast<const char*>(argument.object_), argument.size_});
     case Form::flat:
@@ -118,12 +135,10 @@ void FlatWriter::value(const Argument& argument) {
       return close(array);
     }
     case Form::map: {
-      const auto* entry = static_cast<const detail::MapElement*>(argument.object_);
+      const auto* next = static_cast<const detail::MapElement*>(argument.object_);
       const Container dictionary = open(Kind::Dictionary);
-      for (const auto* end = entry + argument.size_; entry != end; ++entry) {
-        text(Kind::String, entry->key);
-        value(entry->value);
-      }
+      for (const auto* end = next + argument.size_; next != end; ++next)
+        entry(next->key, next->value);
       return close(dictionary);
     }
     case Form::own:

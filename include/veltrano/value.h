@@ -161,6 +161,7 @@ class VELTRANO_EXPORT FlatWriter {
   char* end_;
 
  private:
+  void entry(std::string_view key, const Argument& argument);
   void number(const NSNumber& number);
   char* take(std::size_t size) {
     if (static_cast<std::size_t>(end_ - at_) < size) grow(size);
