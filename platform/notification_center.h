@@ -24,6 +24,7 @@ class NotificationCenter {
   /// Calls `observer` for every later notification called `name`, whoever posts it, for the rest of
   /// the process. A posting runs its observers in the order of their registration, on the posting
   /// thread, before it returns; no lock is held meanwhile.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void addObserver(std::string_view /*name*/, std::function<void()> /*observer*/) {}
 };
 

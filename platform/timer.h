@@ -24,8 +24,10 @@ class Timers {
 
   /// Runs `action` once on the calling thread's run loop when `delay` has passed, at most
   /// `tolerance` later. On a thread whose run loop never runs the timer stays pending.
-  virtual std::shared_ptr<Timer> schedule(Duration /*delay*/, Duration /*tolerance*/,
-                                          std::function<void()> /*action*/) {
+  virtual std::shared_ptr<Timer> schedule(
+      Duration /*delay*/, Duration /*tolerance*/,
+      // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
+      std::function<void()> /*action*/) {
     return std::make_shared<Timer>();
   }
 };

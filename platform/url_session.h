@@ -59,6 +59,7 @@ class ZKURLSessionManager {
 
   /// Sends one request and returns at once. `callback` is called exactly once with the outcome,
   /// later and never on a work queue.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void postData(PostRequest /*request*/, URLSessionCallback /*callback*/) {}
 };
 

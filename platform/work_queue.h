@@ -43,6 +43,7 @@ class WorkQueue {
 
   /// Submits `item` once `delay` has passed; with no delay at once, in order with `async`.
   /// Items due at the same time keep the order in which they were scheduled.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void asyncAfter(Duration /*delay*/, std::shared_ptr<WorkItem> /*item*/) {}
 
   /// Whether nothing has been submitted after `block`, which has not begun to run.
@@ -50,6 +51,7 @@ class WorkQueue {
 
   /// For the block that is running, as its last act: parks the queue until `group` is empty, then
   /// runs `then` before any other block. When the group is empty already, `then` runs at once.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void wait(std::shared_ptr<DispatchGroup> /*group*/, std::function<void()> /*then*/) {}
 };
 

@@ -6,7 +6,7 @@
 
 namespace veltrano {
 
-constinit std::atomic<Library*> Library::current_{nullptr};
+constinit std::atomic<Library*> Library::processLibrary{nullptr};
 
 Library::Library(const Platform& platform)
     : platform_(platform),
@@ -18,7 +18,7 @@ Library::Library(const Platform& platform)
 bool Library::install(const Platform& platform) {
   auto library = std::make_unique<Library>(platform);
   Library* none = nullptr;
-  if (!current_.compare_exchange_strong(none, library.get(), std::memory_order_acq_rel))
+  if (!processLibrary.compare_exchange_strong(none, library.get(), std::memory_order_acq_rel))
     return false;
   static_cast<void>(library.release());
   return true;
@@ -26,7 +26,7 @@ bool Library::install(const Platform& platform) {
 
 Library& Library::makeCurrent() {
   static_cast<void>(install(Platform()));  // refused when another thread was faster
-  return *current_.load(std::memory_order_acquire);
+  return *processLibrary.load(std::memory_order_acquire);
 }
 
 HeartbeatManager& Library::heartbeatManager() {

@@ -27,7 +27,7 @@ class Library {
   /// The process's library. When there is none at the first call, that is one on `Platform()` for
   /// good. Safe to call from any thread, as is everything here.
   static Library& current() {
-    Library* const library = current_.load(std::memory_order_acquire);
+    Library* const library = processLibrary.load(std::memory_order_acquire);
     return library != nullptr ? *library : makeCurrent();
   }
 
@@ -36,7 +36,7 @@ class Library {
 
   /// Puts `library`, which may be null, in the place of the process's one, and returns that.
   static Library* exchangeCurrent(Library* library) noexcept {
-    return current_.exchange(library, std::memory_order_acq_rel);
+    return processLibrary.exchange(library, std::memory_order_acq_rel);
   }
 
   const Endpoints& endpoints() const { return endpoints_; }
@@ -53,7 +53,7 @@ class Library {
  private:
   static Library& makeCurrent();
 
-  static constinit std::atomic<Library*> current_;
+  static constinit std::atomic<Library*> processLibrary;
 
   const Platform platform_;
   const Log log_;
