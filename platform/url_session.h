@@ -19,7 +19,8 @@ struct URLRequest {
   std::map<std::string, std::string> headers;
 };
 
-/// Adjusts a request before it is sent, for every attempt anew. Called on the framework's thread.
+/// Adjusts a request before it is sent, for every attempt anew. Called on a thread of the
+/// framework; what it throws is dropped, and the request is sent as it was.
 class ZKInterceptor {
  public:
   virtual ~ZKInterceptor() = default;
@@ -31,11 +32,23 @@ struct URLResponse {
   std::optional<int> httpStatusCode;
 };
 
-/// Why there is no response; `reason` is for people and holds no URL, body or token.
+/// Why a response did not arrive, or not all of it.
 struct TransportError {
-  std::string reason;
+  enum class Kind {
+    brokenOff,    // the connection, the response or what it may be
+    timedOut,     // at any step
+    unreachable,  // the host has no address, or does not let itself be connected to
+    untrusted,    // the host has no acceptable certificate, key or encryption
+    notAttempted  // for want of memory or threads, or because too many wait or the session has
+                  // ended
+  };
+
+  std::string reason;  // for people; holds no URL, body or token
+  Kind kind = Kind::brokenOff;
 };
 
+/// A response and an error together say that the status has arrived and the rest has not; `data` is
+/// absent then.
 using URLSessionCallback =
     std::function<void(std::optional<std::string> data, std::optional<URLResponse> response,
                        std::optional<TransportError> error)>;
@@ -58,7 +71,8 @@ class ZKURLSessionManager {
   virtual ~ZKURLSessionManager() = default;
 
   /// Sends one request and returns at once. `callback` is called exactly once with the outcome,
-  /// later and never on a work queue.
+  /// later and never on a work queue. A response counts only if it comes once the whole request has
+  /// been sent.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void postData(PostRequest /*request*/, URLSessionCallback /*callback*/) {}
 };

@@ -29,11 +29,34 @@ URLRequest outgoingRequest(const PostRequest& post) {
   return isIntercepted ? intercepted : request;
 }
 
+TransportError::Kind kindOf(CURLcode code) {
+  using Kind = TransportError::Kind;
+  switch (code) {
+    case CURLE_OPERATION_TIMEDOUT:
+      return Kind::timedOut;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_CONNECT:
+      return Kind::unreachable;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+      return Kind::untrusted;
+    case CURLE_OUT_OF_MEMORY:
+    case CURLE_FAILED_INIT:
+    case CURLE_NO_CONNECTION_AVAILABLE:
+      return Kind::notAttempted;
+    default:
+      return Kind::brokenOff;
+  }
+}
+
 TransportError transportError(CURLcode code) noexcept {
   try {
-    return {curl_easy_strerror(code)};
+    return {curl_easy_strerror(code), kindOf(code)};
   } catch (...) {
-    return {"out of memory"};  // short enough to need none
+    return {"out of memory", kindOf(code)};  // short enough to need none
   }
 }
 

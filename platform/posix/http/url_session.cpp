@@ -26,6 +26,7 @@ PosixURLSession::PosixURLSession(URLSessionOptions options) {
     options.proxy = firstVariable({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
     options.noProxy = firstVariable({"no_proxy", "NO_PROXY"});
   }
+  watchForks();
   for (auto& [url, endpoint] : endpoints_) {
     endpoint = std::make_shared<Endpoint>(options);
     if (endpoint->start()) continue;
@@ -39,7 +40,6 @@ PosixURLSession::~PosixURLSession() {
 }
 
 void PosixURLSession::postData(PostRequest request, URLSessionCallback callback) {
-  watchForks();
   if (isForkedChild()) return;
   endpointFor(request.baseURL).post(request, callback);
 }
