@@ -34,8 +34,7 @@ PosixOptions cppOptions(const veltrano_options& given) {
   PosixOptions options;
   options.collectionHost = view(given.collection_host);
   options.userDefaultsFile = view(given.user_defaults_file);
-  if (given.info_dictionary != nullptr)
-    options.infoDictionary = objectOf(given.info_dictionary).map();
+  options.infoDictionary = mapOf(given.info_dictionary);
   options.infoPropertyListFile = view(given.info_property_list_file);
   options.certificateAuthorities = view(given.certificate_authorities);
   options.proxyFromEnvironment = given.proxy_from_environment;
