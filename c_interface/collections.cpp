@@ -39,15 +39,16 @@ bool veltrano_array_append(veltrano_object* array, const veltrano_object* elemen
 
 bool veltrano_dictionary_set(veltrano_object* dictionary, const veltrano_object* key,
                              const veltrano_object* value) {
-  return key != nullptr && changed<MutableDictionary>(dictionary, [&](auto& it) {
-           it.set(objectOf(key), objectOf(value));
-         });
+  if (key == nullptr) return false;
+  return changed<MutableDictionary>(dictionary,
+                                    [&](auto& it) { it.set(objectOf(key), objectOf(value)); });
 }
 
 bool veltrano_dictionary_set_object(veltrano_object* dictionary, const char* key,
                                     const veltrano_object* value) {
-  return key != nullptr && changed<MutableDictionary>(
-                               dictionary, [&](auto& it) { it.set(key, objectOf(value).value()); });
+  if (key == nullptr) return false;
+  return changed<MutableDictionary>(dictionary,
+                                    [&](auto& it) { it.set(key, objectOf(value).value()); });
 }
 
 // The functions that add one kind of value, which `VALUE` makes of the parameters.
@@ -57,8 +58,8 @@ bool veltrano_dictionary_set_object(veltrano_object* dictionary, const char* key
   }                                                                                       \
   bool veltrano_dictionary_set_##KIND(veltrano_object* dictionary,                        \
                                       const char* key __VA_OPT__(, ) __VA_ARGS__) {       \
-    return key != nullptr &&                                                              \
-           changed<MutableDictionary>(dictionary, [&](auto& it) { it.set(key, VALUE); }); \
+    if (key == nullptr) return false;                                                     \
+    return changed<MutableDictionary>(dictionary, [&](auto& it) { it.set(key, VALUE); }); \
   }
 
 VELTRANO_ADDS(text, value, const char* value)
