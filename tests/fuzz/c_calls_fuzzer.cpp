@@ -2,6 +2,7 @@
 // checks that every context is released exactly once.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -284,7 +285,9 @@ class Host {
   // There is a platform already.
   void install() {
     veltrano_options options{};
-    options.size = below(sizeof options + 8);
+    constexpr std::size_t kSizes[] = {0, offsetof(veltrano_options, info_dictionary),
+                                      sizeof options, sizeof options + 8};
+    options.size = kSizes[below(std::size(kSizes))];
     options.collection_host = text();
     options.user_defaults_file = text();
     options.info_dictionary = any();

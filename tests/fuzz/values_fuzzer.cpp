@@ -14,6 +14,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <utility>
 
 #include "platform/simulated/simulated_platform.h"
 #include "veltrano/veltrano.h"
@@ -134,11 +135,18 @@ class Reader {
       default:
         break;
     }
-    constexpr int kSeldom = 32, kDeepest = 140;
-    if (data_.ConsumeIntegralInRange(0, kSeldom) == kSeldom)
-      for (int i = data_.ConsumeIntegralInRange(0, kDeepest); i > 0; --i)
-        result = i % 2 == 0 ? container(What::array, {std::move(result)})
-                            : container(What::dictionary, {textNode("k"), std::move(result)});
+    // Sometimes nested further, a little or about as deep as is kept.
+    if (data_.ConsumeIntegralInRange(0, 15) == 15) {
+      const int deepest = flag() ? 4 : 135;
+      for (int i = data_.ConsumeIntegralInRange(deepest - 4, deepest); i > 0; --i) {
+        Node inner = std::exchange(result, container(What::array, {}));
+        if (i % 2 == 0) {
+          result = container(What::dictionary, {});
+          result.items.push_back(textNode("k"));
+        }
+        result.items.push_back(std::move(inner));
+      }
+    }
     return result;
   }
 
