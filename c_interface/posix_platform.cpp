@@ -96,9 +96,9 @@ Result withLoop(veltrano_run_loop* handle, Result otherwise, Function function) 
 bool veltrano_install_posix_platform(const veltrano_options* options, veltrano_object** error) {
   if (error != nullptr) *error = nullptr;
   return guarded(false, [&] {
-    std::string reason = install(options);
+    const std::string reason = install(options);
     const bool succeeded = reason.empty();
-    if (!succeeded && error != nullptr) *error = makeHandle(Object(HostValue(std::move(reason))));
+    if (!succeeded && error != nullptr) *error = makeHandle(Object(HostValue(reason)));
     return succeeded;
   });
 }

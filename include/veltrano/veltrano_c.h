@@ -80,10 +80,11 @@ VELTRANO_EXPORT veltrano_text veltrano_c_string(const char* string);
  *
  * With a completion, and while the application is in the foreground, everything that waits is
  * uploaded at once. The completion is called on the library's work queue, where nothing else
- * happens meanwhile: keep it short. `accepted` is true when the events need not be sent again.
- * Traps: a batch that the collection host refuses with status 400 counts as accepted; and the
- * completion is not called in the background, nor when a later flush replaces its own. A context
- * that has to be freed goes into a veltrano_boolean_block, which is sent with veltrano_send. */
+ * happens meanwhile: keep it short. `accepted` is true when the events will not be sent again.
+ *
+ * Trap: a batch that the collection host refuses with status 400 counts as accepted.
+ * Trap: the completion is not called in the background, nor when a later flush replaces its own. A
+ * context that has to be freed goes into a veltrano_boolean_block, sent with veltrano_send. */
 VELTRANO_EXPORT bool veltrano_track(const char* name, const veltrano_object* properties,
                                     void (*completion)(void* context, bool accepted),
                                     void* context);
@@ -127,7 +128,7 @@ VELTRANO_EXPORT void veltrano_set_logger_enabled(bool enabled);
 
 /* ---- Collections ---- */
 
-/* New empty collections, which are mutable. What has been copied from them does not change.
+/* New, empty, mutable collections. Copies do not change with them.
  *
  * Trap: collections nest 128 deep, an event's properties included; deeper ones become absent. */
 VELTRANO_EXPORT veltrano_object* veltrano_array(void);

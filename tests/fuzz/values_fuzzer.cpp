@@ -202,51 +202,32 @@ std::string iso8601(std::int64_t microseconds) {
 // None when events leave `node` out. `level` is the number of containers around it.
 std::optional<Json> converted(const Node& node, int level) {
   constexpr int kDeepest = 128;
-  switch (node.what) {
-    case What::text:
-    case What::url:
-      return wellFormed(node.text);
-    case What::integer:
-    case What::int64:
-      return node.integer;
-    case What::unsignedInteger:
-      return static_cast<std::uint64_t>(node.integer);
-    case What::real:
-      return node.real;
-    case What::single:
-      return static_cast<double>(static_cast<float>(node.real));
-    case What::flag:
-      return node.integer != 0;
-    case What::date:
-      return iso8601(node.integer);
-    case What::null:
-      return Json();
-    case What::integerNumber:
-    case What::realNumber:
-      return number(node);
-    case What::array: {
-      if (level >= kDeepest) return std::nullopt;
-      Json result = Json::array();
-      for (const Node& item : node.items)
-        if (auto element = converted(item, level + 1)) result.push_back(*std::move(element));
-      return result;
-    }
-    case What::dictionary: {
-      if (level >= kDeepest || node.items.empty()) return std::nullopt;
-      if (node.hasOtherKeys()) return kUnsendable;
-      Json result = Json::object();
-      for (std::size_t i = 0; i < node.items.size(); i += 2) {
-        const std::string key = wellFormed(node.items[i].text);
-        result.erase(key);
-        if (auto value = converted(node.items[i + 1], level + 1)) result[key] = *std::move(value);
-      }
-      return result;
-    }
-    case What::other:
-    case What::absent:
-      break;
+  const auto is = [&](What what) { return node.what == what; };
+  if (is(What::text) || is(What::url)) return wellFormed(node.text);
+  if (is(What::integer) || is(What::int64)) return node.integer;
+  if (is(What::unsignedInteger)) return static_cast<std::uint64_t>(node.integer);
+  if (is(What::real)) return node.real;
+  if (is(What::single)) return static_cast<double>(static_cast<float>(node.real));
+  if (is(What::flag)) return node.integer != 0;
+  if (is(What::date)) return iso8601(node.integer);
+  if (is(What::null)) return Json();
+  if (is(What::integerNumber) || is(What::realNumber)) return number(node);
+  if (is(What::other) || is(What::absent) || level >= kDeepest) return std::nullopt;
+  if (is(What::array)) {
+    Json result = Json::array();
+    for (const Node& item : node.items)
+      if (auto element = converted(item, level + 1)) result.push_back(*std::move(element));
+    return result;
   }
-  return std::nullopt;
+  if (node.items.empty()) return std::nullopt;
+  if (node.hasOtherKeys()) return kUnsendable;
+  Json result = Json::object();
+  for (std::size_t i = 0; i < node.items.size(); i += 2) {
+    const std::string key = wellFormed(node.items[i].text);
+    result.erase(key);
+    if (auto value = converted(node.items[i + 1], level + 1)) result[key] = *std::move(value);
+  }
+  return result;
 }
 
 // Lays the properties in `map` over those of an event.
@@ -333,36 +314,22 @@ class World {
 // ---- The roads ----
 
 HostValue scalar(const Node& node) {
-  switch (node.what) {
-    case What::text:
-      return node.text;
-    case What::integer:
-      return node.integer;
-    case What::unsignedInteger:
-      return static_cast<std::uint64_t>(node.integer);
-    case What::int64:
-      return Int64{node.integer};
-    case What::real:
-      return node.real;
-    case What::single:
-      return static_cast<float>(node.real);
-    case What::flag:
-      return node.integer != 0;
-    case What::date:
-      return std::chrono::system_clock::time_point(std::chrono::microseconds(node.integer));
-    case What::url:
-      return URL(node.text);
-    case What::null:
-      return NSNull();
-    case What::integerNumber:
-      return NSNumber(node.code, node.integer);
-    case What::realNumber:
-      return NSNumber(node.code, node.real);
-    case What::other:
-      return OtherObject();
-    default:
-      return std::nullopt;
-  }
+  const auto is = [&](What what) { return node.what == what; };
+  if (is(What::text)) return node.text;
+  if (is(What::integer)) return node.integer;
+  if (is(What::unsignedInteger)) return static_cast<std::uint64_t>(node.integer);
+  if (is(What::int64)) return Int64{node.integer};
+  if (is(What::real)) return node.real;
+  if (is(What::single)) return static_cast<float>(node.real);
+  if (is(What::flag)) return node.integer != 0;
+  if (is(What::date))
+    return std::chrono::system_clock::time_point(std::chrono::microseconds(node.integer));
+  if (is(What::url)) return URL(node.text);
+  if (is(What::null)) return NSNull();
+  if (is(What::integerNumber)) return NSNumber(node.code, node.integer);
+  if (is(What::realNumber)) return NSNumber(node.code, node.real);
+  if (is(What::other)) return OtherObject();
+  return std::nullopt;
 }
 
 // The library's own containers.
@@ -461,101 +428,83 @@ class CObjects {
            VELTRANO_DONE;
   }
 
+  // Calls `use` with the three functions for the kind of a scalar that is no text, and its value.
+  template <class Use>
+  static auto withCallsFor(const Node& node, Use use) {
+    const auto is = [&](What what) { return node.what == what; };
+    if (is(What::integer))
+      return use(veltrano_int, veltrano_array_append_int, veltrano_dictionary_set_int,
+                 node.integer);
+    if (is(What::unsignedInteger))
+      return use(veltrano_uint, veltrano_array_append_uint, veltrano_dictionary_set_uint,
+                 static_cast<std::uint64_t>(node.integer));
+    if (is(What::int64))
+      return use(veltrano_int64, veltrano_array_append_int64, veltrano_dictionary_set_int64,
+                 node.integer);
+    if (is(What::real))
+      return use(veltrano_double, veltrano_array_append_double, veltrano_dictionary_set_double,
+                 node.real);
+    if (is(What::single))
+      return use(veltrano_float, veltrano_array_append_float, veltrano_dictionary_set_float,
+                 static_cast<float>(node.real));
+    if (is(What::flag))
+      return use(veltrano_bool, veltrano_array_append_bool, veltrano_dictionary_set_bool,
+                 node.integer != 0);
+    if (is(What::date))
+      return use(veltrano_date, veltrano_array_append_date, veltrano_dictionary_set_date,
+                 static_cast<double>(node.integer) / 1e6);
+    if (is(What::integerNumber))
+      return use(veltrano_number, veltrano_array_append_number, veltrano_dictionary_set_number,
+                 node.code, node.integer);
+    if (is(What::realNumber))
+      return use(veltrano_number_with_double, veltrano_array_append_number_with_double,
+                 veltrano_dictionary_set_number_with_double, node.code, node.real);
+    require(is(What::null), "a kind");
+    return use(veltrano_null, veltrano_array_append_null, veltrano_dictionary_set_null);
+  }
+
   veltrano_object* make(const Node& node) const {
+    const auto is = [&](What what) { return node.what == what; };
     const veltrano_text text{node.text.data(), node.text.size()};
-    switch (node.what) {
-      case What::text:
-        return veltrano_string(text);
-      case What::integer:
-        return veltrano_int(node.integer);
-      case What::unsignedInteger:
-        return veltrano_uint(static_cast<std::uint64_t>(node.integer));
-      case What::int64:
-        return veltrano_int64(node.integer);
-      case What::real:
-        return veltrano_double(node.real);
-      case What::single:
-        return veltrano_float(static_cast<float>(node.real));
-      case What::flag:
-        return veltrano_bool(node.integer != 0);
-      case What::date:
-        return veltrano_date(static_cast<double>(node.integer) / 1e6);
-      case What::url:
-        return veltrano_url(text);
-      case What::null:
-        return veltrano_null();
-      case What::integerNumber:
-        return veltrano_number(node.code, node.integer);
-      case What::realNumber:
-        return veltrano_number_with_double(node.code, node.real);
-      case What::array: {
-        veltrano_object* const array = veltrano_array();
-        for (const Node& item : node.items) require(add(array, nullptr, item), "appending");
-        return array;
-      }
-      case What::dictionary: {
-        veltrano_object* const dictionary = veltrano_dictionary();
-        for (std::size_t i = 0; i < node.items.size(); i += 2)
-          require(add(dictionary, &node.items[i], node.items[i + 1]), "setting");
-        return dictionary;
-      }
-      case What::other:
-        return veltrano_other_object();
-      case What::absent:
-        break;
+    if (is(What::text)) return veltrano_string(text);
+    if (is(What::url)) return veltrano_url(text);
+    if (is(What::other)) return veltrano_other_object();
+    if (is(What::absent)) return nullptr;
+    if (is(What::array)) {
+      veltrano_object* const array = veltrano_array();
+      for (const Node& item : node.items) require(add(array, nullptr, item), "appending");
+      return array;
     }
-    return nullptr;
+    if (is(What::dictionary)) {
+      veltrano_object* const dictionary = veltrano_dictionary();
+      for (std::size_t i = 0; i < node.items.size(); i += 2)
+        require(add(dictionary, &node.items[i], node.items[i + 1]), "setting");
+      return dictionary;
+    }
+    return withCallsFor(node, [](auto call, auto, auto, auto... value) { return call(value...); });
   }
 
   // Adds to an array, or to a dictionary under `key`.
   bool add(veltrano_object* to, const Node* key, const Node& node) const {
-    const auto isPlain = [](const Node& n) { return n.text.find('\0') == std::string::npos; };
-    const bool hasPlainKey = key == nullptr || (key->what == What::text && isPlain(*key));
-    const auto plain = [&](auto append, auto set, auto... value) {
+    const auto is = [&](What what) { return node.what == what; };
+    const auto isCString = [](const Node& n) { return n.text.find('\0') == std::string::npos; };
+    if (!isTyped_ || !isCString(node) ||
+        (key != nullptr && (key->what != What::text || !isCString(*key)))) {
+      const Handle value = object(node);
+      return key == nullptr ? veltrano_array_append(to, value.get())
+                            : veltrano_dictionary_set(to, object(*key).get(), value.get());
+    }
+    const auto call = [&](auto, auto append, auto set, auto... value) {
       return key == nullptr ? append(to, value...) : set(to, key->text.c_str(), value...);
     };
-    if (isTyped_ && hasPlainKey && isPlain(node)) {
-      switch (node.what) {
-        case What::text:
-          return plain(veltrano_array_append_text, veltrano_dictionary_set_text, node.text.c_str());
-        case What::integer:
-          return plain(veltrano_array_append_int, veltrano_dictionary_set_int, node.integer);
-        case What::unsignedInteger:
-          return plain(veltrano_array_append_uint, veltrano_dictionary_set_uint,
-                       static_cast<std::uint64_t>(node.integer));
-        case What::int64:
-          return plain(veltrano_array_append_int64, veltrano_dictionary_set_int64, node.integer);
-        case What::real:
-          return plain(veltrano_array_append_double, veltrano_dictionary_set_double, node.real);
-        case What::single:
-          return plain(veltrano_array_append_float, veltrano_dictionary_set_float,
-                       static_cast<float>(node.real));
-        case What::flag:
-          return plain(veltrano_array_append_bool, veltrano_dictionary_set_bool, node.integer != 0);
-        case What::date:
-          return plain(veltrano_array_append_date, veltrano_dictionary_set_date,
-                       static_cast<double>(node.integer) / 1e6);
-        case What::url:
-          return plain(veltrano_array_append_url, veltrano_dictionary_set_url, node.text.c_str());
-        case What::null:
-          return plain(veltrano_array_append_null, veltrano_dictionary_set_null);
-        case What::integerNumber:
-          return plain(veltrano_array_append_number, veltrano_dictionary_set_number, node.code,
-                       node.integer);
-        case What::realNumber:
-          return plain(veltrano_array_append_number_with_double,
-                       veltrano_dictionary_set_number_with_double, node.code, node.real);
-        case What::absent:
-          return plain(veltrano_array_append_text, veltrano_dictionary_set_text, nullptr);
-        default: {
-          const Handle value = object(node);
-          return plain(veltrano_array_append, veltrano_dictionary_set_object, value.get());
-        }
-      }
-    }
-    const Handle value = object(node);
-    return key == nullptr ? veltrano_array_append(to, value.get())
-                          : veltrano_dictionary_set(to, object(*key).get(), value.get());
+    if (is(What::text) || is(What::absent))
+      return call(0, veltrano_array_append_text, veltrano_dictionary_set_text,
+                  is(What::text) ? node.text.c_str() : nullptr);
+    if (is(What::url))
+      return call(0, veltrano_array_append_url, veltrano_dictionary_set_url, node.text.c_str());
+    if (is(What::array) || is(What::dictionary) || is(What::other))
+      return call(0, veltrano_array_append, veltrano_dictionary_set_object, object(node).get());
+    return withCallsFor(node, call);
   }
 
   const bool isTyped_;
