@@ -70,6 +70,14 @@ inline Object objectOf(const veltrano_object* handle) {
   return std::get<Object>(handle->content);
 }
 
+/// What a handle of a dictionary holds; none unless all its keys are strings.
+inline std::optional<HostMap> mapOf(const veltrano_object* handle) {
+  if (handle == nullptr) return std::nullopt;
+  expectLive(handle);
+  const auto* dictionary = std::get_if<MutableDictionary>(&handle->content);
+  return dictionary != nullptr ? dictionary->map() : objectOf(handle).map();
+}
+
 inline std::string_view view(veltrano_text text) {
   return text.bytes != nullptr ? std::string_view(text.bytes, text.length) : std::string_view();
 }

@@ -5,7 +5,6 @@
 
 #include "c_interface/handles.h"
 #include "tracker/selectors.h"
-#include "veltrano/veltrano.h"
 
 using namespace veltrano;
 
@@ -33,7 +32,7 @@ struct Answer {
 
 }  // namespace
 
-veltrano_outcome veltrano_send(const char* selector, const veltrano_object* const* arguments,
+veltrano_outcome veltrano_send(const char* selector, veltrano_object* const* arguments,
                                size_t count, veltrano_object** returned, size_t* detail) {
   if (returned != nullptr) *returned = nullptr;
   return guarded(VELTRANO_OUT_OF_MEMORY, [&] {
@@ -53,10 +52,18 @@ bool veltrano_responds(const char* selector) {
   return selector != nullptr && argumentCount(selector).has_value();
 }
 
-bool veltrano_is_logger_enabled(void) {
-  return Veltrano::isLoggerEnabled;
-}
-
-void veltrano_set_logger_enabled(bool enabled) {
-  Veltrano::isLoggerEnabled = enabled;
+const char* veltrano_outcome_text(veltrano_outcome outcome) {
+  switch (outcome) {
+    case VELTRANO_DONE:
+      return "done";
+    case VELTRANO_NO_SUCH_SELECTOR:
+      return "no such selector";
+    case VELTRANO_WRONG_NUMBER_OF_ARGUMENTS:
+      return "wrong number of arguments";
+    case VELTRANO_WRONG_TYPE_OF_ARGUMENT:
+      return "wrong type of argument";
+    case VELTRANO_OUT_OF_MEMORY:
+      return "out of memory";
+  }
+  return "unknown outcome";
 }

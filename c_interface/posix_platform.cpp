@@ -34,8 +34,7 @@ PosixOptions cppOptions(const veltrano_options& given) {
   PosixOptions options;
   options.collectionHost = view(given.collection_host);
   options.userDefaultsFile = view(given.user_defaults_file);
-  if (given.info_dictionary != nullptr)
-    options.infoDictionary = objectOf(given.info_dictionary).map();
+  options.infoDictionary = mapOf(given.info_dictionary);
   options.infoPropertyListFile = view(given.info_property_list_file);
   options.certificateAuthorities = view(given.certificate_authorities);
   options.pinnedPublicKey = view(given.pinned_public_key);
@@ -99,9 +98,9 @@ Result withLoop(veltrano_run_loop* handle, Result otherwise, Function function) 
 bool veltrano_install_posix_platform(const veltrano_options* options, veltrano_object** error) {
   if (error != nullptr) *error = nullptr;
   return guarded(false, [&] {
-    std::string reason = install(options);
+    const std::string reason = install(options);
     const bool succeeded = reason.empty();
-    if (!succeeded && error != nullptr) *error = makeHandle(Object(HostValue(std::move(reason))));
+    if (!succeeded && error != nullptr) *error = makeHandle(Object(HostValue(reason)));
     return succeeded;
   });
 }

@@ -21,14 +21,6 @@ veltrano_object* makeBlock(void (*function)(void*, Arguments...), void* context,
   });
 }
 
-// The mutable collection of type `T` that `handle` is, or null.
-template <class T>
-T* collection(veltrano_object* handle) {
-  if (handle == nullptr) return nullptr;
-  expectLive(handle);
-  return std::get_if<T>(&handle->content);
-}
-
 }  // namespace
 
 veltrano_text veltrano_c_string(const char* string) {
@@ -104,33 +96,6 @@ veltrano_object* veltrano_block(void (*function)(void*), void* context, void (*r
 veltrano_object* veltrano_boolean_block(void (*function)(void*, bool), void* context,
                                         void (*release)(void*)) {
   return makeBlock<Object::BooleanBlock>(function, context, release);
-}
-
-veltrano_object* veltrano_array(void) {
-  return guarded<veltrano_object*>(nullptr, [] { return new veltrano_object(MutableArray()); });
-}
-
-veltrano_object* veltrano_dictionary(void) {
-  return guarded<veltrano_object*>(nullptr,
-                                   [] { return new veltrano_object(MutableDictionary()); });
-}
-
-bool veltrano_array_append(veltrano_object* array, const veltrano_object* element) {
-  return guarded(false, [&] {
-    auto* elements = collection<MutableArray>(array);
-    if (elements != nullptr) elements->append(objectOf(element));
-    return elements != nullptr;
-  });
-}
-
-bool veltrano_dictionary_set(veltrano_object* dictionary, const veltrano_object* key,
-                             const veltrano_object* value) {
-  return guarded(false, [&] {
-    auto* entries = collection<MutableDictionary>(dictionary);
-    const bool isUsable = entries != nullptr && key != nullptr;
-    if (isUsable) entries->set(objectOf(key), objectOf(value));
-    return isUsable;
-  });
 }
 
 veltrano_object* veltrano_copy(const veltrano_object* object) {

@@ -21,7 +21,6 @@ veltrano_text text(std::string_view view) {
 // A handle that releases itself.
 struct Handle {
   Handle(veltrano_object* object) : handle(object) {}
-  Handle(const char* string) : handle(veltrano_string(veltrano_c_string(string))) {}
   Handle(const Handle&) = delete;
   ~Handle() { veltrano_release(handle); }
   operator veltrano_object*() const { return handle; }
@@ -29,7 +28,7 @@ struct Handle {
   veltrano_object* const handle;
 };
 
-veltrano_outcome send(const char* selector, std::vector<const veltrano_object*> arguments) {
+veltrano_outcome send(const char* selector, std::vector<veltrano_object*> arguments) {
   return veltrano_send(selector, arguments.data(), arguments.size(), nullptr, nullptr);
 }
 
@@ -104,6 +103,12 @@ TEST_F(CInterface, NothingHarmsNowhere) {
   EXPECT_FALSE(veltrano_dictionary_set(nullptr, word, word));
   EXPECT_FALSE(veltrano_dictionary_set(list, word, word));
   EXPECT_FALSE(veltrano_dictionary_set(map, nullptr, word));
+  EXPECT_FALSE(veltrano_array_append_int(map, 1));
+  EXPECT_FALSE(veltrano_dictionary_set_int(list, "key", 1));
+  EXPECT_FALSE(veltrano_dictionary_set_int(map, nullptr, 1));
+  EXPECT_FALSE(veltrano_dictionary_set_object(map, nullptr, list));
+  EXPECT_TRUE(veltrano_dictionary_set_url(map, "key", nullptr));
+  EXPECT_FALSE(veltrano_is_valid_nested_type(map));  // the key has no value
   EXPECT_FALSE(veltrano_is_valid_nested_type(nullptr));
   EXPECT_TRUE(veltrano_array_append(list, list));
   EXPECT_TRUE(veltrano_is_valid_nested_type(list));
@@ -116,6 +121,21 @@ TEST_F(CInterface, NothingHarmsNowhere) {
   EXPECT_EQ(veltrano_string_text(list).bytes, nullptr);
   EXPECT_EQ(veltrano_string_text(word).length, 3U);
   veltrano_release(nullptr);
+
+  const Handle otherKeys(veltrano_dictionary());
+  EXPECT_TRUE(veltrano_dictionary_set(otherKeys, list, word));
+  for (veltrano_object* const wrong : {list.handle, otherKeys.handle, word.handle}) {
+    EXPECT_FALSE(veltrano_track("E", wrong, nullptr, nullptr));
+    EXPECT_FALSE(veltrano_set_super_properties(wrong));
+  }
+  EXPECT_FALSE(veltrano_track(nullptr, map, nullptr, nullptr));
+  EXPECT_TRUE(veltrano_track("E", nullptr, nullptr, nullptr));
+  EXPECT_FALSE(veltrano_set_super_properties(nullptr));
+  EXPECT_FALSE(veltrano_set_user_id(nullptr));
+  EXPECT_TRUE(veltrano_set_publisher_uid(nullptr));
+  const char* const names[] = {"E", nullptr};
+  EXPECT_FALSE(veltrano_set_refresh_triggers(names, 2, Count::block, nullptr));
+  EXPECT_TRUE(veltrano_set_refresh_triggers(nullptr, 2, Count::block, nullptr));
 
   EXPECT_FALSE(veltrano_responds(nullptr));
   EXPECT_EQ(veltrano_send(nullptr, nullptr, 0, nullptr, nullptr), VELTRANO_NO_SUCH_SELECTOR);
@@ -146,8 +166,8 @@ TEST_F(CInterface, NothingHarmsNowhere) {
 TEST_F(CInterface, AContextIsReleasedWithTheLastUseOfItsBlock) {
   Count count;
   veltrano_object* block = veltrano_block(Count::block, &count, Count::release);
-  const Handle names(veltrano_array()), name("E"), map(veltrano_dictionary());
-  EXPECT_TRUE(veltrano_array_append(names, name));
+  const Handle names(veltrano_array());
+  EXPECT_TRUE(veltrano_array_append_text(names, "E"));
   const char* setTriggers = "setRefreshTriggersWithHandlerWithTriggers:handler:";
   veltrano_object* other = veltrano_boolean_block([](void*, bool) {}, &count, Count::release);
   EXPECT_EQ(send(setTriggers, {names, other}), VELTRANO_WRONG_TYPE_OF_ARGUMENT);
@@ -155,11 +175,15 @@ TEST_F(CInterface, AContextIsReleasedWithTheLastUseOfItsBlock) {
   EXPECT_EQ(count.releases.exchange(0), 1);
   EXPECT_EQ(send(setTriggers, {names, block}), VELTRANO_DONE);
   veltrano_release(block);
-  EXPECT_EQ(send("trackWithEventName:eventProperties:", {name, map}), VELTRANO_DONE);
+  EXPECT_TRUE(veltrano_track("E", nullptr, nullptr, nullptr));
   EXPECT_EQ(count.calls, 1);
   EXPECT_EQ(count.releases, 0);
-  EXPECT_EQ(send(setTriggers, {nullptr, nullptr}), VELTRANO_DONE);
+  const char* const name = "E";
+  EXPECT_TRUE(veltrano_set_refresh_triggers(&name, 1, nullptr, nullptr));
   EXPECT_EQ(count.releases, 1);
+  EXPECT_TRUE(veltrano_set_refresh_triggers(&name, 1, Count::block, &count));
+  EXPECT_TRUE(veltrano_track("E", nullptr, nullptr, nullptr));
+  EXPECT_EQ(count.calls, 2);
 }
 
 TEST_F(CInterface, ARunLoopIsDrivenEitherWay) {
@@ -199,31 +223,38 @@ TEST_F(CInterface, ACancelledThreadLeavesTheLibraryFirst) {
   EXPECT_EQ(result, PTHREAD_CANCELED);
 }
 
-TEST_F(CInterface, ThreadsShareObjectsAndSendAtOnce) {
-  const Handle name("E"), key("key"), list(veltrano_array()), names(veltrano_array());
-  const Handle shared(veltrano_copy(list));
-  EXPECT_TRUE(veltrano_array_append(names, name));
+TEST_F(CInterface, ThreadsShareObjectsAndCallAtOnce) {
+  const Handle list(veltrano_array()), shared(veltrano_copy(list));
+  const char* const name = "E";
   Count count;
-  const Handle block(veltrano_block(Count::block, &count, Count::release));
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([&] {
       const Handle map(veltrano_dictionary());
       for (int round = 0; round < 100; ++round) {
-        const Handle copy(veltrano_copy(shared)), number(veltrano_int(round));
-        veltrano_dictionary_set(map, key, round % 2 == 0 ? copy : number);
-        EXPECT_EQ(send("setSuperPropertiesWithProperties:", {map}), VELTRANO_DONE);
-        EXPECT_EQ(send("setUserId:", {name}), VELTRANO_DONE);
-        EXPECT_EQ(send("setRefreshTriggersWithHandlerWithTriggers:handler:", {names, block}),
-                  VELTRANO_DONE);
+        const Handle copy(veltrano_copy(shared));
+        EXPECT_TRUE(round % 2 == 0 ? veltrano_dictionary_set_object(map, "key", copy)
+                                   : veltrano_dictionary_set_int(map, "key", round));
+        EXPECT_TRUE(veltrano_set_super_properties(map));
+        EXPECT_TRUE(veltrano_set_user_id(name));
+        EXPECT_TRUE(veltrano_set_refresh_triggers(&name, 1, Count::block, &count));
       }
-      EXPECT_EQ(send("trackWithEventName:eventProperties:", {name, map}), VELTRANO_DONE);
+      EXPECT_TRUE(veltrano_track(name, map, nullptr, nullptr));
     });
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(count.calls, 8);
   EXPECT_EQ(send("setRefreshTriggersWithHandlerWithTriggers:handler:", {nullptr, nullptr}),
             VELTRANO_DONE);
+}
+
+TEST(CInterfaceVersion, IsThatOfTheHeaderAndOfThePackage) {
+  EXPECT_STREQ(veltrano_version(), PACKAGE_VERSION);
+  EXPECT_STREQ(VELTRANO_VERSION, PACKAGE_VERSION);
+  const int numbers[] = {VELTRANO_VERSION_MAJOR, VELTRANO_VERSION_MINOR, VELTRANO_VERSION_PATCH};
+  std::string version;
+  for (const int number : numbers) version += (version.empty() ? "" : ".") + std::to_string(number);
+  EXPECT_EQ(version, PACKAGE_VERSION);
 }
 
 #ifndef NDEBUG

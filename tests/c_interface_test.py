@@ -47,22 +47,27 @@ def declare(name, result, *arguments):
 
 
 release = declare("release", None, c_void_p)
-array_append = declare("array_append", c_bool, c_void_p, c_void_p)
-dictionary_set = declare("dictionary_set", c_bool, c_void_p, c_void_p, c_void_p)
 string_text = declare("string_text", Text, c_void_p)
 send_message = declare("send", c_int, c_char_p, POINTER(c_void_p), c_size_t, POINTER(c_void_p),
                        POINTER(c_size_t))
+outcome_text = declare("outcome_text", c_char_p, c_int)
 install = declare("install_posix_platform", c_bool, POINTER(Options), POINTER(c_void_p))
 run_for = declare("run_loop_run_for", c_bool, c_void_p, c_double)
 stop = declare("run_loop_stop", None, c_void_p)
 main_loop = declare("main_run_loop", c_void_p)
 make = {name: declare(name, c_void_p, *arguments) for name, arguments in {
-    "string": [Text], "url": [Text], "number": [c_int, c_int64],
-    "number_with_double": [c_int, c_double], "boolean_number": [c_bool], "int": [c_int64],
-    "double": [c_double], "date": [c_double], "uint": [c_uint64], "int64": [c_int64],
-    "float": [c_float], "bool": [c_bool], "null": [], "array": [],
-    "dictionary": [], "other_object": [], "block": [Block, c_void_p, c_void_p],
+    "string": [Text], "int": [c_int64], "array": [], "dictionary": [], "other_object": [],
+    "block": [Block, c_void_p, c_void_p],
     "boolean_block": [BooleanBlock, c_void_p, c_void_p]}.items()}
+kinds = {"text": [c_char_p], "int": [c_int64], "uint": [c_uint64], "int64": [c_int64],
+         "double": [c_double], "float": [c_float], "bool": [c_bool], "date": [c_double],
+         "url": [c_char_p], "null": [], "number": [c_int, c_int64],
+         "number_with_double": [c_int, c_double]}
+append = {kind: declare("array_append_" + kind, c_bool, c_void_p, *arguments)
+          for kind, arguments in kinds.items()}
+append["object"] = declare("array_append", c_bool, c_void_p, c_void_p)
+put = {kind: declare("dictionary_set_" + kind, c_bool, c_void_p, c_char_p, *arguments)
+       for kind, arguments in {**kinds, "object": [c_void_p]}.items()}
 
 
 def text(string):
@@ -79,20 +84,45 @@ def handle(value):
     """A handle of what a value of this language becomes; (kind, argument...) chooses the kind."""
     if value is None:
         return None
-    if isinstance(value, tuple):
-        return make[value[0]](*value[1:])
     if isinstance(value, (Block, BooleanBlock)):
         return make["block" if isinstance(value, Block) else "boolean_block"](value, None, None)
     if isinstance(value, (list, dict)):
         collection = make["array" if isinstance(value, list) else "dictionary"]()
-        for item in value if isinstance(value, list) else value.items():
-            pair = [handle(part) for part in (item if isinstance(value, dict) else [item])]
-            assert (dictionary_set if isinstance(value, dict) else array_append)(collection, *pair)
-            for part in pair:
-                release(part)
+        for item in value:
+            if isinstance(value, list):
+                add(item, append, collection)
+            else:
+                add(value[item], put, collection, item.encode())
         return collection
-    kind = {str: "string", bool: "boolean_number", int: "int", float: "double"}[type(value)]
-    return make[kind](text(value) if kind == "string" else value)
+    return make[value[0]](*value[1:]) if isinstance(value, tuple) else make["string"](text(value))
+
+
+def add(value, functions, *place):
+    """Adds a value to a collection by the function for its kind, or else as an object."""
+    if isinstance(value, tuple):
+        kind, *arguments = value
+    elif isinstance(value, str) and "\0" not in value:
+        kind, arguments = "text", [value.encode()]
+    else:
+        kind = {bool: "bool", int: "int", float: "double"}.get(type(value))
+        arguments = [value]
+    if kind in kinds:
+        assert functions[kind](*place, *arguments)
+        return
+    element = handle(value)
+    assert functions["object"](*place, element)
+    release(element)
+
+
+def call(name, *values):
+    """Calls one of the tracker's functions: bytes are text, a dictionary is made for the call."""
+    arguments = [handle(value) if isinstance(value, dict) else value for value in values]
+    function = declare(name, c_bool, *[c_char_p if isinstance(value, bytes) else c_void_p
+                                       for value in values])
+    assert function(*arguments), name
+    for value, argument in zip(values, arguments):
+        if isinstance(value, dict):
+            release(argument)
 
 
 def send(selector, *values):
@@ -104,21 +134,13 @@ def send(selector, *values):
     return outcome
 
 
-def returned_text(selector):
-    returned = c_void_p()
-    assert send_message(selector.encode(), None, 0, ctypes.byref(returned), None) == 0
-    answer = string_of(string_text(returned))
-    release(returned)
-    return answer
-
-
 # What the library calls back lives as long as the library.
 lines, outcomes, refreshes, reports = [], [], [], []
 
 
 @SessionToken
 def session_token(_):
-    return handle("demo-token")
+    return make["string"](text("demo-token"))
 
 
 @LogSink
@@ -175,33 +197,38 @@ def set_up(url, certificate, directory):
     assert declare("is_logger_enabled", c_bool)()
 
 
-def send_messages():
-    check(send("setAppId:", "app"), 0)
-    check(send("setLibVersion:", "lib"), 0)
-    check(send("setPublisherUid:", "pub"), 0)
-    check(send("setIdfa"), 0)
-    check(send("setRefreshTriggersWithHandlerWithTriggers:handler:", ["E"], refresh), 0)
-    check(send("setSuperPropertiesWithProperties:", {"kept": 1, "gone": 2}), 0)
-    check(send("removeSuperPropertyWithKey:", "gone"), 0)
-    check(send("removeSuperPropertyWithKey:", ("int", 1)), 3)
-    check(returned_text("getScreenOrientation"), "landscape")
-    check(returned_text("getDeviceOrientation"), "portrait")
+def track_events():
+    call("set_app_id", b"app")
+    call("set_lib_version", b"lib")
+    call("set_publisher_uid", b"pub")
+    call("set_idfa")
+    trigger = (c_char_p * 1)(b"E")
+    declare("set_refresh_triggers", c_bool, POINTER(c_char_p), c_size_t, Block, c_void_p)(
+        trigger, 1, refresh, None)
+    call("set_super_properties", {"kept": 1, "gone": 2})
+    call("remove_super_property", b"gone")
+    check(declare("screen_orientation", c_char_p)(), b"landscape")
+    check(declare("device_orientation", c_char_p)(), b"portrait")
     declare("set_device_orientation", None, c_int)(5)
     declare("set_interface_orientation", None, c_int)(1)
-    check(send("trackWithEventName:eventProperties:", "First", {}), 0)
-    check(send("setPublisherUid:", None), 0)
+    call("track", b"First", {}, None, None)
+    call("set_publisher_uid", None)
     check(send("trackWithEventName:eventProperties:forceFlushCompletion:", "Bare", None, None), 0)
+    check(outcome_text(send("removeSuperPropertyWithKey:", ("int", 1))), b"wrong type of argument")
     declare("set_carrier_name", None, Text)(Text())
     declare("set_tracking_authorization_status", None, c_uint64)(3)
     declare("set_advertising_identifier", None, Text)(text("none"))
     declare("set_screen_size", None, c_double, c_double)(1, 1)
-    check(send("trackWithEventName:eventProperties:forceFlushCompletion:", "E", {
-        "text": "a\0å", "url": ("url", text("x:y")), "list": [1, None, [True, ("other_object",)]],
+    call("track", b"E", {
+        "text": "a\0å", "url": ("url", b"x:y"), "list": [1, None, [True, ("other_object",)]],
         "short": ("number", 8, 3), "half": ("number_with_double", 6, 0.5), "null": ("null",),
         "date": ("date", 1.5), "large": ("uint", 2**64 - 1), "map": {"k": 0.5}, "block": refresh,
         "whole": ("number", 4, -5), "small": ("int64", -2**63), "float": ("float", 0.5),
-        "flag": ("bool", False), "repaired": ("string", text(b"\xC3")),
-    }, finish), 0)
+        "flag": False, "repaired": ("text", b"\xC3"), "none": ("text", None),
+        "kinds": [("url", b"x:"), ("number", 7, 2), ("number_with_double", 4, -1.5), ("null",),
+                  ("date", -1), ("uint", 1), ("int64", 2), ("float", 1.5), 0.25, "ö",
+                  ("text", None)],
+    }, finish, None)
     check((next_of(outcomes), refreshes), (True, [1]))
 
 
@@ -220,18 +247,19 @@ def check_events(report):
         "text": "a\0å", "url": "x:y", "list": [1, [True]], "short": 3, "half": 0.5, "null": None,
         "date": "1970-01-01T00:00:01.500Z", "large": 2**64 - 1, "map": {"k": 0.5},
         "extra_json": {"att_auth_status": 3}, "$screen_width": 100, "whole": -5,
-        "small": -2**63, "float": 0.5, "flag": False, "repaired": "\ufffd"})
-    assert not {"block", "gone", "pub_uid", "$carrier"} & set(events["E"]), events["E"]
+        "small": -2**63, "float": 0.5, "flag": False, "repaired": "\ufffd",
+        "kinds": ["x:", True, -1, None, "1969-12-31T23:59:59.000Z", 1, 2, 1.5, 0.25, "ö"]})
+    assert not {"block", "gone", "none", "pub_uid", "$carrier"} & set(events["E"]), events["E"]
 
 
 def live_and_leave():
     # Heartbeats need the main thread's run loop and the session's token.
-    check(send("setUserId:", "user-17"), 0)
+    call("set_user_id", b"user-17")
     for step in ("will_resign_active", "will_enter_foreground", "did_become_active"):
         declare("application_" + step, None)()
     check(next_of(reports)["path"], "/heartbeat")
     # What waits is sent on the way into the background.
-    check(send("trackWithEventName:eventProperties:", "Last", {}), 0)
+    call("track", b"Last", None, None, None)
     declare("application_did_enter_background", None)()
     check(next_of(reports)["body"][0]["event"], "Last")
     assert any(line.endswith("App entered background!") for line in lines), lines
@@ -246,7 +274,7 @@ def main():
         threading.Thread(target=receive, args=[collector.stdout], daemon=True).start()
         with tempfile.TemporaryDirectory() as directory:
             set_up(start["url"], start["certificate"], directory)
-            send_messages()
+            track_events()
             check_events(next_of(reports))
             live_and_leave()
     finally:

@@ -8,6 +8,16 @@ namespace veltrano {
 
 using detail::FlatAccess;
 
+namespace {
+
+std::optional<HostMap> mapIn(const HostValue& value) {
+  if (viewOf(value).kind() != Kind::Dictionary || !hasOnlyStringKeys(viewOf(value)))
+    return std::nullopt;
+  return FlatAccess::make<HostMap>(FlatAccess::flat(value));
+}
+
+}  // namespace
+
 Object::Object(HostValue value) {
   if (!value.isAbsent()) content_ = std::make_shared<const Content>(std::move(value));
 }
@@ -37,23 +47,20 @@ std::optional<std::string_view> Object::text() const noexcept {
 }
 
 std::optional<HostMap> Object::map() const {
-  if (member() == nullptr || viewOf(*member()).kind() != Kind::Dictionary ||
-      !hasOnlyStringKeys(viewOf(*member()))) {
-    return std::nullopt;
-  }
-  return FlatAccess::make<HostMap>(FlatAccess::flat(*member()));
+  const auto* value = getIf<HostValue>();
+  return value != nullptr ? mapIn(*value) : std::nullopt;
 }
 
-void MutableArray::append(const Object& element) {
+void MutableArray::append(const detail::Argument& element) {
   FlatBuffer appended(1);
-  appended.value(element.value());
+  appended.value(element);
   appendToContainer(FlatAccess::flat(array_).bytes(), appended);
 }
 
-void MutableDictionary::set(const Object& key, const Object& value) {
+void MutableDictionary::set(const detail::Argument& key, const detail::Argument& value) {
   FlatBuffer entry(1);
-  entry.value(key.value());
-  entry.value(value.value());
+  entry.value(key);
+  entry.value(value);
   std::string& bytes = FlatAccess::flat(dictionary_).bytes();
   appendToContainer(bytes, entry);
   // So that values which have been replaced do not pile up.
@@ -61,6 +68,10 @@ void MutableDictionary::set(const Object& key, const Object& value) {
   if (bytes.size() < 2 * sizeWhenTidy_ + kFewBytes) return;
   dictionary_ = *dictionary_.member()->getIf<Dictionary>();
   sizeWhenTidy_ = FlatAccess::flat(dictionary_).bytes().size();
+}
+
+std::optional<HostMap> MutableDictionary::map() const {
+  return mapIn(dictionary_);
 }
 
 Object MutableDictionary::copy() const {

@@ -58,7 +58,8 @@ class Object {
 /// For one thread at a time.
 class MutableArray {
  public:
-  void append(const Object& element);
+  void append(const detail::Argument& element);
+  void append(const Object& element) { append(element.value()); }
 
   /// An array that no later change shows in.
   Object copy() const { return Object(HostValue(array_)); }
@@ -71,8 +72,12 @@ class MutableArray {
 /// For one thread at a time.
 class MutableDictionary {
  public:
-  /// Replaces the value of an equal key. A nil value is a key without a value.
-  void set(const Object& key, const Object& value);
+  /// Replaces the value of an equal key. An absent value is a key without a value.
+  void set(const detail::Argument& key, const detail::Argument& value);
+  void set(const Object& key, const Object& value) { set(key.value(), value.value()); }
+
+  /// The contents; none unless all keys are strings.
+  std::optional<HostMap> map() const;
 
   /// A dictionary that no later change shows in.
   Object copy() const;

@@ -1,36 +1,43 @@
-/* Veltrano for C99, and for everything that can call C: the library is sent messages by selector,
- * with objects as their arguments.
+/* Veltrano, an event-analytics client: its interface for C99 and every language that calls C.
  *
- *     veltrano_object* id = veltrano_string(veltrano_c_string("user-17"));
- *     const veltrano_object* arguments[] = {id};
- *     veltrano_send("setUserId:", arguments, 1, NULL, NULL);
- *     veltrano_release(id);
+ *     veltrano_object* properties = veltrano_dictionary();
+ *     veltrano_dictionary_set_text(properties, "plan", "pro");
+ *     veltrano_dictionary_set_int(properties, "items", 3);
+ *     veltrano_set_user_id("user-17");
+ *     veltrano_track("Bought", properties, NULL, NULL);
+ *     veltrano_release(properties);
  *
- * Install a platform before the first message; later is too late. Without one the library is inert,
- * but for refresh triggers, which still call their handler. Heartbeats are sent from the run loop
- * of the thread that first sends "setUserId:"; let it be the main thread.
+ * Install a platform before the first call (veltrano_install_posix_platform); later it is refused.
+ * Without one the library is inert: calls do nothing, except that refresh triggers still call their
+ * handler.
  *
- * Handles. A function that makes an object returns a handle of its own, to be released once with
- * `veltrano_release`; NULL when there is no memory. NULL stands for nil everywhere and harms
- * nowhere. What a function is given it does not keep: release it whenever you like. A build of this
- * library for debugging ends the process with a message when a handle is used soon after its
- * release.
+ * Conventions:
  *
- * Text is UTF-8 and may hold NUL characters; what is ill-formed becomes U+FFFD. Text that a host
- * gives is copied before the function returns.
+ * (1) A function that returns a veltrano_object* returns a new handle, to be released once with
+ *     veltrano_release; NULL when out of memory. Functions copy what they are given and never take
+ *     over a handle, nested collections included: there is one rule for all handles. Debug builds
+ *     of the library abort with a message when a handle is used after its release.
  *
- * Threads. Everything may be called from any thread unless it says otherwise. A mutable collection
- * is used by one thread at a time, all other objects by any number.
+ * (2) NULL is allowed wherever a pointer is. It stands for nil, for absent text, for no function.
  *
- * Callbacks take the `context` that they were given with. Its `release`, which may be NULL, is
- * called once, on any thread, when the callback will not be called any more, or when no object
- * could be made. A callback has to return: a C++ exception that it throws ends there, but it must
- * not end its thread nor jump out. The library's threads run until the process ends, so what they
- * call has to be there until then. A thread that is cancelled while it is in a function of this
- * interface is so only when that returns; a thread whose cancellation is asynchronous must not call
- * any.
+ * (3) A const char* is NUL-terminated text, a veltrano_text has a length and may hold NULs. Both
+ *     are UTF-8; ill-formed sequences become U+FFFD.
  *
- * In a child that is forked once the platform has been installed the library is inert, too.
+ * (4) Functions that track, set, append or remove return false when a required argument is NULL,
+ *     when an object is of the wrong type, or when out of memory. Nothing has then been done; only
+ *     out of memory, an operation may have been carried out in part.
+ *
+ * (5) Any thread may call any function, unless the function says otherwise; no function waits for
+ *     the network. Only one thread at a time may use a mutable collection.
+ *
+ * (6) A callback gets the context that it was passed with. It must return: no longjmp, no
+ *     pthread_exit. A C++ exception that it throws is dropped. The library's threads run until the
+ *     process ends, so callbacks and their contexts must last as long as they can be called.
+ *
+ * (7) Cancellation of a thread is deferred until its call into the library returns. A thread whose
+ *     cancellation is asynchronous must not call the library.
+ *
+ * (8) In a child that is forked after a platform has been installed, the library is inert.
  */
 #pragma once
 
@@ -46,7 +53,19 @@
 extern "C" {
 #endif
 
-/* Text. Without bytes it is absent, which is something else than empty. */
+/* The version of this header. */
+#define VELTRANO_VERSION_MAJOR 1
+#define VELTRANO_VERSION_MINOR 0
+#define VELTRANO_VERSION_PATCH 0
+#define VELTRANO_VERSION "1.0.0"
+
+/* The version of the library, such as "1.0.0". */
+VELTRANO_EXPORT const char* veltrano_version(void);
+
+/* A handle of an object: a string, a number, a collection, a block (see "Objects"). */
+typedef struct veltrano_object veltrano_object;
+
+/* Text with a length. Absent, which differs from empty, when `bytes` is NULL. */
 typedef struct veltrano_text {
   const char* bytes;
   size_t length;
@@ -55,24 +74,131 @@ typedef struct veltrano_text {
 /* The text of a C string, not copied; absent for NULL. */
 VELTRANO_EXPORT veltrano_text veltrano_c_string(const char* string);
 
+/* ---- Tracking ---- */
+
+/* Records an event. `properties` is a dictionary whose keys are all strings, or NULL for none.
+ *
+ * With a completion, and while the application is in the foreground, everything that waits is
+ * uploaded at once. The completion is called on the library's work queue, where nothing else
+ * happens meanwhile: keep it short. `accepted` is true when the events will not be sent again.
+ *
+ * Trap: a batch that the collection host refuses with status 400 counts as accepted.
+ * Trap: the completion is not called in the background, nor when a later flush replaces its own. A
+ * context that has to be freed goes into a veltrano_boolean_block, sent with veltrano_send. */
+VELTRANO_EXPORT bool veltrano_track(const char* name, const veltrano_object* properties,
+                                    void (*completion)(void* context, bool accepted),
+                                    void* context);
+
+/* Names the user; an empty id is ignored. The first id also starts the session heartbeat, in the
+ * run loop of the calling thread: call this on the main thread. */
+VELTRANO_EXPORT bool veltrano_set_user_id(const char* id);
+
+/* Names the application; an empty id is kept as it is. */
+VELTRANO_EXPORT bool veltrano_set_app_id(const char* id);
+
+VELTRANO_EXPORT bool veltrano_set_lib_version(const char* version);
+
+/* Adds the device's advertising identifier to every later event. */
+VELTRANO_EXPORT bool veltrano_set_idfa(void);
+
+/* Names the user as the publisher knows them; NULL or empty text removes the name. */
+VELTRANO_EXPORT bool veltrano_set_publisher_uid(const char* uid);
+
+/* Adds properties to every later event, replacing those of the same key. A value that cannot be
+ * represented leaves the earlier one in place. */
+VELTRANO_EXPORT bool veltrano_set_super_properties(const veltrano_object* properties);
+
+VELTRANO_EXPORT bool veltrano_remove_super_property(const char* key);
+
+/* From now on, tracking an event with one of `count` names first calls `handler`, on the thread
+ * that tracks. Replaces the earlier triggers; without names or handler nothing is called. */
+VELTRANO_EXPORT bool veltrano_set_refresh_triggers(const char* const* names, size_t count,
+                                                   void (*handler)(void* context), void* context);
+
+/* The interface's orientation now: "portrait", "landscape" or "unknown". */
+VELTRANO_EXPORT const char* veltrano_screen_orientation(void);
+
+/* The device's orientation now: "portrait", "portraitUpsideDown", "landscapeLeft",
+ * "landscapeRight", "faceUp", "faceDown" or "unknown". */
+VELTRANO_EXPORT const char* veltrano_device_orientation(void);
+
+/* Whether diagnostic lines are written. */
+VELTRANO_EXPORT bool veltrano_is_logger_enabled(void);
+VELTRANO_EXPORT void veltrano_set_logger_enabled(bool enabled);
+
+/* ---- Collections ---- */
+
+/* New, empty, mutable collections. Copies do not change with them.
+ *
+ * Trap: collections nest 128 deep, an event's properties included; deeper ones become absent. */
+VELTRANO_EXPORT veltrano_object* veltrano_array(void);
+VELTRANO_EXPORT veltrano_object* veltrano_dictionary(void);
+
+/* Set the value of a key, replacing an earlier one. Absent text and a nil object make a key without
+ * a value, which events leave out. The objects of the same names are described below. */
+VELTRANO_EXPORT bool veltrano_dictionary_set_text(veltrano_object* dictionary, const char* key,
+                                                  const char* value);
+VELTRANO_EXPORT bool veltrano_dictionary_set_int(veltrano_object* dictionary, const char* key,
+                                                 int64_t value);
+VELTRANO_EXPORT bool veltrano_dictionary_set_uint(veltrano_object* dictionary, const char* key,
+                                                  uint64_t value);
+VELTRANO_EXPORT bool veltrano_dictionary_set_int64(veltrano_object* dictionary, const char* key,
+                                                   int64_t value);
+VELTRANO_EXPORT bool veltrano_dictionary_set_double(veltrano_object* dictionary, const char* key,
+                                                    double value);
+VELTRANO_EXPORT bool veltrano_dictionary_set_float(veltrano_object* dictionary, const char* key,
+                                                   float value);
+VELTRANO_EXPORT bool veltrano_dictionary_set_bool(veltrano_object* dictionary, const char* key,
+                                                  bool value);
+VELTRANO_EXPORT bool veltrano_dictionary_set_date(veltrano_object* dictionary, const char* key,
+                                                  double seconds);
+VELTRANO_EXPORT bool veltrano_dictionary_set_url(veltrano_object* dictionary, const char* key,
+                                                 const char* value);
+VELTRANO_EXPORT bool veltrano_dictionary_set_null(veltrano_object* dictionary, const char* key);
+VELTRANO_EXPORT bool veltrano_dictionary_set_number(veltrano_object* dictionary, const char* key,
+                                                    int code, int64_t value);
+VELTRANO_EXPORT bool veltrano_dictionary_set_number_with_double(veltrano_object* dictionary,
+                                                                const char* key, int code,
+                                                                double value);
+VELTRANO_EXPORT bool veltrano_dictionary_set_object(veltrano_object* dictionary, const char* key,
+                                                    const veltrano_object* value);
+
+/* Sets the value of a key that is an object itself, such as a string with a NUL.
+ *
+ * Trap: an event with a dictionary that has a key other than a string cannot be sent, and its whole
+ * batch is dropped with it. Blocks and objects of other types are all the same key. */
+VELTRANO_EXPORT bool veltrano_dictionary_set(veltrano_object* dictionary,
+                                             const veltrano_object* key,
+                                             const veltrano_object* value);
+
+/* Append an element. Absent text and nil make an empty slot, which events leave out. */
+VELTRANO_EXPORT bool veltrano_array_append_text(veltrano_object* array, const char* value);
+VELTRANO_EXPORT bool veltrano_array_append_int(veltrano_object* array, int64_t value);
+VELTRANO_EXPORT bool veltrano_array_append_uint(veltrano_object* array, uint64_t value);
+VELTRANO_EXPORT bool veltrano_array_append_int64(veltrano_object* array, int64_t value);
+VELTRANO_EXPORT bool veltrano_array_append_double(veltrano_object* array, double value);
+VELTRANO_EXPORT bool veltrano_array_append_float(veltrano_object* array, float value);
+VELTRANO_EXPORT bool veltrano_array_append_bool(veltrano_object* array, bool value);
+VELTRANO_EXPORT bool veltrano_array_append_date(veltrano_object* array, double seconds);
+VELTRANO_EXPORT bool veltrano_array_append_url(veltrano_object* array, const char* value);
+VELTRANO_EXPORT bool veltrano_array_append_null(veltrano_object* array);
+VELTRANO_EXPORT bool veltrano_array_append_number(veltrano_object* array, int code, int64_t value);
+VELTRANO_EXPORT bool veltrano_array_append_number_with_double(veltrano_object* array, int code,
+                                                              double value);
+VELTRANO_EXPORT bool veltrano_array_append(veltrano_object* array, const veltrano_object* element);
+
 /* ---- Objects ---- */
 
-/* A handle of an object. */
-typedef struct veltrano_object veltrano_object;
+VELTRANO_EXPORT void veltrano_release(veltrano_object* object);
+
+/* Another handle of the same object; of a mutable collection, a copy that never changes. */
+VELTRANO_EXPORT veltrano_object* veltrano_copy(const veltrano_object* object);
 
 /* Nil when the text is absent. */
 VELTRANO_EXPORT veltrano_object* veltrano_string(veltrano_text text);
 VELTRANO_EXPORT veltrano_object* veltrano_url(veltrano_text text);
 
-/* Numbers boxed by the platform, with the code of their storage type. Events hold them as an Int
- * for the codes 1 to 4, 9 to 11 and 15, as a Bool for 7, and as a Double for every other. An
- * integer made of a double is cut towards zero and kept within 64 bits; NaN reads as 0, and as
- * true. */
-VELTRANO_EXPORT veltrano_object* veltrano_number(int code, int64_t value);
-VELTRANO_EXPORT veltrano_object* veltrano_number_with_double(int code, double value);
-VELTRANO_EXPORT veltrano_object* veltrano_boolean_number(bool value);
-
-/* Numbers of one of the types that events hold. */
+/* Numbers of the types that events hold, each kept as the type that it was made as. */
 VELTRANO_EXPORT veltrano_object* veltrano_int(int64_t value);
 VELTRANO_EXPORT veltrano_object* veltrano_uint(uint64_t value);
 VELTRANO_EXPORT veltrano_object* veltrano_int64(int64_t value);
@@ -80,41 +206,30 @@ VELTRANO_EXPORT veltrano_object* veltrano_double(double value);
 VELTRANO_EXPORT veltrano_object* veltrano_float(float value);
 VELTRANO_EXPORT veltrano_object* veltrano_bool(bool value);
 
+/* Numbers boxed by the platform, with the code of their storage type. Events hold them as an Int
+ * for the codes 1 to 4, 9 to 11 and 15, as a Bool for 7, and as a Double for every other. The Int
+ * of a double is truncated and limited to 64 bits; NaN reads as 0, and as true. */
+VELTRANO_EXPORT veltrano_object* veltrano_number(int code, int64_t value);
+VELTRANO_EXPORT veltrano_object* veltrano_number_with_double(int code, double value);
+VELTRANO_EXPORT veltrano_object* veltrano_boolean_number(bool value);
+
 /* Seconds since 1970-01-01 00:00:00 UTC; NaN counts as 0. */
 VELTRANO_EXPORT veltrano_object* veltrano_date(double seconds);
 
-/* An explicit null, which is an object; nil is none. */
+/* An explicit null, which events hold as null. Nil is no object at all. */
 VELTRANO_EXPORT veltrano_object* veltrano_null(void);
 
 /* An object of a type that events cannot hold. */
 VELTRANO_EXPORT veltrano_object* veltrano_other_object(void);
 
-/* Blocks: a callback that takes nothing, and one that takes a boolean. Nil without a function. */
+/* Blocks: a callback with its context. `release` is called once with the context, on any thread,
+ * when the callback will not be called any more, or when no block could be made. Nil when
+ * `function` is NULL. */
 VELTRANO_EXPORT veltrano_object* veltrano_block(void (*function)(void* context), void* context,
                                                 void (*release)(void* context));
 VELTRANO_EXPORT veltrano_object* veltrano_boolean_block(void (*function)(void* context, bool value),
                                                         void* context,
                                                         void (*release)(void* context));
-
-/* Empty mutable collections. They take copies of what is added, collections included, and are
- * copied themselves when they are sent: later changes show nowhere. */
-VELTRANO_EXPORT veltrano_object* veltrano_array(void);
-VELTRANO_EXPORT veltrano_object* veltrano_dictionary(void);
-
-/* Adds an element, nil for an empty slot. False when `array` is none, or there is no memory. */
-VELTRANO_EXPORT bool veltrano_array_append(veltrano_object* array, const veltrano_object* element);
-
-/* Sets the value of a key, nil for none. Any object may be a key; blocks and objects of
- * other types are all the same key. False when `dictionary` is none, when the key is nil, or there
- * is no memory. */
-VELTRANO_EXPORT bool veltrano_dictionary_set(veltrano_object* dictionary,
-                                             const veltrano_object* key,
-                                             const veltrano_object* value);
-
-/* Another handle of the same object; of a mutable collection, a copy that never changes. */
-VELTRANO_EXPORT veltrano_object* veltrano_copy(const veltrano_object* object);
-
-VELTRANO_EXPORT void veltrano_release(veltrano_object* object);
 
 /* The text of a string, valid until the handle is released; absent for everything else. */
 VELTRANO_EXPORT veltrano_text veltrano_string_text(const veltrano_object* object);
@@ -134,14 +249,19 @@ typedef enum veltrano_outcome {
   VELTRANO_OUT_OF_MEMORY = 4
 } veltrano_outcome;
 
-/* Sends `selector`, a C string, with `count` arguments to the tracker. These are the selectors and
- * what they take; what stands in brackets may also be nil or null, and is then left out. Properties
- * are a dictionary whose keys are strings, triggers an array of strings, a handler is a block and a
- * completion a block that takes a boolean. A handler is called by the thread that tracks. A
- * completion is called on the library's queue, where nothing else happens meanwhile: keep it short.
- * It is not called in the background, nor when a later one takes its place.
+/* An outcome in English, such as "no such selector". */
+VELTRANO_EXPORT const char* veltrano_outcome_text(veltrano_outcome outcome);
+
+/* Calls an operation by its selector, with objects as its arguments: for bindings, for text with
+ * NULs and for contexts that have to be released.
  *
- *     shared                          returns an object that stands for the tracker
+ *     veltrano_object* arguments[] = {veltrano_string(name)};
+ *     veltrano_send("setUserId:", arguments, 1, NULL, NULL);
+ *     veltrano_release(arguments[0]);
+ *
+ * Arguments in brackets may be nil or null. Properties are a dictionary whose keys are all strings,
+ * triggers an array of strings, a handler is a block, a completion a boolean block.
+ *
  *     setUserId:                      string
  *     setAppId:                       string
  *     setIdfa
@@ -158,29 +278,22 @@ typedef enum veltrano_outcome {
  *                                     [triggers], [handler]
  *     getScreenOrientation            returns a string
  *     getDeviceOrientation            returns a string
+ *     shared                          returns an object that stands for the tracker
  *
- * The handlers of the platform's notifications can be reached too, but a platform that is told of
- * the steps below calls them itself: handleWillEnterForeground, handleDidEnterBackground,
- * handleDidChangeStatusBarOrientation, handleDidChangeDeviceOrientation, and setScreenOrientation,
- * which records the screen's orientation.
+ * Selectors of the platform's notifications, which the functions under "Device and application"
+ * post already: handleWillEnterForeground, handleDidEnterBackground,
+ * handleDidChangeStatusBarOrientation, handleDidChangeDeviceOrientation; and setScreenOrientation,
+ * which records the interface's orientation.
  *
- * A message that does not fit changes nothing. Out of memory, an operation may have been carried
- * out in part.
- *
- * `returned`, unless it is NULL, gets the handle of what the operation returned; nil when that is
- * nothing. `detail`, unless it is NULL, gets the index of the wrong argument, counted from 0, or
- * the right number of arguments, and is otherwise left alone. */
+ * A message that does not fit changes nothing. `returned`, unless NULL, gets a handle of what the
+ * operation returned, or nil. `detail`, unless NULL, gets the index of the first wrong argument or
+ * the right number of arguments; otherwise it keeps its value. */
 VELTRANO_EXPORT veltrano_outcome veltrano_send(const char* selector,
-                                               const veltrano_object* const* arguments,
-                                               size_t count, veltrano_object** returned,
-                                               size_t* detail);
+                                               veltrano_object* const* arguments, size_t count,
+                                               veltrano_object** returned, size_t* detail);
 
-/* Whether there is something to be called under `selector`. */
+/* Whether veltrano_send knows `selector`. */
 VELTRANO_EXPORT bool veltrano_responds(const char* selector);
-
-/* Whether diagnostic lines are written. */
-VELTRANO_EXPORT bool veltrano_is_logger_enabled(void);
-VELTRANO_EXPORT void veltrano_set_logger_enabled(bool enabled);
 
 /* ---- The platform ---- */
 
@@ -190,45 +303,45 @@ typedef enum veltrano_application_state {
   VELTRANO_BACKGROUND = 2
 } veltrano_application_state;
 
-/* What the platform is to know from the beginning. Set `size` to sizeof(veltrano_options) and all
- * that you do not use to zero; only the collection host is required. */
+/* Set `size` to sizeof(veltrano_options) and what you do not use to zero; only the collection host
+ * is required. */
 typedef struct veltrano_options {
   size_t size;
 
   /* Where events and heartbeats go: "host" or "host:port", an IPv6 address in brackets. */
   veltrano_text collection_host;
 
-  /* The property list that keeps the library's settings, in a directory that exists; else they last
-   * as long as the process. */
+  /* The property list that keeps the library's settings, in a directory that exists. Without one
+   * they last as long as the process. */
   veltrano_text user_defaults_file;
 
-  /* The application's Info dictionary: a dictionary with strings as its keys, or the path of a
-   * property list; one that cannot be read counts as none. */
+  /* The application's Info dictionary: a dictionary whose keys are all strings, or the path of a
+   * property list. A file that cannot be read counts as none. */
   const veltrano_object* info_dictionary;
   veltrano_text info_property_list_file;
 
-  /* The certificate authorities to trust, as a PEM file; else the system's own. */
+  /* The certificate authorities to trust, as a PEM file; absent: the system's. */
   veltrano_text certificate_authorities;
 
   /* Whether the usual variables, such as `https_proxy`, choose a proxy. */
   bool proxy_from_environment;
 
-  /* The token of the user's session: a handle of a string, which the library releases, or NULL.
-   * Called on a thread of the library's before each attempt to send a heartbeat. Keep it short.
-   * Its context is needed until the process ends. */
+  /* Returns the token of the user's session, as a handle of a string that the library releases, or
+   * NULL. Called on a thread of the library before each attempt to send a heartbeat: keep it short.
+   * The context must last until the process ends. */
   veltrano_object* (*session_token)(void* context);
   void* session_token_context;
 
   /* Takes the diagnostic lines in place of the standard output, without a line feed. Called on the
-   * thread that logs, by several at once. Its context is needed until the process ends. */
+   * thread that logs, by several threads at once. The context must last until the process ends. */
   void (*log_sink)(void* context, veltrano_text line);
   void* log_sink_context;
 
-  /* The name and version of the system; else what `uname` says. */
+  /* The name and version of the system; absent: those of `uname`. */
   veltrano_text system_name;
   veltrano_text system_version;
 
-  /* The initial values of what the functions below change. */
+  /* Initial values, which the functions under "Device and application" change. */
   double screen_width;
   double screen_height;
   int application_state; /* one of veltrano_application_state; anything else is active */
@@ -247,17 +360,18 @@ typedef struct veltrano_options {
   veltrano_text proxy;
 } veltrano_options;
 
-/* Makes this the library's platform, for good, and the calling thread the main thread. Refused when
- * there is a platform already, when a message has been sent before, in a forked child, or when the
- * options are unusable; `error`, unless it is NULL, then gets the handle of a string that says why,
- * else nil.
- */
+/* Installs the platform for the rest of the process and makes the calling thread the main thread.
+ * Refused when there is a platform already, after the first call that needs one, in a forked child,
+ * or when the options are unusable. `error`, unless NULL, then gets a handle of a string that says
+ * why, otherwise nil. */
 VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* options,
                                                      veltrano_object** error);
 
-/* The steps of the application's life and what happens to the device, to be reported as they
- * happen. They do nothing before the platform is installed. The steps and the orientations take
- * effect at once on the main thread; from another thread they are handed to its run loop. */
+/* ---- Device and application ---- */
+
+/* Report what happens to the application and the device as it happens. These functions do nothing
+ * before the platform is installed. Steps of the application's life and orientations take effect at
+ * once on the main thread; other threads hand them to its run loop. */
 VELTRANO_EXPORT void veltrano_application_did_become_active(void);
 VELTRANO_EXPORT void veltrano_application_will_resign_active(void);
 VELTRANO_EXPORT void veltrano_application_did_enter_background(void);
@@ -270,7 +384,7 @@ VELTRANO_EXPORT void veltrano_set_interface_orientation(int orientation);
  * 6 face down. */
 VELTRANO_EXPORT void veltrano_set_device_orientation(int orientation);
 
-/* In points. The library reads it once, with the first event. */
+/* In points. The library reads the size once, with the first event. */
 VELTRANO_EXPORT void veltrano_set_screen_size(double width, double height);
 
 /* The name of the cellular carrier; absent without a subscription. */
@@ -284,8 +398,8 @@ VELTRANO_EXPORT void veltrano_set_advertising_identifier(veltrano_text identifie
 
 /* ---- Run loops ---- */
 
-/* Runs the library's timers on one thread, and functions that are handed to it. A host either lets
- * it run, or polls its file descriptor and runs what is due when there is input. */
+/* Runs the library's timers, and functions handed to it, on one thread. A host either runs the loop
+ * or polls its file descriptor and runs what is due when there is input. */
 typedef struct veltrano_run_loop veltrano_run_loop;
 
 /* The main thread's loop; NULL before the platform is installed. */
@@ -297,18 +411,19 @@ VELTRANO_EXPORT veltrano_run_loop* veltrano_current_run_loop(void);
 /* Runs until it is stopped. On the loop's own thread only; elsewhere returns at once. */
 VELTRANO_EXPORT void veltrano_run_loop_run(veltrano_run_loop* loop);
 
-/* Runs for so many seconds; true when it was stopped before. On the loop's own thread only. */
+/* Runs for `seconds`; returns true when stopped earlier. On the loop's own thread only. */
 VELTRANO_EXPORT bool veltrano_run_loop_run_for(veltrano_run_loop* loop, double seconds);
 
-/* Ends the innermost run; when there is none, the next one before it has begun. */
+/* Ends the innermost run. With none under way, the next run ends at once. */
 VELTRANO_EXPORT void veltrano_run_loop_stop(veltrano_run_loop* loop);
 
-/* Runs `function` later on the loop's thread, after those handed over before. */
+/* Hands `function` to the loop's thread, which calls it after those handed over before. `release`
+ * is called once with the context, as for a block. */
 VELTRANO_EXPORT void veltrano_run_loop_perform(veltrano_run_loop* loop,
                                                void (*function)(void* context), void* context,
                                                void (*release)(void* context));
 
-/* Has input while there is something to run; not to be read or closed. -1 when there is none. */
+/* A descriptor that has input while something is due; do not read or close it. -1 if none. */
 VELTRANO_EXPORT int veltrano_run_loop_file_descriptor(veltrano_run_loop* loop);
 
 /* Runs what is due now, without waiting. On the loop's own thread only. */

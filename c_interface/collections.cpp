@@ -1,0 +1,76 @@
+// Arrays and dictionaries, which take values as they are or as objects.
+#include "c_interface/handles.h"
+
+using namespace veltrano;
+
+namespace {
+
+// Calls `change` with the mutable collection of type `T` that `handle` is. False when it is none,
+// or when out of memory.
+template <class T, class Function>
+bool changed(veltrano_object* handle, Function change) {
+  return guarded(false, [&] {
+    if (handle == nullptr) return false;
+    expectLive(handle);
+    auto* collection = std::get_if<T>(&handle->content);
+    if (collection != nullptr) change(*collection);
+    return collection != nullptr;
+  });
+}
+
+std::optional<URL> optionalURL(const char* text) {
+  return text != nullptr ? std::optional(URL(text)) : std::nullopt;
+}
+
+}  // namespace
+
+veltrano_object* veltrano_array(void) {
+  return guarded<veltrano_object*>(nullptr, [] { return new veltrano_object(MutableArray()); });
+}
+
+veltrano_object* veltrano_dictionary(void) {
+  return guarded<veltrano_object*>(nullptr,
+                                   [] { return new veltrano_object(MutableDictionary()); });
+}
+
+bool veltrano_array_append(veltrano_object* array, const veltrano_object* element) {
+  return changed<MutableArray>(array, [&](auto& it) { it.append(objectOf(element)); });
+}
+
+bool veltrano_dictionary_set(veltrano_object* dictionary, const veltrano_object* key,
+                             const veltrano_object* value) {
+  if (key == nullptr) return false;
+  return changed<MutableDictionary>(dictionary,
+                                    [&](auto& it) { it.set(objectOf(key), objectOf(value)); });
+}
+
+bool veltrano_dictionary_set_object(veltrano_object* dictionary, const char* key,
+                                    const veltrano_object* value) {
+  if (key == nullptr) return false;
+  return changed<MutableDictionary>(dictionary,
+                                    [&](auto& it) { it.set(key, objectOf(value).value()); });
+}
+
+// The functions that add one kind of value, which `VALUE` makes of the parameters.
+#define VELTRANO_ADDS(KIND, VALUE, ...)                                                   \
+  bool veltrano_array_append_##KIND(veltrano_object* array __VA_OPT__(, ) __VA_ARGS__) {  \
+    return changed<MutableArray>(array, [&](auto& it) { it.append(VALUE); });             \
+  }                                                                                       \
+  bool veltrano_dictionary_set_##KIND(veltrano_object* dictionary,                        \
+                                      const char* key __VA_OPT__(, ) __VA_ARGS__) {       \
+    if (key == nullptr) return false;                                                     \
+    return changed<MutableDictionary>(dictionary, [&](auto& it) { it.set(key, VALUE); }); \
+  }
+
+VELTRANO_ADDS(text, value, const char* value)
+VELTRANO_ADDS(int, value, int64_t value)
+VELTRANO_ADDS(uint, value, uint64_t value)
+VELTRANO_ADDS(int64, Int64{value}, int64_t value)
+VELTRANO_ADDS(double, value, double value)
+VELTRANO_ADDS(float, value, float value)
+VELTRANO_ADDS(bool, value, bool value)
+VELTRANO_ADDS(date, Date::fromSecondsSince1970(seconds), double seconds)
+VELTRANO_ADDS(url, optionalURL(value), const char* value)
+VELTRANO_ADDS(null, NSNull())
+VELTRANO_ADDS(number, NSNumber(code, value), int code, int64_t value)
+VELTRANO_ADDS(number_with_double, NSNumber(code, value), int code, double value)

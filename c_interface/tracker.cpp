@@ -1,0 +1,115 @@
+// What hosts do all day: the operations of the tracker, with plain C values.
+#include <algorithm>
+#include <iterator>
+#include <vector>
+
+#include "c_interface/handles.h"
+#include "veltrano/veltrano.h"
+
+using namespace veltrano;
+
+namespace {
+
+bool callWithText(void (Veltrano::*operation)(std::string_view), const char* text) {
+  return text != nullptr && guarded(false, [&] {
+           (Veltrano::shared().*operation)(text);
+           return true;
+         });
+}
+
+// The orientation as text that stays, so that hosts have nothing to release.
+const char* lastingText(std::string (Veltrano::*orientation)() const) {
+  constexpr const char* kTexts[] = {"portrait",      "landscape",      "portraitUpsideDown",
+                                    "landscapeLeft", "landscapeRight", "faceUp",
+                                    "faceDown",      "unknown"};
+  return guarded(kTexts[7], [&] {
+    return *std::find(std::begin(kTexts), std::end(kTexts) - 1,
+                      (Veltrano::shared().*orientation)());
+  });
+}
+
+}  // namespace
+
+const char* veltrano_version(void) {
+  return VELTRANO_VERSION;
+}
+
+bool veltrano_track(const char* name, const veltrano_object* properties,
+                    void (*completion)(void*, bool), void* context) {
+  return guarded(false, [&] {
+    const auto map = mapOf(properties);
+    if (name == nullptr || (properties != nullptr && !map)) return false;
+    Veltrano::FlushCompletion flush;
+    if (completion != nullptr)
+      flush = [completion, context](bool accepted) { completion(context, accepted); };
+    Veltrano::shared().track(name, map, std::move(flush));
+    return true;
+  });
+}
+
+bool veltrano_set_user_id(const char* id) {
+  return callWithText(&Veltrano::setUserId, id);
+}
+
+bool veltrano_set_app_id(const char* id) {
+  return callWithText(&Veltrano::setAppId, id);
+}
+
+bool veltrano_set_lib_version(const char* version) {
+  return callWithText(&Veltrano::setLibVersion, version);
+}
+
+bool veltrano_set_idfa(void) {
+  return guarded(false, [] { return Veltrano::shared().setIdfa(), true; });
+}
+
+bool veltrano_set_publisher_uid(const char* uid) {
+  return guarded(false, [&] {
+    // No name at all is the same as an empty one.
+    Veltrano::shared().setPublisherUid(std::string_view(uid != nullptr ? uid : ""));
+    return true;
+  });
+}
+
+bool veltrano_set_super_properties(const veltrano_object* properties) {
+  return guarded(false, [&] {
+    const auto map = mapOf(properties);
+    if (map) Veltrano::shared().setSuperProperties(*map);
+    return map.has_value();
+  });
+}
+
+bool veltrano_remove_super_property(const char* key) {
+  return callWithText(&Veltrano::removeSuperProperty, key);
+}
+
+bool veltrano_set_refresh_triggers(const char* const* names, size_t count, void (*handler)(void*),
+                                   void* context) {
+  return guarded(false, [&] {
+    std::optional<std::vector<std::string>> triggers;
+    if (names != nullptr) {
+      if (std::find(names, names + count, nullptr) != names + count) return false;
+      triggers.emplace(names, names + count);
+    }
+    std::function<void()> refresh;
+    if (handler != nullptr) refresh = [handler, context] { handler(context); };
+    Veltrano::shared().setRefreshTriggersWithHandler(std::move(triggers), std::move(refresh));
+    return true;
+  });
+}
+
+const char* veltrano_screen_orientation(void) {
+  return lastingText(&Veltrano::getScreenOrientation);
+}
+
+const char* veltrano_device_orientation(void) {
+  return lastingText(&Veltrano::getDeviceOrientation);
+}
+
+bool veltrano_is_logger_enabled(void) {
+  return Veltrano::isLoggerEnabled;
+}
+
+void veltrano_set_logger_enabled(bool enabled) {
+  Veltrano::isLoggerEnabled = enabled;
+}
