@@ -25,14 +25,14 @@ namespace {
 
 constexpr std::size_t kBurst = 40'000;
 
-struct EmptyBlock final : veltrano::Block {
+struct EmptyBlock final : veltrano::internal::Block {
   void run() override {}
 };
 
 // The plain form of `Submissions`: all are taken at once.
 class LockedSubmissions {
  public:
-  void push(veltrano::Block* block) {
+  void push(veltrano::internal::Block* block) {
     const std::lock_guard lock(mutex_);
     blocks_.push_back(block);
   }
@@ -44,23 +44,23 @@ class LockedSubmissions {
       const std::lock_guard lock(mutex_);
       taken_.swap(blocks_);
     }
-    for (veltrano::Block* block : taken_) block->run();
+    for (veltrano::internal::Block* block : taken_) block->run();
     return taken_.size();
   }
 
  private:
   std::mutex mutex_;
-  std::vector<veltrano::Block*> blocks_;
-  std::vector<veltrano::Block*> taken_;
+  std::vector<veltrano::internal::Block*> blocks_;
+  std::vector<veltrano::internal::Block*> taken_;
 };
 
 class LinkedSubmissions {
  public:
-  void push(veltrano::Block* block) { submissions_.push(block); }
+  void push(veltrano::internal::Block* block) { submissions_.push(block); }
 
   std::size_t runAll() {
     std::size_t count = 0;
-    while (veltrano::Block* const block = submissions_.takeOldest()) {
+    while (veltrano::internal::Block* const block = submissions_.takeOldest()) {
       block->run();
       ++count;
     }
@@ -68,7 +68,7 @@ class LinkedSubmissions {
   }
 
  private:
-  veltrano::Submissions submissions_;
+  veltrano::internal::Submissions submissions_;
 };
 
 // Hands blocks to a thread that polls as the work queue's does. Never destroyed.
@@ -185,7 +185,7 @@ void compareJSON(int rounds) {
     }
     result = writer.text();
   };
-  veltrano::JSONWriter writer;
+  veltrano::internal::JSONWriter writer;
   PlainWriter plainWriter;
   compare(
       rounds, "JSON of 200 events, what needs no change copied at once", "byte by byte",
@@ -213,7 +213,7 @@ void compareBase64(int rounds) {
   const std::string_view pieces[] = {bytes};
   compare(
       rounds, "Base64 of 138 KB by pairs of characters", "by single characters",
-      [&](std::string& result) { veltrano::appendBase64(result, pieces); },
+      [&](std::string& result) { veltrano::internal::appendBase64(result, pieces); },
       [&](std::string& result) { appendPlainBase64(result, bytes); });
 }
 

@@ -25,7 +25,7 @@
 namespace {
 
 using veltrano::HostMap;
-using veltrano::PropertyMap;
+using veltrano::internal::PropertyMap;
 
 constexpr std::size_t kEvents = 200;
 
@@ -41,7 +41,7 @@ class Batch {
                           .trackingAuthorizationStatus = 3,
                           .isOnWiFi = true},
                          given,
-                         *veltrano::ParameterConversion::convert(given)});
+                         *veltrano::internal::ParameterConversion::convert(given)});
     }
     encoder_.setBase(endpoints_.defaultProperties.properties(), superProperties_);
     encodedEvents_ = encode();
@@ -60,7 +60,7 @@ class Batch {
 
   // Each returns the nanoseconds that it took.
   double firstTime() {
-    std::deque<veltrano::EventRecord> records;  // not to be destroyed in that time
+    std::deque<veltrano::internal::EventRecord> records;  // not to be destroyed in that time
     return bench::timeOf([&] {
       records = encode();
       send(records);
@@ -119,32 +119,34 @@ class Batch {
             {"address", {{"city", text()}, {"zip", integer(100'000)}}}};
   }
 
-  std::deque<veltrano::EventRecord> encode() {
-    std::deque<veltrano::EventRecord> records;
+  std::deque<veltrano::internal::EventRecord> encode() {
+    std::deque<veltrano::internal::EventRecord> records;
     for (const bench::Event& event : events_)
       records.push_back(
           encoder_.encode(event.name, event.automatic, viewOf(noCarrier_), viewOf(event.given)));
     return records;
   }
 
-  void send(const std::deque<veltrano::EventRecord>& records) {
-    veltrano::CorvaneEndpointRequest(endpoints_, records, superProperties_).send([](bool) {});
+  void send(const std::deque<veltrano::internal::EventRecord>& records) {
+    veltrano::internal::CorvaneEndpointRequest(endpoints_, records, superProperties_)
+        .send([](bool) {});
   }
 
   std::string_view referenceJSON() { return reference_.batch(events_, base_); }
 
   bench::ManualURLSession& session_;
   bench::ManualWorkQueue& workQueue_;
-  const veltrano::Endpoints& endpoints_ = veltrano::Library::current().endpoints();
+  const veltrano::internal::Endpoints& endpoints_ =
+      veltrano::internal::Library::current().endpoints();
   std::mt19937 random_{1};
   std::vector<bench::Event> events_;
   const HostMap oneMoreProperties_ = hostProperties();
-  veltrano::EventEncoder encoder_;
+  veltrano::internal::EventEncoder encoder_;
   const veltrano::HostValue noCarrier_;
-  const PropertyMap superProperties_ =
-      *veltrano::ParameterConversion::convert(HostMap{{"uid", "user-17"}, {"app_id", "player"}});
+  const PropertyMap superProperties_ = *veltrano::internal::ParameterConversion::convert(
+      HostMap{{"uid", "user-17"}, {"app_id", "player"}});
   const PropertyMap base_ = endpoints_.defaultProperties.properties() + superProperties_;
-  std::deque<veltrano::EventRecord> encodedEvents_;
+  std::deque<veltrano::internal::EventRecord> encodedEvents_;
   bench::RapidJSONReference reference_;
 };
 

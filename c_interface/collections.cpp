@@ -2,6 +2,7 @@
 #include "c_interface/handles.h"
 
 using namespace veltrano;
+using namespace veltrano::internal;
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include "tracker/selectors.h"
 
 using namespace veltrano;
+using namespace veltrano::internal;
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include "veltrano/veltrano.h"
 
 using namespace veltrano;
+using namespace veltrano::internal;
 
 namespace {
 

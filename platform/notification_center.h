@@ -3,7 +3,7 @@
 #include <functional>
 #include <string_view>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 inline constexpr std::string_view kApplicationWillEnterForeground =
     "UIApplicationWillEnterForegroundNotification";
@@ -28,4 +28,4 @@ class NotificationCenter {
   virtual void addObserver(std::string_view /*name*/, std::function<void()> /*observer*/) {}
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

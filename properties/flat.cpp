@@ -6,7 +6,7 @@
 #include <limits>
 #include <stdexcept>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 std::uint32_t length(std::size_t size) {
@@ -73,6 +73,11 @@ int orderOfContents(const FlatContents& left, const FlatContents& right) {
 }
 
 }  // namespace
+}  // namespace veltrano::internal
+
+namespace veltrano::detail {
+
+using namespace internal;
 
 FlatWriter::Container FlatWriter::open(Kind kind) {
   const Container container{static_cast<std::size_t>(at_ - begin_), std::exchange(depth_, 0)};
@@ -170,6 +175,10 @@ void FlatWriter::flat(const char* at) {
   depth_ = std::max(depth_, static_cast<std::uint8_t>(depth));
 }
 
+}  // namespace veltrano::detail
+
+namespace veltrano::internal {
+
 void FlatBuffer::grow(std::size_t size) {
   const std::size_t used = bytes().size();
   const std::size_t capacity = std::max(2 * static_cast<std::size_t>(end_ - begin_), used + size);
@@ -226,4 +235,4 @@ int compare(FlatView left, FlatView right) {
   return 0;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

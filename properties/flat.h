@@ -31,7 +31,7 @@
 
 #include "veltrano/value.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 using detail::Flat;
 using detail::FlatWriter;
@@ -134,8 +134,12 @@ inline FlatContents FlatView::contents() const {
   return FlatContents({at_ + kContainerHead, read<std::uint32_t>(2)});
 }
 
+}  // namespace veltrano::internal
+
+namespace veltrano::detail {
+
 /// What the public value types and `FlatWriter` keep to themselves.
-struct detail::FlatAccess {
+struct FlatAccess {
   template <class Value>
   static auto& flat(Value& value) {
     if constexpr (std::is_same_v<std::remove_const_t<Value>, HostValue>)
@@ -147,11 +151,17 @@ struct detail::FlatAccess {
   static Value make(Flat flat) {
     return Value(FromFlat(), std::move(flat));
   }
-  static Date date(FlatView value) { return Date(std::chrono::microseconds(value.integer())); }
-  static NSNumber number(FlatView value) {
+  static Date date(internal::FlatView value) {
+    return Date(std::chrono::microseconds(value.integer()));
+  }
+  static NSNumber number(internal::FlatView value) {
     return {value.numberCode(), value.numberAsInteger(), value.numberAsDouble()};
   }
 };
+
+}  // namespace veltrano::detail
+
+namespace veltrano::internal {
 
 template <class Value>
 FlatView viewOf(const Value& value) {
@@ -190,4 +200,4 @@ inline int compareTexts(std::string_view left, std::string_view right) {
 /// either sign are one value.
 int compare(FlatView left, FlatView right);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -17,7 +17,7 @@
 #include "tests/support/failures.h"
 #include "tests/support/posting.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using namespace std::chrono_literals;
@@ -329,4 +329,4 @@ TEST(NetworkFaults, PostsInAForkedChildAreDropped) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -13,7 +13,7 @@
 #include "platform/posix/http/retry.h"
 #include "tests/support/posting.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using namespace std::chrono_literals;
@@ -367,4 +367,4 @@ TEST(URLSession, CallsBackOncePerPost) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -19,7 +19,7 @@
 #include "tracker/log_rendering.h"
 #include "veltrano/value.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using Member = SupportedParameterType::Member;
@@ -282,7 +282,7 @@ TEST(Values, DictionariesKeepTheLastOfEqualKeys) {
 TEST(Values, DebugForms) {
   const auto rendered = [](const HostValue& value) {
     std::string line;
-    render(line, ParameterConversion::convert(value));
+    render(line, DebugForm{ParameterConversion::convert(value)});
     return line;
   };
   EXPECT_EQ(rendered("a\"b\\\n\t\x1F\xC2\x85\xC3\xA9"),
@@ -311,4 +311,4 @@ TEST(Values, CanonicalEquivalence) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -2,7 +2,7 @@
 #include "tracker/tracker.h"
 #include "upload/corvane_endpoint_request.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 void Tracker::startFlushCycle() {
   log_("Scheduling the next flush with default interval");
@@ -74,4 +74,4 @@ void Tracker::finishFlush(bool wasDelivered) {
   if (isRunning_) startFlushCycle();
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

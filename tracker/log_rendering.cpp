@@ -9,7 +9,7 @@
 #include "log/log.h"
 #include "properties/flat.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // Escapes one control character, the double quote or the backslash.
@@ -133,14 +133,14 @@ void render(std::string& line, HostText text) {
   line += wellFormedUTF8(std::string(text.text));
 }
 
-void render(std::string& line, const std::optional<SupportedParameterType>& value) {
-  if (!value) {
+void render(std::string& line, DebugForm form) {
+  if (!form.value) {
     line += "nil";
     return;
   }
   line += "Optional(";
-  appendDebugForm(line, viewOf(*value));
+  appendDebugForm(line, viewOf(*form.value));
   line += ')';
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

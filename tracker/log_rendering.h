@@ -6,7 +6,7 @@
 
 #include "veltrano/value.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Text of a host's, in which ill-formed UTF-8 becomes U+FFFD.
 struct HostText {
@@ -14,7 +14,10 @@ struct HostText {
 };
 void render(std::string& line, HostText text);
 
-/// "nil", or "Optional" and the debug form in parentheses.
-void render(std::string& line, const std::optional<SupportedParameterType>& value);
+/// An optional value: "nil", or "Optional" and the value's debug form in parentheses.
+struct DebugForm {
+  const std::optional<SupportedParameterType>& value;
+};
+void render(std::string& line, DebugForm form);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -6,7 +6,7 @@
 #include "properties/parameter_conversion.h"
 #include "tracker/log_rendering.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 Tracker::Tracker(const Endpoints& endpoints,
                  std::function<void(const std::string& uid)> startHeartbeat)
@@ -29,7 +29,7 @@ void Tracker::removeSuperProperty(std::string key) {
     PropertyMap remaining = superProperties_.current();
     const auto removed = remaining.remove(key);
     if (removed) changeSuperProperties(std::move(remaining));
-    log_("Removed superProperty: ", key, " with value: ", removed);
+    log_("Removed superProperty: ", key, " with value: ", DebugForm{removed});
   });
 }
 
@@ -41,7 +41,7 @@ void Tracker::changeSuperProperties(PropertyMap changed) {
 void Tracker::setRefreshTriggers(const std::optional<std::vector<std::string>>& triggers,
                                  std::function<void()> handler) {
   const auto list = triggers ? std::optional(*HostValue(*triggers).member()) : std::nullopt;
-  log_("Setting refresh triggers: ", list);
+  log_("Setting refresh triggers: ", DebugForm{list});
   refreshTriggers_.set(triggers, std::move(handler));
 }
 
@@ -75,4 +75,4 @@ void Tracker::setPublisherUid(const std::optional<std::string>& uid) {
   setSuperProperties({{"pub_uid", *uid}});
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

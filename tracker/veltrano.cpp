@@ -7,16 +7,16 @@
 #include "tracker/library.h"
 
 using veltrano::HostMapView;
-using veltrano::Tracker;
+using veltrano::internal::Tracker;
 
 namespace {
 
 std::string entering(std::string_view text) {
-  return veltrano::wellFormedUTF8(std::string(text));
+  return veltrano::internal::wellFormedUTF8(std::string(text));
 }
 
 Tracker& tracker() {
-  return veltrano::Library::current().tracker();
+  return veltrano::internal::Library::current().tracker();
 }
 
 }  // namespace
@@ -65,7 +65,7 @@ void Veltrano::removeSuperProperty(std::string_view key) {
 void Veltrano::setRefreshTriggersWithHandler(std::optional<std::vector<std::string>> triggers,
                                              std::function<void()> handler) {
   if (triggers)
-    for (std::string& name : *triggers) name = veltrano::wellFormedUTF8(std::move(name));
+    for (std::string& name : *triggers) name = veltrano::internal::wellFormedUTF8(std::move(name));
   tracker().setRefreshTriggers(triggers, std::move(handler));
 }
 

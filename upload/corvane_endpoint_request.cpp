@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // The batch as a JSON array, in pieces. None when one of the events cannot be encoded.
@@ -50,4 +50,4 @@ void CorvaneEndpointRequest::send(std::function<void(bool)> completion) const {
                   });
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -9,7 +9,7 @@
 #include "properties/default_properties.h"
 #include "properties/property_map.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The endpoints of the collection host, with what every request to them is made of.
 struct Endpoints {
@@ -25,4 +25,4 @@ struct Endpoints {
   const Log& log;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -66,7 +66,7 @@ class Host {
     for (char* text : texts_) std::free(text);
   }
 
-  void run(veltrano::Timeline& timeline) {
+  void run(veltrano::internal::Timeline& timeline) {
     while (data_.remaining_bytes() > 0) {
       kCalls[below(std::size(kCalls))](*this);
       if (below(16) == 0) timeline.runUntil(timeline.now() + std::chrono::seconds(1));
@@ -281,8 +281,8 @@ const Host::Call Host::kCalls[] = {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static auto& platform = *new veltrano::SimulatedPlatform;
-  static const bool isInstalled = veltrano::Library::install(platform.services());
+  static auto& platform = *new veltrano::internal::SimulatedPlatform;
+  static const bool isInstalled = veltrano::internal::Library::install(platform.services());
   static const int liveContexts = Context::live;
   require(isInstalled);
 

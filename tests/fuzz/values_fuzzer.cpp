@@ -22,6 +22,7 @@
 #include "veltrano/veltrano_c.h"
 
 using namespace veltrano;
+using namespace veltrano::internal;
 using Json = nlohmann::json;
 
 namespace {

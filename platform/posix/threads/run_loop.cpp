@@ -8,7 +8,7 @@
 #include "platform/host_callback.h"
 #include "platform/posix/threads/due_time.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // A plain pointer, so that it can still be asked while the thread's other objects are destroyed.
@@ -47,10 +47,6 @@ class PosixRunLoop::LoopTimer final : public Timer {
   const std::weak_ptr<PosixRunLoop> loop_;
   const Key key_;
 };
-
-RunLoop& RunLoop::current() {
-  return *PosixRunLoop::ofThisThread();
-}
 
 std::shared_ptr<PosixRunLoop> PosixRunLoop::ofThisThread() {
   if (ownLoop == nullptr) {
@@ -196,4 +192,8 @@ std::shared_ptr<Timer> PosixTimers::schedule(Duration delay, Duration tolerance,
   return PosixRunLoop::ofThisThread()->schedule(delay, tolerance, std::move(action));
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal
+
+veltrano::RunLoop& veltrano::RunLoop::current() {
+  return *internal::PosixRunLoop::ofThisThread();
+}
