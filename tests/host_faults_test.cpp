@@ -10,6 +10,7 @@
 #include <memory>
 #include <set>
 #include <thread>
+#include <vector>
 
 #include "platform/posix/posix_services.h"
 #include "tracker/library.h"
@@ -25,12 +26,14 @@ class HostFaults : public testing::Test {
     options.collectionHost = "localhost:1";  // nobody listens there
     static const Installation installation = PosixPlatform::install(options);
     EXPECT_TRUE(installation) << installation.error;
-    // Each case has a library of its own, which is never destroyed: its threads go on.
+    // Each case has a library of its own. None is destroyed, as its threads go on.
+    static auto& replaced = *new std::vector<Library*>;
     options.logSink = [counts = counts](std::string_view line) {
       if (line.ends_with("| Scheduling the next flush with default interval")) ++counts->cycles;
       if (line.ends_with(" over capacity, trimming")) ++counts->trims;
     };
-    Library::exchangeCurrent(new Library((new PosixServices(options))->platform()));
+    replaced.push_back(
+        Library::exchangeCurrent(new Library((new PosixServices(options))->platform())));
     Veltrano::isLoggerEnabled = true;
   }
 
