@@ -11,7 +11,7 @@
 namespace veltrano::internal {
 
 /// Sends requests over HTTPS, one after the other, and keeps the connection for the next. For one
-/// thread, which the client owns: the thread's descriptors are no longer those of the process.
+/// thread, to which it gives a descriptor table of its own.
 class HTTPClient {
  public:
   explicit HTTPClient(const URLSessionOptions& options);

@@ -16,10 +16,9 @@
 
 namespace veltrano::internal {
 
-/// The posts to one endpoint, on three threads: one prepares attempts, which may block in the
-/// host's interceptor or in a name lookup, one sends them, one after the other, and one calls back.
-/// Whichever blocks, the others go on; and the outcome of a post that is stuck is reported when its
-/// time is up.
+/// The posts to one endpoint, on three threads. The first prepares attempts and may block in the
+/// interceptor or in a name lookup; the second sends them, one after the other; the third calls
+/// back, and reports a post that is stuck on one of the others when its time is up.
 class Endpoint : public std::enable_shared_from_this<Endpoint> {
  public:
   explicit Endpoint(const URLSessionOptions& options);
@@ -48,8 +47,8 @@ class Endpoint : public std::enable_shared_from_this<Endpoint> {
     RetryRules rules;
     std::int32_t retries = 0;
     Clock::time_point deadline;  // of the whole request
-    Clock::time_point limit;     // when to report that time is up; no later than the deadline
-    Clock::time_point due;       // of the stage
+    Clock::time_point limit;     // when its time is reported to be up, whoever still uses it
+    Clock::time_point due;       // when the stage may begin
     Stage stage = Stage::preparing;
     bool isInUse = false;     // by the stage's thread, without the lock
     bool isReported = false;  // the rest of the post waits for the end of its use

@@ -26,8 +26,8 @@ struct URLSessionOptions {
   Duration requestTimeout = std::chrono::seconds(60);  // with all retries
 };
 
-/// Posts over HTTPS. Each of the first two base URLs has transfers and callbacks of its own, one
-/// after the other; all further ones share those of the second. The first post initialises libcurl
+/// Posts over HTTPS. The first two base URLs have transfers and callbacks of their own, one after
+/// the other each; further base URLs share those of the second. The first post initialises libcurl
 /// and OpenSSL.
 ///
 /// A request that the server may have seen is sent again only when the answer was 502, 503 or 504;
@@ -43,10 +43,11 @@ class PosixURLSession final : public ZKURLSessionManager {
 
   void postData(PostRequest request, URLSessionCallback callback) override;
 
-  /// Ends the session: from now on posts fail; those under way may finish until `deadline`, when
-  /// the rest fails. Returns shortly after the deadline at the latest. From then on nothing is
-  /// called back, and posts are dropped; the threads end, each as soon as it comes back from a
-  /// peer or from the host's code. True when nothing failed because of this. Not for a callback.
+  /// Ends the session. New posts fail; those under way may finish until `deadline`, then they fail,
+  /// too. Returns once all have been called back, half a second after the deadline at the latest.
+  /// From then on nothing is called back, and posts are dropped. The threads end; one that is in
+  /// the host's code or in a name lookup ends when it returns from there. True when nothing was cut
+  /// short. Not for callbacks.
   bool shutDown(std::chrono::steady_clock::time_point deadline);
 
  private:
