@@ -2,11 +2,13 @@
 // checks that every context is released exactly once.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/simulated/simulated_platform.h"
@@ -79,7 +81,7 @@ class Host {
     std::size_t size = 1;  // how many values at the most
   };
   using Call = void (*)(Host&);
-  static const Call kCalls[61];
+  static const Call kCalls[62];
 
   bool flag() { return data_.ConsumeBool(); }
   std::size_t below(std::size_t limit) {
@@ -118,6 +120,12 @@ class Host {
   veltrano_object* any() { return held().object; }
   void keep(veltrano_object* object, std::size_t size = 1) { objects_.push_back({object, size}); }
 
+  void makeNames() {
+    veltrano_object* const names = veltrano_array();
+    for (std::size_t i = below(3); i > 0; --i) veltrano_array_append_text(names, string());
+    keep(names);
+  }
+
   void copy() {
     const Held& original = held();
     keep(veltrano_copy(original.object), original.size);
@@ -152,7 +160,9 @@ class Host {
 
   void send() {
     const char* const selector = kSelectors[below(std::size(kSelectors))];
-    std::vector<veltrano_object*> arguments(below(5));
+    const std::string_view name = selector != nullptr ? selector : "";
+    const auto expected = static_cast<std::size_t>(std::count(name.begin(), name.end(), ':'));
+    std::vector<veltrano_object*> arguments(below(8) == 0 ? below(5) : expected);
     for (veltrano_object*& argument : arguments) argument = any();
     veltrano_object* returned = nullptr;
     std::size_t detail = 9;
@@ -227,6 +237,7 @@ const Host::Call Host::kCalls[] = {
       h.keep(veltrano_boolean_block(h.flag() ? Context::callWithFlag : nullptr, new Context,
                                     Context::release));
     },
+    [](Host& h) { h.makeNames(); },
     [](Host& h) { h.copy(); },
     [](Host& h) { h.release(); },
     [](Host& h) { h.add(); },
