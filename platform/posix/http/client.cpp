@@ -11,7 +11,8 @@
 
 #include "platform/posix/http/exit_gate.h"
 
-extern "C" void __tsan_init() __attribute__((weak));  // there when ThreadSanitizer is
+// Not null when ThreadSanitizer is there. NOLINTNEXTLINE(readability-identifier-naming)
+extern "C" void __tsan_init() __attribute__((weak));
 
 namespace veltrano::internal {
 namespace {
@@ -19,11 +20,11 @@ namespace {
 // How often the thread looks up from a silent peer, to see whether it is to stop.
 constexpr std::chrono::milliseconds kLongestPoll{200};
 
-// Gives this thread a descriptor table of its own, since libcurl opens descriptors that programs
-// would inherit. What the host has open is closed in it: its files and pipes shall end when the
-// host closes them. The standard error stays, for whoever reports a crash. On a system that does
-// not permit this, the table remains the process's; under ThreadSanitizer, too, which takes equal
-// numbers for the same descriptor.
+// Gives this thread a descriptor table of its own: libcurl opens descriptors that executed programs
+// would inherit. The host's descriptors are closed in it, so that a pipe still ends when the host
+// closes it; the standard error stays for crash reports. The thread keeps the process's table where
+// the system does not permit this, and under ThreadSanitizer, which tells descriptors apart by
+// their numbers only.
 void separateDescriptors() {
   if (__tsan_init != nullptr) return;
   if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_UNSHARE) != 0) return;

@@ -14,7 +14,7 @@ namespace veltrano::internal {
 namespace {
 
 constexpr std::size_t kMostPosts = 256;  // later ones fail
-// What libcurl ends in time has ended by then. The rest is stuck and is reported without it.
+// How long after its limit an attempt that libcurl has not ended is reported without it.
 constexpr std::chrono::milliseconds kGrace{250};
 
 URLRequest outgoingRequest(const PostRequest& post) {

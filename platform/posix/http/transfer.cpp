@@ -35,14 +35,14 @@ std::optional<std::string> responseHeader(CURL* easy, const char* name) {
   return header->value;
 }
 
-// The file that OPENSSL_CONF names may lower OpenSSL's demands, and SSLKEYLOGFILE makes libcurl
-// write down the keys; neither is for the environment to decide.
+// Overrides the environment: OPENSSL_CONF may lower OpenSSL's demands, and SSLKEYLOGFILE makes
+// libcurl log the keys. The file that it names is still created, and stays empty.
 CURLcode secure(CURL*, void* sslContext, void*) {
   constexpr int kLevel = 2;  // 112 bits: no RSA key below 2048 bits, no signature with SHA-1
   auto* const context = static_cast<SSL_CTX*>(sslContext);
   SSL_CTX_set_security_level(context, std::max(kLevel, SSL_CTX_get_security_level(context)));
   SSL_CTX_set_keylog_callback(context, nullptr);
-  // Else a read goes on for as long as there are records that carry no data.
+  // Else one read lasts as long as the server sends records without data.
   SSL_CTX_clear_mode(context, SSL_MODE_AUTO_RETRY);
   return CURLE_OK;
 }
@@ -68,8 +68,7 @@ void HTTPTransfer::setConnectionOptions(const URLSessionOptions& options) {
       std::chrono::duration_cast<Duration>(attempt_.deadline - std::chrono::steady_clock::now());
   set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(std::min(options.connectTimeout, timeLeft)));
   set(CURLOPT_TIMEOUT_MS, milliseconds(timeLeft));
-  // libcurl asks it also where it does not look at its time limits, such as in the answer of a
-  // proxy.
+  // libcurl also calls it where it does not check its time limits, as in a proxy's answer.
   set(CURLOPT_NOPROGRESS, 0L);
   set(CURLOPT_XFERINFOFUNCTION, progress);
   set(CURLOPT_XFERINFODATA, this);
@@ -101,7 +100,7 @@ void HTTPTransfer::setSecurityOptions(const URLSessionOptions& options) {
   set(CURLOPT_SSL_VERIFYPEER, 1L);
   set(CURLOPT_SSL_VERIFYHOST, 2L);
   set(CURLOPT_SSL_CTX_FUNCTION, secure);
-  // The cache of libcurl 7.88 frees memory twice when it cannot get any.
+  // Out of memory, the session cache of libcurl 7.88 frees memory twice.
   set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
   if (!options.certificateAuthorities.empty()) {
     set(CURLOPT_CAINFO, options.certificateAuthorities.c_str());
@@ -155,7 +154,7 @@ bool HTTPTransfer::hasSentEverything() const {
   return static_cast<std::size_t>(sent) >= attempt_.body->size();
 }
 
-// Returns what makes libcurl end the transfer when a callback for received bytes returns it.
+// Returns 0, with which a callback for received bytes ends the transfer.
 std::size_t HTTPTransfer::cutOff(CURLcode reason) {
   cutOff_ = reason;
   return 0;
@@ -215,7 +214,7 @@ std::size_t HTTPTransfer::receiveHeader(char* bytes, std::size_t, std::size_t co
   if (line != "\r\n" && line != "\n") return count;
   long status = 0;
   if (!self.hasBegunRequest_) {
-    // The answer of a proxy. Unless it lets us through, libcurl would read on in its body.
+    // A proxy's answer. libcurl would read the whole body of a refusal.
     curl_easy_getinfo(self.easy_.get(), CURLINFO_HTTP_CONNECTCODE, &status);
     if (status >= 300) return self.cutOff(CURLE_COULDNT_CONNECT);
     return count;
