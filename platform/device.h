@@ -1,5 +1,8 @@
+// The device and the application that runs on it, as the operating system tells of them.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 namespace veltrano::internal {
@@ -25,6 +28,57 @@ class Device {
   /// 0 unknown, 1 portrait, 2 portrait upside down, 3 landscape left, 4 landscape right, 5 face up,
   /// 6 face down; other values may occur.
   virtual int orientation() const { return 0; }
+};
+
+enum class ApplicationState { active = 0, inactive = 1, background = 2 };
+
+/// The host application as the operating system sees it. Safe to call from any thread.
+class Application {
+ public:
+  virtual ~Application() = default;
+
+  virtual ApplicationState state() const { return ApplicationState::background; }
+
+  /// 1 portrait, 2 portrait upside down, 3 and 4 landscape, 0 unknown; other values may occur.
+  virtual int interfaceOrientation() const { return 0; }
+};
+
+/// The networking framework's connectivity monitor. Safe to call from any thread, without waiting.
+class ZKConnectivityManager {
+ public:
+  virtual ~ZKConnectivityManager() = default;
+
+  /// True while the device is connected over Wi-Fi.
+  virtual bool isReachableOnWiFi() const { return false; }
+};
+
+/// The cellular subscriptions of the device. Safe to call from any thread, without waiting.
+class CTTelephonyNetworkInfo {
+ public:
+  virtual ~CTTelephonyNetworkInfo() = default;
+
+  /// The carrier name of the first service subscriber; none without a subscription or a name.
+  virtual std::optional<std::string> carrierName() const { return std::nullopt; }
+};
+
+/// What the user has decided about being tracked. Safe to call from any thread, without waiting.
+class ATTrackingManager {
+ public:
+  virtual ~ATTrackingManager() = default;
+
+  /// 0 not determined, 1 restricted, 2 denied, 3 authorised.
+  virtual std::uint64_t trackingAuthorizationStatus() const { return 0; }
+};
+
+/// The advertising identifier. Safe to call from any thread.
+class ASIdentifierManager {
+ public:
+  virtual ~ASIdentifierManager() = default;
+
+  /// Canonical UUID text: 36 characters, upper case; all zeros when there is no identifier.
+  virtual std::string advertisingIdentifier() const {
+    return "00000000-0000-0000-0000-000000000000";
+  }
 };
 
 }  // namespace veltrano::internal

@@ -4,18 +4,14 @@
 
 #include <string>
 
-#include "platform/application.h"
 #include "platform/authentication.h"
 #include "platform/bundles.h"
 #include "platform/clock.h"
-#include "platform/connectivity.h"
 #include "platform/device.h"
 #include "platform/notification_center.h"
 #include "platform/random_source.h"
 #include "platform/standard_output.h"
-#include "platform/telephony.h"
 #include "platform/timer.h"
-#include "platform/tracking.h"
 #include "platform/url_session.h"
 #include "platform/user_defaults.h"
 #include "platform/work_queue.h"

@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "platform/application.h"
 #include "platform/device.h"
 #include "platform/simulated/simulated_url_session.h"
 #include "tools/replay/trace.h"

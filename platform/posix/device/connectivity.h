@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/connectivity.h"
+#include "platform/device.h"
 
 namespace veltrano::internal {
 

@@ -10,10 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/application.h"
 #include "platform/device.h"
-#include "platform/telephony.h"
-#include "platform/tracking.h"
 
 namespace veltrano::internal {
 
