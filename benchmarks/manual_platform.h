@@ -48,9 +48,9 @@ class ManualWorkQueue final : public veltrano::WorkQueue {
   }
 
   /// What the queue waits for is the network, which fails at once.
-  void wait(std::shared_ptr<veltrano::DispatchGroup> group, std::function<void()> then) override {
+  void wait(veltrano::DispatchGroup& group, std::function<void()> then) override {
     session_.refuse();
-    group->wait();
+    group.wait();
     then();
   }
 

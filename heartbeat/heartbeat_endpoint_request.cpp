@@ -7,6 +7,7 @@
 #include "encoding/json_writer.h"
 #include "encoding/utf8.h"
 #include "heartbeat/heartbeat_interval.h"
+#include "platform/host_callback.h"
 
 namespace veltrano {
 namespace {
@@ -55,8 +56,10 @@ bool takeAnswer(const Endpoints& endpoints, const std::optional<std::string>& da
   const int status = *response->httpStatusCode;
   endpoints.log("Heartbeat response code: ", status);
   if (status < 200 || status > 299) return false;
-  if (const auto backOff = data ? VLTrackingEvent::fromJSON(*data).backOffSeconds : std::nullopt)
-    setHeartbeatInterval(*endpoints.platform.userDefaults, *backOff);
+  dropExceptions([&] {
+    if (const auto backOff = data ? VLTrackingEvent::fromJSON(*data).backOffSeconds : std::nullopt)
+      setHeartbeatInterval(*endpoints.platform.userDefaults, *backOff);
+  });
   return true;
 }
 
@@ -104,13 +107,10 @@ void HeartbeatEndpointRequest::send(std::function<void(bool)> completion) const 
   auto interceptor = std::make_shared<ZKAuthInterceptor>([](const URLRequest&) { return true; },
                                                          *platform.sessionTokenProvider,
                                                          *platform.userSessionManager);
-  endpoints_.accounting.heartbeatSent();
   endpoints_.post("/heartbeat", uid_, *superProperties_, json, std::move(interceptor),
                   [&endpoints = endpoints_, completion = std::move(completion)](
                       const auto& data, const auto& response, const auto& error) {
-                    const bool wasAccepted = takeAnswer(endpoints, data, response, error);
-                    if (!wasAccepted) endpoints.accounting.heartbeatFailed();
-                    completion(wasAccepted);
+                    completion(takeAnswer(endpoints, data, response, error));
                   });
 }
 

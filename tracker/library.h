@@ -42,9 +42,9 @@ class Library {
   const Endpoints& endpoints() const { return endpoints_; }
   const Accounting& accounting() const { return accounting_; }
 
-  /// The tracker, which the first call starts.
+  /// The tracker, which the first call starts; when memory is short, the one after it.
   Tracker& tracker() {
-    if (!isStarted_.load(std::memory_order_relaxed) && !isStarted_.exchange(true)) tracker_.start();
+    if (!isStarted_.load(std::memory_order_relaxed) && !isStarted_.exchange(true)) start();
     return tracker_;
   }
 
@@ -53,6 +53,7 @@ class Library {
 
  private:
   static Library& makeCurrent();
+  void start();
 
   static constinit std::atomic<Library*> current_;
 
