@@ -23,8 +23,8 @@ class Timers {
   virtual ~Timers() = default;
 
   /// Runs `action` once on the calling thread's run loop when `delay` has passed, at most
-  /// `tolerance` later, and once more a second after each run that threw std::bad_alloc. On a
-  /// thread whose run loop never runs the timer stays pending.
+  /// `tolerance` later, and again a second after each run that threw std::bad_alloc. On a thread
+  /// whose run loop never runs the timer stays pending.
   virtual std::shared_ptr<Timer> schedule(Duration /*delay*/, Duration /*tolerance*/,
                                           std::function<void()> /*action*/) {
     return std::make_shared<Timer>();

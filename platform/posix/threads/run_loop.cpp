@@ -147,10 +147,13 @@ int PosixRunLoop::fileDescriptor() {
 
 std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance,
                                               std::function<void()> action) {
-  const auto due = dueTime(Clock::now(), delay);
+  // A timer that schedules itself again runs at most once per tolerance, however short its delay.
+  const auto now = Clock::now();
+  const auto due = dueTime(now, std::max(delay, tolerance));
+  const auto latest = dueTime(dueTime(now, delay), tolerance);
   const std::lock_guard lock(mutex_);
   auto timer = std::make_shared<LoopTimer>(weak_from_this(), nextOrder_);
-  timers_.emplace(Key(due, nextOrder_), Pending{dueTime(due, tolerance), std::move(action)});
+  timers_.emplace(Key(due, nextOrder_), Pending{latest, std::move(action)});
   ++nextOrder_;
   changed();
   return timer;

@@ -77,7 +77,8 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
   int descriptor_ = -1;  // of a kernel timer that expires when there is something to run
 };
 
-/// Schedules timers on the calling thread's run loop.
+/// Schedules timers on the calling thread's run loop. A delay shorter than the tolerance is made as
+/// long as that.
 class PosixTimers final : public Timers {
  public:
   std::shared_ptr<Timer> schedule(Duration delay, Duration tolerance,
