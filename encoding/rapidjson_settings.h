@@ -7,14 +7,14 @@
 
 // A host may use RapidJSON itself, with settings of its own. In one namespace, the linker would
 // keep one of the two for both.
-#define RAPIDJSON_NAMESPACE veltrano::rapidjson
-#define RAPIDJSON_NAMESPACE_BEGIN namespace veltrano::rapidjson {
+#define RAPIDJSON_NAMESPACE veltrano::internal::rapidjson
+#define RAPIDJSON_NAMESPACE_BEGIN namespace veltrano::internal::rapidjson {
 #define RAPIDJSON_NAMESPACE_END }
 
 // A failed assertion would end the host's process.
 #define RAPIDJSON_ASSERT(condition) static_cast<void>(0)
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// For RapidJSON, whose own allocators answer null, which it then writes to.
 struct ThrowingAllocator {
@@ -31,4 +31,4 @@ struct ThrowingAllocator {
   static void Free(void* memory) { ::operator delete(memory); }
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

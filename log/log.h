@@ -10,7 +10,7 @@
 #include "platform/host_callback.h"
 #include "platform/standard_output.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 // render: how a value reads in a diagnostic line. Other types have overloads of their own.
 
@@ -58,4 +58,4 @@ class Log {
   const std::atomic<bool>& isEnabled_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

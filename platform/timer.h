@@ -5,7 +5,7 @@
 
 #include "encoding/time.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// A one-shot timer that has been scheduled.
 class Timer {
@@ -31,4 +31,4 @@ class Timers {
   }
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -9,7 +9,7 @@
 #include "platform/dispatch_group.h"
 #include "platform/work_item.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// One block of work. It links to its successor itself, so that handing it over costs no
 /// allocation beyond the block's own.
@@ -54,4 +54,4 @@ class WorkQueue {
   virtual void wait(DispatchGroup& /*group*/, std::function<void()> /*then*/) {}
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

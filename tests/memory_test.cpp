@@ -13,7 +13,7 @@
 #include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // Runs `work` as the library, with `count` allocations failing from number `first` on.
@@ -146,4 +146,4 @@ TEST(MemoryTest, WhicheverAllocationFailsTheRestGoesOn) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -6,7 +6,7 @@
 #include "tracker/tracker.h"
 #include "upload/corvane_endpoint_request.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 // An upload that the work queue waits for. It ends when it is told its outcome, or else, as one
 // that has failed, with the last reference to it.
@@ -126,4 +126,4 @@ void Tracker::finishFlush(UploadOutcome outcome) {
   if (isRunning_) startFlushCycle();
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

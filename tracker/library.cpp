@@ -5,7 +5,7 @@
 
 #include "veltrano/veltrano.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 constinit std::atomic<Library*> Library::current_{nullptr};
 
@@ -51,4 +51,4 @@ HeartbeatManager& Library::heartbeatManager() {
   return *heartbeatManager_;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -24,7 +24,7 @@
 #include "upload/endpoints.h"
 #include "veltrano/veltrano.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The tracker behind the public facade: all its state, and the operations that the facade passes
 /// on. Text that arrives here is well-formed. Public operations are safe from any thread.
@@ -142,4 +142,4 @@ class Tracker {
   RefreshTriggers refreshTriggers_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -17,6 +17,9 @@
 #include "tracker/library.h"
 
 namespace veltrano {
+
+using namespace internal;
+
 namespace {
 
 constexpr std::string_view kApplicationWillResignActive =
