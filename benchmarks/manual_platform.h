@@ -52,10 +52,9 @@ class ManualWorkQueue final : public veltrano::internal::WorkQueue {
   }
 
   /// What the queue waits for is the network, which fails at once.
-  void wait(std::shared_ptr<veltrano::internal::DispatchGroup> group,
-            std::function<void()> then) override {
+  void wait(veltrano::internal::DispatchGroup& group, std::function<void()> then) override {
     session_.refuse();
-    group->wait();
+    group.wait();
     then();
   }
 

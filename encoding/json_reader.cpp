@@ -72,7 +72,8 @@ std::optional<double> numberInJSONObject(std::string_view text, std::string_view
   rapidjson::MemoryStream bytes(text.data(), text.size());
   rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(bytes);
   MemberNumber member(key);
-  const bool isObject = !rapidjson::Reader().Parse<kFlags>(stream, member).IsError();
+  rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>, ThrowingAllocator> reader;
+  const bool isObject = !reader.Parse<kFlags>(stream, member).IsError();
   // The reader takes a zero byte for the end of the text.
   return isObject && stream.Tell() == text.size() ? member.number() : std::nullopt;
 }

@@ -25,7 +25,10 @@ bool hasToBeEscaped(std::uint64_t eightBytes) {
           below(eightBytes ^ (kOnes * '\\'), 1)) != 0;
 }
 
-class SplicingWriter : public rapidjson::Writer<rapidjson::StringBuffer> {
+using Buffer = rapidjson::GenericStringBuffer<rapidjson::UTF8<>, ThrowingAllocator>;
+
+class SplicingWriter
+    : public rapidjson::Writer<Buffer, rapidjson::UTF8<>, rapidjson::UTF8<>, ThrowingAllocator> {
  public:
   using Writer::Writer;
 
@@ -54,7 +57,7 @@ class SplicingWriter : public rapidjson::Writer<rapidjson::StringBuffer> {
 }  // namespace
 
 struct JSONWriter::Implementation {
-  rapidjson::StringBuffer buffer;
+  Buffer buffer;
   SplicingWriter writer{buffer};
 };
 

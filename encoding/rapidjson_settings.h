@@ -1,6 +1,10 @@
 // How this library compiles RapidJSON. Included before any of its headers.
 #pragma once
 
+#include <cstddef>
+#include <cstring>
+#include <new>
+
 // A host may use RapidJSON itself, with settings of its own. In one namespace, the linker would
 // keep one of the two for both.
 #define RAPIDJSON_NAMESPACE veltrano::internal::rapidjson
@@ -9,3 +13,22 @@
 
 // A failed assertion would end the host's process.
 #define RAPIDJSON_ASSERT(condition) static_cast<void>(0)
+
+namespace veltrano::internal {
+
+/// For RapidJSON, whose own allocators answer null, which it then writes to.
+struct ThrowingAllocator {
+  static constexpr bool kNeedFree = true;
+
+  void* Malloc(std::size_t size) { return size != 0 ? ::operator new(size) : nullptr; }
+  void* Realloc(void* old, std::size_t oldSize, std::size_t newSize) {
+    void* const memory = Malloc(newSize);
+    if (old != nullptr && memory != nullptr)
+      std::memcpy(memory, old, oldSize < newSize ? oldSize : newSize);
+    Free(old);
+    return memory;
+  }
+  static void Free(void* memory) { ::operator delete(memory); }
+};
+
+}  // namespace veltrano::internal

@@ -7,6 +7,7 @@
 #include "encoding/json_writer.h"
 #include "encoding/utf8.h"
 #include "heartbeat/heartbeat_interval.h"
+#include "platform/host_callback.h"
 
 namespace veltrano::internal {
 namespace {
@@ -55,8 +56,10 @@ bool takeAnswer(const Endpoints& endpoints, const std::optional<std::string>& da
   const int status = *response->httpStatusCode;
   endpoints.log("Heartbeat response code: ", status);
   if (status < 200 || status > 299) return false;
-  if (const auto backOff = data ? VLTrackingEvent::fromJSON(*data).backOffSeconds : std::nullopt)
-    setHeartbeatInterval(*endpoints.platform.userDefaults, *backOff);
+  dropExceptions([&] {
+    if (const auto backOff = data ? VLTrackingEvent::fromJSON(*data).backOffSeconds : std::nullopt)
+      setHeartbeatInterval(*endpoints.platform.userDefaults, *backOff);
+  });
   return true;
 }
 

@@ -48,6 +48,7 @@ class RemoteHeartbeatRepository final : public HeartbeatRepository {
 
   void send(const std::string& uid, const std::string& sessionID, double sessionDuration,
             std::function<void(bool)> completion) override {
+    endpoints_.accounting.heartbeatSent();
     HeartbeatEndpointRequest(endpoints_, takeFacts_(), uid, sessionID, sessionDuration)
         .send(std::move(completion));
   }

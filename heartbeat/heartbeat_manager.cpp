@@ -1,5 +1,6 @@
 #include "heartbeat/heartbeat_manager.h"
 
+#include <exception>
 #include <utility>
 
 #include "encoding/uuid.h"
@@ -27,9 +28,10 @@ HeartbeatManager::HeartbeatManager(const Platform& platform,
 
 void HeartbeatManager::initialize(const std::string& uid) {
   const std::lock_guard lock(mutex_);
-  if (std::exchange(initialized_, true)) return;
+  if (initialized_) return;
   uid_ = uid;
   if (!timer_) setTimer(fireNowDelay_);
+  initialized_ = true;
 }
 
 void HeartbeatManager::applicationDidEnterBackground() {
@@ -43,8 +45,9 @@ void HeartbeatManager::applicationDidBecomeActive() {
 }
 
 void HeartbeatManager::setTimer(Duration delay) {
+  auto timer = platform_.timers->schedule(delay, kTimerTolerance, [this] { sendHeartbeat(); });
   freeTimerIfNeeded();
-  timer_ = platform_.timers->schedule(delay, kTimerTolerance, [this] { sendHeartbeat(); });
+  timer_ = std::move(timer);
 }
 
 void HeartbeatManager::freeTimerIfNeeded() {
@@ -58,16 +61,21 @@ void HeartbeatManager::sendHeartbeat() {
   std::string newSessionID = uuidText(platform_.randomSource->bytes());
   std::unique_lock lock(mutex_);
   if (platform_.application->state() != ApplicationState::active) return freeTimerIfNeeded();
-  setTimer(interval);
   const WallTime now = platform_.wallClock->now();
   session_.use(now, std::move(newSessionID));
   const std::string uid = uid_;
   const std::string sessionID = session_.id();
   const double duration = std::chrono::duration<double>(session_.durationAt(now)).count();
+  setTimer(interval);
   lock.unlock();
-  repository_->send(uid, sessionID, duration, [this](bool wasAccepted) {
-    if (!wasAccepted) recordFailure_();
-  });
+  // What threw until here has the timer run again.
+  try {
+    repository_->send(uid, sessionID, duration, [this](bool wasAccepted) {
+      if (!wasAccepted) recordFailure_();
+    });
+  } catch (const std::exception&) {
+    recordFailure_();
+  }
 }
 
 }  // namespace veltrano::internal

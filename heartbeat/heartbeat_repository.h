@@ -12,7 +12,7 @@ class HeartbeatRepository {
 
   /// Reports that `uid` is active in `sessionID`, which has lasted `sessionDuration` seconds, and
   /// returns at once. `completion` is called once, with whether the report was accepted, later and
-  /// on any thread.
+  /// on any thread; not at all when this throws, for want of memory.
   virtual void send(const std::string& uid, const std::string& sessionID, double sessionDuration,
                     std::function<void(bool)> completion) = 0;
 };

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/clock.h"
+#include "platform/host_callback.h"
 #include "platform/standard_output.h"
 
 namespace veltrano::internal {
@@ -37,13 +38,16 @@ class Log {
       : clock_(clock), output_(output), isEnabled_(isEnabled) {}
 
   /// Writes one line: the library's name, the time of day, and the rendered `pieces` one after the
-  /// other. Costs next to nothing while the log is not enabled.
+  /// other; none when there is no memory for it. Costs next to nothing while the log is not
+  /// enabled.
   template <class... Pieces>
   void operator()(const Pieces&... pieces) const {
     if (!isEnabled_.load(std::memory_order_relaxed)) return;
-    std::string message;
-    (render(message, pieces), ...);
-    write(message);
+    dropExceptions([&] {
+      std::string message;
+      (render(message, pieces), ...);
+      write(message);
+    });
   }
 
  private:

@@ -23,7 +23,8 @@ class Timers {
   virtual ~Timers() = default;
 
   /// Runs `action` once on the calling thread's run loop when `delay` has passed, at most
-  /// `tolerance` later. On a thread whose run loop never runs the timer stays pending.
+  /// `tolerance` later, and again a second after each run that threw std::bad_alloc. On a thread
+  /// whose run loop never runs the timer stays pending.
   virtual std::shared_ptr<Timer> schedule(
       Duration /*delay*/, Duration /*tolerance*/,
       // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep

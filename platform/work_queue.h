@@ -50,9 +50,10 @@ class WorkQueue {
   virtual bool isNewest(const Block& /*block*/) const { return false; }
 
   /// For the block that is running, as its last act: parks the queue until `group` is empty, then
-  /// runs `then` before any other block. When the group is empty already, `then` runs at once.
+  /// runs `then` before any other block. When the group is empty already, `then` runs at once. The
+  /// group has to last until then.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
-  virtual void wait(std::shared_ptr<DispatchGroup> /*group*/, std::function<void()> /*then*/) {}
+  virtual void wait(DispatchGroup& /*group*/, std::function<void()> /*then*/) {}
 };
 
 }  // namespace veltrano::internal

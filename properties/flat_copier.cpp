@@ -55,6 +55,7 @@ bool FlatCopier::survives(FlatView value) {
 
 void FlatCopier::sortEntries(FlatView map, std::vector<FlatEntry>& entries) {
   repaired_.clear();
+  entries_.clear();  // a copy may have failed for want of memory
   entries.clear();
   appendSorted(entries, map, true);
 }

@@ -131,18 +131,18 @@ TYPED_TEST(PlatformContract, CancellingStopsWhatHasNotStarted) {
 
 TYPED_TEST(PlatformContract, WaitingParksTheQueueUntilTheGroupIsEmpty) {
   auto& queue = this->world.makeQueue();
-  auto group = std::make_shared<DispatchGroup>();
-  group->enter();
-  this->world.timers.schedule(milliseconds(20), Duration(0), [&, group] {
+  DispatchGroup group, empty;
+  group.enter();
+  this->world.timers.schedule(milliseconds(20), Duration(0), [&] {
     this->log.push_back("left");
-    group->leave();
+    group.leave();
   });
-  queue.async([&, group] {
+  queue.async([&] {
     queue.async(this->note("block"));
     queue.asyncAfter(milliseconds(1), this->item("delayed"));
     queue.wait(group, [&] {
       this->log.push_back("then");
-      queue.wait(std::make_shared<DispatchGroup>(), this->note("empty group"));
+      queue.wait(empty, this->note("empty group"));
     });
   });
   queue.asyncAfter(milliseconds(40), this->lastItem());

@@ -194,6 +194,28 @@ TEST(RunLoopTest, RunsInOrderByItselfOrDrivenByAHostsOwnLoop) {
   EXPECT_EQ(poll(&ready, 1, 0), 0);
 }
 
+TEST(RunLoopTest, ATimerThatSchedulesItselfRunsOncePerTolerance) {
+  const auto start = std::chrono::steady_clock::now();
+  int runs = 0;
+  std::function<void()> again = [&] {
+    if (++runs == 10) return RunLoop::current().stop();
+    PosixTimers().schedule(Duration(0), milliseconds(10), again);
+  };
+  again();
+  RunLoop::current().run();
+  EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(90));
+}
+
+TEST(RunLoopTest, ATimerThatFindsNoMemoryRunsAgain) {
+  int runs = 0;
+  const auto timer = PosixTimers().schedule(Duration(0), Duration(0), [&] {
+    if (++runs == 1) throw std::bad_alloc();
+    RunLoop::current().stop();
+  });
+  RunLoop::current().run();
+  EXPECT_EQ(runs, 2);
+}
+
 TEST(RunLoopTest, AThreadThatEndsTakesItsTimersAlong) {
   auto held = std::make_shared<int>();
   std::shared_ptr<Timer> timer;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <deque>
@@ -20,6 +21,14 @@ class EventQueue {
 
   void dropOldest() {
     events_.pop_front();
+    note();
+  }
+
+  /// The one that takes the most memory; the queue must not be empty.
+  void dropLargest() {
+    events_.erase(std::max_element(
+        events_.begin(), events_.end(),
+        [](const auto& left, const auto& right) { return left.json.size() < right.json.size(); }));
     note();
   }
 

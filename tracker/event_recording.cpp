@@ -1,3 +1,5 @@
+#include <exception>
+
 #include "tracker/log_rendering.h"
 #include "tracker/track_call.h"
 #include "tracker/tracker.h"
@@ -15,26 +17,36 @@ std::int64_t millisecondsSinceEpoch(WallTime time) {
 
 void Tracker::track(std::string_view eventName, const HostMapView& eventProperties,
                     FlushCompletion completion) {
-  if (!refreshTriggers_.callHandlerFor(eventName)) return;
-  log_("Adding event of ", HostText{eventName}, " to current ", eventQueue_.count(), " events");
-  AutomaticProperties automatic;
-  automatic.timeInMilliseconds = millisecondsSinceEpoch(platform_.wallClock->now());
-  automatic.isOnWiFi = platform_.connectivity->isReachableOnWiFi();
-  const auto carrier = platform_.telephony->carrierName();
-  automatic.trackingAuthorizationStatus = platform_.trackingManager->trackingAuthorizationStatus();
-  // The device is asked for its properties by the first caller; afterwards they are only shared.
-  defaultProperties_.properties();
-  dispatchQueue_.async(TrackCall::make(*this, automatic, carrier, eventName, eventProperties,
-                                       std::move(completion)));
+  try {
+    if (!refreshTriggers_.callHandlerFor(eventName)) return;
+    log_("Adding event of ", HostText{eventName}, " to current ", eventQueue_.count(), " events");
+    AutomaticProperties automatic;
+    automatic.timeInMilliseconds = millisecondsSinceEpoch(platform_.wallClock->now());
+    automatic.isOnWiFi = platform_.connectivity->isReachableOnWiFi();
+    const auto carrier = platform_.telephony->carrierName();
+    automatic.trackingAuthorizationStatus =
+        platform_.trackingManager->trackingAuthorizationStatus();
+    // The device is asked for its properties by the first caller; afterwards they are only shared.
+    defaultProperties_.properties();
+    dispatchQueue_.async(TrackCall::make(*this, automatic, carrier, eventName, eventProperties,
+                                         std::move(completion)));
+  } catch (const std::exception&) {
+    accounting_.eventLostForMemory();
+  }
 }
 
 void Tracker::record(std::string_view eventName, const AutomaticProperties& automatic,
                      FlatView carrier, FlatView eventProperties, FlushCompletion completion) {
   log_("In dispatch queue code block for adding event to queue");
-  if (!isEncoderCurrent_)
-    encoder_.setBase(defaultProperties_.properties(), superProperties_.current());
-  isEncoderCurrent_ = true;
-  eventQueue_.append(encoder_.encode(eventName, automatic, carrier, eventProperties));
+  try {
+    if (!isEncoderCurrent_)
+      encoder_.setBase(defaultProperties_.properties(), superProperties_.current());
+    isEncoderCurrent_ = true;
+    eventQueue_.append(encoder_.encode(eventName, automatic, carrier, eventProperties));
+    accounting_.eventRecorded();
+  } catch (const std::exception&) {
+    accounting_.eventLostForMemory();
+  }
   log_("Added event and now have ", eventQueue_.count(), " events");
   trimQueueIfNecessary();
   flushQueueIfNecessary(std::move(completion));

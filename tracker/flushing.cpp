@@ -1,8 +1,36 @@
+#include <exception>
+#include <memory>
+#include <utility>
+
 #include "platform/host_callback.h"
 #include "tracker/tracker.h"
 #include "upload/corvane_endpoint_request.h"
 
 namespace veltrano::internal {
+
+// An upload that the work queue waits for. It ends when it is told its outcome, or else, as one
+// that has failed, with the last reference to it.
+class Tracker::Upload {
+ public:
+  explicit Upload(Tracker& tracker) : tracker_(tracker) { tracker_.uploads_.enter(); }
+  ~Upload() { end(UploadOutcome::failedForMemory); }
+  Upload(const Upload&) = delete;
+  Upload& operator=(const Upload&) = delete;
+
+  void end(UploadOutcome outcome) {
+    if (std::exchange(hasEnded_, true)) return;
+    struct Leave {
+      ~Leave() { uploads.leave(); }
+      DispatchGroup& uploads;
+    };
+    const Leave leave{tracker_.uploads_};
+    tracker_.finishFlush(outcome);
+  }
+
+ private:
+  Tracker& tracker_;
+  bool hasEnded_ = false;
+};
 
 void Tracker::startFlushCycle() {
   log_("Scheduling the next flush with default interval");
@@ -13,10 +41,15 @@ void Tracker::trimQueueIfNecessary() {
   while (eventQueue_.count() > kQueueCapacity) {
     log_("Current event count: ", eventQueue_.count(), " over capacity, trimming");
     eventQueue_.dropOldest();
+    accounting_.waitingEventTrimmed();
   }
 }
 
 void Tracker::flushQueueIfNecessary(FlushCompletion completion) {
+  if (isFlushMissing_.load(std::memory_order_relaxed)) {
+    isFlushMissing_ = false;
+    scheduleFlush(std::chrono::seconds(0), nullptr);
+  }
   if (!isRunning_) return;
   if (eventQueue_.count() < kQueueFlushThreshold && !completion) return;
   log_("Current event count: ", eventQueue_.count(), " reached/over threshold, flushing");
@@ -34,43 +67,62 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
   log_("Canceling scheduled flush!");
   // An upload that ends just as the application enters the background must not put a periodic
   // flush in the place of the final one.
-  pendingFlush_.schedule(delay, std::move(completion), isForced ? nullptr : &isRunning_);
+  try {
+    pendingFlush_.schedule(delay, std::move(completion), isForced ? nullptr : &isRunning_);
+  } catch (const std::exception&) {
+    isFlushMissing_ = true;
+  }
 }
 
-void Tracker::runScheduledFlush(std::chrono::seconds delay, const FlushCompletion& completion) {
+void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion) {
   if (delay == delay.zero()) {
     log_("In the scheduled flush work item block  that is forced");
   } else {
     log_("In the scheduled flush work item block after delay of ", delay.count(), " secs");
   }
-  flushQueue(completion);
+  flushQueue(std::move(completion));
 }
 
-void Tracker::flushQueue(const FlushCompletion& completion) {
-  auto group = std::make_shared<DispatchGroup>();
-  group->enter();
+// Nothing here may throw: the queue waits for all that has begun, and for nothing else.
+void Tracker::flushQueue(FlushCompletion completion) {
+  flushCompletion_ = std::move(completion);
+  wasDelivered_ = false;
   log_("Entered dispatch group");
-  auto wasDelivered = std::make_shared<bool>(false);
-  CorvaneEndpointRequest(endpoints_, eventQueue_.events(), superProperties_.current())
-      .send([this, group, wasDelivered](bool ok) {
-        finishFlush(ok);
-        *wasDelivered = ok;
-        group->leave();
-        log_("Exiting completion block of Endpoint request");
-      });
+  upload();
   log_("Dispatch group waiting");
-  dispatchQueue_.wait(group, [this, completion, wasDelivered] {
-    if (completion && !callHost(completion, *wasDelivered)) return;
+  dispatchQueue_.wait(uploads_, [this] {
+    const FlushCompletion waiting = std::exchange(flushCompletion_, nullptr);
+    if (waiting && !callHost(waiting, wasDelivered_)) return;
     log_("Dispatch group finished waiting");
   });
 }
 
-void Tracker::finishFlush(bool wasDelivered) {
-  log_("Got the response from endpoint. Clear queue: ", wasDelivered);
-  if (wasDelivered) {
+void Tracker::upload() {
+  std::shared_ptr<Upload> upload;
+  dropExceptions([&] {
+    upload = std::make_shared<Upload>(*this);
+    CorvaneEndpointRequest(endpoints_, eventQueue_.events(), superProperties_.current())
+        .send([this, upload](UploadOutcome outcome) {
+          upload->end(outcome);
+          log_("Exiting completion block of Endpoint request");
+        });
+  });
+  if (upload == nullptr) finishFlush(UploadOutcome::failedForMemory);
+}
+
+void Tracker::finishFlush(UploadOutcome outcome) {
+  log_("Got the response from endpoint. Clear queue: ", endsBatch(outcome));
+  accounting_.uploadEnded(outcome);
+  if (endsBatch(outcome)) {
     log_("Clearing the queue");
     eventQueue_.clear();
   }
+  // What is too large to be sent must not hold up the rest.
+  if (outcome == UploadOutcome::failedForMemory && eventQueue_.count() > 0) {
+    eventQueue_.dropLargest();
+    accounting_.waitingEventLostForMemory();
+  }
+  wasDelivered_ = endsBatch(outcome);
   if (isRunning_) startFlushCycle();
 }
 

@@ -1,5 +1,6 @@
 #include "tracker/library.h"
 
+#include <exception>
 #include <memory>
 
 #include "veltrano/veltrano.h"
@@ -29,14 +30,24 @@ Library& Library::makeCurrent() {
   return *processLibrary.load(std::memory_order_acquire);
 }
 
+void Library::start() {
+  try {
+    tracker_.start();
+  } catch (const std::exception&) {
+    isStarted_ = false;
+  }
+}
+
 HeartbeatManager& Library::heartbeatManager() {
   const std::lock_guard lock(heartbeatMutex_);
   if (!heartbeatManager_)
     heartbeatManager_.emplace(platform_,
                               std::make_unique<RemoteHeartbeatRepository>(
                                   endpoints_, [this] { return tracker_.heartbeatFacts(); }),
-                              std::chrono::seconds(1),
-                              [this] { tracker_.track("Heartbeat Failed", {}, nullptr); });
+                              std::chrono::seconds(1), [this] {
+                                accounting_.heartbeatFailed();
+                                tracker_.track("Heartbeat Failed", {}, nullptr);
+                              });
   return *heartbeatManager_;
 }
 

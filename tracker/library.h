@@ -40,10 +40,11 @@ class Library {
   }
 
   const Endpoints& endpoints() const { return endpoints_; }
+  const Accounting& accounting() const { return accounting_; }
 
-  /// The tracker, which the first call starts.
+  /// The tracker, which the first call starts; when memory is short, the one after it.
   Tracker& tracker() {
-    if (!isStarted_.load(std::memory_order_relaxed) && !isStarted_.exchange(true)) tracker_.start();
+    if (!isStarted_.load(std::memory_order_relaxed) && !isStarted_.exchange(true)) start();
     return tracker_;
   }
 
@@ -52,13 +53,15 @@ class Library {
 
  private:
   static Library& makeCurrent();
+  void start();
 
   static constinit std::atomic<Library*> processLibrary;
 
   const Platform platform_;
   const Log log_;
   const DefaultProperties defaultProperties_;
-  const Endpoints endpoints_{platform_, defaultProperties_, log_};
+  Accounting accounting_;
+  const Endpoints endpoints_{platform_, defaultProperties_, log_, accounting_};
   Tracker tracker_;
   std::atomic<bool> isStarted_{false};
   std::mutex heartbeatMutex_;

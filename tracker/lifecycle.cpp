@@ -44,7 +44,8 @@ constinit const std::array<Tracker::Handler, 5> Tracker::kHandlers = {{
 
 void Tracker::registerForNotifications() {
   NotificationCenter& center = *platform_.notificationCenter;
-  for (const Handler& handler : kHandlers) {
+  for (; nextToRegister_ < kHandlers.size(); ++nextToRegister_) {
+    const Handler& handler = kHandlers[nextToRegister_];
     if (handler.notification.empty()) continue;
     center.addObserver(handler.notification, [this, &handler] { (this->*handler.handle)(); });
   }

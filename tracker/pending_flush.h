@@ -16,14 +16,14 @@ namespace veltrano::internal {
 class PendingFlush {
  public:
   using Completion = std::function<void(bool)>;
-  using Run = std::function<void(std::chrono::seconds delay, const Completion& completion)>;
+  using Run = std::function<void(std::chrono::seconds delay, Completion completion)>;
 
   /// `run` performs a flush, on `queue`.
   PendingFlush(WorkQueue& queue, Run run) : queue_(queue), run_(std::move(run)) {}
 
   /// Puts a flush that is due after `delay` in the place of the pending one, whose completion is
-  /// then never called. Does nothing unless `onlyIf` is true, which is read together with the
-  /// replacement.
+  /// then never called; changes nothing when it throws. Does nothing unless `onlyIf` is true, which
+  /// is read together with the replacement.
   void schedule(std::chrono::seconds delay, Completion completion,
                 const std::atomic<bool>* onlyIf = nullptr) {
     Flush replaced;  // destroyed after the lock is released: its completion is the host's
@@ -70,7 +70,7 @@ class PendingFlush {
       if (pending_.number != number) return;
       flush = std::exchange(pending_, {});
     }
-    run_(flush.delay, flush.completion);
+    run_(flush.delay, std::move(flush.completion));
   }
 
   WorkQueue& queue_;

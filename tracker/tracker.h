@@ -2,11 +2,14 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "heartbeat/heartbeat_endpoint_request.h"
@@ -41,7 +44,8 @@ class Tracker {
   /// `startHeartbeat` is called for each user.
   Tracker(const Endpoints& endpoints, std::function<void(const std::string& uid)> startHeartbeat);
 
-  /// The second half of the construction, in which the log may call the host.
+  /// The second half of the construction, in which the log may call the host. When it throws, for
+  /// want of memory, the next call goes on from there. Not for two threads at once.
   void start();
 
   // Recording.
@@ -91,13 +95,15 @@ class Tracker {
   // The flush that is due next, from any thread.
   void startFlushCycle();
   void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion);
-  void runScheduledFlush(std::chrono::seconds delay, const FlushCompletion& completion);
+  void runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion);
 
   // The event queue, on the work queue.
   void trimQueueIfNecessary();
   void flushQueueIfNecessary(FlushCompletion completion);
-  void flushQueue(const FlushCompletion& completion);
-  void finishFlush(bool wasDelivered);
+  class Upload;
+  void flushQueue(FlushCompletion completion);
+  void upload();
+  void finishFlush(UploadOutcome outcome);
 
   static constexpr std::size_t kQueueCapacity = 200;
   static constexpr std::size_t kQueueFlushThreshold = 10;
@@ -107,7 +113,9 @@ class Tracker {
   const Platform& platform_ = endpoints_.platform;
   const DefaultProperties& defaultProperties_ = endpoints_.defaultProperties;
   const Log& log_ = endpoints_.log;
+  Accounting& accounting_ = endpoints_.accounting;
   const std::function<void(const std::string& uid)> startHeartbeat_;
+  std::size_t nextToRegister_ = 0;  // of kHandlers; for `start`
   WorkQueue& dispatchQueue_ = *platform_.workQueue;
 
   // Written by the lifecycle's handlers, read on the work queue and on the networking framework's
@@ -120,9 +128,16 @@ class Tracker {
 
   SuperProperties superProperties_;
 
-  PendingFlush pendingFlush_{dispatchQueue_, [this](auto delay, const auto& completion) {
-                               runScheduledFlush(delay, completion);
+  PendingFlush pendingFlush_{dispatchQueue_, [this](auto delay, auto completion) {
+                               runScheduledFlush(delay, std::move(completion));
                              }};
+  // True when there was no memory to schedule a flush: the next event does.
+  std::atomic<bool> isFlushMissing_{false};
+
+  // The flush under way.
+  DispatchGroup uploads_;
+  FlushCompletion flushCompletion_;  // work queue
+  bool wasDelivered_ = false;        // work queue, and the end of the upload while that waits
 
   RefreshTriggers refreshTriggers_;
 };

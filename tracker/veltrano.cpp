@@ -1,12 +1,16 @@
-// The public facade. Here a host's text becomes well-formed; the tracker does the rest.
+// The public facade. Here a host's text becomes well-formed, and exceptions end, which tell of a
+// want of memory; the tracker does the rest.
 #include "veltrano/veltrano.h"
 
 #include <utility>
 
 #include "encoding/utf8.h"
+#include "platform/host_callback.h"
 #include "tracker/library.h"
 
 using veltrano::HostMapView;
+using veltrano::internal::dropExceptions;
+using veltrano::internal::Library;
 using veltrano::internal::Tracker;
 
 namespace {
@@ -16,7 +20,7 @@ std::string entering(std::string_view text) {
 }
 
 Tracker& tracker() {
-  return veltrano::internal::Library::current().tracker();
+  return Library::current().tracker();
 }
 
 }  // namespace
@@ -25,54 +29,69 @@ std::atomic<bool> Veltrano::isLoggerEnabled{false};
 
 Veltrano& Veltrano::shared() {
   static constinit Veltrano instance;
-  tracker();
+  dropExceptions(tracker);
   return instance;
 }
 
 void Veltrano::setUserId(std::string_view id) {
-  tracker().setUserId(entering(id));
+  dropExceptions([&] { tracker().setUserId(entering(id)); });
 }
 
 void Veltrano::setAppId(std::string_view id) {
-  tracker().setAppId(entering(id));
+  dropExceptions([&] { tracker().setAppId(entering(id)); });
 }
 
 void Veltrano::setIdfa() {
-  tracker().setIdfa();
+  dropExceptions([&] { tracker().setIdfa(); });
 }
 
 void Veltrano::setLibVersion(std::string_view version) {
-  tracker().setLibVersion(entering(version));
+  dropExceptions([&] { tracker().setLibVersion(entering(version)); });
 }
 
 void Veltrano::setPublisherUid(std::optional<std::string_view> uid) {
-  tracker().setPublisherUid(uid ? std::optional(entering(*uid)) : std::nullopt);
+  dropExceptions(
+      [&] { tracker().setPublisherUid(uid ? std::optional(entering(*uid)) : std::nullopt); });
 }
 
 void Veltrano::track(std::string_view eventName, const HostMapView& eventProperties,
                      FlushCompletion forceFlushCompletion) {
-  tracker().track(eventName, eventProperties, std::move(forceFlushCompletion));
+  dropExceptions(
+      [&] { tracker().track(eventName, eventProperties, std::move(forceFlushCompletion)); });
 }
 
 void Veltrano::setSuperProperties(const HostMapView& properties) {
-  tracker().setSuperProperties(properties);
+  dropExceptions([&] { tracker().setSuperProperties(properties); });
 }
 
 void Veltrano::removeSuperProperty(std::string_view key) {
-  tracker().removeSuperProperty(entering(key));
+  dropExceptions([&] { tracker().removeSuperProperty(entering(key)); });
 }
 
 void Veltrano::setRefreshTriggersWithHandler(std::optional<std::vector<std::string>> triggers,
                                              std::function<void()> handler) {
-  if (triggers)
-    for (std::string& name : *triggers) name = veltrano::internal::wellFormedUTF8(std::move(name));
-  tracker().setRefreshTriggers(triggers, std::move(handler));
+  dropExceptions([&] {
+    if (triggers)
+      for (std::string& name : *triggers)
+        name = veltrano::internal::wellFormedUTF8(std::move(name));
+    tracker().setRefreshTriggers(triggers, std::move(handler));
+  });
 }
 
 std::string Veltrano::getScreenOrientation() const {
-  return tracker().getScreenOrientation();
+  std::string orientation = "unknown";
+  dropExceptions([&] { orientation = tracker().getScreenOrientation(); });
+  return orientation;
 }
 
 std::string Veltrano::getDeviceOrientation() const {
-  return tracker().getDeviceOrientation();
+  std::string orientation = "unknown";
+  dropExceptions([&] { orientation = tracker().getDeviceOrientation(); });
+  return orientation;
+}
+
+veltrano::Statistics Veltrano::statistics() const {
+  veltrano::Statistics statistics;
+  dropExceptions([&] { statistics = Library::current().accounting().statistics(); });
+  return statistics;
 }

@@ -180,7 +180,9 @@ class VELTRANO_EXPORT PosixPlatform {
   struct Services;
 
   explicit PosixPlatform(Services& services);
-  ~PosixPlatform() = delete;
+  ~PosixPlatform() = default;
+
+  static Installation installOrThrow(PosixOptions& options);
 
   Services& services_;
 };

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
 #include "platform/posix/http/option_checks.h"
@@ -38,23 +39,27 @@ void makeForkedChildrenInert() {
 struct PosixPlatform::Services : PosixServices {
   using PosixServices::PosixServices;
 
+  PosixPlatform platformOfHost{*this};
+
   // Posts `name` on the main thread once `change` has been made there.
   template <class Change>
   void announce(std::string_view name, Change change) {
     if (isForkedChild()) return;
-    auto announcement = [this, name, change] {
-      change();
-      notificationCenter.post(name);
-    };
-    {
-      const std::lock_guard lock(announcementsMutex);
-      announcements.push_back(std::move(announcement));
-    }
-    if (mainRunLoop->isOwnThread()) {
-      makeAnnouncements();
-    } else {
-      mainRunLoop->perform([this] { makeAnnouncements(); });
-    }
+    dropExceptions([&] {
+      auto announcement = [this, name, change] {
+        change();
+        notificationCenter.post(name);
+      };
+      {
+        const std::lock_guard lock(announcementsMutex);
+        announcements.push_back(std::move(announcement));
+      }
+      if (mainRunLoop->isOwnThread()) {
+        makeAnnouncements();
+      } else {
+        mainRunLoop->perform([this] { makeAnnouncements(); });
+      }
+    });
   }
 
   // On the main thread. Those from other threads come first if they were first.
@@ -85,6 +90,14 @@ struct PosixPlatform::Services : PosixServices {
 PosixPlatform::PosixPlatform(Services& services) : services_(services) {}
 
 Installation PosixPlatform::install(PosixOptions options) {
+  try {
+    return installOrThrow(options);
+  } catch (const std::exception&) {
+    return {nullptr, "Out of memory."};  // a text that needs none
+  }
+}
+
+Installation PosixPlatform::installOrThrow(PosixOptions& options) {
   static auto& mutex = *new std::mutex;
   static PosixPlatform* installed = nullptr;  // guarded by mutex
 
@@ -117,10 +130,10 @@ Installation PosixPlatform::install(PosixOptions options) {
     if (!Library::install(services->platform()))
       return {nullptr, "The library is in use already; install the platform before its first use."};
     Services& kept = *services.release();  // the library has them now
-    installed = new PosixPlatform(kept);
-    kept.connectivity.startWatching();
+    installed = &kept.platformOfHost;
+    dropExceptions([&] { kept.connectivity.startWatching(); });
     return {installed, {}};
-  } catch (const std::exception& exception) {
+  } catch (const std::system_error& exception) {
     return {nullptr, std::string("The platform could not be set up: ") + exception.what() + "."};
   }
 }
@@ -172,7 +185,7 @@ void PosixPlatform::setTrackingAuthorizationStatus(std::uint64_t status) {
 
 void PosixPlatform::setAdvertisingIdentifier(std::optional<std::string> identifier) {
   if (isForkedChild()) return;
-  services_.identifiers.setAdvertisingIdentifier(std::move(identifier));
+  dropExceptions([&] { services_.identifiers.setAdvertisingIdentifier(std::move(identifier)); });
 }
 
 }  // namespace veltrano

@@ -18,9 +18,9 @@ void SimulatedWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> it
   timeline_.schedule(delay, std::move(becomeReady));
 }
 
-void SimulatedWorkQueue::wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) {
-  if (group->isEmpty()) return then();
-  awaited_ = std::move(group);
+void SimulatedWorkQueue::wait(DispatchGroup& group, std::function<void()> then) {
+  if (group.isEmpty()) return then();
+  awaited_ = &group;
   afterWait_ = std::move(then);
 }
 
@@ -28,7 +28,7 @@ void SimulatedWorkQueue::wait(std::shared_ptr<DispatchGroup> group, std::functio
 bool SimulatedWorkQueue::runOne() {
   if (awaited_) {
     if (!awaited_->isEmpty()) return false;
-    awaited_.reset();
+    awaited_ = nullptr;
     std::exchange(afterWait_, nullptr)();
     return true;
   }

@@ -23,14 +23,14 @@ class SimulatedWorkQueue final : public WorkQueue {
   bool isNewest(const Block& block) const override {
     return !ready_.empty() && ready_.back().get() == &block;
   }
-  void wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) override;
+  void wait(DispatchGroup& group, std::function<void()> then) override;
 
  private:
   bool runOne();
 
   Timeline& timeline_;
   std::deque<std::unique_ptr<Block>> ready_;
-  std::shared_ptr<DispatchGroup> awaited_;  // not null while the queue is parked
+  DispatchGroup* awaited_ = nullptr;  // not null while the queue is parked
   std::function<void()> afterWait_;
 };
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <new>
 
 #include "platform/host_callback.h"
 #include "platform/posix/threads/due_time.h"
@@ -22,6 +23,8 @@ struct EndOfThread {
   }
 };
 
+constexpr std::chrono::seconds kRetryDelay{1};
+
 void arm(int descriptor, std::optional<std::chrono::steady_clock::time_point> time) {
   itimerspec setting = {};  // all zeros: never
   if (time) {
@@ -33,19 +36,30 @@ void arm(int descriptor, std::optional<std::chrono::steady_clock::time_point> ti
   timerfd_settime(descriptor, TFD_TIMER_ABSTIME, &setting, nullptr);
 }
 
+// Stands in for a thread's run loop when there is no memory for one.
+class NoRunLoop final : public RunLoop {
+  void run() override {}
+  bool runUntil(std::chrono::steady_clock::time_point) override { return false; }
+  void stop() override {}
+  void perform(std::function<void()>) override {}
+  int fileDescriptor() override { return -1; }
+  void runDue() override {}
+};
+
 }  // namespace
 
 class PosixRunLoop::LoopTimer final : public Timer {
  public:
-  LoopTimer(std::weak_ptr<PosixRunLoop> loop, Key key) : loop_(std::move(loop)), key_(key) {}
+  LoopTimer(std::weak_ptr<PosixRunLoop> loop, std::uint64_t order)
+      : loop_(std::move(loop)), order_(order) {}
 
   void invalidate() override {
-    if (const auto loop = loop_.lock()) loop->cancel(key_);
+    if (const auto loop = loop_.lock()) loop->cancel(order_);
   }
 
  private:
   const std::weak_ptr<PosixRunLoop> loop_;
-  const Key key_;
+  const std::uint64_t order_;
 };
 
 std::shared_ptr<PosixRunLoop> PosixRunLoop::ofThisThread() {
@@ -105,9 +119,11 @@ void PosixRunLoop::stop() {
 
 void PosixRunLoop::perform(std::function<void()> function) {
   if (!function || isForkedChild()) return;
-  const std::lock_guard lock(mutex_);
-  functions_.push_back(std::move(function));
-  changed();
+  dropExceptions([&] {
+    const std::lock_guard lock(mutex_);
+    functions_.push_back(std::move(function));
+    changed();
+  });
 }
 
 int PosixRunLoop::fileDescriptor() {
@@ -122,18 +138,24 @@ int PosixRunLoop::fileDescriptor() {
 
 std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance,
                                               std::function<void()> action) {
-  const auto due = dueTime(Clock::now(), delay);
+  // A timer that schedules itself again runs at most once per tolerance, however short its delay.
+  const auto now = Clock::now();
+  const auto due = dueTime(now, std::max(delay, tolerance));
+  const auto latest = dueTime(dueTime(now, delay), tolerance);
   const std::lock_guard lock(mutex_);
-  const Key key(due, nextOrder_++);
-  timers_.emplace(key, Pending{dueTime(due, tolerance), std::move(action)});
+  auto timer = std::make_shared<LoopTimer>(weak_from_this(), nextOrder_);
+  timers_.emplace(Key(due, nextOrder_), Pending{latest, std::move(action)});
+  ++nextOrder_;
   changed();
-  return std::make_shared<LoopTimer>(weak_from_this(), key);
+  return timer;
 }
 
-void PosixRunLoop::cancel(const Key& key) {
-  decltype(timers_)::node_type cancelled;  // destroyed after the lock has been released
+void PosixRunLoop::cancel(std::uint64_t order) {
+  Timers::node_type cancelled;  // destroyed after the lock has been released
   const std::lock_guard lock(mutex_);
-  cancelled = timers_.extract(key);
+  const auto timer = std::find_if(timers_.begin(), timers_.end(),
+                                  [&](const auto& entry) { return entry.first.second == order; });
+  if (timer != timers_.end()) cancelled = timers_.extract(timer);
 }
 
 // Runs what is there to run at the beginning of the pass, and nothing that comes up meanwhile.
@@ -145,26 +167,45 @@ void PosixRunLoop::runPass(bool endsWhenStopped) {
     const std::lock_guard lock(mutex_);
     functionsLeft = functions_.size();
   }
-  while (auto next = takeNext(now, functionsLeft, endsWhenStopped))
-    if (!callHost(next)) return;
+  while (run(takeNext(now, functionsLeft, endsWhenStopped))) {
+  }
+  if (isForkedChild()) return;
   const std::lock_guard lock(mutex_);
   changed();
 }
 
-std::function<void()> PosixRunLoop::takeNext(Clock::time_point now, std::size_t& functionsLeft,
-                                             bool endsWhenStopped) {
+PosixRunLoop::Next PosixRunLoop::takeNext(Clock::time_point now, std::size_t& functionsLeft,
+                                          bool endsWhenStopped) {
   const std::lock_guard lock(mutex_);
-  std::function<void()> next;
+  Next next;
   if (endsWhenStopped && stopped_) return next;
   if (functionsLeft > 0 && !functions_.empty()) {
     --functionsLeft;
-    next = std::move(functions_.front());
+    next.function = std::move(functions_.front());
     functions_.pop_front();
   } else if (!timers_.empty() && timers_.begin()->first.first <= now) {
-    next = std::move(timers_.begin()->second.action);
-    timers_.erase(timers_.begin());
+    next.timer = timers_.extract(timers_.begin());
   }
   return next;
+}
+
+// False when there was nothing to run, and in a child that has been forked meanwhile.
+bool PosixRunLoop::run(Next next) {
+  if (next.function) return callHost(next.function);
+  if (next.timer.empty()) return false;
+  bool wasOutOfMemory = false;
+  const bool goesOn = callHost([&] {
+    try {
+      next.timer.mapped().action();
+    } catch (const std::bad_alloc&) {
+      wasOutOfMemory = true;
+    }
+  });
+  if (!goesOn || !wasOutOfMemory) return goesOn;
+  const std::lock_guard lock(mutex_);
+  next.timer.key().first = Clock::now() + kRetryDelay;
+  timers_.insert(std::move(next.timer));
+  return true;
 }
 
 // When the loop has to wake next. Timers wait for each other as far as they tolerate it. Called
@@ -195,5 +236,10 @@ std::shared_ptr<Timer> PosixTimers::schedule(Duration delay, Duration tolerance,
 }  // namespace veltrano::internal
 
 veltrano::RunLoop& veltrano::RunLoop::current() {
-  return *internal::PosixRunLoop::ofThisThread();
+  try {
+    return *internal::PosixRunLoop::ofThisThread();
+  } catch (const std::bad_alloc&) {
+    static internal::NoRunLoop none;
+    return none;
+  }
 }

@@ -50,11 +50,19 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
     std::function<void()> action;
   };
 
+  using Timers = std::map<Key, Pending>;
+
+  /// What runs next: a function, or a timer's action.
+  struct Next {
+    std::function<void()> function;
+    Timers::node_type timer;
+  };
+
   void runPass(bool endsWhenStopped);
   bool runUntilOptional(std::optional<Clock::time_point> deadline);
-  std::function<void()> takeNext(Clock::time_point now, std::size_t& functionsLeft,
-                                 bool endsWhenStopped);
-  void cancel(const Key& key);
+  Next takeNext(Clock::time_point now, std::size_t& functionsLeft, bool endsWhenStopped);
+  bool run(Next next);
+  void cancel(std::uint64_t order);
   std::optional<Clock::time_point> wakeTime() const;
   void changed();
 
@@ -63,13 +71,14 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
   std::mutex mutex_;  // guards everything below
   std::condition_variable changes_;
   std::deque<std::function<void()>> functions_;
-  std::map<Key, Pending> timers_;
+  Timers timers_;
   std::uint64_t nextOrder_ = 0;
   bool stopped_ = false;
   int descriptor_ = -1;  // of a kernel timer that expires when there is something to run
 };
 
-/// Schedules timers on the calling thread's run loop.
+/// Schedules timers on the calling thread's run loop. A delay shorter than the tolerance is made as
+/// long as that.
 class PosixTimers final : public Timers {
  public:
   std::shared_ptr<Timer> schedule(Duration delay, Duration tolerance,

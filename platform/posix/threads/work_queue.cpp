@@ -40,11 +40,12 @@ void PosixWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) 
     if (state == State::unstarted) start();
     if (state == State::asleep && (!firstDue || due < *firstDue)) wakeUp_.notify_one();
   }
-  if (!cancelled.empty()) async([cancelled = std::move(cancelled)] {});
+  // The item is in; when there is no memory for this, they are destroyed here.
+  if (!cancelled.empty()) dropExceptions([&] { async([cancelled = std::move(cancelled)] {}); });
 }
 
-void PosixWorkQueue::wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) {
-  group->wait();
+void PosixWorkQueue::wait(DispatchGroup& group, std::function<void()> then) {
+  group.wait();
   then();
 }
 
@@ -58,14 +59,29 @@ void PosixWorkQueue::wake() {
   }
 }
 
-// Called with mutex_ held. Without a thread the work waits for the next submission's attempt.
+// Called with mutex_ held. Without a thread the work waits for the next submission's attempt, be it
+// for now or for later.
 void PosixWorkQueue::start() {
   dropExceptions([this] {
     if (startBackgroundThread(label_, [this] { work(); })) state_.store(State::awake);
   });
 }
 
+void PosixWorkQueue::restart() {
+  const std::lock_guard lock(mutex_);
+  state_.store(State::unstarted);
+  start();
+}
+
 void PosixWorkQueue::work() {
+  // A thread that the host's code has ended, with pthread_exit, is replaced.
+  struct End {
+    ~End() {
+      if (!isForkedChild()) queue.restart();
+    }
+    PosixWorkQueue& queue;
+  };
+  const End end{*this};
   auto idleSince = Clock::now();
   while (!isForkedChild()) {  // a block may have forked, and gone on in the child
     if (runWhatIsReady()) {

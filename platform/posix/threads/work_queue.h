@@ -25,7 +25,7 @@ class PosixWorkQueue final : public WorkQueue {
   void async(std::unique_ptr<Block> block) override;
   void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override;
   bool isNewest(const Block& block) const override { return submitted_.newest() == &block; }
-  void wait(std::shared_ptr<DispatchGroup> group, std::function<void()> then) override;
+  void wait(DispatchGroup& group, std::function<void()> then) override;
 
  private:
   using Clock = DelayedItems::Clock;
@@ -33,6 +33,7 @@ class PosixWorkQueue final : public WorkQueue {
 
   void wake();
   void start();
+  void restart();
   void work();
   bool runWhatIsReady();
   bool runSubmitted();

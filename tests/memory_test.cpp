@@ -1,0 +1,149 @@
+// The library without memory: what cannot be had is dropped and counted, and all else goes on.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <latch>
+#include <thread>
+
+#include "platform/posix/posix_services.h"
+#include "tests/support/failures.h"
+#include "tests/support/posting.h"
+#include "tests/support/tls_server.h"
+#include "tracker/library.h"
+#include "veltrano/veltrano.h"
+
+namespace veltrano::internal {
+namespace {
+
+// Runs `work` as the library, with `count` allocations failing from number `first` on.
+template <class Work>
+void runWithout(int first, int count, Work work) {
+  failures::failAllocations(first, count);
+  failures::isLibrarys = true;
+  work();
+  failures::isLibrarys = false;
+}
+
+const HostMap kProperties = {{"plan", "a text that is too long to be stored in place"},
+                             {"tags", {"a", "b", 3}},
+                             {"extra_json", {{"nested", {{"deeply", true}}}}}};
+
+// Installs the platform and touches the library for the first time, in a child of its own.
+int installWithout(int first, int count) {
+  alarm(30);
+  PosixOptions options;
+  options.collectionHost = "localhost:1";
+  options.infoDictionary = HostMap{{"CFBundleShortVersionString", "1.2.3"}};
+  options.carrierName = "a name that is too long to be stored in place";
+  bool isInstalled = false;
+  runWithout(first, count, [&, given = options]() mutable {
+    isInstalled = bool(PosixPlatform::install(std::move(given)));
+    if (isInstalled) Veltrano::shared().track("E", kProperties);
+  });
+  const bool hasFailed = failures::stopFailing();
+  if (!isInstalled && !PosixPlatform::install(options)) return 1;
+  auto& tracker = Veltrano::shared();
+  tracker.track("E", kProperties);
+  while (tracker.statistics().waiting == 0) std::this_thread::yield();
+  return hasFailed ? 0 : 2;
+}
+
+// First: the children must not find a platform.
+TEST(MemoryTest, AnInstallationAndAFirstTouchThatFailAreTriedAgain) {
+  for (const int count : {1, 3}) {
+    int status = 0;
+    for (int first = 0; status == 0; ++first) {
+      const pid_t child = fork();
+      if (child == 0) _exit(installWithout(first, count));
+      ASSERT_EQ(waitpid(child, &status, 0), child);
+      ASSERT_TRUE(status == 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 2))
+          << status << " at " << first;
+    }
+  }
+}
+
+TEST(MemoryTest, WorkThatFoundNoThreadRunsWithTheNextSubmission) {
+  for (const bool isDelayed : {false, true}) {
+    auto& queue = *new PosixWorkQueue("test");  // never destroyed, as its thread goes on
+    std::latch hasRun(2);
+    failures::hasNoThreads = true;
+    queue.async([&] { hasRun.count_down(); });
+    failures::hasNoThreads = false;
+    if (isDelayed)
+      queue.asyncAfter(std::chrono::milliseconds(1),
+                       std::make_shared<WorkItem>([&] { hasRun.count_down(); }));
+    else
+      queue.async([&] { hasRun.count_down(); });
+    hasRun.wait();
+  }
+}
+
+// A timer that fires when the test wants it to.
+struct ManualTimers final : Timers {
+  std::shared_ptr<Timer> schedule(Duration, Duration, std::function<void()> work) override {
+    auto timer = std::make_shared<Timer>();
+    action = std::move(work);
+    return timer;
+  }
+  void fire() {
+    try {
+      const auto due = action;
+      if (due) due();
+    } catch (const std::bad_alloc&) {
+      // It fires again later.
+    }
+  }
+  std::function<void()> action;
+};
+
+TEST(MemoryTest, WhicheverAllocationFailsTheRestGoesOn) {
+  TLSServer server([](int) { return answer("200 OK", "{\"back_off_seconds\":20}"); });
+  PosixOptions options;
+  options.collectionHost = "127.0.0.1:" + std::to_string(server.port());
+  auto& timers = *new ManualTimers;
+  Platform platform = (new PosixServices(options))->platform();
+  platform.timers = &timers;
+  platform.urlSession = new PosixURLSession(trusting(server.authorities()));
+  Library::exchangeCurrent(new Library(platform));
+  auto& tracker = Veltrano::shared();
+
+  std::uint64_t calls = 0;
+  for (const int count : {1, 3}) {
+    bool hasFailed = true;
+    for (int first = 0; hasFailed && !HasFailure(); ++first) {
+      std::latch isOver(1);
+      auto whenOver = std::shared_ptr<void>(nullptr, [&](void*) { isOver.count_down(); });
+      Veltrano::FlushCompletion completion = [whenOver = std::move(whenOver)](bool) {};
+      const std::string uid = "a user of a long name " + std::to_string(first);
+      runWithout(first, count, [&] {
+        tracker.setSuperProperties(kProperties);
+        tracker.removeSuperProperty("tags");
+        tracker.setUserId(uid);
+        timers.fire();
+        tracker.track("E", kProperties, std::move(completion));
+      });
+      completion = nullptr;
+      isOver.wait();
+      hasFailed = failures::stopFailing();
+
+      tracker.setUserId(uid);
+      timers.fire();
+      std::promise<bool> outcome;
+      tracker.track("E", kProperties, [&](bool wasAccepted) { outcome.set_value(wasAccepted); });
+      EXPECT_TRUE(outcome.get_future().get()) << "after " << first;
+      calls += 2;
+      const Statistics now = tracker.statistics();
+      EXPECT_EQ(now.recorded, now.waiting + now.inFlight + now.delivered + now.dropped());
+    }
+  }
+  const Statistics last = tracker.statistics();
+  EXPECT_GE(last.recorded, calls);
+  EXPECT_EQ(last.recorded, last.delivered + last.droppedForMemory + last.waiting);
+  EXPECT_GT(last.droppedForMemory, 0U);
+  EXPECT_GT(last.uploadsFailedForMemory, 0U);
+  EXPECT_GT(last.heartbeatsSent, calls / 2);
+}
+
+}  // namespace
+}  // namespace veltrano::internal
