@@ -23,8 +23,10 @@ struct Handles {
   std::size_t releasedCount = 0;
 };
 
+// Never destroyed, and there without an allocation, which could fail.
 Handles& handles() {
-  static Handles& instance = *new Handles;
+  alignas(Handles) static std::byte memory[sizeof(Handles)];
+  static Handles& instance = *new (memory) Handles;
   return instance;
 }
 
