@@ -233,7 +233,7 @@ void Soak::act(Choices& choices) {
 }
 
 std::string Soak::fault(const char* path, Choices& choices) {
-  static constexpr int kStatuses[] = {201, 204, 302, 304, 400, 401, 404, 429, 500, 502, 503, 504};
+  static constexpr int kStatuses[] = {201, 204, 302, 400, 400, 400, 404, 429, 500, 502, 503, 504};
   static constexpr const char* kBodies[] = {"",         "\\u0000\\u00ff",
                                             "[[[[[[[[", "{\\\"a\\\":1e999}",
                                             "<html>",   "{\\\"back_off_seconds\\\":-1}"};
