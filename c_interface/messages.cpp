@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -59,4 +61,32 @@ bool veltrano_is_logger_enabled(void) {
 
 void veltrano_set_logger_enabled(bool enabled) {
   Veltrano::isLoggerEnabled = enabled;
+}
+
+bool veltrano_get_statistics(veltrano_statistics* statistics) {
+  if (statistics == nullptr || statistics->size == 0) return false;
+  return guarded(false, [&] {
+    const Statistics now = Veltrano::shared().statistics();
+    const veltrano_statistics counts = {
+        .size = statistics->size,
+        .recorded = now.recorded,
+        .waiting = now.waiting,
+        .in_flight = now.inFlight,
+        .delivered = now.delivered,
+        .dropped_by_trimming = now.droppedByTrimming,
+        .dropped_as_refused = now.droppedAsRefused,
+        .dropped_as_not_encodable = now.droppedAsNotEncodable,
+        .dropped_for_memory = now.droppedForMemory,
+        .uploads_attempted = now.uploadsAttempted,
+        .uploads_succeeded = now.uploadsSucceeded,
+        .uploads_failed_in_transport = now.uploadsFailedInTransport,
+        .uploads_failed_by_status = now.uploadsFailedByStatus,
+        .uploads_failed_for_memory = now.uploadsFailedForMemory,
+        .heartbeats_sent = now.heartbeatsSent,
+        .heartbeats_failed = now.heartbeatsFailed,
+    };
+    // A host that was built with an older header has room for fewer of them.
+    std::memcpy(statistics, &counts, std::min(statistics->size, sizeof counts));
+    return true;
+  });
 }

@@ -104,10 +104,13 @@ void HeartbeatEndpointRequest::send(std::function<void(bool)> completion) const 
   auto interceptor = std::make_shared<ZKAuthInterceptor>([](const URLRequest&) { return true; },
                                                          *platform.sessionTokenProvider,
                                                          *platform.userSessionManager);
+  endpoints_.accounting.heartbeatSent();
   endpoints_.post("/heartbeat", uid_, *superProperties_, json, std::move(interceptor),
                   [&endpoints = endpoints_, completion = std::move(completion)](
                       const auto& data, const auto& response, const auto& error) {
-                    completion(takeAnswer(endpoints, data, response, error));
+                    const bool wasAccepted = takeAnswer(endpoints, data, response, error);
+                    if (!wasAccepted) endpoints.accounting.heartbeatFailed();
+                    completion(wasAccepted);
                   });
 }
 

@@ -226,6 +226,26 @@ TEST_F(CInterface, ThreadsShareObjectsAndSendAtOnce) {
             VELTRANO_DONE);
 }
 
+TEST_F(CInterface, StatisticsFillWhatTheHostHasRoomFor) {
+  veltrano_statistics all = {};
+  EXPECT_FALSE(veltrano_get_statistics(nullptr));
+  EXPECT_FALSE(veltrano_get_statistics(&all));
+  all.size = sizeof all;
+  const Handle name("E"), none(veltrano_dictionary());
+  send("trackWithEventName:eventProperties:", {name, none});
+  do {
+    ASSERT_TRUE(veltrano_get_statistics(&all));
+  } while (all.recorded == 0);
+  EXPECT_EQ(all.recorded, all.waiting + all.in_flight + all.delivered + all.dropped_by_trimming +
+                              all.dropped_as_refused + all.dropped_as_not_encodable +
+                              all.dropped_for_memory);
+  veltrano_statistics older = {};
+  older.size = offsetof(veltrano_statistics, waiting);
+  EXPECT_TRUE(veltrano_get_statistics(&older));
+  EXPECT_GT(older.recorded, 0U);
+  EXPECT_EQ(older.waiting, 0U);
+}
+
 #ifndef NDEBUG
 TEST(CInterfaceDeathTest, HandlesUsedAfterTheirReleaseAreCaught) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";

@@ -35,6 +35,7 @@ void Tracker::record(std::string_view eventName, const AutomaticProperties& auto
     encoder_.setBase(defaultProperties_.properties(), superProperties_.current());
   isEncoderCurrent_ = true;
   eventQueue_.append(encoder_.encode(eventName, automatic, carrier, eventProperties));
+  accounting_.eventRecorded();
   log_("Added event and now have ", eventQueue_.count(), " events");
   trimQueueIfNecessary();
   flushQueueIfNecessary(std::move(completion));

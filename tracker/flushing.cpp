@@ -13,6 +13,7 @@ void Tracker::trimQueueIfNecessary() {
   while (eventQueue_.count() > kQueueCapacity) {
     log_("Current event count: ", eventQueue_.count(), " over capacity, trimming");
     eventQueue_.dropOldest();
+    accounting_.waitingEventTrimmed();
   }
 }
 
@@ -52,9 +53,9 @@ void Tracker::flushQueue(const FlushCompletion& completion) {
   log_("Entered dispatch group");
   auto wasDelivered = std::make_shared<bool>(false);
   CorvaneEndpointRequest(endpoints_, eventQueue_.events(), superProperties_.current())
-      .send([this, group, wasDelivered](bool ok) {
-        finishFlush(ok);
-        *wasDelivered = ok;
+      .send([this, group, wasDelivered](UploadOutcome outcome) {
+        finishFlush(outcome);
+        *wasDelivered = endsBatch(outcome);
         group->leave();
         log_("Exiting completion block of Endpoint request");
       });
@@ -65,9 +66,10 @@ void Tracker::flushQueue(const FlushCompletion& completion) {
   });
 }
 
-void Tracker::finishFlush(bool wasDelivered) {
-  log_("Got the response from endpoint. Clear queue: ", wasDelivered);
-  if (wasDelivered) {
+void Tracker::finishFlush(UploadOutcome outcome) {
+  log_("Got the response from endpoint. Clear queue: ", endsBatch(outcome));
+  accounting_.uploadEnded(outcome);
+  if (endsBatch(outcome)) {
     log_("Clearing the queue");
     eventQueue_.clear();
   }

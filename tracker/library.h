@@ -40,6 +40,7 @@ class Library {
   }
 
   const Endpoints& endpoints() const { return endpoints_; }
+  const Accounting& accounting() const { return accounting_; }
 
   /// The tracker, which the first call starts.
   Tracker& tracker() {
@@ -58,7 +59,8 @@ class Library {
   const Platform platform_;
   const Log log_;
   const DefaultProperties defaultProperties_;
-  const Endpoints endpoints_{platform_, defaultProperties_, log_};
+  Accounting accounting_;
+  const Endpoints endpoints_{platform_, defaultProperties_, log_, accounting_};
   Tracker tracker_;
   std::atomic<bool> isStarted_{false};
   std::mutex heartbeatMutex_;

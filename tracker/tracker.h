@@ -97,7 +97,7 @@ class Tracker {
   void trimQueueIfNecessary();
   void flushQueueIfNecessary(FlushCompletion completion);
   void flushQueue(const FlushCompletion& completion);
-  void finishFlush(bool wasDelivered);
+  void finishFlush(UploadOutcome outcome);
 
   static constexpr std::size_t kQueueCapacity = 200;
   static constexpr std::size_t kQueueFlushThreshold = 10;
@@ -107,6 +107,7 @@ class Tracker {
   const Platform& platform_ = endpoints_.platform;
   const DefaultProperties& defaultProperties_ = endpoints_.defaultProperties;
   const Log& log_ = endpoints_.log;
+  Accounting& accounting_ = endpoints_.accounting;
   const std::function<void(const std::string& uid)> startHeartbeat_;
   WorkQueue& dispatchQueue_ = *platform_.workQueue;
 

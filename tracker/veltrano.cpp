@@ -76,3 +76,7 @@ std::string Veltrano::getScreenOrientation() const {
 std::string Veltrano::getDeviceOrientation() const {
   return tracker().getDeviceOrientation();
 }
+
+veltrano::Statistics Veltrano::statistics() const {
+  return veltrano::Library::current().accounting().statistics();
+}

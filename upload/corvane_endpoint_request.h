@@ -2,7 +2,6 @@
 
 #include <deque>
 #include <functional>
-#include <string>
 
 #include "properties/property_map.h"
 #include "upload/endpoints.h"
@@ -17,14 +16,12 @@ class CorvaneEndpointRequest {
   CorvaneEndpointRequest(const Endpoints& endpoints, const std::deque<EventRecord>& events,
                          const PropertyMap& superProperties);
 
-  /// Calls `completion` exactly once: with true when the batch needs no further upload. That
-  /// happens before `send` returns when there is nothing to send, else later on a thread of the
-  /// networking framework.
-  void send(std::function<void(bool)> completion) const;
+  /// Calls `completion` exactly once: before `send` returns when there is nothing to send, or
+  /// nothing that can be encoded, else later on a thread of the networking framework.
+  void send(std::function<void(UploadOutcome)> completion) const;
 
  private:
   const Endpoints& endpoints_;
-  const std::string uid_;
   const std::deque<EventRecord>& eventsBeingSent_;
   const PropertyMap& superProperties_;
 };

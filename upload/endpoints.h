@@ -8,6 +8,7 @@
 #include "platform/platform.h"
 #include "properties/default_properties.h"
 #include "properties/property_map.h"
+#include "upload/accounting.h"
 
 namespace veltrano {
 
@@ -23,6 +24,7 @@ struct Endpoints {
   const Platform& platform;
   const DefaultProperties& defaultProperties;
   const Log& log;
+  Accounting& accounting;
 };
 
 }  // namespace veltrano

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "veltrano/export.h"
+#include "veltrano/statistics.h"
 #include "veltrano/value.h"
 
 /// The tracker: names the user and the application, keeps the properties that every event carries,
@@ -82,6 +83,9 @@ class VELTRANO_EXPORT Veltrano {
   /// The device's orientation now: "portrait", "portraitUpsideDown", "landscapeLeft",
   /// "landscapeRight", "faceUp", "faceDown" or "unknown".
   std::string getDeviceOrientation() const;
+
+  /// What became of events, uploads and heartbeats so far.
+  veltrano::Statistics statistics() const;
 
   Veltrano(const Veltrano&) = delete;
   Veltrano& operator=(const Veltrano&) = delete;

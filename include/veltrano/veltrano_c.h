@@ -182,6 +182,42 @@ VELTRANO_EXPORT bool veltrano_responds(const char* selector);
 VELTRANO_EXPORT bool veltrano_is_logger_enabled(void);
 VELTRANO_EXPORT void veltrano_set_logger_enabled(bool enabled);
 
+/* ---- Statistics ---- */
+
+/* Counts since the first message, taken at one moment. Set `size` to sizeof(veltrano_statistics).
+ * At any moment `recorded` is the sum of `waiting`, `in_flight`, `delivered` and the four kinds of
+ * dropped events.
+ *
+ * An event counts as recorded when it joins the queue, which one that is tracked while an upload is
+ * under way does only afterwards. */
+typedef struct veltrano_statistics {
+  size_t size;
+
+  uint64_t recorded;
+  uint64_t waiting;   /* for an upload */
+  uint64_t in_flight; /* in the upload under way */
+  uint64_t delivered; /* accepted by the collection host */
+
+  uint64_t dropped_by_trimming;      /* the oldest, when too many waited */
+  uint64_t dropped_as_refused;       /* with a batch that the host called bad, status 400 */
+  uint64_t dropped_as_not_encodable; /* with a batch that JSON cannot hold */
+  uint64_t dropped_for_memory;       /* there was not enough to record or to send them */
+
+  /* An upload is one request with all its retries. One of those attempted may be under way. */
+  uint64_t uploads_attempted;
+  uint64_t uploads_succeeded;           /* answered with status 200 */
+  uint64_t uploads_failed_in_transport; /* not answered */
+  uint64_t uploads_failed_by_status;    /* answered with another status */
+  uint64_t uploads_failed_for_memory;   /* never sent */
+
+  uint64_t heartbeats_sent;
+  uint64_t heartbeats_failed; /* of those sent */
+} veltrano_statistics;
+
+/* Fills in all counts that `size` has room for. Like a message, call it once the platform is
+ * installed. False when `statistics` is NULL or its size is 0. */
+VELTRANO_EXPORT bool veltrano_get_statistics(veltrano_statistics* statistics);
+
 /* ---- The platform ---- */
 
 typedef enum veltrano_application_state {

@@ -1,0 +1,158 @@
+// What the library says became of events, beside what the network saw.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "tests/support/simulation.h"
+
+namespace veltrano {
+namespace {
+
+void expectBalance(const Statistics& s) {
+  ASSERT_EQ(s.recorded, s.waiting + s.inFlight + s.delivered + s.dropped());
+}
+
+class AccountingTest : public testing::TestWithParam<unsigned> {
+ protected:
+  AccountingTest() {
+    const auto noteSent = simulation.platform.network.onPost;
+    simulation.platform.network.onPost = [this, noteSent](const PostRequest& request) {
+      noteSent(request);
+      answers.push_back(simulation.platform.network.answers[pathOfLastPost()]);
+      const Statistics now = Veltrano::shared().statistics();
+      expectBalance(now);
+      if (isUpload(answers.size() - 1)) {
+        EXPECT_EQ(now.inFlight, simulation.posts.back().eventCount());
+        EXPECT_EQ(now.waiting, 0U);
+      }
+    };
+  }
+
+  std::string pathOfLastPost() const {
+    const std::string& url = simulation.posts.back().request.baseURL;
+    return url.substr(url.rfind('/'));
+  }
+
+  bool isUpload(std::size_t post) const { return simulation.posts[post].body.IsArray(); }
+
+  void choose(const std::string& path) {
+    const int status[] = {200, 200, 200, 400, 503, 204, 0, 0};
+    const int chosen = status[random() % std::size(status)];
+    simulation.answer(path, {.kind = chosen != 0 ? SimulatedAnswer::Kind::http
+                                                 : SimulatedAnswer::Kind::transportError,
+                             .status = chosen,
+                             .latency = std::chrono::milliseconds(random() % 3000)});
+  }
+
+  void step() {
+    auto& tracker = Veltrano::shared();
+    const auto flushed = [](bool) { expectBalance(Veltrano::shared().statistics()); };
+    switch (random() % 12) {
+      case 0:
+        return choose("/track");
+      case 1:
+        return choose("/heartbeat");
+      case 2: {
+        const std::string_view names[] = {kApplicationDidEnterBackground,
+                                          kApplicationWillEnterForeground,
+                                          kApplicationDidBecomeActive};
+        return simulation.platform.notificationCenter.post(std::string(names[random() % 3]));
+      }
+      case 3:
+        for (auto i = random() % 300; i > 0; --i, ++tracked) tracker.track("Many");
+        return;
+      case 4:
+        ++tracked;
+        return tracker.track("Unencodable", {{"map", keyedByInt}});
+      case 5:
+        ++tracked;
+        return tracker.track("Flush", {}, flushed);
+      case 6:
+      case 7:
+        return simulation.runUntil(simulation.now() + random() % 15);
+      default:
+        ++tracked;
+        return tracker.track("One");
+    }
+  }
+
+  // What the network saw until now.
+  void expectWhatWasSeen(const Statistics& s) {
+    Statistics seen;
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+      const SentPost& post = simulation.posts[i];
+      const SimulatedAnswer& answer = answers[i];
+      const bool hasEnded = post.at + std::chrono::duration<double>(answer.latency).count() <=
+                            simulation.now() + 1e-9;
+      const bool isAnswered = answer.kind == SimulatedAnswer::Kind::http;
+      if (!isUpload(i)) {
+        ++seen.heartbeatsSent;
+        const bool isAccepted = isAnswered && answer.status / 100 == 2;
+        if (hasEnded && !isAccepted) ++seen.heartbeatsFailed;
+        continue;
+      }
+      ++seen.uploadsAttempted;
+      if (!hasEnded) {
+        seen.inFlight += post.eventCount();
+      } else if (!isAnswered) {
+        ++seen.uploadsFailedInTransport;
+      } else if (answer.status == 200) {
+        ++seen.uploadsSucceeded;
+        seen.delivered += post.eventCount();
+      } else {
+        ++seen.uploadsFailedByStatus;
+        if (answer.status == 400) seen.droppedAsRefused += post.eventCount();
+      }
+    }
+    EXPECT_EQ(s.inFlight, seen.inFlight);
+    EXPECT_EQ(s.delivered, seen.delivered);
+    EXPECT_EQ(s.droppedAsRefused, seen.droppedAsRefused);
+    EXPECT_EQ(s.droppedForMemory, 0U);
+    EXPECT_EQ(s.uploadsAttempted, seen.uploadsAttempted);
+    EXPECT_EQ(s.uploadsSucceeded, seen.uploadsSucceeded);
+    EXPECT_EQ(s.uploadsFailedInTransport, seen.uploadsFailedInTransport);
+    EXPECT_EQ(s.uploadsFailedByStatus, seen.uploadsFailedByStatus);
+    EXPECT_EQ(s.heartbeatsSent, seen.heartbeatsSent);
+    EXPECT_EQ(s.heartbeatsFailed, seen.heartbeatsFailed);
+    EXPECT_LE(s.waiting, 200U);
+    // Calls wait to be recorded while an upload is under way.
+    const std::uint64_t calls = tracked + s.heartbeatsFailed;
+    if (s.inFlight == 0)
+      EXPECT_EQ(s.recorded, calls);
+    else
+      EXPECT_LE(s.recorded, calls);
+  }
+
+  const Dictionary keyedByInt{std::vector<DictionaryEntry>{{1, 2}}};
+  std::mt19937 random{GetParam()};
+  Simulation simulation;
+  std::vector<SimulatedAnswer> answers;  // to the posts
+  std::uint64_t tracked = 0;
+};
+
+TEST_P(AccountingTest, AddsUpAfterEveryStep) {
+  Veltrano::shared().setUserId("user");
+  for (int i = 0; i < 400 && !HasFailure(); ++i) {
+    step();
+    simulation.settle();
+    const Statistics now = Veltrano::shared().statistics();
+    expectBalance(now);
+    expectWhatWasSeen(now);
+  }
+  // Once the host is well again, nothing stays.
+  simulation.answer("/track", {});
+  simulation.answer("/heartbeat", {});
+  simulation.platform.notificationCenter.post(std::string(kApplicationWillEnterForeground));
+  simulation.runUntil(simulation.now() + 60);
+  const Statistics last = Veltrano::shared().statistics();
+  EXPECT_EQ(last.waiting + last.inFlight, 0U);
+  expectBalance(last);
+  expectWhatWasSeen(last);
+  EXPECT_GT(last.droppedByTrimming, 0U);
+  EXPECT_GT(last.droppedAsNotEncodable, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, AccountingTest, testing::Range(1U, 21U));
+
+}  // namespace
+}  // namespace veltrano

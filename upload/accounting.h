@@ -1,0 +1,102 @@
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <utility>
+
+#include "veltrano/statistics.h"
+
+namespace veltrano {
+
+/// How an upload ended.
+enum class UploadOutcome {
+  nothingToSend,
+  notEncodable,
+  delivered,
+  refused,  // the collection host calls the batch bad
+  failedByStatus,
+  failedInTransport,
+  failedForMemory,
+};
+
+/// Whether the batch needs no further upload. One that is bad or cannot be encoded would be no
+/// better the next time.
+constexpr bool endsBatch(UploadOutcome outcome) {
+  return outcome == UploadOutcome::notEncodable || outcome == UploadOutcome::delivered ||
+         outcome == UploadOutcome::refused;
+}
+
+/// Counts what becomes of events, uploads and heartbeats. Safe to use from any thread.
+class Accounting {
+ public:
+  Statistics statistics() const {
+    const std::lock_guard lock(mutex_);
+    return statistics_;
+  }
+
+  void eventRecorded() { add(&Statistics::recorded, &Statistics::waiting); }
+  void eventLostForMemory() { add(&Statistics::recorded, &Statistics::droppedForMemory); }
+
+  void waitingEventTrimmed() { dropWaiting(&Statistics::droppedByTrimming); }
+  void waitingEventLostForMemory() { dropWaiting(&Statistics::droppedForMemory); }
+
+  /// All events that wait are in flight until `uploadEnded`.
+  void uploadBegan() {
+    const std::lock_guard lock(mutex_);
+    ++statistics_.uploadsAttempted;
+    statistics_.inFlight = std::exchange(statistics_.waiting, 0);
+  }
+
+  void uploadEnded(UploadOutcome outcome) {
+    const std::lock_guard lock(mutex_);
+    Statistics& now = statistics_;
+    const std::uint64_t batch = std::exchange(now.inFlight, 0);
+    switch (outcome) {
+      case UploadOutcome::nothingToSend:
+        return;
+      case UploadOutcome::notEncodable:
+        now.droppedAsNotEncodable += std::exchange(now.waiting, 0);
+        return;
+      case UploadOutcome::delivered:
+        now.delivered += batch;
+        ++now.uploadsSucceeded;
+        return;
+      case UploadOutcome::refused:
+        now.droppedAsRefused += batch;
+        ++now.uploadsFailedByStatus;
+        return;
+      case UploadOutcome::failedByStatus:
+        ++now.uploadsFailedByStatus;
+        break;
+      case UploadOutcome::failedInTransport:
+        ++now.uploadsFailedInTransport;
+        break;
+      case UploadOutcome::failedForMemory:
+        if (batch == 0) ++now.uploadsAttempted;  // it failed before it began
+        ++now.uploadsFailedForMemory;
+        break;
+    }
+    now.waiting += batch;
+  }
+
+  void heartbeatSent() { add(&Statistics::heartbeatsSent); }
+  void heartbeatFailed() { add(&Statistics::heartbeatsFailed); }
+
+ private:
+  template <class... Counts>
+  void add(Counts... counts) {
+    const std::lock_guard lock(mutex_);
+    (++(statistics_.*counts), ...);
+  }
+
+  void dropWaiting(std::uint64_t Statistics::*reason) {
+    const std::lock_guard lock(mutex_);
+    --statistics_.waiting;
+    ++(statistics_.*reason);
+  }
+
+  mutable std::mutex mutex_;
+  Statistics statistics_;  // guarded by mutex_
+};
+
+}  // namespace veltrano
