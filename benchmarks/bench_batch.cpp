@@ -27,7 +27,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using veltrano::HostMap;
-using veltrano::PropertyMap;
+using veltrano::internal::PropertyMap;
 
 constexpr std::size_t kEvents = 200;
 
@@ -51,7 +51,7 @@ class Batch {
                           .trackingAuthorizationStatus = 3,
                           .isOnWiFi = true},
                          given,
-                         *veltrano::ParameterConversion::convert(given)});
+                         *veltrano::internal::ParameterConversion::convert(given)});
     }
     encoder_.setBase(endpoints_.defaultProperties.properties(), superProperties_);
     encodedEvents_ = encode();
@@ -129,16 +129,17 @@ class Batch {
             {"address", {{"city", text()}, {"zip", integer(100'000)}}}};
   }
 
-  std::deque<veltrano::EventRecord> encode() {
-    std::deque<veltrano::EventRecord> records;
+  std::deque<veltrano::internal::EventRecord> encode() {
+    std::deque<veltrano::internal::EventRecord> records;
     for (const bench::Event& event : events_)
       records.push_back(
           encoder_.encode(event.name, event.automatic, viewOf(noCarrier_), viewOf(event.given)));
     return records;
   }
 
-  bool send(const std::deque<veltrano::EventRecord>& records) {
-    veltrano::CorvaneEndpointRequest(endpoints_, records, superProperties_).send([](bool) {});
+  bool send(const std::deque<veltrano::internal::EventRecord>& records) {
+    veltrano::internal::CorvaneEndpointRequest(endpoints_, records, superProperties_)
+        .send([](bool) {});
     return true;
   }
 
@@ -146,16 +147,17 @@ class Batch {
 
   bench::ManualURLSession& session_;
   bench::ManualWorkQueue& workQueue_;
-  const veltrano::Endpoints& endpoints_ = veltrano::Library::current().endpoints();
+  const veltrano::internal::Endpoints& endpoints_ =
+      veltrano::internal::Library::current().endpoints();
   std::mt19937 random_{1};
   std::vector<bench::Event> events_;
   const HostMap oneMoreProperties_ = hostProperties();
-  veltrano::EventEncoder encoder_;
+  veltrano::internal::EventEncoder encoder_;
   const veltrano::HostValue noCarrier_;
-  const PropertyMap superProperties_ =
-      *veltrano::ParameterConversion::convert(HostMap{{"uid", "user-17"}, {"app_id", "player"}});
+  const PropertyMap superProperties_ = *veltrano::internal::ParameterConversion::convert(
+      HostMap{{"uid", "user-17"}, {"app_id", "player"}});
   const PropertyMap base_ = endpoints_.defaultProperties.properties() + superProperties_;
-  std::deque<veltrano::EventRecord> encodedEvents_;
+  std::deque<veltrano::internal::EventRecord> encodedEvents_;
   bench::RapidJSONReference reference_;
 };
 

@@ -12,9 +12,9 @@
 namespace bench {
 namespace {
 
-veltrano::PosixServices& services() {
+veltrano::internal::PosixServices& services() {
   // Never destroyed: the library's threads use it until the process ends.
-  static auto& instance = *new veltrano::PosixServices([] {
+  static auto& instance = *new veltrano::internal::PosixServices([] {
     veltrano::PosixOptions options;
     options.collectionHost = "events.example.com";
     options.infoDictionary =
@@ -30,11 +30,12 @@ veltrano::PosixServices& services() {
 
 }  // namespace
 
-void installBenchPlatform(veltrano::ZKURLSessionManager& session, veltrano::WorkQueue* workQueue) {
-  veltrano::Platform platform = services().platform();
+void installBenchPlatform(veltrano::internal::ZKURLSessionManager& session,
+                          veltrano::internal::WorkQueue* workQueue) {
+  veltrano::internal::Platform platform = services().platform();
   platform.urlSession = &session;
   if (workQueue != nullptr) platform.workQueue = workQueue;
-  if (!veltrano::Library::install(platform)) {
+  if (!veltrano::internal::Library::install(platform)) {
     std::fputs("There is a platform already.\n", stderr);
     std::exit(1);
   }
@@ -42,8 +43,8 @@ void installBenchPlatform(veltrano::ZKURLSessionManager& session, veltrano::Work
 }
 
 void enterBackground() {
-  services().application.setState(veltrano::ApplicationState::background);
-  services().notificationCenter.post(veltrano::kApplicationDidEnterBackground);
+  services().application.setState(veltrano::internal::ApplicationState::background);
+  services().notificationCenter.post(veltrano::internal::kApplicationDidEnterBackground);
 }
 
 void drainTracker() {

@@ -6,8 +6,8 @@ namespace bench {
 
 /// Makes the services of a POSIX system the library's platform, but for the network, which is
 /// `session`, and the log, which is dropped. Without a `workQueue` that is the POSIX one as well.
-void installBenchPlatform(veltrano::ZKURLSessionManager& session,
-                          veltrano::WorkQueue* workQueue = nullptr);
+void installBenchPlatform(veltrano::internal::ZKURLSessionManager& session,
+                          veltrano::internal::WorkQueue* workQueue = nullptr);
 
 /// Tells the library that the application has gone to the background.
 void enterBackground();

@@ -13,9 +13,10 @@
 namespace bench {
 
 /// Keeps each post until it is answered. For one thread.
-class ManualURLSession final : public veltrano::ZKURLSessionManager {
+class ManualURLSession final : public veltrano::internal::ZKURLSessionManager {
  public:
-  void postData(veltrano::PostRequest request, veltrano::URLSessionCallback callback) override {
+  void postData(veltrano::internal::PostRequest request,
+                veltrano::internal::URLSessionCallback callback) override {
     request_ = std::move(request);
     callback_ = std::move(callback);
   }
@@ -25,30 +26,34 @@ class ManualURLSession final : public veltrano::ZKURLSessionManager {
   /// Lets the post fail when there is one.
   void refuse() {
     const auto callback = std::exchange(callback_, nullptr);
-    if (callback) callback(std::nullopt, std::nullopt, veltrano::TransportError{"no network"});
+    if (callback)
+      callback(std::nullopt, std::nullopt, veltrano::internal::TransportError{"no network"});
   }
 
  private:
-  veltrano::PostRequest request_;
-  veltrano::URLSessionCallback callback_;
+  veltrano::internal::PostRequest request_;
+  veltrano::internal::URLSessionCallback callback_;
 };
 
 /// Drops work that is to wait. For one thread.
-class ManualWorkQueue final : public veltrano::WorkQueue {
+class ManualWorkQueue final : public veltrano::internal::WorkQueue {
  public:
   explicit ManualWorkQueue(ManualURLSession& session) : session_(session) {}
 
   using WorkQueue::async;
-  void async(std::unique_ptr<veltrano::Block> block) override {
+  void async(std::unique_ptr<veltrano::internal::Block> block) override {
     blocks_.push_back(std::move(block));
   }
 
-  void asyncAfter(veltrano::Duration delay, std::shared_ptr<veltrano::WorkItem> item) override {
-    if (delay <= veltrano::Duration::zero()) async([item = std::move(item)] { item->run(); });
+  void asyncAfter(veltrano::internal::Duration delay,
+                  std::shared_ptr<veltrano::internal::WorkItem> item) override {
+    if (delay <= veltrano::internal::Duration::zero())
+      async([item = std::move(item)] { item->run(); });
   }
 
   /// What the queue waits for is the network, which fails at once.
-  void wait(std::shared_ptr<veltrano::DispatchGroup> group, std::function<void()> then) override {
+  void wait(std::shared_ptr<veltrano::internal::DispatchGroup> group,
+            std::function<void()> then) override {
     session_.refuse();
     group->wait();
     then();
@@ -64,7 +69,7 @@ class ManualWorkQueue final : public veltrano::WorkQueue {
 
  private:
   ManualURLSession& session_;
-  std::deque<std::unique_ptr<veltrano::Block>> blocks_;
+  std::deque<std::unique_ptr<veltrano::internal::Block>> blocks_;
 };
 
 }  // namespace bench

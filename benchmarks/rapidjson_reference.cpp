@@ -18,8 +18,8 @@ void writeText(Writer& writer, std::string_view text) {
 }
 
 // The kinds of values that the events have.
-void writeEntries(Writer& writer, veltrano::PropertyView properties) {
-  using veltrano::Kind;
+void writeEntries(Writer& writer, veltrano::internal::PropertyView properties) {
+  using veltrano::internal::Kind;
   for (const auto& [key, value] : properties) {
     writeText(writer, key);
     switch (value.kind()) {
@@ -37,7 +37,7 @@ void writeEntries(Writer& writer, veltrano::PropertyView properties) {
         break;
       case Kind::Dictionary:
         writer.StartObject();
-        writeEntries(writer, *veltrano::asProperties(value));
+        writeEntries(writer, *veltrano::internal::asProperties(value));
         writer.EndObject();
         break;
       default:
@@ -46,7 +46,7 @@ void writeEntries(Writer& writer, veltrano::PropertyView properties) {
   }
 }
 
-void writeEvent(Writer& writer, const Event& event, const veltrano::PropertyMap& base) {
+void writeEvent(Writer& writer, const Event& event, const veltrano::internal::PropertyMap& base) {
   writer.StartObject();
   writer.Key("event");
   writeText(writer, event.name);
@@ -81,7 +81,7 @@ RapidJSONReference::~RapidJSONReference() {
 }
 
 std::string_view RapidJSONReference::batch(std::span<const Event> events,
-                                           const veltrano::PropertyMap& base) {
+                                           const veltrano::internal::PropertyMap& base) {
   buffers_.json.Clear();
   Writer writer(buffers_.json);
   writer.StartArray();

@@ -12,9 +12,9 @@ namespace bench {
 /// One event as the library is given it, and as the reference is: sorted and converted.
 struct Event {
   std::string name;
-  veltrano::AutomaticProperties automatic;
+  veltrano::internal::AutomaticProperties automatic;
   veltrano::HostMap given;
-  veltrano::PropertyMap converted;
+  veltrano::internal::PropertyMap converted;
 };
 
 /// Encodes batches as a program would that uses RapidJSON and OpenSSL straightforwardly. It writes
@@ -25,7 +25,8 @@ class RapidJSONReference {
   ~RapidJSONReference();
 
   /// Both return what stays valid until the next call.
-  std::string_view batch(std::span<const Event> events, const veltrano::PropertyMap& base);
+  std::string_view batch(std::span<const Event> events,
+                         const veltrano::internal::PropertyMap& base);
   std::string_view base64(std::string_view bytes);
 
  private:

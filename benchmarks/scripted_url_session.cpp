@@ -9,8 +9,8 @@ ScriptedURLSession::ScriptedURLSession(Answer answer) : answer_(answer) {
   std::thread([this] { answerPosts(); }).detach();
 }
 
-void ScriptedURLSession::postData(veltrano::PostRequest request,
-                                  veltrano::URLSessionCallback callback) {
+void ScriptedURLSession::postData(veltrano::internal::PostRequest request,
+                                  veltrano::internal::URLSessionCallback callback) {
   {
     const std::lock_guard lock(mutex_);
     lastBodySize_ = request.httpBody.size();
@@ -46,9 +46,9 @@ void ScriptedURLSession::answerPosts() {
     lock.unlock();
     for (const auto& callback : posts) {
       if (accepts)
-        callback("", veltrano::URLResponse{200}, std::nullopt);
+        callback("", veltrano::internal::URLResponse{200}, std::nullopt);
       else
-        callback(std::nullopt, std::nullopt, veltrano::TransportError{"no network"});
+        callback(std::nullopt, std::nullopt, veltrano::internal::TransportError{"no network"});
     }
     lock.lock();
   }

@@ -11,13 +11,14 @@ namespace bench {
 
 /// A network that takes no time: it answers on a thread of its own as soon as it is asked, or holds
 /// its answers back until it is told to go on. Never destroy one.
-class ScriptedURLSession final : public veltrano::ZKURLSessionManager {
+class ScriptedURLSession final : public veltrano::internal::ZKURLSessionManager {
  public:
   enum class Answer { accept, refuse, hang };
 
   explicit ScriptedURLSession(Answer answer);
 
-  void postData(veltrano::PostRequest request, veltrano::URLSessionCallback callback) override;
+  void postData(veltrano::internal::PostRequest request,
+                veltrano::internal::URLSessionCallback callback) override;
 
   /// Holds for posts that are waiting for their answer, too.
   void setAnswer(Answer answer);
@@ -33,7 +34,7 @@ class ScriptedURLSession final : public veltrano::ZKURLSessionManager {
   mutable std::mutex mutex_;  // guards everything below
   std::condition_variable changed_;
   Answer answer_;
-  std::vector<veltrano::URLSessionCallback> posts_;
+  std::vector<veltrano::internal::URLSessionCallback> posts_;
   std::size_t lastBodySize_ = 0;
 };
 

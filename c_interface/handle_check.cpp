@@ -13,7 +13,7 @@
 #include <unordered_set>
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 struct Handles {
@@ -73,6 +73,6 @@ void freeLater(void* memory) {
   ::operator delete(memory);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal
 
 #endif

@@ -4,7 +4,7 @@
 
 #include <new>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 #ifdef NDEBUG
 
@@ -31,4 +31,4 @@ void freeLater(void* memory);
 
 #endif
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

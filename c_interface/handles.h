@@ -19,17 +19,19 @@
 
 /// What a handle points to.
 struct veltrano_object {
-  using Content =
-      std::variant<veltrano::Object, veltrano::MutableArray, veltrano::MutableDictionary>;
+  using Content = std::variant<veltrano::internal::Object, veltrano::internal::MutableArray,
+                               veltrano::internal::MutableDictionary>;
 
-  explicit veltrano_object(Content what) : content(std::move(what)) { veltrano::noteMade(this); }
+  explicit veltrano_object(Content what) : content(std::move(what)) {
+    veltrano::internal::noteMade(this);
+  }
   static void* operator new(std::size_t size) { return ::operator new(size); }
-  static void operator delete(void* memory) { veltrano::freeLater(memory); }
+  static void operator delete(void* memory) { veltrano::internal::freeLater(memory); }
 
   Content content;
 };
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Keeps the calling thread from being cancelled in the library: it has frames that no cancellation
 /// can unwind.
@@ -98,4 +100,4 @@ class Callback {
   std::shared_ptr<void> context_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

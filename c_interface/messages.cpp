@@ -10,6 +10,7 @@
 #include "veltrano/veltrano.h"
 
 using namespace veltrano;
+using namespace veltrano::internal;
 
 namespace {
 

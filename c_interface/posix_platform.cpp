@@ -8,6 +8,7 @@
 #include "c_interface/handles.h"
 
 using namespace veltrano;
+using namespace veltrano::internal;
 
 namespace {
 

@@ -2,6 +2,7 @@
 #include "encoding/utf8.h"
 
 using namespace veltrano;
+using namespace veltrano::internal;
 
 namespace {
 

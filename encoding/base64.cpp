@@ -7,7 +7,7 @@
 #include <cstring>
 #include <iterator>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // The two characters for each 12 bits. Looking up pairs takes half the time of OpenSSL's Base64.
@@ -72,4 +72,4 @@ void appendBase64(std::string& text, std::span<const std::string_view> pieces) {
   std::fill(text.end() - static_cast<std::ptrdiff_t>(3 - groupSize), text.end(), '=');
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -4,10 +4,10 @@
 #include <string>
 #include <string_view>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Appends the Base64 form of `pieces`, one after the other as if they were one text: the standard
 /// alphabet, "=" padding, no line breaks.
 void appendBase64(std::string& text, std::span<const std::string_view> pieces);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

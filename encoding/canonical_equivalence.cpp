@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <memory>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 std::string canonicalDecomposition(std::string_view text) {
   utf8proc_uint8_t* result = nullptr;
@@ -18,4 +18,4 @@ std::string canonicalDecomposition(std::string_view text) {
   return std::string(reinterpret_cast<const char*>(result), static_cast<std::size_t>(length));
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -3,10 +3,10 @@
 #include <string>
 #include <string_view>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The canonical decomposition of well-formed UTF-8. Two texts are canonically equivalent exactly
 /// when their decompositions are the same bytes.
 std::string canonicalDecomposition(std::string_view text);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

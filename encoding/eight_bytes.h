@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string_view>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Looks at text eight bytes at a time: whether `test` is true of any of the words that `text` is
 /// made of. Every byte is in one of them, and nothing else; some are twice in a word or in two.
@@ -29,4 +29,4 @@ bool anyEightBytes(std::string_view text, Test test) {
               byte(end[-1]));
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

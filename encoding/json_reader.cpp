@@ -9,7 +9,7 @@
 #include <charconv>
 #include <cstddef>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 std::optional<double> finiteNumber(std::string_view text) {
@@ -77,4 +77,4 @@ std::optional<double> numberInJSONObject(std::string_view text, std::string_view
   return isObject && stream.Tell() == text.size() ? member.number() : std::nullopt;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // Whether one of eight bytes has to be escaped in JSON. Each test finds the bytes with a property
@@ -122,4 +122,4 @@ std::string_view JSONWriter::text() const {
   return {implementation_->buffer.GetString(), implementation_->buffer.GetSize()};
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

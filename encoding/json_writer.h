@@ -4,7 +4,7 @@
 #include <memory>
 #include <string_view>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Writes compact JSON text, piece by piece, into a buffer of its own that is reused.
 /// The caller keeps to JSON's grammar; text is well-formed UTF-8. Not safe for concurrent use.
@@ -40,4 +40,4 @@ class JSONWriter {
   const std::unique_ptr<Implementation> implementation_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <limits>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// `number` cut toward zero and limited to 64 bits; 0 for NaN.
 inline std::int64_t truncatedInteger(double number) {
@@ -14,4 +14,4 @@ inline std::int64_t truncatedInteger(double number) {
   return static_cast<std::int64_t>(number);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

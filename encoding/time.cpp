@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 Duration durationFromSeconds(double seconds) {
   // The sum of two such durations still fits.
@@ -12,4 +12,4 @@ Duration durationFromSeconds(double seconds) {
   return Duration(std::llround(std::clamp(seconds, -kLimitInSeconds, kLimitInSeconds) * 1e6));
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

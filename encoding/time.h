@@ -4,7 +4,7 @@
 
 #include <chrono>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 using Duration = std::chrono::microseconds;
 
@@ -22,4 +22,4 @@ constexpr Duration operator-(WallTime later, WallTime earlier) {
 /// hold (more than 100,000 years); NaN gives zero.
 Duration durationFromSeconds(double seconds);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 struct Sequence {
@@ -49,4 +49,4 @@ std::string wellFormedUTF8(std::string text) {
   return result;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -5,7 +5,7 @@
 
 #include "encoding/eight_bytes.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Whether `text` holds nothing but ASCII. Every piece of text that a host hands in passes here.
 inline bool isASCII(std::string_view text) {
@@ -15,4 +15,4 @@ inline bool isASCII(std::string_view text) {
 /// `text` with each maximal ill-formed sequence replaced by U+FFFD.
 std::string wellFormedUTF8(std::string text);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 std::string uuidText(std::array<unsigned char, 16> random) {
   random[6] = (random[6] & 0x0F) | 0x40;  // version 4
@@ -19,4 +19,4 @@ std::string uuidText(std::array<unsigned char, 16> random) {
   return text;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -8,7 +8,7 @@
 #include "encoding/utf8.h"
 #include "heartbeat/heartbeat_interval.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // Whole milliseconds; the fraction is dropped.
@@ -118,4 +118,4 @@ VLTrackingEvent VLTrackingEvent::fromJSON(std::string_view text) {
   return {.backOffSeconds = numberInJSONObject(text, "back_off_seconds")};
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

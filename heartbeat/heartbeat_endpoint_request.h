@@ -12,7 +12,7 @@
 #include "properties/property_map.h"
 #include "upload/endpoints.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// What a heartbeat says of the tracker and its surroundings, as they are now.
 struct HeartbeatFacts {
@@ -66,4 +66,4 @@ struct VLTrackingEvent {
   std::optional<double> backOffSeconds;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -4,7 +4,7 @@
 
 #include "platform/user_defaults.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 inline constexpr std::string_view kHeartbeatIntervalKey = "kelvora_heartbeat_interval";
 
@@ -22,4 +22,4 @@ inline void setHeartbeatInterval(UserDefaults& defaults, double seconds) {
     defaults.setDouble(seconds, kHeartbeatIntervalKey);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

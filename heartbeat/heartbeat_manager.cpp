@@ -5,7 +5,7 @@
 #include "encoding/uuid.h"
 #include "heartbeat/heartbeat_interval.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 constexpr Duration kTimerTolerance = std::chrono::milliseconds(100);
@@ -70,4 +70,4 @@ void HeartbeatManager::sendHeartbeat() {
   });
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -9,7 +9,7 @@
 #include "heartbeat/session.h"
 #include "platform/platform.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Decides when heartbeats are sent: one shortly after the application becomes active, then one
 /// every interval for as long as it stays active. Runs on the main thread, but for the first call
@@ -47,4 +47,4 @@ class HeartbeatManager {
   Session session_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

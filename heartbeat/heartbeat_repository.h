@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The way heartbeats leave the process.
 class HeartbeatRepository {
@@ -17,4 +17,4 @@ class HeartbeatRepository {
                     std::function<void(bool)> completion) = 0;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 bool Session::isOverAt(WallTime now) const {
   return !lastTimeUsed_ || std::chrono::abs(now - *lastTimeUsed_) > kInactivityTimeout;
@@ -20,4 +20,4 @@ Duration Session::durationAt(WallTime now) const {
   return std::chrono::abs(now - timeCreated_);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -5,7 +5,7 @@
 
 #include "encoding/time.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// A run of heartbeats none of which comes long after the one before it.
 class Session {
@@ -32,4 +32,4 @@ class Session {
   std::optional<WallTime> lastTimeUsed_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

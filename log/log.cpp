@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // `instant`, in local time, as "HH:mm:ss.SSSS"; the fraction is cut off.
@@ -25,4 +25,4 @@ void Log::write(const std::string& message) const {
   output_.writeLine("Veltrano " + timeOfDay(local) + " | " + message);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

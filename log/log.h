@@ -9,7 +9,7 @@
 #include "platform/clock.h"
 #include "platform/standard_output.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 // render: how a value reads in a diagnostic line. Other types have overloads of their own.
 
@@ -54,4 +54,4 @@ class Log {
   const std::atomic<bool>& isEnabled_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -1,6 +1,6 @@
 #pragma once
 
-namespace veltrano {
+namespace veltrano::internal {
 
 enum class ApplicationState { active = 0, inactive = 1, background = 2 };
 
@@ -15,4 +15,4 @@ class Application {
   virtual int interfaceOrientation() const { return 0; }
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Provides the token of the user's session; `ZKAuthTokenRepository` is the shared one.
 class SessionTokenProvider {
@@ -21,4 +21,4 @@ class UserSessionManager {
   virtual ~UserSessionManager() = default;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

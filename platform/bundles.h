@@ -6,7 +6,7 @@
 
 #include "veltrano/value.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// A directory of code and resources together with the Info dictionary that describes it.
 struct Bundle {
@@ -31,4 +31,4 @@ class Bundles {
   }
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

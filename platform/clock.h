@@ -4,7 +4,7 @@
 
 #include "encoding/time.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The device's wall clock and time zone. Safe to call from any thread.
 class WallClock {
@@ -17,4 +17,4 @@ class WallClock {
   virtual std::chrono::seconds localTimeOffset(WallTime /*instant*/) const { return {}; }
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -1,6 +1,6 @@
 #pragma once
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The networking framework's connectivity monitor. Safe to call from any thread, without waiting.
 class ZKConnectivityManager {
@@ -11,4 +11,4 @@ class ZKConnectivityManager {
   virtual bool isReachableOnWiFi() const { return false; }
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

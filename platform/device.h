@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// A size on the screen, in points.
 struct ScreenSize {
@@ -27,4 +27,4 @@ class Device {
   virtual int orientation() const { return 0; }
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

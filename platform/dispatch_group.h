@@ -3,7 +3,7 @@
 #include <condition_variable>
 #include <mutex>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Counts work under way, so that somebody can wait until all of it has ended.
 /// Safe to use from any thread.
@@ -38,4 +38,4 @@ class DispatchGroup {
   int entered_ = 0;  // guarded by mutex_
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -6,7 +6,7 @@
 #include <atomic>
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Set by the platform in a forked child, before anything else there can call the library.
 inline std::atomic<bool> hasBeenForked{false};
@@ -38,4 +38,4 @@ bool callHost(const Callback& callback, Arguments&&... arguments) {
   return !isForkedChild();
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

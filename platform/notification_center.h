@@ -3,7 +3,7 @@
 #include <functional>
 #include <string_view>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 inline constexpr std::string_view kApplicationWillEnterForeground =
     "UIApplicationWillEnterForegroundNotification";
@@ -27,4 +27,4 @@ class NotificationCenter {
   virtual void addObserver(std::string_view /*name*/, std::function<void()> /*observer*/) {}
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -20,7 +20,7 @@
 #include "platform/user_defaults.h"
 #include "platform/work_queue.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The `Service` that does nothing. Never destroyed.
 template <class Service>
@@ -52,4 +52,4 @@ struct Platform {
   UserSessionManager* userSessionManager = nothing<UserSessionManager>();
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -2,7 +2,7 @@
 
 #include <array>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 using RandomBytes = std::array<unsigned char, 16>;
 
@@ -14,4 +14,4 @@ class RandomSource {
   virtual RandomBytes bytes() { return {}; }
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

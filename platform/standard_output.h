@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The process's standard output. Safe to call from any thread.
 class StandardOutput {
@@ -13,4 +13,4 @@ class StandardOutput {
   virtual void writeLine(std::string_view /*line*/) {}
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The cellular subscriptions of the device. Safe to call from any thread, without waiting.
 class CTTelephonyNetworkInfo {
@@ -14,4 +14,4 @@ class CTTelephonyNetworkInfo {
   virtual std::optional<std::string> carrierName() const { return std::nullopt; }
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

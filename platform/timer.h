@@ -5,7 +5,7 @@
 
 #include "encoding/time.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// A one-shot timer that has been scheduled.
 class Timer {
@@ -30,4 +30,4 @@ class Timers {
   }
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

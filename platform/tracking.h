@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// What the user has decided about being tracked. Safe to call from any thread, without waiting.
 class ATTrackingManager {
@@ -25,4 +25,4 @@ class ASIdentifierManager {
   }
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

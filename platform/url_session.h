@@ -8,7 +8,7 @@
 #include <set>
 #include <string>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Request methods; the networking framework knows them by their ordinals.
 enum class HTTPMethod { get = 0, post = 1 };
@@ -62,4 +62,4 @@ class ZKURLSessionManager {
   virtual void postData(PostRequest /*request*/, URLSessionCallback /*callback*/) {}
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Settings that survive the process. Safe to call from any thread.
 class UserDefaults {
@@ -21,4 +21,4 @@ class UserDefaults {
   virtual void setDouble(double /*value*/, std::string_view /*key*/) {}
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -4,7 +4,7 @@
 #include <functional>
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Work that can be cancelled until it starts. Shared between whoever scheduled it and the queue.
 class WorkItem {
@@ -25,4 +25,4 @@ class WorkItem {
   std::atomic<bool> cancelled_{false};
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

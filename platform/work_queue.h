@@ -9,7 +9,7 @@
 #include "platform/dispatch_group.h"
 #include "platform/work_item.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// One block of work. It links to its successor itself, so that handing it over costs no
 /// allocation beyond the block's own.
@@ -53,4 +53,4 @@ class WorkQueue {
   virtual void wait(std::shared_ptr<DispatchGroup> /*group*/, std::function<void()> /*then*/) {}
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -4,7 +4,7 @@
 #include "encoding/utf8.h"
 #include "properties/parameter_conversion.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 constexpr std::string_view kVersionKey = "CFBundleShortVersionString";
@@ -71,4 +71,4 @@ std::optional<Bundle> DefaultProperties::resourceBundle() const {
   return resources ? std::move(resources) : std::move(library);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

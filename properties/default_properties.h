@@ -9,7 +9,7 @@
 #include "platform/device.h"
 #include "properties/property_map.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The device and application properties that the library gathers by itself. Each value is computed
 /// by its first reader, once, and never changes; safe to read from any thread.
@@ -63,4 +63,4 @@ class DefaultProperties {
   mutable Once<std::string> publisherVersion_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -6,7 +6,7 @@
 #include <limits>
 #include <stdexcept>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 std::uint32_t length(std::size_t size) {
@@ -211,4 +211,4 @@ int compare(FlatView left, FlatView right) {
   return 0;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

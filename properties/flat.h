@@ -31,7 +31,7 @@
 
 #include "veltrano/value.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 using detail::Flat;
 using detail::FlatWriter;
@@ -190,4 +190,4 @@ inline int compareTexts(std::string_view left, std::string_view right) {
 /// either sign are one value.
 int compare(FlatView left, FlatView right);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

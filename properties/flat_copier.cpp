@@ -7,7 +7,7 @@
 #include "encoding/utf8.h"
 #include "properties/json_encoding.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 template <class Writer>
@@ -154,4 +154,4 @@ bool hasOnlyStringKeys(FlatView dictionary) {
 template void FlatCopier::copy(FlatWriter&, FlatView, bool);
 template void FlatCopier::copy(JSONValueWriter&, FlatView, bool);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

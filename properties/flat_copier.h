@@ -7,7 +7,7 @@
 
 #include "properties/flat.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// One entry of a map whose keys are text.
 struct FlatEntry {
@@ -58,4 +58,4 @@ class FlatCopier {
 /// Whether every key of the Dictionary is a String.
 bool hasOnlyStringKeys(FlatView dictionary);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

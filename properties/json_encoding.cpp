@@ -1,6 +1,6 @@
 #include "properties/json_encoding.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 Kind JSONValueWriter::open(Kind container) {
   if (container == Kind::Array)
@@ -39,4 +39,4 @@ void JSONValueWriter::flat(const char* value) {
   }
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -3,7 +3,7 @@
 #include "encoding/json_writer.h"
 #include "properties/flat.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Takes values as `FlatWriter` does and writes them as JSON: dates as ISO 8601 text, URLs as their
 /// text, numbers that are not finite as null.
@@ -33,4 +33,4 @@ class JSONValueWriter {
   bool isGood_ = true;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -2,7 +2,7 @@
 
 #include "properties/flat_copier.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 std::optional<SupportedParameterType> ParameterConversion::convert(const HostValue& value) {
   FlatBuffer converted;
@@ -23,4 +23,4 @@ std::optional<PropertyMap> ParameterConversion::convert(const HostMap& dictionar
   return PropertyMap(PropertyView(converted.bytes()));
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -5,7 +5,7 @@
 #include "properties/property_map.h"
 #include "veltrano/value.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Turns what a host hands in into members of the set, leaving out what cannot be represented.
 /// Pure functions, safe on any thread.
@@ -20,4 +20,4 @@ class ParameterConversion {
   static std::optional<PropertyMap> convert(const HostMap& dictionary);
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

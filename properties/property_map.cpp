@@ -2,7 +2,7 @@
 
 #include "properties/flat_copier.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 std::optional<FlatView> PropertyView::find(std::string_view key) const {
   for (const auto& [own, value] : *this)
@@ -58,4 +58,4 @@ SupportedParameterType memberOf(FlatView value) {
   return detail::FlatAccess::make<SupportedParameterType>(std::move(flat));
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -7,7 +7,7 @@
 #include "properties/flat.h"
 #include "veltrano/value.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Properties in the flat form: keys and values by turns, the keys text, sorted and unique, the
 /// values members of the set. Refers to the bytes.
@@ -87,4 +87,4 @@ std::optional<PropertyView> asProperties(FlatView value);
 /// A copy of `value`, which is a member.
 SupportedParameterType memberOf(FlatView value);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -8,6 +8,9 @@
 #include "encoding/utf8.h"
 
 namespace veltrano {
+
+using namespace internal;
+
 namespace {
 
 constexpr double kFarthestSeconds = 30'000 * 365.2425 * 86'400;

@@ -7,6 +7,9 @@
 #include "properties/flat_copier.h"
 
 namespace veltrano {
+
+using namespace internal;
+
 namespace {
 
 using detail::Argument;

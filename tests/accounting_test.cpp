@@ -5,7 +5,7 @@
 
 #include "tests/support/simulation.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 void expectBalance(const Statistics& s) {
@@ -155,4 +155,4 @@ TEST_P(AccountingTest, AddsUpAfterEveryStep) {
 INSTANTIATE_TEST_SUITE_P(Seeds, AccountingTest, testing::Range(1U, 21U));
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -16,7 +16,7 @@
 
 #include "tests/support/posting.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using Reply = TLSServer::Reply;
@@ -138,4 +138,4 @@ INSTANTIATE_TEST_SUITE_P(While, Ending,
                          });
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

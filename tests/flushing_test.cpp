@@ -3,7 +3,7 @@
 
 #include "tests/support/simulation.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 class Flushing : public testing::Test {
@@ -113,4 +113,4 @@ TEST_F(Flushing, GoingToTheBackgroundDuringAnUploadFlushesAfterIt) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -7,7 +7,7 @@
 #include "heartbeat/session.h"
 #include "tests/support/simulation.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using Messages = std::vector<std::string>;
@@ -268,4 +268,4 @@ TEST(BackOff, OnlyNumbersOfAnObjectCount) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -15,7 +15,7 @@
 #include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 class HostFaults : public testing::Test {
@@ -173,4 +173,4 @@ TEST_F(HostFaults, ACallbackMayEndItsThread) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

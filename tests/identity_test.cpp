@@ -3,7 +3,7 @@
 
 #include "tests/support/simulation.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using Messages = std::vector<std::string>;
@@ -97,4 +97,4 @@ TEST_F(Identity, OrientationsHaveTheirNames) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -11,7 +11,7 @@
 #include "platform/simulated/simulated_platform.h"
 #include "veltrano/veltrano.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 struct Client {
@@ -80,4 +80,4 @@ TEST(Libraries, ALogSinkMayUseTheTrackerThatStarts) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

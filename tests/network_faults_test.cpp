@@ -17,7 +17,7 @@
 #include "tests/support/failures.h"
 #include "tests/support/posting.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using namespace std::chrono_literals;
@@ -293,4 +293,4 @@ TEST(NetworkFaults, PostsInAForkedChildAreDropped) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

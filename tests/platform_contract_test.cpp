@@ -13,7 +13,7 @@
 #include "platform/posix/threads/work_queue.h"
 #include "platform/simulated/simulated_platform.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using std::chrono::milliseconds;
@@ -187,4 +187,4 @@ TYPED_TEST(PlatformContract, ObserversRunInOrderDuringThePosting) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -36,7 +36,7 @@
 #include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 namespace fs = std::filesystem;
@@ -491,4 +491,4 @@ TEST(ForkTest, ARunLoopDoesNothingInAChild) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using namespace std::string_literals;
@@ -192,4 +192,4 @@ TEST(PropertyListTest, WhatFollowsNoFormIsRefused) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

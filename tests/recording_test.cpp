@@ -3,7 +3,7 @@
 
 #include "tests/support/simulation.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 class Recording : public testing::Test {
@@ -210,4 +210,4 @@ TEST_F(Recording, RefreshTriggersCallTheHandlerBeforeTheEvent) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

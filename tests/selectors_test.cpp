@@ -5,7 +5,7 @@
 
 #include "tests/support/simulation.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using Objects = std::vector<Object>;
@@ -171,4 +171,4 @@ TEST_F(Selectors, ChangesOfAMutableCollectionShowNowhere) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

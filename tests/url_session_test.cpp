@@ -14,7 +14,7 @@
 #include "platform/posix/http/retry.h"
 #include "tests/support/posting.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using namespace std::chrono_literals;
@@ -362,4 +362,4 @@ TEST(URLSession, CallsBackOncePerPost) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

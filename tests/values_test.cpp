@@ -19,7 +19,7 @@
 #include "tracker/log_rendering.h"
 #include "veltrano/value.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using Member = SupportedParameterType::Member;
@@ -311,4 +311,4 @@ TEST(Values, CanonicalEquivalence) {
 }
 
 }  // namespace
-}  // namespace veltrano
+}  // namespace veltrano::internal

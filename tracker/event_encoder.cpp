@@ -5,7 +5,7 @@
 #include "encoding/utf8.h"
 #include "properties/json_encoding.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 constexpr std::string_view kTimeKey = "time";
@@ -168,4 +168,4 @@ bool EventEncoder::writeValue(FlatView value, bool converts) {
   return writer.isGood();
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

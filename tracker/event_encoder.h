@@ -10,7 +10,7 @@
 #include "properties/property_map.h"
 #include "upload/event_record.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// What is known by itself about the moment at which an event was tracked.
 struct AutomaticProperties {
@@ -64,4 +64,4 @@ class EventEncoder {
   PropertyMap baseExtra_;     // what the super properties add to "extra_json"
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

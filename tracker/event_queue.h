@@ -7,7 +7,7 @@
 
 #include "upload/event_record.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The events that wait for their upload, oldest first. For the work queue, and for the end of an
 /// upload while the work queue waits for it; `count` is for any thread.
@@ -38,4 +38,4 @@ class EventQueue {
   std::atomic<std::size_t> count_{0};
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

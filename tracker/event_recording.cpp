@@ -2,7 +2,7 @@
 #include "tracker/track_call.h"
 #include "tracker/tracker.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // Rounded to the nearest millisecond, halves away from zero.
@@ -42,4 +42,4 @@ void Tracker::record(std::string_view eventName, const AutomaticProperties& auto
   log_("Leaving dispatch queue code block for adding event to queue");
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -2,7 +2,7 @@
 #include "tracker/tracker.h"
 #include "upload/corvane_endpoint_request.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 void Tracker::startFlushCycle() {
   log_("Scheduling the next flush with default interval");
@@ -76,4 +76,4 @@ void Tracker::finishFlush(UploadOutcome outcome) {
   if (isRunning_) startFlushCycle();
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -4,7 +4,7 @@
 
 #include "properties/flat_copier.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 using detail::FlatAccess;
 
@@ -67,4 +67,4 @@ Object MutableDictionary::copy() const {
   return Object(*dictionary_.member()->getIf<Dictionary>());
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

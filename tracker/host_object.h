@@ -10,7 +10,7 @@
 
 #include "veltrano/value.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// A reference to an immutable object, or nil. Copies share the object, which lives as long as the
 /// last of them; they may be made, used and destroyed on any thread.
@@ -82,4 +82,4 @@ class MutableDictionary {
   std::size_t sizeWhenTidy_ = 0;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

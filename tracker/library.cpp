@@ -4,7 +4,7 @@
 
 #include "veltrano/veltrano.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 constinit std::atomic<Library*> Library::current_{nullptr};
 
@@ -40,4 +40,4 @@ HeartbeatManager& Library::heartbeatManager() {
   return *heartbeatManager_;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -12,7 +12,7 @@
 #include "tracker/tracker.h"
 #include "upload/endpoints.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// A whole library on one platform: all that the facade reaches. A process has one, which is never
 /// destroyed, so that threads may still use it while the process ends. Tests and simulations make
@@ -67,4 +67,4 @@ class Library {
   std::optional<HeartbeatManager> heartbeatManager_;  // guarded by heartbeatMutex_ until it is made
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -3,7 +3,7 @@
 #include "platform/host_callback.h"
 #include "tracker/tracker.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 std::string_view screenOrientationText(int interfaceOrientation) {
@@ -99,4 +99,4 @@ HeartbeatFacts Tracker::heartbeatFacts() const {
   return {superProperties_.snapshot(), getScreenOrientation(), getDeviceOrientation()};
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

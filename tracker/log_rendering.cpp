@@ -9,7 +9,7 @@
 #include "log/log.h"
 #include "properties/flat.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // Escapes one control character, the double quote or the backslash.
@@ -143,4 +143,4 @@ void render(std::string& line, const std::optional<SupportedParameterType>& valu
   line += ')';
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

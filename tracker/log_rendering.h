@@ -6,7 +6,7 @@
 
 #include "veltrano/value.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Text of a host's, in which ill-formed UTF-8 becomes U+FFFD.
 struct HostText {
@@ -17,4 +17,4 @@ void render(std::string& line, HostText text);
 /// "nil", or "Optional" and the debug form in parentheses.
 void render(std::string& line, const std::optional<SupportedParameterType>& value);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -10,7 +10,7 @@
 
 #include "platform/work_queue.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The one flush that is due next. Safe to use from any thread.
 class PendingFlush {
@@ -80,4 +80,4 @@ class PendingFlush {
   Flush pending_;           // guarded by mutex_
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

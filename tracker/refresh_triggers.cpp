@@ -7,7 +7,7 @@
 #include "encoding/utf8.h"
 #include "platform/host_callback.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 std::string decomposed(std::string_view text) {
@@ -45,4 +45,4 @@ bool RefreshTriggers::callHandlerFor(std::string_view eventName) const {
          callHost(pair->handler);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The event names that call the host's refresh handler, together with that handler. They are
 /// replaced and read as one. Safe to use from any thread.
@@ -34,4 +34,4 @@ class RefreshTriggers {
   std::shared_ptr<const Pair> pair_;  // guarded by mutex_; null when nothing can fire
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

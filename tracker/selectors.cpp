@@ -12,7 +12,7 @@
 #include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // take: makes an argument out of an object; false when the argument is to be something else.
@@ -160,4 +160,4 @@ SendResult send(std::string_view selector, std::span<const Object> arguments) {
   return Done();
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

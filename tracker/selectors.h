@@ -10,7 +10,7 @@
 
 #include "tracker/host_object.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The operation has been called; it returned this, or nil.
 struct Done {
@@ -33,4 +33,4 @@ SendResult send(std::string_view selector, std::span<const Object> arguments);
 /// How many arguments `selector` takes; none when there is no such selector.
 std::optional<std::size_t> argumentCount(std::string_view selector);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -6,7 +6,7 @@
 
 #include "properties/property_map.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The properties that every later event carries. Replaced on the work queue alone.
 class SuperProperties {
@@ -33,4 +33,4 @@ class SuperProperties {
   std::shared_ptr<const PropertyMap> properties_ = std::make_shared<PropertyMap>();
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

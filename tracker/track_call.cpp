@@ -7,7 +7,7 @@
 
 #include "tracker/tracker.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 constexpr std::size_t kChunkSize = 4096;
@@ -139,4 +139,4 @@ void TrackCall::run() {
   tracker_.record(eventName.text(), automatic_, carrier, properties, std::move(completion_));
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

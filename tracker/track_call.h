@@ -11,7 +11,7 @@
 #include "tracker/event_encoder.h"
 #include "veltrano/veltrano.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 class Tracker;
 
@@ -52,4 +52,4 @@ class TrackCall final : public Block {
   Chunk& chunk_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

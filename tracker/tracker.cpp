@@ -6,7 +6,7 @@
 #include "properties/parameter_conversion.h"
 #include "tracker/log_rendering.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 Tracker::Tracker(const Endpoints& endpoints,
                  std::function<void(const std::string& uid)> startHeartbeat)
@@ -75,4 +75,4 @@ void Tracker::setPublisherUid(const std::optional<std::string>& uid) {
   setSuperProperties({{"pub_uid", *uid}});
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -21,7 +21,7 @@
 #include "upload/endpoints.h"
 #include "veltrano/veltrano.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The tracker behind the public facade: all its state, and the operations that the facade passes
 /// on. Text that arrives here is well-formed. Public operations are safe from any thread.
@@ -128,4 +128,4 @@ class Tracker {
   RefreshTriggers refreshTriggers_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -6,7 +6,7 @@
 
 #include "veltrano/statistics.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// How an upload ended.
 enum class UploadOutcome {
@@ -99,4 +99,4 @@ class Accounting {
   Statistics statistics_;  // guarded by mutex_
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

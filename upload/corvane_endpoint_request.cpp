@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // The batch as a JSON array, in pieces.
@@ -55,4 +55,4 @@ void CorvaneEndpointRequest::send(std::function<void(UploadOutcome)> completion)
                   });
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

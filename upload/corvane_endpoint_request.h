@@ -7,7 +7,7 @@
 #include "upload/endpoints.h"
 #include "upload/event_record.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// One upload of a batch of events to "/track". Lives for one flush, on the tracker's work queue.
 class CorvaneEndpointRequest {
@@ -26,4 +26,4 @@ class CorvaneEndpointRequest {
   const PropertyMap& superProperties_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -4,7 +4,7 @@
 
 #include "encoding/base64.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 void Endpoints::post(std::string_view path, std::string_view uid,
                      const PropertyMap& superProperties, std::span<const std::string_view> json,
@@ -24,4 +24,4 @@ void Endpoints::post(std::string_view path, std::string_view uid,
   platform.urlSession->postData(std::move(request), std::move(callback));
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -10,7 +10,7 @@
 #include "properties/property_map.h"
 #include "upload/accounting.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The endpoints of the collection host, with what every request to them is made of.
 struct Endpoints {
@@ -27,4 +27,4 @@ struct Endpoints {
   Accounting& accounting;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

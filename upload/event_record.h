@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// One recorded event, kept as the JSON object that goes on the wire,
 /// {"event": name, "properties": {...}}. It is encoded once, when it is recorded: that takes less
@@ -11,4 +11,4 @@ struct EventRecord {
   std::string json;  // empty when the properties cannot be encoded
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -16,6 +16,9 @@
 #include "tracker/library.h"
 
 namespace veltrano {
+
+using namespace internal;
+
 namespace {
 
 constexpr std::string_view kApplicationWillResignActive =

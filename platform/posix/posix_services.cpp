@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 ApplicationState internalState(PosixOptions::ApplicationState state) {
@@ -66,4 +66,4 @@ Platform PosixServices::platform() {
   };
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -16,7 +16,7 @@
 #include "platform/posix/threads/work_queue.h"
 #include "veltrano/posix_platform.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The services of a POSIX system as a host's options describe them. Once a library has used them,
 /// never destroy them: its threads run until the process ends.
@@ -45,4 +45,4 @@ struct PosixServices {
   ZKAuth auth;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

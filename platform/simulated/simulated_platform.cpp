@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 constexpr std::string_view kResourceDirectory = "/Library/Resources";
@@ -91,4 +91,4 @@ Platform SimulatedPlatform::services() {
   };
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -15,7 +15,7 @@
 #include "platform/simulated/simulated_work_queue.h"
 #include "platform/simulated/timeline.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 struct SimulatedClock final : WallClock {
   explicit SimulatedClock(const Timeline& line) : timeline(line) {}
@@ -135,4 +135,4 @@ class SimulatedPlatform {
   SimulatedURLSession network{timeline};
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

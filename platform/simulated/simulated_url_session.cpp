@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 std::string pathOf(const std::string& url) {
@@ -27,4 +27,4 @@ void SimulatedURLSession::postData(PostRequest request, URLSessionCallback callb
   });
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -8,7 +8,7 @@
 #include "platform/simulated/timeline.h"
 #include "platform/url_session.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// How posts to one path are answered.
 struct SimulatedAnswer {
@@ -34,4 +34,4 @@ class SimulatedURLSession final : public ZKURLSessionManager {
   Timeline& timeline_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

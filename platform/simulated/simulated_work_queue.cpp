@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 SimulatedWorkQueue::SimulatedWorkQueue(Timeline& timeline) : timeline_(timeline) {
   timeline_.addTurn([this] { return runOne(); });
@@ -39,4 +39,4 @@ bool SimulatedWorkQueue::runOne() {
   return true;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -7,7 +7,7 @@
 #include "platform/simulated/timeline.h"
 #include "platform/work_queue.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// A work queue whose blocks run between the entries of a timeline. The two live until neither runs
 /// any more.
@@ -34,4 +34,4 @@ class SimulatedWorkQueue final : public WorkQueue {
   std::function<void()> afterWait_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

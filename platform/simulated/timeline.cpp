@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 void Timeline::addStep(Duration time, Action action) {
   add(time, Kind::step, std::move(action));
@@ -62,4 +62,4 @@ void Timeline::takeTurns() {
     if (++turnsAtInstant_ > kTurnsPerInstant) isRunaway_ = isStopped_ = true;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -8,7 +8,7 @@
 
 #include "encoding/time.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Virtual time: entries that happen in the order of their times, each running to its end, with
 /// nothing but the entries moving the clock. At one time, steps come first in the order in which
@@ -71,4 +71,4 @@ class Timeline {
   bool isRunaway_ = false;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

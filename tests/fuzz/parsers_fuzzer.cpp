@@ -27,12 +27,12 @@ void check(const std::string& path, std::string body) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
-  veltrano::VLTrackingEvent::fromJSON(text);
+  veltrano::internal::VLTrackingEvent::fromJSON(text);
 
   std::string encoded = "data=";
   const std::string_view whole(text);
   const std::string_view pieces[] = {whole.substr(0, size / 3), whole.substr(size / 3)};
-  veltrano::appendBase64(encoded, pieces);
+  veltrano::internal::appendBase64(encoded, pieces);
   for (const char* path : {"/track", "/heartbeat"}) {
     check(path, text);
     check(path, encoded);

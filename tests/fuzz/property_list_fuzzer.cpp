@@ -7,7 +7,7 @@
 #include "platform/posix/storage/property_list.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using veltrano::PropertyList;
+  using veltrano::internal::PropertyList;
   auto list = PropertyList::parse({reinterpret_cast<const char*>(data), size});
   if (!list) return 0;
   list->entries();

@@ -11,7 +11,7 @@
 #include "platform/posix/http/url_session.h"
 #include "tests/support/tls_server.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 struct Outcome {
   std::optional<std::string> data;
@@ -64,4 +64,4 @@ std::shared_ptr<const ZKInterceptor> interceptor(Function function) {
   return std::make_shared<Interceptor<Function>>(std::move(function));
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -5,7 +5,7 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 Json decodedBody(const std::string& body) {
@@ -60,4 +60,4 @@ std::string text(const rapidjson::Value& object, std::string_view key) {
   return buffer.GetString();
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

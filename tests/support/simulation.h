@@ -13,7 +13,7 @@
 #include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 using Json = rapidjson::Document;
 
@@ -72,4 +72,4 @@ class Simulation {
 /// The value under `key` as compact JSON text; "absent" when there is none.
 std::string text(const rapidjson::Value& object, std::string_view key);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -6,7 +6,7 @@
 
 #include <cstdio>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 SSL_CTX* makeServerContext(const TLSCertificate& options, const std::string& pemFile) {
   EVP_PKEY* const key = options.rsaBits > 0 ? EVP_RSA_gen(options.rsaBits) : EVP_EC_gen("P-256");
@@ -48,4 +48,4 @@ std::string publicKeyPin(const SSL_CTX* context) {
   return std::string("sha256//") + reinterpret_cast<const char*>(text);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

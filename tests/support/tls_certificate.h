@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// A self-signed certificate that is made for one test; it is its own authority.
 struct TLSCertificate {
@@ -19,4 +19,4 @@ SSL_CTX* makeServerContext(const TLSCertificate& certificate, const std::string&
 /// The pin of the public key that a server with `context` has, "sha256//...".
 std::string publicKeyPin(const SSL_CTX* context);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

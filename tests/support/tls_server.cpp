@@ -7,7 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 TLSServer::TLSServer(Handler handler, TLSServerOptions options)
     : handler_(std::move(handler)),
@@ -144,4 +144,4 @@ std::string TLSServer::readRequest(SSL* tls) const {
   return text;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

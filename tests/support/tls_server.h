@@ -12,7 +12,7 @@
 
 #include "tests/support/tls_certificate.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 struct TLSReply {
   std::string bytes;  // the whole response, head and body; when empty, the client waits
@@ -72,4 +72,4 @@ class TLSServer {
   std::thread acceptor_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

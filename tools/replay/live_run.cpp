@@ -20,25 +20,26 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 
 // Traces each post and hands it on.
-class TracingURLSession final : public veltrano::ZKURLSessionManager {
+class TracingURLSession final : public veltrano::internal::ZKURLSessionManager {
  public:
-  TracingURLSession(Trace& trace, veltrano::ZKURLSessionManager& session)
+  TracingURLSession(Trace& trace, veltrano::internal::ZKURLSessionManager& session)
       : trace_(trace), session_(session) {}
 
-  void postData(veltrano::PostRequest request, veltrano::URLSessionCallback callback) override {
+  void postData(veltrano::internal::PostRequest request,
+                veltrano::internal::URLSessionCallback callback) override {
     trace_.posted(request);
     session_.postData(std::move(request), std::move(callback));
   }
 
  private:
   Trace& trace_;
-  veltrano::ZKURLSessionManager& session_;
+  veltrano::internal::ZKURLSessionManager& session_;
 };
 
 // Traces each writing and hands it on.
-class TracingDefaults final : public veltrano::UserDefaults {
+class TracingDefaults final : public veltrano::internal::UserDefaults {
  public:
-  TracingDefaults(Trace& trace, veltrano::UserDefaults& defaults)
+  TracingDefaults(Trace& trace, veltrano::internal::UserDefaults& defaults)
       : trace_(trace), defaults_(defaults) {}
 
   double doubleForKey(std::string_view key) const override { return defaults_.doubleForKey(key); }
@@ -52,11 +53,11 @@ class TracingDefaults final : public veltrano::UserDefaults {
 
  private:
   Trace& trace_;
-  veltrano::UserDefaults& defaults_;
+  veltrano::internal::UserDefaults& defaults_;
 };
 
 // Wi-Fi as the scenario says, not as the machine has it.
-class ScriptedConnectivity final : public veltrano::ZKConnectivityManager {
+class ScriptedConnectivity final : public veltrano::internal::ZKConnectivityManager {
  public:
   bool isReachableOnWiFi() const override { return isOnWiFi; }
 
@@ -86,8 +87,8 @@ class LiveStage final : public Stage {
       : trace_([this] { return now(); }, writeLine, bodies),
         posix_(posixOptions(configuration, options, trace_)) {}
 
-  veltrano::Platform services() {
-    veltrano::Platform platform = posix_.platform();
+  veltrano::internal::Platform services() {
+    veltrano::internal::Platform platform = posix_.platform();
     platform.userDefaults = &defaults_;
     platform.connectivity = &connectivity_;
     platform.urlSession = &session_;
@@ -107,7 +108,7 @@ class LiveStage final : public Stage {
       posix_.identifiers.setAdvertisingIdentifier(change.advertisingIdentifier);
   }
 
-  void setApplicationState(veltrano::ApplicationState state) override {
+  void setApplicationState(veltrano::internal::ApplicationState state) override {
     posix_.application.setState(state);
   }
   void setInterfaceOrientation(int value) override {
@@ -117,8 +118,8 @@ class LiveStage final : public Stage {
   void postNotification(const std::string& name) override { posix_.notificationCenter.post(name); }
 
   // A live scenario has no such steps.
-  void setAnswer(const std::string&, const veltrano::SimulatedAnswer&) override {}
-  void jumpClock(veltrano::Duration) override {}
+  void setAnswer(const std::string&, const veltrano::internal::SimulatedAnswer&) override {}
+  void jumpClock(veltrano::internal::Duration) override {}
 
   void runWithoutRunLoop(const std::function<void()>& action) override {
     std::thread(action).join();
@@ -130,13 +131,13 @@ class LiveStage final : public Stage {
     std::fflush(stdout);
   }
 
-  veltrano::Duration now() const {
-    return std::chrono::duration_cast<veltrano::Duration>(SteadyClock::now() - start_);
+  veltrano::internal::Duration now() const {
+    return std::chrono::duration_cast<veltrano::internal::Duration>(SteadyClock::now() - start_);
   }
 
   const SteadyClock::time_point start_ = SteadyClock::now();
   Trace trace_;
-  veltrano::PosixServices posix_;
+  veltrano::internal::PosixServices posix_;
   TracingDefaults defaults_{trace_, posix_.userDefaults};
   ScriptedConnectivity connectivity_;
   TracingURLSession session_{trace_, posix_.urlSession};
@@ -160,11 +161,11 @@ void runLive(const Scenario& scenario, const LiveOptions& options, Bodies bodies
 
   // Never destroyed: the library's threads use it until the process ends.
   auto& stage = *new LiveStage(scenario.configuration, complete, bodies);
-  bool goesOn = veltrano::Library::install(stage.services());
+  bool goesOn = veltrano::internal::Library::install(stage.services());
   auto& loop = veltrano::RunLoop::current();
   for (const Step& step : scenario.steps) {
     if (!goesOn) break;
-    loop.runUntil(veltrano::dueTime(stage.start(), step.at));
+    loop.runUntil(veltrano::internal::dueTime(stage.start(), step.at));
     goesOn = step.action(stage);
   }
   if (!temporary.empty()) {

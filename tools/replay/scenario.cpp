@@ -12,7 +12,7 @@
 namespace replay {
 namespace {
 
-using veltrano::SimulatedAnswer;
+using veltrano::internal::SimulatedAnswer;
 
 // An action that does not end the run.
 template <class Work>
@@ -36,7 +36,7 @@ Action readDevice(const StepFields& fields) {
 }
 
 Action readApplicationState(const StepFields& fields) {
-  using veltrano::ApplicationState;
+  using veltrano::internal::ApplicationState;
   static const std::map<std::string, ApplicationState> states = {
       {"active", ApplicationState::active},
       {"inactive", ApplicationState::inactive},
@@ -268,7 +268,7 @@ void readStep(const std::string& line, World world, bool isFirst, Scenario& scen
   const StepFields fields(json, json.root());
   Step step;
   if (fields.has("at")) step.at = fields.duration("at");
-  if (step.at < veltrano::Duration::zero()) throw ScenarioError("\"at\" is negative");
+  if (step.at < veltrano::internal::Duration::zero()) throw ScenarioError("\"at\" is negative");
   if (!scenario.steps.empty() && step.at < scenario.steps.back().at)
     throw ScenarioError("\"at\" is decreasing");
   if (isFirst && fields.string("op") == "configure") {

@@ -13,7 +13,7 @@ namespace replay {
 using Action = std::function<bool(Stage&)>;
 
 struct Step {
-  veltrano::Duration at{0};
+  veltrano::internal::Duration at{0};
   Action action;
 };
 

@@ -7,7 +7,7 @@
 
 namespace replay {
 
-using veltrano::SimulatedPlatform;
+using veltrano::internal::SimulatedPlatform;
 
 class SimulatedWorld::SimulatedStage final : public Stage {
  public:
@@ -21,7 +21,7 @@ class SimulatedWorld::SimulatedStage final : public Stage {
   }
 
   SimulatedPlatform& platform() { return platform_; }
-  veltrano::Library& library() { return library_; }
+  veltrano::internal::Library& library() { return library_; }
 
   void configure(const Configuration& configuration) {
     platform_.clock.start = configuration.startTime;
@@ -46,7 +46,7 @@ class SimulatedWorld::SimulatedStage final : public Stage {
     device.identifier = change.advertisingIdentifier.value_or(device.identifier);
   }
 
-  void setApplicationState(veltrano::ApplicationState state) override {
+  void setApplicationState(veltrano::internal::ApplicationState state) override {
     platform_.device.applicationState = state;
   }
   void setInterfaceOrientation(int value) override { platform_.device.screenOrientation = value; }
@@ -54,12 +54,13 @@ class SimulatedWorld::SimulatedStage final : public Stage {
   void postNotification(const std::string& name) override {
     platform_.notificationCenter.post(name);
   }
-  void setAnswer(const std::string& path, const veltrano::SimulatedAnswer& answer) override {
+  void setAnswer(const std::string& path,
+                 const veltrano::internal::SimulatedAnswer& answer) override {
     platform_.network.answers[path] = answer;
   }
-  void jumpClock(veltrano::Duration distance) override {
+  void jumpClock(veltrano::internal::Duration distance) override {
     // Far beyond any calendar, but no further than the arithmetic of clocks goes.
-    constexpr veltrano::Duration kFarthest = std::chrono::seconds(4'000'000'000'000);
+    constexpr veltrano::internal::Duration kFarthest = std::chrono::seconds(4'000'000'000'000);
     auto& jumped = platform_.clock.jumped;
     jumped = std::clamp(jumped + distance, -kFarthest, kFarthest);
   }
@@ -73,23 +74,24 @@ class SimulatedWorld::SimulatedStage final : public Stage {
  private:
   SimulatedPlatform platform_;
   Trace trace_;
-  veltrano::Library library_{platform_.services()};
+  veltrano::internal::Library library_{platform_.services()};
 };
 
 SimulatedWorld::SimulatedWorld(const Trace::Write& write, Bodies bodies)
     : stage_(*new SimulatedStage(write, bodies)) {
-  veltrano::Library::exchangeCurrent(&stage_.library());
+  veltrano::internal::Library::exchangeCurrent(&stage_.library());
 }
 
 bool SimulatedWorld::play(const Scenario& scenario) {
   stage_.configure(scenario.configuration);
-  veltrano::Timeline& timeline = stage_.platform().timeline;
+  veltrano::internal::Timeline& timeline = stage_.platform().timeline;
   const auto start = timeline.begin();
   for (const Step& step : scenario.steps)
     timeline.addStep(start + step.at, [&] {
       if (!step.action(stage_)) timeline.stop();
     });
-  const auto last = scenario.steps.empty() ? veltrano::Duration::zero() : scenario.steps.back().at;
+  const auto last =
+      scenario.steps.empty() ? veltrano::internal::Duration::zero() : scenario.steps.back().at;
   const auto end = start + last + std::chrono::hours(1);
   timeline.addStep(end, [&] { timeline.stop(); });
   timeline.runUntil(end);

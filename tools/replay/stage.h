@@ -16,8 +16,8 @@ namespace replay {
 
 /// How the platform is set up before anything happens.
 struct Configuration {
-  veltrano::Duration startTime = std::chrono::seconds(1'700'000'000);
-  veltrano::ScreenSize screen{390, 844};
+  veltrano::internal::Duration startTime = std::chrono::seconds(1'700'000'000);
+  veltrano::internal::ScreenSize screen{390, 844};
   std::string systemName = "iOS";
   std::string systemVersion = "17.0";
   std::string machine = "iPhone15,2";
@@ -45,12 +45,13 @@ class Stage {
   virtual Trace& trace() = 0;
 
   virtual void change(const DeviceChange& device) = 0;
-  virtual void setApplicationState(veltrano::ApplicationState state) = 0;
+  virtual void setApplicationState(veltrano::internal::ApplicationState state) = 0;
   virtual void setInterfaceOrientation(int value) = 0;
   virtual void setDeviceOrientation(int value) = 0;
   virtual void postNotification(const std::string& name) = 0;
-  virtual void setAnswer(const std::string& path, const veltrano::SimulatedAnswer& answer) = 0;
-  virtual void jumpClock(veltrano::Duration distance) = 0;
+  virtual void setAnswer(const std::string& path,
+                         const veltrano::internal::SimulatedAnswer& answer) = 0;
+  virtual void jumpClock(veltrano::internal::Duration distance) = 0;
 
   /// Runs `action` on a thread that runs no run loop.
   virtual void runWithoutRunLoop(const std::function<void()>& action) = 0;

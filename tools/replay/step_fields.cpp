@@ -58,11 +58,11 @@ double StepFields::number(std::string_view key) const {
   return parsedNumber<double>(require(key, Kind::number, "a number").text, key);
 }
 
-veltrano::Duration StepFields::duration(std::string_view key) const {
+veltrano::internal::Duration StepFields::duration(std::string_view key) const {
   constexpr double kLongest = 1e12;
   const double seconds = number(key);
   if (std::abs(seconds) > kLongest) fail(key, "is out of range");
-  return veltrano::durationFromSeconds(seconds);
+  return veltrano::internal::durationFromSeconds(seconds);
 }
 
 veltrano::HostValue StepFields::value(std::string_view key) const {

@@ -28,7 +28,7 @@ class StepFields {
   double number(std::string_view key) const;
 
   /// Seconds, in whole microseconds.
-  veltrano::Duration duration(std::string_view key) const;
+  veltrano::internal::Duration duration(std::string_view key) const;
 
   veltrano::HostValue value(std::string_view key) const;
   veltrano::HostMap map(std::string_view key) const;

@@ -41,7 +41,7 @@ std::string decodedBody(const std::string& body) {
 }
 
 // Seconds with as many decimals as it takes.
-std::string secondsText(veltrano::Duration time) {
+std::string secondsText(veltrano::internal::Duration time) {
   char text[40];
   std::snprintf(text, sizeof text, "%" PRId64 ".%06" PRId64,
                 static_cast<std::int64_t>(time.count() / 1'000'000),
@@ -54,7 +54,7 @@ std::string secondsText(veltrano::Duration time) {
 
 }  // namespace
 
-Trace::Trace(std::function<veltrano::Duration()> now, Write write, Bodies bodies)
+Trace::Trace(std::function<veltrano::internal::Duration()> now, Write write, Bodies bodies)
     : now_(std::move(now)), write_(std::move(write)), bodies_(bodies) {}
 
 template <class WriteMembers>
@@ -79,14 +79,14 @@ void Trace::logged(std::string_view line) {
   });
 }
 
-void Trace::posted(const veltrano::PostRequest& request) {
+void Trace::posted(const veltrano::internal::PostRequest& request) {
   add([&](Writer& writer) {
     writer.Key("post");
     writer.StartObject();
     writer.Key("url");
     writeText(writer, request.baseURL);
     writer.Key("method");
-    writer.String(request.httpMethod == veltrano::HTTPMethod::post ? "POST" : "GET");
+    writer.String(request.httpMethod == veltrano::internal::HTTPMethod::post ? "POST" : "GET");
     writer.Key("query");
     writeMap(writer, request.qsParameters);
     writer.Key("headers");

@@ -22,10 +22,10 @@ class Trace {
 
   /// `now` answers the time since the start of the scenario; `write` takes each line, line feed
   /// included.
-  Trace(std::function<veltrano::Duration()> now, Write write, Bodies bodies);
+  Trace(std::function<veltrano::internal::Duration()> now, Write write, Bodies bodies);
 
   void logged(std::string_view line);
-  void posted(const veltrano::PostRequest& request);
+  void posted(const veltrano::internal::PostRequest& request);
   void completed(const std::string& label, bool result);
   void handled(const std::string& label);
   void wroteDefaults(const std::string& key, double value);
@@ -39,7 +39,7 @@ class Trace {
   template <class WriteMembers>
   void add(const WriteMembers& writeMembers);
 
-  const std::function<veltrano::Duration()> now_;
+  const std::function<veltrano::internal::Duration()> now_;
   const Write write_;
   const Bodies bodies_;
   std::mutex mutex_;  // keeps the lines in the order of their times

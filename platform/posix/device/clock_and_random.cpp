@@ -5,7 +5,7 @@
 
 #include <random>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 WallTime PosixClock::now() const {
   return {std::chrono::floor<Duration>(std::chrono::system_clock::now().time_since_epoch())};
@@ -27,4 +27,4 @@ RandomBytes PosixRandomSource::bytes() {
   return bytes;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -3,7 +3,7 @@
 #include "platform/clock.h"
 #include "platform/random_source.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 class PosixClock final : public WallClock {
  public:
@@ -16,4 +16,4 @@ class PosixRandomSource final : public RandomSource {
   RandomBytes bytes() override;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -15,7 +15,7 @@
 #include "platform/posix/storage/files.h"
 #include "platform/posix/threads/background_thread.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using Fields = std::vector<std::string_view>;
@@ -146,4 +146,4 @@ bool isWirelessLinkUp(const std::string& interface, const std::string& sysfs) {
   return state.starts_with("up") || state.starts_with("unknown");
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

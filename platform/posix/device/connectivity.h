@@ -6,7 +6,7 @@
 
 #include "platform/connectivity.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Reports Wi-Fi when the default route uses a wireless interface whose link is up.
 class PosixConnectivity final : public ZKConnectivityManager {
@@ -33,4 +33,4 @@ std::string defaultRouteInterface(std::string_view ipv4Routes, std::string_view 
 /// up. A route may outlive the link by minutes.
 bool isWirelessLinkUp(const std::string& interface, const std::string& sysfs);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 PosixDevice::PosixDevice(std::optional<std::string> systemName,
                          std::optional<std::string> systemVersion) {
@@ -58,4 +58,4 @@ std::optional<std::string> canonicalUUID(std::string_view text) {
   return canonical;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -15,7 +15,7 @@
 #include "platform/telephony.h"
 #include "platform/tracking.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 class PosixApplication final : public Application {
  public:
@@ -103,4 +103,4 @@ class PosixIdentifiers final : public ASIdentifierManager {
 /// The canonical text of the UUID that `text` stands for; none when it stands for none.
 std::optional<std::string> canonicalUUID(std::string_view text);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

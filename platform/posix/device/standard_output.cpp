@@ -10,7 +10,7 @@
 
 #include "platform/host_callback.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // Blocks SIGPIPE on this thread and consumes one that is raised meanwhile. A write into a pipe that
@@ -59,4 +59,4 @@ void PosixStandardOutput::writeLine(std::string_view line) {
   std::fflush(stdout);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -5,7 +5,7 @@
 
 #include "platform/standard_output.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Writes to `stdout`, or to `sink` when there is one; what the sink throws is dropped.
 class PosixStandardOutput final : public StandardOutput {
@@ -18,4 +18,4 @@ class PosixStandardOutput final : public StandardOutput {
   const std::function<void(std::string_view)> sink_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -9,7 +9,7 @@
 #include "platform/host_callback.h"
 #include "platform/posix/threads/fork.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Asks the host for the token of the user's session.
 class ZKAuthTokenRepository final : public SessionTokenProvider {
@@ -30,4 +30,4 @@ class ZKAuthTokenRepository final : public SessionTokenProvider {
 
 class ZKAuth final : public UserSessionManager {};
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

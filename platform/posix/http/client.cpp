@@ -13,7 +13,7 @@
 
 extern "C" void __tsan_init() __attribute__((weak));  // there when ThreadSanitizer is
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // How often the thread looks up from a silent peer, to see whether it is to stop.
@@ -91,4 +91,4 @@ TransferResult HTTPClient::send(const Attempt& attempt, const std::atomic<bool>&
   return transfer.result(code);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -8,7 +8,7 @@
 
 #include "platform/posix/http/transfer.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Sends requests over HTTPS, one after the other, and keeps the connection for the next. For one
 /// thread, which the client owns: the thread's descriptors are no longer those of the process.
@@ -31,4 +31,4 @@ class HTTPClient {
   std::unique_ptr<CURLM, CURLMcode (*)(CURLM*)> multi_{nullptr, curl_multi_cleanup};
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -10,7 +10,7 @@
 #include "platform/posix/threads/background_thread.h"
 #include "platform/posix/threads/fork.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 constexpr std::size_t kMostPosts = 256;  // later ones fail
@@ -349,4 +349,4 @@ void Endpoint::wait(Lock& lock, Clock::time_point until) {
   }
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -14,7 +14,7 @@
 #include "platform/posix/http/transfer.h"
 #include "platform/posix/http/url_session.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The posts to one endpoint, on three threads: one prepares attempts, which may block in the
 /// host's interceptor or in a name lookup, one sends them, one after the other, and one calls back.
@@ -92,4 +92,4 @@ class Endpoint : public std::enable_shared_from_this<Endpoint> {
   bool reporterRuns_ = false;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

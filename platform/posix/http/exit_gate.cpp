@@ -11,7 +11,7 @@
 
 #include "platform/posix/threads/fork.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // The longest that the host's exit is held up, when a network thread is slow to leave libcurl.
@@ -70,4 +70,4 @@ void ExitGate::close() {
   gate().left.wait_for(lock, kLongestWait, [] { return gate().inside == 0; });
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

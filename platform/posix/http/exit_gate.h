@@ -1,6 +1,6 @@
 #pragma once
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Keeps the library's threads out of libcurl, OpenSSL and the host once the process exits, when
 /// what these use may be torn down. Exit waits only for a thread that is in libcurl, and that works
@@ -38,4 +38,4 @@ class ExitGate {
   static void close();
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -9,7 +9,7 @@
 #include <memory>
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 constexpr std::chrono::minutes kKeptFor{1};
@@ -68,4 +68,4 @@ std::optional<std::string> NameLookup::addresses(const std::string& url, const c
   return key + known.addresses;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

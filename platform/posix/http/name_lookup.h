@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Looks up host names on the calling thread, in place of libcurl, which would start a thread for
 /// each lookup and leave it behind when the lookup does not end. For one thread.
@@ -29,4 +29,4 @@ class NameLookup {
   std::map<std::string, Known> known_;  // by "host:port:"
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

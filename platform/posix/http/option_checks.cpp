@@ -6,7 +6,7 @@
 #include <charconv>
 #include <string>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 bool isLetterOrDigit(char c) {
@@ -80,4 +80,4 @@ bool isPublicKeyPin(std::string_view text) {
   }
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

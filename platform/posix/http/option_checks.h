@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Whether `text` is a host, or a host and a port: "example.com", "10.0.0.1:8443", "[::1]:80".
 bool isCollectionHost(std::string_view text);
@@ -15,4 +15,4 @@ bool isProxy(std::string_view text);
 /// semicolons.
 bool isPublicKeyPin(std::string_view text);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

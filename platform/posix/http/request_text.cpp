@@ -4,7 +4,7 @@
 #include <iterator>
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // Spelled out, since <cctype> asks the host's locale.
@@ -82,4 +82,4 @@ std::vector<std::string> headerLines(const std::map<std::string, std::string>& h
   return lines;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// `baseURL`, which has no query, with one made of `parameters`, percent-encoded. Without
 /// parameters it stays as it is.
@@ -17,4 +17,4 @@ std::string urlWithQuery(std::string_view baseURL,
 /// is kept.
 std::vector<std::string> headerLines(const std::map<std::string, std::string>& headers);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

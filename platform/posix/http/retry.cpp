@@ -8,7 +8,7 @@
 #include <ctime>
 #include <system_error>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // Longer than any request may take, and short enough to calculate with.
@@ -53,4 +53,4 @@ std::optional<Duration> parseRetryAfter(const std::string& text, WallTime now) {
   return std::clamp<Duration>(until - now, Duration::zero(), kLongestDelay);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

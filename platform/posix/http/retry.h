@@ -7,7 +7,7 @@
 
 #include "encoding/time.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// How one attempt at a request ended, as far as another attempt depends on it.
 struct AttemptResult {
@@ -33,4 +33,4 @@ std::optional<Duration> delayBeforeRetry(const AttemptResult& attempt, const Ret
 /// date, zero when that has passed. None when it is neither.
 std::optional<Duration> parseRetryAfter(const std::string& text, WallTime now);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

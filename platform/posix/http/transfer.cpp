@@ -11,7 +11,7 @@
 
 #include "platform/posix/http/request_text.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 constexpr std::size_t kMostBodyBytes = std::size_t{1} << 20;
@@ -256,4 +256,4 @@ TransferResult HTTPTransfer::result(CURLcode code) {
   return result;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

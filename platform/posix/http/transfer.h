@@ -11,7 +11,7 @@
 #include "platform/posix/http/retry.h"
 #include "platform/posix/http/url_session.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// One attempt at a request.
 struct Attempt {
@@ -84,4 +84,4 @@ class HTTPTransfer {
   std::string received_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

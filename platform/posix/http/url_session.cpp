@@ -8,7 +8,7 @@
 #include "platform/posix/http/endpoint.h"
 #include "platform/posix/threads/fork.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 std::string firstVariable(std::initializer_list<const char*> names) {
@@ -63,4 +63,4 @@ Endpoint& PosixURLSession::endpointFor(const std::string& baseURL) {
   return *endpoints_.back().endpoint;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

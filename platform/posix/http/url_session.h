@@ -10,7 +10,7 @@
 #include "encoding/time.h"
 #include "platform/url_session.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 class Endpoint;
 
@@ -60,4 +60,4 @@ class PosixURLSession final : public ZKURLSessionManager {
   std::array<OwnEndpoint, 2> endpoints_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -10,7 +10,7 @@
 #include "platform/posix/storage/files.h"
 #include "platform/posix/storage/property_list.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 namespace fs = std::filesystem;
@@ -66,4 +66,4 @@ std::optional<HostMap> readInfoDictionary(const std::string& path) {
   return list->entries();
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -6,7 +6,7 @@
 
 #include "platform/bundles.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Bundles as directories that hold an Info.plist.
 class PosixBundles final : public Bundles {
@@ -29,4 +29,4 @@ class PosixBundles final : public Bundles {
 /// The dictionary in the property list at `path`; none when there is none.
 std::optional<HostMap> readInfoDictionary(const std::string& path);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 constexpr std::size_t kLargestFile = 4 << 20;
@@ -114,4 +114,4 @@ bool replaceFile(const std::string& path, std::string_view contents) {
   return true;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Tells one state of a file from another without reading it.
 struct FileStamp {
@@ -35,4 +35,4 @@ FileContents readFile(const std::string& path);
 /// one. False when that fails; the file is then as it was.
 bool replaceFile(const std::string& path, std::string_view contents);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

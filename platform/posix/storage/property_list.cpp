@@ -4,7 +4,7 @@
 #include <system_error>
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using Kind = PropertyListNode::Kind;
@@ -65,4 +65,4 @@ HostMap PropertyList::entries() const {
   return entries;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -7,7 +7,7 @@
 #include "platform/posix/storage/property_list_tree.h"
 #include "veltrano/value.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// A property list whose root is a dictionary. Independent of the host's locale.
 class PropertyList {
@@ -33,4 +33,4 @@ class PropertyList {
   PropertyListNode root_;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -13,7 +13,7 @@
 #include "platform/posix/storage/property_list_tree.h"
 #include "veltrano/scalars.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using Kind = PropertyListNode::Kind;
@@ -212,4 +212,4 @@ PropertyListNode readBinaryPropertyList(std::string_view bytes) {
   return Reader(bytes).read();
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// An element of a property list's XML form. The binary form is read into the same elements.
 struct PropertyListNode {
@@ -45,4 +45,4 @@ PropertyListNode readBinaryPropertyList(std::string_view bytes);
 
 std::string xmlOf(const PropertyListNode& root);
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

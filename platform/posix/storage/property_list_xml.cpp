@@ -10,7 +10,7 @@
 
 #include "platform/posix/storage/property_list_tree.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 using Kind = PropertyListNode::Kind;
@@ -197,4 +197,4 @@ std::string xmlOf(const PropertyListNode& root) {
   return xml;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

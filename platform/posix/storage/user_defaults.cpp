@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 PosixUserDefaults::PosixUserDefaults(std::string path) : path_(std::move(path)) {}
 
@@ -82,4 +82,4 @@ void PosixUserDefaults::writeFile() {
   }
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

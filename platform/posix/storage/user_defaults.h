@@ -11,7 +11,7 @@
 #include "platform/posix/storage/property_list.h"
 #include "platform/user_defaults.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// User defaults in one property-list file. The file is read again when it has changed, and
 /// replaced as a whole with every change; its other entries stay. A damaged file is set aside, as
@@ -43,4 +43,4 @@ class PosixUserDefaults final : public UserDefaults {
   mutable std::optional<FileStamp> readStamp_;  // of the file as last read
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

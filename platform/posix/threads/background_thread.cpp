@@ -9,7 +9,7 @@
 
 #include "platform/host_callback.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 struct Start {
@@ -51,4 +51,4 @@ bool startBackgroundThread(std::string_view name, std::function<void()> body) {
   return started;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -4,7 +4,7 @@
 #include <tuple>
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 bool DelayedItems::isLater(const Entry& a, const Entry& b) {
   return std::tie(a.due, a.order) > std::tie(b.due, b.order);
@@ -48,4 +48,4 @@ std::shared_ptr<WorkItem> DelayedItems::takeFirst() {
   return item;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

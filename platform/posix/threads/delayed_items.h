@@ -9,7 +9,7 @@
 
 #include "platform/work_item.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Work that waits for its time. The owner keeps concurrent calls apart. Items that are given back
 /// may hold the host's objects: let go of them only when no lock is held.
@@ -49,4 +49,4 @@ class DelayedItems {
   std::size_t clearAt_ = 16;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -5,7 +5,7 @@
 
 #include "encoding/time.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// The instant `delay` after `now`; no earlier than `now`, and at most a century later, which keeps
 /// every clock reading and system call within its range.
@@ -15,4 +15,4 @@ inline std::chrono::steady_clock::time_point dueTime(std::chrono::steady_clock::
   return now + std::clamp(delay, Duration::zero(), kLongest);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -2,11 +2,11 @@
 
 #include <pthread.h>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 void watchForks() {
   static const int registered = pthread_atfork(nullptr, nullptr, [] { hasBeenForked.store(true); });
   static_cast<void>(registered);  // fails for want of memory only; then forks go unnoticed
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

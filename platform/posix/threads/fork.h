@@ -5,9 +5,9 @@
 
 #include "platform/host_callback.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Begins to notice forks. Safe to call from any thread and more than once.
 void watchForks();
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

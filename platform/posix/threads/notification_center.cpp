@@ -4,7 +4,7 @@
 
 #include "platform/host_callback.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 void PosixNotificationCenter::addObserver(std::string_view name, std::function<void()> observer) {
   auto shared = std::make_shared<const std::function<void()>>(std::move(observer));
@@ -23,4 +23,4 @@ void PosixNotificationCenter::post(std::string_view name) const {
     if (!callHost(*observer)) return;
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

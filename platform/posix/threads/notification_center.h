@@ -10,7 +10,7 @@
 
 #include "platform/notification_center.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 class PosixNotificationCenter final : public NotificationCenter {
  public:
@@ -26,4 +26,4 @@ class PosixNotificationCenter final : public NotificationCenter {
   std::map<std::string, Observers, std::less<>> observers_;  // guarded by mutex_
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

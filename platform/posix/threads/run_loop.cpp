@@ -8,7 +8,7 @@
 #include "platform/host_callback.h"
 #include "platform/posix/threads/due_time.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 // A plain pointer, so that it can still be asked while the thread's other objects are destroyed.
@@ -196,4 +196,4 @@ std::shared_ptr<Timer> PosixTimers::schedule(Duration delay, Duration tolerance,
   return PosixRunLoop::ofThisThread()->schedule(delay, tolerance, std::move(action));
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -16,7 +16,7 @@
 #include "platform/timer.h"
 #include "veltrano/posix_platform.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// One thread's run loop: functions in the order of their coming, then timers in the order of their
 /// due times. No lock is held while any of them runs or is destroyed. Does nothing in a forked
@@ -76,4 +76,4 @@ class PosixTimers final : public Timers {
                                   std::function<void()> action) override;
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace veltrano {
+namespace veltrano::internal {
 
 Block* Submissions::takeOldest() {
   const auto afterOldest = [this] { return oldest_->next.load(std::memory_order_acquire); };
@@ -22,4 +22,4 @@ Block* Submissions::takeOldest() {
   return std::exchange(oldest_, next);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

@@ -4,7 +4,7 @@
 
 #include "platform/work_queue.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// Blocks on their way from any thread to the one that runs them, in the order of submission. A
 /// linked list to whose end a submitter hangs its block in two steps, neither of which waits: it
@@ -43,4 +43,4 @@ class Submissions {
   std::atomic<Block*> newest_{&placeholder_};
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

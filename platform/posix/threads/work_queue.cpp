@@ -10,7 +10,7 @@
 #include "platform/posix/threads/background_thread.h"
 #include "platform/posix/threads/due_time.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 namespace {
 
 constexpr std::chrono::microseconds kNap{400};
@@ -151,4 +151,4 @@ void PosixWorkQueue::sleep() {
   state_.store(State::awake);
 }
 
-}  // namespace veltrano
+}  // namespace veltrano::internal

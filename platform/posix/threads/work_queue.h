@@ -10,7 +10,7 @@
 #include "platform/posix/threads/submissions.h"
 #include "platform/work_queue.h"
 
-namespace veltrano {
+namespace veltrano::internal {
 
 /// A serial queue on a thread of its own, which starts with the first submission. Blocks run and
 /// are destroyed there; what they throw is dropped. Never destroy a queue that has been used.
@@ -51,4 +51,4 @@ class PosixWorkQueue final : public WorkQueue {
   DelayedItems delayed_;  // guarded by mutex_
 };
 
-}  // namespace veltrano
+}  // namespace veltrano::internal
