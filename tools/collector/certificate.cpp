@@ -60,11 +60,34 @@ Certificate makeCertificate() {
   return made;
 }
 
-void writePEM(const Certificate& certificate, const std::filesystem::path& file) {
-  const std::unique_ptr<BIO, Releaser<BIO_free_all>> output(BIO_new_file(file.c_str(), "w"));
-  if (!output || PEM_write_bio_X509(output.get(), certificate.certificate.get()) != 1 ||
-      BIO_flush(output.get()) != 1)
-    throw std::runtime_error("the certificate cannot be written to " + file.string());
+void writePEM(const Certificate& certificate, const std::filesystem::path& file,
+              const std::filesystem::path& keyFile) {
+  const auto write = [](const std::filesystem::path& to, auto content) {
+    const std::unique_ptr<BIO, Releaser<BIO_free_all>> output(BIO_new_file(to.c_str(), "w"));
+    if (!output || content(output.get()) != 1 || BIO_flush(output.get()) != 1)
+      throw std::runtime_error(to.string() + " cannot be written");
+  };
+  write(file,
+        [&](BIO* output) { return PEM_write_bio_X509(output, certificate.certificate.get()); });
+  if (keyFile.empty()) return;
+  write(keyFile, [&](BIO* output) {
+    std::filesystem::permissions(
+        keyFile, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    return PEM_write_bio_PrivateKey(output, certificate.key.get(), nullptr, nullptr, 0, nullptr,
+                                    nullptr);
+  });
+}
+
+Certificate readPEM(const std::filesystem::path& file, const std::filesystem::path& keyFile) {
+  const std::unique_ptr<BIO, Releaser<BIO_free_all>> input(BIO_new_file(file.c_str(), "r"));
+  const std::unique_ptr<BIO, Releaser<BIO_free_all>> keyInput(BIO_new_file(keyFile.c_str(), "r"));
+  if (!input || !keyInput) return {};
+  Certificate read{decltype(Certificate::key)(
+                       PEM_read_bio_PrivateKey(keyInput.get(), nullptr, nullptr, nullptr)),
+                   decltype(Certificate::certificate)(
+                       PEM_read_bio_X509(input.get(), nullptr, nullptr, nullptr))};
+  if (!read.key || !read.certificate) return {};
+  return read;
 }
 
 }  // namespace collector

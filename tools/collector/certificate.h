@@ -17,8 +17,7 @@ struct Releaser {
   }
 };
 
-/// A self-signed certificate for this machine's loopback names, and its key. The key is never
-/// written anywhere.
+/// A self-signed certificate for this machine's loopback names, and its key.
 struct Certificate {
   std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>> key;
   std::unique_ptr<X509, Releaser<X509_free>> certificate;
@@ -27,7 +26,12 @@ struct Certificate {
 /// Throws std::runtime_error when it cannot be made.
 Certificate makeCertificate();
 
-/// Writes the certificate as PEM. Throws std::runtime_error when it cannot be written.
-void writePEM(const Certificate& certificate, const std::filesystem::path& file);
+/// Writes the certificate as PEM, and its key, too, unless `keyFile` is empty. Throws
+/// std::runtime_error when either cannot be written.
+void writePEM(const Certificate& certificate, const std::filesystem::path& file,
+              const std::filesystem::path& keyFile);
+
+/// Reads what `writePEM` wrote; neither member is set when one of the files cannot be read.
+Certificate readPEM(const std::filesystem::path& file, const std::filesystem::path& keyFile);
 
 }  // namespace collector

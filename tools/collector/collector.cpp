@@ -88,7 +88,7 @@ void Collector::collect(const WireRequest& request, const SSL* connection,
   {
     const std::lock_guard lock(mutex_);
     fault = takeFault(faults_, request.path);
-    if (fault.accept) accept(request, message);
+    if (fault.accept) accept(request, message, fault);
   }
   answer(fault, connection, response);
 }
@@ -104,11 +104,12 @@ void Collector::refuse(const WireRequest& request, int status, const std::string
 }
 
 // With mutex_ held, so that requests are reported in the order in which they count.
-void Collector::accept(const WireRequest& request, const WireMessage& message) {
+void Collector::accept(const WireRequest& request, const WireMessage& message, const Fault& fault) {
   ++counters_[counterName(request.path)].accepted;
   if (message.body.IsArray()) eventsAccepted_ += message.body.Size();
+  const int answer = fault.drop ? 0 : fault.status.value_or(200);
   output_ << (isReadable_ ? readableLines(request, message)
-                          : jsonLine(request, message, std::chrono::system_clock::now()))
+                          : jsonLine(request, message, std::chrono::system_clock::now(), answer))
           << std::endl;
 }
 

@@ -46,7 +46,7 @@ class Collector {
   void collect(const WireRequest& request, const SSL* connection, httplib::Response& response);
   void refuse(const WireRequest& request, int status, const std::string& reason,
               httplib::Response& response);
-  void accept(const WireRequest& request, const WireMessage& message);
+  void accept(const WireRequest& request, const WireMessage& message, const Fault& fault);
   void answer(const Fault& fault, const SSL* connection, httplib::Response& response);
   std::string countersJSON();
 

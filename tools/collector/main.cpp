@@ -24,6 +24,7 @@ namespace {
 struct Arguments {
   int port = 0;
   std::string certificateFile;
+  std::string keyFile;
   std::string outputFile;
   std::vector<std::string> faults;
   CollectorOptions options;
@@ -36,6 +37,10 @@ void describe(CLI::App& app, Arguments& arguments) {
   app.add_option("--certificate", arguments.certificateFile,
                  "Where to write the certificate to trust; by default into a directory that is "
                  "removed at the end");
+  app.add_option("--key", arguments.keyFile,
+                 "Where the certificate's key is kept; a collector that starts again with both "
+                 "files keeps its certificate")
+      ->needs("--certificate");
   app.add_option("--output", arguments.outputFile,
                  "Where to append accepted requests; by default the standard output");
   app.add_option_function<std::string>(
@@ -116,8 +121,12 @@ void run(const Arguments& arguments) {
   std::optional<TemporaryDirectory> directory;
   std::filesystem::path certificateFile = arguments.certificateFile;
   if (certificateFile.empty()) certificateFile = directory.emplace().path() / "certificate.pem";
-  const Certificate certificate = makeCertificate();
-  writePEM(certificate, certificateFile);
+  Certificate certificate;
+  if (!arguments.keyFile.empty()) certificate = readPEM(certificateFile, arguments.keyFile);
+  if (!certificate.key) {
+    certificate = makeCertificate();
+    writePEM(certificate, certificateFile, arguments.keyFile);
+  }
 
   std::ofstream file;
   if (!arguments.outputFile.empty()) {

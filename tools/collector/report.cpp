@@ -75,7 +75,7 @@ std::string eventLine(const Value& record) {
 }  // namespace
 
 std::string jsonLine(const WireRequest& request, const WireMessage& message,
-                     std::chrono::system_clock::time_point received) {
+                     std::chrono::system_clock::time_point received, int answer) {
   rapidjson::StringBuffer buffer;
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   writer.StartObject();
@@ -99,6 +99,8 @@ std::string jsonLine(const WireRequest& request, const WireMessage& message,
   writer.Key("received");
   writer.Int64(
       std::chrono::duration_cast<std::chrono::milliseconds>(received.time_since_epoch()).count());
+  writer.Key("answer");
+  writer.Int(answer);
   writer.EndObject();
   return {buffer.GetString(), buffer.GetSize()};
 }

@@ -1,0 +1,141 @@
+// How a host ends, whatever the library is doing: at once, with its own status and without a word.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <future>
+#include <string>
+#include <vector>
+
+#include "tests/support/posting.h"
+
+namespace veltrano::internal {
+namespace {
+
+using Reply = TLSServer::Reply;
+
+#ifdef VELTRANO_SANITIZED
+constexpr bool kIsSanitized = true;  // what the sanitizers do at the end takes longer
+#else
+constexpr bool kIsSanitized = false;
+#endif
+// Ten times what it takes.
+constexpr double kLongestMilliseconds = 500;
+
+struct Pipe {
+  Pipe() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }
+  ~Pipe() {
+    for (const int end : ends) close(end);
+  }
+  int ends[2];
+};
+
+// A port that lets nobody in and turns nobody away: its queue of connections is full.
+class BlackHole {
+ public:
+  BlackHole() {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    for (int& socket : sockets_)
+      socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    bind(sockets_[0], reinterpret_cast<sockaddr*>(&address), size);
+    listen(sockets_[0], 0);
+    getsockname(sockets_[0], reinterpret_cast<sockaddr*>(&address), &size);
+    for (std::size_t i = 1; i < std::size(sockets_); ++i)
+      connect(sockets_[i], reinterpret_cast<sockaddr*>(&address), size);
+    port = ntohs(address.sin_port);
+  }
+  ~BlackHole() {
+    for (const int socket : sockets_) close(socket);
+  }
+  int port;
+
+ private:
+  int sockets_[4];
+};
+
+double millisecondsSince(const timespec& begin) {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return double(now.tv_sec - begin.tv_sec) * 1e3 + double(now.tv_nsec - begin.tv_nsec) / 1e6;
+}
+
+// Returns how long the host took to end.
+double runHost(const std::string& state, const std::string& ending) {
+  const std::string context = state + ", " + ending;
+  Pipe input, output, errors;
+  TLSServer server([&](int) {
+    if (state == "idle" || state == "tracking" || state == "in a completion")
+      return answer("200 OK");
+    EXPECT_EQ(write(input.ends[1], "!", 1), 1);
+    return state == "back-off" ? answer("503 Busy", "", "Retry-After: 20\r\n") : Reply{};
+  });
+  const BlackHole hole;
+  const std::string host =
+      "127.0.0.1:" + std::to_string(state == "black hole" ? hole.port : server.port());
+  std::vector<std::string> words = {ENDING_HOST, state, ending,
+                                    state == "resolving" ? "stuck.invalid" : host,
+                                    server.authorities()};
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, input.ends[0], STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, output.ends[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, errors.ends[1], STDERR_FILENO);
+  pid_t process = -1;
+  EXPECT_EQ(posix_spawn(&process, ENDING_HOST, &actions, nullptr, arguments.data(), environ), 0);
+  posix_spawn_file_actions_destroy(&actions);
+  int status = -1;
+  EXPECT_EQ(waitpid(process, &status, 0), process);
+
+  timespec begin{};
+  fcntl(output.ends[0], F_SETFL, O_NONBLOCK);
+  EXPECT_EQ(read(output.ends[0], &begin, sizeof begin), ssize_t{sizeof begin}) << context;
+  const double length = millisecondsSince(begin);
+  EXPECT_EQ(status, ending == "signal" ? SIGTERM : 7 << 8) << context;
+  fcntl(errors.ends[0], F_SETFL, O_NONBLOCK);
+  std::string said(4096, '\0');
+  EXPECT_LE(read(errors.ends[0], said.data(), said.size()), 0) << context << ": " << said;
+  return length;
+}
+
+class Ending : public testing::TestWithParam<const char*> {};
+
+TEST_P(Ending, IsAtOnceAndTheHostsOwn) {
+  std::vector<std::future<double>> lengths;
+  for (const char* ending :
+       {"return", "exit", "_exit", "quick_exit", "signal", "thread", "destructor", "fork"})
+    lengths.push_back(std::async(std::launch::async, [=] { return runHost(GetParam(), ending); }));
+  double longest = 0;
+  for (auto& length : lengths) longest = std::max(longest, length.get());
+  RecordProperty("milliseconds", std::to_string(longest));
+  if (!kIsSanitized) {
+    EXPECT_LT(longest, kLongestMilliseconds);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(While, Ending,
+                         testing::Values("idle", "flush hanging", "resolving", "black hole",
+                                         "back-off", "heartbeat", "in a completion",
+                                         "in a token function", "in a sink", "in a refresh handler",
+                                         "tracking"),
+                         [](const auto& each) {
+                           std::string name = each.param;
+                           std::erase_if(name, [](char c) { return !std::isalpha(c); });
+                           return name;
+                         });
+
+}  // namespace
+}  // namespace veltrano::internal

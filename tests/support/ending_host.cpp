@@ -1,0 +1,157 @@
+// A host that gets the library into a state and then ends: ending_host STATE ENDING HOST
+// CERTIFICATE. A byte on its standard input says that its request has come. Just before it ends it
+// writes the time on the standard output.
+#include <dlfcn.h>
+#include <netdb.h>
+#include <openssl/ssl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "veltrano/posix_platform.h"
+#include "veltrano/veltrano.h"
+
+namespace {
+
+constexpr int kStatus = 7;
+
+std::string state;
+std::string ending;
+veltrano::RunLoop* mainLoop = nullptr;
+
+void useLibrary() {
+  auto& tracker = Veltrano::shared();
+  tracker.setUserId("late");
+  tracker.setSuperProperties({{"late", true}});
+  tracker.track("late", {{"a", 1}}, [](bool) {});
+  tracker.getScreenOrientation();
+}
+
+struct StaticObject {
+  ~StaticObject() {
+    if (ending == "destructor" || ending == "fork") useLibrary();
+  }
+} const staticObject;
+
+void noteTheEnd() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  if (write(STDOUT_FILENO, &now, sizeof now) != sizeof now) abort();
+}
+
+// The state has been reached in code of the host's own, on this thread.
+[[noreturn]] void stay() {
+  if (ending == "thread") {
+    noteTheEnd();
+    exit(kStatus);
+  }
+  mainLoop->stop();
+  for (;;) pause();
+}
+
+bool isForkHarmless() {
+  for (const bool executes : {false, true}) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(20);
+      useLibrary();
+      if (executes) execl("/bin/true", "true", nullptr);
+      exit(0);
+    }
+    int status = -1;
+    if (waitpid(child, &status, 0) != child || status != 0) return false;
+  }
+  useLibrary();
+  return true;
+}
+
+int end() {
+  if (ending == "fork" && !isForkHarmless()) return 1;
+  if (ending == "thread") std::thread([] { noteTheEnd(), exit(kStatus); }).join();
+  noteTheEnd();
+  if (ending == "exit") exit(kStatus);
+  if (ending == "_exit") _exit(kStatus);
+  if (ending == "quick_exit") quick_exit(kStatus);
+  if (ending == "signal") kill(getpid(), SIGTERM);
+  return kStatus;
+}
+
+void reach() {
+  auto& tracker = Veltrano::shared();
+  const auto stop = [](bool) { mainLoop->stop(); };
+  if (state == "idle") {
+    tracker.track("E", {}, stop);
+  } else if (state == "in a completion") {
+    tracker.track("E", {}, [](bool) { stay(); });
+  } else if (state == "in a refresh handler") {
+    tracker.setRefreshTriggersWithHandler({{"E"}}, [] { stay(); });
+    std::thread([&] { tracker.track("E"); }).detach();
+  } else if (state == "tracking") {
+    static std::atomic<int> calls{0};
+    for (int i = 0; i < 16; ++i)
+      std::thread([&tracker] {
+        for (;; ++calls) {
+          tracker.track("E", {{"a", 1}, {"b", "text"}});
+          std::this_thread::sleep_for(
+              std::chrono::microseconds(100));  // leaves a processor for the end
+        }
+      }).detach();
+    while (calls < 1000) std::this_thread::yield();
+    stop(true);
+  } else if (state == "heartbeat" || state == "in a token function") {
+    tracker.setUserId("user");
+  } else {
+    tracker.track("E", {}, [](bool) {});
+  }
+}
+
+}  // namespace
+
+// In the place of the C library's.
+extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* host,
+                                                                  const char* port,
+                                                                  const addrinfo* hints,
+                                                                  addrinfo** found) {
+  if (state == "resolving") stay();
+  const auto original = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+  return original(host, port, hints, found);
+}
+
+int main(int, char** arguments) {
+  alarm(60);
+  state = arguments[1];
+  ending = arguments[2];
+  OPENSSL_init_ssl(0, nullptr);  // as a host might have, so that OpenSSL cleans up at exit
+  veltrano::PosixOptions options;
+  options.collectionHost = arguments[3];
+  options.certificateAuthorities = arguments[4];
+  options.sessionToken = []() -> std::optional<std::string> {
+    if (state == "in a token function") stay();
+    return std::nullopt;
+  };
+  options.logSink = [](std::string_view line) {
+    if (!line.ends_with("| Dispatch group waiting")) return;
+    if (state == "in a sink") stay();
+    if (state == "black hole") mainLoop->stop();
+  };
+  const auto installation = veltrano::PosixPlatform::install(options);
+  if (!installation) return 2;
+  mainLoop = &installation.platform->mainRunLoop();
+  Veltrano::isLoggerEnabled = state == "in a sink" || state == "black hole";
+  std::thread([] {
+    char byte;
+    if (read(STDIN_FILENO, &byte, 1) == 1) mainLoop->stop();
+  }).detach();
+  reach();
+  mainLoop->run();
+  return end();
+}
