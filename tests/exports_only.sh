@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# exports_only.sh LIBRARY: fails unless the library exports both its faces and nothing else.
+# exports_only.sh LIBRARY: fails unless the library exports both its faces and nothing else, and stays
+# when it is closed.
 set -euo pipefail
+readelf --dynamic "$1" | grep -q 'FLAGS.*NODELETE'
 names=$(nm --dynamic --defined-only --format=posix --demangle "$1" | sed 's/ [A-Z] .*//')
 grep -q '^veltrano_track\|^veltrano_send' <<<"$names"
 grep -q '^Veltrano::shared' <<<"$names"

@@ -323,6 +323,14 @@ TEST(BundlesTest, InfoDictionariesAreFound) {
   EXPECT_EQ(entry->value.member()->getIf<std::string>(), "2.3");
   EXPECT_NE((++entry)->value.otherObject(), std::nullopt);
 
+  const auto isRead = [&](std::size_t size) {
+    const std::string list = propertyList("<key>a</key><true/>");
+    const auto path = directory.write("large.plist", list + std::string(size - list.size(), ' '));
+    return readInfoDictionary(path).has_value();
+  };
+  EXPECT_TRUE(isRead(4 << 20));
+  EXPECT_FALSE(isRead((4 << 20) + 1));
+
   const Bundle library = bundles.libraryBundle();
   ASSERT_TRUE(library.resourceDirectory);
   const auto resources = bundles.bundleAtPath(*library.resourceDirectory + "/Veltrano.bundle");

@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <netdb.h>
 #include <openssl/ssl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -77,6 +78,10 @@ bool isForkHarmless() {
 int end() {
   if (ending == "fork" && !isForkHarmless()) return 1;
   if (ending == "thread") std::thread([] { noteTheEnd(), exit(kStatus); }).join();
+  if (ending == "pthread_exit") {
+    std::thread([] { useLibrary(), noteTheEnd(), exit(kStatus); }).detach();
+    pthread_exit(nullptr);
+  }
   noteTheEnd();
   if (ending == "exit") exit(kStatus);
   if (ending == "_exit") _exit(kStatus);

@@ -108,9 +108,9 @@ Ledger::Result Ledger::check(const std::vector<std::filesystem::path>& records,
   }
   result.uploads = uploads_.size();
   for (const Upload& upload : uploads_) {
-    result.successes += upload.isDelivered;
-    violate("taken for delivered", upload.isDelivered && upload.lastAnswer != 200 &&
-                                       fates_[upload.begin] == Fate::delivered);
+    const bool hasSucceeded = upload.isDelivered && fates_[upload.begin] == Fate::delivered;
+    result.successes += hasSucceeded;
+    violate("taken for delivered", hasSucceeded && upload.lastAnswer != 200);
   }
   return result;
 }

@@ -87,6 +87,7 @@ class Soak {
   veltrano::PosixPlatform* platform_ = nullptr;
   Ledger ledger_;
   Completions completions_;
+  std::atomic<std::size_t> unbalanced_{0};      // statistics that did not add up
   std::atomic<unsigned> backgroundChanges_{0};  // odd while in the background
   std::vector<std::size_t> tracked_ = std::vector<std::size_t>(kThreads + 1);  // each by its thread
   // The controlling thread.
@@ -172,6 +173,9 @@ void Soak::trackAsThread(std::size_t thread, const std::stop_token& end) {
     }
     if (choices.inPercent(5))
       Veltrano::shared().setSuperProperties({{"changing", choices.below(9)}});
+    const auto counts = Veltrano::shared().statistics();
+    if (counts.recorded != counts.waiting + counts.inFlight + counts.delivered + counts.dropped())
+      ++unbalanced_;
     std::this_thread::sleep_for(milliseconds(choices.below(400)));
   }
 }
@@ -320,6 +324,18 @@ bool Soak::report() {
   expect(all.calledAgain == 0, "completions called again", all.calledAgain);
   expect(all.unexplained == 0, "completions dropped without a reason", all.unexplained);
   expect(all.settled() == all.given, "completions still held", all.given - all.settled());
+  expect(unbalanced_ == 0, "statistics that do not add up", unbalanced_);
+  const auto counts = Veltrano::shared().statistics();
+  const auto agree = [&](std::uint64_t count, std::size_t found, const char* what) {
+    expect(count == found, what, count > found ? count - found : found - count);
+  };
+  agree(counts.recorded, result.tracked, "events in the statistics");
+  agree(counts.delivered, result.delivered, "delivered events in the statistics");
+  agree(counts.droppedByTrimming, result.trimmed, "trimmed events in the statistics");
+  agree(counts.droppedAsRefused, result.refused, "refused events in the statistics");
+  agree(counts.uploadsAttempted, result.uploads, "uploads in the statistics");
+  agree(counts.uploadsSucceeded, result.successes, "successful uploads in the statistics");
+  agree(counts.heartbeatsFailed, result.failedHeartbeats, "failed heartbeats in the statistics");
   const std::size_t complaints = collector_.complaints();
   expect(complaints == 0, "requests found malformed", complaints);
   const Usage before = most(samples_, 0, 0.5);

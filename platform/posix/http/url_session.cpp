@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/posix/http/endpoint.h"
+#include "platform/posix/http/exit_gate.h"
 #include "platform/posix/threads/fork.h"
 
 namespace veltrano::internal {
@@ -21,6 +22,8 @@ std::string firstVariable(std::initializer_list<const char*> names) {
 }  // namespace
 
 PosixURLSession::PosixURLSession(URLSessionOptions options) {
+  // Before the process can exit: the first post may come while it does, when it is too late.
+  ExitGate::closeAtExit();
   // Now rather than with each transfer, when the host may be changing its environment.
   if (options.proxyFromEnvironment && options.proxy.empty()) {
     options.proxy = firstVariable({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
