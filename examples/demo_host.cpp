@@ -48,8 +48,8 @@ class Player {
   void turn();
   void goToTheBackgroundAndReturn();
 
-  void record(const char* event, veltrano::HostMap properties = {});
-  bool recordAndUpload(const char* event, veltrano::HostMap properties = {});
+  void record(const char* event, const veltrano::HostMap& properties = {});
+  bool recordAndUpload(const char* event, const veltrano::HostMap& properties = {});
   void onMainThread(std::function<void()> function);
   void waitForEverything();
   void waitForHeartbeats(std::uint64_t count);
@@ -168,16 +168,16 @@ void Player::goToTheBackgroundAndReturn() {
   });
 }
 
-void Player::record(const char* event, veltrano::HostMap properties) {
+void Player::record(const char* event, const veltrano::HostMap& properties) {
   ++recorded_;
-  Veltrano::shared().track(event, std::move(properties));
+  Veltrano::shared().track(event, properties);
 }
 
 // Uploads this event and all that wait, and returns whether they were accepted.
-bool Player::recordAndUpload(const char* event, veltrano::HostMap properties) {
+bool Player::recordAndUpload(const char* event, const veltrano::HostMap& properties) {
   ++recorded_;
   const auto outcome = std::make_shared<std::promise<bool>>();
-  Veltrano::shared().track(event, std::move(properties),
+  Veltrano::shared().track(event, properties,
                            [outcome](bool accepted) { outcome->set_value(accepted); });
   auto future = outcome->get_future();
   require(future.wait_until(deadline_) == std::future_status::ready, "The upload has no outcome.");

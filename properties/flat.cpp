@@ -162,8 +162,8 @@ void FlatWriter::number(const NSNumber& number) {
   std::memcpy(to + 13, &asDouble, sizeof asDouble);
 }
 
-void FlatWriter::flat(const char* at) {
-  const FlatView given(at);
+void FlatWriter::flat(const char* value) {
+  const FlatView given(value);
   const int depth = given.depth();
   if (given.isContainer() && level_ + depth > kDeepestNesting) {
     const Container container = open(given.kind());

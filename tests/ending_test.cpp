@@ -115,8 +115,8 @@ class Ending : public testing::TestWithParam<const char*> {};
 
 TEST_P(Ending, IsAtOnceAndTheHostsOwn) {
   std::vector<std::future<double>> lengths;
-  for (const char* ending : {"return", "exit", "_exit", "quick_exit", "signal", "thread",
-                             "pthread_exit", "destructor", "fork"})
+  for (const char* ending :
+       {"return", "exit", "_exit", "quick_exit", "signal", "thread", "destructor", "fork"})
     lengths.push_back(std::async(std::launch::async, [=] { return runHost(GetParam(), ending); }));
   double longest = 0;
   for (auto& length : lengths) longest = std::max(longest, length.get());

@@ -25,8 +25,9 @@ bool take(const Object& object, std::string_view& text) {
 
 bool take(const Object& object, HostMap& map) {
   auto given = object.map();
-  if (given) map = *std::move(given);
-  return given.has_value();
+  if (!given) return false;
+  map = *std::move(given);
+  return true;
 }
 
 bool take(const Object& object, std::vector<std::string>& list) {
@@ -67,7 +68,7 @@ bool take(const Object& object, std::optional<T>& argument) {
 template <class Operation, class Result, class... Parameters, std::size_t... kIndices>
 SendResult call(Result (*)(Parameters...), std::index_sequence<kIndices...>,
                 [[maybe_unused]] std::span<const Object> objects) {
-  std::tuple<Parameters...> arguments;
+  std::tuple<std::remove_cvref_t<Parameters>...> arguments;
   std::size_t taken = 0;
   const bool fits =
       ((take(objects[kIndices], std::get<kIndices>(arguments)) && ++taken != 0) && ...);
@@ -118,13 +119,13 @@ constexpr Entry kEntries[] = {
     {"setLibVersion:", [](Text version) { Veltrano::shared().setLibVersion(version); }},
     {"setPublisherUid:", [](std::optional<Text> uid) { Veltrano::shared().setPublisherUid(uid); }},
     {"trackWithEventName:eventProperties:",
-     [](Text name, HostMap properties) { Veltrano::shared().track(name, properties); }},
+     [](Text name, const HostMap& properties) { Veltrano::shared().track(name, properties); }},
     {"trackWithEventName:eventProperties:forceFlushCompletion:",
-     [](Text name, std::optional<HostMap> properties, Object::BooleanBlock completion) {
+     [](Text name, const std::optional<HostMap>& properties, Object::BooleanBlock completion) {
        Veltrano::shared().track(name, properties, std::move(completion));
      }},
     {"setSuperPropertiesWithProperties:",
-     [](HostMap properties) { Veltrano::shared().setSuperProperties(properties); }},
+     [](const HostMap& properties) { Veltrano::shared().setSuperProperties(properties); }},
     {"removeSuperPropertyWithKey:", [](Text key) { Veltrano::shared().removeSuperProperty(key); }},
     {"setRefreshTriggersWithHandlerWithTriggers:handler:",
      [](std::optional<std::vector<std::string>> triggers, Object::Block handler) {

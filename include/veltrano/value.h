@@ -331,6 +331,7 @@ class VELTRANO_EXPORT FlatIterator {
   using value_type = Entry;
   using difference_type = std::ptrdiff_t;
   using reference = Entry;
+  // NOLINTNEXTLINE(readability-identifier-naming): the name of the standard library
   class pointer {
    public:
     explicit pointer(Entry entry) : entry_(std::move(entry)) {}

@@ -4,7 +4,6 @@
 #include <dlfcn.h>
 #include <netdb.h>
 #include <openssl/ssl.h>
-#include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -78,10 +77,6 @@ bool isForkHarmless() {
 int end() {
   if (ending == "fork" && !isForkHarmless()) return 1;
   if (ending == "thread") std::thread([] { noteTheEnd(), exit(kStatus); }).join();
-  if (ending == "pthread_exit") {
-    std::thread([] { useLibrary(), noteTheEnd(), exit(kStatus); }).detach();
-    pthread_exit(nullptr);
-  }
   noteTheEnd();
   if (ending == "exit") exit(kStatus);
   if (ending == "_exit") _exit(kStatus);

@@ -1,6 +1,7 @@
 #include "platform/posix/http/exit_gate.h"
 
 #include <openssl/crypto.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -14,8 +15,9 @@
 namespace veltrano::internal {
 namespace {
 
-// The longest that the host's exit is held up, when a network thread is slow to leave libcurl.
-constexpr std::chrono::milliseconds kLongestWait{40};
+// The longest that the host's exit is held up. A network thread is inside libcurl for microseconds
+// at a time and never waits there for a peer, but other threads may keep it from the processor.
+constexpr std::chrono::milliseconds kLongestWait{2000};
 
 struct Gate {
   std::mutex mutex;
@@ -27,6 +29,17 @@ struct Gate {
 Gate& gate() {
   static Gate& only = *new Gate;
   return only;
+}
+
+// A child must not find the locks of libcurl and OpenSSL held by threads that it does not have.
+void beforeFork() {
+  std::unique_lock lock(gate().mutex);
+  gate().left.wait_for(lock, kLongestWait, [] { return gate().inside == 0; });
+  lock.release();
+}
+
+void afterFork() {
+  gate().mutex.unlock();
 }
 
 [[noreturn]] void park(std::unique_lock<std::mutex>& lock) {
@@ -42,7 +55,8 @@ void ExitGate::closeAtExit() noexcept {
   // older than ours and runs later; if not, it is never registered at all.
   static std::atomic<bool> isRegistered{false};
   if (isRegistered.exchange(true)) return;
-  if (OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) != 1 || std::atexit(close) != 0)
+  if (OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) != 1 || std::atexit(close) != 0 ||
+      pthread_atfork(beforeFork, afterFork, afterFork) != 0)
     isRegistered = false;  // for want of memory; the next post tries again
 }
 
