@@ -57,7 +57,7 @@ void FlatCopier::sortEntries(FlatView map, std::vector<FlatEntry>& entries) {
   repaired_.clear();
   entries_.clear();  // a copy may have failed for want of memory
   entries.clear();
-  appendSorted(entries, map, true);
+  if (map.kind() == Kind::Dictionary) appendSorted(entries, map, true);
 }
 
 template <class Writer>

@@ -36,8 +36,8 @@ class FlatCopier {
     return isKept;
   }
 
-  /// Makes `entries` those of `map` that conversion keeps, sorted. They refer to the map and to the
-  /// copier, until the next call of this.
+  /// Makes `entries` those of `map` that conversion keeps, sorted; none when it is absent. They
+  /// refer to the map and to the copier, until the next call of this.
   void sortEntries(FlatView map, std::vector<FlatEntry>& entries);
 
  private:

@@ -6,4 +6,5 @@ readelf --dynamic "$1" | grep -q 'FLAGS.*NODELETE'
 names=$(nm --dynamic --defined-only --format=posix --demangle "$1" | sed 's/ [A-Z] .*//')
 grep -q '^veltrano_track\|^veltrano_send' <<<"$names"
 grep -q '^Veltrano::shared' <<<"$names"
+grep -q 'SupportedParameterType::getIf<std::' <<<"$names"
 ! grep -vE '^(veltrano_|Veltrano::|.*\bveltrano::)' <<<"$names"

@@ -268,6 +268,20 @@ TEST(Values, WhatNestsTooDeepBecomesAbsent) {
   EXPECT_FALSE(Dictionary(Entries{{nested(300), 1}}).hasOnlyStringKeys());
 }
 
+TEST(Values, WhatHasBeenMovedFromMayBeUsed) {
+  HostMap map{{"a", "a text that is longer than others"}};
+  const HostMap moved = std::move(map);
+  map.set("b", 1);
+  EXPECT_EQ(jsonOfMap(map), R"({"b":1})");
+  Array array{1, 2};
+  const Array taken = std::move(array);
+  EXPECT_TRUE(array.empty());
+  HostValue text(std::string(70'000, 'x'));
+  const HostValue kept = std::move(text);
+  EXPECT_TRUE(text.isAbsent());
+  EXPECT_EQ(kept.member()->getIf<std::string>()->size(), 70'000U);
+}
+
 TEST(Values, DictionariesKeepTheLastOfEqualKeys) {
   const Dictionary dictionary(Entries{{"b", 1}, {1, 2}, {"b", 3}, {Int64{1}, 4}});
   ASSERT_EQ(dictionary.size(), 3U);

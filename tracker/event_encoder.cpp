@@ -65,8 +65,7 @@ void EventEncoder::setBase(const PropertyMap& defaultProperties,
 
 EventRecord EventEncoder::encode(std::string_view eventName, const AutomaticProperties& automatic,
                                  FlatView carrier, FlatView given) {
-  given_.clear();
-  if (given.kind() == Kind::Dictionary) copier_.sortEntries(given, given_);
+  copier_.sortEntries(given, given_);
   markReplaced();
 
   writer_.clear();

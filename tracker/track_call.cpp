@@ -15,7 +15,9 @@ constexpr std::size_t kAlignment = alignof(TrackCall);
 
 }  // namespace
 
-struct TrackCall::Chunk {
+static_assert(kAlignment <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+
+struct alignas(kAlignment) TrackCall::Chunk {
   static Chunk* make(std::size_t size) { return new (::operator new(size)) Chunk(size); }
 
   /// For the thread that fills the chunk, once it adds no more calls.

@@ -151,6 +151,8 @@ class VELTRANO_EXPORT FlatWriter {
  protected:
   FlatWriter(char* begin, char* end, int level)
       : begin_(begin), at_(begin), end_(end), level_(level) {}
+  FlatWriter(const FlatWriter&) = delete;
+  FlatWriter& operator=(const FlatWriter&) = delete;
   ~FlatWriter() = default;
 
   /// Makes room for `size` more bytes behind what has been written.
@@ -315,11 +317,29 @@ class VELTRANO_EXPORT Flat {
   explicit Flat(Kind kind) : bytes_(1, static_cast<char>(kind)) {}
   explicit Flat(const Argument& argument);
 
+  Flat(const Flat&) = default;
+  Flat& operator=(const Flat&) = default;
+
+  /// A value that has been moved from is an empty container, or absent.
+  Flat(Flat&& other) noexcept : bytes_(emptied(other.kind())) { bytes_.swap(other.bytes_); }
+  Flat& operator=(Flat&& other) noexcept {
+    bytes_.swap(other.bytes_);
+    return *this;
+  }
+
   Kind kind() const noexcept { return static_cast<Kind>(bytes_.front()); }
   const std::string& bytes() const noexcept { return bytes_; }
   std::string& bytes() noexcept { return bytes_; }
 
  private:
+  static std::string emptied(Kind kind) {
+    if (kind != Kind::Array && kind != Kind::Dictionary) kind = Kind::Absent;
+    std::string bytes(kind == Kind::Absent ? 1 : 6, '\0');
+    bytes[0] = static_cast<char>(kind);
+    if (kind != Kind::Absent) bytes[1] = 1;  // its depth
+    return bytes;
+  }
+
   std::string bytes_;
 };
 
@@ -438,6 +458,7 @@ class VELTRANO_EXPORT SupportedParameterType {
     Array,
     Dictionary,
   };
+  static_assert(static_cast<int>(Member::Dictionary) == static_cast<int>(detail::Kind::Dictionary));
 
   /// Text in UTF-8 (what is ill-formed reads as U+FFFD; a null pointer is empty text); signed
   /// integers of every width as an `Int`, unsigned ones as a `UInt`; and the other members as they
