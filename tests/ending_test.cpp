@@ -21,13 +21,8 @@ namespace {
 
 using Reply = TLSServer::Reply;
 
-#ifdef VELTRANO_SANITIZED
-constexpr bool kIsSanitized = true;  // what the sanitizers do at the end takes longer
-#else
-constexpr bool kIsSanitized = false;
-#endif
-// Ten times what it takes.
-constexpr double kLongestMilliseconds = 500;
+// A hang. How long an end takes is recorded, not asserted.
+constexpr double kLongestMilliseconds = 10'000;
 
 struct Pipe {
   Pipe() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }
@@ -121,9 +116,7 @@ TEST_P(Ending, IsAtOnceAndTheHostsOwn) {
   double longest = 0;
   for (auto& length : lengths) longest = std::max(longest, length.get());
   RecordProperty("milliseconds", std::to_string(longest));
-  if (!kIsSanitized) {
-    EXPECT_LT(longest, kLongestMilliseconds);
-  }
+  EXPECT_LT(longest, kLongestMilliseconds);
 }
 
 INSTANTIATE_TEST_SUITE_P(While, Ending,
