@@ -65,7 +65,7 @@ class VELTRANO_EXPORT URL {
 /// it into an `Int`, a `Bool` or a `Double` according to its code.
 class VELTRANO_EXPORT NSNumber {
  public:
-  /// Integers, booleans among them, read as themselves (beyond 63 bits, cut off there). Of other
+  /// Integers, booleans among them, read as themselves (limited to INT64_MAX). Of other
   /// numbers the integer reading is cut toward zero and limited to 64 bits; NaN reads as 0.
   template <class T, std::enable_if_t<std::is_arithmetic_v<T>, int> = 0>
   NSNumber(int storageTypeCode, T value)

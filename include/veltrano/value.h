@@ -546,7 +546,8 @@ struct VELTRANO_EXPORT HostMapEntry {
 };
 
 /// A map from text to values as a host hands it in. Entries keep the order in which they were
-/// given; of equal keys, the last one counts. Ill-formed UTF-8 in a key reads as U+FFFD.
+/// given; of equal keys, the last one counts. Ill-formed UTF-8 in a key reads as U+FFFD; a key that
+/// is a null pointer is undefined.
 class VELTRANO_EXPORT HostMap {
  public:
   using const_iterator = detail::FlatIterator<HostMapEntry>;

@@ -72,8 +72,8 @@ class VELTRANO_EXPORT Veltrano {
   void removeSuperProperty(std::string_view key);
 
   /// From now on, tracking an event whose name is among `triggers` first calls `handler`, on the
-  /// thread that tracks and before the event is recorded. Replaces the earlier triggers; without
-  /// triggers or handler, nothing is called.
+  /// thread that tracks and before the event is recorded; it must not change what `track` was
+  /// given. Replaces the earlier triggers; without triggers or handler, nothing is called.
   void setRefreshTriggersWithHandler(std::optional<std::vector<std::string>> triggers,
                                      std::function<void()> handler);
 
