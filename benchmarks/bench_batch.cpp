@@ -122,14 +122,15 @@ class Batch {
   std::deque<veltrano::internal::EventRecord> encode() {
     std::deque<veltrano::internal::EventRecord> records;
     for (const bench::Event& event : events_)
-      records.push_back(
-          encoder_.encode(event.name, event.automatic, viewOf(noCarrier_), viewOf(event.given)));
+      records.push_back(encoder_.encode(event.name, event.automatic,
+                                        veltrano::internal::viewOf(noCarrier_),
+                                        veltrano::internal::viewOf(event.given)));
     return records;
   }
 
   void send(const std::deque<veltrano::internal::EventRecord>& records) {
     veltrano::internal::CorvaneEndpointRequest(endpoints_, records, superProperties_)
-        .send([](bool) {});
+        .send([](veltrano::internal::UploadOutcome) {});
   }
 
   std::string_view referenceJSON() { return reference_.batch(events_, base_); }
