@@ -37,14 +37,6 @@ void writeText(Writer& writer, Kind kind, std::string_view text) {
     writer.text(kind, wellFormedUTF8(std::string(text)));
 }
 
-void writeOtherKey(FlatWriter& writer, const std::string& key) {
-  writer.flat(key.data());
-}
-
-void writeOtherKey(JSONValueWriter& writer, const std::string&) {
-  writer.fail();
-}
-
 }  // namespace
 
 // Events hold no empty map; one whose entries are all left out stays, empty.
@@ -124,8 +116,7 @@ void FlatCopier::appendSorted(std::vector<FlatEntry>& entries, FlatView map, boo
 }
 
 // No event can hold such a dictionary, so it is not worth speed.
-template <class Writer>
-void FlatCopier::copyEntriesWithOtherKeys(Writer& writer, FlatView dictionary) {
+void FlatCopier::copyEntriesWithOtherKeys(FlatWriter& writer, FlatView dictionary) {
   std::vector<std::pair<std::string, FlatView>> entries;
   const FlatContents contents = dictionary.contents();
   for (auto it = contents.begin(); it != contents.end(); ++it) {
@@ -133,16 +124,22 @@ void FlatCopier::copyEntriesWithOtherKeys(Writer& writer, FlatView dictionary) {
     normalise(key, *it);
     entries.emplace_back(key.bytes(), *++it);
   }
-  std::stable_sort(entries.begin(), entries.end(), [](const auto& left, const auto& right) {
-    return compare(FlatView(left.first), FlatView(right.first)) < 0;
+  const auto compareKeys = [](const auto& left, const auto& right) {
+    return compare(FlatView(left.first), FlatView(right.first));
+  };
+  std::sort(entries.begin(), entries.end(), [&](const auto& left, const auto& right) {
+    const int byKey = compareKeys(left, right);
+    return byKey != 0 ? byKey < 0 : left.second.data() < right.second.data();
   });
-  for (std::size_t i = 0; i < entries.size(); ++i) {
-    const auto& [key, value] = entries[i];
-    if (i + 1 < entries.size() && compare(FlatView(key), FlatView(entries[i + 1].first)) == 0)
-      continue;
-    writeOtherKey(writer, key);
-    normalise(writer, value);
+  for (auto it = entries.begin(); it != entries.end(); ++it) {
+    if (it + 1 != entries.end() && compareKeys(it[0], it[1]) == 0) continue;
+    writer.flat(it->first.data());
+    normalise(writer, it->second);
   }
+}
+
+void FlatCopier::copyEntriesWithOtherKeys(JSONValueWriter& writer, FlatView) {
+  writer.fail();
 }
 
 bool hasOnlyStringKeys(FlatView dictionary) {

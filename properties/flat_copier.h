@@ -9,6 +9,8 @@
 
 namespace veltrano::internal {
 
+class JSONValueWriter;
+
 /// One entry of a map whose keys are text.
 struct FlatEntry {
   std::string_view key;  // well-formed
@@ -22,18 +24,16 @@ struct FlatEntry {
 class FlatCopier {
  public:
   /// `value` normalised. What it stands for stays as it is.
-  template <class Writer>
-  void normalise(Writer& writer, FlatView value) {
-    copy(writer, value, false);
-  }
+  void normalise(FlatWriter& writer, FlatView value) { copy(writer, value, false); }
+  void normalise(JSONValueWriter& writer, FlatView value) { copy(writer, value, false); }
 
   /// `value` normalised and converted: number objects are an Int, a Bool or a Double; what events
   /// cannot hold is left out, wherever it stands. False when that is all of it.
-  template <class Writer>
-  bool convert(Writer& writer, FlatView value) {
-    const bool isKept = survives(value);
-    if (isKept) copy(writer, value, true);
-    return isKept;
+  bool convert(FlatWriter& writer, FlatView value) {
+    return survives(value) && (copy(writer, value, true), true);
+  }
+  bool convert(JSONValueWriter& writer, FlatView value) {
+    return survives(value) && (copy(writer, value, true), true);
   }
 
   /// Makes `entries` those of `map` that conversion keeps, sorted; none when it is absent. They
@@ -47,8 +47,8 @@ class FlatCopier {
   void copy(Writer& writer, FlatView value, bool converts);
   template <class Writer>
   void copyEntries(Writer& writer, FlatView map, bool converts);
-  template <class Writer>
-  void copyEntriesWithOtherKeys(Writer& writer, FlatView dictionary);
+  void copyEntriesWithOtherKeys(FlatWriter& writer, FlatView dictionary);
+  static void copyEntriesWithOtherKeys(JSONValueWriter& writer, FlatView dictionary);
   void appendSorted(std::vector<FlatEntry>& entries, FlatView map, bool converts);
 
   std::vector<FlatEntry> entries_;           // of the dictionaries being copied, the innermost last

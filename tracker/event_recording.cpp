@@ -16,7 +16,7 @@ std::int64_t millisecondsSinceEpoch(WallTime time) {
 }  // namespace
 
 void Tracker::track(std::string_view eventName, const HostMapView& eventProperties,
-                    FlushCompletion completion) {
+                    FlushCompletion&& completion) {
   try {
     if (!refreshTriggers_.callHandlerFor(eventName)) return;
     log_("Adding event of ", HostText{eventName}, " to current ", eventQueue_.count(), " events");

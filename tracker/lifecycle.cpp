@@ -82,7 +82,7 @@ void Tracker::handleDidChangeDeviceOrientation() {
 // The event goes first: it carries the orientation from before.
 void Tracker::recordOrientation(std::string_view event, std::string_view message,
                                 std::string_view key, const std::string& orientation) {
-  track(std::string(event), {{"extra", orientation}}, nullptr);
+  track(event, {{"extra", orientation}}, nullptr);
   if (isForkedChild()) return;  // made by the host's refresh handler
   log_(message, orientation);
   setSuperProperties({{key, orientation}});

@@ -118,10 +118,13 @@ constinit thread_local bool TrackCall::Memory::hasThreadEnded = false;
 std::unique_ptr<Block> TrackCall::make(Tracker& tracker, const AutomaticProperties& automatic,
                                        const std::optional<std::string>& carrier,
                                        std::string_view eventName, const HostMapView& properties,
-                                       Veltrano::FlushCompletion completion) {
+                                       Veltrano::FlushCompletion&& completion) {
   Memory memory;
   memory.text(Kind::String, eventName);
-  memory.value(carrier);
+  if (carrier)
+    memory.text(Kind::String, *carrier);
+  else
+    memory.absent();
   memory.value(properties.argument());
   Chunk& chunk = memory.chunk();
   return std::unique_ptr<Block>(new (memory.finish())

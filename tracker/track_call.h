@@ -29,7 +29,7 @@ class TrackCall final : public Block {
   static std::unique_ptr<Block> make(Tracker& tracker, const AutomaticProperties& automatic,
                                      const std::optional<std::string>& carrier,
                                      std::string_view eventName, const HostMapView& properties,
-                                     Veltrano::FlushCompletion completion);
+                                     Veltrano::FlushCompletion&& completion);
 
   static void operator delete(TrackCall* call, std::destroying_delete_t);
 
@@ -40,7 +40,7 @@ class TrackCall final : public Block {
   struct Chunk;
 
   TrackCall(Tracker& tracker, const AutomaticProperties& automatic,
-            Veltrano::FlushCompletion completion, Chunk& chunk)
+            Veltrano::FlushCompletion&& completion, Chunk& chunk)
       : tracker_(tracker),
         automatic_(automatic),
         completion_(std::move(completion)),

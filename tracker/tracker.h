@@ -50,7 +50,7 @@ class Tracker {
 
   // Recording.
   void track(std::string_view eventName, const HostMapView& eventProperties,
-             FlushCompletion completion);
+             FlushCompletion&& completion);
 
   // Super properties and refresh triggers.
   void setSuperProperties(const HostMapView& properties);

@@ -145,6 +145,8 @@ class VELTRANO_EXPORT FlatWriter {
 
   void text(Kind kind, std::string_view text);
 
+  void absent() { *take(1) = static_cast<char>(Kind::Absent); }
+
   /// Of the deepest value written beside the next one.
   int depth() const { return depth_; }
 
