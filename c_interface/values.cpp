@@ -31,7 +31,7 @@ veltrano_text veltrano_c_string(const char* string) {
 veltrano_object* veltrano_string(veltrano_text text) {
   return make([&]() -> HostValue {
     auto given = optionalText(text);
-    if (given) return wellFormedUTF8(*std::move(given));
+    if (given) return wellFormedUTF8(*given);
     return std::nullopt;
   });
 }

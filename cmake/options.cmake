@@ -21,9 +21,7 @@ if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYP
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
 endif()
 
-# What a released library is optimised for. Where events pass, -O3 adds 20 KB and no speed;
-# elsewhere, size counts: it saves 70 KB.
-set(VELTRANO_FAST $<$<CONFIG:Release>:-O2>)
+# For code that takes no time that anybody waits for.
 set(VELTRANO_SMALL $<$<CONFIG:Release>:-Os>)
 
 # So that the shared libraries leave out what they have no use for.

@@ -36,8 +36,8 @@ Sequence firstSequence(std::string_view text) {
 
 }  // namespace
 
-std::string wellFormedUTF8(std::string text) {
-  if (isASCII(text)) return text;
+std::string wellFormedUTF8(std::string_view text) {
+  if (isASCII(text)) return std::string(text);
 
   std::string result;
   result.reserve(text.size());

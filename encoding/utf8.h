@@ -13,6 +13,15 @@ inline bool isASCII(std::string_view text) {
 }
 
 /// `text` with each maximal ill-formed sequence replaced by U+FFFD.
-std::string wellFormedUTF8(std::string text);
+std::string wellFormedUTF8(std::string_view text);
+
+/// Calls `use` with `text` well-formed, without a copy when it is ASCII.
+template <class Use>
+void useWellFormed(std::string_view text, Use use) {
+  if (isASCII(text))
+    use(text);
+  else
+    use(std::string_view(wellFormedUTF8(text)));
+}
 
 }  // namespace veltrano::internal

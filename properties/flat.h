@@ -78,6 +78,7 @@ class FlatView {
 
   static constexpr std::size_t scalarSize(Kind kind) {
     constexpr unsigned char kSizes[] = {0, 9, 9, 9, 9, 5, 2, 9, 0, 1, 0, 0, 21, 1, 1};
+    static_assert(std::size(kSizes) == static_cast<std::size_t>(Kind::Absent) + 1);
     return kSizes[static_cast<std::size_t>(kind)];
   }
 

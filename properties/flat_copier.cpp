@@ -29,14 +29,6 @@ void writeNumber(Writer& writer, FlatView number) {
   }
 }
 
-template <class Writer>
-void writeText(Writer& writer, Kind kind, std::string_view text) {
-  if (isASCII(text))
-    writer.text(kind, text);
-  else
-    writer.text(kind, wellFormedUTF8(std::string(text)));
-}
-
 }  // namespace
 
 // Events hold no empty map; one whose entries are all left out stays, empty.
@@ -57,7 +49,8 @@ void FlatCopier::copy(Writer& writer, FlatView value, bool converts) {
   switch (value.kind()) {
     case Kind::String:
     case Kind::URL:
-      return writeText(writer, value.kind(), value.text());
+      return useWellFormed(value.text(),
+                           [&](std::string_view text) { writer.text(value.kind(), text); });
     case Kind::Array: {
       const auto array = writer.open(Kind::Array);
       for (const FlatView element : value.contents())
@@ -98,7 +91,7 @@ void FlatCopier::appendSorted(std::vector<FlatEntry>& entries, FlatView map, boo
   const FlatContents contents = map.contents();
   for (auto it = contents.begin(); it != contents.end(); ++it) {
     std::string_view key = (*it).text();
-    if (!isASCII(key)) key = repaired_.emplace_front(wellFormedUTF8(std::string(key)));
+    if (!isASCII(key)) key = repaired_.emplace_front(wellFormedUTF8(key));
     entries.push_back({key, *++it});
   }
   // Of equal keys the last one given stands last.

@@ -46,7 +46,7 @@ std::string Date::iso8601() const {
   return text;
 }
 
-URL::URL(std::string_view text) : text_(wellFormedUTF8(std::string(text))) {}
+URL::URL(std::string_view text) : text_(wellFormedUTF8(text)) {}
 
 std::int64_t NSNumber::truncated(double value) {
   return truncatedInteger(value);

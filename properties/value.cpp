@@ -34,7 +34,7 @@ HostValue hostValue(FlatView value) {
 }
 
 std::string textOf(FlatView value) {
-  return wellFormedUTF8(std::string(value.text()));
+  return wellFormedUTF8(value.text());
 }
 
 const char* beginOf(const Flat& container) {
@@ -54,34 +54,6 @@ bool hasOnlyMembers(const Flat& container) {
   const FlatContents contents = FlatView(container.bytes()).contents();
   return std::all_of(contents.begin(), contents.end(), [](FlatView v) { return v.isMember(); });
 }
-
-// Of the type that reads a member.
-template <class T>
-constexpr Kind kKind = Kind::Absent;
-template <>
-constexpr Kind kKind<std::string> = Kind::String;
-template <>
-constexpr Kind kKind<std::int64_t> = Kind::Int;
-template <>
-constexpr Kind kKind<std::uint64_t> = Kind::UInt;
-template <>
-constexpr Kind kKind<Int64> = Kind::Int64;
-template <>
-constexpr Kind kKind<double> = Kind::Double;
-template <>
-constexpr Kind kKind<float> = Kind::Float;
-template <>
-constexpr Kind kKind<bool> = Kind::Bool;
-template <>
-constexpr Kind kKind<Date> = Kind::Date;
-template <>
-constexpr Kind kKind<URL> = Kind::URL;
-template <>
-constexpr Kind kKind<NSNull> = Kind::NSNull;
-template <>
-constexpr Kind kKind<Array> = Kind::Array;
-template <>
-constexpr Kind kKind<Dictionary> = Kind::Dictionary;
 
 }  // namespace
 
@@ -206,28 +178,33 @@ bool SupportedParameterType::isValidNestedType() const {
 template <class T>
 std::optional<T> SupportedParameterType::getIf() const {
   const FlatView value(flat_.bytes());
-  if (value.kind() != kKind<T>) return std::nullopt;
-  if constexpr (std::is_same_v<T, std::string>) {
-    return textOf(value);
-  } else if constexpr (std::is_same_v<T, bool>) {
-    return value.boolean();
-  } else if constexpr (std::is_integral_v<T>) {
-    return static_cast<T>(value.integer());
-  } else if constexpr (std::is_floating_point_v<T>) {
-    return static_cast<T>(value.real());
-  } else if constexpr (std::is_same_v<T, veltrano::Int64>) {
-    return T{value.integer()};
-  } else if constexpr (std::is_same_v<T, veltrano::Date>) {
-    return FlatAccess::date(value);
-  } else if constexpr (std::is_same_v<T, veltrano::URL>) {
-    return T(value.text());
-  } else if constexpr (std::is_same_v<T, veltrano::NSNull>) {
-    return T();
-  } else if constexpr (std::is_same_v<T, veltrano::Array>) {
-    return FlatAccess::make<T>(flat_);
-  } else {
-    return FlatAccess::make<T>(normalised(value));
-  }
+  const auto when = [&](Kind kind, auto read) {
+    return value.kind() == kind ? std::optional<T>(read()) : std::nullopt;
+  };
+  if constexpr (std::is_same_v<T, std::string>)
+    return when(Kind::String, [&] { return textOf(value); });
+  else if constexpr (std::is_same_v<T, std::int64_t>)
+    return when(Kind::Int, [&] { return value.integer(); });
+  else if constexpr (std::is_same_v<T, std::uint64_t>)
+    return when(Kind::UInt, [&] { return static_cast<T>(value.integer()); });
+  else if constexpr (std::is_same_v<T, veltrano::Int64>)
+    return when(Kind::Int64, [&] { return T{value.integer()}; });
+  else if constexpr (std::is_same_v<T, double>)
+    return when(Kind::Double, [&] { return value.real(); });
+  else if constexpr (std::is_same_v<T, float>)
+    return when(Kind::Float, [&] { return static_cast<T>(value.real()); });
+  else if constexpr (std::is_same_v<T, bool>)
+    return when(Kind::Bool, [&] { return value.boolean(); });
+  else if constexpr (std::is_same_v<T, veltrano::Date>)
+    return when(Kind::Date, [&] { return FlatAccess::date(value); });
+  else if constexpr (std::is_same_v<T, veltrano::URL>)
+    return when(Kind::URL, [&] { return T(value.text()); });
+  else if constexpr (std::is_same_v<T, veltrano::NSNull>)
+    return when(Kind::NSNull, [] { return T(); });
+  else if constexpr (std::is_same_v<T, veltrano::Array>)
+    return when(Kind::Array, [&] { return FlatAccess::make<T>(flat_); });
+  else
+    return when(Kind::Dictionary, [&] { return FlatAccess::make<T>(normalised(value)); });
 }
 
 template std::optional<std::string> SupportedParameterType::getIf() const;

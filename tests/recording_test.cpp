@@ -1,6 +1,8 @@
 // How the properties of an event are layered, and how it is recorded.
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 #include "tests/support/simulation.h"
 
 namespace veltrano::internal {
@@ -207,6 +209,28 @@ TEST_F(Recording, RefreshTriggersCallTheHandlerBeforeTheEvent) {
   tracker.track("outer");
   tracker.track("inner");
   EXPECT_EQ(calls, 3);
+}
+
+// A list of the host's own, of which the second element cannot be read.
+struct Unreadable {
+  using value_type = int;
+  struct const_iterator {
+    int operator*() const { return at == 0 ? at : throw std::runtime_error("unreadable"); }
+    const_iterator& operator++() { return ++at, *this; }
+    bool operator!=(const const_iterator& other) const { return at != other.at; }
+    int at;
+  };
+  const_iterator begin() const { return {0}; }
+  const_iterator end() const { return {2}; }
+};
+
+TEST_F(Recording, AContainerThatThrowsEndsOnlyItsOwnCall) {
+  Veltrano& tracker = Veltrano::shared();
+  tracker.track("E", {{"list", Unreadable()}});
+  tracker.setSuperProperties({{"list", Unreadable()}});
+  EXPECT_EQ(text(sent(), "list"), "absent");
+  EXPECT_EQ(tracker.statistics().recorded, 1U);
+  EXPECT_EQ(tracker.statistics().dropped(), 0U);
 }
 
 }  // namespace

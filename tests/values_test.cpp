@@ -127,6 +127,8 @@ TEST(Values, BracesPickTheMemberThatAReaderExpects) {
   static_assert(!std::is_constructible_v<HostValue, std::nullptr_t>);
   static_assert(!std::is_constructible_v<HostValue, char>);
   static_assert(!std::is_constructible_v<HostValue, int*>);
+  static_assert(!std::is_constructible_v<HostValue, std::map<std::string, int*>>);
+  static_assert(!std::is_constructible_v<HostMap, std::map<std::string, int*>>);
 }
 
 TEST(Values, NestedTypesAreExaminedOneLevelDeep) {

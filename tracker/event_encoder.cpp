@@ -15,10 +15,7 @@ constexpr std::string_view kExtraKey = "extra_json";
 constexpr std::string_view kStatusKey = "att_auth_status";
 
 void writeText(JSONWriter& writer, std::string_view text) {
-  if (isASCII(text))
-    writer.string(text);
-  else
-    writer.string(wellFormedUTF8(std::string(text)));
+  useWellFormed(text, [&](std::string_view wellFormed) { writer.string(wellFormed); });
 }
 
 // The map of properties that `value` is; empty when it is none.

@@ -1,4 +1,5 @@
-#include <exception>
+#include <new>
+#include <stdexcept>
 
 #include "tracker/log_rendering.h"
 #include "tracker/track_call.h"
@@ -30,7 +31,9 @@ void Tracker::track(std::string_view eventName, const HostMapView& eventProperti
     defaultProperties_.properties();
     dispatchQueue_.async(TrackCall::make(*this, automatic, carrier, eventName, eventProperties,
                                          std::move(completion)));
-  } catch (const std::exception&) {
+  } catch (const std::bad_alloc&) {
+    accounting_.eventLostForMemory();
+  } catch (const std::length_error&) {
     accounting_.eventLostForMemory();
   }
 }

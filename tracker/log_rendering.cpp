@@ -130,7 +130,7 @@ void appendDebugForm(std::string& line, FlatView value) {
 }  // namespace
 
 void render(std::string& line, HostText text) {
-  line += wellFormedUTF8(std::string(text.text));
+  line += wellFormedUTF8(text.text);
 }
 
 void render(std::string& line, DebugForm form) {

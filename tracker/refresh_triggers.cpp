@@ -12,7 +12,7 @@ namespace {
 
 std::string decomposed(std::string_view text) {
   if (isASCII(text)) return std::string(text);
-  return canonicalDecomposition(wellFormedUTF8(std::string(text)));
+  return canonicalDecomposition(wellFormedUTF8(text));
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ using veltrano::internal::Tracker;
 namespace {
 
 std::string entering(std::string_view text) {
-  return veltrano::internal::wellFormedUTF8(std::string(text));
+  return veltrano::internal::wellFormedUTF8(text);
 }
 
 Tracker& tracker() {
@@ -72,8 +72,7 @@ void Veltrano::setRefreshTriggersWithHandler(std::optional<std::vector<std::stri
                                              std::function<void()> handler) {
   dropExceptions([&] {
     if (triggers)
-      for (std::string& name : *triggers)
-        name = veltrano::internal::wellFormedUTF8(std::move(name));
+      for (std::string& name : *triggers) name = veltrano::internal::wellFormedUTF8(name);
     tracker().setRefreshTriggers(triggers, std::move(handler));
   });
 }

@@ -18,6 +18,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <iterator>
 #include <optional>
@@ -110,15 +111,19 @@ inline constexpr bool isHashed<T, std::void_t<typename T::hasher>> = true;
 template <class T, class = void>
 inline constexpr bool isSequence = false;
 template <class T>
-inline constexpr bool
-    isSequence<T, std::void_t<typename T::value_type, typename T::const_iterator>> =
-        !isFlat<T> && !isText<T> && !isMap<T> &&
-        std::is_same_v<std::decay_t<decltype(*std::declval<typename T::const_iterator&>())>,
-                       typename T::value_type>;
+inline constexpr bool isSequence<
+    T,
+    std::void_t<typename T::value_type, decltype(*std::declval<typename T::const_iterator&>())>> =
+    !isFlat<T> && !isText<T> && !isMap<T> &&
+    std::is_same_v<std::decay_t<decltype(*std::declval<typename T::const_iterator&>())>,
+                   typename T::value_type>;
 
 template <class T, class = void>
 inline constexpr bool isArgument =
-    isMember<T> || isFlat<T> || isMap<T> || isOneOf<T, NSNumber, OtherObject, std::nullopt_t>;
+    isMember<T> || isFlat<T> || isOneOf<T, NSNumber, OtherObject, std::nullopt_t>;
+template <class T>
+inline constexpr bool isArgument<T, std::enable_if_t<isMap<T>>> =
+    isArgument<typename T::mapped_type>;
 template <class T>
 inline constexpr bool isArgument<T, std::enable_if_t<isSequence<T>>> =
     isArgument<typename T::value_type>;
@@ -192,14 +197,11 @@ class VELTRANO_EXPORT Argument {
       kind_ = std::is_signed_v<T> ? Kind::Int : Kind::UInt;
       bits_ = static_cast<std::uint64_t>(value);
     } else if constexpr (std::is_same_v<T, bool>) {
-      kind_ = Kind::Bool;
-      bool_ = value;
+      scalar(Kind::Bool, value);
     } else if constexpr (std::is_same_v<T, double>) {
-      kind_ = Kind::Double;
-      double_ = value;
+      scalar(Kind::Double, value);
     } else if constexpr (std::is_same_v<T, float>) {
-      kind_ = Kind::Float;
-      float_ = value;
+      scalar(Kind::Float, value);
     } else if constexpr (std::is_same_v<T, Int64>) {
       kind_ = Kind::Int64;
       bits_ = static_cast<std::uint64_t>(value.value);
@@ -242,6 +244,12 @@ class VELTRANO_EXPORT Argument {
   // flat: bytes in the flat form. list, map: braced. own: a container of the host's.
   enum class Form : std::uint8_t { scalar, text, number, flat, list, map, own };
 
+  template <class T>
+  void scalar(Kind kind, T value) {
+    kind_ = kind;
+    std::memcpy(&bits_, &value, sizeof value);
+  }
+
   void refer(Kind kind, std::string_view text) {
     form_ = Form::text;
     kind_ = kind;
@@ -272,10 +280,7 @@ class VELTRANO_EXPORT Argument {
   }
 
   union {
-    std::uint64_t bits_ = 0;
-    double double_;
-    float float_;
-    bool bool_;
+    std::uint64_t bits_ = 0;  // of a scalar, which takes the first of its bytes
     const void* object_;
   };
   union {
@@ -559,7 +564,7 @@ class VELTRANO_EXPORT HostMap {
   HostMap(std::initializer_list<detail::MapElement> entries);
 
   /// The host's own string-keyed maps, such as `std::map<std::string, int>`.
-  template <class T, std::enable_if_t<detail::isMap<T>, int> = 0>
+  template <class T, std::enable_if_t<detail::isMap<T> && detail::isArgument<T>, int> = 0>
   HostMap(const T& map) : flat_(flatMap(map)) {}
   explicit HostMap(const HostMapView& map);
 
@@ -584,14 +589,18 @@ class VELTRANO_EXPORT HostMap {
 /// A map of properties as an argument. It refers to what the host wrote, so that nothing is copied
 /// before the call does; use it for parameters only.
 class HostMapView {
+  template <class T>
+  static constexpr bool isMap = std::is_same_v<T, HostMap> ||
+                                (detail::isMap<T> && detail::isArgument<T>);
+
  public:
   /// None, as `{}` and `std::nullopt` are.
   HostMapView() = default;
   HostMapView(std::nullopt_t) {}
   HostMapView(std::initializer_list<detail::MapElement> entries) : map_(entries) {}
-  template <class T, std::enable_if_t<detail::isMap<T> || std::is_same_v<T, HostMap>, int> = 0>
+  template <class T, std::enable_if_t<isMap<T>, int> = 0>
   HostMapView(const T& map) : map_(map) {}
-  template <class T, std::enable_if_t<detail::isMap<T> || std::is_same_v<T, HostMap>, int> = 0>
+  template <class T, std::enable_if_t<isMap<T>, int> = 0>
   HostMapView(const std::optional<T>& map) : map_(map) {}
 
   const detail::Argument& argument() const { return map_; }

@@ -27,7 +27,8 @@
 /// UTF-8; what is ill-formed becomes U+FFFD. Events wait in memory only, at most 200 of them (the
 /// oldest go first), until the collection host has accepted them.
 ///
-/// An exception that a host's callback throws ends there.
+/// An exception that a host's callback throws ends there. One that a container of the host's throws
+/// while its elements are read ends in the call, which then has no effect and is not counted.
 class VELTRANO_EXPORT Veltrano {
  public:
   /// Told how the upload went: true when the events were accepted.
