@@ -2,6 +2,7 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -19,6 +20,7 @@
 #include "benchmarks/figures.h"
 #include "encoding/base64.h"
 #include "encoding/json_writer.h"
+#include "encoding/utf8.h"
 #include "platform/posix/threads/submissions.h"
 
 namespace {
@@ -217,6 +219,32 @@ void compareBase64(int rounds) {
       [&](std::string& result) { appendPlainBase64(result, bytes); });
 }
 
+// Out of line, as the library's is for most of its callers.
+[[gnu::noinline]] bool isASCIIByEights(std::string_view text) {
+  return veltrano::internal::isASCII(text);
+}
+
+[[gnu::noinline]] bool isASCIIByBytes(std::string_view text) {
+  return std::none_of(text.begin(), text.end(),
+                      [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+}
+
+void compareASCII(int rounds) {
+  // Of the lengths that names, keys and texts have.
+  const std::string_view texts[] = {"Bought", "plan", "pro",      "items",        "price",
+                                    "store",  "uid",  "campaign", "twelve bytes", "$app_version"};
+  const auto countASCII = [&](std::string& result, auto isASCII) {
+    int count = 0;
+    for (int event = 0; event < 200; ++event)
+      for (const std::string_view text : texts) count += isASCII(text) ? 1 : 0;
+    result = std::to_string(count);
+  };
+  compare(
+      rounds, "2,000 short texts looked at for what is not ASCII, eight bytes at a time",
+      "byte by byte", [&](std::string& result) { countASCII(result, isASCIIByEights); },
+      [&](std::string& result) { countASCII(result, isASCIIByBytes); });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -224,5 +252,6 @@ int main(int argc, char** argv) {
   compareHandoff(rounds);
   compareJSON(rounds);
   compareBase64(rounds);
+  compareASCII(rounds);
   std::_Exit(0);
 }
