@@ -100,6 +100,30 @@ TEST(WorkQueueTest, ManySubmittersNeverOverlapNorOvertakeThemselves) {
   EXPECT_EQ(last, std::vector<int>(kThreads, kBlocks - 1));
 }
 
+// Threads end with calls of theirs still waiting, and with destructors that make more.
+TEST(WorkQueueTest, ThreadsThatEndSoonLeaveTheirCallsWhole) {
+  struct TracksAtTheEnd {
+    ~TracksAtTheEnd() { tracker->track("Ended", {{"text", std::string(5000, 'e')}}, nullptr); }
+    Tracker* tracker;
+  };
+  auto& queue = makeQueue();
+  Platform platform;
+  platform.workQueue = &queue;
+  static auto& library = *new Library(platform);  // a flush of its waits when the test is over
+  constexpr int kThreads = 100;
+  constexpr int kCalls = 40;
+  std::vector<std::thread> users;
+  for (int thread = 0; thread < kThreads; ++thread)
+    users.emplace_back([thread] {
+      thread_local TracksAtTheEnd end{&library.tracker()};
+      for (int i = 0; i < kCalls; ++i)
+        end.tracker->track("E", {{"text", std::string(i * thread % 3000, 't')}}, nullptr);
+    });
+  for (auto& user : users) user.join();
+  drain(queue);
+  EXPECT_EQ(library.accounting().statistics().recorded, kThreads * (kCalls + 1U));
+}
+
 // A queue falls asleep after some 20 ms; the other one's delays make submissions meet it awake,
 // just then, and asleep.
 TEST(WorkQueueTest, NoWakeUpIsLost) {
