@@ -133,6 +133,59 @@ TEST(URLSession, RepeatsOnlyWhatTheServerPutsOff) {
   }
 }
 
+// Why nothing arrives: each cause reads differently.
+TEST(URLSession, ReportsEveryAttempt) {
+  std::vector<TransferReport> reports;  // changed by the calling-back thread, before each outcome
+  const auto observed = [&](URLSessionOptions options, const std::string& url) {
+    options.onTransfer = [&](const TransferReport& report) {
+      reports.push_back(report);
+      throw 1;
+    };
+    options.attemptTimeout = 300ms;
+    PosixURLSession session(options);
+    auto request = requestTo(url);
+    request.qsParameters = {{"uid", "secret"}};
+    reports.clear();
+    post(session, request);
+    for (const TransferReport& report : reports) {
+      EXPECT_EQ(report.attempt, &report - reports.data() + 1);
+      EXPECT_EQ(report.willRetry, &report != &reports.back());
+      EXPECT_EQ(report.reason.find("secret"), std::string::npos);
+    }
+  };
+  TLSServer server([](int number) {
+    if (number == 1) return answer("503 Busy", "wait");
+    if (number == 2) return answer("200 OK", std::string(500, ' '));
+    return number == 3 ? Reply{.bytes = "HTTP/1.1 200 OK\r\n", .endsConnection = true} : Reply{};
+  });
+  observed(trusting(server.authorities()), server.url());
+  ASSERT_EQ(reports.size(), 2U);
+  EXPECT_EQ(reports[0].status, 503);
+  EXPECT_EQ(reports[1].status, 200);
+  EXPECT_EQ(reports[1].path, "/path");
+  EXPECT_EQ(reports[1].reason, "");
+  EXPECT_GT(reports[1].bytesSent, 100U);
+  EXPECT_GT(reports[1].bytesReceived, 500U);
+  EXPECT_GT(reports[1].duration, 0us);
+
+  std::vector<std::string> reasons;
+  const auto fails = [&](const URLSessionOptions& options, const std::string& url) {
+    observed(options, url);
+    EXPECT_EQ(reports.back().status, 0);
+    reasons.push_back(reports.back().reason);
+  };
+  fails(trusting(server.authorities()), server.url());  // cut off
+  fails(trusting(server.authorities()), server.url());  // hanging
+  EXPECT_GE(reports.back().duration, 200ms);
+  fails(trusting(TLSServer([](int) { return Reply(); }).authorities()), server.url());
+  fails(trusting("/nonexistent.pem"), server.url());
+  fails({.firstBackOff = 1ms}, "https://127.0.0.1:1/track");
+  EXPECT_EQ(reports.size(), 3U);
+  fails({.firstBackOff = 1ms}, "https://no-such-name.invalid/track");
+  EXPECT_EQ(std::set<std::string>(reasons.begin(), reasons.end()).size(), reasons.size())
+      << testing::PrintToString(reasons);
+}
+
 TEST(URLSession, InterceptsEveryAttemptAndSurvivesTheHostsExceptions) {
   TLSServer server([](int number) { return answer(number == 1 ? "503 Busy" : "200 OK"); });
   PosixURLSession session(trusting(server.authorities()));

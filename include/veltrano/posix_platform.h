@@ -28,6 +28,18 @@
 
 namespace veltrano {
 
+/// How one attempt to send something to the collection host went.
+struct TransferReport {
+  std::string path;                      // "/track" or "/heartbeat"
+  int attempt = 1;                       // counts from 1 for each request
+  std::chrono::microseconds duration{};  // of the name lookup, the connection and the exchange
+  std::uint64_t bytesSent = 0;           // heads and bodies, before encryption
+  std::uint64_t bytesReceived = 0;
+  int status = 0;      // of the answer; 0 when none came. 200 is a delivery; 400 drops the batch
+  std::string reason;  // in words, why no complete answer came; empty when one did
+  bool willRetry = false;  // this request is sent again; without it, events wait for the next flush
+};
+
 /// What the platform is to know from the beginning. Only the collection host is required.
 struct PosixOptions {
   enum class ApplicationState { active, inactive, background };
@@ -68,6 +80,11 @@ struct PosixOptions {
   /// Takes the diagnostic lines in place of the standard output, without a line feed. Called on the
   /// thread that logs, by several at once. What it throws is dropped.
   std::function<void(std::string_view)> logSink;
+
+  /// Told of every attempt to reach the collection host, before its outcome takes effect: why
+  /// nothing arrives. Called on threads of the library's, on one at a time for each path; keep it
+  /// short, as completions wait for it. What it throws is dropped.
+  std::function<void(const TransferReport&)> onTransfer;
 
   /// The name and version of the system; what `uname` says when absent.
   std::optional<std::string> systemName;

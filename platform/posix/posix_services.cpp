@@ -34,7 +34,8 @@ PosixServices::PosixServices(PosixOptions options)
       urlSession({.certificateAuthorities = std::move(options.certificateAuthorities),
                   .pinnedPublicKey = std::move(options.pinnedPublicKey),
                   .proxy = std::move(options.proxy),
-                  .proxyFromEnvironment = options.proxyFromEnvironment}),
+                  .proxyFromEnvironment = options.proxyFromEnvironment,
+                  .onTransfer = std::move(options.onTransfer)}),
       tokenRepository(std::move(options.sessionToken)) {
   device.setMainScreenSize({options.screenWidth, options.screenHeight});
   device.setOrientation(options.deviceOrientation);

@@ -14,6 +14,8 @@ namespace veltrano::internal {
 namespace {
 
 constexpr std::size_t kMostPosts = 256;  // later ones fail
+constexpr std::size_t kMostReports =
+    256;  // later ones are dropped, when the host is slow to take them
 // How long after its limit an attempt that libcurl has not ended is reported without it.
 constexpr std::chrono::milliseconds kGrace{250};
 
@@ -50,6 +52,10 @@ TransportError::Kind kindOf(CURLcode code) {
     default:
       return Kind::brokenOff;
   }
+}
+
+std::string pathOf(const std::string& baseURL) {
+  return baseURL.substr(std::min(baseURL.find('/', sizeof "https://" - 1), baseURL.size()));
 }
 
 TransportError transportError(CURLcode code) noexcept {
@@ -183,6 +189,7 @@ void Endpoint::endThread(bool& isRunning, std::string_view name, void (Endpoint:
 void Endpoint::prepareAttempts() {
   Lock lock(mutex_);
   while (Post* const post = take(lock, Stage::preparing)) {
+    post->spent = {};
     lock.unlock();
     TransferResult result;
     result.error = prepare(*post);
@@ -190,8 +197,12 @@ void Endpoint::prepareAttempts() {
     result.attempt.failedToConnect =
         result.error == CURLE_COULDNT_RESOLVE_HOST || result.error == CURLE_COULDNT_RESOLVE_PROXY;
     lock.lock();
-    putBack(lock, *post,
-            result.error == CURLE_OK ? Stage::sending : settle(*post, std::move(result)));
+    if (result.error != CURLE_OK) {
+      putBack(lock, *post, settle(*post, std::move(result)));
+    } else {
+      post->spent = Clock::now() - post->began;
+      putBack(lock, *post, Stage::sending);
+    }
   }
 }
 
@@ -225,7 +236,9 @@ void Endpoint::reportOutcomes() {
       wakeUp = std::min(wakeUp, post.limit);
       return post.stage == Stage::over || post.limit <= now || isStopped_;
     });
-    if (next != posts_.end()) {
+    if (!reports_.empty()) {
+      if (!tell(lock)) return;
+    } else if (next != posts_.end()) {
       if (!report(lock, next)) return;
     } else if (isStopped_) {
       return;
@@ -244,6 +257,7 @@ Endpoint::Post* Endpoint::take(Lock& lock, Stage stage) {
     for (Post& post : posts_) {
       if (post.stage != stage || post.isInUse || post.isReported) continue;
       if (post.due <= now) {
+        post.began = now;
         post.isInUse = true;
         return &post;
       }
@@ -313,21 +327,62 @@ Endpoint::Stage Endpoint::settle(Post& post, TransferResult result) {
   const auto timeLeft = std::chrono::duration_cast<Duration>(post.deadline - now);
   if (const auto delay =
           delayBeforeRetry(result.attempt, post.rules, post.retries, timeLeft, random)) {
+    reports_.splice(reports_.end(), reportsOf(post, result, true));
     ++post.retries;
     post.due = now + *delay;
     return Stage::preparing;
   }
+  reports_.splice(reports_.end(), reportsOf(post, result, false));
   post.result = std::move(result);
   return Stage::over;
 }
 
+// What the host is told of an attempt, if anything. Called with mutex_ held.
+std::list<TransferReport> Endpoint::reportsOf(const Post& post, const TransferResult& result,
+                                              bool willRetry) const {
+  std::list<TransferReport> reports;
+  if (!options_.onTransfer || post.isReported || reports_.size() >= kMostReports) return reports;
+  const auto spent = post.spent + (post.isInUse ? Clock::now() - post.began : Clock::duration());
+  dropExceptions([&] {
+    TransferReport report;
+    report.path = pathOf(post.request.baseURL);
+    report.attempt = post.retries + 1;
+    report.duration = std::chrono::duration_cast<std::chrono::microseconds>(spent);
+    report.bytesSent = result.bytesSent;
+    report.bytesReceived = result.bytesReceived;
+    report.status = result.attempt.httpStatusCode.value_or(0);
+    report.reason = result.reason;
+    if (result.error != CURLE_OK && report.reason.empty())
+      report.reason = curl_easy_strerror(result.error);
+    report.willRetry = willRetry;
+    reports.push_back(std::move(report));
+  });
+  return reports;
+}
+
+// Takes the oldest report to the host. False when the host has forked, and gone on in the child.
+bool Endpoint::tell(Lock& lock) {
+  std::list<TransferReport> taken;
+  taken.splice(taken.end(), reports_, reports_.begin());
+  isCallingBack_ = true;
+  lock.unlock();
+  ExitGate::pass();
+  if (!callHost(options_.onTransfer, taken.front())) return false;
+  lock.lock();
+  isCallingBack_ = false;
+  changed_.notify_all();
+  return true;
+}
+
 // False when the callback has forked, and gone on in the child.
 bool Endpoint::report(Lock& lock, Posts::iterator post) {
+  std::list<TransferReport> reports;
   TransferResult result;
   if (post->stage == Stage::over) {
     result = std::move(post->result);
   } else {
     result.error = CURLE_OPERATION_TIMEDOUT;
+    reports = reportsOf(*post, result, false);
   }
   URLSessionCallback callback = std::move(post->callback);
   post->isReported = true;
@@ -337,6 +392,8 @@ bool Endpoint::report(Lock& lock, Posts::iterator post) {
   lock.unlock();
 
   ExitGate::pass();
+  for (const TransferReport& report : reports)
+    if (!callHost(options_.onTransfer, report)) return false;
   callBack(callback, result);
   callback = nullptr;
   removed = Post();
@@ -360,8 +417,9 @@ Endpoint::Post Endpoint::remove(Posts::iterator post) {
 
 // Called with mutex_ held.
 bool Endpoint::isFinished() const {
-  return !isCallingBack_ && std::all_of(posts_.begin(), posts_.end(),
-                                        [](const Post& post) { return post.isReported; });
+  return !isCallingBack_ && reports_.empty() &&
+         std::all_of(posts_.begin(), posts_.end(),
+                     [](const Post& post) { return post.isReported; });
 }
 
 void Endpoint::wait(Lock& lock, Clock::time_point until) {

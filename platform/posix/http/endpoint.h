@@ -49,6 +49,8 @@ class Endpoint : public std::enable_shared_from_this<Endpoint> {
     Clock::time_point deadline;  // of the whole request
     Clock::time_point limit;     // when its time is reported to be up, whoever still uses it
     Clock::time_point due;       // when the stage may begin
+    Clock::time_point began;     // when the stage's thread took it
+    Clock::duration spent{};     // in the stages of this attempt that are over
     Stage stage = Stage::preparing;
     bool isInUse = false;     // by the stage's thread, without the lock
     bool isReported = false;  // the rest of the post waits for the end of its use
@@ -68,6 +70,9 @@ class Endpoint : public std::enable_shared_from_this<Endpoint> {
   CURLcode prepare(Post& post);
   CURLcode lookUp(Post& post);
   Stage settle(Post& post, TransferResult result);
+  std::list<TransferReport> reportsOf(const Post& post, const TransferResult& result,
+                                      bool willRetry) const;
+  bool tell(Lock& lock);
   bool report(Lock& lock, Posts::iterator post);
   Post remove(Posts::iterator post);
   bool isFinished() const;
@@ -80,7 +85,8 @@ class Endpoint : public std::enable_shared_from_this<Endpoint> {
   std::mutex mutex_;  // guards everything below
   std::condition_variable changed_;
   Posts posts_;
-  Posts spare_;  // one for a post that comes when memory is short
+  Posts spare_;                        // one for a post that comes when memory is short
+  std::list<TransferReport> reports_;  // for the host, oldest first
   std::minstd_rand random_;
   bool looksUpHost_;  // besides the proxy
   bool isClosed_ = false;

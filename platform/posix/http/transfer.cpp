@@ -68,6 +68,7 @@ void HTTPTransfer::setConnectionOptions(const URLSessionOptions& options) {
       std::chrono::duration_cast<Duration>(attempt_.deadline - std::chrono::steady_clock::now());
   set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(std::min(options.connectTimeout, timeLeft)));
   set(CURLOPT_TIMEOUT_MS, milliseconds(timeLeft));
+  set(CURLOPT_ERRORBUFFER, errorText_);
   // libcurl also calls it where it does not check its time limits, as in a proxy's answer.
   set(CURLOPT_NOPROGRESS, 0L);
   set(CURLOPT_XFERINFOFUNCTION, progress);
@@ -238,10 +239,24 @@ std::size_t HTTPTransfer::receive(char* bytes, std::size_t, std::size_t count, v
   return count;
 }
 
+template <class Type>
+std::uint64_t HTTPTransfer::count(CURLINFO info) const {
+  Type bytes = 0;
+  curl_easy_getinfo(easy_.get(), info, &bytes);
+  return static_cast<std::uint64_t>(bytes);
+}
+
 TransferResult HTTPTransfer::result(CURLcode code) {
   TransferResult result;
   result.error = cutOff_ != CURLE_OK ? cutOff_ : code;
   if (result.error == CURLE_OK && !statusCode_) result.error = CURLE_PARTIAL_FILE;  // no whole head
+  if (result.error != CURLE_OK) {
+    const bool isLibcurls = result.error == code && errorText_[0] != '\0';
+    result.reason = isLibcurls ? errorText_ : curl_easy_strerror(result.error);
+  }
+  result.bytesSent = count<long>(CURLINFO_REQUEST_SIZE) + count<curl_off_t>(CURLINFO_SIZE_UPLOAD_T);
+  result.bytesReceived =
+      count<long>(CURLINFO_HEADER_SIZE) + count<curl_off_t>(CURLINFO_SIZE_DOWNLOAD_T);
   result.lacksAddresses = lacksAddresses_;
   result.attempt.httpStatusCode = statusCode_;
   result.attempt.failedToConnect =

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,6 +29,9 @@ struct TransferResult {
   AttemptResult attempt;
   std::string body;
   CURLcode error = CURLE_OK;
+  std::string reason = {};  // for people, of the error
+  std::uint64_t bytesSent = 0;
+  std::uint64_t bytesReceived = 0;
   bool lacksAddresses = false;  // failed because `Attempt::addresses` were too few
 };
 
@@ -52,6 +56,8 @@ class HTTPTransfer {
   TransferResult result(CURLcode code);
 
  private:
+  template <class Type>
+  std::uint64_t count(CURLINFO info) const;
   template <class Value>
   void set(CURLoption option, Value value);
   void setConnectionOptions(const URLSessionOptions& options);
@@ -77,6 +83,7 @@ class HTTPTransfer {
   const std::unique_ptr<CURL, void (*)(CURL*)> easy_{curl_easy_init(), curl_easy_cleanup};
   CURLcode setUp_ = CURLE_OK;   // the first thing that went wrong
   CURLcode cutOff_ = CURLE_OK;  // why one of our own functions ended the transfer
+  char errorText_[CURL_ERROR_SIZE] = "";
   bool lacksAddresses_ = false;
   bool hasBegunRequest_ = false;
   std::size_t headBytes_ = 0;      // of all heads and trailers

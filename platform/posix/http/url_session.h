@@ -4,11 +4,13 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "encoding/time.h"
 #include "platform/url_session.h"
+#include "veltrano/posix_platform.h"
 
 namespace veltrano::internal {
 
@@ -20,6 +22,7 @@ struct URLSessionOptions {
   std::string proxy = {};                   // see isProxy; empty for none
   std::string noProxy = {};                 // hosts without a proxy, as the variable no_proxy
   bool proxyFromEnvironment = false;        // read by the constructor, unless `proxy` is set
+  std::function<void(const TransferReport&)> onTransfer = {};
   Duration firstBackOff = std::chrono::milliseconds(200);  // doubles with every retry
   Duration connectTimeout = std::chrono::seconds(10);
   Duration attemptTimeout = std::chrono::seconds(30);
