@@ -55,7 +55,7 @@ bool hasOnlyMembers(const Flat& container) {
   return std::all_of(contents.begin(), contents.end(), [](FlatView v) { return v.isMember(); });
 }
 
-// Of the type that reads a member.
+// The kind that `getIf<T>` reads.
 template <class T>
 constexpr Kind kKind = Kind::Absent;
 template <>
@@ -260,7 +260,7 @@ HostMap::HostMap(const HostMapView& map) : flat_(flatMap(map.argument())) {
   if (flat_.kind() == Kind::Absent) *this = HostMap();
 }
 
-// The map itself is no property, so its values may nest as deep as one.
+// Level -1: the map itself is not a property and does not count toward the nesting of its values.
 Flat HostMap::flatMap(const Argument& map) {
   return written(-1, [&](FlatWriter& writer) { writer.value(map); });
 }
