@@ -14,8 +14,8 @@ inline double heartbeatInterval(const UserDefaults& defaults) {
   return stored > 0 ? stored : 20;
 }
 
-/// Stores `seconds` without checking it. No-op when the file already holds that value; retries a
-/// value that could not be written.
+/// Stores `seconds` without checking it. No-op when the store holds that value already; a value
+/// that could not be written before is written again.
 inline void setHeartbeatInterval(UserDefaults& defaults, double seconds) {
   if (!defaults.isStored(seconds, kHeartbeatIntervalKey))
     defaults.setDouble(seconds, kHeartbeatIntervalKey);

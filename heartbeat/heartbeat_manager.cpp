@@ -68,7 +68,7 @@ void HeartbeatManager::sendHeartbeat() {
   const double duration = std::chrono::duration<double>(session_.durationAt(now)).count();
   setTimer(interval);
   lock.unlock();
-  // Up to here the timer retries after an exception, since no other is scheduled.
+  // An exception up to here makes the old timer fire again; now the next one is scheduled.
   try {
     repository_->send(uid, sessionID, duration, [this](bool wasAccepted) {
       if (!wasAccepted) recordFailure_();

@@ -51,7 +51,7 @@ class FlatCopier {
   void appendSorted(std::vector<FlatEntry>& entries, FlatView map, bool converts);
 
   std::vector<FlatEntry> entries_;           // a stack: those of the dictionaries being copied
-  std::forward_list<std::string> repaired_;  // keys that were not well-formed ASCII
+  std::forward_list<std::string> repaired_;  // copies of non-ASCII keys, well-formed
 };
 
 /// Whether every key of the Dictionary is a String.

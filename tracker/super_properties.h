@@ -21,7 +21,7 @@ class SuperProperties {
   }
 
   void replace(PropertyMap properties) {
-    // After the swap, destroyed when the lock is released.
+    // Declared before the lock, so that the old properties are destroyed after its release.
     auto replaced = std::make_shared<const PropertyMap>(std::move(properties));
     const std::lock_guard lock(mutex_);
     properties_.swap(replaced);
