@@ -1,4 +1,4 @@
-# What every target of the project shares. A consumer's build sets none of this.
+# Settings of all targets of this project. They do not affect a consumer's targets.
 
 option(VELTRANO_DEVELOPER "Build tests, tools and examples, with warnings as errors"
        ${PROJECT_IS_TOP_LEVEL})
@@ -21,12 +21,12 @@ if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYP
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
 endif()
 
-# What a released library is optimised for. Where events pass, -O3 adds 20 KB and no speed;
-# elsewhere, size counts: it saves 70 KB.
+# Optimisation of a release. On the path of events, -O3 would add 20 KB and no speed; elsewhere, -Os
+# saves 70 KB.
 set(VELTRANO_FAST $<$<CONFIG:Release>:-O2>)
 set(VELTRANO_SMALL $<$<CONFIG:Release>:-Os>)
 
-# So that the shared libraries leave out what they have no use for.
+# For --gc-sections, which removes unused code from the shared library.
 add_compile_options(-ffunction-sections -fdata-sections)
 
 if(VELTRANO_DEVELOPER)
