@@ -1,5 +1,4 @@
-// A work queue and a network that run only on request, so that the work for a single event can be
-// timed.
+// A work queue and a network that run only on request, so that the work for one event can be timed.
 #pragma once
 
 #include <deque>
