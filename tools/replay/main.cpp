@@ -28,7 +28,7 @@ int runSimulated(const replay::Scenario& scenario, replay::Bodies bodies) {
   const bool hasEnded = replay::SimulatedWorld(write, bodies).play(scenario);
   std::fflush(stdout);
   if (!hasEnded) std::cerr << "the scenario runs away: too much happens after one step\n";
-  // Without destructors: the library may still be in use.
+  // Skips static destructors: whatever the library still holds is not torn down.
   std::_Exit(hasEnded ? 0 : kRunaway);
 }
 
