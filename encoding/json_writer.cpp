@@ -32,7 +32,7 @@ class SplicingWriter
  public:
   using Writer::Writer;
 
-  // As `String`, which checks and copies byte by byte, but copies at once what needs no escape.
+  // As `String`, but copies text that needs no escape in one piece instead of byte by byte.
   void string(std::string_view text) {
     if (anyEightBytes(text, [](auto bytes) { return hasToBeEscaped(bytes); })) {
       String(text.data(), static_cast<rapidjson::SizeType>(text.size()));

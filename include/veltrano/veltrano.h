@@ -4,7 +4,7 @@
 //     tracker.setUserId("user-17");
 //     tracker.track("Bought", {{"plan", "pro"}, {"items", 3}, {"tags", {"a", "b"}}});
 //
-// Choose a platform before the first touch of `shared` (see veltrano/posix_platform.h).
+// Install a platform before the first call of `shared` (see veltrano/posix_platform.h).
 #pragma once
 
 #include <atomic>

@@ -223,7 +223,7 @@ VELTRANO_EXPORT veltrano_object* veltrano_boolean_number(bool value);
 /* Seconds since 1970-01-01 00:00:00 UTC; NaN counts as 0. */
 VELTRANO_EXPORT veltrano_object* veltrano_date(double seconds);
 
-/* An explicit null, which events hold as null. Nil is no object at all. */
+/* An explicit null, which events hold as null; nil is left out instead. */
 VELTRANO_EXPORT veltrano_object* veltrano_null(void);
 
 /* An object of a type that events cannot hold. */
