@@ -72,8 +72,8 @@ class VELTRANO_EXPORT Veltrano {
   /// foreground. It runs on the library's work queue, which waits for it: keep it short, and never
   /// make it wait for another flush.
   ///
-  /// Warning: the completion is not called in the background, nor when a later flush replaces its
-  /// own.
+  /// Warning: the completion is not called in the background, nor when a later flush replaces this
+  /// one.
   void track(std::string_view eventName, const veltrano::HostMapView& eventProperties = {},
              FlushCompletion forceFlushCompletion = nullptr);
 

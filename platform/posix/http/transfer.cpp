@@ -42,7 +42,7 @@ CURLcode secure(CURL*, void* sslContext, void*) {
   auto* const context = static_cast<SSL_CTX*>(sslContext);
   SSL_CTX_set_security_level(context, std::max(kLevel, SSL_CTX_get_security_level(context)));
   SSL_CTX_set_keylog_callback(context, nullptr);
-  // With it, one read would last as long as the server sends records without data.
+  // With auto-retry, one read would last as long as the server sends records without data.
   SSL_CTX_clear_mode(context, SSL_MODE_AUTO_RETRY);
   return CURLE_OK;
 }
