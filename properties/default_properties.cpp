@@ -10,7 +10,7 @@ namespace {
 constexpr std::string_view kVersionKey = "CFBundleShortVersionString";
 constexpr std::string_view kBuildNumberKey = "CFBundleVersion";
 
-// The text under `key`, if that is what is there.
+// The value of `key` if it is text.
 std::optional<std::string> textIn(const std::optional<HostMap>& dictionary, std::string_view key) {
   if (!dictionary) return std::nullopt;
   return ParameterConversion::convert(*dictionary).value_or(PropertyMap()).text(key);
@@ -62,8 +62,7 @@ const std::string& DefaultProperties::publisherVersion() const {
       [this] { return textIn(publisherInfoDict(), kVersionKey).value_or("unknown"); });
 }
 
-// The library's resource bundle; its own bundle when there is no resource bundle, and none when it
-// has no resources at all.
+// The library's resource bundle; falls back to the library's own bundle. None without resources.
 std::optional<Bundle> DefaultProperties::resourceBundle() const {
   Bundle library = bundles_.libraryBundle();
   if (!library.resourceDirectory) return std::nullopt;

@@ -11,15 +11,15 @@
 
 namespace veltrano::internal {
 
-/// The device and application properties that the library gathers by itself. Each value is computed
-/// by its first reader, once, and never changes; safe to read from any thread.
+/// The device and application properties that the library collects itself. Each value is computed
+/// once, by its first reader. Thread-safe.
 class DefaultProperties {
  public:
   /// Both must outlive the properties.
   DefaultProperties(const Bundles& bundles, const Device& device)
       : bundles_(bundles), device_(device) {}
 
-  /// What every event carries.
+  /// The properties that every event carries.
   const PropertyMap& properties() const;
 
   /// The library's own version, or "unknown".
@@ -29,7 +29,7 @@ class DefaultProperties {
   const std::string& publisherVersion() const;
 
  private:
-  // A value that its first reader computes while the others wait.
+  // A value computed by its first reader; concurrent readers wait for it.
   template <class Value>
   class Once {
    public:

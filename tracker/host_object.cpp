@@ -63,7 +63,7 @@ void MutableDictionary::set(const detail::Argument& key, const detail::Argument&
   entry.value(value);
   std::string& bytes = FlatAccess::flat(dictionary_).bytes();
   appendToContainer(bytes, entry);
-  // So that values which have been replaced do not pile up.
+  // Removes replaced values once they may take half the memory.
   constexpr std::size_t kFewBytes = 1024;
   if (bytes.size() < 2 * sizeWhenTidy_ + kFewBytes) return;
   dictionary_ = *dictionary_.member()->getIf<Dictionary>();

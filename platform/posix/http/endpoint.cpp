@@ -14,7 +14,7 @@ namespace veltrano::internal {
 namespace {
 
 constexpr std::size_t kMostPosts = 256;  // later ones fail
-// How long after its limit an attempt that libcurl has not ended is reported without it.
+// How long after its deadline a transfer that libcurl has not ended is reported as timed out.
 constexpr std::chrono::milliseconds kGrace{250};
 
 URLRequest outgoingRequest(const PostRequest& post) {
@@ -56,7 +56,7 @@ TransportError transportError(CURLcode code) noexcept {
   try {
     return {curl_easy_strerror(code), kindOf(code)};
   } catch (...) {
-    return {"out of memory", kindOf(code)};  // short enough to need none
+    return {"out of memory", kindOf(code)};  // short enough not to allocate
   }
 }
 
@@ -92,7 +92,7 @@ void Endpoint::post(PostRequest& request, URLSessionCallback& callback) noexcept
   try {
     added.emplace_back();
   } catch (...) {
-    // Memory is short; there may be a spare one.
+    // Out of memory; there may be a spare one.
   }
   {
     const std::lock_guard lock(mutex_);
@@ -128,7 +128,7 @@ void Endpoint::post(PostRequest& request, URLSessionCallback& callback) noexcept
     }
     if (isStopped_) return;
   }
-  // There is neither memory nor a thread to defer the callback to.
+  // Without memory or a thread, the callback cannot be deferred.
   TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
   callBack(callback, result);
 }
@@ -141,7 +141,7 @@ void Endpoint::close() {
 bool Endpoint::shutDown(Clock::time_point deadline) {
   Lock lock(mutex_);
   const bool isComplete = changed_.wait_until(lock, deadline, [&] { return isFinished(); });
-  isStopped_ = true;  // what is left fails now
+  isStopped_ = true;  // the remaining posts fail now
   changed_.notify_all();
   changed_.wait_until(lock, Clock::now() + kGrace, [&] {
     return isFinished() && !preparerRuns_ && !senderRuns_ && !reporterRuns_;
@@ -150,7 +150,7 @@ bool Endpoint::shutDown(Clock::time_point deadline) {
   return isComplete;
 }
 
-// Starts the thread unless it runs. Called with mutex_ held.
+// Starts the thread unless it is running. Called with mutex_ held.
 bool Endpoint::ensureThread(bool& isRunning, std::string_view name, void (Endpoint::*work)()) {
   if (isRunning || isStopped_) return isRunning;
   try {
@@ -171,7 +171,7 @@ bool Endpoint::ensureThread(bool& isRunning, std::string_view name, void (Endpoi
   return isRunning;
 }
 
-// A thread that the host's code has ended, with pthread_exit, is replaced.
+// Replaces a thread that the host's code ended with pthread_exit.
 void Endpoint::endThread(bool& isRunning, std::string_view name, void (Endpoint::*work)()) {
   if (isForkedChild()) return;
   const std::lock_guard lock(mutex_);
@@ -186,7 +186,7 @@ void Endpoint::prepareAttempts() {
     lock.unlock();
     TransferResult result;
     result.error = prepare(*post);
-    if (isForkedChild()) return;  // the interceptor has forked, and gone on in the child
+    if (isForkedChild()) return;  // the interceptor forked, and this is the child
     result.attempt.failedToConnect =
         result.error == CURLE_COULDNT_RESOLVE_HOST || result.error == CURLE_COULDNT_RESOLVE_PROXY;
     lock.lock();
@@ -235,8 +235,8 @@ void Endpoint::reportOutcomes() {
   }
 }
 
-// The next post whose turn in this stage has come, for the calling thread to work on without the
-// lock. Null when the thread is to end.
+// Waits for the next post that is due in `stage`. The calling thread may use it without the lock.
+// Null when the thread has to end.
 Endpoint::Post* Endpoint::take(Lock& lock, Stage stage) {
   while (!isStopped_) {
     const auto now = Clock::now();
@@ -305,7 +305,7 @@ CURLcode Endpoint::lookUp(Post& post) {
   return CURLE_OK;
 }
 
-// Decides what comes after an attempt. Called with mutex_ held.
+// The stage that follows an attempt. Called with mutex_ held.
 Endpoint::Stage Endpoint::settle(Post& post, TransferResult result) {
   const auto now = Clock::now();
   if (result.lacksAddresses && !std::exchange(looksUpHost_, true)) return Stage::preparing;
@@ -321,7 +321,7 @@ Endpoint::Stage Endpoint::settle(Post& post, TransferResult result) {
   return Stage::over;
 }
 
-// False when the callback has forked, and gone on in the child.
+// False in a child that the callback forked.
 bool Endpoint::report(Lock& lock, Posts::iterator post) {
   TransferResult result;
   if (post->stage == Stage::over) {
@@ -347,7 +347,7 @@ bool Endpoint::report(Lock& lock, Posts::iterator post) {
   return true;
 }
 
-// Takes a post out, for the caller to destroy without the lock. Called with mutex_ held.
+// Removes a post. The caller destroys it without the lock. Called with mutex_ held.
 Endpoint::Post Endpoint::remove(Posts::iterator post) {
   Post removed = std::exchange(*post, Post());
   if (spare_.empty()) {

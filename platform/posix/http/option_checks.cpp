@@ -34,7 +34,7 @@ bool isPort(std::string_view text) {
 }
 
 bool isDigest(std::string_view text) {
-  // 32 bytes in Base64. The last digit before the padding stands for four bits.
+  // 32 bytes in Base64. The last digit before the padding holds only four bits.
   return text.size() == 44 && text.back() == '=' &&
          std::string_view("AEIMQUYcgkosw048").find(text[42]) != std::string_view::npos &&
          std::all_of(text.begin(), text.end() - 1,

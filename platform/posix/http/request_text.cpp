@@ -7,7 +7,7 @@
 namespace veltrano::internal {
 namespace {
 
-// Spelled out, since <cctype> asks the host's locale.
+// Not from <cctype>, which depends on the host's locale.
 bool isLetterOrDigit(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
 }
@@ -25,7 +25,7 @@ void appendPercentEncoded(std::string& url, std::string_view text) {
   }
 }
 
-// The token characters of HTTP.
+// HTTP's token characters.
 bool canStandInName(char c) {
   constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
   return isLetterOrDigit(c) || kMarks.find(c) != kMarks.npos;
@@ -71,7 +71,7 @@ std::vector<std::string> headerLines(const std::map<std::string, std::string>& h
     if (line.empty()) continue;
     const std::string kept = filtered(value, canStandInValue);
     const auto text = trimmed(kept);
-    // "Name:" would tell libcurl to leave the header out; "Name;" is a header without a value.
+    // For libcurl, "Name:" removes the header and "Name;" sends it without a value.
     if (text.empty()) {
       line += ';';
     } else {
