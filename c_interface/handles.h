@@ -13,8 +13,8 @@
 #include <variant>
 
 #include "c_interface/handle_check.h"
+#include "c_interface/host_object.h"
 #include "platform/host_callback.h"
-#include "tracker/host_object.h"
 #include "veltrano/veltrano_c.h"
 
 /// What a handle points to.

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "c_interface/handles.h"
-#include "tracker/selectors.h"
+#include "c_interface/selectors.h"
 #include "veltrano/veltrano.h"
 
 using namespace veltrano;

@@ -1,5 +1,5 @@
 // Calls the library by selector, with dynamically typed objects.
-#include "tracker/selectors.h"
+#include "c_interface/selectors.h"
 
 #include <gtest/gtest.h>
 

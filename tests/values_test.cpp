@@ -13,10 +13,10 @@
 
 #include "encoding/base64.h"
 #include "encoding/canonical_equivalence.h"
+#include "log/value_rendering.h"
 #include "properties/flat_copier.h"
 #include "properties/json_encoding.h"
 #include "properties/parameter_conversion.h"
-#include "tracker/log_rendering.h"
 #include "veltrano/value.h"
 
 namespace veltrano::internal {

@@ -1,7 +1,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "tracker/log_rendering.h"
+#include "log/value_rendering.h"
 #include "tracker/track_call.h"
 #include "tracker/tracker.h"
 

@@ -97,7 +97,4 @@ class PosixIdentifiers final : public ASIdentifierManager {
   ReportedText identifier_;
 };
 
-/// `text` as a canonical UUID; none if it is not a UUID.
-std::optional<std::string> canonicalUUID(std::string_view text);
-
 }  // namespace veltrano::internal

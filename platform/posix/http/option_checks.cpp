@@ -6,12 +6,10 @@
 #include <charconv>
 #include <string>
 
+#include "platform/posix/http/request_text.h"
+
 namespace veltrano::internal {
 namespace {
-
-bool isLetterOrDigit(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-}
 
 bool isName(std::string_view text) {
   constexpr std::size_t kLongest = 253;

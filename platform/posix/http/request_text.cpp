@@ -8,10 +8,6 @@ namespace veltrano::internal {
 namespace {
 
 // Not from <cctype>, which depends on the host's locale.
-bool isLetterOrDigit(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
-}
-
 void appendPercentEncoded(std::string& url, std::string_view text) {
   constexpr std::string_view kUnreservedMarks = "-._~";
   constexpr char kDigits[] = "0123456789ABCDEF";
@@ -49,6 +45,10 @@ std::string_view trimmed(std::string_view text) {
 }
 
 }  // namespace
+
+bool isLetterOrDigit(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+}
 
 std::string urlWithQuery(std::string_view baseURL,
                          const std::map<std::string, std::string>& parameters) {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <variant>
 
-#include "tracker/host_object.h"
+#include "c_interface/host_object.h"
 
 namespace veltrano::internal {
 

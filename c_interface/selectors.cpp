@@ -1,4 +1,4 @@
-#include "tracker/selectors.h"
+#include "c_interface/selectors.h"
 
 #include <algorithm>
 #include <functional>

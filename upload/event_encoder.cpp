@@ -1,4 +1,4 @@
-#include "tracker/event_encoder.h"
+#include "upload/event_encoder.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
-#include "tracker/host_object.h"
+#include "c_interface/host_object.h"
 
 #include <utility>
 
-#include "properties/flat_copier.h"
+#include "properties/property_map.h"
 
 namespace veltrano::internal {
 
@@ -11,8 +11,7 @@ using detail::FlatAccess;
 namespace {
 
 std::optional<HostMap> mapIn(const HostValue& value) {
-  if (viewOf(value).kind() != Kind::Dictionary || !hasOnlyStringKeys(viewOf(value)))
-    return std::nullopt;
+  if (!asProperties(viewOf(value))) return std::nullopt;
   return FlatAccess::make<HostMap>(FlatAccess::flat(value));
 }
 

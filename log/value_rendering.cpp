@@ -1,4 +1,4 @@
-#include "tracker/log_rendering.h"
+#include "log/value_rendering.h"
 
 #include <array>
 #include <cmath>
