@@ -1,4 +1,4 @@
-// What is built in an unusual way, against its plain form.
+// Compares unusual constructions with their plain form.
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -31,7 +31,7 @@ struct EmptyBlock final : veltrano::internal::Block {
   void run() override {}
 };
 
-// The plain form of `Submissions`: all are taken at once.
+// The plain form of `Submissions`: a mutex and a swap.
 class LockedSubmissions {
  public:
   void push(veltrano::internal::Block* block) {
@@ -39,7 +39,7 @@ class LockedSubmissions {
     blocks_.push_back(block);
   }
 
-  // Runs everything; returns how much that was.
+  // Runs all blocks and returns their number.
   std::size_t runAll() {
     taken_.clear();
     {
@@ -73,7 +73,7 @@ class LinkedSubmissions {
   veltrano::internal::Submissions submissions_;
 };
 
-// Hands blocks to a thread that polls as the work queue's does. Never destroyed.
+// Hands blocks to a thread that polls like the work queue's. Never destroyed.
 template <class Submissions>
 class Handoff {
  public:
@@ -128,7 +128,7 @@ void compareHandoff(int rounds) {
   }
 }
 
-// Times both forms in turns, which leave their results in a text that they are given.
+// Times both forms alternately. Each writes its result to the text that it gets.
 void compare(int rounds, const std::string& what, const std::string& plainName, auto own,
              auto plain) {
   bench::Turns turns;
@@ -143,7 +143,7 @@ void compare(int rounds, const std::string& what, const std::string& plainName, 
   turns.print(what, plainName, 0.9);
 }
 
-// The plain form of `JSONWriter`, which goes byte by byte. Out of line, as that is.
+// The plain form of `JSONWriter`, which works byte by byte. Not inlined, like the original.
 class PlainWriter {
  public:
   [[gnu::noinline]] void clear() {
@@ -168,7 +168,7 @@ class PlainWriter {
   rapidjson::Writer<rapidjson::StringBuffer> writer_{buffer_};
 };
 
-// The texts of an event and what all events have in common.
+// Writes the texts of 200 events and the members that all of them share.
 void compareJSON(int rounds) {
   const std::string common =
       R"("app_build":"4711","app_id":"player","app_version":"3.2.1","brand":"Somebody's",)"
@@ -219,7 +219,7 @@ void compareBase64(int rounds) {
       [&](std::string& result) { appendPlainBase64(result, bytes); });
 }
 
-// Out of line, as the library's is for most of its callers.
+// Not inlined, as for most callers in the library.
 [[gnu::noinline]] bool isASCIIByEights(std::string_view text) {
   return veltrano::internal::isASCII(text);
 }
@@ -230,7 +230,7 @@ void compareBase64(int rounds) {
 }
 
 void compareASCII(int rounds) {
-  // Of the lengths that names, keys and texts have.
+  // Typical names, keys and texts.
   const std::string_view texts[] = {"Bought", "plan", "pro",      "items",        "price",
                                     "store",  "uid",  "campaign", "twelve bytes", "$app_version"};
   const auto countASCII = [&](std::string& result, auto isASCII) {

@@ -1,5 +1,5 @@
-// What the work queue does with a full queue of 200 events of 15 properties: encoding them, making
-// the body of their upload, doing that again, and recording one more event while uploads fail.
+// Measures the work for a full queue of 200 events with 15 properties: encoding them, building the
+// body of the upload, building it again, and recording one more event while uploads fail.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -17,9 +17,9 @@
 #include "benchmarks/manual_platform.h"
 #include "benchmarks/rapidjson_reference.h"
 #include "properties/parameter_conversion.h"
-#include "tracker/event_encoder.h"
 #include "tracker/library.h"
 #include "upload/corvane_endpoint_request.h"
+#include "upload/event_encoder.h"
 #include "veltrano/veltrano.h"
 
 namespace {
@@ -31,7 +31,7 @@ constexpr std::size_t kEvents = 200;
 
 class Batch {
  public:
-  // With `session` and `workQueue` as the library's platform.
+  // Installs a platform with `session` and `workQueue`.
   Batch(bench::ManualURLSession& session, bench::ManualWorkQueue& workQueue)
       : session_(session), workQueue_(workQueue) {
     for (std::size_t i = 0; i < kEvents; ++i) {
@@ -49,7 +49,7 @@ class Batch {
     workQueue_.runAll();
   }
 
-  // Whether both sides make the same body.
+  // Whether both sides produce the same body.
   bool isFair() {
     send(encodedEvents_);
     const std::string body = session_.body();
@@ -60,7 +60,7 @@ class Batch {
 
   // Each returns the nanoseconds that it took.
   double firstTime() {
-    std::deque<veltrano::internal::EventRecord> records;  // not to be destroyed in that time
+    std::deque<veltrano::internal::EventRecord> records;  // destroyed after the measurement
     return bench::timeOf([&] {
       records = encode();
       send(records);
@@ -80,7 +80,7 @@ class Batch {
     return bench::timeOf([&] { reference_.base64(json); });
   }
 
-  // The conversion belongs to this, the call does not.
+  // Includes the conversion, but not the call.
   double oneMore() {
     Veltrano::shared().track("Bought", oneMoreProperties_);
     return bench::timeOf([this] { workQueue_.runAll(); });
@@ -173,7 +173,7 @@ int main(int argc, char** argv) {
   bench::Turns firstTurns, againTurns, oneMoreTurns;
   std::mt19937 random(1);
   for (int round = 0; round < rounds; ++round) {
-    // In random order, so that none always finds the caches warmed by the same one.
+    // In random order, so that no turn always runs on the same predecessor's warm caches.
     std::shuffle(turns.begin(), turns.end(), random);
     for (const auto& turn : turns) turn();
     firstTurns.add(first, reference);

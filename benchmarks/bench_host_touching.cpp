@@ -1,5 +1,5 @@
-// A host that installs the platform and touches `shared`, and nothing else. Prints how many
-// nanoseconds each took, and how often libcurl has been initialised.
+// A host that only installs the platform and calls `shared`. Prints the nanoseconds that each took,
+// and how often libcurl was initialised.
 #include <dlfcn.h>
 
 #include <chrono>
@@ -20,7 +20,7 @@ long long nanoseconds(Clock::duration duration) {
 
 }  // namespace
 
-// Stands before libcurl's own.
+// Interposes libcurl's function.
 // NOLINTNEXTLINE(readability-identifier-naming)
 extern "C" [[gnu::visibility("default")]] int curl_global_init(long flags) {
   ++curlInitialisations;

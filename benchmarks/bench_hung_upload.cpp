@@ -1,4 +1,5 @@
-// A million calls while an upload hangs, and how fast the work queue catches up once it ends.
+// Measures a million calls while an upload hangs, and how fast the work queue catches up
+// afterwards.
 #include <fmt/format.h>
 
 #include <chrono>
@@ -30,7 +31,7 @@ int main(int argc, char** argv) {
 
   const double before = bench::peakResidentBytes();
   double peak = 0;
-  std::vector<double> rates;  // in millions a second
+  std::vector<double> rates;  // in millions per second
   for (int round = 0; round < rounds; ++round) {
     session.setAnswer(Answer::hang);
     tracker.track("Hangs", {}, [](bool) {});

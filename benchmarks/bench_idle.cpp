@@ -1,4 +1,4 @@
-// What the library's threads do while nothing happens, in the foreground or in the background.
+// Measures the library's threads while the host is idle, in the foreground or in the background.
 #include <fmt/format.h>
 
 #include <chrono>
@@ -35,7 +35,7 @@ int main(int argc, char** argv) {
     nanoseconds += after.nanosecondsRun - (isNew ? 0 : earlier->second.nanosecondsRun);
   }
 
-  // In the foreground the next thing due is the periodic flush.
+  // In the foreground, only the periodic flush is due.
   const auto allowed =
       isInBackground ? 0 : static_cast<std::uint64_t>(duration / std::chrono::seconds(20));
   bench::print(

@@ -4,15 +4,15 @@
 
 namespace bench {
 
-/// Makes the services of a POSIX system the library's platform, but for the network, which is
-/// `session`, and the log, which is dropped. Without a `workQueue` that is the POSIX one as well.
+/// Installs the POSIX platform, but with `session` as the network, without a log, and with
+/// `workQueue` unless that is null.
 void installBenchPlatform(veltrano::internal::ZKURLSessionManager& session,
                           veltrano::internal::WorkQueue* workQueue = nullptr);
 
-/// Tells the library that the application has gone to the background.
+/// Reports that the application has entered the background.
 void enterBackground();
 
-/// Returns when everything that was tracked before on this thread has been recorded and uploaded.
+/// Blocks until everything that this thread has tracked is recorded and uploaded.
 void drainTracker();
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-// What the library adds to the start of a program.
+// Measures what the library adds to the start of a program.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -28,7 +28,7 @@ struct Run {
   std::exit(1);
 }
 
-// From before the process is made until it has been collected.
+// Times a process from before it is spawned until it has been waited for.
 Run runProgram(const std::string& program) {
   int pipeEnds[2];
   if (pipe2(pipeEnds, O_CLOEXEC) != 0) fail(program);
@@ -71,7 +71,7 @@ int main(int argc, char** argv) {
   for (int round = -1; round < rounds; ++round) {
     const Run runs[] = {runProgram(plain), runProgram(linked), runProgram(withCurl),
                         runProgram(touching)};
-    if (round < 0) continue;  // for warming up
+    if (round < 0) continue;  // warm-up
     plainTimes.push_back(runs[0].nanoseconds);
     linkedTimes.push_back(runs[1].nanoseconds);
     curlTimes.push_back(runs[2].nanoseconds);

@@ -1,7 +1,6 @@
-// What `track` costs the thread that calls it, against two references: handing a formatted line to
-// an asynchronous spdlog logger (a queue of 8192 lines, one thread, callers that wait when the
-// queue is full, and a sink that drops everything), and the floor, the least that any such call has
-// to do.
+// Measures what `track` costs the calling thread, against two references: handing a formatted line
+// to an asynchronous spdlog logger (a queue of 8192 lines that blocks when full, one thread, a sink
+// that drops everything), and the floor, the least work that such a call can do.
 #include <spdlog/async.h>
 #include <spdlog/sinks/base_sink.h>
 
@@ -27,7 +26,7 @@
 
 namespace {
 
-// Drops lines, and says when it is flushed.
+// Drops lines and signals when it is flushed.
 class NullSink final : public spdlog::sinks::base_sink<std::mutex> {
  public:
   std::counting_semaphore<> flushed{0};
@@ -57,8 +56,8 @@ class Logger {
       "events", sink_, pool_, spdlog::async_overflow_policy::block);
 };
 
-// Reads the clock, copies as many bytes as a call with five properties hands over to where no
-// recent call has written, and does one atomic exchange. For one thread at a time.
+// Reads the clock, copies as many bytes as a call with five properties to memory that no recent
+// call has written, and does one atomic exchange. Not thread-safe.
 class Floor {
  public:
   void call() {
@@ -98,12 +97,12 @@ class Comparison {
   void run(const std::string& what, const bench::Load& load, Call call, std::vector<Goal> goals) {
     for (int round = -1; round < rounds_; ++round) {
       const bench::CallTimes own = bench::timeCalls(load, call, bench::drainTracker);
-      // Until the work queue's thread sleeps.
+      // Long enough for the work queue's thread to fall asleep.
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
       bench::CallTimes references[2];
       if (isNeeded(Goal::logger, goals)) references[Goal::logger] = measureReference(load, logger_);
       if (isNeeded(Goal::floor, goals)) references[Goal::floor] = measureReference(load, floor_);
-      if (round < 0) continue;  // for warming up
+      if (round < 0) continue;  // warm-up
       for (Goal& goal : goals)
         goal.turns.add(own.*goal.statistic, references[goal.reference].*goal.statistic);
     }

@@ -1,5 +1,5 @@
-// The memory that waiting events and waiting calls take, with what the allocator adds to it, and
-// how often a call with a map that the host has built allocates.
+// Measures the memory of waiting events and calls, including the allocator's overhead, and how
+// often a call with a prebuilt map allocates.
 #include <fmt/format.h>
 #include <malloc.h>
 
@@ -21,11 +21,11 @@ using Answer = bench::ScriptedURLSession::Answer;
 std::atomic<std::size_t> bytesInUse{0};
 thread_local int allocations = 0;
 
-constexpr std::size_t kChunkHeader = 8;  // what glibc keeps beside each block
+constexpr std::size_t kChunkHeader = 8;  // glibc's overhead per block
 
 }  // namespace
 
-// Kept out of line, where the compiler does not see malloc and free through them.
+// Not inlined, so that the compiler cannot pair malloc and free and remove both.
 [[gnu::noinline]] void* operator new(std::size_t size) {
   void* const block = std::malloc(size);
   if (block == nullptr) throw std::bad_alloc();
@@ -53,7 +53,7 @@ void track(int count) {
   }
 }
 
-// Of the upload's JSON, of which the body is the Base64.
+// The size of the JSON whose Base64 is the body.
 double jsonSize(std::size_t bodySize) {
   return static_cast<double>(bodySize) / 4 * 3;
 }
@@ -64,7 +64,7 @@ int main() {
   auto& session = *new bench::ScriptedURLSession(Answer::refuse);
   bench::installBenchPlatform(session);
 
-  // Between the two readings, 100 more events wait.
+  // 100 more events wait at the second reading than at the first.
   track(50);
   bench::drainTracker();
   const double few = static_cast<double>(bytesInUse.load());

@@ -1,4 +1,4 @@
-// How long single calls take on the threads that make them.
+// Times single calls on the calling threads.
 #pragma once
 
 #include <barrier>
@@ -17,16 +17,16 @@ constexpr std::chrono::microseconds kPace{20};
 struct Load {
   int threads = 1;
   bool isPaced = false;
-  std::size_t burst = 2000;  // calls until the other side may catch up
+  std::size_t burst = 2000;  // calls before the other side may catch up
 };
 
-/// In nanoseconds, without what reading the clock takes.
+/// In nanoseconds, without the cost of reading the clock.
 struct CallTimes {
   double median = 0;
   double p99 = 0;
 };
 
-/// What a call that does nothing would seem to take.
+/// The measured time of an empty call.
 inline double clockCost() {
   static const double cost = [] {
     std::vector<double> times(100'000);
@@ -36,8 +36,8 @@ inline double clockCost() {
   return cost;
 }
 
-/// Times each `call` of some bursts, which are shared out among the threads. Before the next burst,
-/// `drain` lets the other side catch up, so that what is measured is not how a backlog grows.
+/// Times each `call`, in bursts that the threads share. `drain` lets the other side catch up
+/// between bursts, so that a growing backlog does not distort the times.
 template <class Call, class Drain>
 CallTimes timeCalls(const Load& load, Call call, Drain drain) {
   const std::size_t share = load.burst / static_cast<std::size_t>(load.threads);

@@ -12,7 +12,7 @@ double percentile(std::vector<double> values, double share) {
   const double place = share * static_cast<double>(values.size());
   const auto rank = static_cast<std::size_t>(std::ceil(place));
   const double value = values[std::max<std::size_t>(rank, 1) - 1];
-  // Equal values stand for all those that are nearer to them than to their neighbours.
+  // Equal values represent the interval up to halfway to their neighbours.
   const auto [first, last] = std::equal_range(values.begin(), values.end(), value);
   const double low = first == values.begin() ? value : (first[-1] + value) / 2;
   const double high = last == values.end() ? value : (value + *last) / 2;

@@ -1,4 +1,4 @@
-// Figures and the rows of the table that they make.
+// Formats figures and prints the rows of the table.
 #pragma once
 
 #include <chrono>
@@ -10,7 +10,7 @@ namespace bench {
 
 using Clock = std::chrono::steady_clock;
 
-/// How many nanoseconds `work` takes.
+/// The nanoseconds that `work` takes.
 template <class Work>
 double timeOf(Work&& work) {
   const auto start = Clock::now();
@@ -18,19 +18,19 @@ double timeOf(Work&& work) {
   return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
 }
 
-/// The value that a `share` of all values is at most: 0.5 for the median. Between the steps of a
-/// coarse clock it is interpolated. `values` is not empty.
+/// The percentile at `share`: 0.5 is the median. Interpolates between the ticks of a coarse clock.
+/// `values` must not be empty.
 double percentile(std::vector<double> values, double share);
 
 inline double median(std::vector<double> values) {
   return percentile(std::move(values), 0.5);
 }
 
-/// With a unit that suits it, and three digits.
+/// With three digits and a suitable unit.
 std::string timeText(double nanoseconds);
 std::string sizeText(double bytes);
 
-/// One row of the table, a line of Markdown on the standard output. What is not there stays empty.
+/// One row of the table, printed as Markdown. Missing cells are left empty.
 struct Row {
   std::string what;
   std::string measured;
@@ -40,17 +40,17 @@ struct Row {
 };
 void print(const Row& row);
 
-/// A row whose goal is that the ratio be no more than `atMost`; without one it is just reported.
+/// A row whose goal is a ratio of at most `atMost`; without one, the ratio is only reported.
 void printRatio(const std::string& what, const std::string& measured, const std::string& reference,
                 double ratio, std::optional<double> atMost = std::nullopt);
 
-/// Times that were measured in turns with a reference. Each ratio is of neighbouring turns: what
-/// slows the machine down for a while slows both.
+/// Times measured alternately with a reference. Ratios are taken of adjacent turns, because
+/// whatever slows the machine down slows both.
 class Turns {
  public:
   void add(double time, double reference);
 
-  /// A row of the medians, in nanoseconds, and of the ratios' median.
+  /// Prints a row with the medians, in nanoseconds, and the median of the ratios.
   void print(const std::string& what, const std::string& referenceName,
              std::optional<double> atMost) const;
 
@@ -58,7 +58,7 @@ class Turns {
   std::vector<double> times_, references_, ratios_;
 };
 
-/// The text of a goal, and whether it was met.
+/// `goal`, marked if it was missed.
 std::string goalText(const std::string& goal, bool isMet);
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-// A program that does nothing, linked with different libraries.
+// An empty program, linked with different libraries.
 
 int main() {
   return 0;

@@ -1,5 +1,4 @@
-// A work queue and a network that run only when they are told to, so that what one event costs
-// there can be timed by itself.
+// A work queue and a network that run only on request, so that the work for one event can be timed.
 #pragma once
 
 #include <deque>
@@ -12,7 +11,7 @@
 
 namespace bench {
 
-/// Keeps each post until it is answered. For one thread.
+/// Keeps a post until it is answered. Not thread-safe.
 class ManualURLSession final : public veltrano::internal::ZKURLSessionManager {
  public:
   void postData(veltrano::internal::PostRequest request,
@@ -23,7 +22,7 @@ class ManualURLSession final : public veltrano::internal::ZKURLSessionManager {
 
   const std::string& body() const { return request_.httpBody; }
 
-  /// Lets the post fail when there is one.
+  /// Fails the post, if there is one.
   void refuse() {
     const auto callback = std::exchange(callback_, nullptr);
     if (callback)
@@ -35,7 +34,7 @@ class ManualURLSession final : public veltrano::internal::ZKURLSessionManager {
   veltrano::internal::URLSessionCallback callback_;
 };
 
-/// Drops work that is to wait. For one thread.
+/// Drops delayed work. Not thread-safe.
 class ManualWorkQueue final : public veltrano::internal::WorkQueue {
  public:
   explicit ManualWorkQueue(ManualURLSession& session) : session_(session) {}
@@ -51,7 +50,7 @@ class ManualWorkQueue final : public veltrano::internal::WorkQueue {
       async([item = std::move(item)] { item->run(); });
   }
 
-  /// What the queue waits for is the network, which fails at once.
+  /// The queue only ever waits for the network, which fails at once.
   void wait(veltrano::internal::DispatchGroup& group, std::function<void()> then) override {
     session_.refuse();
     group.wait();

@@ -9,7 +9,7 @@
 namespace bench {
 namespace {
 
-// The status of one thread, of which the named fields are read.
+// Reads the fields below from the status of one thread.
 ThreadUsage readThread(const std::filesystem::path& directory) {
   ThreadUsage usage;
   std::ifstream status(directory / "status");

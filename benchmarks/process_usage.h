@@ -1,4 +1,4 @@
-// What the system says about this process.
+// Reads this process's resource usage.
 #pragma once
 
 #include <cstdint>
@@ -7,16 +7,16 @@
 
 namespace bench {
 
-/// The most memory that the process has had resident so far, in bytes.
+/// The peak resident memory so far, in bytes.
 double peakResidentBytes();
 
 struct ThreadUsage {
   std::string name;
-  std::uint64_t wakeUps = 0;         // how often it has given up the processor of its own accord
+  std::uint64_t wakeUps = 0;         // voluntary context switches
   std::uint64_t nanosecondsRun = 0;  // processor time
 };
 
-/// By thread number, without the calling thread.
+/// All threads but the calling one, by thread id.
 std::map<int, ThreadUsage> otherThreads();
 
 }  // namespace bench

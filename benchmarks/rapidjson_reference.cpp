@@ -17,7 +17,7 @@ void writeText(Writer& writer, std::string_view text) {
   writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
 }
 
-// The kinds of values that the events have.
+// Supports the kinds of values in these events.
 void writeEntries(Writer& writer, veltrano::internal::PropertyView properties) {
   using veltrano::internal::Kind;
   for (const auto& [key, value] : properties) {

@@ -5,11 +5,11 @@
 #include <string_view>
 
 #include "properties/property_map.h"
-#include "tracker/event_encoder.h"
+#include "upload/event_encoder.h"
 
 namespace bench {
 
-/// One event as the library is given it, and as the reference is: sorted and converted.
+/// One event as passed to the library, and as passed to the reference: sorted and converted.
 struct Event {
   std::string name;
   veltrano::internal::AutomaticProperties automatic;
@@ -17,14 +17,14 @@ struct Event {
   veltrano::internal::PropertyMap converted;
 };
 
-/// Encodes batches as a program would that uses RapidJSON and OpenSSL straightforwardly. It writes
-/// the same bytes as the library, as long as no event replaces an automatic or super property.
+/// Encodes batches in the obvious way, with RapidJSON and OpenSSL. Produces the same bytes as the
+/// library, as long as no event overrides an automatic or super property.
 class RapidJSONReference {
  public:
   RapidJSONReference();
   ~RapidJSONReference();
 
-  /// Both return what stays valid until the next call.
+  /// Both results are valid until the next call.
   std::string_view batch(std::span<const Event> events,
                          const veltrano::internal::PropertyMap& base);
   std::string_view base64(std::string_view bytes);

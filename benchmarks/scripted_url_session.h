@@ -9,8 +9,8 @@
 
 namespace bench {
 
-/// A network that takes no time: it answers on a thread of its own as soon as it is asked, or holds
-/// its answers back until it is told to go on. Never destroy one.
+/// A network without latency: answers at once, on its own thread, or holds its answers back until
+/// told to continue. Never destroyed.
 class ScriptedURLSession final : public veltrano::internal::ZKURLSessionManager {
  public:
   enum class Answer { accept, refuse, hang };
@@ -20,10 +20,10 @@ class ScriptedURLSession final : public veltrano::internal::ZKURLSessionManager 
   void postData(veltrano::internal::PostRequest request,
                 veltrano::internal::URLSessionCallback callback) override;
 
-  /// Holds for posts that are waiting for their answer, too.
+  /// Applies to pending posts, too.
   void setAnswer(Answer answer);
 
-  /// Returns when a post waits for its answer.
+  /// Blocks until a post is pending.
   void awaitPost();
 
   std::size_t lastBodySize() const;

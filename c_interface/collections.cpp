@@ -1,4 +1,4 @@
-// Arrays and dictionaries, which take values as they are or as objects.
+// Arrays and dictionaries, which take plain values or objects.
 #include "c_interface/handles.h"
 
 using namespace veltrano;
@@ -6,8 +6,8 @@ using namespace veltrano::internal;
 
 namespace {
 
-// Calls `change` with the mutable collection of type `T` that `handle` is. False when it is none,
-// or when out of memory.
+// Calls `change` with the collection if `handle` is a mutable `T`. False if it is not, or when
+// memory runs out.
 template <class T, class Function>
 bool changed(veltrano_object* handle, Function change) {
   return guarded(false, [&] {
@@ -52,7 +52,7 @@ bool veltrano_dictionary_set_object(veltrano_object* dictionary, const char* key
                                     [&](auto& it) { it.set(key, objectOf(value).value()); });
 }
 
-// The functions that add one kind of value, which `VALUE` makes of the parameters.
+// Defines the two functions that add one kind of value; `VALUE` makes it from the parameters.
 #define VELTRANO_ADDS(KIND, VALUE, ...)                                                   \
   bool veltrano_array_append_##KIND(veltrano_object* array __VA_OPT__(, ) __VA_ARGS__) {  \
     return changed<MutableArray>(array, [&](auto& it) { it.append(VALUE); });             \

@@ -19,23 +19,23 @@ namespace {
 struct Handles {
   std::mutex mutex;  // guards everything below
   std::unordered_set<const void*> live;
-  std::array<void*, 4096> released{};  // the memory of the last ones
+  std::array<void*, 4096> released{};  // memory of the most recently released ones
   std::size_t releasedCount = 0;
 };
 
-// Never destroyed, and there without an allocation, which could fail.
+// Never destroyed. In static memory, because allocating it could fail.
 Handles& handles() {
   alignas(Handles) static std::byte memory[sizeof(Handles)];
   static Handles& instance = *new (memory) Handles;
   return instance;
 }
 
-// In a forked child the lock may be held for good, so there nothing is checked. This is another
-// thing than the library's own view of forks, which begins with its platform.
+// Checks nothing in a forked child, where the lock may be held forever. `isForkedChild` does not
+// do: the library detects forks only once a platform is installed.
 std::atomic<bool> isOff{false};
 [[maybe_unused]] const int registered = pthread_atfork(nullptr, nullptr, [] { isOff = true; });
 
-// Without the lock, as what it calls may come back here.
+// Called without the lock: a handler of SIGABRT may use the library.
 void expect(bool isLive, const void* handle, const char* mistake) {
   if (isLive) return;
   std::fprintf(stderr, "veltrano: the handle %p %s.\n", handle, mistake);

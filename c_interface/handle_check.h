@@ -1,5 +1,5 @@
-// Finds handles that a host uses or releases after their release. In builds for debugging only:
-// elsewhere it finds nothing and costs nothing.
+// Detects handles that a host uses or releases after their release. Debug builds only; no-ops
+// otherwise.
 #pragma once
 
 #include <new>
@@ -17,16 +17,17 @@ inline void freeLater(void* memory) {
 
 #else
 
-/// `handle` is live from now on.
+/// Marks `handle` as live.
 void noteMade(const void* handle);
 
-/// Ends the process with a message unless `handle` is live.
+/// Aborts with a message unless `handle` is live.
 void expectLive(const void* handle);
 
-/// Like `expectLive`; afterwards the handle is live no longer.
+/// Like `expectLive`, and marks the handle as released.
 void noteReleased(const void* handle);
 
-/// Frees the memory of a released handle, but late, so that no new one soon stands in its place.
+/// Frees the memory of a released handle with a delay, so that a new handle does not soon reuse its
+/// address.
 void freeLater(void* memory);
 
 #endif

@@ -1,4 +1,4 @@
-// How the objects of the C interface are kept.
+// The objects behind the handles of the C interface.
 #pragma once
 
 #include <pthread.h>
@@ -13,8 +13,8 @@
 #include <variant>
 
 #include "c_interface/handle_check.h"
+#include "c_interface/host_object.h"
 #include "platform/host_callback.h"
-#include "tracker/host_object.h"
 #include "veltrano/veltrano_c.h"
 
 /// What a handle points to.
@@ -33,8 +33,8 @@ struct veltrano_object {
 
 namespace veltrano::internal {
 
-/// Keeps the calling thread from being cancelled in the library: it has frames that no cancellation
-/// can unwind.
+/// Defers cancellation of the calling thread: the library has frames that cancellation cannot
+/// unwind.
 class CancellationOff {
  public:
   CancellationOff() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
@@ -46,7 +46,7 @@ class CancellationOff {
   int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
-/// What `function` answers, or `otherwise` when it throws.
+/// Returns the result of `function`, or `otherwise` if it throws.
 template <class Result, class Function>
 Result guarded(Result otherwise, Function function) noexcept {
   const CancellationOff cancellationOff;
@@ -57,12 +57,12 @@ Result guarded(Result otherwise, Function function) noexcept {
   }
 }
 
-/// Nil has no handle.
+/// Null for nil.
 inline veltrano_object* makeHandle(Object object) {
   return object.isNil() ? nullptr : new veltrano_object(std::move(object));
 }
 
-/// The object behind a handle; of a mutable collection, a copy as it is now.
+/// The object behind a handle; for a mutable collection, an immutable copy.
 inline Object objectOf(const veltrano_object* handle) {
   if (handle == nullptr) return Object();
   expectLive(handle);
@@ -72,7 +72,7 @@ inline Object objectOf(const veltrano_object* handle) {
   return std::get<Object>(handle->content);
 }
 
-/// What a handle of a dictionary holds; none unless all its keys are strings.
+/// The contents of a dictionary with only string keys; none for any other handle.
 inline std::optional<HostMap> mapOf(const veltrano_object* handle) {
   if (handle == nullptr) return std::nullopt;
   expectLive(handle);
@@ -89,8 +89,8 @@ inline std::optional<std::string> optionalText(veltrano_text text) {
   return std::string(view(text));
 }
 
-/// A C function together with its context, which is released when the last copy is gone, or when
-/// none could be made.
+/// A C function and its context. Releases the context when the last copy is destroyed, or when the
+/// constructor throws.
 template <class... Arguments>
 class Callback {
  public:

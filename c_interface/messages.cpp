@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "c_interface/handles.h"
-#include "tracker/selectors.h"
+#include "c_interface/selectors.h"
 #include "veltrano/veltrano.h"
 
 using namespace veltrano;
@@ -14,7 +14,7 @@ using namespace veltrano::internal;
 
 namespace {
 
-// How a result is passed on to a C caller.
+// Returns a result to a C caller.
 struct Answer {
   veltrano_outcome operator()(const Done& done) const {
     if (returned != nullptr) *returned = makeHandle(done.returned);
@@ -41,7 +41,7 @@ veltrano_outcome veltrano_send(const char* selector, veltrano_object* const* arg
   if (returned != nullptr) *returned = nullptr;
   return guarded(VELTRANO_OUT_OF_MEMORY, [&] {
     const Answer answer{returned, detail};
-    // First, since the arguments of a message that does not fit may not even be there.
+    // Checked before reading the arguments, which may be invalid otherwise.
     const auto expected = selector != nullptr ? argumentCount(selector) : std::nullopt;
     if (!expected) return answer(NoSuchSelector());
     if (count != *expected) return answer(WrongNumberOfArguments{*expected});
@@ -94,7 +94,7 @@ bool veltrano_get_statistics(veltrano_statistics* statistics) {
         .heartbeats_sent = now.heartbeatsSent,
         .heartbeats_failed = now.heartbeatsFailed,
     };
-    // A host that was built with an older header has room for fewer of them.
+    // A host built with an older header has room for fewer fields.
     std::memcpy(statistics, &counts, std::min(statistics->size, sizeof counts));
     return true;
   });

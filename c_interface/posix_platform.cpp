@@ -14,7 +14,7 @@ namespace {
 
 std::atomic<PosixPlatform*> installed{nullptr};
 
-// Calls `function` with the platform when there is one.
+// Calls `function` with the platform if one is installed.
 template <class Function>
 void withPlatform(Function function) {
   guarded(false, [&] {
@@ -65,10 +65,10 @@ PosixOptions cppOptions(const veltrano_options& given) {
   return options;
 }
 
-// Why the platform could not be installed; empty when it was.
+// Installs the platform. Returns an error message, empty on success.
 std::string install(const veltrano_options* given) {
   if (given == nullptr || given->size == 0) return "The options have to state their size.";
-  // A host that was built with an older header has fewer of them.
+  // A host built with an older header passes fewer fields.
   veltrano_options options{};
   std::memcpy(&options, given, std::min(given->size, sizeof options));
   PosixOptions converted = cppOptions(options);
@@ -87,7 +87,7 @@ veltrano_run_loop* handleOf(RunLoop& loop) {
   return reinterpret_cast<veltrano_run_loop*>(&loop);
 }
 
-// What `function` answers for the loop; `otherwise` without one.
+// Returns the result of `function` for the loop, or `otherwise` without one.
 template <class Result, class Function>
 Result withLoop(veltrano_run_loop* handle, Result otherwise, Function function) {
   if (handle == nullptr) return otherwise;
@@ -163,7 +163,7 @@ void veltrano_run_loop_run(veltrano_run_loop* loop) {
 
 bool veltrano_run_loop_run_for(veltrano_run_loop* loop, double seconds) {
   using Clock = std::chrono::steady_clock;
-  constexpr double kMostSeconds = 1e9;  // within what the clock can tell
+  constexpr double kMostSeconds = 1e9;  // within the clock's range
   const std::chrono::duration<double> length(seconds > 0 ? std::min(seconds, kMostSeconds) : 0);
   const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(length);
   return withLoop(loop, false, [&](RunLoop& it) { return it.runUntil(deadline); });

@@ -1,4 +1,4 @@
-// What hosts do all day: the operations of the tracker, with plain C values.
+// The tracker's operations, with plain C arguments.
 #include <algorithm>
 #include <iterator>
 #include <vector>
@@ -18,7 +18,7 @@ bool callWithText(void (Veltrano::*operation)(std::string_view), const char* tex
          });
 }
 
-// The orientation as text that stays, so that hosts have nothing to release.
+// The orientation as a string literal, so that hosts have nothing to release.
 const char* lastingText(std::string (Veltrano::*orientation)() const) {
   constexpr const char* kTexts[] = {"portrait",      "landscape",      "portraitUpsideDown",
                                     "landscapeLeft", "landscapeRight", "faceUp",
@@ -66,7 +66,7 @@ bool veltrano_set_idfa(void) {
 
 bool veltrano_set_publisher_uid(const char* uid) {
   return guarded(false, [&] {
-    // No name at all is the same as an empty one.
+    // A missing uid means the same as an empty one.
     Veltrano::shared().setPublisherUid(std::string_view(uid != nullptr ? uid : ""));
     return true;
   });

@@ -6,7 +6,7 @@ using namespace veltrano::internal;
 
 namespace {
 
-// The handle of an object with the content that `content` answers.
+// A handle to an object with the result of `content`.
 template <class Function>
 veltrano_object* make(Function content) {
   return guarded<veltrano_object*>(nullptr, [&] { return makeHandle(Object(content())); });

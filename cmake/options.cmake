@@ -1,4 +1,4 @@
-# What every target of the project shares. A consumer's build sets none of this.
+# Settings of all targets of this project. They do not affect a consumer's targets.
 
 option(VELTRANO_DEVELOPER "Build tests, tools and examples, with warnings as errors"
        ${PROJECT_IS_TOP_LEVEL})
@@ -21,10 +21,10 @@ if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYP
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
 endif()
 
-# For code that takes no time that anybody waits for.
+# For code that is not on the hot path.
 set(VELTRANO_SMALL $<$<CONFIG:Release>:-Os>)
 
-# So that the shared libraries leave out what they have no use for.
+# For --gc-sections, which removes unused code from the shared library.
 add_compile_options(-ffunction-sections -fdata-sections)
 
 if(VELTRANO_DEVELOPER)

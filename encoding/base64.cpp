@@ -10,7 +10,7 @@
 namespace veltrano::internal {
 namespace {
 
-// The two characters for each 12 bits. Looking up pairs takes half the time of OpenSSL's Base64.
+// Two characters for every 12 bits. Looking up pairs takes half the time of OpenSSL's Base64.
 constexpr auto kPairs = [] {
   constexpr std::string_view kAlphabet =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -23,7 +23,7 @@ std::uint64_t byte(const char* bytes, int index) {
   return static_cast<unsigned char>(bytes[index]);
 }
 
-// Writes the pair for the 12 bits from `shift` on.
+// Writes the pair for the 12 bits above `shift`.
 char* putPair(char* to, std::uint64_t bits, int shift) {
   std::memcpy(to, kPairs[bits >> shift & 0xFFF].data(), 2);
   return to + 2;
@@ -34,7 +34,7 @@ char* putThreeBytes(char* to, const char* from) {
   return putPair(putPair(to, bits, 12), bits, 0);
 }
 
-// Reads two bytes more: a compiler makes a single load of eight, but only of one expression.
+// Reads two bytes too many, in one expression, so that compilers emit a single 8-byte load.
 char* putSixBytes(char* to, const char* from) {
   const std::uint64_t bits = byte(from, 0) << 56 | byte(from, 1) << 48 | byte(from, 2) << 40 |
                              byte(from, 3) << 32 | byte(from, 4) << 24 | byte(from, 5) << 16 |
@@ -51,7 +51,7 @@ void appendBase64(std::string& text, std::span<const std::string_view> pieces) {
   text.resize(begin + (size + 2) / 3 * 4);
   char* to = text.data() + begin;
 
-  char group[3];  // three bytes that more than one piece contributes to
+  char group[3];  // a group of three bytes that spans pieces
   std::size_t groupSize = 0;
   for (const std::string_view piece : pieces) {
     const char* from = piece.data();

@@ -6,8 +6,8 @@
 
 namespace veltrano::internal {
 
-/// Appends the Base64 form of `pieces`, one after the other as if they were one text: the standard
-/// alphabet, "=" padding, no line breaks.
+/// Appends the Base64 form of the concatenated `pieces`: standard alphabet, "=" padding, no line
+/// breaks.
 void appendBase64(std::string& text, std::span<const std::string_view> pieces);
 
 }  // namespace veltrano::internal

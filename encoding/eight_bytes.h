@@ -6,8 +6,8 @@
 
 namespace veltrano::internal {
 
-/// Looks at text eight bytes at a time: whether `test` is true of any of the words that `text` is
-/// made of. Every byte is in one of them, and nothing else; some are twice in a word or in two.
+/// Whether `test` is true of any of the 8-byte words that cover `text`. The words hold every byte
+/// of the text at least once, and no others.
 template <class Test>
 bool anyEightBytes(std::string_view text, Test test) {
   const char* const begin = text.data();

@@ -1,7 +1,7 @@
 #include "encoding/json_reader.h"
 
 #include "encoding/rapidjson_settings.h"
-// After the settings.
+// The settings come first.
 #include <rapidjson/encodedstream.h>
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
@@ -18,7 +18,7 @@ std::optional<double> finiteNumber(std::string_view text) {
   return error == std::errc() ? std::optional(number) : std::nullopt;
 }
 
-// Picks one member of the outermost object while the text is read, so that nothing is built.
+// Picks one member of the outermost object during parsing, without building a document.
 class MemberNumber : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, MemberNumber> {
  public:
   explicit MemberNumber(std::string_view key) : key_(key) {}
@@ -74,7 +74,7 @@ std::optional<double> numberInJSONObject(std::string_view text, std::string_view
   MemberNumber member(key);
   rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>, ThrowingAllocator> reader;
   const bool isObject = !reader.Parse<kFlags>(stream, member).IsError();
-  // The reader takes a zero byte for the end of the text.
+  // The reader stops at a zero byte, too.
   return isObject && stream.Tell() == text.size() ? member.number() : std::nullopt;
 }
 

@@ -5,9 +5,8 @@
 
 namespace veltrano::internal {
 
-/// The number under `key` in the JSON object that `text` is. None when `text` is no JSON, is not an
-/// object, has no such key, or holds anything but a finite number there. Takes the same stack at
-/// any depth of nesting; of equal keys, the last one counts.
+/// The number under `key` in a JSON object. None when `text` is not a JSON object, has no such key,
+/// or its value is not a finite number. Among equal keys, the last one wins. Does not recurse.
 std::optional<double> numberInJSONObject(std::string_view text, std::string_view key);
 
 }  // namespace veltrano::internal

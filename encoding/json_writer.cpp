@@ -2,7 +2,7 @@
 
 #include "encoding/eight_bytes.h"
 #include "encoding/rapidjson_settings.h"
-// After the settings.
+// The settings come first.
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -13,8 +13,8 @@
 namespace veltrano::internal {
 namespace {
 
-// Whether one of eight bytes has to be escaped in JSON. Each test finds the bytes with a property
-// by a borrow from their high bit.
+// Whether JSON has to escape any of eight bytes. `below` sets the high bit of each byte below the
+// limit: the subtraction borrows from it.
 bool hasToBeEscaped(std::uint64_t eightBytes) {
   constexpr std::uint64_t kOnes = 0x0101010101010101;
   constexpr std::uint64_t kHighBits = kOnes * 0x80;
@@ -32,7 +32,7 @@ class SplicingWriter
  public:
   using Writer::Writer;
 
-  // As `String`, which looks at each byte and copies it by itself.
+  // As `String`, but copies text that needs no escape in one piece instead of byte by byte.
   void string(std::string_view text) {
     if (anyEightBytes(text, [](auto bytes) { return hasToBeEscaped(bytes); })) {
       String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
@@ -48,8 +48,8 @@ class SplicingWriter
   void members(std::string_view text) {
     Prefix(rapidjson::kStringType);
     std::memcpy(os_->Push(text.size()), text.data(), text.size());
-    // The prefix counted the key of one member; this is its value. Only whether values have been
-    // written, and whether a key comes next, is read from the count.
+    // `Prefix` counted one key; this counts its value. RapidJSON only reads from the count whether
+    // it is zero and whether a key comes next, so any number of members may count as one.
     ++level_stack_.Top<Level>()->valueCount;
   }
 };

@@ -6,14 +6,14 @@
 
 namespace veltrano::internal {
 
-/// Writes compact JSON text, piece by piece, into a buffer of its own that is reused.
-/// The caller keeps to JSON's grammar; text is well-formed UTF-8. Not safe for concurrent use.
+/// Writes compact JSON piece by piece into a reused buffer. The caller has to follow JSON's grammar
+/// and pass well-formed UTF-8. Not thread-safe.
 class JSONWriter {
  public:
   JSONWriter();
   ~JSONWriter();
 
-  /// Begins a new text.
+  /// Starts a new text.
   void clear();
 
   void startObject();
@@ -24,15 +24,15 @@ class JSONWriter {
   void string(std::string_view text);
   void integer(std::int64_t number);
   void unsignedInteger(std::uint64_t number);
-  /// Written so that it reads back to the same double; null when it is not finite.
+  /// Written so that it reads back as the same double; null when not finite.
   void number(double number);
   void boolean(bool flag);
   void null();
 
-  /// Members of an object that were written before, such as `"a":1,"b":[]`; at least one.
+  /// Copies one or more encoded members, such as `"a":1,"b":[]`.
   void members(std::string_view text);
 
-  /// What has been written since `clear`; valid until the next call.
+  /// The text written since `clear`; valid until the next call.
   std::string_view text() const;
 
  private:

@@ -6,7 +6,7 @@
 
 namespace veltrano::internal {
 
-/// `number` cut toward zero and limited to 64 bits; 0 for NaN.
+/// `number` truncated toward zero and limited to 64 bits; 0 for NaN.
 inline std::int64_t truncatedInteger(double number) {
   if (std::isnan(number)) return 0;
   if (number >= 0x1p63) return std::numeric_limits<std::int64_t>::max();

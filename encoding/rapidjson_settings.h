@@ -1,22 +1,22 @@
-// How this library compiles RapidJSON. Included before any of its headers.
+// RapidJSON's compile-time settings. Include this before any of its headers.
 #pragma once
 
 #include <cstddef>
 #include <cstring>
 #include <new>
 
-// A host may use RapidJSON itself, with settings of its own. In one namespace, the linker would
-// keep one of the two for both.
+// A host may use RapidJSON with other settings. In a shared namespace that would violate the
+// one-definition rule.
 #define RAPIDJSON_NAMESPACE veltrano::internal::rapidjson
 #define RAPIDJSON_NAMESPACE_BEGIN namespace veltrano::internal::rapidjson {
 #define RAPIDJSON_NAMESPACE_END }
 
-// A failed assertion would end the host's process.
+// A failed assertion would abort the host.
 #define RAPIDJSON_ASSERT(condition) static_cast<void>(0)
 
 namespace veltrano::internal {
 
-/// For RapidJSON, whose own allocators answer null, which it then writes to.
+/// Throws when memory runs out. RapidJSON's own allocators return null, which it writes through.
 struct ThrowingAllocator {
   static constexpr bool kNeedFree = true;
 

@@ -1,5 +1,5 @@
-// Strong types for instants. Wall-clock and monotonic instants cannot be mixed up; both count whole
-// microseconds, so arithmetic on them is exact.
+// A strong type for wall-clock instants, so that they cannot be mixed up with monotonic ones. Whole
+// microseconds keep arithmetic exact.
 #pragma once
 
 #include <chrono>
@@ -8,18 +8,17 @@ namespace veltrano::internal {
 
 using Duration = std::chrono::microseconds;
 
-/// An instant of the wall clock, counted from 1970-01-01 00:00:00 UTC. The user may set this clock.
+/// An instant of the wall clock, which the user may set.
 struct WallTime {
-  Duration sinceEpoch{0};
+  Duration sinceEpoch{0};  // since 1970-01-01 00:00:00 UTC
 };
 
-/// The distance from `earlier` to `later`; negative when the clock was set back in between.
+/// Negative when the clock was set back in between.
 constexpr Duration operator-(WallTime later, WallTime earlier) {
   return later.sinceEpoch - earlier.sinceEpoch;
 }
 
-/// `seconds` as a duration, rounded to the nearest microsecond and limited to what a timer can
-/// hold (more than 100,000 years); NaN gives zero.
+/// `seconds` rounded to the nearest microsecond and limited to some 100,000 years; zero for NaN.
 Duration durationFromSeconds(double seconds);
 
 }  // namespace veltrano::internal

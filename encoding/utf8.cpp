@@ -10,9 +10,9 @@ struct Sequence {
   bool wellFormed;
 };
 
-// The sequence that begins `text`: one character, or the longest start of one that is ill-formed
-// (the range of the second byte depends on the first; that excludes overlong forms, surrogates
-// and what lies beyond U+10FFFF).
+// The first sequence of `text`: one character, or the longest prefix of an ill-formed one. The
+// range of the second byte depends on the first, which excludes overlong forms, surrogates and
+// anything beyond U+10FFFF.
 Sequence firstSequence(std::string_view text) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = byte(0);

@@ -7,7 +7,7 @@
 
 namespace veltrano::internal {
 
-/// Whether `text` holds nothing but ASCII. Every piece of text that a host hands in passes here.
+/// Whether `text` is all ASCII. On the hot path: checks all text that a host passes.
 inline bool isASCII(std::string_view text) {
   return !anyEightBytes(text, [](auto bytes) { return (bytes & 0x8080808080808080) != 0; });
 }

@@ -1,7 +1,7 @@
 /* The README's first program, in C. */
 #include "veltrano/veltrano_c.h"
 
-/* On the library's work queue. */
+/* Runs on the library's work queue. */
 static void finish(void* was_delivered, bool accepted) {
   *(bool*)was_delivered = accepted;
   veltrano_run_loop_stop(veltrano_main_run_loop());
@@ -14,7 +14,7 @@ int main(int argc, char** argv) {
 
   if (argc != 3) return 2;
   options.collection_host = veltrano_c_string(argv[1]);         /* such as localhost:8443 */
-  options.certificate_authorities = veltrano_c_string(argv[2]); /* none for a public host */
+  options.certificate_authorities = veltrano_c_string(argv[2]); /* omit for a public host */
   if (!veltrano_install_posix_platform(&options, NULL)) return 2;
 
   properties = veltrano_dictionary();

@@ -1,4 +1,4 @@
-// The controls of a veltrano-collector (see tools/README.md).
+// Controls a veltrano-collector (see tools/README.md).
 #pragma once
 
 #include <httplib.h>
@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-/// Every call throws std::runtime_error when the collector does not answer.
+/// Throws std::runtime_error when the collector does not answer.
 class CollectorControl {
  public:
   struct Counters {
@@ -21,7 +21,7 @@ class CollectorControl {
   void misbehave(const std::string& path, int status);
   void behave(const std::string& path);
 
-  /// What has been accepted so far.
+  /// What the collector has accepted so far.
   Counters counters();
 
  private:

@@ -1,9 +1,9 @@
-// A host as an example: a music player that calls every operation of the library, from several
-// threads, against a collector that counts what arrives.
+// An example host: a music player that calls every operation of the library, from several threads,
+// against a collector that counts what arrives.
 //
 //     demo_host HOST:PORT CERTIFICATE
 //
-// Its exit status is 0 when exactly the recorded events have arrived, and the heartbeats.
+// Exits with 0 when exactly the recorded events, and the heartbeats, have arrived.
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -26,7 +26,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// All waiting together takes no longer than this.
+// The limit of all waiting together.
 constexpr std::chrono::seconds kPatience{25};
 
 constexpr int kLandscape = 3;
@@ -68,7 +68,7 @@ void say(const std::string& line) {
   std::cout << "\n" << line << std::endl;
 }
 
-// On the main thread: the one that names the user first is the one that sends the heartbeats.
+// On the main thread: heartbeats are sent on the thread that calls setUserId first.
 void Player::start() {
   say("The player names itself and the user. A second later comes the first heartbeat.");
   auto& tracker = Veltrano::shared();
@@ -173,7 +173,7 @@ void Player::record(const char* event, const veltrano::HostMap& properties) {
   Veltrano::shared().track(event, properties);
 }
 
-// Uploads this event and all that wait, and returns whether they were accepted.
+// Uploads this event and all waiting ones. Returns whether they were accepted.
 bool Player::recordAndUpload(const char* event, const veltrano::HostMap& properties) {
   ++recorded_;
   const auto outcome = std::make_shared<std::promise<bool>>();
@@ -184,7 +184,7 @@ bool Player::recordAndUpload(const char* event, const veltrano::HostMap& propert
   return future.get();
 }
 
-// Waits until the function has run, so that what comes next finds its effect.
+// Waits until the function has run, so that its effect is visible.
 void Player::onMainThread(std::function<void()> function) {
   const auto done = std::make_shared<std::promise<void>>();
   platform_.mainRunLoop().perform([done, function = std::move(function)] {
@@ -209,7 +209,7 @@ void Player::waitForHeartbeats(std::uint64_t count) {
   }
 }
 
-// Any thread that logs. A failed heartbeat is an event that the library records itself.
+// Called on any thread. Counts failed heartbeats, which the library records as events.
 void Player::log(std::string_view line) {
   if (line.find("| Adding event of Heartbeat Failed ") != line.npos) ++recorded_;
   if (line.find("| Setting ") != line.npos) std::cout << "log: " << line << std::endl;
@@ -228,7 +228,7 @@ bool run(const std::string& collectionHost, const std::string& certificate) {
   options.certificateAuthorities = certificate;
   options.infoDictionary = veltrano::HostMap{{"CFBundleShortVersionString", "2.7"}};
   options.sessionToken = [] { return "demo-token"; };
-  // The sink may be called as long as the process lives, and so does the player.
+  // The sink may be called until the process ends, so the player is never destroyed.
   static Player* player = nullptr;
   options.logSink = [](std::string_view line) { player->log(line); };
   const auto installation = veltrano::PosixPlatform::install(std::move(options));
@@ -245,7 +245,7 @@ bool run(const std::string& collectionHost, const std::string& certificate) {
     } const atEnd{loop};
     player->play();
   });
-  loop.run();  // on the main thread, as long as the player plays
+  loop.run();  // until the player stops it
   playing.get();
   return player->reportArrivals();
 }

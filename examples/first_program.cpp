@@ -5,7 +5,7 @@ int main(int argc, char** argv) {
   if (argc != 3) return 2;
   veltrano::PosixOptions options;
   options.collectionHost = argv[1];          // such as localhost:8443
-  options.certificateAuthorities = argv[2];  // none needed for a publicly trusted host
+  options.certificateAuthorities = argv[2];  // omit for a publicly trusted host
   const auto installation = veltrano::PosixPlatform::install(options);
   if (!installation) return 2;
 

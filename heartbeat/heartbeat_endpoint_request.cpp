@@ -12,7 +12,7 @@
 namespace veltrano::internal {
 namespace {
 
-// Whole milliseconds; the fraction is dropped.
+// Truncates to whole milliseconds.
 std::int64_t milliseconds(Duration duration) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
 }
@@ -38,8 +38,8 @@ std::string bodyJSON(const Endpoints& endpoints, const HeartbeatFacts& facts,
   writer.key("time");
   writer.integer(milliseconds(platform.wallClock->now().sinceEpoch));
   writer.key("duration");
-  // Through whole microseconds, in which the clock counts: seconds as a double may lie just below
-  // the millisecond that they stand for.
+  // Via whole microseconds, the clock's resolution: as a double, the seconds may lie just below the
+  // millisecond that they mean.
   writer.integer(milliseconds(durationFromSeconds(sessionDuration)));
   writeText("screen_orientation", facts.screenOrientation);
   writeText("device_orientation", facts.deviceOrientation);
@@ -48,7 +48,7 @@ std::string bodyJSON(const Endpoints& endpoints, const HeartbeatFacts& facts,
   return std::string(writer.text());
 }
 
-// Whether the host accepted the heartbeat; takes up the back-off that it may ask for.
+// Returns whether the host accepted the heartbeat, and stores the back-off that it may ask for.
 bool takeAnswer(const Endpoints& endpoints, const std::optional<std::string>& data,
                 const std::optional<URLResponse>& response,
                 const std::optional<TransportError>& error) {
@@ -63,14 +63,14 @@ bool takeAnswer(const Endpoints& endpoints, const std::optional<std::string>& da
   return true;
 }
 
-// Visible ASCII only: a token with anything else could forge headers or be cut short.
+// Visible ASCII only: any other character could inject headers or truncate the token.
 bool canStandInHeader(const std::string& token) {
   return !token.empty() &&
          std::all_of(token.begin(), token.end(), [](char c) { return c > 0x20 && c < 0x7F; });
 }
 
-// Authenticates requests with the token of the user's session, as "Authorization: Bearer". Leaves
-// them as they are when there is no token that a header can carry.
+// Adds "Authorization: Bearer" with the user's session token, if there is one that a header can
+// carry.
 class ZKAuthInterceptor final : public ZKInterceptor {
  public:
   ZKAuthInterceptor(std::function<bool(const URLRequest&)> shouldAuthenticate,

@@ -1,4 +1,4 @@
-// One heartbeat to "/heartbeat", and what the collection host answers.
+// The request to "/heartbeat" and its response.
 #pragma once
 
 #include <functional>
@@ -14,21 +14,21 @@
 
 namespace veltrano::internal {
 
-/// What a heartbeat says of the tracker and its surroundings, as they are now.
+/// The current state of the tracker and the device, as a heartbeat reports it.
 struct HeartbeatFacts {
   std::shared_ptr<const PropertyMap> superProperties;
   std::string screenOrientation;
   std::string deviceOrientation;
 };
 
-/// Built and sent within one heartbeat step; nothing of it is needed once `send` has returned.
+/// One heartbeat. May be destroyed as soon as `send` returns.
 class HeartbeatEndpointRequest {
  public:
-  /// Takes the time from the clock.
+  /// Builds the body, with the current time.
   HeartbeatEndpointRequest(const Endpoints& endpoints, const HeartbeatFacts& facts, std::string uid,
                            const std::string& sessionID, double sessionDuration);
 
-  /// `completion` is called once, on a thread of the networking framework, with whether the host
+  /// Calls `completion` once, on a thread of the networking framework, with whether the host
   /// accepted the heartbeat.
   void send(std::function<void(bool)> completion) const;
 
@@ -58,12 +58,12 @@ class RemoteHeartbeatRepository final : public HeartbeatRepository {
   const std::function<HeartbeatFacts()> takeFacts_;
 };
 
-/// The collection host's answer to a heartbeat.
+/// The collection host's response to a heartbeat.
 struct VLTrackingEvent {
   /// Empty unless the text is an object with a numeric "back_off_seconds".
   static VLTrackingEvent fromJSON(std::string_view text);
 
-  /// The interval that the host asks for from now on.
+  /// The interval that the host asks for, in seconds.
   std::optional<double> backOffSeconds;
 };
 

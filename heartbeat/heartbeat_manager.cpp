@@ -56,7 +56,7 @@ void HeartbeatManager::freeTimerIfNeeded() {
 }
 
 void HeartbeatManager::sendHeartbeat() {
-  // Taken before the lock: the platform may have to read a file for the interval.
+  // Read before taking the lock: the platform may have to read a file.
   const Duration interval = durationFromSeconds(heartbeatInterval(*platform_.userDefaults));
   std::string newSessionID = uuidText(platform_.randomSource->bytes());
   std::unique_lock lock(mutex_);
@@ -68,7 +68,7 @@ void HeartbeatManager::sendHeartbeat() {
   const double duration = std::chrono::duration<double>(session_.durationAt(now)).count();
   setTimer(interval);
   lock.unlock();
-  // What threw until here has the timer run again.
+  // An exception up to here makes the old timer fire again; now the next one is scheduled.
   try {
     repository_->send(uid, sessionID, duration, [this](bool wasAccepted) {
       if (!wasAccepted) recordFailure_();

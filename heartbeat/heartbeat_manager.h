@@ -11,20 +11,19 @@
 
 namespace veltrano::internal {
 
-/// Decides when heartbeats are sent: one shortly after the application becomes active, then one
-/// every interval for as long as it stays active. Runs on the main thread, but for the first call
-/// of `initialize`, which may come from any thread.
+/// Schedules heartbeats: one shortly after the application becomes active, then one per interval
+/// while it stays active. Runs on the main thread, except for `initialize`, which is thread-safe.
 class HeartbeatManager {
  public:
-  /// `fireNowDelay` is what a first heartbeat waits for. `recordFailure` is called, on any thread,
-  /// after each heartbeat that was not accepted.
+  /// `fireNowDelay` is the delay of the first heartbeat. `recordFailure` is called, on any thread,
+  /// for each heartbeat that was not accepted.
   HeartbeatManager(const Platform& platform, std::unique_ptr<HeartbeatRepository> repository,
                    Duration fireNowDelay, std::function<void()> recordFailure);
   HeartbeatManager(const HeartbeatManager&) = delete;
   HeartbeatManager& operator=(const HeartbeatManager&) = delete;
 
-  /// Starts the heartbeat of `uid`, with its timer on the calling thread's run loop. Only the first
-  /// call counts.
+  /// Starts the heartbeat of `uid` with a timer on the calling thread's run loop. Later calls are
+  /// no-ops.
   void initialize(const std::string& uid);
 
  private:
@@ -39,10 +38,10 @@ class HeartbeatManager {
   const Duration fireNowDelay_;
   const std::function<void()> recordFailure_;
 
-  // Guards what follows: the thread that initializes need not be the main one.
+  // Guards everything below: `initialize` may run on another thread than the rest.
   std::mutex mutex_;
   bool initialized_ = false;
-  std::shared_ptr<Timer> timer_;  // null when none is pending
+  std::shared_ptr<Timer> timer_;  // null when none is scheduled
   std::string uid_;
   Session session_;
 };

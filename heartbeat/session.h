@@ -7,23 +7,23 @@
 
 namespace veltrano::internal {
 
-/// A run of heartbeats none of which comes long after the one before it.
+/// A user's session: a series of heartbeats without a long gap.
 class Session {
  public:
-  /// The longest gap between two uses that keeps a session alive.
+  /// The longest gap between two uses of the same session.
   static constexpr Duration kInactivityTimeout = std::chrono::seconds(180);
 
-  /// Whether a use at `now` would begin a new session: when there is none yet, or when the latest
-  /// use is further away than the timeout, in either direction of the clock.
+  /// Whether a use at `now` starts a new session: before the first use, and when the last one is
+  /// further away than the timeout, in either direction.
   bool isOverAt(WallTime now) const;
 
-  /// Uses the session at `now`, beginning a new one under `newID` when it is over.
+  /// Uses the session at `now`. Starts a new one, with `newID`, when it is over.
   void use(WallTime now, std::string newID);
 
   /// The current session's identifier; empty before the first use.
   const std::string& id() const { return id_; }
 
-  /// How far `now` is from the start of the session, whichever way the clock went.
+  /// The time between the session's start and `now`, in either direction.
   Duration durationAt(WallTime now) const;
 
  private:

@@ -5,7 +5,7 @@
 namespace veltrano::internal {
 namespace {
 
-// `instant`, in local time, as "HH:mm:ss.SSSS"; the fraction is cut off.
+// A local time as "HH:mm:ss.SSSS", truncated.
 std::string timeOfDay(Duration instant) {
   namespace chrono = std::chrono;
   const auto day = chrono::floor<chrono::days>(instant);

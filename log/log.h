@@ -12,7 +12,7 @@
 
 namespace veltrano::internal {
 
-// render: how a value reads in a diagnostic line. Other types have overloads of their own.
+// render: appends a value to a diagnostic line. Other types add their own overloads.
 
 template <std::convertible_to<std::string_view> Text>
 void render(std::string& line, const Text& text) {
@@ -30,16 +30,15 @@ void render(std::string& line, Bool flag) {
   line += flag ? "true" : "false";
 }
 
-/// The diagnostic log. Safe to use from any thread.
+/// The diagnostic log. Thread-safe.
 class Log {
  public:
   /// Writes to `output` while `isEnabled` is true. All three must outlive the log.
   Log(const WallClock& clock, StandardOutput& output, const std::atomic<bool>& isEnabled)
       : clock_(clock), output_(output), isEnabled_(isEnabled) {}
 
-  /// Writes one line: the library's name, the time of day, and the rendered `pieces` one after the
-  /// other; none when there is no memory for it. Costs next to nothing while the log is not
-  /// enabled.
+  /// Writes one line: the library's name, the time of day and the rendered `pieces`. The line is
+  /// dropped when memory runs out. Costs one load while the log is disabled.
   template <class... Pieces>
   void operator()(const Pieces&... pieces) const {
     if (!isEnabled_.load(std::memory_order_relaxed)) return;

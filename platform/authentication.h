@@ -1,4 +1,4 @@
-// The authentication framework, as far as the heartbeat needs it.
+// The parts of the authentication framework that the heartbeat needs.
 #pragma once
 
 #include <optional>
@@ -6,16 +6,16 @@
 
 namespace veltrano::internal {
 
-/// Provides the token of the user's session; `ZKAuthTokenRepository` is the shared one.
+/// Provides the user's session token; `ZKAuthTokenRepository` is the shared one.
 class SessionTokenProvider {
  public:
   virtual ~SessionTokenProvider() = default;
 
-  /// The current token, or none. From any thread; may call the host.
+  /// The current token, or none. Thread-safe; may call the host.
   virtual std::optional<std::string> sessionToken() const { return std::nullopt; }
 };
 
-/// The framework's session authority; `ZKAuth` is the shared one. Nothing is asked of it here.
+/// The framework's session authority; `ZKAuth` is the shared one. The library asks it nothing.
 class UserSessionManager {
  public:
   virtual ~UserSessionManager() = default;

@@ -6,14 +6,14 @@
 
 namespace veltrano::internal {
 
-/// The device's wall clock and time zone. Safe to call from any thread.
+/// The device's wall clock and time zone. Thread-safe.
 class WallClock {
  public:
   virtual ~WallClock() = default;
 
   virtual WallTime now() const { return {}; }
 
-  /// What has to be added to UTC at `instant` to get the device's local time.
+  /// The offset of local time from UTC at `instant`.
   virtual std::chrono::seconds localTimeOffset(WallTime /*instant*/) const { return {}; }
 };
 

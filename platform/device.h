@@ -1,4 +1,5 @@
-// The device and the application that runs on it, as the operating system tells of them.
+// The device and the host application, as the operating system reports them. Everything here is
+// thread-safe and returns at once.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +14,7 @@ struct ScreenSize {
   double height = 0;
 };
 
-/// The device and its main screen. Safe to call from any thread.
+/// The device and its main screen.
 class Device {
  public:
   virtual ~Device() = default;
@@ -32,7 +33,7 @@ class Device {
 
 enum class ApplicationState { active = 0, inactive = 1, background = 2 };
 
-/// The host application as the operating system sees it. Safe to call from any thread.
+/// The host application.
 class Application {
  public:
   virtual ~Application() = default;
@@ -43,7 +44,7 @@ class Application {
   virtual int interfaceOrientation() const { return 0; }
 };
 
-/// The networking framework's connectivity monitor. Safe to call from any thread, without waiting.
+/// The networking framework's connectivity monitor.
 class ZKConnectivityManager {
  public:
   virtual ~ZKConnectivityManager() = default;
@@ -52,7 +53,7 @@ class ZKConnectivityManager {
   virtual bool isReachableOnWiFi() const { return false; }
 };
 
-/// The cellular subscriptions of the device. Safe to call from any thread, without waiting.
+/// The cellular subscriptions of the device.
 class CTTelephonyNetworkInfo {
  public:
   virtual ~CTTelephonyNetworkInfo() = default;
@@ -61,7 +62,7 @@ class CTTelephonyNetworkInfo {
   virtual std::optional<std::string> carrierName() const { return std::nullopt; }
 };
 
-/// What the user has decided about being tracked. Safe to call from any thread, without waiting.
+/// The user's decision about tracking.
 class ATTrackingManager {
  public:
   virtual ~ATTrackingManager() = default;
@@ -70,7 +71,7 @@ class ATTrackingManager {
   virtual std::uint64_t trackingAuthorizationStatus() const { return 0; }
 };
 
-/// The advertising identifier. Safe to call from any thread.
+/// The advertising identifier.
 class ASIdentifierManager {
  public:
   virtual ~ASIdentifierManager() = default;

@@ -5,8 +5,7 @@
 
 namespace veltrano::internal {
 
-/// Counts work under way, so that somebody can wait until all of it has ended.
-/// Safe to use from any thread.
+/// Counts pending work, so that a thread can wait until all of it is done. Thread-safe.
 class DispatchGroup {
  public:
   void enter() {
@@ -14,9 +13,9 @@ class DispatchGroup {
     ++entered_;
   }
 
-  /// Ends what one `enter` began.
+  /// Balances one `enter`.
   void leave() {
-    // Notified under the lock: a waiter that has seen the group empty may destroy it at once.
+    // Notifies under the lock: a waiter that sees the group empty may destroy it at once.
     const std::lock_guard lock(mutex_);
     if (--entered_ == 0) emptied_.notify_all();
   }

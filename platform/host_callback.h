@@ -1,4 +1,4 @@
-// How the library calls its host.
+// Calls into the host.
 #pragma once
 
 #include <cxxabi.h>
@@ -8,17 +8,17 @@
 
 namespace veltrano::internal {
 
-/// Set by the platform in a forked child, before anything else there can call the library.
+/// Set by the platform in a forked child before any other code runs there.
 inline std::atomic<bool> hasBeenForked{false};
 
-/// True in a child that was forked from the process in which the library ran: there its threads do
-/// not exist, and its locks may be held for good.
+/// True in a child forked from the library's process, where the library's threads do not exist and
+/// its locks may be held forever.
 inline bool isForkedChild() noexcept {
   return hasBeenForked.load(std::memory_order_relaxed);
 }
 
-/// Calls `function`. Its exceptions end here, as on the library's threads there is nobody to take
-/// them; a forced end of the thread, by its cancellation or by `pthread_exit`, goes on.
+/// Calls `function` and drops its exceptions. The forced unwinding of a thread by cancellation or
+/// `pthread_exit` continues.
 template <class Function, class... Arguments>
 void dropExceptions(Function&& function, Arguments&&... arguments) {
   try {
@@ -29,8 +29,8 @@ void dropExceptions(Function&& function, Arguments&&... arguments) {
   }
 }
 
-/// Calls into the host, but never in a forked child. False in such a child, which the callback may
-/// have made: the caller is to return without using the platform any more.
+/// Calls `callback`, unless in a forked child, and drops its exceptions. False in a forked child,
+/// including one that the callback forked: the caller must return without using the platform.
 template <class Callback, class... Arguments>
 bool callHost(const Callback& callback, Arguments&&... arguments) {
   if (isForkedChild()) return false;

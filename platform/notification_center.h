@@ -16,14 +16,14 @@ inline constexpr std::string_view kApplicationDidChangeStatusBarOrientation =
 inline constexpr std::string_view kDeviceOrientationDidChange =
     "UIDeviceOrientationDidChangeNotification";
 
-/// Delivers named notifications to observers. Safe to call from any thread.
+/// Delivers named notifications to observers. Thread-safe.
 class NotificationCenter {
  public:
   virtual ~NotificationCenter() = default;
 
-  /// Calls `observer` for every later notification called `name`, whoever posts it, for the rest of
-  /// the process. A posting runs its observers in the order of their registration, on the posting
-  /// thread, before it returns; no lock is held meanwhile.
+  /// Registers `observer` for notifications called `name`, for the rest of the process. Posting
+  /// runs the observers synchronously on the posting thread, in registration order and without a
+  /// lock.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void addObserver(std::string_view /*name*/, std::function<void()> /*observer*/) {}
 };

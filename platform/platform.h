@@ -1,5 +1,5 @@
-// The outside world as the library sees it: one small interface for each service, which by itself
-// does nothing.
+// The library's interface to the outside world: one small class per service, whose defaults are
+// no-ops.
 #pragma once
 
 #include <string>
@@ -18,20 +18,20 @@
 
 namespace veltrano::internal {
 
-/// The `Service` that does nothing. Never destroyed.
+/// The no-op `Service`. Never destroyed.
 template <class Service>
 Service* nothing() {
   static Service* const instance = new Service;
   return instance;
 }
 
-/// The services that a library runs on, none of them null. They must outlive it. A service that is
-/// not named does nothing, so `Platform()` drops work, sends nothing and stores nothing.
+/// The services that a library runs on. None is null, and all must outlive the library. Each
+/// defaults to a no-op, so `Platform()` drops work, sends nothing and stores nothing.
 struct Platform {
-  std::string collectionHost = {};  // "host" or "host:port"; both endpoints live there
+  std::string collectionHost = {};  // "host" or "host:port", of both endpoints
   WallClock* wallClock = nothing<WallClock>();
   StandardOutput* standardOutput = nothing<StandardOutput>();
-  WorkQueue* workQueue = nothing<WorkQueue>();  // for one library alone
+  WorkQueue* workQueue = nothing<WorkQueue>();  // not shared between libraries
   Timers* timers = nothing<Timers>();
   NotificationCenter* notificationCenter = nothing<NotificationCenter>();
   UserDefaults* userDefaults = nothing<UserDefaults>();

@@ -6,7 +6,7 @@ namespace veltrano::internal {
 
 using RandomBytes = std::array<unsigned char, 16>;
 
-/// A source of random bytes that nobody else can foresee. Safe to call from any thread.
+/// A source of unpredictable random bytes. Thread-safe.
 class RandomSource {
  public:
   virtual ~RandomSource() = default;

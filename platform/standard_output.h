@@ -4,12 +4,12 @@
 
 namespace veltrano::internal {
 
-/// The process's standard output. Safe to call from any thread.
+/// The process's standard output. Thread-safe.
 class StandardOutput {
  public:
   virtual ~StandardOutput() = default;
 
-  /// Writes `line` and a line feed in one piece: lines of concurrent callers never mix.
+  /// Writes `line` and a line feed atomically: concurrent lines never mix.
   virtual void writeLine(std::string_view /*line*/) {}
 };
 

@@ -7,13 +7,12 @@
 
 namespace veltrano::internal {
 
-/// A one-shot timer that has been scheduled.
+/// A scheduled one-shot timer.
 class Timer {
  public:
   virtual ~Timer() = default;
 
-  /// Keeps the timer from firing. From any thread; one that fires just then on its own thread is
-  /// not waited for.
+  /// Cancels the timer. Thread-safe; does not wait for an action that is already running.
   virtual void invalidate() {}
 };
 
@@ -22,9 +21,9 @@ class Timers {
  public:
   virtual ~Timers() = default;
 
-  /// Runs `action` once on the calling thread's run loop when `delay` has passed, at most
-  /// `tolerance` later, and again a second after each run that threw std::bad_alloc. On a thread
-  /// whose run loop never runs the timer stays pending.
+  /// Runs `action` once on the calling thread's run loop, after `delay` and at most `tolerance`
+  /// later. An action that throws std::bad_alloc is retried a second later. The timer stays pending
+  /// while the thread's run loop does not run.
   virtual std::shared_ptr<Timer> schedule(
       Duration /*delay*/, Duration /*tolerance*/,
       // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep

@@ -10,50 +10,49 @@
 
 namespace veltrano::internal {
 
-/// Request methods; the networking framework knows them by their ordinals.
+/// Request methods, with the networking framework's ordinals.
 enum class HTTPMethod { get = 0, post = 1 };
 
-/// A request on its way out, as an interceptor sees it.
+/// An outgoing request, as an interceptor sees it.
 struct URLRequest {
   std::string url;  // with its query
   std::map<std::string, std::string> headers;
 };
 
-/// Adjusts a request before it is sent, for every attempt anew. Called on a thread of the
-/// framework; what it throws is dropped, and the request is sent as it was.
+/// Modifies each attempt of a request before it is sent. Called on a thread of the framework. If it
+/// throws, the request is sent unmodified.
 class ZKInterceptor {
  public:
   virtual ~ZKInterceptor() = default;
   virtual void intercept(URLRequest& request) const = 0;
 };
 
-/// What came back. A response that is not HTTP carries no status code.
+/// A response. Without a status code it is not HTTP.
 struct URLResponse {
   std::optional<int> httpStatusCode;
 };
 
-/// Why a response did not arrive, or not all of it.
+/// Why a response did not arrive, or only in part.
 struct TransportError {
   enum class Kind {
-    brokenOff,    // the connection, the response or what it may be
+    brokenOff,    // the connection broke, or the response was malformed or too large
     timedOut,     // at any step
-    unreachable,  // the host has no address, or does not let itself be connected to
-    untrusted,    // the host has no acceptable certificate, key or encryption
-    notAttempted  // for want of memory or threads, or because too many wait or the session has
-                  // ended
+    unreachable,  // no address, or no connection
+    untrusted,    // no acceptable certificate, key or encryption
+    notAttempted  // no memory or thread, too many requests, or the session has ended
   };
 
-  std::string reason;  // for people; holds no URL, body or token
+  std::string reason;  // for humans; never contains a URL, body or token
   Kind kind = Kind::brokenOff;
 };
 
-/// A response and an error together say that the status has arrived and the rest has not; `data` is
-/// absent then.
+/// A response together with an error means that the status arrived but not the whole body; `data`
+/// is absent then.
 using URLSessionCallback =
     std::function<void(std::optional<std::string> data, std::optional<URLResponse> response,
                        std::optional<TransportError> error)>;
 
-/// The arguments of one post. Absent retry settings leave them to the framework's defaults.
+/// The arguments of one post. Absent retry settings mean the framework's defaults.
 struct PostRequest {
   std::string baseURL;  // absolute, without a query
   std::map<std::string, std::string> headerParameters;
@@ -65,14 +64,14 @@ struct PostRequest {
   std::shared_ptr<const ZKInterceptor> interceptor;  // may be null
 };
 
-/// The networking framework's session manager. Safe to call from any thread.
+/// The networking framework's session manager. Thread-safe.
 class ZKURLSessionManager {
  public:
   virtual ~ZKURLSessionManager() = default;
 
-  /// Sends one request and returns at once. `callback` is called exactly once with the outcome,
-  /// later and never on a work queue. A response counts only if it comes once the whole request has
-  /// been sent.
+  /// Sends one request and returns at once. Calls `callback` exactly once with the outcome, later
+  /// and never on a work queue. A response that arrives before the whole request was sent is an
+  /// error.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void postData(PostRequest /*request*/, URLSessionCallback /*callback*/) {}
 };

@@ -4,7 +4,7 @@
 
 namespace veltrano::internal {
 
-/// Settings that survive the process. Safe to call from any thread.
+/// Persistent settings. Thread-safe.
 class UserDefaults {
  public:
   virtual ~UserDefaults() = default;
@@ -12,12 +12,12 @@ class UserDefaults {
   /// The number under `key`; 0 when there is none.
   virtual double doubleForKey(std::string_view /*key*/) const { return 0; }
 
-  /// Whether the store holds `value` under `key`: not when it could not be written.
+  /// Whether `value` is stored persistently under `key`; false when it could not be written.
   virtual bool isStored(double value, std::string_view key) const {
     return doubleForKey(key) == value;
   }
 
-  /// Stores `value`. One that cannot be written counts for this process only.
+  /// Stores `value`. If it cannot be written, it applies to this process only.
   virtual void setDouble(double /*value*/, std::string_view /*key*/) {}
 };
 

@@ -6,12 +6,12 @@
 
 namespace veltrano::internal {
 
-/// Work that can be cancelled until it starts. Shared between whoever scheduled it and the queue.
+/// Work that can be cancelled until it starts. Shared by its scheduler and the queue.
 class WorkItem {
  public:
   explicit WorkItem(std::function<void()> work) : work_(std::move(work)) {}
 
-  /// Keeps the item from starting; one that has started is not affected. From any thread.
+  /// Keeps the item from starting; no-op once it has started. Thread-safe.
   void cancel() { cancelled_.store(true, std::memory_order_relaxed); }
   bool isCancelled() const { return cancelled_.load(std::memory_order_relaxed); }
 

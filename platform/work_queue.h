@@ -11,8 +11,7 @@
 
 namespace veltrano::internal {
 
-/// One block of work. It links to its successor itself, so that handing it over costs no
-/// allocation beyond the block's own.
+/// One block of work. Intrusively linked, so that submitting it allocates nothing.
 class Block {
  public:
   virtual ~Block() = default;
@@ -21,10 +20,9 @@ class Block {
   std::atomic<Block*> next{nullptr};  // for the queue that owns the block
 };
 
-/// A serial queue: blocks run one at a time, in the order of submission, never on the submitting
-/// thread's stack. Submission is safe from any thread, never waits for a block that runs, and is
-/// cheap enough for a host's busiest thread. A queue lives as long as the process; what is still
-/// pending when the process ends never runs.
+/// A serial queue: blocks run one at a time, in submission order, never on the submitter's stack.
+/// Submission is thread-safe, never waits for a running block, and is cheap enough for a host's
+/// busiest thread. A queue lives as long as the process; blocks pending at its end never run.
 class WorkQueue {
  public:
   virtual ~WorkQueue() = default;
@@ -41,17 +39,17 @@ class WorkQueue {
     async(std::unique_ptr<Block>(std::make_unique<WorkBlock>(std::move(work))));
   }
 
-  /// Submits `item` once `delay` has passed; with no delay at once, in order with `async`.
-  /// Items due at the same time keep the order in which they were scheduled.
+  /// Submits `item` after `delay`; without a delay at once, in order with `async`. Items due at the
+  /// same time keep their order.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void asyncAfter(Duration /*delay*/, std::shared_ptr<WorkItem> /*item*/) {}
 
-  /// Whether nothing has been submitted after `block`, which has not begun to run.
+  /// Whether nothing was submitted after `block`, which must not have started.
   virtual bool isNewest(const Block& /*block*/) const { return false; }
 
-  /// For the block that is running, as its last act: parks the queue until `group` is empty, then
-  /// runs `then` before any other block. When the group is empty already, `then` runs at once. The
-  /// group has to last until then.
+  /// Called last by the running block: blocks the queue until `group` is empty, then runs `then`
+  /// before any other block. Runs `then` at once if the group is empty already. The group has to
+  /// outlive the wait.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void wait(DispatchGroup& /*group*/, std::function<void()> /*then*/) {}
 };

@@ -10,10 +10,9 @@ namespace {
 constexpr std::string_view kVersionKey = "CFBundleShortVersionString";
 constexpr std::string_view kBuildNumberKey = "CFBundleVersion";
 
-// The text under `key`, if that is what is there.
-std::optional<std::string> textIn(const std::optional<HostMap>& dictionary, std::string_view key) {
-  if (!dictionary) return std::nullopt;
-  return ParameterConversion::convert(*dictionary).value_or(PropertyMap()).text(key);
+PropertyMap propertiesOf(const std::optional<HostMap>& dictionary) {
+  if (!dictionary) return {};
+  return ParameterConversion::convert(*dictionary).value_or(PropertyMap());
 }
 
 }  // namespace
@@ -34,36 +33,35 @@ PropertyMap DefaultProperties::gather() const {
       {"mp_lib", "swift"},
       {"lib_version", libVersion()},
   };
-  if (const auto build = textIn(publisherInfoDict(), kBuildNumberKey))
+  if (const auto build = publisherInfoDict().text(kBuildNumberKey))
     properties.set("$app_build_number", *build);
-  if (const auto version = textIn(publisherInfoDict(), kVersionKey))
+  if (const auto version = publisherInfoDict().text(kVersionKey))
     properties.set("$app_version_string", *version);
   return ParameterConversion::convert(properties).value();
 }
 
-const std::string& DefaultProperties::deviceModel() const {
-  return deviceModel_.get([this] { return wellFormedUTF8(device_.machine()); });
+std::string DefaultProperties::deviceModel() const {
+  return wellFormedUTF8(device_.machine());
 }
 
-const std::optional<HostMap>& DefaultProperties::publisherInfoDict() const {
-  return publisherInfoDict_.get([this] { return bundles_.mainInfoDictionary(); });
+const PropertyMap& DefaultProperties::publisherInfoDict() const {
+  return publisherInfoDict_.get([this] { return propertiesOf(bundles_.mainInfoDictionary()); });
 }
 
 const std::string& DefaultProperties::libVersion() const {
   return libVersion_.get([this] {
     const auto bundle = resourceBundle();
-    const auto version = bundle ? textIn(bundle->infoDictionary, kVersionKey) : std::nullopt;
-    return version.value_or("unknown");
+    if (!bundle) return std::string("unknown");
+    return propertiesOf(bundle->infoDictionary).text(kVersionKey).value_or("unknown");
   });
 }
 
 const std::string& DefaultProperties::publisherVersion() const {
   return publisherVersion_.get(
-      [this] { return textIn(publisherInfoDict(), kVersionKey).value_or("unknown"); });
+      [this] { return publisherInfoDict().text(kVersionKey).value_or("unknown"); });
 }
 
-// The library's resource bundle; its own bundle when there is no resource bundle, and none when it
-// has no resources at all.
+// The library's resource bundle; falls back to the library's own bundle. None without resources.
 std::optional<Bundle> DefaultProperties::resourceBundle() const {
   Bundle library = bundles_.libraryBundle();
   if (!library.resourceDirectory) return std::nullopt;

@@ -14,7 +14,7 @@ std::uint32_t length(std::size_t size) {
   return static_cast<std::uint32_t>(size);
 }
 
-// Most text is shorter than what a call of memcpy is worth.
+// Avoids the call to memcpy for short text, which most text is.
 inline void copyBytes(char* to, const char* from, std::size_t size) {
   const auto ends = [&](auto word) {
     std::memcpy(&word, from, sizeof word);
@@ -44,7 +44,7 @@ inline char* putText(char* to, Kind kind, std::string_view text) {
   return to + FlatView::kTextHead + text.size();
 }
 
-// One copy of a known size, of which only the scalar's own bytes count.
+// Always copies eight bytes, a size known at compile time; the next value overwrites the excess.
 inline char* putScalar(char* to, Kind kind, std::uint64_t bits) {
   *to = static_cast<char>(kind);
   std::memcpy(to + 1, &bits, sizeof bits);
@@ -56,13 +56,13 @@ int order(const T& left, const T& right) {
   return left < right ? -1 : right < left ? 1 : 0;
 }
 
-// NaNs stand after all numbers.
+// NaNs sort after all numbers.
 int orderOfNumbers(double left, double right) {
   if (std::isnan(left) || std::isnan(right)) return order(std::isnan(left), std::isnan(right));
   return order(left, right);
 }
 
-// The smaller one comes first, whatever it holds.
+// The container with fewer values sorts first.
 int orderOfContents(const FlatContents& left, const FlatContents& right) {
   const auto bySize =
       std::distance(left.begin(), left.end()) - std::distance(right.begin(), right.end());
@@ -106,7 +106,7 @@ void FlatWriter::text(Kind kind, std::string_view text) {
   putText(take(FlatView::kTextHead + text.size()), kind, text);
 }
 
-// Most values are scalars or text: one check for room serves such a value and its key.
+// Most values are scalars or text: such a value and its key share one bounds check.
 inline void FlatWriter::entry(std::string_view key, const Argument& argument) {
   if (argument.form_ > Argument::Form::text) {
     text(Kind::String, key);

@@ -1,6 +1,6 @@
-// The flat form: how a value that a host hands in is kept from the call to the event. One block of
-// bytes holds a value with all that is in it, just as the host wrote it; text is repaired, equal
-// keys are told apart and values converted when the work queue reads it.
+// The flat form stores a host's value from the call to the event. One block of bytes holds the
+// value and everything nested in it, as the host passed it. Text is repaired, equal keys are
+// resolved and values are converted only when the work queue reads it.
 //
 //     value       kind (1 byte), then
 //       String, URL              length (4)  bytes
@@ -15,8 +15,7 @@
 //     {{"plan", "pro"}, {"items", 3}}  =
 //       Dictionary 1 38 | String 4 plan | String 3 pro | String 5 items | Int 3
 //
-// Numbers stand unaligned, in the machine's byte order. The depth of a container counts itself and
-// the containers in it.
+// Numbers are unaligned, in native byte order. A container's depth includes itself.
 #pragma once
 
 #include <cstddef>
@@ -37,13 +36,13 @@ using detail::Flat;
 using detail::FlatWriter;
 using detail::Kind;
 
-/// Containers nest this deep in a property; deeper ones become absent. It bounds the stack that
-/// walks over values take.
+/// Containers nest at most this deep in a property; deeper ones become absent. Bounds the stack of
+/// the recursive functions that walk over values.
 inline constexpr int kDeepestNesting = 128;
 
 class FlatContents;
 
-/// Reads one value in the flat form. Refers to the bytes.
+/// Reads one value in the flat form. Does not own the bytes.
 class FlatView {
  public:
   explicit FlatView(const char* at) : at_(at) {}
@@ -55,10 +54,10 @@ class FlatView {
   std::string_view bytes() const { return {at_, size()}; }
   const char* data() const { return at_; }
 
-  /// Of a String or a URL, as the host wrote it.
+  /// The text of a String or a URL, as the host passed it.
   std::string_view text() const { return {at_ + kTextHead, read<std::uint32_t>(1)}; }
 
-  /// Of an Int, a UInt, an Int64 or a Date.
+  /// The number of an Int, a UInt or an Int64; the microseconds of a Date.
   std::int64_t integer() const { return read<std::int64_t>(1); }
   double real() const { return kind() == Kind::Float ? read<float>(1) : read<double>(1); }
   bool boolean() const { return read<bool>(1); }
@@ -69,10 +68,10 @@ class FlatView {
 
   int depth() const { return isContainer() ? static_cast<unsigned char>(at_[1]) : 0; }
 
-  /// What a container holds: of a Dictionary, keys and values by turns.
+  /// A container's values; a Dictionary's alternate between keys and values.
   FlatContents contents() const;
 
-  /// What stands before text, and before the contents of a container.
+  /// Bytes before text, and before a container's contents.
   static constexpr std::size_t kTextHead = 5;
   static constexpr std::size_t kContainerHead = 6;
 
@@ -139,7 +138,7 @@ inline FlatContents FlatView::contents() const {
 
 namespace veltrano::detail {
 
-/// What the public value types and `FlatWriter` keep to themselves.
+/// Gives the library access to the private parts of the public value types.
 struct FlatAccess {
   template <class Value>
   static auto& flat(Value& value) {
@@ -169,10 +168,10 @@ FlatView viewOf(const Value& value) {
   return FlatView(detail::FlatAccess::flat(value).bytes());
 }
 
-/// A writer with memory of its own, which it keeps for the next value.
+/// A writer that owns its memory and reuses it after `clear`.
 class FlatBuffer final : public FlatWriter {
  public:
-  /// `level` is how many containers count as open around what is written.
+  /// `level` is the number of containers that count as open around the values written.
   explicit FlatBuffer(int level = 0) : FlatWriter(first_, first_ + sizeof first_, level) {}
 
   std::string_view bytes() const { return {begin_, static_cast<std::size_t>(at_ - begin_)}; }
@@ -185,10 +184,10 @@ class FlatBuffer final : public FlatWriter {
   char first_[256];
 };
 
-/// Appends what `contents` has written to the Array or Dictionary that `container` is.
+/// Appends the values in `contents` to `container`, an Array or a Dictionary.
 void appendToContainer(std::string& container, const FlatBuffer& contents);
 
-/// As `left.compare(right)`, but without a call where the first bytes tell.
+/// As `left.compare(right)`, but without a function call when the first bytes differ.
 inline int compareTexts(std::string_view left, std::string_view right) {
   if (!left.empty() && !right.empty() && left.front() != right.front())
     return static_cast<unsigned char>(left.front()) < static_cast<unsigned char>(right.front()) ? -1
@@ -196,9 +195,8 @@ inline int compareTexts(std::string_view left, std::string_view right) {
   return left.compare(right);
 }
 
-/// A total order over normalised values (see FlatCopier), kinds in the order of their declaration
-/// first: -1, 0 or 1. Values are equal when they are of the same kind and hold the same; NaNs of
-/// either sign are one value.
+/// A total order over normalised values (see FlatCopier), by kind and then by contents: -1, 0 or 1.
+/// All NaNs are equal.
 int compare(FlatView left, FlatView right);
 
 }  // namespace veltrano::internal

@@ -31,7 +31,7 @@ void writeNumber(Writer& writer, FlatView number) {
 
 }  // namespace
 
-// Events hold no empty map; one whose entries are all left out stays, empty.
+// An empty map is left out; a map whose entries are all left out stays, empty.
 bool FlatCopier::survives(FlatView value) {
   if (value.kind() == Kind::Dictionary) return !value.contents().bytes().empty();
   return value.kind() != Kind::OtherObject && value.kind() != Kind::Absent;
@@ -39,7 +39,7 @@ bool FlatCopier::survives(FlatView value) {
 
 void FlatCopier::sortEntries(FlatView map, std::vector<FlatEntry>& entries) {
   repaired_.clear();
-  entries_.clear();  // a copy may have failed for want of memory
+  entries_.clear();  // not empty if the last copy ran out of memory
   entries.clear();
   if (map.kind() == Kind::Dictionary) appendSorted(entries, map, true);
 }
@@ -94,12 +94,12 @@ void FlatCopier::appendSorted(std::vector<FlatEntry>& entries, FlatView map, boo
     if (!isASCII(key)) key = repaired_.emplace_front(wellFormedUTF8(key));
     entries.push_back({key, *++it});
   }
-  // Of equal keys the last one given stands last.
+  // Equal keys stay in the order in which they were given.
   std::sort(entries.begin() + first, entries.end(), [](const FlatEntry& l, const FlatEntry& r) {
     const int byKey = compareTexts(l.key, r.key);
     return byKey != 0 ? byKey < 0 : l.value.data() < r.value.data();
   });
-  // It is the one that counts, also when its value is then left out.
+  // Among equal keys the last one wins, even if its value is then left out.
   auto kept = entries.begin() + first;
   for (auto it = kept; it != entries.end(); ++it) {
     const bool isReplaced = it + 1 != entries.end() && it[1].key == it->key;
@@ -108,7 +108,7 @@ void FlatCopier::appendSorted(std::vector<FlatEntry>& entries, FlatView map, boo
   entries.erase(kept, entries.end());
 }
 
-// No event can hold such a dictionary, so it is not worth speed.
+// Slow, which does not matter: no event can hold such a dictionary.
 void FlatCopier::copyEntriesWithOtherKeys(FlatWriter& writer, FlatView dictionary) {
   std::vector<std::pair<std::string, FlatView>> entries;
   const FlatContents contents = dictionary.contents();

@@ -11,24 +11,23 @@ namespace veltrano::internal {
 
 class JSONValueWriter;
 
-/// One entry of a map whose keys are text.
+/// One entry of a map with string keys.
 struct FlatEntry {
   std::string_view key;  // well-formed
   FlatView value;
 };
 
-/// Copies values into the form in which they are compared, shown and sent: text is well-formed, and
-/// dictionaries are sorted by key without the entries that a later equal key replaces. Writes to a
-/// `FlatWriter` or a `JSONValueWriter`. Keeps its memory from one copy to the next. For one thread
-/// at a time.
+/// Copies values into the form in which they are compared, logged and sent: text is well-formed,
+/// dictionaries are sorted by key, and of equal keys only the last is kept. Writes to a
+/// `FlatWriter` or a `JSONValueWriter`. Reuses its memory from copy to copy. Not thread-safe.
 class FlatCopier {
  public:
-  /// `value` normalised. What it stands for stays as it is.
+  /// Normalises `value` without changing its meaning.
   void normalise(FlatWriter& writer, FlatView value) { copy(writer, value, false); }
   void normalise(JSONValueWriter& writer, FlatView value) { copy(writer, value, false); }
 
-  /// `value` normalised and converted: number objects are an Int, a Bool or a Double; what events
-  /// cannot hold is left out, wherever it stands. False when that is all of it.
+  /// Normalises and converts `value`: boxed numbers become an Int, a Bool or a Double, and whatever
+  /// events cannot hold is left out at every level. False when nothing remains.
   bool convert(FlatWriter& writer, FlatView value) {
     return survives(value) && (copy(writer, value, true), true);
   }
@@ -36,8 +35,8 @@ class FlatCopier {
     return survives(value) && (copy(writer, value, true), true);
   }
 
-  /// Makes `entries` those of `map` that conversion keeps, sorted; none when it is absent. They
-  /// refer to the map and to the copier, until the next call of this.
+  /// Sets `entries` to the sorted entries of `map` that conversion keeps, or to none when the map
+  /// is absent. They refer to the map and to this copier, and are valid until the next call.
   void sortEntries(FlatView map, std::vector<FlatEntry>& entries);
 
  private:
@@ -51,8 +50,8 @@ class FlatCopier {
   static void copyEntriesWithOtherKeys(JSONValueWriter& writer, FlatView dictionary);
   void appendSorted(std::vector<FlatEntry>& entries, FlatView map, bool converts);
 
-  std::vector<FlatEntry> entries_;           // of the dictionaries being copied, the innermost last
-  std::forward_list<std::string> repaired_;  // keys
+  std::vector<FlatEntry> entries_;           // a stack: those of the dictionaries being copied
+  std::forward_list<std::string> repaired_;  // copies of non-ASCII keys, well-formed
 };
 
 /// Whether every key of the Dictionary is a String.

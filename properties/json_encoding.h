@@ -5,13 +5,13 @@
 
 namespace veltrano::internal {
 
-/// Takes values as `FlatWriter` does and writes them as JSON: dates as ISO 8601 text, URLs as their
-/// text, numbers that are not finite as null.
+/// Has the interface of `FlatWriter` but writes JSON: dates as ISO 8601 text, URLs as their text,
+/// non-finite numbers as null.
 class JSONValueWriter {
  public:
   explicit JSONValueWriter(JSONWriter& json) : json_(json) {}
 
-  /// A Dictionary's entries are keys and values by turns.
+  /// A Dictionary's keys and values alternate.
   Kind open(Kind container);
   void close(Kind container);
   void text(Kind, std::string_view text) { json_.string(text); }
@@ -21,11 +21,10 @@ class JSONValueWriter {
   /// A scalar.
   void flat(const char* value);
 
-  /// For a key that is no text.
+  /// Reports a key that is not text.
   void fail() { isGood_ = false; }
 
-  /// False once JSON could not hold something, such as a key that is no text. What has been written
-  /// is then of no use.
+  /// False once a value cannot be represented in JSON; discard what has been written.
   bool isGood() const { return isGood_; }
 
  private:

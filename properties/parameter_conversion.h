@@ -7,16 +7,16 @@
 
 namespace veltrano::internal {
 
-/// Turns what a host hands in into members of the set, leaving out what cannot be represented.
-/// Pure functions, safe on any thread.
+/// Converts a host's values to members of the closed set and leaves out what events cannot hold.
+/// Thread-safe.
 class ParameterConversion {
  public:
   ParameterConversion() = delete;
 
-  /// None when `value` is absent or cannot be represented.
+  /// None when `value` is absent or events cannot hold it.
   static std::optional<SupportedParameterType> convert(const HostValue& value);
 
-  /// None for an empty map; a map all of whose values are left out gives an empty one.
+  /// None for an empty map; an empty map when all values are left out.
   static std::optional<PropertyMap> convert(const HostMap& dictionary);
 };
 

@@ -9,8 +9,8 @@
 
 namespace veltrano::internal {
 
-/// Properties in the flat form: keys and values by turns, the keys text, sorted and unique, the
-/// values members of the set. Refers to the bytes.
+/// Properties in the flat form: alternating keys and values. Keys are text, sorted and unique;
+/// values are members of the closed set. Does not own the bytes.
 class PropertyView {
  public:
   struct Entry {
@@ -47,7 +47,7 @@ class PropertyView {
   FlatContents contents_;
 };
 
-/// A map from text to members of the set, with value semantics.
+/// A map from text to members of the closed set, with value semantics.
 class PropertyMap {
  public:
   PropertyMap() = default;
@@ -62,10 +62,10 @@ class PropertyMap {
   /// The value under `key`, or none. Valid until the map changes.
   std::optional<FlatView> find(std::string_view key) const { return view().find(key); }
 
-  /// The text under `key` when there is one, else none.
+  /// The value of `key` if it is text.
   std::optional<std::string> text(std::string_view key) const;
 
-  /// Takes the entry for `key` out and returns what it held.
+  /// Removes the entry for `key` and returns its value.
   std::optional<SupportedParameterType> remove(std::string_view key);
 
  private:
@@ -74,17 +74,16 @@ class PropertyMap {
   std::string bytes_;  // see PropertyView
 };
 
-/// Every entry of both maps; on equal keys the right one's value, replaced whole.
+/// The entries of both maps; on equal keys the right value replaces the left one, without merging.
 PropertyMap operator+(const PropertyMap& left, PropertyView right);
 inline PropertyMap operator+(const PropertyMap& left, const PropertyMap& right) {
   return left + right.view();
 }
 
-/// `value`, which has been converted, as properties: a Dictionary all of whose keys are Strings.
-/// None for everything else.
+/// A converted `value` as properties; none unless it is a Dictionary with only String keys.
 std::optional<PropertyView> asProperties(FlatView value);
 
-/// A copy of `value`, which is a member.
+/// A copy of `value`, which has to be a member.
 SupportedParameterType memberOf(FlatView value);
 
 }  // namespace veltrano::internal

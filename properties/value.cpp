@@ -237,7 +237,7 @@ HostMap::HostMap(const HostMapView& map) : flat_(flatMap(map.argument())) {
   if (flat_.kind() == Kind::Absent) *this = HostMap();
 }
 
-// The map itself is no property, so its values may nest as deep as one.
+// Level -1: the map itself is not a property and does not count toward the nesting of its values.
 Flat HostMap::flatMap(const Argument& map) {
   return written(-1, [&](FlatWriter& writer) { writer.value(map); });
 }

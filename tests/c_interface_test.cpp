@@ -1,4 +1,4 @@
-// The C interface, on the platform of a POSIX system. Nothing is ever sent from here.
+// The C interface, on the POSIX platform. Sends nothing.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -18,7 +18,7 @@ veltrano_text text(std::string_view view) {
   return {view.data(), view.size()};
 }
 
-// A handle that releases itself.
+// Releases its handle.
 struct Handle {
   Handle(veltrano_object* object) : handle(object) {}
   Handle(const Handle&) = delete;
@@ -40,7 +40,7 @@ struct Count {
   std::atomic<int> calls{0}, releases{0};
 };
 
-// First: a process installs its platform once.
+// Runs first, because a process installs its platform only once.
 TEST(CInterfaceInstallation, SaysWhyItIsRefused) {
   const Handle map(veltrano_dictionary()), one(veltrano_int(1));
   EXPECT_TRUE(veltrano_dictionary_set(map, one, one));
@@ -71,7 +71,7 @@ TEST(CInterfaceInstallation, SaysWhyItIsRefused) {
   options.pinned_public_key = {};
   options.advertising_identifier = veltrano_c_string("none");
   EXPECT_NE(refusal(&options).find("identifier"), std::string::npos);
-  // The wrong identifier lies beyond what a host with fewer options has.
+  // The invalid identifier is beyond the size of an older host's options.
   options.size = offsetof(veltrano_options, advertising_identifier);
   EXPECT_EQ(veltrano_main_run_loop(), nullptr);
   EXPECT_TRUE(veltrano_install_posix_platform(&options, nullptr));
@@ -113,7 +113,7 @@ TEST_F(CInterface, NothingHarmsNowhere) {
   EXPECT_TRUE(veltrano_array_append(list, list));
   EXPECT_TRUE(veltrano_is_valid_nested_type(list));
   const Handle copy(veltrano_copy(list));
-  EXPECT_FALSE(veltrano_array_append(copy, word));  // it stays what it is
+  EXPECT_FALSE(veltrano_array_append(copy, word));  // copies are immutable
   EXPECT_TRUE(veltrano_array_append(list, nullptr));
   EXPECT_FALSE(veltrano_is_valid_nested_type(list));
   EXPECT_TRUE(veltrano_is_valid_nested_type(copy));
@@ -281,7 +281,7 @@ TEST(CInterfaceDeathTest, HandlesUsedAfterTheirReleaseAreCaught) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
   veltrano_object* released = veltrano_int(1);
   veltrano_release(released);
-  // New handles do not hide the mistake.
+  // New handles do not reuse the address.
   for (int i = 0; i < 1000; ++i) veltrano_release(veltrano_int(i));
   const Handle live(veltrano_array());
   EXPECT_DEATH(veltrano_release(released), "released, but is none or was released before");

@@ -1,4 +1,4 @@
-"""Loads the shared library as a host in another language does, and drives all of it.
+"""Loads the shared library as a host in another language does, and uses all of it.
 
     c_interface_test.py LIBRARY COLLECTOR
 """
@@ -81,7 +81,7 @@ def string_of(given):
 
 
 def handle(value):
-    """A handle of what a value of this language becomes; (kind, argument...) chooses the kind."""
+    """Returns a handle for a Python value; (kind, argument...) chooses the kind."""
     if value is None:
         return None
     if isinstance(value, (Block, BooleanBlock)):
@@ -98,7 +98,7 @@ def handle(value):
 
 
 def add(value, functions, *place):
-    """Adds a value to a collection by the function for its kind, or else as an object."""
+    """Adds a value to a collection, with the function for its kind or else as an object."""
     if isinstance(value, tuple):
         kind, *arguments = value
     elif isinstance(value, str) and "\0" not in value:
@@ -115,7 +115,7 @@ def add(value, functions, *place):
 
 
 def call(name, *values):
-    """Calls one of the tracker's functions: bytes are text, a dictionary is made for the call."""
+    """Calls one of the tracker's functions. Converts bytes to text and dicts to dictionaries."""
     arguments = [handle(value) if isinstance(value, dict) else value for value in values]
     function = declare(name, c_bool, *[c_char_p if isinstance(value, bytes) else c_void_p
                                        for value in values])
@@ -134,7 +134,7 @@ def send(selector, *values):
     return outcome
 
 
-# What the library calls back lives as long as the library.
+# Callbacks have to live as long as the library.
 lines, outcomes, refreshes, reports = [], [], [], []
 
 
@@ -166,7 +166,7 @@ def receive(output):
 
 
 def next_of(entries):
-    """Runs the main thread's loop until there is an entry, and takes it."""
+    """Runs the main thread's loop until there is an entry, and removes it."""
     while not entries:
         assert run_for(main_loop(), 30), lines
     return entries.pop(0)
@@ -258,7 +258,7 @@ def live_and_leave():
     for step in ("will_resign_active", "will_enter_foreground", "did_become_active"):
         declare("application_" + step, None)()
     check(next_of(reports)["path"], "/heartbeat")
-    # What waits is sent on the way into the background.
+    # Entering the background uploads waiting events.
     call("track", b"Last", None, None, None)
     declare("application_did_enter_background", None)()
     check(next_of(reports)["body"][0]["event"], "Last")
@@ -286,4 +286,4 @@ try:
 except BaseException:
     traceback.print_exc()
     os._exit(1)
-os._exit(0)  # the library's threads may call back still, which a dying interpreter cannot bear
+os._exit(0)  # skips the interpreter's shutdown, during which the library may still call back

@@ -46,7 +46,7 @@ WireRequest request(const std::string& path, const std::string& json) {
           encoded(json)};
 }
 
-// What is wrong with the request; nothing when it is well.
+// The error in the request; empty if it is valid.
 std::string fault(const WireRequest& request) {
   WireMessage message;
   return readRequest(request, message).value_or("");
@@ -137,7 +137,7 @@ TEST(Faults, FollowEachOtherUntilTheyAreUsedUp) {
     EXPECT_THROW(parseFaults(faultJSON(wrong)), std::invalid_argument) << wrong;
 }
 
-// The program, from its first line to its end.
+// Runs the collector program.
 class Program {
  public:
   explicit Program(const std::string& options)
@@ -163,14 +163,14 @@ class Program {
   httplib::Result post(const std::string& target, const std::string& body) const {
     httplib::SSLClient client("localhost", port_);
     client.set_ca_cert_path(certificate_.c_str());
-    // A body of its own would get a Content-Type.
+    // A plain body would get a Content-Type.
     const auto provide = [&body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
       return sink.write(body.data() + offset, body.size() - offset);
     };
     return client.Post(target, request("", "").headers, body.size(), provide, "");
   }
 
-  int end() {  // a further signal changes nothing
+  int end() {  // harmless if the program is already shutting down
     ::kill(process_, SIGTERM);
     return exitStatus();
   }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# exports_only.sh LIBRARY: fails unless the library exports both its faces and nothing else, and stays
-# when it is closed.
+# exports_only.sh LIBRARY: fails unless the library exports exactly its C++ and C interfaces, and
+# stays loaded after dlclose.
 set -euo pipefail
 readelf --dynamic "$1" | grep -q 'FLAGS.*NODELETE'
 names=$(nm --dynamic --defined-only --format=posix --demangle "$1" | sed 's/ [A-Z] .*//')

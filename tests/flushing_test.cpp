@@ -1,4 +1,4 @@
-// When events are uploaded, and what becomes of them.
+// When events are uploaded, and what happens to them afterwards.
 #include <gtest/gtest.h>
 
 #include "tests/support/simulation.h"
@@ -105,7 +105,7 @@ TEST_F(Flushing, ACompletionMayUseTheTrackerAndThrow) {
 TEST_F(Flushing, GoingToTheBackgroundDuringAnUploadFlushesAfterIt) {
   fail();
   trackMany(1);
-  simulation.runUntil(20.01);  // the periodic flush is under way
+  simulation.runUntil(20.01);  // during the periodic flush
   simulation.platform.notificationCenter.post(std::string(kApplicationDidEnterBackground));
   simulation.runUntil(100);
   EXPECT_EQ(postTimes(), (Times{20, 20.05}));

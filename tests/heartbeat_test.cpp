@@ -114,7 +114,7 @@ TEST_F(Heartbeat, FollowsTheApplication) {
   EXPECT_EQ(sessionOf(0), sessionOf(1));
   EXPECT_EQ(durationOf(1), "150000");
 
-  // Found inactive, it rests until the application has become active again.
+  // When it finds the application inactive, it pauses until the next activation.
   simulation.platform.device.applicationState = ApplicationState::inactive;
   simulation.runUntil(400);
   EXPECT_EQ(beats().size(), 2U);

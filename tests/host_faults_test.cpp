@@ -1,4 +1,4 @@
-// A host that treats the library badly, on the POSIX platform, with nobody to take its events.
+// A host that misuses the library, on the POSIX platform, without a collection host.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/wait.h>
@@ -23,10 +23,10 @@ class HostFaults : public testing::Test {
  protected:
   HostFaults() {
     PosixOptions options;
-    options.collectionHost = "localhost:1";  // nobody listens there
+    options.collectionHost = "localhost:1";  // refuses connections
     static const Installation installation = PosixPlatform::install(options);
     EXPECT_TRUE(installation) << installation.error;
-    // Each case has a library of its own. None is destroyed, as its threads go on.
+    // Each case has its own library. None is destroyed, because its threads keep running.
     static auto& replaced = *new std::vector<Library*>;
     options.logSink = [cycles = cycles](std::string_view line) {
       if (line.ends_with("| Scheduling the next flush with default interval")) ++*cycles;
@@ -36,7 +36,7 @@ class HostFaults : public testing::Test {
     Veltrano::isLoggerEnabled = true;
   }
 
-  // Runs `work` on `count` threads that begin together.
+  // Runs `work` on `count` threads that start together.
   template <class Work>
   static void runTogether(int count, const Work& work) {
     std::latch start(count);
@@ -91,7 +91,8 @@ TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
   EXPECT_EQ(last.droppedByTrimming, last.recorded - 200);
 }
 
-// Forks while the library's own locks are being taken: by first uses, and by the first heartbeat.
+// Forks while other threads take the library's locks, for the first use and for the first
+// heartbeat.
 TEST_F(HostFaults, AForkedChildDoesNothingAndDoesNotHang) {
   std::atomic<bool> isOver{false};
   std::jthread user([&] {
@@ -139,7 +140,7 @@ TEST_F(HostFaults, ACallbackMayForkAndGoOnInTheChild) {
     ASSERT_EQ(waitpid(which, &status, 0), which);
     EXPECT_EQ(status, 0);
   };
-  // On the host's own thread, which has the rest of `track` before it.
+  // On the host's thread, in the middle of `track`.
   tracker.setRefreshTriggersWithHandler({{"trigger"}}, forkHere);
   for (int i = 0; i < 20; ++i) {
     tracker.track("trigger");
@@ -148,7 +149,7 @@ TEST_F(HostFaults, ACallbackMayForkAndGoOnInTheChild) {
   }
   isOver = true;
   user.join();
-  // On the library's, which then destroys the completion.
+  // On the library's thread, which then destroys the completion.
   std::promise<void> destroyed;
   const auto leave = [&](void*) {
     if (child == 0) _exit(0);
@@ -173,7 +174,7 @@ TEST_F(HostFaults, ACallbackMayEndItsThread) {
   ASSERT_EQ(pthread_create(&thread, nullptr, track, nullptr), 0);
   EXPECT_EQ(pthread_join(thread, nullptr), 0);
   EXPECT_FALSE(hasReturned);
-  // The work queue's own, which is replaced.
+  // Ends the work queue's thread, which is replaced.
   Veltrano::shared().track("E", {}, [](bool) { pthread_exit(nullptr); });
   std::promise<bool> outcome;
   Veltrano::shared().track("last", {}, [&](bool result) { outcome.set_value(result); });

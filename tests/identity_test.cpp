@@ -1,4 +1,4 @@
-// Identity setters, super properties and orientation: what they log and what requests carry.
+// Identity setters, super properties and orientation: what they log and what requests contain.
 #include <gtest/gtest.h>
 
 #include "tests/support/simulation.h"

@@ -44,7 +44,7 @@ TEST(Libraries, OnOneTimelineKeepToThemselves) {
   EXPECT_EQ(clients[0]->posts, (Posts{{"/heartbeat user-0 ios_0", 3}, {"/track user-0 ios_0", 1}}));
   EXPECT_EQ(clients[1]->posts, (Posts{{"/track user-1 ios_1", 2}}));
   EXPECT_EQ(clients[2]->posts, (Posts{{"/track  ios_2", 1}}));
-  // None of them is the process's.
+  // None of them is the process's library.
   EXPECT_EQ(Library::exchangeCurrent(nullptr), nullptr);
 }
 
@@ -63,7 +63,7 @@ TEST(Libraries, WithoutAPlatformTheFirstTouchDecides) {
   EXPECT_NE(made, nullptr);
 }
 
-// The log's first lines come while the tracker starts.
+// The tracker logs its first lines while it starts.
 TEST(Libraries, ALogSinkMayUseTheTrackerThatStarts) {
   SimulatedPlatform platform;
   Library library(platform.services());

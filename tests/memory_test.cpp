@@ -1,4 +1,4 @@
-// The library without memory: what cannot be had is dropped and counted, and all else goes on.
+// The library when memory runs out: drops and counts what it cannot store, and keeps working.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,7 +16,7 @@
 namespace veltrano::internal {
 namespace {
 
-// Runs `work` as the library, with `count` allocations failing from number `first` on.
+// Runs `work` as if it were the library, with `count` failing allocations starting at `first`.
 template <class Work>
 void runWithout(int first, int count, Work work) {
   failures::failAllocations(first, count);
@@ -29,7 +29,7 @@ const HostMap kProperties = {{"plan", "a text that is too long to be stored in p
                              {"tags", {"a", "b", 3}},
                              {"extra_json", {{"nested", {{"deeply", true}}}}}};
 
-// Installs the platform and touches the library for the first time, in a child of its own.
+// Installs the platform and uses the library for the first time. Runs in a child process.
 int installWithout(int first, int count) {
   alarm(30);
   PosixOptions options;
@@ -49,7 +49,7 @@ int installWithout(int first, int count) {
   return hasFailed ? 0 : 2;
 }
 
-// First: the children must not find a platform.
+// Runs first: the children must not inherit a platform.
 TEST(MemoryTest, AnInstallationAndAFirstTouchThatFailAreTriedAgain) {
   for (const int count : {1, 3}) {
     int status = 0;
@@ -65,7 +65,7 @@ TEST(MemoryTest, AnInstallationAndAFirstTouchThatFailAreTriedAgain) {
 
 TEST(MemoryTest, WorkThatFoundNoThreadRunsWithTheNextSubmission) {
   for (const bool isDelayed : {false, true}) {
-    auto& queue = *new PosixWorkQueue("test");  // never destroyed, as its thread goes on
+    auto& queue = *new PosixWorkQueue("test");  // never destroyed: its thread keeps running
     std::latch hasRun(2);
     failures::hasNoThreads = true;
     queue.async([&] { hasRun.count_down(); });
@@ -79,7 +79,7 @@ TEST(MemoryTest, WorkThatFoundNoThreadRunsWithTheNextSubmission) {
   }
 }
 
-// A timer that fires when the test wants it to.
+// A timer that fires on request.
 struct ManualTimers final : Timers {
   std::shared_ptr<Timer> schedule(Duration, Duration, std::function<void()> work) override {
     auto timer = std::make_shared<Timer>();

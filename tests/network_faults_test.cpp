@@ -1,5 +1,5 @@
-// What goes wrong around the transfers: threads, descriptors and memory that are not to be had,
-// code of the host that blocks, and the end of the session or of the process.
+// Faults around the transfers: no threads, descriptors or memory, host code that blocks, and the
+// end of the session or of the process.
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 #include <pthread.h>
@@ -30,7 +30,7 @@ constexpr bool kIsSanitized = false;
 #endif
 
 [[noreturn]] void exitAfter(int callbacks, const std::string& url, const std::string& authorities) {
-  OPENSSL_init_ssl(0, nullptr);  // as a host might have, so that OpenSSL cleans up at exit
+  OPENSSL_init_ssl(0, nullptr);  // as a host might: makes OpenSSL clean up at exit
   PosixURLSession& session = *new PosixURLSession(trusting(authorities));
   static std::atomic<int> done{0};
   for (int i = 0; i < 8; ++i) session.postData(requestTo(url), [](auto, auto, auto) { ++done; });
@@ -38,15 +38,15 @@ constexpr bool kIsSanitized = false;
   std::exit(0);
 }
 
-// Comes first: once this process has posted, its forked children no longer do. Where a transfer is
-// when the process exits is left to chance; ending_test covers what can be waited for.
+// Runs first: once this process has posted, its forked children no longer do. At which point of a
+// transfer the process exits is random; ending_test covers the points that can be waited for.
 TEST(NetworkFaults, TheProcessExitsAmidTransfers) {
   for (int callbacks = 0; callbacks < 20; ++callbacks) {
     int toChild[2];
     ASSERT_EQ(pipe(toChild), 0);
-    const pid_t child = fork();  // while there are no threads yet
+    const pid_t child = fork();  // while no other threads exist
     if (child == 0) {
-      alarm(20);  // ends a child that hangs
+      alarm(20);  // kills a child that hangs
       char text[256] = {};
       if (read(toChild[0], text, sizeof text - 1) <= 0) _exit(9);
       const std::string line = text;
@@ -84,7 +84,7 @@ TEST(NetworkFaults, WithoutDescriptorsPostsEndAndLaterOnesSucceed) {
   if (kIsSanitized) GTEST_SKIP() << "Sanitizers need descriptors themselves.";
   TLSServer server([](int) { return answer("200 OK"); });
   auto options = trusting(server.authorities());
-  options.attemptTimeout = 100ms;  // the server has no descriptors either
+  options.attemptTimeout = 100ms;  // the server runs out of descriptors, too
   for (const bool isTableShared : {false, true}) {
     failures::hasOneDescriptorTable = isTableShared;
     PosixURLSession session(options);
@@ -101,7 +101,7 @@ TEST(NetworkFaults, WithoutDescriptorsPostsEndAndLaterOnesSucceed) {
   failures::hasOneDescriptorTable = false;
 }
 
-// Their numbers, as a program that the host executes sees them.
+// The descriptor numbers that a program executed by the host sees.
 std::string inheritedDescriptors() {
   std::string text;
   std::FILE* const list = popen("ls /proc/self/fd", "r");
@@ -164,9 +164,9 @@ TEST(NetworkFaults, CodeOfTheHostThatBlocksHoldsUpNothingElse) {
   auto heartbeat = requestTo(server.url() + "/heartbeat");
   std::atomic<int> attempts{0};
   heartbeat.interceptor = interceptor([&](URLRequest&) { ++attempts; });
-  EXPECT_EQ(post(session, upload).status(), 200);  // has its own transfers from now on
+  EXPECT_EQ(post(session, upload).status(), 200);  // gets its own endpoint
 
-  // A callback that waits for another upload, and for the next heartbeat's being sent.
+  // A callback that waits for another upload, and until the next heartbeat is sent.
   std::promise<int> status;
   session.postData(heartbeat, [&](auto, auto, auto) {
     session.postData(heartbeat, [](auto, auto, auto) {});
@@ -248,7 +248,7 @@ TEST(NetworkFaults, ShuttingDownLetsPostsFinishAndThenIsSilent) {
     auto underWay = start(session, requestTo(server.url()));
     while (server.requests().size() < 2) std::this_thread::yield();
     auto ended = std::async([&] { return session.shutDown(soon()); });
-    while (!post(session, requestTo(server.url() + "/other")).error) {  // not yet begun
+    while (!post(session, requestTo(server.url() + "/other")).error) {  // not yet shutting down
     }
     release.set_value();
     EXPECT_TRUE(ended.get());

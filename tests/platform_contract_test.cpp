@@ -1,4 +1,4 @@
-// What every platform promises, checked on the real one and on the simulated one alike.
+// The contract of every platform, checked on the real and the simulated one.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -18,8 +18,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A platform and a way to let time pass in it: `runUntilDone` returns once somebody has called
-// `done`, on whatever thread.
+// A platform whose time can advance: `runUntilDone` returns once any thread has called `done`.
 struct PosixWorld {
   void done() { runLoop->stop(); }
   void runUntilDone() {
@@ -72,12 +71,12 @@ TYPED_TEST(PlatformContract, BlocksRunOneAtATimeInTheOrderOfSubmission) {
   auto& queue = this->world.makeQueue();
   constexpr int kBlocks = 1000;
   std::vector<int> order;
-  queue.async([&] {  // so that all of them wait before the first runs
+  queue.async([&] {  // so that all are submitted before the first runs
     for (int i = 0; i < kBlocks; ++i) {
       queue.async([&, i] {
         order.push_back(i);
         if (i > 0) return;
-        // Submitting from a block neither runs the new one here nor lets it pass those that wait.
+        // A block submitted by a block neither runs at once nor overtakes waiting ones.
         queue.async([&] {
           order.push_back(kBlocks);
           this->world.done();

@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "encoding/uuid.h"
 #include "heartbeat/heartbeat_interval.h"
 #include "platform/platform.h"
 #include "platform/posix/device/connectivity.h"
@@ -44,10 +45,10 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 WorkQueue& makeQueue() {
-  return *new PosixWorkQueue("test");  // never destroyed, as its thread goes on
+  return *new PosixWorkQueue("test");  // never destroyed: its thread keeps running
 }
 
-// Waits for everything submitted to `queue` before.
+// Waits for everything submitted to `queue` so far.
 void drain(WorkQueue& queue) {
   std::promise<void> drained;
   queue.async([&] { drained.set_value(); });
@@ -83,7 +84,7 @@ TEST(WorkQueueTest, ManySubmittersNeverOverlapNorOvertakeThemselves) {
   auto& queue = makeQueue();
   constexpr int kThreads = 4;
   constexpr int kBlocks = 3000;
-  std::vector<int> last(kThreads, -1);  // touched by blocks alone, so races show
+  std::vector<int> last(kThreads, -1);  // without a lock, so that races show
   int disorder = 0;
   std::vector<std::thread> submitters;
   for (int thread = 0; thread < kThreads; ++thread) {
@@ -100,7 +101,7 @@ TEST(WorkQueueTest, ManySubmittersNeverOverlapNorOvertakeThemselves) {
   EXPECT_EQ(last, std::vector<int>(kThreads, kBlocks - 1));
 }
 
-// Threads end with calls of theirs still waiting, and with destructors that make more.
+// Threads end while their calls still wait, and track from thread-local destructors.
 TEST(WorkQueueTest, ThreadsThatEndSoonLeaveTheirCallsWhole) {
   struct TracksAtTheEnd {
     ~TracksAtTheEnd() { tracker->track("Ended", {{"text", std::string(5000, 'e')}}, nullptr); }
@@ -109,7 +110,7 @@ TEST(WorkQueueTest, ThreadsThatEndSoonLeaveTheirCallsWhole) {
   auto& queue = makeQueue();
   Platform platform;
   platform.workQueue = &queue;
-  static auto& library = *new Library(platform);  // a flush of its waits when the test is over
+  static auto& library = *new Library(platform);  // its periodic flush outlives the test
   constexpr int kThreads = 100;
   constexpr int kCalls = 40;
   std::vector<std::thread> users;
@@ -124,8 +125,8 @@ TEST(WorkQueueTest, ThreadsThatEndSoonLeaveTheirCallsWhole) {
   EXPECT_EQ(library.accounting().statistics().recorded, kThreads * (kCalls + 1U));
 }
 
-// A queue falls asleep after some 20 ms; the other one's delays make submissions meet it awake,
-// just then, and asleep.
+// A queue falls asleep after 20 ms. Submissions after varying delays find it awake, falling asleep
+// and asleep.
 TEST(WorkQueueTest, NoWakeUpIsLost) {
   auto& sleeper = makeQueue();
   auto& waker = makeQueue();
@@ -135,7 +136,7 @@ TEST(WorkQueueTest, NoWakeUpIsLost) {
                      std::make_shared<WorkItem>([&] { sleeper.async([&] { ran.set_value(); }); }));
     ASSERT_EQ(ran.get_future().wait_for(seconds(20)), std::future_status::ready);
   }
-  // An item that is due before the one the thread sleeps for.
+  // An item that is due before the one that the thread waits for.
   std::promise<void> ran;
   sleeper.asyncAfter(std::chrono::hours(1), std::make_shared<WorkItem>([] {}));
   waker.asyncAfter(milliseconds(40), std::make_shared<WorkItem>([&] {
@@ -147,7 +148,7 @@ TEST(WorkQueueTest, NoWakeUpIsLost) {
 
 TEST(WorkQueueTest, BlocksThatGoOnForEverDoNotHoldUpDelayedItems) {
   auto& queue = makeQueue();
-  bool isDue = false;  // the queue's thread
+  bool isDue = false;  // only used on the queue's thread
   std::promise<void> stopped;
   std::function<void()> goOn = [&] {
     if (isDue) return stopped.set_value();
@@ -196,7 +197,7 @@ TEST(RunLoopTest, RunsInOrderByItselfOrDrivenByAHostsOwnLoop) {
   std::vector<int> order;
   const auto note = [&](int number) { return [&order, number] { order.push_back(number); }; };
   std::thread([&] {
-    loop.run();  // not its thread: returns
+    loop.run();  // returns at once on another thread
     for (int i = 0; i < 2; ++i) loop.perform(note(i));
     loop.perform([] { throw std::runtime_error("to be dropped"); });
     loop.perform([&] { loop.stop(); });
@@ -261,7 +262,7 @@ TEST(UserDefaultsTest, SurviveInAFileWhoseOtherEntriesStay) {
   PosixUserDefaults defaults(path);
   EXPECT_EQ(defaults.doubleForKey("n"), 0.1 + 0.2);
   EXPECT_NE(contentsOf(path).find("<string>x</string>"), std::string::npos);
-  // No temporary file stays behind.
+  // No temporary file is left.
   EXPECT_EQ(std::distance(fs::directory_iterator(fs::path(path).parent_path()), {}), 1);
 }
 
@@ -304,7 +305,7 @@ TEST(UserDefaultsTest, AValueThatCouldNotBeWrittenIsWrittenLater) {
   setHeartbeatInterval(defaults, 90);  // the next answer repeats it
   EXPECT_EQ(heartbeatInterval(PosixUserDefaults(path)), 90);
 
-  // A file that cannot be read is not replaced. It is read once it can be.
+  // A file that cannot be read is not replaced, and is read as soon as it can be.
   fs::remove(path);
   fs::create_directory(path);
   setHeartbeatInterval(defaults, 45);
@@ -389,7 +390,7 @@ TEST(ConnectivityTest, AWirelessInterfaceCountsWhileItsLinkIsUp) {
   EXPECT_FALSE(isWirelessLinkUp("", sys / ""));
 }
 
-// In a child, which a signal would end.
+// In a child, which the signal would kill.
 TEST(StandardOutputTest, ABrokenPipeRaisesNoSignal) {
   const pid_t child = fork();
   if (child == 0) {
@@ -516,7 +517,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
           "UIApplicationDidEnterBackground 2 3 4", "UIApplicationWillEnterForeground 1 3 4"}));
 }
 
-// Forks while other threads hold the run loop's lock most of the time.
+// Forks while other threads hold the run loop's lock almost all the time.
 TEST(ForkTest, ARunLoopDoesNothingInAChild) {
   watchForks();
   RunLoop& loop = RunLoop::current();

@@ -28,7 +28,8 @@ std::string bytesOf(std::string_view hexadecimal) {
   return bytes;
 }
 
-// The binary form of `objects`, which refer to one another by two bytes; the first is the root.
+// The binary form of `objects`, which refer to each other by two-byte indices; the first is the
+// root.
 std::string binary(const std::vector<std::string>& objects) {
   std::string bytes = "bplist00", table;
   for (const std::string& object : objects) {
@@ -48,7 +49,7 @@ std::string arrayOf(int count, int reference) {
 
 const std::string kDictionaryOfTwo = "\xD1\0\1\0\2"s;  // object 1 names object 2
 
-// Arrays in one another, `depth` of them, under the key "a" of a dictionary.
+// `depth` nested arrays under the key "a" of a dictionary.
 std::string nestedXML(int depth, const std::string& tag) {
   std::string text = "<plist><dict><key>a</key>";
   for (int i = 0; i < depth; ++i) text += tag;
@@ -116,7 +117,7 @@ TEST(PropertyListTest, ReadsXMLAsXML) {
   EXPECT_EQ(entries.begin()->key, "a&<b>");
   EXPECT_EQ(*entries.begin()->value.member()->getIf<std::string>(), "A \nz");
   EXPECT_EQ(list->number("n"), 8.5);
-  // What XML has to escape, and characters that it has no form for.
+  // Characters that XML has to escape, and some that it cannot represent.
   const auto odd = PropertyList::parse(binary({kDictionaryOfTwo, "\x51<"s, "\x54\r\x01&\x80"s}));
   ASSERT_TRUE(odd);
   const auto read = PropertyList::parse(odd->xml());
@@ -146,7 +147,7 @@ TEST(PropertyListTest, IntegersOfAnySizeKeepTheirSign) {
 }
 
 TEST(PropertyListTest, WhatIsBuiltIsBounded) {
-  // What a host may write is read.
+  // The limits of what a host may write.
   EXPECT_TRUE(isReadable(nestedXML(63, "<array>")));
   EXPECT_TRUE(isReadable(nestedBinary(63)));
   EXPECT_TRUE(isReadable(sharedBinary(1, 30'000, "\x51s"s)));
@@ -178,7 +179,7 @@ TEST(PropertyListTest, WhatFollowsNoFormIsRefused) {
   for (const char* text : {"", " ", "<plist/>", "<plist><array/></plist>",
                            "<plist><dict/><dict/></plist>", "<dict>", "bplist00", "{}"})
     EXPECT_FALSE(isReadable(text)) << text;
-  // Every beginning of a list, and every list with one byte changed, is read or refused.
+  // Prefixes are refused. A list with one byte changed is refused, or survives a round trip.
   for (std::size_t i = 0; i < kForeign.size(); ++i) {
     EXPECT_FALSE(isReadable(kForeign.substr(0, i)));
     for (const char byte : {'\0', '\x0F', '\xD1', '\xFF'}) {

@@ -1,4 +1,4 @@
-// How the properties of an event are layered, and how it is recorded.
+// How an event's properties are merged, and how it is recorded.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -47,7 +47,7 @@ TEST_F(Recording, AnEventCarriesAutomaticAndDefaultProperties) {
   EXPECT_EQ(bare.MemberCount(), 13U);
   EXPECT_EQ(simulation.posts[0].request.headerParameters.at("publisher_version"), "ios_2.3");
 
-  // What the device says changes; what it is does not.
+  // The device's state is read for each event, its description only once.
   auto& device = simulation.platform.device;
   device.screen = {1, 1};
   device.isOnWiFi = true;
@@ -90,7 +90,7 @@ TEST_F(Recording, LaterLayersWin) {
   EXPECT_EQ(text(first, "$model"), "null");
   EXPECT_EQ(text(first, "c"), "true");
 
-  // One event's properties do not stay, nor does a dropped value take an earlier one away.
+  // An event's own properties do not persist, and a dropped value does not remove an earlier one.
   tracker.setSuperProperties({{"a", OtherObject{}}, {"n", NSNull{}}});
   tracker.setSuperProperties({});
   tracker.removeSuperProperty("$os");
@@ -141,7 +141,7 @@ TEST_F(Recording, AnEventThatCannotBeEncodedTakesItsBatchAlong) {
   ASSERT_EQ(simulation.completions.size(), 1U);
   EXPECT_TRUE(simulation.completions[0].second);
 
-  // A value that another one replaces need not be encoded.
+  // A replaced value does not have to be encodable.
   tracker.setSuperProperties({{"s", keyedByInt}});
   tracker.track("Good", {{"s", 1}});
   simulation.runUntil(30);
@@ -211,7 +211,7 @@ TEST_F(Recording, RefreshTriggersCallTheHandlerBeforeTheEvent) {
   EXPECT_EQ(calls, 3);
 }
 
-// A list of the host's own, of which the second element cannot be read.
+// A host's list whose second element throws when it is read.
 struct Unreadable {
   using value_type = int;
   struct const_iterator {

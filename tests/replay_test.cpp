@@ -1,5 +1,5 @@
-// The replay program: what it refuses, and that it always ends. What scenarios give is compared in
-// the examples.
+// The replay program: what it refuses, and that it always ends. The example scenarios compare
+// traces.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -36,7 +36,7 @@ Outcome run(const std::string& scenario) {
   std::string output;
   std::array<char, 4096> buffer;
   while (const std::size_t size = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-    // The end is kept: that is where the program says why it ended.
+    // Keeps the end, where the program says why it ended.
     output.append(buffer.data(), size);
     if (output.size() > 2 * buffer.size()) output.erase(0, output.size() - buffer.size());
   }

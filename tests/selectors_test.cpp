@@ -1,5 +1,5 @@
-// The library as a host reaches it by selector, with the platform's objects.
-#include "tracker/selectors.h"
+// Calls the library by selector, with dynamically typed objects.
+#include "c_interface/selectors.h"
 
 #include <gtest/gtest.h>
 
@@ -92,7 +92,7 @@ TEST_F(Selectors, WrongMessagesChangeNothing) {
   for (const auto& [selector, arguments, expected] : cases)
     EXPECT_EQ(outcome(selector, arguments), expected) << selector;
   EXPECT_FALSE(argumentCount("isLoggerEnabled"));
-  // Not even the tracker has been made.
+  // Not even the tracker was created.
   EXPECT_TRUE(simulation.platform.notificationCenter.observers.empty());
   EXPECT_TRUE(simulation.lines.empty());
 }
@@ -133,7 +133,7 @@ TEST_F(Selectors, NotificationsAndSelectorsReachTheSameHandlers) {
   };
   EXPECT_EQ(outcome("shared"), "done: object");
   EXPECT_EQ(simulation.platform.notificationCenter.observers.size(), 4U);
-  // What a handler says first, without the number of events.
+  // A handler's first message, without the number of events.
   const auto first = [](std::vector<std::string> messages) {
     messages.emplace_back();
     return messages.front().substr(0, messages.front().find(" to current"));

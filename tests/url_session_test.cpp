@@ -20,7 +20,7 @@ using namespace std::chrono_literals;
 using Reply = TLSServer::Reply;
 using Kind = TransportError::Kind;
 
-// An environment that wants less security: OpenSSL and libcurl read it when they are initialised.
+// An environment that lowers security: OpenSSL and libcurl read it when they are initialised.
 class LaxEnvironment {
  public:
   LaxEnvironment() {
@@ -335,7 +335,7 @@ TEST(URLSession, DecidesByTheStatusAndNeverRepeatsWhatWasCutOff) {
     PosixURLSession session(trusting(server.authorities()));
     const auto request = requestTo(server.url());
     ASSERT_EQ(post(session, request).status(), 200);
-    // On a connection that has been used before: that is where libcurl would try again by itself.
+    // On a reused connection, because there libcurl would retry by itself.
     const auto outcome = post(session, request);
     EXPECT_EQ(outcome.status(), cut.status) << &cut - cuts;
     ASSERT_TRUE(outcome.error && !outcome.data) << &cut - cuts;
@@ -380,7 +380,7 @@ TEST(URLSession, GivesUpOnASilentServerInTime) {
 TEST(URLSession, ReusesConnectionsWhileTheyLast) {
   TLSServer server([&](int number) {
     auto reply = answer("200 OK");
-    reply.endsConnection = number == 3;  // without saying so
+    reply.endsConnection = number == 3;  // without "Connection: close"
     return reply;
   });
   PosixURLSession session(trusting(server.authorities()));

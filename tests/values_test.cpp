@@ -1,4 +1,4 @@
-// Property values as a host writes them, and what conversion makes of them.
+// Property values as a host writes them, and their conversion.
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
@@ -13,10 +13,10 @@
 
 #include "encoding/base64.h"
 #include "encoding/canonical_equivalence.h"
+#include "log/value_rendering.h"
 #include "properties/flat_copier.h"
 #include "properties/json_encoding.h"
 #include "properties/parameter_conversion.h"
-#include "tracker/log_rendering.h"
 #include "veltrano/value.h"
 
 namespace veltrano::internal {
@@ -266,7 +266,7 @@ TEST(Values, WhatNestsTooDeepBecomesAbsent) {
   EXPECT_NE(jsonOfMap({{"a", nested(128)}}).find("[1]"), std::string::npos);
   EXPECT_EQ(jsonOfMap({{"a", {nested(128), 2}}}).find("[1]"), std::string::npos);
   EXPECT_TRUE(nested(5000) == nested(5002));
-  // As a key, it must not make a dictionary of text keys.
+  // A key that nests too deep must not count as text.
   EXPECT_FALSE(Dictionary(Entries{{nested(300), 1}}).hasOnlyStringKeys());
 }
 

@@ -10,8 +10,8 @@
 
 namespace veltrano::internal {
 
-/// The events that wait for their upload, oldest first. For the work queue, and for the end of an
-/// upload while the work queue waits for it; `count` is for any thread.
+/// The events that wait for an upload, oldest first. Used on the work queue, and by the end of an
+/// upload while the work queue waits for it; `count` is thread-safe.
 class EventQueue {
  public:
   void append(EventRecord event) {
@@ -24,7 +24,7 @@ class EventQueue {
     note();
   }
 
-  /// The one that takes the most memory; the queue must not be empty.
+  /// Drops the event that takes the most memory. The queue must not be empty.
   void dropLargest() {
     events_.erase(std::max_element(
         events_.begin(), events_.end(),

@@ -1,7 +1,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "tracker/log_rendering.h"
+#include "log/value_rendering.h"
 #include "tracker/track_call.h"
 #include "tracker/tracker.h"
 
@@ -27,7 +27,7 @@ void Tracker::track(std::string_view eventName, const HostMapView& eventProperti
     const auto carrier = platform_.telephony->carrierName();
     automatic.trackingAuthorizationStatus =
         platform_.trackingManager->trackingAuthorizationStatus();
-    // The device is asked for its properties by the first caller; afterwards they are only shared.
+    // Computes them on the first caller's thread rather than on the work queue.
     defaultProperties_.properties();
     dispatchQueue_.async(TrackCall::make(*this, automatic, carrier, eventName, eventProperties,
                                          std::move(completion)));

@@ -8,8 +8,8 @@
 
 namespace veltrano::internal {
 
-// An upload that the work queue waits for. It ends when it is told its outcome, or else, as one
-// that has failed, with the last reference to it.
+// An upload that the work queue waits for. Ends with the outcome passed to `end`, or as failed when
+// the last reference to it is dropped.
 class Tracker::Upload {
  public:
   explicit Upload(Tracker& tracker) : tracker_(tracker) { tracker_.uploads_.enter(); }
@@ -65,8 +65,8 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
     log_("Scheduling a flush with delay of ", delay.count(), " secs");
   }
   log_("Canceling scheduled flush!");
-  // An upload that ends just as the application enters the background must not put a periodic
-  // flush in the place of the final one.
+  // An upload that ends just as the application enters the background must not replace the final
+  // flush with a periodic one.
   try {
     pendingFlush_.schedule(delay, std::move(completion), isForced ? nullptr : &isRunning_);
   } catch (const std::exception&) {
@@ -83,7 +83,7 @@ void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion comp
   flushQueue(std::move(completion));
 }
 
-// Nothing here may throw: the queue waits for all that has begun, and for nothing else.
+// Must not throw: after `uploads_` is entered, the queue has to wait for it.
 void Tracker::flushQueue(FlushCompletion completion) {
   flushCompletion_ = std::move(completion);
   wasDelivered_ = false;
@@ -117,7 +117,7 @@ void Tracker::finishFlush(UploadOutcome outcome) {
     log_("Clearing the queue");
     eventQueue_.clear();
   }
-  // What is too large to be sent must not hold up the rest.
+  // An event too large to send must not block the others.
   if (outcome == UploadOutcome::failedForMemory && eventQueue_.count() > 0) {
     eventQueue_.dropLargest();
     accounting_.waitingEventLostForMemory();

@@ -26,7 +26,7 @@ bool Library::install(const Platform& platform) {
 }
 
 Library& Library::makeCurrent() {
-  static_cast<void>(install(Platform()));  // refused when another thread was faster
+  static_cast<void>(install(Platform()));  // fails if another thread was faster
   return *processLibrary.load(std::memory_order_acquire);
 }
 

@@ -14,27 +14,26 @@
 
 namespace veltrano::internal {
 
-/// A whole library on one platform: all that the facade reaches. A process has one, which is never
-/// destroyed, so that threads may still use it while the process ends. Tests and simulations make
-/// more; such a one may be destroyed when nothing on its platform runs any more.
+/// The root: owns the tracker, the heartbeat and what they share, on one platform. The process has
+/// one, which is never destroyed, so threads may use it while the process exits. Tests and
+/// simulations create more and may destroy them once nothing runs on their platform. Thread-safe.
 class Library {
  public:
-  /// The platform's services must outlive the library. Nothing happens before `tracker` is called.
+  /// The platform's services must outlive the library. Starts nothing; `tracker` does.
   explicit Library(const Platform& platform);
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
 
-  /// The process's library. When there is none at the first call, that is one on `Platform()` for
-  /// good. Safe to call from any thread, as is everything here.
+  /// The process's library. If none is installed, the first call installs an inert one for good.
   static Library& current() {
     Library* const library = processLibrary.load(std::memory_order_acquire);
     return library != nullptr ? *library : makeCurrent();
   }
 
-  /// Makes a library on `platform` the process's one. False, without effect, when there is one.
+  /// Creates the process's library on `platform`. False, without effect, when there is one already.
   [[nodiscard]] static bool install(const Platform& platform);
 
-  /// Puts `library`, which may be null, in the place of the process's one, and returns that.
+  /// Replaces the process's library with `library`, which may be null, and returns the old one.
   static Library* exchangeCurrent(Library* library) noexcept {
     return processLibrary.exchange(library, std::memory_order_acq_rel);
   }
@@ -42,13 +41,13 @@ class Library {
   const Endpoints& endpoints() const { return endpoints_; }
   const Accounting& accounting() const { return accounting_; }
 
-  /// The tracker, which the first call starts; when memory is short, the one after it.
+  /// The tracker. The first call starts it; the next one retries if memory ran out.
   Tracker& tracker() {
     if (!isStarted_.load(std::memory_order_relaxed) && !isStarted_.exchange(true)) start();
     return tracker_;
   }
 
-  /// `HeartbeatManager.shared`, made by the first call.
+  /// `HeartbeatManager.shared`, created by the first call.
   HeartbeatManager& heartbeatManager();
 
  private:
@@ -65,7 +64,7 @@ class Library {
   Tracker tracker_;
   std::atomic<bool> isStarted_{false};
   std::mutex heartbeatMutex_;
-  std::optional<HeartbeatManager> heartbeatManager_;  // guarded by heartbeatMutex_ until it is made
+  std::optional<HeartbeatManager> heartbeatManager_;  // its creation is guarded by heartbeatMutex_
 };
 
 }  // namespace veltrano::internal

@@ -79,11 +79,11 @@ void Tracker::handleDidChangeDeviceOrientation() {
                     "device_orientation", getDeviceOrientation());
 }
 
-// The event goes first: it carries the orientation from before.
+// Tracks before it sets: the event still carries the previous orientation.
 void Tracker::recordOrientation(std::string_view event, std::string_view message,
                                 std::string_view key, const std::string& orientation) {
   track(event, {{"extra", orientation}}, nullptr);
-  if (isForkedChild()) return;  // made by the host's refresh handler
+  if (isForkedChild()) return;  // the host's refresh handler may have forked
   log_(message, orientation);
   setSuperProperties({{key, orientation}});
 }

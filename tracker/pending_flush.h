@@ -12,25 +12,25 @@
 
 namespace veltrano::internal {
 
-/// The one flush that is due next. Safe to use from any thread.
+/// The next flush; there is at most one. Thread-safe.
 class PendingFlush {
  public:
   using Completion = std::function<void(bool)>;
   using Run = std::function<void(std::chrono::seconds delay, Completion completion)>;
 
-  /// `run` performs a flush, on `queue`.
+  /// Calls `run` on `queue` when a flush is due.
   PendingFlush(WorkQueue& queue, Run run) : queue_(queue), run_(std::move(run)) {}
 
-  /// Puts a flush that is due after `delay` in the place of the pending one, whose completion is
-  /// then never called; changes nothing when it throws. Does nothing unless `onlyIf` is true, which
-  /// is read together with the replacement.
+  /// Replaces the pending flush with one due after `delay`; the completion of the old one is never
+  /// called. No-op if `onlyIf` is false, which is checked under the lock. Has no effect when it
+  /// throws.
   void schedule(std::chrono::seconds delay, Completion completion,
                 const std::atomic<bool>* onlyIf = nullptr) {
-    Flush replaced;  // destroyed after the lock is released: its completion is the host's
+    Flush replaced;  // destroyed after the lock is released: the completion belongs to the host
     const std::lock_guard lock(mutex_);
     if (onlyIf != nullptr && !*onlyIf) return;
     if (delay == delay.zero()) {
-      // While events are caught up with, each forces a flush behind all others.
+      // While a backlog of events is recorded, each one forces a flush: reuse the newest block.
       if (pending_.block != nullptr && queue_.isNewest(*pending_.block))
         return pending_.completion.swap(completion);
       std::unique_ptr<Block> block = std::make_unique<FlushBlock>(*this, next_);
@@ -62,7 +62,7 @@ class PendingFlush {
     const std::uint64_t number;
   };
 
-  // On the work queue. Does nothing when the flush has been replaced.
+  // On the work queue. No-op when the flush has been replaced.
   void start(std::uint64_t number) {
     Flush flush;
     {

@@ -25,7 +25,7 @@ void RefreshTriggers::set(const std::optional<std::vector<std::string>>& trigger
     for (const std::string& name : *triggers) pair->decomposedTriggers.push_back(decomposed(name));
     pair->handler = std::move(handler);
   }
-  // Destroyed after the lock is released: what the old handler holds is the host's.
+  // The old handler is destroyed after the lock is released: it may own the host's objects.
   std::shared_ptr<const Pair> replaced = std::move(pair);
   const std::lock_guard lock(mutex_);
   isSet_.store(replaced != nullptr, std::memory_order_release);

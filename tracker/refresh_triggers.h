@@ -11,16 +11,16 @@
 
 namespace veltrano::internal {
 
-/// The event names that call the host's refresh handler, together with that handler. They are
-/// replaced and read as one. Safe to use from any thread.
+/// The host's refresh handler and the event names that trigger it, replaced atomically.
+/// Thread-safe.
 class RefreshTriggers {
  public:
   using Handler = std::function<void()>;
 
   void set(const std::optional<std::vector<std::string>>& triggers, Handler handler);
 
-  /// Calls the handler when `eventName` is among the triggers, under canonical equivalence. False
-  /// in a forked child that the handler has made.
+  /// Calls the handler if `eventName` is canonically equivalent to a trigger. False in a child that
+  /// the handler forked.
   bool callHandlerFor(std::string_view eventName) const;
 
  private:
@@ -29,9 +29,9 @@ class RefreshTriggers {
     Handler handler;
   };
 
-  std::atomic<bool> isSet_{false};  // spares most calls the lock
+  std::atomic<bool> isSet_{false};  // lets most calls skip the lock
   mutable std::mutex mutex_;
-  std::shared_ptr<const Pair> pair_;  // guarded by mutex_; null when nothing can fire
+  std::shared_ptr<const Pair> pair_;  // guarded by mutex_; null without triggers or a handler
 };
 
 }  // namespace veltrano::internal

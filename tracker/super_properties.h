@@ -8,20 +8,20 @@
 
 namespace veltrano::internal {
 
-/// The properties that every later event carries. Replaced on the work queue alone.
+/// The properties that every later event carries. Replaced only on the work queue.
 class SuperProperties {
  public:
-  /// For the work queue: valid until the next `replace`.
+  /// On the work queue only. Valid until the next `replace`.
   const PropertyMap& current() const { return *properties_; }
 
-  /// The properties as they are now. From any thread.
+  /// The current properties. Thread-safe.
   std::shared_ptr<const PropertyMap> snapshot() const {
     const std::lock_guard lock(mutex_);
     return properties_;
   }
 
   void replace(PropertyMap properties) {
-    // The old ones are destroyed after the lock is released.
+    // Declared before the lock, so that the old properties are destroyed after its release.
     auto replaced = std::make_shared<const PropertyMap>(std::move(properties));
     const std::lock_guard lock(mutex_);
     properties_.swap(replaced);
@@ -29,7 +29,7 @@ class SuperProperties {
 
  private:
   mutable std::mutex mutex_;
-  // Replaced under mutex_, on the work queue, which reads it without.
+  // Written by the work queue under mutex_; the work queue reads it without the lock.
   std::shared_ptr<const PropertyMap> properties_ = std::make_shared<PropertyMap>();
 };
 

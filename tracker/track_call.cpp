@@ -20,7 +20,7 @@ static_assert(kAlignment <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 struct alignas(kAlignment) TrackCall::Chunk {
   static Chunk* make(std::size_t size) { return new (::operator new(size)) Chunk(size); }
 
-  /// For the thread that fills the chunk, once it adds no more calls.
+  /// Called by the filling thread when it adds no more calls.
   void retire() { drop(kOpen - made); }
 
   void drop(std::int32_t count) {
@@ -29,21 +29,21 @@ struct alignas(kAlignment) TrackCall::Chunk {
 
   char* bytes() { return reinterpret_cast<char*>(this); }
 
-  // So many calls count as live while more may be made: the filling thread need not count each
-  // where other threads see it.
+  // Counts as live calls until the chunk retires, so that the filling thread need not update the
+  // shared count for each call.
   static constexpr std::int32_t kOpen = 1 << 30;
 
   const std::size_t size;
-  bool isThreads = false;            // kept by the filling thread for its next call
-  std::size_t used = sizeof(Chunk);  // the filling thread
-  std::int32_t made = 0;             // the filling thread; calls in this chunk
+  bool isThreads = false;            // the filling thread keeps it for its next call
+  std::size_t used = sizeof(Chunk);  // filling thread only
+  std::int32_t made = 0;             // filling thread only; calls in this chunk
   std::atomic<std::int32_t> live{kOpen};
 
  private:
   explicit Chunk(std::size_t sizeInBytes) : size(sizeInBytes) {}
 };
 
-/// Memory at the end of the thread's chunk. Nothing is taken of it until `finish`.
+/// Writes a call at the end of the thread's chunk. Uses up no memory until `finish`.
 class TrackCall::Memory final : public FlatWriter {
  public:
   Memory() : FlatWriter(nullptr, nullptr, -1), chunk_(std::exchange(threadsChunk, nullptr)) {
@@ -56,8 +56,8 @@ class TrackCall::Memory final : public FlatWriter {
     at_ = begin_ + sizeof(TrackCall);
   }
 
-  /// Gives the chunk back to the thread. A host's container may have tracked while it was read; the
-  /// thread then has another one.
+  /// Returns the chunk to the thread, unless it has got another one: a host's container may track
+  /// while it is read.
   ~Memory() {
     if (threadsChunk == nullptr && chunk_->isThreads)
       threadsChunk = chunk_;
@@ -67,7 +67,7 @@ class TrackCall::Memory final : public FlatWriter {
 
   Chunk& chunk() { return *chunk_; }
 
-  /// Where the call stands, with its values behind it.
+  /// The address for the call; its values follow it.
   void* finish() {
     const auto end = static_cast<std::size_t>(at_ - chunk_->bytes());
     chunk_->used = std::min((end + kAlignment - 1) / kAlignment * kAlignment, chunk_->size);
@@ -83,7 +83,8 @@ class TrackCall::Memory final : public FlatWriter {
     }
   };
 
-  // A thread keeps chunks of the common size until its destructors run, which may still track.
+  // A thread keeps a chunk of the common size until its thread-local destructors run; later ones
+  // may still track, with a chunk per call.
   static Chunk* makeChunk(std::size_t size) {
     Chunk* const chunk = Chunk::make(size);
     chunk->isThreads = size == kChunkSize && !hasThreadEnded;

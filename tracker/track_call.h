@@ -8,22 +8,22 @@
 
 #include "platform/work_queue.h"
 #include "properties/flat.h"
-#include "tracker/event_encoder.h"
+#include "upload/event_encoder.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano::internal {
 
 class Tracker;
 
-/// One call of `track` on its way to the work queue. Everything that the host passed is copied
-/// behind the object, as it is, and read only on the work queue:
+/// One call of `track` on its way to the work queue. The host's arguments are copied unchanged
+/// behind the object and read on the work queue:
 ///
 ///     | TrackCall | String: event name | String: carrier, or Absent | Dictionary, or Absent |
 ///                  `---- three values in the flat form (properties/flat.h), unaligned ----'
 ///
-/// Calls stand one behind the other in chunks of 4 KB, of which each calling thread fills its own:
-/// a call then costs no allocation, and no two threads write into the same memory. The last call
-/// of a full chunk frees it.
+/// Calls are stored back to back in 4 KB chunks, one chunk per calling thread, so most calls
+/// allocate nothing and no two threads write to the same memory. Destroying its last call frees a
+/// full chunk.
 class TrackCall final : public Block {
  public:
   static std::unique_ptr<Block> make(Tracker& tracker, const AutomaticProperties& automatic,

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "encoding/utf8.h"
+#include "log/value_rendering.h"
 #include "properties/parameter_conversion.h"
-#include "tracker/log_rendering.h"
 
 namespace veltrano::internal {
 

@@ -16,24 +16,23 @@
 #include "log/log.h"
 #include "platform/platform.h"
 #include "properties/default_properties.h"
-#include "tracker/event_encoder.h"
 #include "tracker/event_queue.h"
 #include "tracker/pending_flush.h"
 #include "tracker/refresh_triggers.h"
 #include "tracker/super_properties.h"
 #include "upload/endpoints.h"
+#include "upload/event_encoder.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano::internal {
 
-/// The tracker behind the public facade: all its state, and the operations that the facade passes
-/// on. Text that arrives here is well-formed. Public operations are safe from any thread.
+/// The tracker behind the public facade. Expects well-formed text, except in `track`. Public
+/// operations are thread-safe, except `start`.
 class Tracker {
  public:
   using FlushCompletion = Veltrano::FlushCompletion;
 
-  /// A handler that is reached by its selector, and by the notification that calls it if there is
-  /// one.
+  /// A handler, called by its selector and by its notification, if it has one.
   struct Handler {
     std::string_view selector;
     void (Tracker::*handle)();
@@ -41,11 +40,11 @@ class Tracker {
   };
   static const std::array<Handler, 5> kHandlers;
 
-  /// `startHeartbeat` is called for each user.
+  /// `startHeartbeat` is called by `setUserId`.
   Tracker(const Endpoints& endpoints, std::function<void(const std::string& uid)> startHeartbeat);
 
-  /// The second half of the construction, in which the log may call the host. When it throws, for
-  /// want of memory, the next call goes on from there. Not for two threads at once.
+  /// Finishes the construction; separate because the log may call the host. If it throws because
+  /// memory ran out, the next call resumes it. Not thread-safe.
   void start();
 
   // Recording.
@@ -58,11 +57,11 @@ class Tracker {
   void setRefreshTriggers(const std::optional<std::vector<std::string>>& triggers,
                           std::function<void()> handler);
 
-  // Orientation, read from the device at every call.
+  // Orientation, read from the device on every call.
   std::string getScreenOrientation() const;
   std::string getDeviceOrientation() const;
 
-  /// What a heartbeat says now.
+  /// The current state, for a heartbeat.
   HeartbeatFacts heartbeatFacts() const;
 
   // Identity.
@@ -76,7 +75,7 @@ class Tracker {
   Tracker& operator=(const Tracker&) = delete;
 
  private:
-  // Lifecycle and orientation. Notifications come on the main thread, selectors on any.
+  // Lifecycle and orientation. Notifications arrive on the main thread, selectors on any.
   void registerForNotifications();
   void handleWillEnterForeground();
   void handleDidEnterBackground();
@@ -92,7 +91,7 @@ class Tracker {
               FlatView eventProperties, FlushCompletion completion);
   void changeSuperProperties(PropertyMap changed);
 
-  // The flush that is due next, from any thread.
+  // The next flush, from any thread.
   void startFlushCycle();
   void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion);
   void runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion);
@@ -118,26 +117,26 @@ class Tracker {
   std::size_t nextToRegister_ = 0;  // of kHandlers; for `start`
   WorkQueue& dispatchQueue_ = *platform_.workQueue;
 
-  // Written by the lifecycle's handlers, read on the work queue and on the networking framework's
-  // threads.
+  // Written by the lifecycle handlers, read on the work queue and on threads of the networking
+  // framework.
   std::atomic<bool> isRunning_{true};
 
   EventQueue eventQueue_;
   EventEncoder encoder_;           // work queue
-  bool isEncoderCurrent_ = false;  // work queue; false when the super properties have changed
+  bool isEncoderCurrent_ = false;  // work queue; false after the super properties changed
 
   SuperProperties superProperties_;
 
   PendingFlush pendingFlush_{dispatchQueue_, [this](auto delay, auto completion) {
                                runScheduledFlush(delay, std::move(completion));
                              }};
-  // True when there was no memory to schedule a flush: the next event does.
+  // Set when memory ran out while scheduling a flush; the next event retries.
   std::atomic<bool> isFlushMissing_{false};
 
-  // The flush under way.
+  // The current flush.
   DispatchGroup uploads_;
   FlushCompletion flushCompletion_;  // work queue
-  bool wasDelivered_ = false;        // work queue, and the end of the upload while that waits
+  bool wasDelivered_ = false;        // work queue, and the end of an upload while the queue waits
 
   RefreshTriggers refreshTriggers_;
 };

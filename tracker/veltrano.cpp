@@ -1,5 +1,5 @@
-// The public facade. Here a host's text becomes well-formed, and exceptions end, which tell of a
-// want of memory; the tracker does the rest.
+// The public facade: repairs the host's text, drops exceptions (memory ran out) and forwards to the
+// tracker.
 #include "veltrano/veltrano.h"
 
 #include <utility>

@@ -13,20 +13,19 @@ enum class UploadOutcome {
   nothingToSend,
   notEncodable,
   delivered,
-  refused,  // the collection host calls the batch bad
+  refused,  // with status 400
   failedByStatus,
   failedInTransport,
   failedForMemory,
 };
 
-/// Whether the batch needs no further upload. One that is bad or cannot be encoded would be no
-/// better the next time.
+/// Whether the batch is not uploaded again: a bad or unencodable one would fail the next time, too.
 constexpr bool endsBatch(UploadOutcome outcome) {
   return outcome == UploadOutcome::notEncodable || outcome == UploadOutcome::delivered ||
          outcome == UploadOutcome::refused;
 }
 
-/// Counts what becomes of events, uploads and heartbeats. Safe to use from any thread.
+/// Counts events, uploads and heartbeats. Thread-safe.
 class Accounting {
  public:
   Statistics statistics() const {
@@ -40,7 +39,7 @@ class Accounting {
   void waitingEventTrimmed() { dropWaiting(&Statistics::droppedByTrimming); }
   void waitingEventLostForMemory() { dropWaiting(&Statistics::droppedForMemory); }
 
-  /// All events that wait are in flight until `uploadEnded`.
+  /// All waiting events are in flight until `uploadEnded`.
   void uploadBegan() {
     const std::lock_guard lock(mutex_);
     ++statistics_.uploadsAttempted;

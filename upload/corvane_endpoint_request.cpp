@@ -8,7 +8,7 @@
 namespace veltrano::internal {
 namespace {
 
-// The batch as a JSON array, in pieces.
+// The pieces of a JSON array of `events`.
 std::vector<std::string_view> batchJSON(const std::deque<EventRecord>& events) {
   std::vector<std::string_view> pieces;
   pieces.reserve(2 * events.size() + 1);

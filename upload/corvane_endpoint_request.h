@@ -9,15 +9,15 @@
 
 namespace veltrano::internal {
 
-/// One upload of a batch of events to "/track". Lives for one flush, on the tracker's work queue.
+/// The request to "/track" that uploads a batch of events. Used on the work queue.
 class CorvaneEndpointRequest {
  public:
-  /// `events` (oldest first) and `superProperties` must outlive the request and stay as they are.
+  /// `events` (oldest first) and `superProperties` must outlive the request and not change.
   CorvaneEndpointRequest(const Endpoints& endpoints, const std::deque<EventRecord>& events,
                          const PropertyMap& superProperties);
 
-  /// Calls `completion` exactly once: before `send` returns when there is nothing to send, or
-  /// nothing that can be encoded, else later on a thread of the networking framework.
+  /// Calls `completion` exactly once: before returning when there is nothing to send or an event
+  /// cannot be encoded, else later, on a thread of the networking framework.
   void send(std::function<void(UploadOutcome)> completion) const;
 
  private:

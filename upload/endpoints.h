@@ -12,11 +12,11 @@
 
 namespace veltrano::internal {
 
-/// The endpoints of the collection host, with what every request to them is made of.
+/// The collection host's endpoints, and what every request to them needs.
 struct Endpoints {
-  /// Posts `json` to `path` for the user `uid`. The version headers take the library's version from
-  /// `superProperties`; the body is "data=" followed by the Base64 of `json`, which may come in
-  /// pieces. `interceptor` may be null.
+  /// Posts the pieces of `json` to `path` for the user `uid`. The body is "data=" followed by the
+  /// Base64 of the JSON. `superProperties` provide the version of the library for its header.
+  /// `interceptor` may be null.
   void post(std::string_view path, std::string_view uid, const PropertyMap& superProperties,
             std::span<const std::string_view> json,
             std::shared_ptr<const ZKInterceptor> interceptor, URLSessionCallback callback) const;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Marks what the shared library offers; everything else in it is hidden.
+// Marks what the shared library exports; everything else has hidden visibility.
 #if defined(__GNUC__)
 #define VELTRANO_EXPORT __attribute__((visibility("default")))
 #else

@@ -1,10 +1,9 @@
-// The library's outside world on a POSIX system: what a host fills in, and what it tells the
-// library while it runs.
+// The POSIX platform: the options that a host installs it with, and the events that the host
+// reports to it.
 //
-// Install the platform once, on the thread that counts as the main thread, before the first touch
-// of `Veltrano::shared()`. Everything here may be called from any thread unless it says otherwise,
-// and nothing throws. The platform lives until the process ends. In a child process that was forked
-// afterwards the library does nothing at all.
+// Install the platform once, on the main thread, before the first call of `Veltrano::shared()`.
+// Everything here is thread-safe unless it says otherwise, and nothing throws. The platform lives
+// until the process ends. In a child that is forked after the installation, the library is inert.
 //
 //     veltrano::PosixOptions options;
 //     options.collectionHost = "events.example.com";
@@ -28,69 +27,69 @@
 
 namespace veltrano {
 
-/// How one attempt to send something to the collection host went.
+/// One attempt to send something to the collection host.
 struct TransferReport {
   std::string path;                      // "/track" or "/heartbeat"
   int attempt = 1;                       // counts from 1 for each request
   std::chrono::microseconds duration{};  // of the name lookup, the connection and the exchange
   std::uint64_t bytesSent = 0;           // heads and bodies, before encryption
   std::uint64_t bytesReceived = 0;
-  int status = 0;      // of the answer; 0 when none came. 200 is a delivery; 400 drops the batch
-  std::string reason;  // in words, why no complete answer came; empty when one did
-  bool willRetry = false;  // this request is sent again; without it, events wait for the next flush
+  int status = 0;          // of the response; 0 without one. 200 is a delivery; 400 drops the batch
+  std::string reason;      // why there is no complete response, in words; empty if there is one
+  bool willRetry = false;  // of this request; if false, events wait for the next flush
 };
 
-/// What the platform is to know from the beginning. Only the collection host is required.
+/// The platform's options. Only the collection host is required.
 struct PosixOptions {
   enum class ApplicationState { active, inactive, background };
 
-  /// Where events and heartbeats go: "host" or "host:port". An IPv6 address stands in brackets.
+  /// Where events and heartbeats go: "host" or "host:port". An IPv6 address goes in brackets.
   std::string collectionHost;
 
-  /// The property-list file that keeps the library's settings. Its directory must exist. Entries
-  /// of others in it stay, and their changes are seen. Without a file, settings last as long as the
-  /// process. Relative paths are taken from the working directory of the call that installs.
+  /// The property-list file that stores the library's settings. Its directory must exist. Other
+  /// programs may share the file: their entries are preserved and their changes picked up. Without
+  /// a file, settings last as long as the process. A relative path is resolved at installation.
   std::string userDefaultsFile;
 
   /// The application's Info dictionary, which holds its version: either the dictionary itself or
-  /// the path of a property list. A list that cannot be read counts as none, as does one of more
-  /// than 4 MiB, 100,000 values or 64 containers inside one another.
+  /// the path of a property list. A list is ignored when it cannot be read, or when it exceeds 4
+  /// MiB, 100,000 values or 64 levels of nesting.
   std::optional<HostMap> infoDictionary;
   std::string infoPropertyListFile;
 
   /// The certificate authorities to trust, as a PEM file; the system's own when empty.
   std::string certificateAuthorities;
 
-  /// The public key that the collection host has to have, in addition to a valid certificate:
-  /// "sha256//" and the Base64 of the SHA-256 digest of the key's DER form. Several, separated by
-  /// semicolons, allow a change of keys. Any key when empty.
+  /// The public keys to pin, in addition to certificate validation: "sha256//" followed by the
+  /// Base64 SHA-256 digest of the key's DER form. Separate several with semicolons, for key
+  /// rotation. Empty: no pinning.
   std::string pinnedPublicKey;
 
   /// The proxy to connect through, as "http://host:port"; none when empty.
   std::string proxy;
 
-  /// Without `proxy`: whether the usual variables, such as `https_proxy`, choose one. Read once, at
-  /// the installation.
+  /// Without `proxy`: whether environment variables such as `https_proxy` choose one. They are read
+  /// once, at installation.
   bool proxyFromEnvironment = false;
 
-  /// The token of the user's session, when there is one. Called on a thread of the library's,
-  /// before each attempt to send a heartbeat; keep it short. What it throws is dropped.
+  /// Returns the user's session token, if there is one. Called on one of the library's threads
+  /// before each attempt to send a heartbeat; keep it short.
   std::function<std::optional<std::string>()> sessionToken;
 
-  /// Takes the diagnostic lines in place of the standard output, without a line feed. Called on the
-  /// thread that logs, by several at once. What it throws is dropped.
+  /// Receives diagnostic lines, without a line feed, instead of the standard output. Called on the
+  /// thread that logs, possibly by several at once.
   std::function<void(std::string_view)> logSink;
 
-  /// Told of every attempt to reach the collection host, before its outcome takes effect: why
-  /// nothing arrives. Called on threads of the library's, on one at a time for each path; keep it
-  /// short, as completions wait for it. What it throws is dropped.
+  /// Receives every attempt to reach the collection host: why nothing arrives. Called on one of the
+  /// library's threads before the outcome takes effect, by one thread at a time for each path; keep
+  /// it short, because completions wait for it.
   std::function<void(const TransferReport&)> onTransfer;
 
-  /// The name and version of the system; what `uname` says when absent.
+  /// The name and version of the system; those of `uname` when absent.
   std::optional<std::string> systemName;
   std::optional<std::string> systemVersion;
 
-  /// The initial values of what the operations of `PosixPlatform` change later.
+  /// Initial values; the operations of `PosixPlatform` change them later.
   double screenWidth = 0;
   double screenHeight = 0;
   ApplicationState applicationState = ApplicationState::active;
@@ -101,34 +100,32 @@ struct PosixOptions {
   std::optional<std::string> advertisingIdentifier;
 };
 
-/// Runs the library's timers on one thread, and functions that are handed to it.
+/// Runs the library's timers, and functions posted to it, on one thread.
 ///
-/// A host either lets it run, with `run`, or drives it from a loop of its own: poll
-/// `fileDescriptor()` for input and call `runDue` whenever there is some. A loop that does neither
-/// does no harm: what waits there just does not run.
+/// A host either calls `run` or drives the loop from its own: poll `fileDescriptor()` for input and
+/// call `runDue` when there is some. If it does neither, nothing on the loop runs, which is
+/// harmless. Exceptions that posted functions throw are dropped.
 class VELTRANO_EXPORT RunLoop {
  public:
-  /// The calling thread's run loop. Valid until that thread ends; the main thread's, once the
-  /// platform has been installed, until the process ends.
+  /// The calling thread's run loop, valid until the thread ends. That of the main thread is valid
+  /// until the process ends once the platform is installed.
   static RunLoop& current();
 
   /// Runs until `stop`. On the loop's own thread only; elsewhere returns at once.
   virtual void run() = 0;
 
-  /// Runs until `stop`, which gives true, or until `deadline`, which gives false. On the loop's own
-  /// thread only.
+  /// Runs until `stop` (returns true) or `deadline` (returns false). On the loop's own thread only.
   virtual bool runUntil(std::chrono::steady_clock::time_point deadline) = 0;
 
-  /// Ends the innermost run after the function or timer in progress. When the loop does not run,
-  /// the next run ends before it has begun.
+  /// Ends the innermost run after the current function or timer. If the loop is not running, the
+  /// next run returns at once.
   virtual void stop() = 0;
 
-  /// Runs `function` later on the loop's thread, after those handed over before. What it throws is
-  /// dropped.
+  /// Posts `function` to the loop's thread. Functions run in the order in which they were posted.
   virtual void perform(std::function<void()> function) = 0;
 
-  /// Ready for input while there is something to run. The same at every call, and not to be read or
-  /// closed; -1 when the system has no more descriptors.
+  /// A descriptor that has input while something is due; always the same one. Do not read or close
+  /// it. -1 when the process is out of descriptors.
   virtual int fileDescriptor() = 0;
 
   /// Runs what is due now, without waiting. On the loop's own thread only.
@@ -144,7 +141,7 @@ class VELTRANO_EXPORT RunLoop {
 
 class PosixPlatform;
 
-/// How an installation went: the platform, or a sentence that says why there is none.
+/// The result of an installation: the platform, or an error message.
 struct Installation {
   PosixPlatform* platform = nullptr;
   std::string error;
@@ -152,36 +149,37 @@ struct Installation {
   explicit operator bool() const { return platform != nullptr; }
 };
 
-/// The installed platform, through which the host reports what happens to the application and the
-/// device.
+/// The installed platform. The host reports changes of the application and the device to it.
 class VELTRANO_EXPORT PosixPlatform {
  public:
-  /// Makes this the library's platform and the calling thread the main thread. Refused when there
-  /// is a platform already, when the library has been used already, or when `options` are unusable.
+  /// Installs the platform and makes the calling thread the main thread. Refused when a platform is
+  /// installed, when the library has been used already, or when `options` are invalid.
   static Installation install(PosixOptions options);
 
   /// The run loop of the main thread.
   RunLoop& mainRunLoop();
 
-  /// The steps of the application's life, to be reported as they happen. On the main thread each
-  /// takes effect before it returns; on another thread it is handed to the main run loop.
+  /// Report lifecycle changes as they happen. On the main thread each takes effect before the call
+  /// returns; on other threads it is posted to the main run loop.
   void applicationDidBecomeActive();
   void applicationWillResignActive();
   void applicationDidEnterBackground();
   void applicationWillEnterForeground();
 
-  /// The interface has turned: 1 portrait, 2 portrait upside down, 3 and 4 landscape, 0 unknown. Is
-  /// handed on like the steps above.
+  /// 1 portrait, 2 portrait upside down, 3 and 4 landscape, 0 unknown. Takes effect like a
+  /// lifecycle change.
   void setInterfaceOrientation(int orientation);
 
-  /// The device has turned: 0 unknown, 1 portrait, 2 portrait upside down, 3 landscape left,
-  /// 4 landscape right, 5 face up, 6 face down. Is handed on like the steps above.
+  /// 0 unknown, 1 portrait, 2 portrait upside down, 3 landscape left, 4 landscape right, 5 face up,
+  /// 6 face down. Takes effect like a lifecycle change.
   void setDeviceOrientation(int orientation);
 
-  /// The size of the main screen in points. The library reads it once, with the first event.
+  /// The size of the main screen in points.
+  ///
+  /// Warning: the library reads it once, with the first event.
   void setScreenSize(double width, double height);
 
-  /// The name of the cellular carrier; none without a subscription.
+  /// The name of the cellular carrier; absent without a subscription.
   void setCarrierName(std::optional<std::string> name);
 
   /// 0 not determined, 1 restricted, 2 denied, 3 authorised.

@@ -1,6 +1,5 @@
-// The scalar property values that C++ has no type of its own for.
-//
-// All of them are plain values: copy them freely, use them from any thread.
+// The scalar property values that C++ has no built-in type for. Plain values: any number of threads
+// may read one at the same time.
 #pragma once
 
 #include <chrono>
@@ -17,17 +16,16 @@ namespace detail {
 struct FlatAccess;
 }
 
-/// A signed 64-bit integer kept apart from an ordinary one: `Int64{7}` chooses the member `Int64`,
-/// a bare `std::int64_t` the member `Int`.
+/// A signed 64-bit integer as a member of its own: `Int64{7}` becomes an `Int64`, a plain
+/// `std::int64_t` an `Int`.
 struct VELTRANO_EXPORT Int64 {
   std::int64_t value = 0;
 };
 
-/// An explicit null: present, and standing for nothing.
+/// An explicit null, which events hold as null; an absent value is left out instead.
 struct VELTRANO_EXPORT NSNull {};
 
-/// A point in time in whole microseconds. Instants more than 30,000 years from 1970 are moved to
-/// that distance.
+/// A point in time in whole microseconds, limited to 30,000 years before and after 1970.
 class VELTRANO_EXPORT Date {
  public:
   /// 1970-01-01 00:00:00 UTC.
@@ -39,7 +37,7 @@ class VELTRANO_EXPORT Date {
 
   std::chrono::microseconds sinceEpoch() const { return sinceEpoch_; }
 
-  /// ISO 8601 in UTC, cut off at milliseconds, such as "2023-11-14T22:13:20.000Z".
+  /// ISO 8601 in UTC, truncated to milliseconds, such as "2023-11-14T22:13:20.000Z".
   std::string iso8601() const;
 
  private:
@@ -49,7 +47,7 @@ class VELTRANO_EXPORT Date {
   std::chrono::microseconds sinceEpoch_{0};
 };
 
-/// A URL. Its text is kept as it is and not examined, but that ill-formed UTF-8 becomes U+FFFD.
+/// A URL. Its text is not validated; ill-formed UTF-8 becomes U+FFFD.
 class VELTRANO_EXPORT URL {
  public:
   explicit URL(std::string_view text);
@@ -60,13 +58,13 @@ class VELTRANO_EXPORT URL {
   std::string text_;
 };
 
-/// A number boxed by the platform's object interface: a storage type code (as `CFNumberGetType`
-/// returns it) and one number that reads as an integer, a boolean and a double. Conversion turns
-/// it into an `Int`, a `Bool` or a `Double` according to its code.
+/// A number boxed by the platform: a storage type code (as `CFNumberGetType` returns it) and one
+/// number, readable as an integer, a boolean and a double. Events hold it as an `Int` for the codes
+/// 1 to 4, 9 to 11 and 15, as a `Bool` for 7, and as a `Double` for every other code.
 class VELTRANO_EXPORT NSNumber {
  public:
-  /// Integers, booleans among them, read as themselves (limited to INT64_MAX). Of other
-  /// numbers the integer reading is cut toward zero and limited to 64 bits; NaN reads as 0.
+  /// The integer reading of a floating-point number is truncated toward zero and limited to 64
+  /// bits, 0 for NaN; that of an unsigned integer is limited to INT64_MAX.
   template <class T, std::enable_if_t<std::is_arithmetic_v<T>, int> = 0>
   NSNumber(int storageTypeCode, T value)
       : NSNumber(storageTypeCode, integerReading(value), static_cast<double>(value)) {}
@@ -98,7 +96,7 @@ class VELTRANO_EXPORT NSNumber {
   double doubleValue_;
 };
 
-/// A value of a type that properties cannot hold. Conversion leaves it out.
+/// A value of a type that events cannot hold. It is left out.
 struct VELTRANO_EXPORT OtherObject {};
 
 }  // namespace veltrano

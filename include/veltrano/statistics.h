@@ -1,37 +1,37 @@
-// What became of events, uploads and heartbeats.
+// Counts of events, uploads and heartbeats.
 #pragma once
 
 #include <cstdint>
 
 namespace veltrano {
 
-/// Counts since the library was first used, taken at one moment: then
+/// Counts since the library was first used. Each snapshot is consistent:
 /// `recorded == waiting + inFlight + delivered + dropped()`.
 ///
-/// An event counts as recorded when it joins the queue, which a call of `track` that is made while
-/// an upload is under way does only afterwards.
+/// An event counts as recorded when it joins the queue; events tracked during an upload join when
+/// the upload ends.
 struct Statistics {
   std::uint64_t recorded = 0;
 
-  std::uint64_t waiting = 0;    // for an upload
-  std::uint64_t inFlight = 0;   // in the upload under way
+  std::uint64_t waiting = 0;    // for the next upload
+  std::uint64_t inFlight = 0;   // in the current upload
   std::uint64_t delivered = 0;  // accepted by the collection host
 
-  std::uint64_t droppedByTrimming = 0;      // the oldest, when too many waited
-  std::uint64_t droppedAsRefused = 0;       // with a batch that the host called bad, status 400
-  std::uint64_t droppedAsNotEncodable = 0;  // with a batch that JSON cannot hold
-  std::uint64_t droppedForMemory = 0;       // there was not enough to record or to send them
+  std::uint64_t droppedByTrimming = 0;      // the oldest, when more than 200 waited
+  std::uint64_t droppedAsRefused = 0;       // with a batch answered with status 400
+  std::uint64_t droppedAsNotEncodable = 0;  // with a batch that JSON cannot represent
+  std::uint64_t droppedForMemory = 0;       // memory ran out while recording or sending
 
   std::uint64_t dropped() const {
     return droppedByTrimming + droppedAsRefused + droppedAsNotEncodable + droppedForMemory;
   }
 
-  /// An upload is one request with all its retries. One of those attempted may be under way.
+  /// An upload is one request with all its retries. One that is in progress counts as attempted.
   std::uint64_t uploadsAttempted = 0;
   std::uint64_t uploadsSucceeded = 0;          // answered with status 200
-  std::uint64_t uploadsFailedInTransport = 0;  // not answered
+  std::uint64_t uploadsFailedInTransport = 0;  // got no response
   std::uint64_t uploadsFailedByStatus = 0;     // answered with another status
-  std::uint64_t uploadsFailedForMemory = 0;    // never sent
+  std::uint64_t uploadsFailedForMemory = 0;    // not sent, because memory ran out
 
   std::uint64_t heartbeatsSent = 0;
   std::uint64_t heartbeatsFailed = 0;  // of those sent

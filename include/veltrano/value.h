@@ -1,5 +1,5 @@
-// Property values: the closed set of types that an event's properties hold, and the looser values
-// that a host may hand in.
+// Property values: the closed set of types that an event can hold, and the wider set of values that
+// a host may pass.
 //
 //     HostValue("text")                     a String
 //     HostValue(3), HostValue(3u)           an Int, a UInt
@@ -7,12 +7,13 @@
 //     HostValue(0.5), HostValue(0.5f)       a Double, a Float
 //     HostValue({"a", "b"})                 an Array
 //     HostValue({{"city", "Oslo"}})         a Dictionary with string keys
-//     HostValue(Array{Array{1}, 2})         nested lists are written with their type
+//     HostValue(Array{Array{1}, 2})         nested lists have to name their type
 //
 // Warning: `HostValue{x}` makes a one-element array.
 //
-// Values have value semantics: a copy copies the contents, so values may be read from any thread.
-// Containers nest 128 deep in a property; a container that would be deeper becomes absent.
+// Warning: containers nest at most 128 deep within a property; a deeper one becomes absent.
+//
+// Copies are deep. Any number of threads may read a value at the same time.
 #pragma once
 
 #include <chrono>
@@ -49,7 +50,7 @@ class ArrayElement;
 class MapElement;
 struct FlatAccess;
 
-/// What a value is. The members of the set come first.
+/// The type of a value. The members of the closed set come first.
 enum class Kind : std::uint8_t {
   String,
   Int,
@@ -83,7 +84,7 @@ inline constexpr bool isInteger =
 template <class T, class... Types>
 inline constexpr bool isOneOf = (std::is_same_v<T, Types> || ...);
 
-// The types that hold a value in its flat form.
+// The types that store a value in the flat form.
 template <class T>
 inline constexpr bool isFlat =
     isOneOf<T, HostValue, SupportedParameterType, Array, Dictionary, HostMap>;
@@ -96,7 +97,7 @@ inline constexpr bool isMember = isText<T> || isInteger<T> ||
                                  isOneOf<T, bool, double, float, Int64, Date, NSNull, URL, Array,
                                          Dictionary, std::chrono::system_clock::time_point>;
 
-// The host's own maps with keys of text, and its own lists. Anything that is text is text.
+// The host's own maps with string keys, and its own lists. Anything that converts to text is text.
 template <class T, class = void>
 inline constexpr bool isMap = false;
 template <class T>
@@ -130,29 +131,30 @@ inline constexpr bool isArgument<T, std::enable_if_t<isSequence<T>>> =
 template <class T>
 inline constexpr bool isArgument<std::optional<T>> = isArgument<T>;
 
-/// Writes values in their flat form, one behind the other. Grows as its owner decides.
+/// Writes values back to back in the flat form, the library's own encoding. Subclasses provide the
+/// memory.
 class VELTRANO_EXPORT FlatWriter {
  public:
   struct Container {
-    std::size_t start;   // of its bytes
-    std::uint8_t depth;  // of what stands beside it
+    std::size_t start;   // offset of its first byte
+    std::uint8_t depth;  // of the deepest value before it in the same container
   };
 
-  /// Begins an Array or a Dictionary; what is written until `close` is its contents, for a
-  /// Dictionary a key before each value.
+  /// Begins an Array or a Dictionary. Values written before `close` are its contents; those of a
+  /// Dictionary alternate between keys and values.
   Container open(Kind kind);
   void close(Container container);
 
   void value(const Argument& argument);
 
-  /// A value that is in the flat form already.
+  /// Copies a value that is in the flat form already.
   void flat(const char* value);
 
   void text(Kind kind, std::string_view text);
 
   void absent() { *take(1) = static_cast<char>(Kind::Absent); }
 
-  /// Of the deepest value written beside the next one.
+  /// The depth of the deepest value written so far in the innermost open container.
   int depth() const { return depth_; }
 
  protected:
@@ -162,7 +164,7 @@ class VELTRANO_EXPORT FlatWriter {
   FlatWriter& operator=(const FlatWriter&) = delete;
   ~FlatWriter() = default;
 
-  /// Makes room for `size` more bytes behind what has been written.
+  /// Makes room for at least `size` more bytes and keeps what has been written.
   virtual void grow(std::size_t size) = 0;
 
   char* begin_;
@@ -181,7 +183,7 @@ class VELTRANO_EXPORT FlatWriter {
   std::uint8_t depth_ = 0;
 };
 
-/// Refers to a value as the host wrote it, for the length of the expression in which it stands.
+/// Refers to a value that the host passes. Valid until the end of the full expression.
 class VELTRANO_EXPORT Argument {
  public:
   /// Absent.
@@ -241,7 +243,7 @@ class VELTRANO_EXPORT Argument {
  private:
   friend class FlatWriter;
 
-  // flat: bytes in the flat form. list, map: braced. own: a container of the host's.
+  // flat: bytes in the flat form. list, map: a braced list. own: one of the host's containers.
   enum class Form : std::uint8_t { scalar, text, number, flat, list, map, own };
 
   template <class T>
@@ -291,8 +293,8 @@ class VELTRANO_EXPORT Argument {
   Form form_ = Form::scalar;
 };
 
-/// An element of a braced list of plain values. It cannot be made from braces itself, which keeps
-/// a list of key/value pairs from being taken for a list of lists.
+/// An element of a braced list of plain values. It is not constructible from braces, so that a list
+/// of key/value pairs is never ambiguous with a list of lists.
 class ArrayElement {
  public:
   template <class T, std::enable_if_t<!std::is_same_v<T, ArrayElement> && isArgument<T>, int> = 0>
@@ -327,7 +329,7 @@ class VELTRANO_EXPORT Flat {
   Flat(const Flat&) = default;
   Flat& operator=(const Flat&) = default;
 
-  /// A value that has been moved from is an empty container, or absent.
+  /// A moved-from container is empty; any other moved-from value is absent.
   Flat(Flat&& other) noexcept : bytes_(emptied(other.kind())) { bytes_.swap(other.bytes_); }
   Flat& operator=(Flat&& other) noexcept {
     bytes_.swap(other.bytes_);
@@ -350,7 +352,7 @@ class VELTRANO_EXPORT Flat {
   std::string bytes_;
 };
 
-/// Reads the contents of a container one after the other, each as a copy.
+/// Iterates over a container and returns copies of what it holds.
 template <class Entry>
 class VELTRANO_EXPORT FlatIterator {
  public:
@@ -388,7 +390,7 @@ class VELTRANO_EXPORT FlatIterator {
 
 }  // namespace detail
 
-/// An ordered list of values. Elements may be anything that a host can hand in.
+/// An ordered list of values. Elements may be anything that a host can pass.
 class VELTRANO_EXPORT Array {
  public:
   using const_iterator = detail::FlatIterator<HostValue>;
@@ -402,7 +404,7 @@ class VELTRANO_EXPORT Array {
   std::size_t size() const;  // counts the elements
   bool empty() const { return begin() == end(); }
 
-  /// True when every element is a member of the set. Looks one level deep only.
+  /// True when every element is a member of the set. Looks one level deep.
   bool isValidNestedType() const;
 
  private:
@@ -413,12 +415,12 @@ class VELTRANO_EXPORT Array {
   detail::Flat flat_{detail::Argument(std::initializer_list<detail::ArrayElement>())};
 };
 
-/// A set of key/value entries with unique keys. Keys and values may be anything that a host can
-/// hand in; of equal keys, the last one given counts. Entries are visited in an order of the
-/// dictionary's own: one for each set of keys, however it was built.
+/// A map with unique keys. Keys and values may be anything that a host can pass; among equal keys,
+/// the last one wins. The iteration order depends only on the keys, not on how the dictionary was
+/// built.
 ///
-/// Trap: an event with a dictionary that has a key other than text cannot be sent, and its whole
-/// batch is dropped with it.
+/// Warning: a dictionary with a key that is not text makes its event's whole batch undeliverable;
+/// the batch is dropped.
 class VELTRANO_EXPORT Dictionary {
  public:
   using const_iterator = detail::FlatIterator<DictionaryEntry>;
@@ -435,8 +437,7 @@ class VELTRANO_EXPORT Dictionary {
 
   bool hasOnlyStringKeys() const;
 
-  /// True when every key is a String and every value is a member of the set. Looks one level deep
-  /// only.
+  /// True when every key is a String and every value is a member of the set. Looks one level deep.
   bool isValidNestedType() const;
 
  private:
@@ -447,8 +448,8 @@ class VELTRANO_EXPORT Dictionary {
   detail::Flat flat_{detail::Argument(std::initializer_list<detail::MapElement>())};
 };
 
-/// One member of the closed set of property value types. A value keeps the member that it was
-/// created as: an `Int` is never an `Int64`, a `Float` never a `Double`.
+/// A value of the closed set. It keeps the member that it was created as: an `Int` is never an
+/// `Int64`, a `Float` never a `Double`.
 class VELTRANO_EXPORT SupportedParameterType {
  public:
   enum class Member : std::uint8_t {
@@ -467,9 +468,9 @@ class VELTRANO_EXPORT SupportedParameterType {
   };
   static_assert(static_cast<int>(Member::Dictionary) == static_cast<int>(detail::Kind::Dictionary));
 
-  /// Text in UTF-8 (what is ill-formed reads as U+FFFD; a null pointer is empty text); signed
-  /// integers of every width as an `Int`, unsigned ones as a `UInt`; and the other members as they
-  /// are.
+  /// Signed integers of any width become an `Int`, unsigned ones a `UInt`; all other types keep
+  /// their own member. Text is UTF-8: ill-formed sequences become U+FFFD, a null pointer empty
+  /// text.
   template <class T, std::enable_if_t<detail::isMember<T>, int> = 0>
   SupportedParameterType(const T& value) : flat_(detail::Argument(value)) {
     if (flat_.kind() == detail::Kind::Absent) *this = std::string_view();
@@ -477,15 +478,15 @@ class VELTRANO_EXPORT SupportedParameterType {
 
   Member member() const noexcept { return static_cast<Member>(flat_.kind()); }
 
-  /// A copy of the value when it is of the member that holds a `T`, else none. Keep a container's
-  /// copy in a variable while you walk through it. `T` is one of
+  /// Returns a copy of the value if its member is the one for `T`, else nothing. `T` is one of
   /// `std::string`, `std::int64_t` (Int), `std::uint64_t` (UInt), `Int64`, `double`, `float`,
   /// `bool`, `Date`, `URL`, `NSNull`, `Array`, `Dictionary`.
+  ///
+  /// Warning: iterators refer to the returned container; keep it in a variable while you iterate.
   template <class T>
   std::optional<T> getIf() const;
 
-  /// True for every scalar. For a container, whether everything directly in it is a member of the
-  /// set, and every key of a Dictionary a String; what lies deeper is not examined.
+  /// True for every scalar; for containers, see `Array` and `Dictionary`.
   bool isValidNestedType() const;
 
  private:
@@ -497,17 +498,17 @@ class VELTRANO_EXPORT SupportedParameterType {
   detail::Flat flat_;
 };
 
-/// A value as a host hands it in: absent, a member of the set, a platform number object, or an
-/// object of another type.
+/// A value that a host passes: absent, a member of the closed set, a boxed number, or an object of
+/// another type.
 class VELTRANO_EXPORT HostValue {
  public:
   /// Absent: no value at all.
   HostValue() : HostValue(detail::FromFlat(), detail::Flat(detail::Kind::Absent)) {}
   HostValue(std::nullptr_t) = delete;
 
-  /// Whatever makes a member makes that member; a null `const char*` and an empty `std::optional`
-  /// are absent. The host's own lists (such as `std::vector`) are an Array, its string-keyed maps
-  /// (such as `std::map`) a Dictionary; an unordered set is an object of another type.
+  /// Types of the closed set make their member; a null `const char*` and an empty `std::optional`
+  /// are absent. The host's own lists (such as `std::vector`) become an Array, its string-keyed
+  /// maps (such as `std::map`) a Dictionary. An unordered set counts as an object of another type.
   template <class T, std::enable_if_t<detail::isArgument<T> &&
                                           !detail::isOneOf<T, HostValue, SupportedParameterType>,
                                       int> = 0>
@@ -515,7 +516,7 @@ class VELTRANO_EXPORT HostValue {
       : HostValue(detail::FromFlat(), detail::Flat(detail::Argument(value))) {}
   HostValue(SupportedParameterType member) : value_(std::move(member)) {}
 
-  /// A list of plain values is an Array, a list of key/value pairs a Dictionary.
+  /// A list of plain values becomes an Array, a list of key/value pairs a Dictionary.
   HostValue(std::initializer_list<detail::ArrayElement> elements)
       : HostValue(detail::FromFlat(), detail::Flat(detail::Argument(elements))) {}
   HostValue(std::initializer_list<detail::MapElement> entries)
@@ -523,12 +524,12 @@ class VELTRANO_EXPORT HostValue {
 
   bool isAbsent() const noexcept { return value_.flat_.kind() == detail::Kind::Absent; }
 
-  /// The member that this is, valid as long as the value; null when it is none.
+  /// The value as a member of the closed set, or null. Valid as long as this value.
   const SupportedParameterType* member() const noexcept {
     return value_.flat_.kind() <= detail::Kind::Dictionary ? &value_ : nullptr;
   }
 
-  /// The number object or the other object that this is; none when it is not.
+  /// The boxed number or the object of another type, if the value is one.
   std::optional<NSNumber> number() const;
   std::optional<OtherObject> otherObject() const;
 
@@ -537,7 +538,7 @@ class VELTRANO_EXPORT HostValue {
   friend struct detail::FlatAccess;
   HostValue(detail::FromFlat tag, detail::Flat flat) : value_(tag, std::move(flat)) {}
 
-  SupportedParameterType value_;  // one that is no member is never handed out
+  SupportedParameterType value_;  // may hold a kind outside the set; `member` never returns that
 };
 
 /// One entry of a Dictionary.
@@ -552,9 +553,9 @@ struct VELTRANO_EXPORT HostMapEntry {
   HostValue value;
 };
 
-/// A map from text to values as a host hands it in. Entries keep the order in which they were
-/// given; of equal keys, the last one counts. Ill-formed UTF-8 in a key reads as U+FFFD; a key that
-/// is a null pointer is undefined.
+/// A map from text to values that a host passes. Among equal keys, the last one wins; iteration and
+/// `size` still include the earlier ones, in the order in which they were given. Ill-formed UTF-8
+/// in a key becomes U+FFFD; a null pointer as a key is undefined behaviour.
 class VELTRANO_EXPORT HostMap {
  public:
   using const_iterator = detail::FlatIterator<HostMapEntry>;
@@ -586,15 +587,16 @@ class VELTRANO_EXPORT HostMap {
   detail::Flat flat_{detail::Argument(std::initializer_list<detail::MapElement>())};
 };
 
-/// A map of properties as an argument. It refers to what the host wrote, so that nothing is copied
-/// before the call does; use it for parameters only.
+/// A map of properties as a parameter type. It refers to what the caller wrote and copies nothing.
+///
+/// Warning: valid until the end of the full expression; never store one.
 class HostMapView {
   template <class T>
   static constexpr bool isMap = std::is_same_v<T, HostMap> ||
                                 (detail::isMap<T> && detail::isArgument<T>);
 
  public:
-  /// None, as `{}` and `std::nullopt` are.
+  /// No properties; `{}` and `std::nullopt` mean the same.
   HostMapView() = default;
   HostMapView(std::nullopt_t) {}
   HostMapView(std::initializer_list<detail::MapElement> entries) : map_(entries) {}

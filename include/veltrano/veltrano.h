@@ -4,7 +4,7 @@
 //     tracker.setUserId("user-17");
 //     tracker.track("Bought", {{"plan", "pro"}, {"items", 3}, {"tags", {"a", "b"}}});
 //
-// Choose a platform before the first touch of `shared` (see veltrano/posix_platform.h).
+// Install a platform before the first call of `shared` (see veltrano/posix_platform.h).
 #pragma once
 
 #include <atomic>
@@ -18,74 +18,87 @@
 #include "veltrano/statistics.h"
 #include "veltrano/value.h"
 
-/// The tracker: names the user and the application, keeps the properties that every event carries,
-/// records events and uploads them. One instance a process, from the first touch of `shared` until
-/// the process ends.
+/// The tracker: identifies the user and the application, records events and uploads them. There is
+/// one instance per process; it is never destroyed.
 ///
-/// Every operation may be called from any thread, returns at once and never fails: what cannot be
-/// used is left out. Operations of one thread take effect in the order of their calls. Text is
-/// UTF-8; what is ill-formed becomes U+FFFD. Events wait in memory only, at most 200 of them (the
-/// oldest go first), until the collection host has accepted them.
+/// Every operation is thread-safe, returns without waiting for the network and never throws; values
+/// that events cannot hold are left out. Operations of one thread take effect in call order. Text
+/// is UTF-8; ill-formed sequences become U+FFFD. Exceptions that a host's callback throws are
+/// dropped.
 ///
-/// An exception that a host's callback throws ends there. One that a container of the host's throws
-/// while its elements are read ends in the call, which then has no effect and is not counted.
+/// If a host's container throws while it is read, the call has no effect and is not counted.
+///
+/// Events wait in memory until the collection host accepts them, 200 at most; beyond that the
+/// oldest are dropped. Events that wait when the process ends are lost.
 class VELTRANO_EXPORT Veltrano {
  public:
-  /// Told how the upload went: true when the events were accepted.
+  /// Gets the outcome of the upload: true when the events will not be sent again.
+  ///
+  /// Warning: a batch that the host refuses with status 400, or that cannot be encoded, is dropped
+  /// and counts as accepted.
   using FlushCompletion = std::function<void(bool)>;
 
-  /// The one instance, made by the first call.
+  /// The one instance, created by the first call.
   static Veltrano& shared();
 
-  /// Whether diagnostic lines go to the standard output. May be changed at any time.
+  /// Whether diagnostic lines are written, to the standard output unless the platform has a log
+  /// sink. May be changed at any time.
   static std::atomic<bool> isLoggerEnabled;
 
-  /// Names the user; an empty id is ignored. The first id also starts the session heartbeat.
+  /// Identifies the user; an empty id is ignored. The first id also starts the session heartbeat,
+  /// on the run loop of the calling thread.
+  ///
+  /// Warning: on a thread that never runs its run loop, heartbeats start only when the application
+  /// returns from the background.
   void setUserId(std::string_view id);
 
-  /// Names the application; an empty id is kept as it is.
+  /// Identifies the application; an empty id is stored, too.
   void setAppId(std::string_view id);
 
   /// Adds the device's advertising identifier to every later event.
   void setIdfa();
 
+  /// Replaces the library version that events and requests report.
   void setLibVersion(std::string_view version);
 
-  /// Names the user as the publisher knows them; an absent or empty uid takes the name away.
+  /// Identifies the user by the publisher's own id; an absent or empty one removes it.
   void setPublisherUid(std::optional<std::string_view> uid);
   void setPublisherUid(const char* uid) {
     setPublisherUid(uid != nullptr ? std::optional<std::string_view>(uid) : std::nullopt);
   }
 
-  /// Records an event. Its properties win over super properties of the same key, and those over
-  /// what the library adds itself; the maps under "extra_json" are merged key by key.
+  /// Records an event. Its properties override super properties, which override the library's own;
+  /// the maps under "extra_json" are merged key by key.
   ///
-  /// With a completion, and while the application is in the foreground, uploads all that wait at
-  /// once. The completion is then called on the library's work queue with the outcome; keep it
-  /// short. It is not called in the background, nor when a later flush takes this one's place.
+  /// A completion forces an upload of all waiting events while the application is in the
+  /// foreground. It runs on the library's work queue, which waits for it: keep it short, and never
+  /// make it wait for another flush.
+  ///
+  /// Warning: the completion is not called in the background, nor when a later flush replaces this
+  /// one.
   void track(std::string_view eventName, const veltrano::HostMapView& eventProperties = {},
              FlushCompletion forceFlushCompletion = nullptr);
 
-  /// Adds these properties to every later event, replacing those of the same key. A value that
-  /// cannot be represented leaves the earlier one in place.
+  /// Adds these properties to every later event, replacing those with the same key. A value that
+  /// events cannot hold leaves the earlier one in place.
   void setSuperProperties(const veltrano::HostMapView& properties);
 
   void removeSuperProperty(std::string_view key);
 
-  /// From now on, tracking an event whose name is among `triggers` first calls `handler`, on the
-  /// thread that tracks and before the event is recorded; it must not change what `track` was
-  /// given. Replaces the earlier triggers; without triggers or handler, nothing is called.
+  /// Calls `handler` whenever an event whose name is in `triggers` is tracked: on the tracking
+  /// thread, before the event is recorded. The handler must not modify the arguments of that
+  /// `track` call. Replaces the earlier triggers; without triggers or a handler, nothing is called.
   void setRefreshTriggersWithHandler(std::optional<std::vector<std::string>> triggers,
                                      std::function<void()> handler);
 
-  /// The interface's orientation now: "portrait", "landscape" or "unknown".
+  /// The interface's current orientation: "portrait", "landscape" or "unknown".
   std::string getScreenOrientation() const;
 
-  /// The device's orientation now: "portrait", "portraitUpsideDown", "landscapeLeft",
+  /// The device's current orientation: "portrait", "portraitUpsideDown", "landscapeLeft",
   /// "landscapeRight", "faceUp", "faceDown" or "unknown".
   std::string getDeviceOrientation() const;
 
-  /// What became of events, uploads and heartbeats so far.
+  /// Counts of events, uploads and heartbeats so far.
   veltrano::Statistics statistics() const;
 
   Veltrano(const Veltrano&) = delete;

@@ -1,4 +1,4 @@
-/* Veltrano, an event-analytics client: its interface for C99 and every language that calls C.
+/* Veltrano, an event-analytics client: the interface for C99 and languages that call C.
  *
  *     veltrano_object* properties = veltrano_dictionary();
  *     veltrano_dictionary_set_text(properties, "plan", "pro");
@@ -8,36 +8,37 @@
  *     veltrano_release(properties);
  *
  * Install a platform before the first call (veltrano_install_posix_platform); later it is refused.
- * Without one the library is inert: calls do nothing, except that refresh triggers still call their
+ * Without one the library is inert: calls are no-ops, except that refresh triggers still call their
  * handler.
  *
  * Conventions:
  *
- * (1) A function that returns a veltrano_object* returns a new handle, to be released once with
- *     veltrano_release; NULL when out of memory. Functions copy what they are given and never take
- *     over a handle, nested collections included: there is one rule for all handles. Debug builds
- *     of the library abort with a message when a handle is used after its release.
+ * (1) A function that returns a veltrano_object* returns a new handle, or NULL when memory runs
+ *     out. The caller owns it and releases it once, with veltrano_release. Functions copy their
+ *     arguments and never take ownership, not even of nested collections. Debug builds of the
+ *     library abort with a message when a handle is used after its release.
  *
- * (2) NULL is allowed wherever a pointer is. It stands for nil, for absent text, for no function.
+ * (2) NULL is allowed for every pointer. It means nil, absent text or no function.
  *
  * (3) A const char* is NUL-terminated text, a veltrano_text has a length and may hold NULs. Both
  *     are UTF-8; ill-formed sequences become U+FFFD.
  *
- * (4) Functions that track, set, append or remove return false when a required argument is NULL,
- *     when an object is of the wrong type, or when out of memory. Nothing has then been done; only
- *     out of memory, an operation may have been carried out in part.
+ * (4) Functions that track, set, append or remove return false, without effect, when a required
+ *     argument is NULL or an object is of the wrong type. They also return false when memory runs
+ *     out; the operation may then be half done.
  *
- * (5) Any thread may call any function, unless the function says otherwise; no function waits for
- *     the network. Only one thread at a time may use a mutable collection.
+ * (5) Functions are thread-safe unless they say otherwise, and none waits for the network. Mutable
+ *     collections are not thread-safe.
  *
- * (6) A callback gets the context that it was passed with. It must return: no longjmp, no
- *     pthread_exit. A C++ exception that it throws is dropped. The library's threads run until the
- *     process ends, so callbacks and their contexts must last as long as they can be called.
+ * (6) A callback is called with the context that it was registered with. It must return: no
+ *     longjmp, no pthread_exit. C++ exceptions that it throws are dropped. The library's threads
+ *     run until the process ends, so callbacks and contexts must stay valid as long as they can be
+ *     called.
  *
  * (7) Cancellation of a thread is deferred until its call into the library returns. A thread whose
  *     cancellation is asynchronous must not call the library.
  *
- * (8) In a child that is forked after a platform has been installed, the library is inert.
+ * (8) In a child that is forked after a platform is installed, the library is inert.
  */
 #pragma once
 
@@ -62,7 +63,7 @@ extern "C" {
 /* The version of the library, such as "1.0.0". */
 VELTRANO_EXPORT const char* veltrano_version(void);
 
-/* A handle of an object: a string, a number, a collection, a block (see "Objects"). */
+/* A handle to an object: a string, a number, a collection, a block (see "Objects"). */
 typedef struct veltrano_object veltrano_object;
 
 /* Text with a length. Absent, which differs from empty, when `bytes` is NULL. */
@@ -71,54 +72,58 @@ typedef struct veltrano_text {
   size_t length;
 } veltrano_text;
 
-/* The text of a C string, not copied; absent for NULL. */
+/* Refers to a C string without copying it; absent for NULL. */
 VELTRANO_EXPORT veltrano_text veltrano_c_string(const char* string);
 
 /* ---- Tracking ---- */
 
 /* Records an event. `properties` is a dictionary whose keys are all strings, or NULL for none.
  *
- * With a completion, and while the application is in the foreground, everything that waits is
- * uploaded at once. The completion is called on the library's work queue, where nothing else
- * happens meanwhile: keep it short. `accepted` is true when the events will not be sent again.
+ * A completion forces an upload of all waiting events while the application is in the foreground.
+ * It runs on the library's work queue, which waits for it: keep it short. `accepted` is true when
+ * the events will not be sent again.
  *
- * Trap: a batch that the collection host refuses with status 400 counts as accepted.
- * Trap: the completion is not called in the background, nor when a later flush replaces its own. A
- * context that has to be freed goes into a veltrano_boolean_block, sent with veltrano_send. */
+ * Warning: a batch that the host refuses with status 400, or that cannot be encoded, is dropped and
+ * counts as accepted.
+ *
+ * Warning: the completion is not called in the background, nor when a later flush replaces its own.
+ * If its context has to be freed, use veltrano_send with a veltrano_boolean_block. */
 VELTRANO_EXPORT bool veltrano_track(const char* name, const veltrano_object* properties,
                                     void (*completion)(void* context, bool accepted),
                                     void* context);
 
-/* Names the user; an empty id is ignored. The first id also starts the session heartbeat, in the
- * run loop of the calling thread: call this on the main thread. */
+/* Identifies the user; an empty id is ignored. The first id also starts the session heartbeat, on
+ * the run loop of the calling thread: call this on the main thread. */
 VELTRANO_EXPORT bool veltrano_set_user_id(const char* id);
 
-/* Names the application; an empty id is kept as it is. */
+/* Identifies the application; an empty id is stored, too. */
 VELTRANO_EXPORT bool veltrano_set_app_id(const char* id);
 
+/* Replaces the library version that events and requests report. */
 VELTRANO_EXPORT bool veltrano_set_lib_version(const char* version);
 
 /* Adds the device's advertising identifier to every later event. */
 VELTRANO_EXPORT bool veltrano_set_idfa(void);
 
-/* Names the user as the publisher knows them; NULL or empty text removes the name. */
+/* Identifies the user by the publisher's own id; NULL or empty text removes it. */
 VELTRANO_EXPORT bool veltrano_set_publisher_uid(const char* uid);
 
-/* Adds properties to every later event, replacing those of the same key. A value that cannot be
- * represented leaves the earlier one in place. */
+/* Adds properties to every later event, replacing those with the same key. A value that events
+ * cannot hold leaves the earlier one in place. */
 VELTRANO_EXPORT bool veltrano_set_super_properties(const veltrano_object* properties);
 
 VELTRANO_EXPORT bool veltrano_remove_super_property(const char* key);
 
-/* From now on, tracking an event with one of `count` names first calls `handler`, on the thread
- * that tracks. Replaces the earlier triggers; without names or handler nothing is called. */
+/* Calls `handler` whenever an event with one of the `count` names is tracked: on the tracking
+ * thread, before the event is recorded. Replaces the earlier triggers; without names or a handler,
+ * nothing is called. */
 VELTRANO_EXPORT bool veltrano_set_refresh_triggers(const char* const* names, size_t count,
                                                    void (*handler)(void* context), void* context);
 
-/* The interface's orientation now: "portrait", "landscape" or "unknown". */
+/* The interface's current orientation: "portrait", "landscape" or "unknown". */
 VELTRANO_EXPORT const char* veltrano_screen_orientation(void);
 
-/* The device's orientation now: "portrait", "portraitUpsideDown", "landscapeLeft",
+/* The device's current orientation: "portrait", "portraitUpsideDown", "landscapeLeft",
  * "landscapeRight", "faceUp", "faceDown" or "unknown". */
 VELTRANO_EXPORT const char* veltrano_device_orientation(void);
 
@@ -128,14 +133,15 @@ VELTRANO_EXPORT void veltrano_set_logger_enabled(bool enabled);
 
 /* ---- Collections ---- */
 
-/* New, empty, mutable collections. Copies do not change with them.
+/* New, empty, mutable collections. Copies of them never change.
  *
- * Trap: collections nest 128 deep, an event's properties included; deeper ones become absent. */
+ * Warning: collections nest at most 128 deep, including the dictionary of an event's properties; a
+ * deeper one becomes absent. */
 VELTRANO_EXPORT veltrano_object* veltrano_array(void);
 VELTRANO_EXPORT veltrano_object* veltrano_dictionary(void);
 
-/* Set the value of a key, replacing an earlier one. Absent text and a nil object make a key without
- * a value, which events leave out. The objects of the same names are described below. */
+/* Set the value of a key, replacing an earlier one. Absent text and a nil object set an absent
+ * value, which events leave out. See "Objects" for the types. */
 VELTRANO_EXPORT bool veltrano_dictionary_set_text(veltrano_object* dictionary, const char* key,
                                                   const char* value);
 VELTRANO_EXPORT bool veltrano_dictionary_set_int(veltrano_object* dictionary, const char* key,
@@ -163,15 +169,16 @@ VELTRANO_EXPORT bool veltrano_dictionary_set_number_with_double(veltrano_object*
 VELTRANO_EXPORT bool veltrano_dictionary_set_object(veltrano_object* dictionary, const char* key,
                                                     const veltrano_object* value);
 
-/* Sets the value of a key that is an object itself, such as a string with a NUL.
+/* Sets the value of a key that is an object, such as a string with a NUL. Blocks and objects of
+ * other types are all the same key.
  *
- * Trap: an event with a dictionary that has a key other than a string cannot be sent, and its whole
- * batch is dropped with it. Blocks and objects of other types are all the same key. */
+ * Warning: a dictionary with a key that is not a string makes its event's whole batch
+ * undeliverable; the batch is dropped. */
 VELTRANO_EXPORT bool veltrano_dictionary_set(veltrano_object* dictionary,
                                              const veltrano_object* key,
                                              const veltrano_object* value);
 
-/* Append an element. Absent text and nil make an empty slot, which events leave out. */
+/* Append an element. Absent text and nil append an absent value, which events leave out. */
 VELTRANO_EXPORT bool veltrano_array_append_text(veltrano_object* array, const char* value);
 VELTRANO_EXPORT bool veltrano_array_append_int(veltrano_object* array, int64_t value);
 VELTRANO_EXPORT bool veltrano_array_append_uint(veltrano_object* array, uint64_t value);
@@ -191,14 +198,14 @@ VELTRANO_EXPORT bool veltrano_array_append(veltrano_object* array, const veltran
 
 VELTRANO_EXPORT void veltrano_release(veltrano_object* object);
 
-/* Another handle of the same object; of a mutable collection, a copy that never changes. */
+/* Another handle to the same object; for a mutable collection, to an immutable copy. */
 VELTRANO_EXPORT veltrano_object* veltrano_copy(const veltrano_object* object);
 
 /* Nil when the text is absent. */
 VELTRANO_EXPORT veltrano_object* veltrano_string(veltrano_text text);
 VELTRANO_EXPORT veltrano_object* veltrano_url(veltrano_text text);
 
-/* Numbers of the types that events hold, each kept as the type that it was made as. */
+/* Numbers of the types that events hold. Each keeps its type. */
 VELTRANO_EXPORT veltrano_object* veltrano_int(int64_t value);
 VELTRANO_EXPORT veltrano_object* veltrano_uint(uint64_t value);
 VELTRANO_EXPORT veltrano_object* veltrano_int64(int64_t value);
@@ -207,8 +214,8 @@ VELTRANO_EXPORT veltrano_object* veltrano_float(float value);
 VELTRANO_EXPORT veltrano_object* veltrano_bool(bool value);
 
 /* Numbers boxed by the platform, with the code of their storage type. Events hold them as an Int
- * for the codes 1 to 4, 9 to 11 and 15, as a Bool for 7, and as a Double for every other. The Int
- * of a double is truncated and limited to 64 bits; NaN reads as 0, and as true. */
+ * for the codes 1 to 4, 9 to 11 and 15, as a Bool for 7, and as a Double for every other code. The
+ * Int of a double is truncated and limited to 64 bits; that of NaN is 0, its Bool is true. */
 VELTRANO_EXPORT veltrano_object* veltrano_number(int code, int64_t value);
 VELTRANO_EXPORT veltrano_object* veltrano_number_with_double(int code, double value);
 VELTRANO_EXPORT veltrano_object* veltrano_boolean_number(bool value);
@@ -216,14 +223,14 @@ VELTRANO_EXPORT veltrano_object* veltrano_boolean_number(bool value);
 /* Seconds since 1970-01-01 00:00:00 UTC; NaN counts as 0. */
 VELTRANO_EXPORT veltrano_object* veltrano_date(double seconds);
 
-/* An explicit null, which events hold as null. Nil is no object at all. */
+/* An explicit null, which events hold as null; nil is left out instead. */
 VELTRANO_EXPORT veltrano_object* veltrano_null(void);
 
 /* An object of a type that events cannot hold. */
 VELTRANO_EXPORT veltrano_object* veltrano_other_object(void);
 
 /* Blocks: a callback with its context. `release` is called once with the context, on any thread,
- * when the callback will not be called any more, or when no block could be made. Nil when
+ * when the callback can no longer be called or when the block could not be created. Nil when
  * `function` is NULL. */
 VELTRANO_EXPORT veltrano_object* veltrano_block(void (*function)(void* context), void* context,
                                                 void (*release)(void* context));
@@ -231,12 +238,12 @@ VELTRANO_EXPORT veltrano_object* veltrano_boolean_block(void (*function)(void* c
                                                         void* context,
                                                         void (*release)(void* context));
 
-/* The text of a string, valid until the handle is released; absent for everything else. */
+/* The text of a string, valid until the handle is released; absent for any other object. */
 VELTRANO_EXPORT veltrano_text veltrano_string_text(const veltrano_object* object);
 
-/* Whether an event could hold the object as it is: true for strings, URLs, dates, null and the
- * numbers of an event's types; for an array, whether all its elements are such objects or
- * collections; for a dictionary, whether all its values are and all its keys are strings. */
+/* Whether an event can hold the object unchanged: true for strings, URLs, dates, null and numbers
+ * of an event's types; for an array, when all its elements are such objects or collections; for a
+ * dictionary, when all its values are and all its keys are strings. Looks one level deep. */
 VELTRANO_EXPORT bool veltrano_is_valid_nested_type(const veltrano_object* object);
 
 /* ---- Messages ---- */
@@ -252,8 +259,8 @@ typedef enum veltrano_outcome {
 /* An outcome in English, such as "no such selector". */
 VELTRANO_EXPORT const char* veltrano_outcome_text(veltrano_outcome outcome);
 
-/* Calls an operation by its selector, with objects as its arguments: for bindings, for text with
- * NULs and for contexts that have to be released.
+/* Calls an operation by its selector, with objects as arguments: for bindings, for text with NULs
+ * and for contexts that have to be released.
  *
  *     veltrano_object* arguments[] = {veltrano_string(name)};
  *     veltrano_send("setUserId:", arguments, 1, NULL, NULL);
@@ -280,14 +287,15 @@ VELTRANO_EXPORT const char* veltrano_outcome_text(veltrano_outcome outcome);
  *     getDeviceOrientation            returns a string
  *     shared                          returns an object that stands for the tracker
  *
- * Selectors of the platform's notifications, which the functions under "Device and application"
- * post already: handleWillEnterForeground, handleDidEnterBackground,
- * handleDidChangeStatusBarOrientation, handleDidChangeDeviceOrientation; and setScreenOrientation,
- * which records the interface's orientation.
+ * The notification handlers are selectors, too: handleWillEnterForeground,
+ * handleDidEnterBackground, handleDidChangeStatusBarOrientation and
+ * handleDidChangeDeviceOrientation, which the functions under "Device and application" call
+ * already; and setScreenOrientation, which records the interface's orientation.
  *
- * A message that does not fit changes nothing. `returned`, unless NULL, gets a handle of what the
- * operation returned, or nil. `detail`, unless NULL, gets the index of the first wrong argument or
- * the right number of arguments; otherwise it keeps its value. */
+ * Any outcome but VELTRANO_DONE and VELTRANO_OUT_OF_MEMORY means that nothing was done. `returned`,
+ * unless NULL, gets a handle to the operation's result, or nil. `detail`, unless NULL, gets the
+ * index of the first wrong argument or the expected number of arguments; otherwise it keeps its
+ * value. */
 VELTRANO_EXPORT veltrano_outcome veltrano_send(const char* selector,
                                                veltrano_object* const* arguments, size_t count,
                                                veltrano_object** returned, size_t* detail);
@@ -297,38 +305,38 @@ VELTRANO_EXPORT bool veltrano_responds(const char* selector);
 
 /* ---- Statistics ---- */
 
-/* Counts since the first message, taken at one moment. Set `size` to sizeof(veltrano_statistics).
- * At any moment `recorded` is the sum of `waiting`, `in_flight`, `delivered` and the four kinds of
+/* Counts since the library was first used. Set `size` to sizeof(veltrano_statistics). Each snapshot
+ * is consistent: `recorded` is the sum of `waiting`, `in_flight`, `delivered` and the four kinds of
  * dropped events.
  *
- * An event counts as recorded when it joins the queue, which one that is tracked while an upload is
- * under way does only afterwards. */
+ * An event counts as recorded when it joins the queue; events tracked during an upload join when
+ * the upload ends. */
 typedef struct veltrano_statistics {
   size_t size;
 
   uint64_t recorded;
-  uint64_t waiting;   /* for an upload */
-  uint64_t in_flight; /* in the upload under way */
+  uint64_t waiting;   /* for the next upload */
+  uint64_t in_flight; /* in the current upload */
   uint64_t delivered; /* accepted by the collection host */
 
-  uint64_t dropped_by_trimming;      /* the oldest, when too many waited */
-  uint64_t dropped_as_refused;       /* with a batch that the host called bad, status 400 */
-  uint64_t dropped_as_not_encodable; /* with a batch that JSON cannot hold */
-  uint64_t dropped_for_memory;       /* there was not enough to record or to send them */
+  uint64_t dropped_by_trimming;      /* the oldest, when more than 200 waited */
+  uint64_t dropped_as_refused;       /* with a batch answered with status 400 */
+  uint64_t dropped_as_not_encodable; /* with a batch that JSON cannot represent */
+  uint64_t dropped_for_memory;       /* memory ran out while recording or sending */
 
-  /* An upload is one request with all its retries. One of those attempted may be under way. */
+  /* An upload is one request with all its retries. One that is in progress counts as attempted. */
   uint64_t uploads_attempted;
   uint64_t uploads_succeeded;           /* answered with status 200 */
-  uint64_t uploads_failed_in_transport; /* not answered */
+  uint64_t uploads_failed_in_transport; /* got no response */
   uint64_t uploads_failed_by_status;    /* answered with another status */
-  uint64_t uploads_failed_for_memory;   /* never sent */
+  uint64_t uploads_failed_for_memory;   /* not sent, because memory ran out */
 
   uint64_t heartbeats_sent;
   uint64_t heartbeats_failed; /* of those sent */
 } veltrano_statistics;
 
-/* Fills in all counts that `size` has room for. Like a message, call it once the platform is
- * installed. False when `statistics` is NULL or its size is 0. */
+/* Fills in the counts that fit into `size`. False when `statistics` is NULL or its size is 0. Call
+ * it after the platform is installed: like any call, it makes a later installation fail. */
 VELTRANO_EXPORT bool veltrano_get_statistics(veltrano_statistics* statistics);
 
 /* ---- The platform ---- */
@@ -339,37 +347,38 @@ typedef enum veltrano_application_state {
   VELTRANO_BACKGROUND = 2
 } veltrano_application_state;
 
-/* Set `size` to sizeof(veltrano_options) and what you do not use to zero; only the collection host
- * is required. */
+/* Set `size` to sizeof(veltrano_options) and zero what you do not use; only the collection host is
+ * required. */
 typedef struct veltrano_options {
   size_t size;
 
   /* Where events and heartbeats go: "host" or "host:port", an IPv6 address in brackets. */
   veltrano_text collection_host;
 
-  /* The property list that keeps the library's settings, in a directory that exists. Without one
-   * they last as long as the process. */
+  /* The property list that stores the library's settings. Its directory must exist. Without one,
+   * settings last as long as the process. */
   veltrano_text user_defaults_file;
 
   /* The application's Info dictionary: a dictionary whose keys are all strings, or the path of a
-   * property list. A file that cannot be read counts as none. */
+   * property list. A file that cannot be read is ignored. */
   const veltrano_object* info_dictionary;
   veltrano_text info_property_list_file;
 
   /* The certificate authorities to trust, as a PEM file; absent: the system's. */
   veltrano_text certificate_authorities;
 
-  /* Whether the usual variables, such as `https_proxy`, choose a proxy. */
+  /* Without `proxy`: whether environment variables such as `https_proxy` choose one. */
   bool proxy_from_environment;
 
-  /* Returns the token of the user's session, as a handle of a string that the library releases, or
-   * NULL. Called on a thread of the library before each attempt to send a heartbeat: keep it short.
-   * The context must last until the process ends. */
+  /* Returns the user's session token as a handle to a string, or NULL; the library releases the
+   * handle. Called on one of the library's threads before each attempt to send a heartbeat; keep it
+   * short. The context must stay valid until the process ends. */
   veltrano_object* (*session_token)(void* context);
   void* session_token_context;
 
-  /* Takes the diagnostic lines in place of the standard output, without a line feed. Called on the
-   * thread that logs, by several threads at once. The context must last until the process ends. */
+  /* Receives diagnostic lines, without a line feed, instead of the standard output. Called on the
+   * thread that logs, possibly by several at once. The context must stay valid until the process
+   * ends. */
   void (*log_sink)(void* context, veltrano_text line);
   void* log_sink_context;
 
@@ -377,7 +386,7 @@ typedef struct veltrano_options {
   veltrano_text system_name;
   veltrano_text system_version;
 
-  /* Initial values, which the functions under "Device and application" change. */
+  /* Initial values; the functions under "Device and application" change them later. */
   double screen_width;
   double screen_height;
   int application_state; /* one of veltrano_application_state; anything else is active */
@@ -387,27 +396,26 @@ typedef struct veltrano_options {
   uint64_t tracking_authorization_status;
   veltrano_text advertising_identifier;
 
-  /* The public key that the collection host has to have, in addition to a valid certificate:
-   * "sha256//" and the Base64 of the SHA-256 digest of the key's DER form. Several, separated by
-   * semicolons, allow a change of keys. */
+  /* The public keys to pin, in addition to certificate validation: "sha256//" followed by the
+   * Base64 SHA-256 digest of the key's DER form. Separate several with semicolons, for key
+   * rotation. */
   veltrano_text pinned_public_key;
 
   /* The proxy to connect through, as "http://host:port". */
   veltrano_text proxy;
 } veltrano_options;
 
-/* Installs the platform for the rest of the process and makes the calling thread the main thread.
- * Refused when there is a platform already, after the first call that needs one, in a forked child,
- * or when the options are unusable. `error`, unless NULL, then gets a handle of a string that says
- * why, otherwise nil. */
+/* Installs the platform and makes the calling thread the main thread. Refused when a platform is
+ * installed, when the library has been used already, in a forked child, or when the options are
+ * invalid. `error`, unless NULL, then gets a handle to a message, otherwise nil. */
 VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* options,
                                                      veltrano_object** error);
 
 /* ---- Device and application ---- */
 
-/* Report what happens to the application and the device as it happens. These functions do nothing
- * before the platform is installed. Steps of the application's life and orientations take effect at
- * once on the main thread; other threads hand them to its run loop. */
+/* Report changes of the application and the device as they happen. No-ops before the platform is
+ * installed. On the main thread, lifecycle and orientation changes take effect before the call
+ * returns; on other threads they are posted to the main run loop. */
 VELTRANO_EXPORT void veltrano_application_did_become_active(void);
 VELTRANO_EXPORT void veltrano_application_will_resign_active(void);
 VELTRANO_EXPORT void veltrano_application_did_enter_background(void);
@@ -420,7 +428,9 @@ VELTRANO_EXPORT void veltrano_set_interface_orientation(int orientation);
  * 6 face down. */
 VELTRANO_EXPORT void veltrano_set_device_orientation(int orientation);
 
-/* In points. The library reads the size once, with the first event. */
+/* In points.
+ *
+ * Warning: the library reads the size once, with the first event. */
 VELTRANO_EXPORT void veltrano_set_screen_size(double width, double height);
 
 /* The name of the cellular carrier; absent without a subscription. */
@@ -434,8 +444,8 @@ VELTRANO_EXPORT void veltrano_set_advertising_identifier(veltrano_text identifie
 
 /* ---- Run loops ---- */
 
-/* Runs the library's timers, and functions handed to it, on one thread. A host either runs the loop
- * or polls its file descriptor and runs what is due when there is input. */
+/* Runs the library's timers, and functions posted to it, on one thread. A host either runs the loop
+ * or polls its file descriptor and calls veltrano_run_loop_run_due when there is input. */
 typedef struct veltrano_run_loop veltrano_run_loop;
 
 /* The main thread's loop; NULL before the platform is installed. */
@@ -450,16 +460,17 @@ VELTRANO_EXPORT void veltrano_run_loop_run(veltrano_run_loop* loop);
 /* Runs for `seconds`; returns true when stopped earlier. On the loop's own thread only. */
 VELTRANO_EXPORT bool veltrano_run_loop_run_for(veltrano_run_loop* loop, double seconds);
 
-/* Ends the innermost run. With none under way, the next run ends at once. */
+/* Ends the innermost run. If the loop is not running, the next run returns at once. */
 VELTRANO_EXPORT void veltrano_run_loop_stop(veltrano_run_loop* loop);
 
-/* Hands `function` to the loop's thread, which calls it after those handed over before. `release`
- * is called once with the context, as for a block. */
+/* Posts `function` to the loop's thread. Functions run in the order in which they were posted.
+ * `release` is called once with the context, as for a block. */
 VELTRANO_EXPORT void veltrano_run_loop_perform(veltrano_run_loop* loop,
                                                void (*function)(void* context), void* context,
                                                void (*release)(void* context));
 
-/* A descriptor that has input while something is due; do not read or close it. -1 if none. */
+/* A descriptor that has input while something is due. Do not read or close it. -1 when the process
+ * is out of descriptors. */
 VELTRANO_EXPORT int veltrano_run_loop_file_descriptor(veltrano_run_loop* loop);
 
 /* Runs what is due now, without waiting. On the loop's own thread only. */

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "encoding/uuid.h"
 #include "platform/posix/http/option_checks.h"
 #include "platform/posix/posix_services.h"
 #include "platform/posix/threads/fork.h"

@@ -1,5 +1,5 @@
-// Makes random sequences of the calls that a host in C may make, on the simulated platform, and
-// checks that every context is released exactly once.
+// Makes random sequences of C calls on the simulated platform, and checks that every context is
+// released exactly once.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <algorithm>
@@ -21,12 +21,12 @@ void require(bool condition) {
   if (!condition) std::abort();
 }
 
-// What callbacks are given.
+// The context of callbacks.
 struct Context {
   Context() { ++live; }
   ~Context() { --live; }
 
-  // Reads the context, which shows whether it is still there.
+  // Reads the context, so that the sanitizer finds a use after its release.
   static void call(void* context) { require(static_cast<Context*>(context)->self == context); }
   static void callWithFlag(void* context, bool) { call(context); }
   static void release(void* context) { delete static_cast<Context*>(context); }
@@ -54,7 +54,7 @@ constexpr const char* kSelectors[] = {
     "handleDidChangeStatusBarOrientation",
     "handleDidChangeDeviceOrientation",
     "setScreenOrientation",
-    "setUserId",  // the rest are none
+    "setUserId",  // from here on, invalid ones
     "",
     nullptr,
 };
@@ -78,7 +78,7 @@ class Host {
  private:
   struct Held {
     veltrano_object* object = nullptr;
-    std::size_t size = 1;  // how many values at the most
+    std::size_t size = 1;  // an upper bound of its number of values
   };
   using Call = void (*)(Host&);
   static const Call kCalls[62];
@@ -98,7 +98,8 @@ class Host {
   }
   float single() { return static_cast<float>(integer()); }
 
-  // A C string in memory of its own size, so that reading beyond it is found; sometimes NULL.
+  // A C string in a block of exactly its size, so that the sanitizer finds overruns; sometimes
+  // NULL.
   const char* string() {
     static constexpr const char* kFew[] = {nullptr, "", "a", "E", "uid", "extra_json", "\xC3"};
     const std::size_t chosen = below(2 * std::size(kFew));
@@ -140,7 +141,7 @@ class Host {
 
   void add() {
     Held &to = held(), &key = held(), &value = held();
-    // A collection may be added to itself, which doubles it.
+    // Adding a collection to itself doubles it.
     constexpr std::size_t kLargest = 2000;
     if (to.size + key.size + value.size > kLargest) return;
     if (to.object != nullptr) to.size += key.size + value.size;
@@ -189,7 +190,7 @@ class Host {
     veltrano_run_loop_run_due(loop);
   }
 
-  // There is a platform already.
+  // Always refused: there is a platform already.
   void install() {
     constexpr std::size_t kSizes[] = {0, offsetof(veltrano_options, info_dictionary),
                                       sizeof(veltrano_options), sizeof(veltrano_options) + 8};
@@ -299,7 +300,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   Host(data, size).run(platform.timeline);
 
-  // Then nothing refers to a context any more.
+  // Afterwards nothing refers to a context.
   veltrano_set_refresh_triggers(nullptr, 0, nullptr, nullptr);
   veltrano_send("handleWillEnterForeground", nullptr, 0, nullptr, nullptr);
   platform.timeline.runUntil(platform.timeline.now() + std::chrono::minutes(1));

@@ -1,5 +1,5 @@
-// Feeds the parsers of what comes in over the network: the heartbeat's answer, and the collector's
-// requests, whole and with a body that is well-formed up to its JSON.
+// Fuzzes the parsers of network input: heartbeat responses, and the collector's requests, both
+// arbitrary ones and ones that are well-formed up to their JSON.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -19,7 +19,7 @@ void check(const std::string& path, std::string body) {
       .body = std::move(body)};
   collector::WireMessage message;
   const auto problem = collector::readRequest(request, message);
-  // Of a request that is accepted, the message is complete.
+  // An accepted request has a complete message.
   if (!problem && (message.uid != "u" || message.json.empty())) std::abort();
 }
 

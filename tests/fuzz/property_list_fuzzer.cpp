@@ -1,5 +1,5 @@
-// Feeds the reader of property lists, in both forms. What is read can be written, and then reads
-// the same.
+// Fuzzes the reader of property lists, in both forms. Every list that can be read has to survive a
+// round trip.
 #include <cstdint>
 #include <cstdlib>
 #include <string>

@@ -1,5 +1,5 @@
-// Plays mutated scenarios one after the other in one process: the library and its platform live on,
-// as they would in a host, and each scenario begins where the one before it ended.
+// Plays mutated scenarios back to back with one library, as in a host: each scenario starts in the
+// state that the previous one left.
 #include <cstdint>
 #include <sstream>
 #include <string>
@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const replay::ScenarioError&) {
     return -1;
   }
-  // Long scenarios repeat themselves; short ones find more in the same time.
+  // Skips long scenarios, which are repetitive: short ones find more in the same time.
   constexpr auto kLongest = std::chrono::hours(1);
   if (!scenario.steps.empty() && scenario.steps.back().at > kLongest) return -1;
   world.play(scenario);

@@ -1,6 +1,6 @@
-// Hands one tree of values in by every road there is, as super properties and as an event's own,
-// and compares what is uploaded, read by a JSON library that the product does not use, with what a
-// naive converter makes of the tree.
+// Passes a tree of values to the library in every possible way, as super properties and as an
+// event's own, and compares the upload, parsed by a JSON library that the product does not use,
+// with the result of a naive converter.
 #include <fuzzer/FuzzedDataProvider.h>
 #include <openssl/evp.h>
 
@@ -66,11 +66,11 @@ struct Node {
   }
 
   What what = What::absent;
-  std::string text;          // of text and URLs
-  std::int64_t integer = 0;  // of integers, flags and numbers; microseconds of a date
+  std::string text;          // text and URLs
+  std::int64_t integer = 0;  // integers, flags and numbers; microseconds of a date
   double real = 0;
-  int code = 0;             // of numbers
-  std::vector<Node> items;  // of a dictionary, keys and values by turns
+  int code = 0;             // numbers
+  std::vector<Node> items;  // alternating keys and values for a dictionary
 };
 
 Node textNode(std::string text) {
@@ -99,7 +99,7 @@ class Reader {
     Node result{.what = data_.ConsumeEnum<What>(), .text = {}, .items = {}};
     if (left_ == 0 || data_.remaining_bytes() == 0) result.what = What::absent;
     if (left_ > 0) --left_;
-    constexpr std::int64_t kFarthest = std::int64_t{1} << 51;  // exact in seconds, too
+    constexpr std::int64_t kFarthest = std::int64_t{1} << 51;  // exact as seconds in a double
     switch (result.what) {
       case What::text:
       case What::url:
@@ -137,7 +137,7 @@ class Reader {
       default:
         break;
     }
-    // Sometimes nested further, a little or about as deep as is kept.
+    // Sometimes nests the value further, a little or up to about the limit.
     if (data_.ConsumeIntegralInRange(0, 15) == 15) {
       const int deepest = flag() ? 4 : 135;
       for (int i = data_.ConsumeIntegralInRange(deepest - 4, deepest); i > 0; --i) {
@@ -152,7 +152,7 @@ class Reader {
     return result;
   }
 
-  // A dictionary whose keys are text.
+  // A dictionary with text keys.
   Node map() {
     Node result = container(What::dictionary, {});
     for (int i = count(); i > 0; --i) {
@@ -171,7 +171,7 @@ class Reader {
 
 // ---- The naive converter ----
 
-// Stands for what makes a batch undeliverable.
+// Marks a value that makes its batch undeliverable.
 const Json kUnsendable = Json::binary({});
 
 std::string wellFormed(const std::string& text) {
@@ -201,7 +201,7 @@ std::string iso8601(std::int64_t microseconds) {
   return text;
 }
 
-// None when events leave `node` out. `level` is the number of containers around it.
+// None if events leave `node` out. `level` is the number of containers around it.
 std::optional<Json> converted(const Node& node, int level) {
   constexpr int kDeepest = 128;
   const auto is = [&](What what) { return node.what == what; };
@@ -232,7 +232,7 @@ std::optional<Json> converted(const Node& node, int level) {
   return result;
 }
 
-// Lays the properties in `map` over those of an event.
+// Merges the properties in `map` into those of an event.
 void lay(Json& event, const Node& map, int level) {
   const auto layer = converted(map, level);
   if (!layer) return;
@@ -256,7 +256,7 @@ bool isUnsendable(const Json& json) {
 class World {
  public:
   World() {
-    Veltrano::isLoggerEnabled = true;  // rendering has to get along with every value
+    Veltrano::isLoggerEnabled = true;  // covers the rendering of every value
     require(Library::install(platform_.services()), "install");
     platform_.network.onPost = [this](const PostRequest& post) { body_ = post.httpBody; };
   }
@@ -269,7 +269,7 @@ class World {
     return [this](bool accepted) { finish(this, accepted); };
   }
 
-  // The event that is uploaded while `call` is made and a second passes; none when there is none.
+  // The event uploaded during `call` and the second after it, if there is one.
   template <class Call>
   std::optional<Json> sent(Call call) {
     Timeline& timeline = platform_.timeline;
@@ -295,7 +295,7 @@ class World {
     text.resize(static_cast<std::size_t>(size));
     for (auto i = body_.size(); body_[i - 1] == '='; --i) text.pop_back();
 
-    std::vector<std::set<std::string>> keys;  // of the open objects
+    std::vector<std::set<std::string>> keys;  // one set for each open object
     const auto expectUniqueKeys = [&](int, Json::parse_event_t event, Json& parsed) {
       if (event == Json::parse_event_t::object_start) keys.emplace_back();
       if (event == Json::parse_event_t::object_end) keys.pop_back();
@@ -313,7 +313,7 @@ class World {
   int completions_ = 0;
 };
 
-// ---- The roads ----
+// ---- The ways to pass values ----
 
 HostValue scalar(const Node& node) {
   const auto is = [&](What what) { return node.what == what; };
@@ -358,7 +358,7 @@ struct OwnTypes {
   }
 };
 
-// Those of the standard library.
+// The standard library's containers.
 struct StandardTypes {
   using Optional = std::optional<HostValue>;
 
@@ -380,7 +380,7 @@ struct StandardTypes {
     return map;
   }
 
-  // The tree in the order in which the standard library's maps are visited.
+  // The tree in the iteration order of the standard library's maps.
   static Node visited(Node node) {
     for (Node& item : node.items) item = visited(std::move(item));
     if (node.what != What::dictionary || node.hasOtherKeys()) return node;
@@ -396,7 +396,7 @@ struct StandardTypes {
   }
 };
 
-// Objects of the C interface: by the call for the kind of value, or by objects and messages.
+// Objects of the C interface, passed by the typed calls or by objects and messages.
 class CObjects {
  public:
   explicit CObjects(bool isTyped) : isTyped_(isTyped) {}
@@ -430,7 +430,7 @@ class CObjects {
            VELTRANO_DONE;
   }
 
-  // Calls `use` with the three functions for the kind of a scalar that is no text, and its value.
+  // Calls `use` with the three functions for a scalar that is not text, and its value.
   template <class Use>
   static auto withCallsFor(const Node& node, Use use) {
     const auto is = [&](What what) { return node.what == what; };
@@ -515,7 +515,7 @@ class CObjects {
 // ---- The comparison ----
 
 struct Comparison {
-  // `call` hands the trees in. `level` is how many containers count as open around each.
+  // `call` passes the trees. `level` is the number of containers that count as open around each.
   template <class Call>
   void operator()(const char* road, const Node& superProperties, const Node& properties, int level,
                   Call call) const {
@@ -531,12 +531,12 @@ struct Comparison {
     require(actual.has_value(), road, event);
     if (!event.contains("time")) event["time"] = actual->at("properties").at("time");
     const Json expected = {{"event", wellFormed(name)}, {"properties", event}};
-    // As text, in which an integer is none of the real numbers.
+    // Compared as text, which distinguishes integers from real numbers.
     require(expected.dump() == actual->dump(), road, expected, *actual);
   }
 
   World& world;
-  const Json& base;  // the properties that every event has
+  const Json& base;  // the properties of every event
   const std::string& name;
 };
 
@@ -572,7 +572,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     c.track(name, c.object(own).get(), world);
   });
 
-  // Braces of a few shapes, with values from the tree.
+  // Braced lists of a few shapes, with values from the tree.
   const std::string keys[] = {reader.text(), reader.text(), reader.text(), reader.text()};
   const Node nodes[] = {reader.node(), reader.node(), reader.node()};
   const HostValue a = OwnTypes::value(nodes[0]), b = OwnTypes::value(nodes[1]);

@@ -1,6 +1,6 @@
-// A host that gets the library into a state and then ends: ending_host STATE ENDING HOST
-// CERTIFICATE. A byte on its standard input says that its request has come. Just before it ends it
-// writes the time on the standard output.
+// A host that brings the library into a state and then ends: ending_host STATE ENDING HOST
+// CERTIFICATE. A byte on its standard input means that its request has arrived. It writes the time
+// to the standard output just before it ends.
 #include <dlfcn.h>
 #include <netdb.h>
 #include <openssl/ssl.h>
@@ -48,7 +48,7 @@ void noteTheEnd() {
   if (write(STDOUT_FILENO, &now, sizeof now) != sizeof now) abort();
 }
 
-// The state has been reached in code of the host's own, on this thread.
+// The state was reached in the host's code, on this thread.
 [[noreturn]] void stay() {
   if (ending == "thread") {
     noteTheEnd();
@@ -116,7 +116,7 @@ void reach() {
 
 }  // namespace
 
-// In the place of the C library's.
+// Interposes the C library's function.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* host,
                                                                   const char* port,
                                                                   const addrinfo* hints,
@@ -130,7 +130,7 @@ int main(int, char** arguments) {
   alarm(60);
   state = arguments[1];
   ending = arguments[2];
-  OPENSSL_init_ssl(0, nullptr);  // as a host might have, so that OpenSSL cleans up at exit
+  OPENSSL_init_ssl(0, nullptr);  // as a host might: makes OpenSSL clean up at exit
   veltrano::PosixOptions options;
   options.collectionHost = arguments[3];
   options.certificateAuthorities = arguments[4];

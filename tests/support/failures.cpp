@@ -47,7 +47,7 @@ char* curlStrdup(const char* text) {
   return fails() ? nullptr : strdup(text);
 }
 
-// Before anybody else initialises libcurl.
+// Before any other code initialises libcurl.
 const CURLcode initialized = curl_global_init_mem(CURL_GLOBAL_DEFAULT, curlMalloc, std::free,
                                                   curlRealloc, curlStrdup, curlCalloc);
 
@@ -71,7 +71,7 @@ namespace failures = veltrano::failures;
 
 #if defined(__has_feature)
 #if __has_feature(thread_sanitizer)
-#define VELTRANO_OTHER_NEW  // ThreadSanitizer brings its own
+#define VELTRANO_OTHER_NEW  // ThreadSanitizer's own
 #endif
 #endif
 

@@ -1,5 +1,5 @@
-// Makes what the library asks of the system fail when a test wants it to. The program has to be
-// linked with --wrap for each of the wrapped functions in failures.cpp.
+// Makes system calls and allocations of the library fail on request. Link the program with --wrap
+// for each wrapped function in failures.cpp.
 #pragma once
 
 #include <atomic>
@@ -15,10 +15,10 @@ inline const std::string kStuckName = "stuck.invalid";
 inline std::atomic<bool> areLookupsStuck{false};
 inline std::atomic<int> stuckLookups{0};
 
-/// From the allocation number `first` of the library on, counted from 0, `count` allocations fail:
-/// those of its threads, those of a thread that has set `isLibrarys`, and libcurl's.
+/// Makes `count` allocations of the library fail, starting with number `first`, counted from 0. The
+/// library's are those of its threads, of a thread that has set `isLibrarys`, and of libcurl.
 void failAllocations(int first, int count);
-/// Whether any has failed; none does afterwards.
+/// Stops that. Returns whether any allocation has failed.
 bool stopFailing();
 inline thread_local bool isLibrarys = false;
 

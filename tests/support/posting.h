@@ -1,4 +1,4 @@
-// Posts through a PosixURLSession and waits for what comes of them.
+// Posts through a PosixURLSession and waits for the outcome.
 #pragma once
 
 #include <chrono>
@@ -51,7 +51,7 @@ inline TLSServer::Reply answer(const std::string& status, const std::string& bod
                    "\r\n" + head + "\r\n" + body};
 }
 
-/// An interceptor that is a function.
+/// An interceptor made from a function.
 template <class Function>
 struct Interceptor final : ZKInterceptor {
   explicit Interceptor(Function body) : function(std::move(body)) {}

@@ -1,5 +1,4 @@
-// The library on the simulated platform, as a test sees it: everything it logged, sent and called
-// back, each with the virtual time at which it happened.
+// The library on the simulated platform, with everything that it logged, sent and called back.
 #pragma once
 
 #include <rapidjson/document.h>
@@ -33,7 +32,7 @@ struct SentPost {
   }
 };
 
-/// Makes a library on a simulated platform the process's one, for as long as it lives.
+/// A library on a simulated platform, and the process's library while this object lives.
 class Simulation {
  public:
   Simulation();
@@ -41,10 +40,10 @@ class Simulation {
   Simulation(const Simulation&) = delete;
   Simulation& operator=(const Simulation&) = delete;
 
-  /// Runs up to `seconds` of virtual time since the start.
+  /// Runs until `seconds` of virtual time since the start.
   void runUntil(double seconds) { platform.timeline.runUntil(durationFromSeconds(seconds)); }
 
-  /// Runs what is due now, without time passing.
+  /// Runs what is due now, without advancing the time.
   void settle() { platform.timeline.runUntil(platform.timeline.now()); }
 
   double now() const { return std::chrono::duration<double>(platform.timeline.now()).count(); }
@@ -56,7 +55,7 @@ class Simulation {
   /// A completion that adds its outcome to `completions` under `label`.
   Veltrano::FlushCompletion completion(std::string label);
 
-  /// The messages of the lines logged so far, without their prefix; forgets them.
+  /// Removes and returns the messages logged so far, without their prefix.
   std::vector<std::string> takeMessages();
 
   SimulatedPlatform platform;
@@ -69,7 +68,7 @@ class Simulation {
   Library* const replaced_ = Library::exchangeCurrent(&library_);
 };
 
-/// The value under `key` as compact JSON text; "absent" when there is none.
+/// The value of `key` as compact JSON; "absent" if there is none.
 std::string text(const rapidjson::Value& object, std::string_view key);
 
 }  // namespace veltrano::internal

@@ -63,7 +63,7 @@ void TLSServer::waitForConnectionEnds(int count) {
 }
 
 void TLSServer::accept() {
-  // The connections' threads inherit this, so that a client that goes away does not end the test.
+  // Inherited by the connections' threads, so that SIGPIPE does not kill the test.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGPIPE);
@@ -72,14 +72,14 @@ void TLSServer::accept() {
     const int connected = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
     const std::lock_guard lock(mutex_);
     if (stopping_) return;
-    if (connected == -1) continue;  // a test may have taken the descriptors away for a while
+    if (connected == -1) continue;  // a test may have used up the descriptors for a while
     sockets_.push_back(connected);
     connections_.emplace_back([this, connected] { serve(connected); });
   }
 }
 
 void TLSServer::serve(int socket) {
-  const int yes = 1;  // else a response waits until the client acknowledges the session tickets
+  const int yes = 1;  // otherwise a response waits for the client's ACK of the session tickets
   setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
   SSL* const tls = SSL_new(context_);
   SSL_set_fd(tls, socket);
@@ -105,7 +105,7 @@ void TLSServer::serve(int socket) {
   changed_.notify_all();
 }
 
-/// Whether TLS comes next.
+/// Returns whether to continue with TLS.
 bool TLSServer::actAsProxy(int socket) {
   if (!options_.asProxy) return true;
   std::string head;
@@ -127,7 +127,7 @@ void TLSServer::send(const Reply& reply, Write write) {
   }
 }
 
-/// Empty when the client ends the connection.
+/// Empty when the client closes the connection.
 std::string TLSServer::readRequest(SSL* tls) const {
   std::string text;
   std::size_t needed = std::string::npos;

@@ -15,24 +15,24 @@
 namespace veltrano::internal {
 
 struct TLSReply {
-  std::string bytes;  // the whole response, head and body; when empty, the client waits
+  std::string bytes;  // the whole response, head and body; empty: none, the client waits
   bool endsConnection = false;
-  std::string endless = {};  // sent over and over after `bytes`, until the client has enough
+  std::string endless = {};  // sent repeatedly after `bytes`, until the client closes
 };
 
 struct TLSServerOptions {
   TLSCertificate certificate = {};
-  int newestProtocol = 0;                // such as TLS1_1_VERSION; 0 for OpenSSL's newest
-  bool readsBodies = true;               // else requests are answered once their head has come
+  int newestProtocol = 0;                // such as TLS1_1_VERSION; 0: OpenSSL's newest
+  bool readsBodies = true;               // false: answers as soon as the head has arrived
   std::optional<TLSReply> asProxy = {};  // first answers a CONNECT, without TLS
 };
 
-/// An HTTPS server on the loopback interface that answers byte for byte what a test wants, and may
-/// cut connections at any point.
+/// An HTTPS server on the loopback interface. Tests choose every byte of its responses, and it can
+/// close connections at any point.
 class TLSServer {
  public:
   using Reply = TLSReply;
-  /// `number` counts the server's requests from 1. Called on threads of the server.
+  /// `number` counts the server's requests, from 1. Called on the server's threads.
   using Handler = std::function<Reply(int number)>;
 
   explicit TLSServer(Handler handler, TLSServerOptions options = {});
@@ -40,10 +40,10 @@ class TLSServer {
 
   std::string url() const;  // "https://127.0.0.1:port/path"
   int port() const { return port_; }
-  const std::string& authorities() const { return pemFile_; }  // a file for clients to trust
+  const std::string& authorities() const { return pemFile_; }  // the file that clients trust
   std::string pin() const { return publicKeyPin(context_); }
 
-  std::vector<std::string> requests() const;  // head and body, CONNECTs too, in order of arrival
+  std::vector<std::string> requests() const;  // head and body, including CONNECTs, as they arrived
   int connections() const;
   void waitForConnectionEnds(int count);
 
@@ -64,7 +64,7 @@ class TLSServer {
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<std::string> requests_;  // this and all below guarded by mutex_
+  std::vector<std::string> requests_;  // guarded by mutex_, like everything below
   std::vector<int> sockets_;
   std::vector<std::thread> connections_;
   int ended_ = 0;  // connections

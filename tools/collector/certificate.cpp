@@ -35,7 +35,7 @@ Certificate makeCertificate() {
   X509* const certificate = made.certificate.get();
   require(made.key && certificate != nullptr);
 
-  // Clients that trust two of these certificates at once tell them apart by the serial number.
+  // A random serial number distinguishes the certificates for clients that trust several.
   unsigned char random[sizeof(std::uint64_t)];
   require(RAND_bytes(random, sizeof random) == 1);
   std::uint64_t serial;

@@ -1,4 +1,4 @@
-// A certificate of the collector's own, made anew each time it starts.
+// The collector's self-signed certificate.
 #pragma once
 
 #include <openssl/evp.h>
@@ -17,21 +17,21 @@ struct Releaser {
   }
 };
 
-/// A self-signed certificate for this machine's loopback names, and its key.
+/// A certificate for this machine's loopback names, and its key.
 struct Certificate {
   std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>> key;
   std::unique_ptr<X509, Releaser<X509_free>> certificate;
 };
 
-/// Throws std::runtime_error when it cannot be made.
+/// Throws std::runtime_error on failure.
 Certificate makeCertificate();
 
-/// Writes the certificate as PEM, and its key, too, unless `keyFile` is empty. Throws
-/// std::runtime_error when either cannot be written.
+/// Writes the certificate and, unless `keyFile` is empty, its key as PEM. Throws std::runtime_error
+/// on failure.
 void writePEM(const Certificate& certificate, const std::filesystem::path& file,
               const std::filesystem::path& keyFile);
 
-/// Reads what `writePEM` wrote; neither member is set when one of the files cannot be read.
+/// Reads the files of `writePEM`. Both members are null if either file cannot be read.
 Certificate readPEM(const std::filesystem::path& file, const std::filesystem::path& keyFile);
 
 }  // namespace collector

@@ -15,7 +15,7 @@ namespace {
 
 constexpr char kJSON[] = "application/json";
 
-// Requests to any other path are counted together.
+// All other paths share one counter.
 std::string counterName(const std::string& path) {
   return path == "/track" || path == "/heartbeat" ? path.substr(1) : "other";
 }
@@ -74,7 +74,7 @@ void Collector::collect(const WireRequest& request, const SSL* connection,
     const std::lock_guard lock(mutex_);
     ++counters_[counterName(request.path)].received;
   }
-  // A request that is wrong is refused whatever fault has been set: it must not go unnoticed.
+  // Malformed requests are refused even while a fault is set, so that none goes unnoticed.
   WireMessage message;
   if (const auto reason = readRequest(request, message))
     return refuse(request, 400, *reason, response);
@@ -103,7 +103,7 @@ void Collector::refuse(const WireRequest& request, int status, const std::string
   response.set_content(reason + '\n', "text/plain");
 }
 
-// With mutex_ held, so that requests are reported in the order in which they count.
+// Called with mutex_ held, so that requests are reported in the order in which they are counted.
 void Collector::accept(const WireRequest& request, const WireMessage& message, const Fault& fault) {
   ++counters_[counterName(request.path)].accepted;
   if (message.body.IsArray()) eventsAccepted_ += message.body.Size();
@@ -119,7 +119,7 @@ void Collector::answer(const Fault& fault, const SSL* connection, httplib::Respo
     stopping_.wait_for(lock, fault.latency, [&] { return isStopping_; });
   }
   if (fault.drop) {
-    // The answer that the server then writes goes nowhere.
+    // The server's response is lost with the connection.
     ::shutdown(SSL_get_fd(connection), SHUT_RDWR);
     return;
   }

@@ -1,4 +1,4 @@
-// What the collection host does with each request.
+// Processes the collection host's requests.
 #pragma once
 
 #include <httplib.h>
@@ -19,20 +19,20 @@
 namespace collector {
 
 struct CollectorOptions {
-  std::optional<std::string> requiredToken;  // of heartbeats
-  bool isReadable = false;                   // lines for people instead of JSON
+  std::optional<std::string> requiredToken;  // for heartbeats
+  bool isReadable = false;                   // lines for humans instead of JSON
   FaultsByPath faults;
 };
 
-/// Checks, counts, reports and answers requests. Safe to call from any thread.
+/// Checks, counts, reports and answers requests. Thread-safe.
 class Collector {
  public:
-  /// Accepted requests go to `output`; `requestShutdown` is called when a client asks for the end.
+  /// Reports accepted requests to `output`. Calls `requestShutdown` when a client asks for it.
   Collector(CollectorOptions options, std::ostream& output, std::function<void()> requestShutdown);
 
   void handle(const WireRequest& request, const SSL* connection, httplib::Response& response);
 
-  /// Answers what is being held back, now.
+  /// Answers delayed requests at once.
   void stopWaiting();
 
  private:

@@ -79,7 +79,7 @@ void add(const Value& description, FaultsByPath& faults) {
   }
   if (path != "/track" && path != "/heartbeat") refuse("\"path\" is neither /track nor /heartbeat");
 
-  // Unless told otherwise, a request counts when its sender can see that it succeeded.
+  // By default, a request counts as accepted if its sender can see that it succeeded.
   const int lastSuccess = path == "/track" ? 200 : 299;
   fault.accept =
       accept.value_or(!fault.drop && !fault.truncate && fault.status.value_or(200) <= lastSuccess);

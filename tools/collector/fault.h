@@ -1,4 +1,4 @@
-// How the collector misbehaves on request.
+// The faults that the collector injects on request.
 #pragma once
 
 #include <chrono>
@@ -11,30 +11,30 @@
 
 namespace collector {
 
-/// How requests are answered while it lasts. Without any member set, as usual.
+/// How requests are answered. The default is the normal answer.
 struct Fault {
   std::optional<int> status;
   std::chrono::milliseconds latency{0};
-  bool drop = false;      // the connection is closed instead of an answer
-  bool truncate = false;  // the connection is closed amid the answer's body
+  bool drop = false;      // closes the connection instead of answering
+  bool truncate = false;  // closes the connection in the middle of the body
   std::optional<std::string> body;
   std::optional<std::string> retryAfter;
-  bool accept = true;                  // the request counts, however it is answered
-  std::optional<std::uint64_t> count;  // for so many requests, else until changed
+  bool accept = true;                  // counts and reports the request, whatever the answer
+  std::optional<std::uint64_t> count;  // for this many requests; absent: until replaced
 };
 
-/// The faults to come for each path, the next one first.
+/// The pending faults of each path, the next one first.
 using FaultsByPath = std::map<std::string, std::deque<Fault>>;
 
-/// Reads the faults that a JSON object, or an array of them, describes. An object of nothing but a
-/// path stands for no fault there. Throws std::invalid_argument, saying why.
+/// Parses a JSON object, or an array of them, as faults. An object with only a path clears that
+/// path's faults. Throws std::invalid_argument with a message.
 FaultsByPath parseFaults(std::string_view json);
 
-/// The JSON object that a text like "path=/track,status=503,count=2,drop" stands for. What follows
-/// "body=" belongs to it to the end.
+/// Converts text like "path=/track,status=503,count=2,drop" to a JSON object. The value of "body="
+/// extends to the end of the text.
 std::string faultJSON(std::string_view text);
 
-/// What the next request to the path meets.
+/// Removes and returns the fault for the next request to `path`.
 Fault takeFault(FaultsByPath& faults, const std::string& path);
 
 }  // namespace collector

@@ -31,29 +31,29 @@ struct Arguments {
 };
 
 void describe(CLI::App& app, Arguments& arguments) {
-  app.add_option("--port", arguments.port, "Port to listen on; 0 takes any that is free")
+  app.add_option("--port", arguments.port, "Port to listen on; 0 picks a free one")
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
   app.add_option("--certificate", arguments.certificateFile,
-                 "Where to write the certificate to trust; by default into a directory that is "
-                 "removed at the end");
+                 "Where to write the certificate to trust; by default a temporary file, removed on "
+                 "exit");
   app.add_option("--key", arguments.keyFile,
-                 "Where the certificate's key is kept; a collector that starts again with both "
-                 "files keeps its certificate")
+                 "Where to store the certificate's key; restart with both files to keep the "
+                 "certificate")
       ->needs("--certificate");
   app.add_option("--output", arguments.outputFile,
                  "Where to append accepted requests; by default the standard output");
   app.add_option_function<std::string>(
          "--format",
          [&arguments](const std::string& name) { arguments.options.isReadable = name != "json"; },
-         "json (a JSON object a line) or readable (an event a line)")
+         "json (one JSON object per line) or readable (one event per line)")
       ->check(CLI::IsMember({"json", "readable"}))
       ->default_str("json");
   app.add_option("--require-token", arguments.options.requiredToken,
                  "Refuse heartbeats without this token");
   app.add_option("--misbehave", arguments.faults,
-                 "A fault such as path=/track,status=503,count=2; several for one path follow each "
-                 "other")
+                 "A fault such as path=/track,status=503,count=2; repeat it to queue several for a "
+                 "path")
       ->allow_extra_args(false);
 }
 
@@ -82,7 +82,7 @@ void route(httplib::SSLServer& server, Collector& collector) {
                                    std::string body) {
     WireRequest wire{request.method, request.path, request.params, request.headers,
                      std::move(body)};
-    // The server's own additions.
+    // Added by the server.
     for (const char* name : {"REMOTE_ADDR", "REMOTE_PORT", "LOCAL_ADDR", "LOCAL_PORT"})
       wire.headers.erase(name);
     collector.handle(wire, request.ssl, response);
@@ -90,12 +90,13 @@ void route(httplib::SSLServer& server, Collector& collector) {
   const auto withoutBody = [handle](const httplib::Request& request, httplib::Response& response) {
     handle(request, response, {});
   };
-  // Read as it comes: a body that claims to be a form would otherwise be taken apart, or refused
-  // for its size before it is checked.
+  // Reads the raw body: otherwise the server would parse a body that claims to be a form, or refuse
+  // it for its size, before the check.
   const auto withBody = [handle](const httplib::Request& request, httplib::Response& response,
                                  const httplib::ContentReader& read) {
     std::string body;
-    // Parts would be taken apart, and without a length the reader waits for the connection's end.
+    // Multipart bodies would be parsed, and without a length the reader waits until the connection
+    // closes.
     const bool hasBody =
         !request.is_multipart_form_data() &&
         (request.has_header("Content-Length") || request.has_header("Transfer-Encoding"));
@@ -111,7 +112,7 @@ void route(httplib::SSLServer& server, Collector& collector) {
 }
 
 void run(const Arguments& arguments) {
-  // Threads inherit this, so that the signals wait for `sigwait` below.
+  // Inherited by all threads, so that only `sigwait` below receives the signals.
   sigset_t ends;
   sigemptyset(&ends);
   sigaddset(&ends, SIGTERM);
@@ -138,17 +139,17 @@ void run(const Arguments& arguments) {
 
   httplib::SSLServer server(certificate.certificate.get(), certificate.key.get());
   route(server, collector);
-  // Requests that are held back keep their thread.
+  // A delayed request occupies its thread.
   server.new_task_queue = [] { return new httplib::ThreadPool(32); };
   server.set_tcp_nodelay(true);
-  // The default would let two collectors share a port, and the requests.
+  // The default, SO_REUSEPORT, would let two collectors share a port.
   server.set_socket_options([](int socket) {
     const int yes = 1;
     ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
   });
   server.set_keep_alive_max_count(1'000'000);
-  // Also how long an idle connection can delay the end. Not a second: just then, the heartbeat of
-  // an application that has become active would cross the closing.
+  // Also limits how long an idle connection can delay the shutdown. Not one second: the heartbeat
+  // that follows activation by a second would race with the closing of the connection.
   server.set_keep_alive_timeout(3);
   server.set_payload_max_length(std::size_t{256} << 20);
 
@@ -162,7 +163,7 @@ void run(const Arguments& arguments) {
     server.listen_after_bind();
     ::kill(::getpid(), SIGTERM);
   });
-  // Stopping a server that is not running yet would have no effect.
+  // `stop` has no effect on a server that is not running yet.
   while (!server.is_running()) std::this_thread::yield();
 
   std::cerr << "A collection host for developers. It listens on this machine's loopback interface "
@@ -186,7 +187,7 @@ int main(int argc, char** argv) {
   collector::Arguments arguments;
   CLI::App app(
       "A collection host for developers. It listens on the loopback interface only, checks every "
-      "request against the wire format, and misbehaves on request.");
+      "request against the wire format, and injects faults on request.");
   collector::describe(app, arguments);
   CLI11_PARSE(app, argc, argv);
   try {

@@ -11,7 +11,7 @@ namespace {
 
 using rapidjson::Value;
 
-// Values nested deeper than this are hinted at. It also bounds the recursion.
+// Deeper values are abbreviated. Also bounds the recursion.
 constexpr int kMaximumDepth = 4;
 
 std::string readable(const Value& value, int depth = 0) {
@@ -43,7 +43,7 @@ std::string readable(const Value& value, int depth = 0) {
   return {buffer.GetString(), buffer.GetSize()};
 }
 
-// A control character in a name must not end the line, or steer the terminal.
+// Replaces control characters, which could break the line or control the terminal.
 std::string printable(std::string_view text) {
   std::string result(text);
   std::replace_if(
@@ -51,7 +51,7 @@ std::string printable(std::string_view text) {
   return result;
 }
 
-// The properties that the library adds to every event of its own accord.
+// Whether the library adds the property to every event itself.
 bool isLibrarys(std::string_view key) {
   constexpr std::string_view kKeys[] = {
       "time", "mp_lib", "lib_version", "uid", "app_id", "screen_orientation", "device_orientation"};
@@ -92,8 +92,8 @@ std::string jsonLine(const WireRequest& request, const WireMessage& message,
     writer.String(header->second);
   }
   writer.EndObject();
-  // Compact and well-formed as checked, so it stays on this line; and it may be nested too deep to
-  // be written value by value.
+  // Copied: the check has found it well-formed and compact, so it stays on one line, and writing it
+  // value by value could overflow the stack.
   writer.Key("body");
   writer.RawValue(message.json.data(), message.json.size(), rapidjson::kObjectType);
   writer.Key("received");

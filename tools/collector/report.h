@@ -1,4 +1,4 @@
-// What the collector writes about the requests that it accepted.
+// Reports accepted requests.
 #pragma once
 
 #include <chrono>
@@ -8,12 +8,12 @@
 
 namespace collector {
 
-/// One JSON object on one line: path, uid, headers, body, when it was received, in milliseconds
-/// since 1970, and the status of its answer, 0 when there is none.
+/// One JSON object on one line: path, uid, headers, body, the time of receipt in milliseconds since
+/// 1970, and the status of the answer (0: none).
 std::string jsonLine(const WireRequest& request, const WireMessage& message,
                      std::chrono::system_clock::time_point received, int answer);
 
-/// A line for each event, or one for the heartbeat, with what the host put in it.
+/// A line for each event, or for the heartbeat, with the properties that the host added.
 std::string readableLines(const WireRequest& request, const WireMessage& message);
 
 }  // namespace collector

@@ -16,7 +16,7 @@ using rapidjson::Value;
 
 constexpr std::size_t kMaximumRecords = 200;
 
-// Ends a check. Never leaves this file.
+// Thrown to end a check; caught in `readRequest`.
 struct Refusal {
   std::string reason;
 };
@@ -33,8 +33,8 @@ bool isUTF8(std::string_view text) {
   return true;
 }
 
-// What the decoder takes for Base64 is more than the strict form: the form is strict when encoding
-// gives it back.
+// Accepts strict Base64 only. The decoder accepts more, so the result has to encode to the same
+// text.
 std::string decodedBase64(std::string_view text) {
   std::string bytes(text.size() / 4 * 3 + 3, '\0');
   const int length =
@@ -86,7 +86,7 @@ void requireDistinctKeys(const Value& object, const std::string& where) {
             where + ": a key stands there twice");
 }
 
-// The two members that every message consists of, an event and its properties.
+// Checks a message's two members, "event" and "properties", and returns the latter.
 const Value& propertiesOf(const Value& record, const std::string& where) {
   require(record.IsObject(), where + ": not an object");
   require(record.MemberCount() == 2 && record.HasMember("event") && record.HasMember("properties"),
@@ -106,7 +106,7 @@ void checkBatch(const Value& batch) {
   for (rapidjson::SizeType i = 0; i < batch.Size(); ++i) {
     const std::string where = "record " + std::to_string(i);
     const Value& properties = propertiesOf(batch[i], where);
-    // Hosts may put values of any type in the place of "time" and "$wifi", but not take them away.
+    // Hosts may replace "time" and "$wifi" with values of any type, but not remove them.
     for (const char* key : {"time", "$wifi", "extra_json"})
       require(properties.HasMember(key), where + ": the property \"" + key + "\" is missing");
     const Value& extra = properties["extra_json"];

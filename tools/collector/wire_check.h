@@ -1,4 +1,4 @@
-// The wire format that the library must keep to, checked to the letter.
+// Checks requests strictly against the wire format.
 #pragma once
 
 #include <httplib.h>
@@ -9,7 +9,7 @@
 
 namespace collector {
 
-/// A request as HTTP delivers it.
+/// An HTTP request.
 struct WireRequest {
   std::string method;
   std::string path;
@@ -18,15 +18,15 @@ struct WireRequest {
   std::string body;
 };
 
-/// What a request says.
+/// The contents of a request.
 struct WireMessage {
   std::string uid;
   std::string json;
-  rapidjson::Document body;  // of `json`
+  rapidjson::Document body;  // `json`, parsed
 };
 
-/// Reads a request to "/track" or "/heartbeat". Returns, in one line, what is wrong with it;
-/// nothing when it keeps to the format.
+/// Parses a request to "/track" or "/heartbeat". Returns a one-line error message, or nothing if
+/// the request is valid.
 std::optional<std::string> readRequest(const WireRequest& request, WireMessage& message);
 
 }  // namespace collector

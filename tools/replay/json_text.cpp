@@ -66,7 +66,7 @@ class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> 
   }
 
   std::vector<Value>& values_;
-  std::vector<std::size_t> open_;  // the containers that are not closed yet, outermost first
+  std::vector<std::size_t> open_;  // open containers, outermost first
 };
 
 }  // namespace
@@ -79,7 +79,7 @@ JsonText::JsonText(std::string_view text) {
                               rapidjson::kParseNumbersAsStringsFlag |
                               rapidjson::kParseValidateEncodingFlag;
   const auto result = reader.Parse<kFlags>(stream, builder);
-  // The reader takes a zero byte for the end of the text.
+  // The reader stops at a zero byte, too.
   if (!result || stream.Tell() != text.size())
     throw ScenarioError("no JSON: " + std::string(rapidjson::GetParseError_En(result.Code())) +
                         " (column " + std::to_string(result.Offset() + 1) + ")");
@@ -100,7 +100,7 @@ Number parsedNumber(std::string_view text, std::string_view what) {
   Number number{};
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if constexpr (std::is_floating_point_v<Number>) {
-    // Too small is no error: the nearest number is 0.
+    // Underflow is not an error: the nearest number is 0.
     if (error == std::errc::result_out_of_range &&
         std::abs(std::strtod(std::string(text).c_str(), nullptr)) < 1)
       return std::copysign(Number(0), text.front() == '-' ? Number(-1) : Number(1));

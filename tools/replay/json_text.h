@@ -9,27 +9,27 @@
 
 namespace replay {
 
-/// What is wrong with a step; the message is for the scenario's author.
+/// An error in a step, with a message for the scenario's author.
 struct ScenarioError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// One JSON text, taken apart but with its numbers as they were written: a scenario tells `3` from
-/// `3.0`. Its values lie in one list, each behind the container that it is in, so no depth of
-/// nesting is a matter of the stack.
+/// A parsed JSON text that keeps numbers as they were written, because a scenario distinguishes `3`
+/// from `3.0`. Values are in one list, each after its container, so that deep nesting needs no
+/// recursion.
 class JsonText {
  public:
   enum class Kind { null, boolean, number, string, array, object };
 
   struct Value {
     Kind kind = Kind::null;
-    bool flag = false;               // of a boolean
-    std::string text;                // of a number or a string
-    std::vector<std::size_t> items;  // of an array or an object: places in the list
-    std::vector<std::string> keys;   // of an object, one for each item
+    bool flag = false;               // boolean
+    std::string text;                // number or string
+    std::vector<std::size_t> items;  // array or object: indices in the list
+    std::vector<std::string> keys;   // object: one for each item
   };
 
-  /// Throws ScenarioError when `text` is no JSON.
+  /// Throws ScenarioError when `text` is not JSON.
   explicit JsonText(std::string_view text);
 
   const Value& root() const { return values_.front(); }
@@ -39,17 +39,17 @@ class JsonText {
     return static_cast<std::size_t>(&value - values_.data());
   }
 
-  /// The value under `key` in `object`, or null. Of equal keys, the last one counts.
+  /// The value of `key` in `object`, or null. Among equal keys, the last one wins.
   const Value* find(const Value& object, std::string_view key) const;
 
  private:
   std::vector<Value> values_;
 };
 
-/// Whether a number was written without fraction and exponent.
+/// Whether a number is written without a fraction and an exponent.
 bool isIntegerText(std::string_view text);
 
-/// The number that `text` is. Throws ScenarioError, naming `what`, when it is out of range.
+/// Parses a number. Throws ScenarioError, naming `what`, when it is out of range.
 template <class Number>
 Number parsedNumber(std::string_view text, std::string_view what);
 

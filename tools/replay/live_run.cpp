@@ -19,7 +19,7 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-// Traces each post and hands it on.
+// Traces each post and forwards it.
 class TracingURLSession final : public veltrano::internal::ZKURLSessionManager {
  public:
   TracingURLSession(Trace& trace, veltrano::internal::ZKURLSessionManager& session)
@@ -36,7 +36,7 @@ class TracingURLSession final : public veltrano::internal::ZKURLSessionManager {
   veltrano::internal::ZKURLSessionManager& session_;
 };
 
-// Traces each writing and hands it on.
+// Traces each write and forwards it.
 class TracingDefaults final : public veltrano::internal::UserDefaults {
  public:
   TracingDefaults(Trace& trace, veltrano::internal::UserDefaults& defaults)
@@ -56,7 +56,7 @@ class TracingDefaults final : public veltrano::internal::UserDefaults {
   veltrano::internal::UserDefaults& defaults_;
 };
 
-// Wi-Fi as the scenario says, not as the machine has it.
+// Reports Wi-Fi as the scenario says.
 class ScriptedConnectivity final : public veltrano::internal::ZKConnectivityManager {
  public:
   bool isReachableOnWiFi() const override { return isOnWiFi; }
@@ -117,7 +117,7 @@ class LiveStage final : public Stage {
   void setDeviceOrientation(int value) override { posix_.device.setOrientation(value); }
   void postNotification(const std::string& name) override { posix_.notificationCenter.post(name); }
 
-  // A live scenario has no such steps.
+  // Live scenarios have no such steps.
   void setAnswer(const std::string&, const veltrano::internal::SimulatedAnswer&) override {}
   void jumpClock(veltrano::internal::Duration) override {}
 
@@ -143,7 +143,7 @@ class LiveStage final : public Stage {
   TracingURLSession session_{trace_, posix_.urlSession};
 };
 
-// A directory of this run's own; empty when there can be none.
+// A temporary directory; empty on failure.
 std::filesystem::path makeTemporaryDirectory() {
   std::string name = std::filesystem::temp_directory_path() / "veltrano-replay-XXXXXX";
   return mkdtemp(name.data()) != nullptr ? std::filesystem::path(name) : std::filesystem::path();

@@ -1,4 +1,4 @@
-// veltrano-replay: plays a scenario against the whole library and prints what happened.
+// veltrano-replay: plays a scenario against the library and prints its trace.
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -28,7 +28,7 @@ int runSimulated(const replay::Scenario& scenario, replay::Bodies bodies) {
   const bool hasEnded = replay::SimulatedWorld(write, bodies).play(scenario);
   std::fflush(stdout);
   if (!hasEnded) std::cerr << "the scenario runs away: too much happens after one step\n";
-  // At once, as a host's process ends: what the library still holds is not taken apart.
+  // Skips static destructors: whatever the library still holds is not torn down.
   std::_Exit(hasEnded ? 0 : kRunaway);
 }
 
@@ -44,13 +44,13 @@ int main(int argc, char** argv) {
   auto* host = app.add_option("--live", live.collectionHost,
                               "Play in real time against the collection host at HOST:PORT");
   app.add_option("--ca", live.certificateAuthorities,
-                 "Live: the certificates to trust, as a PEM file; the system's without it")
+                 "Live: the certificates to trust, as a PEM file; by default the system's")
       ->needs(host)
       ->check(CLI::ExistingFile);
   app.add_option("--defaults", live.userDefaultsFile,
-                 "Live: the file that keeps the user defaults; a temporary one without it")
+                 "Live: the file that stores the user defaults; by default a temporary one")
       ->needs(host);
-  app.add_option("--token", live.token, "Live: the token of the user's session; none without it")
+  app.add_option("--token", live.token, "Live: the user's session token; by default none")
       ->needs(host);
   CLI11_PARSE(app, argc, argv);
 

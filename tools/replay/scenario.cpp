@@ -14,7 +14,7 @@ namespace {
 
 using veltrano::internal::SimulatedAnswer;
 
-// An action that does not end the run.
+// Makes an action that never ends the run.
 template <class Work>
 Action always(Work work) {
   return [work = std::move(work)](Stage& stage) {
@@ -242,8 +242,8 @@ Configuration readConfiguration(const StepFields& fields, World world) {
   return configuration;
 }
 
-// The steps of a batch in their order, those of the batches in it among them; of any other step,
-// that step alone. Depth takes no stack.
+// The steps of a batch in order, with nested batches expanded; any other step by itself. Does not
+// recurse.
 std::vector<StepFields> flattened(const StepFields& step) {
   std::vector<StepFields> steps;
   std::vector<StepFields> waiting{step};  // the next one last
@@ -262,7 +262,7 @@ std::vector<StepFields> flattened(const StepFields& step) {
   return steps;
 }
 
-// Adds the step on one line to the scenario.
+// Parses one line and adds its step to the scenario.
 void readStep(const std::string& line, World world, bool isFirst, Scenario& scenario) {
   const JsonText json(line);
   const StepFields fields(json, json.root());

@@ -9,7 +9,7 @@
 
 namespace replay {
 
-/// Something that happens; false when the run ends there.
+/// Something that happens. Returns false to end the run.
 using Action = std::function<bool(Stage&)>;
 
 struct Step {
@@ -19,14 +19,14 @@ struct Step {
 
 struct Scenario {
   Configuration configuration;
-  std::vector<Step> steps;  // in the order of their times
+  std::vector<Step> steps;  // ordered by time
   bool hasEnd = false;      // whether one of them ends the run
 };
 
 enum class World { simulated, live };
 
-/// Reads a scenario for one of the two worlds, as JSON Lines. Throws ScenarioError, with the number
-/// of the line in its message, when a step is malformed.
+/// Reads a scenario for one of the two worlds, as JSON Lines. Throws ScenarioError, with the line
+/// number in its message, when a step is malformed.
 Scenario readScenario(std::istream& lines, World world);
 
 }  // namespace replay

@@ -59,7 +59,7 @@ class SimulatedWorld::SimulatedStage final : public Stage {
     platform_.network.answers[path] = answer;
   }
   void jumpClock(veltrano::internal::Duration distance) override {
-    // Far beyond any calendar, but no further than the arithmetic of clocks goes.
+    // The largest offset at which clock arithmetic cannot overflow.
     constexpr veltrano::internal::Duration kFarthest = std::chrono::seconds(4'000'000'000'000);
     auto& jumped = platform_.clock.jumped;
     jumped = std::clamp(jumped + distance, -kFarthest, kFarthest);

@@ -6,15 +6,15 @@
 
 namespace replay {
 
-/// A library on the simulated platform as the stage of scenarios, in virtual time. Makes that the
-/// process's library until the process ends.
+/// Plays scenarios in virtual time, with a library on the simulated platform. Installs it as the
+/// process's library for good.
 class SimulatedWorld {
  public:
-  /// Hands the lines of the trace to `write`.
+  /// Passes the lines of the trace to `write`.
   SimulatedWorld(const Trace::Write& write, Bodies bodies);
 
-  /// Plays a scenario, beginning now. False when it ran away: when so much happened after one step
-  /// that it would never end.
+  /// Plays a scenario, starting now. False when it ran away: one step caused so much to happen that
+  /// it would never end.
   bool play(const Scenario& scenario);
 
  private:

@@ -13,7 +13,7 @@
 
 namespace replay {
 
-/// How the platform is set up before anything happens.
+/// The initial state of the platform.
 struct Configuration {
   veltrano::internal::Duration startTime = std::chrono::seconds(1'700'000'000);
   veltrano::internal::ScreenSize screen{390, 844};
@@ -28,7 +28,7 @@ struct Configuration {
   std::map<std::string, double> defaults;
 };
 
-/// A change of what the device answers; what is absent stays as it is.
+/// A change of the device's state. Absent fields do not change.
 struct DeviceChange {
   std::optional<bool> isOnWiFi;
   std::optional<std::optional<std::string>> carrier;
@@ -36,7 +36,7 @@ struct DeviceChange {
   std::optional<std::string> advertisingIdentifier;
 };
 
-/// The outside world that a scenario plays in. Used on the main thread.
+/// The outside world of a scenario. Used on the main thread.
 class Stage {
  public:
   virtual ~Stage() = default;

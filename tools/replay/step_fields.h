@@ -12,8 +12,8 @@
 
 namespace replay {
 
-/// The fields of one step, or of an object in one. Each reader throws ScenarioError when its field
-/// is missing, of the wrong type or out of range.
+/// Reads the fields of a step, or of an object in it. Each reader throws ScenarioError when its
+/// field is missing, has the wrong type or is out of range.
 class StepFields {
  public:
   StepFields(const JsonText& json, const JsonText::Value& object);
@@ -27,7 +27,7 @@ class StepFields {
   std::int64_t integer(std::string_view key, std::int64_t lowest, std::int64_t highest) const;
   double number(std::string_view key) const;
 
-  /// Seconds, in whole microseconds.
+  /// A number of seconds, rounded to microseconds.
   veltrano::internal::Duration duration(std::string_view key) const;
 
   veltrano::HostValue value(std::string_view key) const;
@@ -39,7 +39,7 @@ class StepFields {
   StepFields object(std::string_view key) const;
   std::vector<StepFields> objects(std::string_view key) const;
 
-  /// The keys of this object, in their order.
+  /// The keys of this object, in order.
   const std::vector<std::string>& keys() const { return object_->keys; }
 
  private:

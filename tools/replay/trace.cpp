@@ -27,20 +27,20 @@ void writeMap(Writer& writer, const std::map<std::string, std::string>& map) {
   writer.EndObject();
 }
 
-// The JSON text in a body, "data=" and Base64 taken away.
+// The JSON in a body, without "data=" and Base64.
 std::string decodedBody(const std::string& body) {
   const std::string base64 = body.substr(body.find('=') + 1);
   std::string json(base64.size(), '\0');
   const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(json.data()),
                                    reinterpret_cast<const unsigned char*>(base64.data()),
                                    static_cast<int>(base64.size()));
-  // The padding decodes to zero bytes, which are no part of JSON.
+  // Padding decodes to zero bytes, which JSON never contains.
   json.resize(static_cast<std::size_t>(std::max(size, 0)));
   json.erase(json.find_last_not_of('\0') + 1);
   return json;
 }
 
-// Seconds with as many decimals as it takes.
+// Seconds with as many decimals as needed.
 std::string secondsText(veltrano::internal::Duration time) {
   char text[40];
   std::snprintf(text, sizeof text, "%" PRId64 ".%06" PRId64,

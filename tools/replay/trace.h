@@ -11,17 +11,17 @@
 
 namespace replay {
 
-/// How the bodies of posts stand in a trace: as they were sent, or decoded for people.
+/// How a trace shows the bodies of posts: as sent, or decoded for humans.
 enum class Bodies { asSent, decoded };
 
-/// Writes what happens as JSON Lines, each line whole and with the time at which it is written.
-/// Safe to use from any thread.
+/// Writes events as JSON Lines, each with the time at which it is written. Lines never mix.
+/// Thread-safe.
 class Trace {
  public:
   using Write = std::function<void(std::string_view)>;
 
-  /// `now` answers the time since the start of the scenario; `write` takes each line, line feed
-  /// included.
+  /// `now` returns the time since the start of the scenario. `write` gets each line, with its line
+  /// feed.
   Trace(std::function<veltrano::internal::Duration()> now, Write write, Bodies bodies);
 
   void logged(std::string_view line);
@@ -32,7 +32,7 @@ class Trace {
   void answered(std::string_view answer);
   void answered(bool answer);
 
-  /// Lets the line in progress be finished and no further one begin.
+  /// Waits for the current line and blocks all later ones.
   void close() { mutex_.lock(); }
 
  private:
@@ -42,7 +42,7 @@ class Trace {
   const std::function<veltrano::internal::Duration()> now_;
   const Write write_;
   const Bodies bodies_;
-  std::mutex mutex_;  // keeps the lines in the order of their times
+  std::mutex mutex_;  // keeps the lines ordered by time
 };
 
 }  // namespace replay

@@ -14,9 +14,8 @@ using veltrano::HostValue;
 using Value = JsonText::Value;
 using Kind = JsonText::Kind;
 
-// Reads values from the innermost outwards, so that the depth of a value takes no stack. A value
-// that stands for nothing is an error only where it is used: the field of a kind may be written in
-// a way that no value is.
+// Reads values from the innermost outwards, without recursion. An invalid value is an error only
+// where it is used, because the fields of a kind are not always values themselves.
 class ValueReader {
  public:
   ValueReader(const JsonText& json, const Value& root)
@@ -42,7 +41,7 @@ class ValueReader {
     std::optional<std::string> error;
   };
 
-  // The place behind everything in `value`.
+  // The index after `value` and everything in it.
   std::size_t endOf(const Value& value) const {
     const Value* last = &value;
     while (!last->items.empty()) last = &json_.at(last->items.back());
@@ -100,7 +99,7 @@ class ValueReader {
     return (this->*reader->second)(object);
   }
 
-  // The field `key` of a value's kind, of the JSON kind that it must have.
+  // The field `key` of a value's kind. Throws unless it has the JSON kind `kind`.
   const Value& field(const Value& object, std::string_view key, Kind kind) const {
     const Value* found = json_.find(object, key);
     if (found == nullptr || found->kind != kind)
@@ -178,7 +177,7 @@ class ValueReader {
 
   const JsonText& json_;
   const std::size_t first_;
-  std::vector<Read> read_;  // of the places from first_ on
+  std::vector<Read> read_;  // for the indices from first_ on
 };
 
 }  // namespace

@@ -5,11 +5,11 @@
 
 namespace replay {
 
-/// The property value that `value` stands for: plain JSON, or {"$": kind, ...} for what JSON has no
-/// form for. Throws ScenarioError when it stands for none.
+/// Converts plain JSON, or {"$": kind, ...} for values that JSON cannot represent, to a property
+/// value. Throws ScenarioError when `value` is neither.
 veltrano::HostValue readValue(const JsonText& json, const JsonText::Value& value);
 
-/// The map that an object stands for; `$` is a key like any other in it.
+/// Converts an object to a map. `$` is an ordinary key in it.
 veltrano::HostMap readMap(const JsonText& json, const JsonText::Value& object);
 
 }  // namespace replay

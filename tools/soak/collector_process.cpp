@@ -15,8 +15,8 @@
 namespace soak {
 namespace {
 
-// Below the ports that outgoing connections take: while the collector is away, one of those might
-// take its place, or even connect to itself.
+// Below the range of ephemeral ports: while the collector is down, an outgoing connection might
+// otherwise take its port, or even connect to itself.
 constexpr int kFirstPort = 15'000;
 constexpr int kPorts = 15'000;
 

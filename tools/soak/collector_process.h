@@ -1,4 +1,4 @@
-// A veltrano-collector that is started, stopped, killed and started again.
+// Starts, stops, kills and restarts a veltrano-collector.
 #pragma once
 
 #include <httplib.h>
@@ -10,27 +10,27 @@
 
 namespace soak {
 
-/// Keeps its port and certificate from start to start. Each start writes a record of its own. The
-/// process ends with the thread that started it.
+/// Keeps its port and certificate across restarts. Each start writes its own record. The process
+/// ends with the thread that started it.
 class CollectorProcess {
  public:
-  /// `directory` takes the certificate, the records and what the collector complains about.
+  /// `directory` stores the certificate, the records and the collector's complaints.
   CollectorProcess(std::string program, std::filesystem::path directory);
   ~CollectorProcess() { stop(SIGKILL); }
   CollectorProcess(const CollectorProcess&) = delete;
   CollectorProcess& operator=(const CollectorProcess&) = delete;
 
-  /// Returns once it answers. Throws std::runtime_error when it never does.
+  /// Returns when the collector answers. Throws std::runtime_error if it never does.
   void start();
-  /// Sends `signal`, which ends it, and waits for the end.
+  /// Sends `signal`, which has to be fatal, and waits for the process to end.
   void stop(int signal);
-  /// Posts faults to its controls, as JSON.
+  /// Injects faults, given as JSON.
   void misbehave(const std::string& faults);
 
   std::string host() const { return "localhost:" + std::to_string(port_); }
   std::filesystem::path certificate() const { return directory_ / "certificate.pem"; }
   const std::vector<std::filesystem::path>& records() const { return records_; }
-  /// How many requests it found malformed.
+  /// The number of requests that it refused as malformed.
   std::size_t complaints() const;
 
  private:

@@ -11,7 +11,7 @@ namespace {
 
 thread_local bool isReplacing = false;
 
-// What a request that its sender has given up may take to be recorded.
+// How much later the collector may record a request that its sender has given up on.
 constexpr std::chrono::seconds kLongestDelay{5};
 
 bool follows(std::string_view start, std::string_view text, std::size_t& number) {
@@ -27,7 +27,7 @@ bool isPutOff(int status) {
 }  // namespace
 
 Ledger::Ledger() {
-  // The run's memory is watched; growing in between would show there.
+  // Reserved, because the run's memory is measured and growth would show.
   fates_.reserve(std::size_t{1} << 22);
   uploads_.reserve(std::size_t{1} << 17);
 }
@@ -54,7 +54,7 @@ void Ledger::takeLogLine(std::string_view line) {
   } else if (follows("Got response: ", text, number)) {
     status_ = static_cast<int>(number);
   } else if (text.starts_with("Got the response from endpoint.") && isUploading_) {
-    isUploading_ = false;  // else the flush found nothing to upload
+    isUploading_ = false;  // was false if the flush found nothing to upload
     Upload& upload = uploads_.back();
     upload.finished = Clock::now();
     upload.isDelivered = text.ends_with("true");
@@ -118,7 +118,7 @@ Ledger::Result Ledger::check(const std::vector<std::filesystem::path>& records,
 void Ledger::checkRecord(const std::filesystem::path& record, Result& result) {
   std::ifstream file(record);
   for (std::string line; std::getline(file, line);) {
-    if (file.eof()) break;  // killed while it wrote the line, and so before it answered
+    if (file.eof()) break;  // killed while writing the line, so before answering
     rapidjson::Document request;
     request.Parse(line.data(), line.size());
     if (request.HasParseError()) {
@@ -147,7 +147,7 @@ void Ledger::checkBatch(const Batch& batch, Result& result) {
     ++result.violations["arrived in no upload"];
     return;
   }
-  // Within an upload, only what the collector put off is sent again.
+  // Within an upload, only requests answered with 502, 503 or 504 are retried.
   const bool isRetry = upload->lastAnswer >= 0;
   if (isRetry && !isPutOff(upload->lastAnswer))
     result.violations["repeated without a reason"] += batch.events.size();
@@ -159,9 +159,9 @@ void Ledger::checkBatch(const Batch& batch, Result& result) {
   }
 }
 
-// The upload that sent this batch: the first that was under way when it came and that would have
-// sent just this. An event that the collector has seen before keeps its place, so one that is sent
-// again once it has left the queue is in no upload.
+// The upload that sent this batch: the first that was in progress when the batch arrived and that
+// matches it. Known events keep their place, so an event that is sent again after it has left the
+// queue matches no upload.
 Ledger::Upload* Ledger::uploadOf(const Batch& batch) {
   constexpr std::chrono::milliseconds kPrecision{1};
   for (const auto delay : {Clock::duration::zero(), Clock::duration(kLongestDelay)}) {

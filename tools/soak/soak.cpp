@@ -1,6 +1,6 @@
-// veltrano-soak: a host whose eight threads track events for a while, as the library is used, while
-// its collection host fails in every way that the collector knows. Succeeds when every event has
-// arrived or been dropped in a documented way, and nothing else has come of it all.
+// veltrano-soak: a host whose eight threads track events while its collector fails in every way it
+// can. Succeeds when every event has arrived or was dropped in a documented way, and nothing else
+// went wrong.
 #include <signal.h>
 
 #include <algorithm>
@@ -31,12 +31,12 @@ using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kThreads = 8;
-// As long as the library may take for an upload, and then some.
+// More than the library may take for an upload.
 constexpr std::chrono::seconds kLongestUpload{70};
-// What may come and go: descriptors and threads of a connection, memory of calls that wait.
+// Tolerates a connection's descriptors and thread, and the memory of waiting calls.
 constexpr Usage kSlack{2, 1, 8 * 1024};
 
-// The same choices for the same seed.
+// Deterministic for a seed.
 class Choices {
  public:
   explicit Choices(std::uint64_t seed) : engine_(seed) {}
@@ -65,7 +65,7 @@ class Soak {
        std::uint64_t seed)
       : length_(length), seed_(seed), collector_(std::move(collectorProgram), directory) {}
 
-  /// On the main thread.
+  /// Call on the main thread.
   bool run();
 
  private:
@@ -87,16 +87,16 @@ class Soak {
   veltrano::PosixPlatform* platform_ = nullptr;
   Ledger ledger_;
   Completions completions_;
-  std::atomic<std::size_t> unbalanced_{0};      // statistics that did not add up
+  std::atomic<std::size_t> unbalanced_{0};      // inconsistent snapshots of the statistics
   std::atomic<unsigned> backgroundChanges_{0};  // odd while in the background
-  std::vector<std::size_t> tracked_ = std::vector<std::size_t>(kThreads + 1);  // each by its thread
-  // The controlling thread.
+  std::vector<std::size_t> tracked_ = std::vector<std::size_t>(kThreads + 1);  // one per thread
+  // Controlling thread only.
   std::size_t faults_ = 0, kills_ = 0, stops_ = 0, visits_ = 0;
   std::vector<Usage> samples_;
 };
 
-// What a completion holds, shared by its copies. The library has to call it, or to drop it with a
-// reason.
+// The state of a completion, shared by its copies. The library has to call the completion, or drop
+// it for a documented reason.
 class Soak::Completion {
  public:
   explicit Completion(Soak& owner) : soak_(owner), changesBefore_(owner.backgroundChanges_) {
@@ -195,7 +195,7 @@ void Soak::control() {
     threads.emplace_back([this, i](const std::stop_token& end) { trackAsThread(i, end); });
 
   Choices choices(seed_);
-  // Else heartbeats would be rare.
+  // Makes heartbeats frequent.
   collector_.misbehave(R"({"path":"/heartbeat","back_off_seconds":0.5,"count":1})");
   const auto end = Clock::now() + length_;
   auto nextAct = Clock::now();
@@ -212,7 +212,7 @@ void Soak::control() {
     std::this_thread::sleep_until(std::min(nextAct, nextSample));
   }
   threads.clear();
-  collector_.stop(SIGTERM);  // which answers what it holds back
+  collector_.stop(SIGTERM);  // answers delayed requests
   collector_.start();
   uploadTheRest();
 }
@@ -243,14 +243,14 @@ std::string Soak::fault(const char* path, Choices& choices) {
                                             "<html>",   "{\\\"back_off_seconds\\\":-1}"};
   ++faults_;
   std::string text = std::string("{\"path\":\"") + path + '"';
-  // Whether the collector counts what it does not answer well.
+  // Whether the collector accepts a request that it answers badly.
   bool accepts = choices.inPercent(50);
   switch (choices.below(7)) {
     case 0:
     case 1: {
       const int status = choices.of(kStatuses);
       text += ",\"status\":" + std::to_string(status);
-      if (status == 400) accepts = false;  // what is refused is not counted
+      if (status == 400) accepts = false;  // refused requests do not count
       if (status == 503 && choices.inPercent(50))
         text += ",\"retry_after\":\"" + std::to_string(choices.below(3)) + '"';
       break;
@@ -291,7 +291,7 @@ void Soak::visitBackground(milliseconds length) {
   ++backgroundChanges_;
 }
 
-// Waits until the step has been taken.
+// Waits until the step is done.
 void Soak::onMainThread(void (veltrano::PosixPlatform::*step)()) {
   std::promise<void> done;
   platform_->mainRunLoop().perform([&] {
@@ -301,7 +301,7 @@ void Soak::onMainThread(void (veltrano::PosixPlatform::*step)()) {
   done.get_future().get();
 }
 
-// More may come: heartbeats that were under way may have failed.
+// Retries, because heartbeats that fail meanwhile add events.
 void Soak::uploadTheRest() {
   for (int attempt = 0; attempt < 5; ++attempt) {
     const auto wasDelivered = std::make_shared<std::promise<bool>>();
@@ -376,7 +376,7 @@ int main(int argc, char** argv) {
       throw std::invalid_argument("usage: veltrano-soak COLLECTOR DIRECTORY SECONDS [SEED]");
     const std::chrono::seconds length(std::stol(argv[3]));
     const std::uint64_t seed = argc == 5 ? std::stoull(argv[4]) : std::random_device()();
-    // Never destroyed: the log's sink may be called as long as the process lives.
+    // Never destroyed: the log sink may be called until the process ends.
     return (new soak::Soak(argv[1], argv[2], length, seed))->run() ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception& error) {
     std::cerr << "veltrano-soak: " << error.what() << std::endl;

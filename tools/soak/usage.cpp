@@ -13,7 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 
 long entries(const fs::path& directory) {
-  std::error_code error;  // of a thread that has just ended
+  std::error_code error;  // if the thread has just ended
   const fs::directory_iterator list(directory, error);
   return error ? 0 : std::distance(begin(list), end(list));
 }
@@ -43,7 +43,7 @@ Usage usageNow() {
     if (name == "veltrano.net") usage.descriptors += entries(thread.path() / "fd");
   }
   long pages = 0;
-  std::ifstream("/proc/self/statm") >> pages >> pages;  // the second is the resident part
+  std::ifstream("/proc/self/statm") >> pages >> pages;  // the second field is the resident size
   usage.kibibytes = pages * sysconf(_SC_PAGESIZE) / 1024;
   return usage;
 }

@@ -1,4 +1,4 @@
-// What this process holds of the system, over time.
+// Measures this process's resources.
 #pragma once
 
 #include <vector>
@@ -6,12 +6,12 @@
 namespace soak {
 
 struct Usage {
-  long descriptors = 0;  // in the process's table, and in those of the library's network threads
+  long descriptors = 0;  // including the tables of the library's network threads
   long threads = 0;
   long kibibytes = 0;  // resident
 };
 
-/// Most of each among the samples from `begin` to `end`, which are shares of their number.
+/// The maximum of each among the samples from `begin` to `end`, fractions from 0 to 1.
 Usage most(const std::vector<Usage>& samples, double begin, double end);
 
 Usage usageNow();

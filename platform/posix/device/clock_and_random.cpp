@@ -19,7 +19,7 @@ std::chrono::seconds PosixClock::localTimeOffset(WallTime instant) const {
 }
 
 RandomBytes PosixRandomSource::bytes() {
-  // The kernel's own, which takes no library to be set up on the host's main thread.
+  // From the kernel: needs no library initialised on the host's main thread.
   RandomBytes bytes;
   if (getentropy(bytes.data(), bytes.size()) == 0) return bytes;
   std::random_device device;

@@ -20,7 +20,7 @@ namespace {
 
 using Fields = std::vector<std::string_view>;
 
-// Cuts the first line off `text` and gives its fields.
+// Removes the first line from `text` and returns its fields.
 Fields takeLine(std::string_view& text) {
   const auto end = text.find('\n');
   std::string_view line = text.substr(0, end);
@@ -47,10 +47,10 @@ bool isZero(std::string_view digits) {
   return !digits.empty() && digits.find_first_not_of('0') == std::string_view::npos;
 }
 
-// How one table lays out its lines.
+// The columns of a route table.
 struct Layout {
   std::size_t destination;
-  std::size_t prefix;  // the mask or the length of the prefix
+  std::size_t prefix;  // the mask (IPv4) or the prefix length (IPv6)
   std::size_t flags;
   std::size_t metric;
   int metricBase;
@@ -81,7 +81,7 @@ std::string defaultRouteInterface(std::string_view routes, const Layout& layout)
   return best;
 }
 
-// A socket that receives a message for each change of routes or interfaces; -1 when not permitted.
+// A socket that receives a message for each change of routes or interfaces; -1 if not permitted.
 int openChanges() {
   const int changes = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
   if (changes < 0) return -1;
@@ -94,7 +94,7 @@ int openChanges() {
   return -1;
 }
 
-// Takes one message, which says no more than that something changed. An overrun says the same.
+// Receives one message. Its content does not matter: something changed. An overrun means the same.
 bool receiveChange(int changes, int flags) {
   char message[1];
   return recv(changes, message, sizeof message, flags | MSG_TRUNC) >= 0 || errno == ENOBUFS ||
@@ -104,7 +104,7 @@ bool receiveChange(int changes, int flags) {
 }  // namespace
 
 void PosixConnectivity::startWatching() {
-  const int changes = openChanges();  // before the first look, so that no change is missed
+  const int changes = openChanges();  // before the first look, so as to miss no change
   look();
   if (changes >= 0 && !startBackgroundThread("veltrano-net", [this, changes] { watch(changes); }))
     close(changes);
@@ -117,7 +117,7 @@ void PosixConnectivity::look() {
         defaultRouteInterface(table("/proc/net/route"), table("/proc/net/ipv6_route"));
     isOnWiFi_.store(isWirelessLinkUp(interface, "/sys"), std::memory_order_relaxed);
   } catch (const std::bad_alloc&) {
-    // The last answer stays until the next change.
+    // Keeps the last result until the next change.
   }
 }
 
@@ -141,7 +141,7 @@ bool isWirelessLinkUp(const std::string& interface, const std::string& sysfs) {
   const bool isWireless = access((description + "/wireless").c_str(), F_OK) == 0 ||
                           access((description + "/phy80211").c_str(), F_OK) == 0;
   if (!isWireless) return false;
-  // Drivers that do not tell the state leave it unknown.
+  // Some drivers do not report the state.
   const std::string state = readFile(description + "/operstate").contents.value_or("unknown");
   return state.starts_with("up") || state.starts_with("unknown");
 }

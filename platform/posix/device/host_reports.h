@@ -1,5 +1,5 @@
-// What the host reports about itself and the device. Every object keeps the latest report, and is
-// safe to use from any thread.
+// What the host reports about itself and the device. Each object stores the latest report.
+// Everything here is thread-safe.
 #pragma once
 
 #include <atomic>
@@ -49,11 +49,11 @@ class PosixDevice final : public Device {
   std::string systemVersion_;
   std::string machine_;
   mutable std::mutex mutex_;
-  ScreenSize screenSize_;  // guarded by mutex_; read once in a process, so nobody waits
+  ScreenSize screenSize_;  // guarded by mutex_; read once per process
   std::atomic<int> orientation_{0};
 };
 
-/// A text that may be absent. Reading an absent one takes no lock.
+/// Optional text. Reading absent text takes no lock.
 class ReportedText {
  public:
   void set(std::optional<std::string> text);
@@ -88,7 +88,7 @@ class PosixTracking final : public ATTrackingManager {
 
 class PosixIdentifiers final : public ASIdentifierManager {
  public:
-  /// Anything but the text of a UUID counts as none.
+  /// Anything that is not a UUID counts as none.
   void setAdvertisingIdentifier(std::optional<std::string> identifier);
 
   std::string advertisingIdentifier() const override;
@@ -96,8 +96,5 @@ class PosixIdentifiers final : public ASIdentifierManager {
  private:
   ReportedText identifier_;
 };
-
-/// The canonical text of the UUID that `text` stands for; none when it stands for none.
-std::optional<std::string> canonicalUUID(std::string_view text);
 
 }  // namespace veltrano::internal

@@ -13,14 +13,14 @@
 namespace veltrano::internal {
 namespace {
 
-// Blocks SIGPIPE on this thread and consumes one that is raised meanwhile. A write into a pipe that
-// nobody reads would end the host otherwise.
+// Blocks SIGPIPE on this thread and consumes one raised meanwhile. Otherwise writing to a pipe
+// without a reader would end the host.
 class WithoutBrokenPipeSignal {
  public:
   WithoutBrokenPipeSignal() {
     sigset_t pending;
     sigpending(&pending);
-    if (sigismember(&pending, SIGPIPE) != 0) return;  // blocked already, and the host's own
+    if (sigismember(&pending, SIGPIPE) != 0) return;  // the host's: blocked already and pending
     sigemptyset(&brokenPipe_);
     sigaddset(&brokenPipe_, SIGPIPE);
     isActive_ = pthread_sigmask(SIG_BLOCK, &brokenPipe_, &before_) == 0;
@@ -54,7 +54,7 @@ void PosixStandardOutput::writeLine(std::string_view line) {
   std::string text(line);
   text += '\n';
   const WithoutBrokenPipeSignal guard;
-  // One call under the stream's lock, so that lines stay whole.
+  // One call, which locks the stream, so that lines stay whole.
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::fflush(stdout);
 }

@@ -7,7 +7,7 @@
 
 namespace veltrano::internal {
 
-/// Writes to `stdout`, or to `sink` when there is one; what the sink throws is dropped.
+/// Writes to `stdout`, or to `sink` if there is one. Drops the sink's exceptions.
 class PosixStandardOutput final : public StandardOutput {
  public:
   explicit PosixStandardOutput(std::function<void(std::string_view)> sink);

@@ -11,13 +11,13 @@
 
 namespace veltrano::internal {
 
-/// Asks the host for the token of the user's session.
+/// Asks the host for the user's session token.
 class ZKAuthTokenRepository final : public SessionTokenProvider {
  public:
   explicit ZKAuthTokenRepository(std::function<std::optional<std::string>()> hostsToken)
       : hostsToken_(std::move(hostsToken)) {}
 
-  /// None as well when the host's function throws.
+  /// None if the host's function throws.
   std::optional<std::string> sessionToken() const override {
     std::optional<std::string> token;
     if (hostsToken_ && !isForkedChild()) dropExceptions([&] { token = hostsToken_(); });

@@ -11,20 +11,20 @@
 
 #include "platform/posix/http/exit_gate.h"
 
-// Not null when ThreadSanitizer is there. NOLINTNEXTLINE(readability-identifier-naming)
+// Not null under ThreadSanitizer. NOLINTNEXTLINE(readability-identifier-naming)
 extern "C" void __tsan_init() __attribute__((weak));
 
 namespace veltrano::internal {
 namespace {
 
-// How often the thread looks up from a silent peer, to see whether it is to stop.
+// How often the thread checks whether it has to stop while the peer is silent.
 constexpr std::chrono::milliseconds kLongestPoll{200};
 
-// Gives this thread a descriptor table of its own: libcurl opens descriptors that executed programs
-// would inherit. The host's descriptors are closed in it, so that a pipe still ends when the host
-// closes it; the standard error stays for crash reports. The thread keeps the process's table where
-// the system does not permit this, and under ThreadSanitizer, which tells descriptors apart by
-// their numbers only.
+// Gives this thread its own descriptor table, because libcurl opens descriptors that executed
+// programs would inherit. Closes the host's descriptors in it, so that a pipe still ends when the
+// host closes it, except for the standard error, which crash reports use. Best effort: the thread
+// keeps the shared table where the system refuses, and under ThreadSanitizer, which identifies
+// descriptors by number alone.
 void separateDescriptors() {
   if (__tsan_init != nullptr) return;
   if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_UNSHARE) != 0) return;
@@ -44,7 +44,7 @@ HTTPClient::HTTPClient(const URLSessionOptions& options) : options_(options) {
 HTTPClient::~HTTPClient() {
   const ExitGate::Inside inside;
   multi_.reset();
-  OPENSSL_thread_stop();  // here, since exit does not wait for the end of the thread
+  OPENSSL_thread_stop();  // inside the gate, because exit does not wait for the thread to end
 }
 
 bool HTTPClient::setUp() {
@@ -54,8 +54,8 @@ bool HTTPClient::setUp() {
   return multi_ && curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, 1L) == CURLM_OK;
 }
 
-// A connection on which something arrives between two requests is being closed by the server.
-// libcurl takes the closing message for a sign of life as long as it can be read.
+// If data arrives on an idle connection, the server is closing it. libcurl would take the closing
+// message for a sign that the connection is alive.
 void HTTPClient::endDeadConnections() const {
   for (const curl_socket_t socket : sockets_) {
     char bytes[1024];
@@ -81,7 +81,7 @@ TransferResult HTTPClient::send(const Attempt& attempt, const std::atomic<bool>&
     inside.wait([&] {
       if (curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(kLongestPoll.count()),
                           nullptr) != CURLM_OK)
-        std::this_thread::sleep_for(kLongestPoll);  // rather than spin
+        std::this_thread::sleep_for(kLongestPoll);  // avoids a busy loop
     });
   }
   CURLcode code = CURLE_OPERATION_TIMEDOUT;

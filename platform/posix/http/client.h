@@ -10,16 +10,15 @@
 
 namespace veltrano::internal {
 
-/// Sends requests over HTTPS, one after the other, and keeps the connection for the next. For one
-/// thread, to which it gives a descriptor table of its own.
+/// Sends HTTPS requests one at a time over a reused connection. Used by one thread, to which the
+/// constructor gives its own descriptor table.
 class HTTPClient {
  public:
   explicit HTTPClient(const URLSessionOptions& options);
   ~HTTPClient();
   HTTPClient(const HTTPClient&) = delete;
 
-  /// Performs one attempt, by its deadline. `isStopped` may be set by any thread, which ends it
-  /// soon.
+  /// Performs one attempt, until its deadline. Ends soon after any thread sets `isStopped`.
   TransferResult send(const Attempt& attempt, const std::atomic<bool>& isStopped);
 
  private:
@@ -27,7 +26,7 @@ class HTTPClient {
   void endDeadConnections() const;
 
   const URLSessionOptions& options_;
-  std::vector<curl_socket_t> sockets_;  // those that are open; outlive the handle below
+  std::vector<curl_socket_t> sockets_;  // the open ones; has to outlive multi_
   std::unique_ptr<CURLM, CURLMcode (*)(CURLM*)> multi_{nullptr, curl_multi_cleanup};
 };
 

@@ -13,10 +13,9 @@
 namespace veltrano::internal {
 namespace {
 
-constexpr std::size_t kMostPosts = 256;  // later ones fail
-constexpr std::size_t kMostReports =
-    256;  // later ones are dropped, when the host is slow to take them
-// How long after its limit an attempt that libcurl has not ended is reported without it.
+constexpr std::size_t kMostPosts = 256;    // later ones fail
+constexpr std::size_t kMostReports = 256;  // later ones are dropped while the host is slow
+// How long after its deadline a transfer that libcurl has not ended is reported as timed out.
 constexpr std::chrono::milliseconds kGrace{250};
 
 URLRequest outgoingRequest(const PostRequest& post) {
@@ -62,7 +61,7 @@ TransportError transportError(CURLcode code) noexcept {
   try {
     return {curl_easy_strerror(code), kindOf(code)};
   } catch (...) {
-    return {"out of memory", kindOf(code)};  // short enough to need none
+    return {"out of memory", kindOf(code)};  // short enough not to allocate
   }
 }
 
@@ -98,7 +97,7 @@ void Endpoint::post(PostRequest& request, URLSessionCallback& callback) noexcept
   try {
     added.emplace_back();
   } catch (...) {
-    // Memory is short; there may be a spare one.
+    // Out of memory; there may be a spare one.
   }
   {
     const std::lock_guard lock(mutex_);
@@ -134,7 +133,7 @@ void Endpoint::post(PostRequest& request, URLSessionCallback& callback) noexcept
     }
     if (isStopped_) return;
   }
-  // There is neither memory nor a thread to defer the callback to.
+  // Without memory or a thread, the callback cannot be deferred.
   TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
   callBack(callback, result);
 }
@@ -147,7 +146,7 @@ void Endpoint::close() {
 bool Endpoint::shutDown(Clock::time_point deadline) {
   Lock lock(mutex_);
   const bool isComplete = changed_.wait_until(lock, deadline, [&] { return isFinished(); });
-  isStopped_ = true;  // what is left fails now
+  isStopped_ = true;  // the remaining posts fail now
   changed_.notify_all();
   changed_.wait_until(lock, Clock::now() + kGrace, [&] {
     return isFinished() && !preparerRuns_ && !senderRuns_ && !reporterRuns_;
@@ -156,7 +155,7 @@ bool Endpoint::shutDown(Clock::time_point deadline) {
   return isComplete;
 }
 
-// Starts the thread unless it runs. Called with mutex_ held.
+// Starts the thread unless it is running. Called with mutex_ held.
 bool Endpoint::ensureThread(bool& isRunning, std::string_view name, void (Endpoint::*work)()) {
   if (isRunning || isStopped_) return isRunning;
   try {
@@ -177,7 +176,7 @@ bool Endpoint::ensureThread(bool& isRunning, std::string_view name, void (Endpoi
   return isRunning;
 }
 
-// A thread that the host's code has ended, with pthread_exit, is replaced.
+// Replaces a thread that the host's code ended with pthread_exit.
 void Endpoint::endThread(bool& isRunning, std::string_view name, void (Endpoint::*work)()) {
   if (isForkedChild()) return;
   const std::lock_guard lock(mutex_);
@@ -193,7 +192,7 @@ void Endpoint::prepareAttempts() {
     lock.unlock();
     TransferResult result;
     result.error = prepare(*post);
-    if (isForkedChild()) return;  // the interceptor has forked, and gone on in the child
+    if (isForkedChild()) return;  // the interceptor forked, and this is the child
     result.attempt.failedToConnect =
         result.error == CURLE_COULDNT_RESOLVE_HOST || result.error == CURLE_COULDNT_RESOLVE_PROXY;
     lock.lock();
@@ -248,8 +247,8 @@ void Endpoint::reportOutcomes() {
   }
 }
 
-// The next post whose turn in this stage has come, for the calling thread to work on without the
-// lock. Null when the thread is to end.
+// Waits for the next post that is due in `stage`. The calling thread may use it without the lock.
+// Null when the thread has to end.
 Endpoint::Post* Endpoint::take(Lock& lock, Stage stage) {
   while (!isStopped_) {
     const auto now = Clock::now();
@@ -319,7 +318,7 @@ CURLcode Endpoint::lookUp(Post& post) {
   return CURLE_OK;
 }
 
-// Decides what comes after an attempt. Called with mutex_ held.
+// The stage that follows an attempt. Called with mutex_ held.
 Endpoint::Stage Endpoint::settle(Post& post, TransferResult result) {
   const auto now = Clock::now();
   if (result.lacksAddresses && !std::exchange(looksUpHost_, true)) return Stage::preparing;
@@ -337,7 +336,7 @@ Endpoint::Stage Endpoint::settle(Post& post, TransferResult result) {
   return Stage::over;
 }
 
-// What the host is told of an attempt, if anything. Called with mutex_ held.
+// The report on an attempt, if the host wants one. Called with mutex_ held.
 std::list<TransferReport> Endpoint::reportsOf(const Post& post, const TransferResult& result,
                                               bool willRetry) const {
   std::list<TransferReport> reports;
@@ -360,7 +359,7 @@ std::list<TransferReport> Endpoint::reportsOf(const Post& post, const TransferRe
   return reports;
 }
 
-// Takes the oldest report to the host. False when the host has forked, and gone on in the child.
+// Calls the host with the oldest report. False in a child that the callback forked.
 bool Endpoint::tell(Lock& lock) {
   std::list<TransferReport> taken;
   taken.splice(taken.end(), reports_, reports_.begin());
@@ -374,7 +373,7 @@ bool Endpoint::tell(Lock& lock) {
   return true;
 }
 
-// False when the callback has forked, and gone on in the child.
+// False in a child that the callback forked.
 bool Endpoint::report(Lock& lock, Posts::iterator post) {
   std::list<TransferReport> reports;
   TransferResult result;
@@ -404,7 +403,7 @@ bool Endpoint::report(Lock& lock, Posts::iterator post) {
   return true;
 }
 
-// Takes a post out, for the caller to destroy without the lock. Called with mutex_ held.
+// Removes a post. The caller destroys it without the lock. Called with mutex_ held.
 Endpoint::Post Endpoint::remove(Posts::iterator post) {
   Post removed = std::exchange(*post, Post());
   if (spare_.empty()) {

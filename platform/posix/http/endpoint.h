@@ -17,20 +17,19 @@
 namespace veltrano::internal {
 
 /// The posts to one endpoint, on three threads. The first prepares attempts and may block in the
-/// interceptor or in a name lookup; the second sends them, one after the other; the third calls
-/// back, and reports a post that is stuck on one of the others when its time is up.
+/// interceptor or in a name lookup. The second sends them one at a time. The third calls back, and
+/// reports a timeout for a post that is stuck on one of the others.
 class Endpoint : public std::enable_shared_from_this<Endpoint> {
  public:
   explicit Endpoint(const URLSessionOptions& options);
 
-  /// Starts the thread that calls back; it ends with `shutDown`. False when there is no thread to
-  /// be had.
+  /// Starts the thread that calls back, until `shutDown`. False when no thread can be started.
   bool start();
 
   /// As `ZKURLSessionManager::postData`.
   void post(PostRequest& request, URLSessionCallback& callback) noexcept;
 
-  /// Takes no more posts: new ones fail.
+  /// New posts fail from now on.
   void close();
 
   /// As `PosixURLSession::shutDown`; `close` comes first.
@@ -47,13 +46,13 @@ class Endpoint : public std::enable_shared_from_this<Endpoint> {
     RetryRules rules;
     std::int32_t retries = 0;
     Clock::time_point deadline;  // of the whole request
-    Clock::time_point limit;     // when its time is reported to be up, whoever still uses it
-    Clock::time_point due;       // when the stage may begin
-    Clock::time_point began;     // when the stage's thread took it
-    Clock::duration spent{};     // in the stages of this attempt that are over
+    Clock::time_point limit;     // when a timeout is reported, even if the post is in use
+    Clock::time_point due;       // when the stage may start
+    Clock::time_point began;     // when the stage's thread took the post
+    Clock::duration spent{};     // in the earlier stages of this attempt
     Stage stage = Stage::preparing;
     bool isInUse = false;     // by the stage's thread, without the lock
-    bool isReported = false;  // the rest of the post waits for the end of its use
+    bool isReported = false;  // called back; removed once it is no longer in use
     Attempt attempt;
     TransferResult result;
   };
@@ -79,18 +78,18 @@ class Endpoint : public std::enable_shared_from_this<Endpoint> {
   void wait(Lock& lock, Clock::time_point until);
 
   const URLSessionOptions options_;
-  NameLookup names_;                    // the preparing thread
+  NameLookup names_;                    // preparing thread
   std::atomic<bool> isStopped_{false};  // changed under mutex_
 
   std::mutex mutex_;  // guards everything below
   std::condition_variable changed_;
   Posts posts_;
-  Posts spare_;                        // one for a post that comes when memory is short
+  Posts spare_;                        // one node, for a post that arrives when memory runs out
   std::list<TransferReport> reports_;  // for the host, oldest first
   std::minstd_rand random_;
-  bool looksUpHost_;  // besides the proxy
+  bool looksUpHost_;  // in addition to the proxy
   bool isClosed_ = false;
-  bool isSilent_ = false;  // nothing is called back any more
+  bool isSilent_ = false;  // no more callbacks
   bool isCallingBack_ = false;
   bool preparerRuns_ = false;
   bool senderRuns_ = false;

@@ -15,8 +15,8 @@
 namespace veltrano::internal {
 namespace {
 
-// The longest that the host's exit is held up. A network thread is inside libcurl for microseconds
-// at a time and never waits there for a peer, but other threads may keep it from the processor.
+// The longest delay of the host's exit. A network thread spends microseconds at a time inside
+// libcurl and never waits for a peer there, but it may be preempted.
 constexpr std::chrono::milliseconds kLongestWait{2000};
 
 struct Gate {
@@ -31,7 +31,7 @@ Gate& gate() {
   return only;
 }
 
-// A child must not find the locks of libcurl and OpenSSL held by threads that it does not have.
+// A child must not inherit locks of libcurl and OpenSSL held by threads that it does not have.
 void beforeFork() {
   std::unique_lock lock(gate().mutex);
   gate().left.wait_for(lock, kLongestWait, [] { return gate().inside == 0; });
@@ -44,20 +44,20 @@ void afterFork() {
 
 [[noreturn]] void park(std::unique_lock<std::mutex>& lock) {
   lock.unlock();
-  // Not by returning: the end of the thread would run OpenSSL's destructor for it.
+  // Never returns: ending the thread would run OpenSSL's thread-local destructor.
   for (;;) pause();
 }
 
 }  // namespace
 
 void ExitGate::closeAtExit() noexcept {
-  // Handlers run latest first. OpenSSL's own, if the host has had it registered, is therefore
-  // older than ours and runs later; if not, it is never registered at all.
+  // Exit handlers run in reverse order. If the host registered OpenSSL's, it is older than ours and
+  // runs later; otherwise INIT_NO_ATEXIT keeps it from ever being registered.
   static std::atomic<bool> isRegistered{false};
   if (isRegistered.exchange(true)) return;
   if (OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) != 1 || std::atexit(close) != 0 ||
       pthread_atfork(beforeFork, afterFork, afterFork) != 0)
-    isRegistered = false;  // for want of memory; the next post tries again
+    isRegistered = false;  // out of memory; the next post retries
 }
 
 void ExitGate::pass() {
@@ -78,7 +78,7 @@ void ExitGate::leave() {
 }
 
 void ExitGate::close() {
-  if (isForkedChild()) return;  // none of these threads are here
+  if (isForkedChild()) return;  // the threads do not exist here
   std::unique_lock lock(gate().mutex);
   gate().isClosed = true;
   gate().left.wait_for(lock, kLongestWait, [] { return gate().inside == 0; });

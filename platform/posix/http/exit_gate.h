@@ -2,20 +2,20 @@
 
 namespace veltrano::internal {
 
-/// Keeps the library's threads out of libcurl, OpenSSL and the host once the process exits, when
-/// what these use may be torn down. Exit waits only for a thread that is in libcurl, and that works
-/// without waiting for a peer.
+/// Keeps the library's threads out of libcurl, OpenSSL and the host's code while the process exits
+/// and their state may be destroyed. Exit waits only for a thread inside libcurl, which never waits
+/// for a peer there.
 class ExitGate {
  public:
-  /// Closes the gate when the process exits, and has OpenSSL leave its state alone then. From any
-  /// thread, before a network thread is started.
+  /// Registers the gate to close at exit, and keeps OpenSSL from cleaning up then. Thread-safe;
+  /// call it before starting a network thread.
   static void closeAtExit() noexcept;
 
-  /// Before the host is called: returns at once, or never when the process is exiting.
+  /// Call before calling the host. Returns at once, or never while the process exits.
   static void pass();
 
-  /// Exists while its thread is in libcurl. The constructor and the end of `wait` block for good
-  /// when the process is exiting.
+  /// Exists while its thread is inside libcurl. The constructor and the end of `wait` never return
+  /// while the process exits.
   class Inside {
    public:
     Inside() { enter(); }
@@ -23,7 +23,7 @@ class ExitGate {
     Inside(const Inside&) = delete;
     Inside& operator=(const Inside&) = delete;
 
-    /// Calls `function`, for which exit does not wait.
+    /// Calls `function` outside the gate: exit does not wait for it.
     template <class Function>
     void wait(Function function) {
       leave();

@@ -26,7 +26,7 @@ std::string part(CURLU* url, CURLUPart which) {
   return std::unique_ptr<char, Free>(text).get();
 }
 
-// Separated by commas; empty when there are none.
+// Separated by commas; empty if the lookup failed.
 std::string addressesOf(const std::string& host, const std::string& port) {
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;
@@ -39,7 +39,7 @@ std::string addressesOf(const std::string& host, const std::string& port) {
     if (getnameinfo(found->ai_addr, found->ai_addrlen, text, sizeof text, nullptr, 0,
                     NI_NUMERICHOST) != 0)
       continue;
-    text[std::strcspn(text, "%")] = '\0';  // libcurl takes no scope
+    text[std::strcspn(text, "%")] = '\0';  // libcurl does not accept a scope
     if (!addresses.empty()) addresses += ',';
     addresses += found->ai_family == AF_INET6 ? "[" + std::string(text) + "]" : text;
   }

@@ -7,16 +7,16 @@
 
 namespace veltrano::internal {
 
-/// Looks up host names on the calling thread, in place of libcurl, which would start a thread for
-/// each lookup and leave it behind when the lookup does not end. For one thread.
+/// Looks up host names on the calling thread. libcurl would start a thread per lookup and leak it
+/// when the lookup hangs. Not thread-safe.
 class NameLookup {
  public:
-  /// The addresses of the host of `url`, in the form "host:port:address,...", which libcurl takes.
-  /// `defaultPort` is that of a URL that names none. Empty when libcurl needs none: for an IPv6
-  /// address, and for what is not a URL. None when the lookup failed. Blocks for as long as the
-  /// system's resolver does.
+  /// The addresses of the host of `url` as "host:port:address,...", for CURLOPT_RESOLVE.
+  /// `defaultPort` is used when the URL has no port. Empty when libcurl needs no lookup: for an
+  /// IPv6 address, and when `url` is not a URL. None when the lookup failed. Blocks as long as the
+  /// system's resolver.
   ///
-  /// Looks a name up again after a minute; when that fails the former addresses count.
+  /// Caches addresses for a minute, and longer while the next lookup fails.
   std::optional<std::string> addresses(const std::string& url, const char* defaultPort);
 
  private:

@@ -6,12 +6,10 @@
 #include <charconv>
 #include <string>
 
+#include "platform/posix/http/request_text.h"
+
 namespace veltrano::internal {
 namespace {
-
-bool isLetterOrDigit(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-}
 
 bool isName(std::string_view text) {
   constexpr std::size_t kLongest = 253;
@@ -34,7 +32,7 @@ bool isPort(std::string_view text) {
 }
 
 bool isDigest(std::string_view text) {
-  // 32 bytes in Base64. The last digit before the padding stands for four bits.
+  // 32 bytes in Base64. The last digit before the padding holds only four bits.
   return text.size() == 44 && text.back() == '=' &&
          std::string_view("AEIMQUYcgkosw048").find(text[42]) != std::string_view::npos &&
          std::all_of(text.begin(), text.end() - 1,

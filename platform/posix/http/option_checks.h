@@ -1,4 +1,4 @@
-// Checks of what a host may configure about the network.
+// Validates a host's network options.
 #pragma once
 
 #include <string_view>
@@ -11,8 +11,7 @@ bool isCollectionHost(std::string_view text);
 /// Whether `text` is "http://" followed by a host and a port.
 bool isProxy(std::string_view text);
 
-/// Whether `text` is one or more SHA-256 digests in Base64, each as "sha256//DIGEST", separated by
-/// semicolons.
+/// Whether `text` is one or more "sha256//DIGEST", separated by semicolons, with Base64 digests.
 bool isPublicKeyPin(std::string_view text);
 
 }  // namespace veltrano::internal

@@ -7,11 +7,7 @@
 namespace veltrano::internal {
 namespace {
 
-// Spelled out, since <cctype> asks the host's locale.
-bool isLetterOrDigit(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
-}
-
+// Not from <cctype>, which depends on the host's locale.
 void appendPercentEncoded(std::string& url, std::string_view text) {
   constexpr std::string_view kUnreservedMarks = "-._~";
   constexpr char kDigits[] = "0123456789ABCDEF";
@@ -25,7 +21,7 @@ void appendPercentEncoded(std::string& url, std::string_view text) {
   }
 }
 
-// The token characters of HTTP.
+// HTTP's token characters.
 bool canStandInName(char c) {
   constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
   return isLetterOrDigit(c) || kMarks.find(c) != kMarks.npos;
@@ -50,6 +46,10 @@ std::string_view trimmed(std::string_view text) {
 
 }  // namespace
 
+bool isLetterOrDigit(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+}
+
 std::string urlWithQuery(std::string_view baseURL,
                          const std::map<std::string, std::string>& parameters) {
   std::string url(baseURL);
@@ -71,7 +71,7 @@ std::vector<std::string> headerLines(const std::map<std::string, std::string>& h
     if (line.empty()) continue;
     const std::string kept = filtered(value, canStandInValue);
     const auto text = trimmed(kept);
-    // "Name:" would tell libcurl to leave the header out; "Name;" is a header without a value.
+    // For libcurl, "Name:" removes the header and "Name;" sends it without a value.
     if (text.empty()) {
       line += ';';
     } else {

@@ -7,14 +7,14 @@
 
 namespace veltrano::internal {
 
-/// `baseURL`, which has no query, with one made of `parameters`, percent-encoded. Without
-/// parameters it stays as it is.
+bool isLetterOrDigit(char c);  // of ASCII
+
+/// Appends percent-encoded `parameters` as the query of `baseURL`, which has none.
 std::string urlWithQuery(std::string_view baseURL,
                          const std::map<std::string, std::string>& parameters);
 
-/// `headers` as libcurl takes them, one line each. Characters that could end a line, forge a header
-/// or make the request invalid are left out; so is a header that then has no name. An empty value
-/// is kept.
+/// `headers` as lines for libcurl. Characters that could end a line, inject a header or make the
+/// request invalid are removed, and so is a header without a name left. Empty values are kept.
 std::vector<std::string> headerLines(const std::map<std::string, std::string>& headers);
 
 }  // namespace veltrano::internal

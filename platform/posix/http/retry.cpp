@@ -11,7 +11,7 @@
 namespace veltrano::internal {
 namespace {
 
-// Longer than any request may take, and short enough to calculate with.
+// Longer than any request may take, and small enough not to overflow.
 constexpr std::chrono::seconds kLongestDelay = std::chrono::hours(24);
 
 bool isWorthRetry(const AttemptResult& attempt, const RetryRules& rules) {

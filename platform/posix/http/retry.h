@@ -9,28 +9,28 @@
 
 namespace veltrano::internal {
 
-/// How one attempt at a request ended, as far as another attempt depends on it.
+/// The outcome of one attempt, as far as it decides about a retry.
 struct AttemptResult {
-  bool failedToConnect = false;  // so the request has certainly not been sent
+  bool failedToConnect = false;  // so the request was certainly not sent
   std::optional<int> httpStatusCode;
   std::optional<Duration> retryAfter;  // what the server asked for
 };
 
-/// Which failures of a request are worth another attempt.
+/// When a request is retried.
 struct RetryRules {
   std::int32_t maxRetries = 2;
   std::set<int> dontRetryStatusCodes;
   Duration firstBackOff;
 };
 
-/// When to try again, after `retries` retries; none when not at all. The back-off is a random
-/// share, `random` out of 0 to 1, of one that doubles with every retry, and no shorter than the
-/// server asked for. A retry that would begin after `timeLeft` is not made.
+/// The delay before the next retry, after `retries` of them; none to give up. Exponential back-off
+/// with full jitter (`random` is from 0 to 1), but no shorter than the server asked for. Gives up
+/// if the delay reaches `timeLeft`.
 std::optional<Duration> delayBeforeRetry(const AttemptResult& attempt, const RetryRules& rules,
                                          std::int32_t retries, Duration timeLeft, double random);
 
-/// The wait that a Retry-After header asks for at `now`: a number of seconds, or the distance to a
-/// date, zero when that has passed. None when it is neither.
+/// The delay that a Retry-After header asks for at `now`: a number of seconds, or the time until a
+/// date, zero if that has passed. None when it is neither.
 std::optional<Duration> parseRetryAfter(const std::string& text, WallTime now);
 
 }  // namespace veltrano::internal

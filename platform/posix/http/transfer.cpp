@@ -15,7 +15,7 @@ namespace veltrano::internal {
 namespace {
 
 constexpr std::size_t kMostBodyBytes = std::size_t{1} << 20;
-constexpr std::size_t kMostHeadBytes = std::size_t{1} << 16;  // with interim heads and trailers
+constexpr std::size_t kMostHeadBytes = std::size_t{1} << 16;  // incl. interim heads and trailers
 
 long milliseconds(Duration duration) {
   // To libcurl, 0 means no limit.
@@ -35,14 +35,14 @@ std::optional<std::string> responseHeader(CURL* easy, const char* name) {
   return header->value;
 }
 
-// Overrides the environment: OPENSSL_CONF may lower OpenSSL's demands, and SSLKEYLOGFILE makes
-// libcurl log the keys. The file that it names is still created, and stays empty.
+// Overrides the environment: OPENSSL_CONF may lower the security level, and SSLKEYLOGFILE makes
+// libcurl log the keys. libcurl still creates that file, but it stays empty.
 CURLcode secure(CURL*, void* sslContext, void*) {
   constexpr int kLevel = 2;  // 112 bits: no RSA key below 2048 bits, no signature with SHA-1
   auto* const context = static_cast<SSL_CTX*>(sslContext);
   SSL_CTX_set_security_level(context, std::max(kLevel, SSL_CTX_get_security_level(context)));
   SSL_CTX_set_keylog_callback(context, nullptr);
-  // Else one read lasts as long as the server sends records without data.
+  // With auto-retry, one read would last as long as the server sends records without data.
   SSL_CTX_clear_mode(context, SSL_MODE_AUTO_RETRY);
   return CURLE_OK;
 }
@@ -69,13 +69,13 @@ void HTTPTransfer::setConnectionOptions(const URLSessionOptions& options) {
   set(CURLOPT_CONNECTTIMEOUT_MS, milliseconds(std::min(options.connectTimeout, timeLeft)));
   set(CURLOPT_TIMEOUT_MS, milliseconds(timeLeft));
   set(CURLOPT_ERRORBUFFER, errorText_);
-  // libcurl also calls it where it does not check its time limits, as in a proxy's answer.
+  // libcurl calls this even where it does not check its timeouts, such as in a proxy's response.
   set(CURLOPT_NOPROGRESS, 0L);
   set(CURLOPT_XFERINFOFUNCTION, progress);
   set(CURLOPT_XFERINFODATA, this);
   set(CURLOPT_NOSIGNAL, 1L);
 
-  // Both empty rather than unset: libcurl would ask the environment.
+  // Set even when empty: otherwise libcurl reads the environment.
   set(CURLOPT_PROXY, options.proxy.c_str());
   set(CURLOPT_NOPROXY, options.noProxy.c_str());
   bool needsNoLookup = true;
@@ -92,7 +92,7 @@ void HTTPTransfer::setConnectionOptions(const URLSessionOptions& options) {
   set(CURLOPT_OPENSOCKETFUNCTION, openSocket);
   set(CURLOPT_OPENSOCKETDATA, this);
   set(CURLOPT_CLOSESOCKETFUNCTION, closeSocket);
-  set(CURLOPT_CLOSESOCKETDATA, &sockets_);  // the connection may outlive the transfer
+  set(CURLOPT_CLOSESOCKETDATA, &sockets_);  // not `this`: the connection may outlive the transfer
 }
 
 void HTTPTransfer::setSecurityOptions(const URLSessionOptions& options) {
@@ -101,7 +101,7 @@ void HTTPTransfer::setSecurityOptions(const URLSessionOptions& options) {
   set(CURLOPT_SSL_VERIFYPEER, 1L);
   set(CURLOPT_SSL_VERIFYHOST, 2L);
   set(CURLOPT_SSL_CTX_FUNCTION, secure);
-  // Out of memory, the session cache of libcurl 7.88 frees memory twice.
+  // The session cache of libcurl 7.88 has a double free when memory runs out.
   set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
   if (!options.certificateAuthorities.empty()) {
     set(CURLOPT_CAINFO, options.certificateAuthorities.c_str());
@@ -125,7 +125,7 @@ void HTTPTransfer::setRequestOptions() {
   }
 
   for (const auto& line : headerLines(attempt_.request.headers)) addLine(headers_, line.c_str());
-  addLine(headers_, "Content-Type:");  // what libcurl would add by itself
+  addLine(headers_, "Content-Type:");  // removes the headers that libcurl adds
   addLine(headers_, "Expect:");
   set(CURLOPT_HTTPHEADER, headers_.get());
 
@@ -155,13 +155,13 @@ bool HTTPTransfer::hasSentEverything() const {
   return static_cast<std::size_t>(sent) >= attempt_.body->size();
 }
 
-// Returns 0, with which a callback for received bytes ends the transfer.
+// Returns 0, which makes a receiving callback end the transfer.
 std::size_t HTTPTransfer::cutOff(CURLcode reason) {
   cutOff_ = reason;
   return 0;
 }
 
-// Called before libcurl looks up a name itself.
+// Called when libcurl is about to look up a name itself.
 int HTTPTransfer::refuseLookup(void*, void*, void* transfer) {
   static_cast<HTTPTransfer*>(transfer)->lacksAddresses_ = true;
   return 1;
@@ -186,12 +186,12 @@ int HTTPTransfer::closeSocket(void* sockets, curl_socket_t socket) {
   return ::close(socket);
 }
 
-// Called whenever libcurl has a connection and is about to send the request on it.
+// Called each time libcurl is about to send the request on a connection.
 int HTTPTransfer::beforeRequest(void* transfer, char*, char*, int, int) {
   auto& self = *static_cast<HTTPTransfer*>(transfer);
   if (std::exchange(self.hasBegunRequest_, true)) {
-    // A reused connection has broken off without an answer, and libcurl turns to a new one. But
-    // the server may have read the request on the first.
+    // A reused connection broke without a response, and libcurl retries on a new one. But the
+    // server may have read the first request.
     self.cutOff(CURLE_GOT_NOTHING);
     return CURL_PREREQFUNC_ABORT;
   }
@@ -215,7 +215,7 @@ std::size_t HTTPTransfer::receiveHeader(char* bytes, std::size_t, std::size_t co
   if (line != "\r\n" && line != "\n") return count;
   long status = 0;
   if (!self.hasBegunRequest_) {
-    // A proxy's answer. libcurl would read the whole body of a refusal.
+    // A proxy's response. libcurl would read the whole body of a refusal.
     curl_easy_getinfo(self.easy_.get(), CURLINFO_HTTP_CONNECTCODE, &status);
     if (status >= 300) return self.cutOff(CURLE_COULDNT_CONNECT);
     return count;
@@ -249,7 +249,7 @@ std::uint64_t HTTPTransfer::count(CURLINFO info) const {
 TransferResult HTTPTransfer::result(CURLcode code) {
   TransferResult result;
   result.error = cutOff_ != CURLE_OK ? cutOff_ : code;
-  if (result.error == CURLE_OK && !statusCode_) result.error = CURLE_PARTIAL_FILE;  // no whole head
+  if (result.error == CURLE_OK && !statusCode_) result.error = CURLE_PARTIAL_FILE;  // head cut off
   if (result.error != CURLE_OK) {
     const bool isLibcurls = result.error == code && errorText_[0] != '\0';
     result.reason = isLibcurls ? errorText_ : curl_easy_strerror(result.error);

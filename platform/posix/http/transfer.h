@@ -19,40 +19,40 @@ struct Attempt {
   URLRequest request;
   HTTPMethod method = HTTPMethod::post;
   const std::string* body = nullptr;
-  std::vector<std::string> addresses;  // of the names that are needed; see NameLookup
+  std::vector<std::string> addresses;  // of the host and the proxy; see NameLookup
   std::chrono::steady_clock::time_point deadline;
 };
 
-/// How an attempt ended. There is a status code in `attempt` once the whole head of the response
-/// has arrived; `error` then says whether the body has, too.
+/// The outcome of an attempt. `attempt` has a status code if the whole head of the response
+/// arrived; `error` then says whether the body did, too.
 struct TransferResult {
   AttemptResult attempt;
   std::string body;
   CURLcode error = CURLE_OK;
-  std::string reason = {};  // for people, of the error
+  std::string reason = {};  // of the error, in words
   std::uint64_t bytesSent = 0;
   std::uint64_t bytesReceived = 0;
-  bool lacksAddresses = false;  // failed because `Attempt::addresses` were too few
+  bool lacksAddresses = false;  // failed because `Attempt::addresses` lacked a name
 };
 
-/// Performs one attempt. Sends the request at most once. For one thread.
+/// Performs one attempt. Sends the request at most once. Not thread-safe.
 class HTTPTransfer {
  public:
-  /// `sockets` gets the connection's socket for as long as it is open. `attempt` is not copied.
-  /// `isStopped` may be set by any thread; the transfer then ends soon.
+  /// `sockets` contains the connection's socket while it is open. All arguments have to outlive the
+  /// transfer. It ends soon after any thread sets `isStopped`.
   HTTPTransfer(std::vector<curl_socket_t>& sockets, const URLSessionOptions& options,
                const Attempt& attempt, const std::atomic<bool>& isStopped);
   HTTPTransfer(const HTTPTransfer&) = delete;
 
-  /// What a multi handle runs; null when the transfer could not be set up.
+  /// The handle to add to a multi handle; null when the transfer could not be set up.
   CURL* handle() const { return setUp_ == CURLE_OK ? easy_.get() : nullptr; }
 
-  /// Whether it is time to end the transfer, whatever libcurl waits for.
+  /// Whether the transfer has to end, even if libcurl is still waiting.
   bool isOver() const {
     return isStopped_ || std::chrono::steady_clock::now() >= attempt_.deadline;
   }
 
-  /// For once, when `handle` is no longer in a multi handle. `code` is how libcurl says it ended.
+  /// Call once, after removing `handle` from its multi handle. `code` is libcurl's result.
   TransferResult result(CURLcode code);
 
  private:
@@ -81,13 +81,13 @@ class HTTPTransfer {
   std::unique_ptr<curl_slist, void (*)(curl_slist*)> headers_{nullptr, curl_slist_free_all};
   std::unique_ptr<curl_slist, void (*)(curl_slist*)> addresses_{nullptr, curl_slist_free_all};
   const std::unique_ptr<CURL, void (*)(CURL*)> easy_{curl_easy_init(), curl_easy_cleanup};
-  CURLcode setUp_ = CURLE_OK;   // the first thing that went wrong
-  CURLcode cutOff_ = CURLE_OK;  // why one of our own functions ended the transfer
+  CURLcode setUp_ = CURLE_OK;   // the first error
+  CURLcode cutOff_ = CURLE_OK;  // why one of our callbacks ended the transfer
   char errorText_[CURL_ERROR_SIZE] = "";
   bool lacksAddresses_ = false;
   bool hasBegunRequest_ = false;
   std::size_t headBytes_ = 0;      // of all heads and trailers
-  std::optional<int> statusCode_;  // of a whole head, which answers the whole request
+  std::optional<int> statusCode_;  // of a complete head, received after the complete request
   std::string received_;
 };
 

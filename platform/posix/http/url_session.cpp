@@ -22,9 +22,9 @@ std::string firstVariable(std::initializer_list<const char*> names) {
 }  // namespace
 
 PosixURLSession::PosixURLSession(URLSessionOptions options) {
-  // Before the process can exit: the first post may come while it does, when it is too late.
+  // Here, because the first post may come while the process exits, when it is too late.
   ExitGate::closeAtExit();
-  // Now rather than with each transfer, when the host may be changing its environment.
+  // Once, because the host may change its environment while a transfer reads it.
   if (options.proxyFromEnvironment && options.proxy.empty()) {
     options.proxy = firstVariable({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
     options.noProxy = firstVariable({"no_proxy", "NO_PROXY"});

@@ -15,12 +15,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The file that this code was loaded from; empty when there is none to be found.
+// The file that this code was loaded from; empty if unknown.
 fs::path ownObject() {
   static const char symbol = 0;
   Dl_info own = {};
   if (dladdr(&symbol, &own) == 0 || own.dli_fname == nullptr) return {};
-  // A program's name is what it was called by, which need not be a path.
+  // For a program, dli_fname is argv[0], which need not be a path.
   Dl_info program = {};
   const auto* entry = reinterpret_cast<const void*>(getauxval(AT_ENTRY));
   const bool isProgram = dladdr(entry, &program) != 0 && program.dli_fbase == own.dli_fbase;

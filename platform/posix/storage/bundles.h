@@ -8,15 +8,15 @@
 
 namespace veltrano::internal {
 
-/// Bundles as directories that hold an Info.plist.
+/// Bundles are directories with an Info.plist.
 class PosixBundles final : public Bundles {
  public:
   explicit PosixBundles(std::optional<HostMap> mainInfoDictionary);
 
   std::optional<HostMap> mainInfoDictionary() const override { return mainInfoDictionary_; }
 
-  /// Its resources are in "veltrano" beside the library or, when the library is part of a program,
-  /// in "../lib/veltrano" from there.
+  /// Its resources are in "veltrano" next to the library or the program that contains it, else in
+  /// "../lib/veltrano" relative to there.
   Bundle libraryBundle() const override { return libraryBundle_; }
 
   std::optional<Bundle> bundleAtPath(std::string_view path) const override;
@@ -26,7 +26,7 @@ class PosixBundles final : public Bundles {
   const Bundle libraryBundle_;
 };
 
-/// The dictionary in the property list at `path`; none when there is none.
+/// The dictionary in the property list at `path`, if it can be read.
 std::optional<HostMap> readInfoDictionary(const std::string& path);
 
 }  // namespace veltrano::internal

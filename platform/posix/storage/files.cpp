@@ -29,7 +29,7 @@ class Descriptor {
   const int descriptor_;
 };
 
-// Calls a function of the system again for as long as a signal interrupts it.
+// Repeats a system call while signals interrupt it.
 template <class Call>
 auto uninterrupted(Call call) {
   auto result = call();
@@ -37,7 +37,7 @@ auto uninterrupted(Call call) {
   return result;
 }
 
-// Executed programs do not inherit it.
+// O_CLOEXEC: executed programs do not inherit the descriptor.
 int openForReading(const std::string& path, int flags) {
   return uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC | flags); });
 }
@@ -56,7 +56,7 @@ bool isSynced(int descriptor) {
   return uninterrupted([&] { return fsync(descriptor); }) == 0;
 }
 
-// Makes a rename in the directory of `path` durable. Some file systems cannot; that is no failure.
+// Makes a rename in the directory of `path` durable. Best effort: some file systems cannot.
 void syncDirectory(const std::string& path) {
   const auto slash = path.rfind('/');
   const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
@@ -78,12 +78,12 @@ std::optional<FileStamp> stampOf(const std::string& path) {
 }
 
 FileContents readFile(const std::string& path) {
-  // Non-blocking, for whatever may stand there in the place of a file.
+  // Non-blocking, because there may be a FIFO or a device at the path.
   const Descriptor file(openForReading(path, O_NONBLOCK));
   if (!file.isOpen()) return {errno != ENOENT && errno != ENOTDIR, std::nullopt};
   struct stat status;
   if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {true, std::nullopt};
-  // To the end, wherever that is: the kernel's tables have no size beforehand.
+  // Reads to the end: files in /proc report no size.
   std::string contents;
   char part[16 * 1024];
   for (;;) {
@@ -96,7 +96,7 @@ FileContents readFile(const std::string& path) {
 }
 
 bool replaceFile(const std::string& path, std::string_view contents) {
-  if (contents.size() > kLargestFile) return false;  // nobody could read it again
+  if (contents.size() > kLargestFile) return false;  // readFile would refuse it
   std::string temporary = path + ".XXXXXX";
   bool isWritten = false;
   {

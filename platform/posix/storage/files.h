@@ -8,7 +8,7 @@
 
 namespace veltrano::internal {
 
-/// Tells one state of a file from another without reading it.
+/// Identifies one state of a file without reading it.
 struct FileStamp {
   dev_t device = 0;
   ino_t inode = 0;
@@ -18,21 +18,21 @@ struct FileStamp {
   bool operator==(const FileStamp& other) const;
 };
 
-/// None when nothing is at `path`.
+/// None if nothing is at `path`.
 std::optional<FileStamp> stampOf(const std::string& path);
 
-/// What was found at a path. Without contents, something is there that cannot be read, or nothing.
+/// What was found at a path. If it exists without contents, it could not be read.
 struct FileContents {
   bool exists = false;
   std::optional<std::string> contents;
 };
 
-/// Reads a regular file of up to 4 MiB, a kernel table among them; anything else counts as
+/// Reads a regular file of up to 4 MiB, including files in /proc; anything else counts as
 /// unreadable.
 FileContents readFile(const std::string& path);
 
-/// Replaces the file at `path` as a whole and durably. The new file has the permissions of the old
-/// one. False when that fails; the file is then as it was.
+/// Replaces the file at `path` atomically and durably, keeping its permissions. False, without
+/// changing the file, when that fails.
 bool replaceFile(const std::string& path, std::string_view contents);
 
 }  // namespace veltrano::internal

@@ -12,22 +12,22 @@ namespace veltrano::internal {
 /// A property list whose root is a dictionary. Independent of the host's locale.
 class PropertyList {
  public:
-  /// Reads the XML or the binary form; none when `text` is neither, its root is no dictionary, or
-  /// it exceeds a bound of `PropertyListBudget`. Throws `std::bad_alloc`.
+  /// Reads the XML or the binary form. None when `text` is neither, its root is not a dictionary,
+  /// or it exceeds `PropertyListBudget`. Throws `std::bad_alloc`.
   static std::optional<PropertyList> parse(std::string_view text);
 
-  /// The real number or integer under `key`; none when there is none.
+  /// The value of `key` if it is a real number or an integer.
   std::optional<double> number(std::string_view key) const;
 
   void setNumber(double number, std::string_view key);
 
-  /// Strings as text. All else counts as another object; nobody asks for more.
+  /// Strings become text, everything else `OtherObject`: callers only need strings.
   HostMap entries() const;
 
   std::string xml() const { return xmlOf(root_); }
 
  private:
-  // The value under `key`; of equal keys the last one's.
+  // The value of `key`, or null. Among equal keys, the last one wins.
   const PropertyListNode* find(std::string_view key) const;
 
   PropertyListNode root_;

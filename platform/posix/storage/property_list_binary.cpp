@@ -1,6 +1,5 @@
-// The binary form of property lists: objects, then a table of their offsets, then a trailer. All
-// numbers are big-endian. Objects refer to one another by index and may be referred to many times,
-// even by themselves.
+// The binary form of property lists: objects, a table of their offsets, a trailer. All numbers are
+// big-endian. Objects refer to each other by index, possibly many times and in cycles.
 #include <utf8proc.h>
 
 #include <bit>
@@ -23,7 +22,7 @@ constexpr char32_t kReplacement = 0xFFFD;
 void append(char32_t c, std::string& text) {
   const bool isControl = c < 0x20 && c != '\t' && c != '\n' && c != '\r';
   const bool isSurrogate = c >= 0xD800 && c <= 0xDFFF;
-  // XML has no form for these.
+  // XML cannot represent these.
   if (isControl || isSurrogate || c == 0xFFFE || c == 0xFFFF) c = kReplacement;
   utf8proc_uint8_t bytes[4];
   const auto size = utf8proc_encode_char(static_cast<utf8proc_int32_t>(c), bytes);
@@ -112,8 +111,8 @@ class Reader {
     throw UnusablePropertyList();
   }
 
-  // How many items follow. A count that has no room in the marker is an integer behind it, which
-  // `start` is moved past.
+  // How many items follow. A count that does not fit into the marker follows it as an integer, and
+  // `start` is moved past that.
   std::uint64_t count(std::uint64_t& start, unsigned low) const {
     if (low != 0x0F) return low;
     const auto marker = static_cast<unsigned>(integerAt(start, 1));
@@ -142,7 +141,7 @@ class Reader {
 
   static PropertyListNode date(double secondsSince2001) {
     std::string text = Date::fromSecondsSince1970(978'307'200 + secondsSince2001).iso8601();
-    text.erase(text.find('.'));  // whole seconds in XML
+    text.erase(text.find('.'));  // XML has whole seconds
     return {Kind::date, text + 'Z', {}};
   }
 

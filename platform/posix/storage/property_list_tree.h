@@ -7,22 +7,22 @@
 
 namespace veltrano::internal {
 
-/// An element of a property list's XML form. The binary form is read into the same elements.
+/// An element of a property list in XML. The binary form is read into the same elements.
 struct PropertyListNode {
   enum class Kind { array, boolean, data, date, dictionary, integer, key, real, string };
 
   Kind kind = Kind::dictionary;
-  std::string text;                     // between the tags; "true" or "false" of a boolean
-  std::vector<PropertyListNode> items;  // a dictionary's are a key, its value, the next key, ...
+  std::string text;                     // between the tags; "true" or "false" for a boolean
+  std::vector<PropertyListNode> items;  // alternating keys and values for a dictionary
 };
 
-/// Thrown for what is no property list or exceeds the bounds.
+/// Thrown when the text is not a property list or exceeds the budget.
 struct UnusablePropertyList {};
 
-/// Bounds what is built from one property list, however little text describes it.
+/// Bounds the size of a tree: a few bytes of the binary form can describe a huge one.
 class PropertyListBudget {
  public:
-  static constexpr int kDeepest = 64;                     // containers inside one another
+  static constexpr int kDeepest = 64;                     // levels of nesting
   static constexpr std::size_t kMostNodes = 100'000;      // values and keys
   static constexpr std::size_t kMostBytes = 8 * 1048576;  // of text and data
 
@@ -39,7 +39,7 @@ class PropertyListBudget {
   std::size_t bytes_ = 0;
 };
 
-/// Throw `UnusablePropertyList`, or `std::bad_alloc`, after which the same text may be readable.
+/// Throw `UnusablePropertyList`, or `std::bad_alloc` if memory runs out.
 PropertyListNode readXMLPropertyList(std::string_view text);
 PropertyListNode readBinaryPropertyList(std::string_view bytes);
 

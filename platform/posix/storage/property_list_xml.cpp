@@ -1,4 +1,4 @@
-// The XML form of property lists. Expat knows XML; what is built from it is decided here.
+// The XML form of property lists. Expat parses the XML; this builds the tree from it.
 #include <expat.h>
 
 #include <exception>
@@ -50,7 +50,7 @@ class Reader {
     XML_SetUserData(parser_.get(), this);
     XML_SetElementHandler(parser_.get(), &Reader::started, &Reader::ended);
     XML_SetCharacterDataHandler(parser_.get(), &Reader::found);
-    // Entities of the document's own, which could stand for any amount of text.
+    // Rejects entity declarations: an entity can expand to any amount of text.
     XML_SetEntityDeclHandler(parser_.get(), [](void* self, auto...) {
       static_cast<Reader*>(self)->attempt([](Reader&) { throw UnusablePropertyList(); });
     });
@@ -78,7 +78,7 @@ class Reader {
     });
   }
 
-  // Nothing is thrown through the parser, which is written in C.
+  // Exceptions must not cross the parser, which is written in C.
   template <class Work>
   void attempt(Work work) noexcept {
     if (failure_) return;
@@ -111,7 +111,7 @@ class Reader {
     open_.back().text += text;
   }
 
-  // The parser has checked that this ends the element that started last.
+  // Expat has checked that this closes the innermost open element.
   void end(std::string_view name) {
     if (open_.empty()) return;  // "plist"
     PropertyListNode node = std::move(open_.back());
@@ -137,7 +137,7 @@ class Reader {
 
   const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser_;
   PropertyListBudget budget_;
-  std::vector<PropertyListNode> open_;  // elements that have not ended, outermost first
+  std::vector<PropertyListNode> open_;  // open elements, outermost first
   std::optional<PropertyListNode> root_;
   std::exception_ptr failure_;
 };
@@ -154,7 +154,7 @@ void appendEscaped(std::string_view text, std::string& xml) {
       case '>':
         xml += "&gt;";
         break;
-      case '\r':  // which would be read as a line feed
+      case '\r':  // would otherwise be read back as a line feed
         xml += "&#13;";
         break;
       default:

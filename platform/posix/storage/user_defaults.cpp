@@ -29,31 +29,31 @@ void PosixUserDefaults::setDouble(double value, std::string_view key) {
     }
     if (!path_.empty()) writeFile();
   } catch (const std::bad_alloc&) {
-    // One more reason why a value cannot be written.
+    // Like any other value that cannot be written.
   }
 }
 
 // Called with mutex_ held.
 double PosixUserDefaults::numberInFile(std::string_view key) const {
   if (path_.empty()) return 0;
-  // Taken before the file is read: what changes in between is read the next time.
+  // Taken before reading: a change in between is noticed the next time.
   const auto stamp = stampOf(path_);
   if (stamp != readStamp_) {
     try {
-      // What was read before counts for as long as the file cannot be read.
+      // Keeps the last contents while the file cannot be read.
       const FileContents file = readFile(path_);
       if (file.contents || !file.exists) {
         list_ = file.contents ? PropertyList::parse(*file.contents) : std::nullopt;
         readStamp_ = stamp;
       }
     } catch (const std::bad_alloc&) {
-      // Nor while there is no memory to read it.
+      // Keeps them when memory runs out, too.
     }
   }
   return list_ ? list_->number(key).value_or(0) : 0;
 }
 
-// Writes what is unwritten. Of several callers one writes for all, and all return after that.
+// Writes all unwritten values. Concurrent callers wait for the one that writes.
 void PosixUserDefaults::writeFile() {
   const std::lock_guard onlyWriter(writing_);
   Numbers numbers;
@@ -63,7 +63,7 @@ void PosixUserDefaults::writeFile() {
   }
   if (numbers.empty()) return;
   const FileContents file = readFile(path_);
-  if (file.exists && !file.contents) return;  // not ours to replace
+  if (file.exists && !file.contents) return;  // does not replace what it cannot read
   std::optional<PropertyList> list;
   if (file.contents) {
     list = PropertyList::parse(*file.contents);

@@ -13,10 +13,10 @@
 
 namespace veltrano::internal {
 
-/// User defaults in one property-list file. The file is read again when it has changed, and
-/// replaced as a whole with every change; its other entries stay. A damaged file is set aside, as
-/// "NAME.damaged", when it is to be replaced. A value that cannot be written counts for this
-/// process all the same, and is written together with the next one.
+/// User defaults in a property-list file. The file is reread when it has changed and replaced
+/// atomically on each write; its other entries are preserved. Before replacing a damaged file, it
+/// is renamed to "NAME.damaged". A value that cannot be written still applies to this process, and
+/// is written together with the next one.
 class PosixUserDefaults final : public UserDefaults {
  public:
   /// An empty path means no file: values last as long as the process.
@@ -25,7 +25,7 @@ class PosixUserDefaults final : public UserDefaults {
   double doubleForKey(std::string_view key) const override;
   bool isStored(double value, std::string_view key) const override;
 
-  /// Returns when the value is on the disk or cannot be written. Readers do not wait for that.
+  /// Blocks until the value is on disk or writing has failed. Readers do not wait for that.
   void setDouble(double value, std::string_view key) override;
 
  private:
@@ -38,8 +38,8 @@ class PosixUserDefaults final : public UserDefaults {
 
   std::mutex writing_;  // taken before mutex_
   mutable std::mutex mutex_;
-  Numbers unwritten_;                           // guarded by mutex_, as are the following
-  mutable std::optional<PropertyList> list_;    // as last read; none when unusable
+  Numbers unwritten_;                           // guarded by mutex_, like the following
+  mutable std::optional<PropertyList> list_;    // as last read; none if unusable
   mutable std::optional<FileStamp> readStamp_;  // of the file as last read
 };
 

@@ -20,7 +20,7 @@ struct Start {
 void* runThread(void* argument) {
   const std::unique_ptr<Start> start(static_cast<Start*>(argument));
   pthread_setname_np(pthread_self(), start->name.c_str());
-  dropExceptions(start->body);  // out of memory: better without this thread than the process
+  dropExceptions(start->body);  // losing this thread is better than ending the process
   return nullptr;
 }
 
@@ -35,7 +35,7 @@ bool startBackgroundThread(std::string_view name, std::function<void()> body) {
   if (pthread_attr_init(&attributes) != 0) return false;
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
 
-  // A thread inherits its creator's mask.
+  // A thread inherits its creator's signal mask.
   sigset_t blocked;
   sigset_t before;
   sigfillset(&blocked);

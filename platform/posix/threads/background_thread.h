@@ -5,9 +5,9 @@
 
 namespace veltrano::internal {
 
-/// Runs `body` on a new thread, detached and with all signals blocked but those of the thread's own
-/// faults, such as SIGSEGV, so that no other handler of the host runs there. `name` is cut to the
-/// 15 bytes that the system keeps. False when there is no thread to be had.
+/// Runs `body` on a new, detached thread. The thread blocks all signals except its own faults, such
+/// as SIGSEGV, so that the host's handlers do not run on it. `name` is truncated to 15 bytes, the
+/// system's limit. False when no thread can be started.
 bool startBackgroundThread(std::string_view name, std::function<void()> body);
 
 }  // namespace veltrano::internal

@@ -13,7 +13,7 @@ bool DelayedItems::isLater(const Entry& a, const Entry& b) {
 DelayedItems::Items DelayedItems::add(Clock::time_point due, std::shared_ptr<WorkItem> item) {
   Items cancelled;
   if (heap_.size() >= clearAt_) {
-    cancelled.reserve(heap_.size());  // what follows cannot fail
+    cancelled.reserve(heap_.size());  // so that moving the items cannot throw
     const auto end = std::partition(heap_.begin(), heap_.end(),
                                     [](const Entry& entry) { return !entry.item->isCancelled(); });
     for (auto entry = end; entry != heap_.end(); ++entry)

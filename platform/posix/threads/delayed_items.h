@@ -11,26 +11,25 @@
 
 namespace veltrano::internal {
 
-/// Work that waits for its time. The owner keeps concurrent calls apart. Items that are given back
-/// may hold the host's objects: let go of them only when no lock is held.
+/// Delayed work, ordered by due time. Not thread-safe. Returned items may own the host's objects:
+/// destroy them only while no lock is held.
 class DelayedItems {
  public:
   using Clock = std::chrono::steady_clock;
   using Items = std::vector<std::shared_ptr<WorkItem>>;
 
-  /// Gives back cancelled items that are no longer kept. They are cleared out each time the
-  /// collection has doubled, so that they cannot pile up.
+  /// Adds `item` and returns cancelled items that it removed. That happens each time the collection
+  /// has doubled, so that cancelled items cannot pile up.
   [[nodiscard]] Items add(Clock::time_point due, std::shared_ptr<WorkItem> item);
 
-  /// Takes the item that is first in turn if it has been cancelled, as there is no need to wake up
-  /// for it; null if not.
+  /// Removes the first item if it is cancelled, so that nobody wakes up for it; else null.
   [[nodiscard]] std::shared_ptr<WorkItem> takeCancelled();
 
   /// When the first item is due, cancelled or not.
   std::optional<Clock::time_point> nextDue() const;
 
-  /// Takes one item that is due at `now`, by due time, then in the order of scheduling; null when
-  /// there is none.
+  /// Removes the first item that is due at `now`, or null. Items due at the same time keep their
+  /// order.
   [[nodiscard]] std::shared_ptr<WorkItem> takeDue(Clock::time_point now);
 
   std::size_t size() const { return heap_.size(); }
@@ -44,7 +43,7 @@ class DelayedItems {
   static bool isLater(const Entry& a, const Entry& b);
   std::shared_ptr<WorkItem> takeFirst();
 
-  std::vector<Entry> heap_;  // the first to be due is in front
+  std::vector<Entry> heap_;  // the earliest is in front
   std::uint64_t nextOrder_ = 0;
   std::size_t clearAt_ = 16;
 };

@@ -7,8 +7,8 @@
 
 namespace veltrano::internal {
 
-/// The instant `delay` after `now`; no earlier than `now`, and at most a century later, which keeps
-/// every clock reading and system call within its range.
+/// The instant `delay` after `now`, limited to between `now` and a century later, so that clocks
+/// and system calls cannot overflow.
 inline std::chrono::steady_clock::time_point dueTime(std::chrono::steady_clock::time_point now,
                                                      Duration delay) {
   constexpr Duration kLongest = std::chrono::hours(24 * 365 * 100);

@@ -6,7 +6,7 @@ namespace veltrano::internal {
 
 void watchForks() {
   static const int registered = pthread_atfork(nullptr, nullptr, [] { hasBeenForked.store(true); });
-  static_cast<void>(registered);  // fails for want of memory only; then forks go unnoticed
+  static_cast<void>(registered);  // fails only when memory runs out; forks then go unnoticed
 }
 
 }  // namespace veltrano::internal

@@ -1,13 +1,13 @@
 // A forked child has a copy of the library's memory but none of its threads, and locks may be held
-// there for good. The facade finds an inert library there. What else a host can call asks
-// `isForkedChild` first, and so does whatever goes on after a callback, which may have forked.
+// forever. The facade finds an inert library there. Everything else that a host can call checks
+// `isForkedChild` first, and so does code that continues after a callback, which may have forked.
 #pragma once
 
 #include "platform/host_callback.h"
 
 namespace veltrano::internal {
 
-/// Begins to notice forks. Safe to call from any thread and more than once.
+/// Starts to detect forks. Thread-safe; repeated calls are no-ops.
 void watchForks();
 
 }  // namespace veltrano::internal

@@ -16,7 +16,7 @@ class PosixNotificationCenter final : public NotificationCenter {
  public:
   void addObserver(std::string_view name, std::function<void()> observer) override;
 
-  /// Runs the observers that `name` has now. What they throw is dropped.
+  /// Runs the current observers of `name` and drops their exceptions.
   void post(std::string_view name) const;
 
  private:

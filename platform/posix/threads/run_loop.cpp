@@ -12,12 +12,12 @@
 namespace veltrano::internal {
 namespace {
 
-// A plain pointer, so that it can still be asked while the thread's other objects are destroyed.
-// Owns its share of the loop.
+// A plain pointer, so that it can be read while other thread-locals are being destroyed. Owns its
+// reference to the loop.
 thread_local std::shared_ptr<PosixRunLoop>* ownLoop = nullptr;
 
 struct EndOfThread {
-  // What is destroyed with a loop may ask for one again.
+  // Destroying a loop may destroy objects of the host that ask for a new one.
   ~EndOfThread() {
     while (ownLoop != nullptr) delete std::exchange(ownLoop, nullptr);
   }
@@ -36,7 +36,7 @@ void arm(int descriptor, std::optional<std::chrono::steady_clock::time_point> ti
   timerfd_settime(descriptor, TFD_TIMER_ABSTIME, &setting, nullptr);
 }
 
-// Stands in for a thread's run loop when there is no memory for one.
+// A no-op, for a thread whose run loop could not be allocated.
 class NoRunLoop final : public RunLoop {
   void run() override {}
   bool runUntil(std::chrono::steady_clock::time_point) override { return false; }
@@ -138,7 +138,7 @@ int PosixRunLoop::fileDescriptor() {
 
 std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance,
                                               std::function<void()> action) {
-  // A timer that schedules itself again runs at most once per tolerance, however short its delay.
+  // A timer that reschedules itself fires at most once per tolerance, even with a shorter delay.
   const auto now = Clock::now();
   const auto due = dueTime(now, std::max(delay, tolerance));
   const auto latest = dueTime(dueTime(now, delay), tolerance);
@@ -151,14 +151,14 @@ std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance
 }
 
 void PosixRunLoop::cancel(std::uint64_t order) {
-  Timers::node_type cancelled;  // destroyed after the lock has been released
+  Timers::node_type cancelled;  // destroyed after the lock is released
   const std::lock_guard lock(mutex_);
   const auto timer = std::find_if(timers_.begin(), timers_.end(),
                                   [&](const auto& entry) { return entry.first.second == order; });
   if (timer != timers_.end()) cancelled = timers_.extract(timer);
 }
 
-// Runs what is there to run at the beginning of the pass, and nothing that comes up meanwhile.
+// Runs what is due when the pass starts, and nothing that is added during it.
 void PosixRunLoop::runPass(bool endsWhenStopped) {
   if (isForkedChild()) return;
   const auto now = Clock::now();
@@ -189,7 +189,7 @@ PosixRunLoop::Next PosixRunLoop::takeNext(Clock::time_point now, std::size_t& fu
   return next;
 }
 
-// False when there was nothing to run, and in a child that has been forked meanwhile.
+// False when there was nothing to run, and in a child that the callback forked.
 bool PosixRunLoop::run(Next next) {
   if (next.function) return callHost(next.function);
   if (next.timer.empty()) return false;
@@ -208,8 +208,8 @@ bool PosixRunLoop::run(Next next) {
   return true;
 }
 
-// When the loop has to wake next. Timers wait for each other as far as they tolerate it. Called
-// with mutex_ held.
+// When the loop has to wake next. Timers are coalesced within their tolerances. Called with mutex_
+// held.
 std::optional<PosixRunLoop::Clock::time_point> PosixRunLoop::wakeTime() const {
   if (!functions_.empty()) return Clock::time_point();
   std::optional<Clock::time_point> wake;
@@ -222,7 +222,7 @@ std::optional<PosixRunLoop::Clock::time_point> PosixRunLoop::wakeTime() const {
   return wake;
 }
 
-// Lets whoever waits for the loop look again. Called with mutex_ held.
+// Wakes the waiting thread and rearms the descriptor. Called with mutex_ held.
 void PosixRunLoop::changed() {
   changes_.notify_all();
   if (descriptor_ >= 0) arm(descriptor_, wakeTime());

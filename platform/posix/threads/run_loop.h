@@ -18,13 +18,12 @@
 
 namespace veltrano::internal {
 
-/// One thread's run loop: functions in the order of their coming, then timers in the order of their
-/// due times. No lock is held while any of them runs or is destroyed. Does nothing in a forked
-/// child.
+/// One thread's run loop: runs posted functions in order, then timers by due time. Holds no lock
+/// while running or destroying them. A no-op in a forked child.
 class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<PosixRunLoop> {
  public:
-  /// The calling thread's loop. With its thread ends the thread's hold on it; when that was the
-  /// last one, what is pending goes along.
+  /// The calling thread's loop. The thread drops its reference on exit; the last reference destroys
+  /// pending work.
   static std::shared_ptr<PosixRunLoop> ofThisThread();
 
   PosixRunLoop() = default;
@@ -74,11 +73,10 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
   Timers timers_;
   std::uint64_t nextOrder_ = 0;
   bool stopped_ = false;
-  int descriptor_ = -1;  // of a kernel timer that expires when there is something to run
+  int descriptor_ = -1;  // a timerfd that expires when something is due
 };
 
-/// Schedules timers on the calling thread's run loop. A delay shorter than the tolerance is made as
-/// long as that.
+/// Schedules timers on the calling thread's run loop. A delay is at least as long as the tolerance.
 class PosixTimers final : public Timers {
  public:
   std::shared_ptr<Timer> schedule(Duration delay, Duration tolerance,

@@ -13,7 +13,7 @@ Block* Submissions::takeOldest() {
     next = afterOldest();
   }
   if (next == nullptr) {
-    // A block can be taken only once something follows it: here, the placeholder.
+    // A block can be taken only when it has a successor: append the placeholder.
     if (newest() != oldest_) return nullptr;
     push(&placeholder_);
     next = afterOldest();

@@ -6,31 +6,30 @@
 
 namespace veltrano::internal {
 
-/// Blocks on their way from any thread to the one that runs them, in the order of submission. A
-/// linked list to whose end a submitter hangs its block in two steps, neither of which waits: it
-/// takes over the end, then links the former end to it. A submitter that is interrupted between the
-/// two holds up the blocks behind its own until it goes on.
+/// A lock-free queue of blocks from any thread to the one that runs them (an intrusive MPSC linked
+/// list). A push swaps the end of the list, then links the former end to the new block. A submitter
+/// that is preempted between the two steps delays the blocks after its own.
 class Submissions {
  public:
-  /// From any thread. The block belongs to the list until it is taken.
+  /// Thread-safe. The list owns the block until it is taken.
   void push(Block* block) {
     block->next.store(nullptr, std::memory_order_relaxed);
     newest_.exchange(block, std::memory_order_seq_cst)
         ->next.store(block, std::memory_order_release);
   }
 
-  /// The oldest block, for the running thread to own. Null when there is none, or when a submitter
-  /// has yet to link it.
+  /// Removes the oldest block; the caller owns it. Null when there is none, or when its submitter
+  /// has not linked it yet. Running thread only.
   Block* takeOldest();
 
-  /// The end of the list now: a block, or what stands there in place of one.
+  /// The current end of the list: a block or the placeholder.
   const Block* newest() const { return newest_.load(std::memory_order_seq_cst); }
 
-  /// For the running thread: whether nothing is left to take up to `end`, an earlier `newest()`
-  /// that is not a block. One that is a block has to be taken itself.
+  /// Whether everything up to `end` is taken, if `end` is an earlier `newest()` that was the
+  /// placeholder; false for a block, which the caller takes itself. Running thread only.
   bool hasReached(const Block* end) const { return end == &placeholder_ && oldest_ == end; }
 
-  /// For the running thread. What a submitter has begun to hang up counts.
+  /// Running thread only. A push that is half done counts as a block.
   bool isEmpty() const { return oldest_ == &placeholder_ && newest() == &placeholder_; }
 
  private:
@@ -38,8 +37,8 @@ class Submissions {
     void run() override {}
   };
 
-  Placeholder placeholder_;        // so that the list is never without an end
-  Block* oldest_ = &placeholder_;  // the running thread
+  Placeholder placeholder_;        // keeps the list from being empty
+  Block* oldest_ = &placeholder_;  // running thread only
   std::atomic<Block*> newest_{&placeholder_};
 };
 

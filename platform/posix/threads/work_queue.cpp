@@ -40,7 +40,7 @@ void PosixWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) 
     if (state == State::unstarted) start();
     if (state == State::asleep && (!firstDue || due < *firstDue)) wakeUp_.notify_one();
   }
-  // The item is in; when there is no memory for this, they are destroyed here.
+  // Destroys them on the queue's thread; if memory runs out, on this one.
   if (!cancelled.empty()) dropExceptions([&] { async([cancelled = std::move(cancelled)] {}); });
 }
 
@@ -59,8 +59,7 @@ void PosixWorkQueue::wake() {
   }
 }
 
-// Called with mutex_ held. Without a thread the work waits for the next submission's attempt, be it
-// for now or for later.
+// Called with mutex_ held. If no thread can be started, the next submission retries.
 void PosixWorkQueue::start() {
   dropExceptions([this] {
     if (startBackgroundThread(label_, [this] { work(); })) state_.store(State::awake);
@@ -74,7 +73,7 @@ void PosixWorkQueue::restart() {
 }
 
 void PosixWorkQueue::work() {
-  // A thread that the host's code has ended, with pthread_exit, is replaced.
+  // Replaces a thread that the host's code ended with pthread_exit.
   struct End {
     ~End() {
       if (!isForkedChild()) queue.restart();
@@ -83,7 +82,7 @@ void PosixWorkQueue::work() {
   };
   const End end{*this};
   auto idleSince = Clock::now();
-  while (!isForkedChild()) {  // a block may have forked, and gone on in the child
+  while (!isForkedChild()) {  // a block may have forked
     if (runWhatIsReady()) {
       idleSince = Clock::now();
     } else if (Clock::now() - idleSince < kNapsEndAfter) {
@@ -95,15 +94,15 @@ void PosixWorkQueue::work() {
   }
 }
 
-// Delayed items join the queue behind everything that was submitted before they were due. So the
-// clock is read first: what is submitted before that instant is all taken.
+// Delayed items run after everything submitted before they were due. Reading the clock first
+// ensures that all of that is taken.
 //
-// True when something had been submitted: then there may soon be more, which is worth naps. Delayed
-// items say nothing of the kind.
+// Returns whether anything had been submitted: more may follow soon, so polling is worthwhile.
+// Delayed items do not count.
 bool PosixWorkQueue::runWhatIsReady() {
   const auto now = Clock::now();
   const bool hadSubmissions = runSubmitted();
-  // One at a time: nothing may fail for want of memory once an item has been taken.
+  // One at a time: collecting them first could run out of memory and lose items.
   while (!isForkedChild()) {
     std::shared_ptr<WorkItem> item;
     {
@@ -116,7 +115,7 @@ bool PosixWorkQueue::runWhatIsReady() {
   return hadSubmissions;
 }
 
-// Everything that had been submitted when it was called; true when that is something.
+// Runs everything submitted before the call. Returns whether there was anything.
 bool PosixWorkQueue::runSubmitted() {
   const Block* const last = submitted_.newest();
   bool hasRun = false;
@@ -127,7 +126,7 @@ bool PosixWorkQueue::runSubmitted() {
       dropExceptions([&] { block->run(); });
       hasRun = true;
     } else {
-      std::this_thread::sleep_for(kNap);  // a submitter stopped just before it linked its block
+      std::this_thread::sleep_for(kNap);  // a submitter has not linked its block yet
     }
   }
   return hasRun;

@@ -1,5 +1,4 @@
-// The library for hosts that reach it by name: every public operation has an entry under its
-// selector, and so have the handlers of notifications.
+// Calls the library's operations, and its notification handlers, by selector.
 #pragma once
 
 #include <cstddef>
@@ -8,11 +7,11 @@
 #include <string_view>
 #include <variant>
 
-#include "tracker/host_object.h"
+#include "c_interface/host_object.h"
 
 namespace veltrano::internal {
 
-/// The operation has been called; it returned this, or nil.
+/// The operation was called and returned this, or nil.
 struct Done {
   Object returned;
 };
@@ -20,17 +19,17 @@ struct NoSuchSelector {};
 struct WrongNumberOfArguments {
   std::size_t expected = 0;
 };
-/// The first argument that the operation does not take, counted from 0.
+/// The zero-based index of the first argument with the wrong type.
 struct WrongTypeOfArgument {
   std::size_t index = 0;
 };
 using SendResult = std::variant<Done, NoSuchSelector, WrongNumberOfArguments, WrongTypeOfArgument>;
 
-/// Sends `selector` with its arguments to the tracker, which the first message that fits makes; one
-/// that does not fit changes nothing. From any thread.
+/// Sends `selector` with its arguments to the tracker. Has no effect, and does not create the
+/// tracker, unless it returns `Done`. Thread-safe.
 SendResult send(std::string_view selector, std::span<const Object> arguments);
 
-/// How many arguments `selector` takes; none when there is no such selector.
+/// The number of arguments that `selector` takes; none when there is no such selector.
 std::optional<std::size_t> argumentCount(std::string_view selector);
 
 }  // namespace veltrano::internal

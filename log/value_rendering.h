@@ -1,4 +1,4 @@
-// How property values read in diagnostic lines.
+// Renders property values in diagnostic lines.
 #pragma once
 
 #include <optional>
@@ -8,13 +8,13 @@
 
 namespace veltrano::internal {
 
-/// Text of a host's, in which ill-formed UTF-8 becomes U+FFFD.
+/// Text from the host; ill-formed UTF-8 becomes U+FFFD.
 struct HostText {
   std::string_view text;
 };
 void render(std::string& line, HostText text);
 
-/// An optional value: "nil", or "Optional" and the value's debug form in parentheses.
+/// An optional value: "nil", or "Optional(...)" with the value's debug form.
 struct DebugForm {
   const std::optional<SupportedParameterType>& value;
 };

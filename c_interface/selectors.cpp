@@ -1,4 +1,4 @@
-#include "tracker/selectors.h"
+#include "c_interface/selectors.h"
 
 #include <algorithm>
 #include <functional>
@@ -15,7 +15,7 @@
 namespace veltrano::internal {
 namespace {
 
-// take: makes an argument out of an object; false when the argument is to be something else.
+// take: converts an object to an argument; false when it has the wrong type.
 
 bool take(const Object& object, std::string_view& text) {
   const auto given = object.text();
@@ -41,7 +41,7 @@ bool take(const Object& object, std::vector<std::string>& list) {
   return true;
 }
 
-// Where an argument may be left out, nil and the null object do so.
+// Nil and the null object stand for an optional argument that is left out.
 bool isNothing(const Object& object) {
   return object.isNil() || (object.member() != nullptr && object.member()->getIf<NSNull>());
 }
@@ -87,7 +87,7 @@ constexpr std::size_t parameterCount(Result (*)(Parameters...)) {
 }
 
 struct Entry {
-  // `operation` is a lambda without captures; its parameters say what the selector takes.
+  // `operation` is a captureless lambda whose parameters are the selector's arguments.
   template <class Operation>
   consteval Entry(std::string_view name, Operation operation)
       : selector(name), argumentCount(parameterCount(+operation)) {
@@ -135,7 +135,7 @@ constexpr Entry kEntries[] = {
     {"getDeviceOrientation", [] { return HostValue(Veltrano::shared().getDeviceOrientation()); }},
 };
 
-// The row of `selector` in a table, or null.
+// The row for `selector`, or null.
 template <class Table>
 auto find(const Table& table, std::string_view selector) -> decltype(std::data(table)) {
   const auto row = std::find_if(std::begin(table), std::end(table),

@@ -12,36 +12,33 @@
 
 namespace veltrano::internal {
 
-/// What is known by itself about the moment at which an event was tracked.
+/// The properties that the library adds itself, from the moment of the call.
 struct AutomaticProperties {
   std::int64_t timeInMilliseconds = 0;
   std::uint64_t trackingAuthorizationStatus = 0;
   bool isOnWiFi = false;
 };
 
-/// Layers the properties of events and encodes them. Default and super properties are the same for
-/// one event after the other, so they are encoded when they change, not for every event.
-/// Used on the work queue only.
+/// Merges the layers of an event's properties and encodes them. Default and super properties rarely
+/// change, so they are encoded only then. Used on the work queue.
 class EventEncoder {
  public:
-  /// `defaultProperties` and `superProperties` hold from now on for the events encoded. Of equal
-  /// keys a super property wins; the maps under "extra_json" are merged.
+  /// Sets the base of the events encoded from now on. On equal keys a super property wins.
   void setBase(const PropertyMap& defaultProperties, const PropertyMap& superProperties);
 
-  /// The record of one event. `carrier` and `given`, the host's properties, may be absent.
-  /// Automatic properties give way to the base, and that gives way to what is given; the maps under
-  /// "extra_json" are merged key by key, later ones winning, and what is no map there counts for
-  /// nothing.
+  /// Encodes one event. `carrier` and `given`, the host's properties, may be absent. Given
+  /// properties override the base, which overrides automatic ones. Only maps under "extra_json"
+  /// count; they are merged key by key in the same order.
   EventRecord encode(std::string_view eventName, const AutomaticProperties& automatic,
                      FlatView carrier, FlatView given);
 
  private:
-  // A property that an event has by itself: one of the base, or an automatic one.
+  // A property that the host did not pass with the event: one of the base, or an automatic one.
   struct OwnProperty {
     std::string key;
-    std::string json;  // `"key":value`; empty for an automatic one that the base leaves alone
+    std::string json;  // `"key":value`; empty for an automatic one that is not in the base
     bool canBeEncoded = true;
-    bool isReplaced = false;  // by one that the event was given
+    bool isReplaced = false;  // by a given one
   };
 
   void markReplaced();
@@ -54,14 +51,14 @@ class EventEncoder {
   JSONWriter writer_;
   FlatCopier copier_;
   std::vector<FlatEntry> given_;  // the properties of one event
-  std::vector<OwnProperty> own_;  // sorted by key; "extra_json" among them, but never written
+  std::vector<OwnProperty> own_;  // sorted by key; contains "extra_json", which has no `json`
   const OwnProperty* time_ = nullptr;
   const OwnProperty* wifi_ = nullptr;
   const OwnProperty* carrier_ = nullptr;
-  std::string baseJSON_;  // all members of the base, for events that replace none
+  std::string baseJSON_;  // all members of the base, for events that replace none of them
   bool baseCanBeEncoded_ = true;
   bool replacesAny_ = false;  // whether any of own_ is marked as replaced
-  PropertyMap baseExtra_;     // what the super properties add to "extra_json"
+  PropertyMap baseExtra_;     // "extra_json" of the super properties
 };
 
 }  // namespace veltrano::internal

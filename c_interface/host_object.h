@@ -1,4 +1,4 @@
-// What a host that knows nothing of C++ hands in: the objects of the platform's object interface.
+// The dynamically typed objects that hosts in other languages than C++ pass.
 #pragma once
 
 #include <cstddef>
@@ -12,8 +12,8 @@
 
 namespace veltrano::internal {
 
-/// A reference to an immutable object, or nil. Copies share the object, which lives as long as the
-/// last of them; they may be made, used and destroyed on any thread.
+/// A reference-counted immutable object, or nil. Copies share the object; they may be made, used
+/// and destroyed on any thread.
 class Object {
  public:
   using Block = std::function<void()>;
@@ -22,27 +22,26 @@ class Object {
   /// Nil.
   Object() noexcept = default;
 
-  /// What is absent becomes nil, and so does an empty block.
+  /// An absent value and an empty block become nil.
   explicit Object(HostValue value);
   explicit Object(Block block);
   explicit Object(BooleanBlock block);
 
   bool isNil() const noexcept { return content_ == nullptr; }
 
-  /// The object as a property value: nil is absent, a block is an object of another type.
+  /// The object as a property value: absent for nil, an object of another type for a block.
   HostValue value() const;
 
-  /// The text of a string, valid as long as the object; none for everything else.
+  /// The text of a string, valid as long as the object; none for any other object.
   std::optional<std::string_view> text() const noexcept;
 
-  /// The contents of a dictionary all of whose keys are strings; none for everything else.
+  /// The contents of a dictionary with only string keys; none for any other object.
   std::optional<HostMap> map() const;
 
-  /// The member that the object is; null when it is none.
+  /// The object as a member of the closed set, or null.
   const SupportedParameterType* member() const noexcept;
 
-  /// What the object holds when that is a `T`, else null. `T` is one of `HostValue`, `Block`,
-  /// `BooleanBlock`.
+  /// The contents if they are a `T`, else null. `T` is one of `HostValue`, `Block`, `BooleanBlock`.
   template <class T>
   const T* getIf() const noexcept {
     return std::get_if<T>(content_.get());
@@ -54,36 +53,35 @@ class Object {
   std::shared_ptr<const Content> content_;  // null when nil
 };
 
-/// An array that grows. It holds copies, of other collections too, so none can contain itself.
-/// For one thread at a time.
+/// A mutable array. It copies its elements, collections included, so it cannot contain itself. Not
+/// thread-safe.
 class MutableArray {
  public:
   void append(const detail::Argument& element);
   void append(const Object& element) { append(element.value()); }
 
-  /// An array that no later change shows in.
+  /// An immutable copy.
   Object copy() const { return Object(HostValue(array_)); }
 
  private:
   Array array_;
 };
 
-/// A dictionary that grows, with whatever keys. It holds copies, like `MutableArray`.
-/// For one thread at a time.
+/// A mutable dictionary with keys of any type. It copies, like `MutableArray`. Not thread-safe.
 class MutableDictionary {
  public:
-  /// Replaces the value of an equal key. An absent value is a key without a value.
+  /// Sets the value of `key`, replacing an earlier one. `value` may be absent.
   void set(const detail::Argument& key, const detail::Argument& value);
   void set(const Object& key, const Object& value) { set(key.value(), value.value()); }
 
-  /// The contents; none unless all keys are strings.
+  /// The contents, if all keys are strings.
   std::optional<HostMap> map() const;
 
-  /// A dictionary that no later change shows in.
+  /// An immutable copy.
   Object copy() const;
 
  private:
-  HostValue dictionary_ = Dictionary();  // with the values that have been replaced
+  HostValue dictionary_ = Dictionary();  // may still hold replaced values
   std::size_t sizeWhenTidy_ = 0;
 };
 

@@ -1,4 +1,4 @@
-#include "tracker/event_encoder.h"
+#include "upload/event_encoder.h"
 
 #include <algorithm>
 
@@ -18,7 +18,7 @@ void writeText(JSONWriter& writer, std::string_view text) {
   useWellFormed(text, [&](std::string_view wellFormed) { writer.string(wellFormed); });
 }
 
-// The map of properties that `value` is; empty when it is none.
+// `value` as properties; empty unless it is a map.
 PropertyView extraIn(std::optional<FlatView> value) {
   const auto extra = value ? asProperties(*value) : std::nullopt;
   return extra.value_or(PropertyView({}));

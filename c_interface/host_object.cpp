@@ -1,8 +1,8 @@
-#include "tracker/host_object.h"
+#include "c_interface/host_object.h"
 
 #include <utility>
 
-#include "properties/flat_copier.h"
+#include "properties/property_map.h"
 
 namespace veltrano::internal {
 
@@ -11,8 +11,7 @@ using detail::FlatAccess;
 namespace {
 
 std::optional<HostMap> mapIn(const HostValue& value) {
-  if (viewOf(value).kind() != Kind::Dictionary || !hasOnlyStringKeys(viewOf(value)))
-    return std::nullopt;
+  if (!asProperties(viewOf(value))) return std::nullopt;
   return FlatAccess::make<HostMap>(FlatAccess::flat(value));
 }
 
@@ -63,7 +62,7 @@ void MutableDictionary::set(const detail::Argument& key, const detail::Argument&
   entry.value(value);
   std::string& bytes = FlatAccess::flat(dictionary_).bytes();
   appendToContainer(bytes, entry);
-  // So that values which have been replaced do not pile up.
+  // Removes replaced values once they may take half the memory.
   constexpr std::size_t kFewBytes = 1024;
   if (bytes.size() < 2 * sizeWhenTidy_ + kFewBytes) return;
   dictionary_ = *dictionary_.member()->getIf<Dictionary>();

@@ -1,4 +1,4 @@
-#include "tracker/log_rendering.h"
+#include "log/value_rendering.h"
 
 #include <array>
 #include <cmath>
@@ -56,8 +56,8 @@ void appendQuoted(std::string& line, std::string_view text) {
   line += '"';
 }
 
-// The shortest digits that read back to the same number; without an exponent where every integer
-// has a number of its own.
+// The shortest digits that read back as the same number; without an exponent up to the largest
+// magnitude at which every integer is exact.
 template <std::floating_point Number>
 void appendNumber(std::string& line, Number number) {
   if (!std::isfinite(number)) {
