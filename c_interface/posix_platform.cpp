@@ -23,6 +23,10 @@ void withPlatform(Function function) {
   });
 }
 
+veltrano_text textOf(std::string_view text) {
+  return {text.data(), text.size()};
+}
+
 std::optional<std::string> takeText(veltrano_object* handle) {
   const std::unique_ptr<veltrano_object, decltype(&veltrano_release)> owner(handle,
                                                                             veltrano_release);
@@ -47,9 +51,21 @@ PosixOptions cppOptions(const veltrano_options& given) {
     };
   }
   if (given.log_sink != nullptr) {
-    options.logSink = [function = given.log_sink,
-                       context = given.log_sink_context](std::string_view line) {
-      function(context, {line.data(), line.size()});
+    options.logSink = [function = given.log_sink, context = given.log_sink_context](
+                          std::string_view line) { function(context, textOf(line)); };
+  }
+  if (given.on_transfer != nullptr) {
+    options.onTransfer = [function = given.on_transfer,
+                          context = given.on_transfer_context](const TransferReport& report) {
+      const veltrano_transfer transfer{textOf(report.path),
+                                       report.attempt,
+                                       std::chrono::duration<double>(report.duration).count(),
+                                       report.bytesSent,
+                                       report.bytesReceived,
+                                       report.status,
+                                       textOf(report.reason),
+                                       report.willRetry};
+      function(context, &transfer);
     };
   }
   options.systemName = optionalText(given.system_name);

@@ -227,6 +227,11 @@ bool run(const std::string& collectionHost, const std::string& certificate) {
   options.collectionHost = collectionHost;
   options.certificateAuthorities = certificate;
   options.infoDictionary = veltrano::HostMap{{"CFBundleShortVersionString", "2.7"}};
+  options.onTransfer = [](const veltrano::TransferReport& transfer) {
+    if (transfer.status != 200)
+      std::cout << "(" << transfer.path << ": " << transfer.status << ' ' << transfer.reason << ")"
+                << std::endl;
+  };
   options.sessionToken = [] { return "demo-token"; };
   // The sink may be called until the process ends, so the player is never destroyed.
   static Player* player = nullptr;

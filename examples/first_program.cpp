@@ -1,3 +1,5 @@
+#include <iostream>
+
 #include "veltrano/posix_platform.h"
 #include "veltrano/veltrano.h"
 
@@ -6,8 +8,11 @@ int main(int argc, char** argv) {
   veltrano::PosixOptions options;
   options.collectionHost = argv[1];          // such as localhost:8443
   options.certificateAuthorities = argv[2];  // omit for a publicly trusted host
+  options.onTransfer = [](const veltrano::TransferReport& transfer) {
+    std::cerr << transfer.path << ": " << transfer.status << ' ' << transfer.reason << '\n';
+  };
   const auto installation = veltrano::PosixPlatform::install(options);
-  if (!installation) return 2;
+  if (!installation) return std::cerr << installation.error << '\n', 2;
 
   auto& loop = installation.platform->mainRunLoop();
   bool wasDelivered = false;

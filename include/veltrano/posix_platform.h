@@ -52,12 +52,13 @@ struct PosixOptions {
   std::string userDefaultsFile;
 
   /// The application's Info dictionary, which holds its version: either the dictionary itself or
-  /// the path of a property list. A list is ignored when it cannot be read, or when it exceeds 4
-  /// MiB, 100,000 values or 64 levels of nesting.
+  /// the path of a property list. Installation fails with a list that cannot be read, or that
+  /// exceeds 4 MiB, 100,000 values or 64 levels of nesting.
   std::optional<HostMap> infoDictionary;
   std::string infoPropertyListFile;
 
-  /// The certificate authorities to trust, as a PEM file; the system's own when empty.
+  /// The certificate authorities to trust, as a PEM file; the system's own when empty. Installation
+  /// fails if the file cannot be read or holds no certificate.
   std::string certificateAuthorities;
 
   /// The public keys to pin, in addition to certificate validation: "sha256//" followed by the
@@ -89,7 +90,8 @@ struct PosixOptions {
   std::optional<std::string> systemName;
   std::optional<std::string> systemVersion;
 
-  /// Initial values; the operations of `PosixPlatform` change them later.
+  /// Initial values; the operations of `PosixPlatform` change them later. Installation fails with
+  /// an orientation out of range or an identifier that is not a UUID.
   double screenWidth = 0;
   double screenHeight = 0;
   ApplicationState applicationState = ApplicationState::active;

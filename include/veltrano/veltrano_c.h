@@ -347,6 +347,18 @@ typedef enum veltrano_application_state {
   VELTRANO_BACKGROUND = 2
 } veltrano_application_state;
 
+/* One attempt to send something to the collection host. Later versions may append members. */
+typedef struct veltrano_transfer {
+  veltrano_text path;  /* "/track" or "/heartbeat" */
+  int attempt;         /* counts from 1 for each request */
+  double seconds;      /* of the name lookup, the connection and the exchange */
+  uint64_t bytes_sent; /* heads and bodies, before encryption */
+  uint64_t bytes_received;
+  int status;           /* of the response; 0 without one. 200 is a delivery; 400 drops the batch */
+  veltrano_text reason; /* why there is no complete response, in words; empty if there is one */
+  bool will_retry;      /* of this request; if false, events wait for the next flush */
+} veltrano_transfer;
+
 /* Set `size` to sizeof(veltrano_options) and zero what you do not use; only the collection host is
  * required. */
 typedef struct veltrano_options {
@@ -360,7 +372,7 @@ typedef struct veltrano_options {
   veltrano_text user_defaults_file;
 
   /* The application's Info dictionary: a dictionary whose keys are all strings, or the path of a
-   * property list. A file that cannot be read is ignored. */
+   * property list. Installation fails with a list that cannot be read. */
   const veltrano_object* info_dictionary;
   veltrano_text info_property_list_file;
 
@@ -403,6 +415,13 @@ typedef struct veltrano_options {
 
   /* The proxy to connect through, as "http://host:port". */
   veltrano_text proxy;
+
+  /* Receives every attempt to reach the collection host, which is valid during the call: why
+   * nothing arrives. Called on one of the library's threads before the outcome takes effect, by one
+   * thread at a time for each path; keep it short. The context has to live until the process ends.
+   */
+  void (*on_transfer)(void* context, const veltrano_transfer* transfer);
+  void* on_transfer_context;
 } veltrano_options;
 
 /* Installs the platform and makes the calling thread the main thread. Refused when a platform is

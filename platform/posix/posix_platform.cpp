@@ -14,6 +14,7 @@
 #include "encoding/uuid.h"
 #include "platform/posix/http/option_checks.h"
 #include "platform/posix/posix_services.h"
+#include "platform/posix/storage/files.h"
 #include "platform/posix/threads/fork.h"
 #include "tracker/library.h"
 
@@ -33,6 +34,49 @@ void makeForkedChildrenInert() {
   static const int registered =
       pthread_atfork(nullptr, nullptr, [] { Library::exchangeCurrent(&inert); });
   static_cast<void>(registered);  // fails for want of memory only
+}
+
+bool holdsCertificate(const std::string& pemFile) {
+  const auto contents = readFile(pemFile).contents;
+  return contents && contents->find("CERTIFICATE-----") != std::string::npos;
+}
+
+// Makes paths absolute and reads the Info dictionary. Says why the options cannot work; empty if
+// they can.
+std::string complete(PosixOptions& options) {
+  const auto quoted = [](const std::string& text) { return " \"" + text + "\""; };
+  if (!isCollectionHost(options.collectionHost))
+    return "The collection host has to be \"host\" or \"host:port\", not" +
+           quoted(options.collectionHost) + ".";
+  for (auto* name : {&options.userDefaultsFile, &options.infoPropertyListFile,
+                     &options.certificateAuthorities}) {
+    if (name->find('\0') != std::string::npos)
+      return "The name of a file must not hold a NUL character.";
+    // The host may change its working directory later.
+    if (!name->empty()) *name = std::filesystem::absolute(*name).string();
+  }
+  const auto directory = std::filesystem::path(options.userDefaultsFile).parent_path();
+  if (!directory.empty() && !std::filesystem::is_directory(directory))
+    return "The settings' directory" + quoted(directory) + " does not exist.";
+  if (!options.infoDictionary && !options.infoPropertyListFile.empty()) {
+    options.infoDictionary = readInfoDictionary(options.infoPropertyListFile);
+    if (!options.infoDictionary)
+      return "The Info property list" + quoted(options.infoPropertyListFile) + " cannot be read.";
+  }
+  if (!options.certificateAuthorities.empty() && !holdsCertificate(options.certificateAuthorities))
+    return "The file" + quoted(options.certificateAuthorities) +
+           " cannot be read or holds no certificate in PEM form.";
+  if (!options.pinnedPublicKey.empty() && !isPublicKeyPin(options.pinnedPublicKey))
+    return "The pinned public key has to be \"sha256//\" and a SHA-256 digest in Base64.";
+  if (!options.proxy.empty() && !isProxy(options.proxy))
+    return "The proxy has to be \"http://host:port\".";
+  if (options.advertisingIdentifier && !canonicalUUID(*options.advertisingIdentifier))
+    return "The advertising identifier is not a UUID.";
+  if (options.interfaceOrientation < 0 || options.interfaceOrientation > 4)
+    return "The interface orientation has to be from 0 to 4.";
+  if (options.deviceOrientation < 0 || options.deviceOrientation > 6)
+    return "The device orientation has to be from 0 to 6.";
+  return {};
 }
 
 }  // namespace
@@ -106,24 +150,8 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
   try {
     const std::lock_guard lock(mutex);
     if (installed != nullptr) return {nullptr, "A platform has been installed already."};
-    if (!isCollectionHost(options.collectionHost)) {
-      return {nullptr, "The collection host has to be \"host\" or \"host:port\", not \"" +
-                           options.collectionHost + "\"."};
-    }
-    for (auto* name : {&options.userDefaultsFile, &options.infoPropertyListFile,
-                       &options.certificateAuthorities}) {
-      if (name->find('\0') != std::string::npos)
-        return {nullptr, "The name of a file must not hold a NUL character."};
-      // The host may change its working directory later.
-      if (!name->empty()) *name = std::filesystem::absolute(*name).string();
-    }
-    if (!options.pinnedPublicKey.empty() && !isPublicKeyPin(options.pinnedPublicKey))
-      return {nullptr,
-              "The pinned public key has to be \"sha256//\" and a SHA-256 digest in Base64."};
-    if (!options.proxy.empty() && !isProxy(options.proxy))
-      return {nullptr, "The proxy has to be \"http://host:port\"."};
-    if (options.advertisingIdentifier && !canonicalUUID(*options.advertisingIdentifier))
-      return {nullptr, "The advertising identifier is not a UUID."};
+    if (std::string reason = complete(options); !reason.empty())
+      return {nullptr, std::move(reason)};
 
     watchForks();
     makeForkedChildrenInert();

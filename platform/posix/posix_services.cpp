@@ -16,19 +16,13 @@ ApplicationState internalState(PosixOptions::ApplicationState state) {
   }
 }
 
-std::optional<HostMap> infoDictionary(PosixOptions& options) {
-  if (options.infoDictionary) return std::move(options.infoDictionary);
-  if (options.infoPropertyListFile.empty()) return std::nullopt;
-  return readInfoDictionary(options.infoPropertyListFile);
-}
-
 }  // namespace
 
 PosixServices::PosixServices(PosixOptions options)
     : collectionHost(std::move(options.collectionHost)),
       standardOutput(std::move(options.logSink)),
       userDefaults(std::move(options.userDefaultsFile)),
-      bundles(infoDictionary(options)),
+      bundles(std::move(options.infoDictionary)),
       application(internalState(options.applicationState), options.interfaceOrientation),
       device(std::move(options.systemName), std::move(options.systemVersion)),
       urlSession({.certificateAuthorities = std::move(options.certificateAuthorities),
