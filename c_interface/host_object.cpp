@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "properties/flat_copier.h"
 #include "properties/property_map.h"
 
 namespace veltrano::internal {
@@ -62,11 +63,7 @@ void MutableDictionary::set(const detail::Argument& key, const detail::Argument&
   entry.value(value);
   std::string& bytes = FlatAccess::flat(dictionary_).bytes();
   appendToContainer(bytes, entry);
-  // Removes replaced values once they may take half the memory.
-  constexpr std::size_t kFewBytes = 1024;
-  if (bytes.size() < 2 * sizeWhenTidy_ + kFewBytes) return;
-  dictionary_ = *dictionary_.member()->getIf<Dictionary>();
-  sizeWhenTidy_ = FlatAccess::flat(dictionary_).bytes().size();
+  removeReplacedEntries(bytes, sizeWhenTidy_, 0);
 }
 
 std::optional<HostMap> MutableDictionary::map() const {

@@ -175,7 +175,6 @@ class FlatBuffer final : public FlatWriter {
   explicit FlatBuffer(int level = 0) : FlatWriter(first_, first_ + sizeof first_, level) {}
 
   std::string_view bytes() const { return {begin_, static_cast<std::size_t>(at_ - begin_)}; }
-  void clear() { at_ = begin_; }
 
  private:
   void grow(std::size_t size) override;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <forward_list>
 #include <string>
 #include <string_view>
@@ -53,6 +54,11 @@ class FlatCopier {
   std::vector<FlatEntry> entries_;           // a stack: those of the dictionaries being copied
   std::forward_list<std::string> repaired_;  // copies of non-ASCII keys, well-formed
 };
+
+/// Removes the entries of a Dictionary that later equal keys replace once they may take half its
+/// memory. `sizeWhenTidy` is its size after the last time, 0 at first; `level` is as for
+/// FlatBuffer.
+void removeReplacedEntries(std::string& dictionary, std::size_t& sizeWhenTidy, int level);
 
 /// Whether every key of the Dictionary is a String.
 bool hasOnlyStringKeys(FlatView dictionary);

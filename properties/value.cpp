@@ -65,6 +65,19 @@ Flat::Flat(const Argument& argument) {
   bytes_ = buffer.bytes();
 }
 
+// Short enough to need no memory.
+std::string Flat::emptied(Kind kind) noexcept {
+  const bool isContainer = kind == Kind::Array || kind == Kind::Dictionary;
+  const bool isText = kind == Kind::String || kind == Kind::URL;
+  std::string bytes(isContainer ? FlatView::kContainerHead
+                    : isText    ? FlatView::kTextHead
+                                : 1,
+                    '\0');
+  bytes[0] = static_cast<char>(isContainer || isText ? kind : Kind::Absent);
+  if (isContainer) bytes[1] = 1;  // its depth
+  return bytes;
+}
+
 void Argument::flat(const HostValue& value) noexcept {
   flat(value.value_);
 }
@@ -170,16 +183,16 @@ bool Dictionary::isValidNestedType() const {
 }
 
 bool SupportedParameterType::isValidNestedType() const {
-  if (const auto array = getIf<veltrano::Array>()) return array->isValidNestedType();
+  if (flat_.kind() == Kind::Array) return hasOnlyMembers(flat_);
   if (const auto dictionary = getIf<veltrano::Dictionary>()) return dictionary->isValidNestedType();
   return true;
 }
 
 template <class T>
-std::optional<T> SupportedParameterType::getIf() const {
+detail::Copy<T> SupportedParameterType::getIf() const {
   const FlatView value(flat_.bytes());
   const auto when = [&](Kind kind, auto read) {
-    return value.kind() == kind ? std::optional<T>(read()) : std::nullopt;
+    return value.kind() == kind ? detail::Copy<T>(read()) : detail::Copy<T>();
   };
   if constexpr (std::is_same_v<T, std::string>)
     return when(Kind::String, [&] { return textOf(value); });
@@ -207,18 +220,18 @@ std::optional<T> SupportedParameterType::getIf() const {
     return when(Kind::Dictionary, [&] { return FlatAccess::make<T>(normalised(value)); });
 }
 
-template std::optional<std::string> SupportedParameterType::getIf() const;
-template std::optional<std::int64_t> SupportedParameterType::getIf() const;
-template std::optional<std::uint64_t> SupportedParameterType::getIf() const;
-template std::optional<Int64> SupportedParameterType::getIf() const;
-template std::optional<double> SupportedParameterType::getIf() const;
-template std::optional<float> SupportedParameterType::getIf() const;
-template std::optional<bool> SupportedParameterType::getIf() const;
-template std::optional<Date> SupportedParameterType::getIf() const;
-template std::optional<URL> SupportedParameterType::getIf() const;
-template std::optional<NSNull> SupportedParameterType::getIf() const;
-template std::optional<Array> SupportedParameterType::getIf() const;
-template std::optional<Dictionary> SupportedParameterType::getIf() const;
+template detail::Copy<std::string> SupportedParameterType::getIf() const;
+template detail::Copy<std::int64_t> SupportedParameterType::getIf() const;
+template detail::Copy<std::uint64_t> SupportedParameterType::getIf() const;
+template detail::Copy<Int64> SupportedParameterType::getIf() const;
+template detail::Copy<double> SupportedParameterType::getIf() const;
+template detail::Copy<float> SupportedParameterType::getIf() const;
+template detail::Copy<bool> SupportedParameterType::getIf() const;
+template detail::Copy<Date> SupportedParameterType::getIf() const;
+template detail::Copy<URL> SupportedParameterType::getIf() const;
+template detail::Copy<NSNull> SupportedParameterType::getIf() const;
+template detail::Copy<Array> SupportedParameterType::getIf() const;
+template detail::Copy<Dictionary> SupportedParameterType::getIf() const;
 
 std::optional<NSNumber> HostValue::number() const {
   const FlatView value = viewOf(*this);
@@ -247,6 +260,7 @@ void HostMap::set(std::string_view key, const HostValue& value) {
   entry.text(Kind::String, key);
   entry.value(value);
   appendToContainer(flat_.bytes(), entry);
+  removeReplacedEntries(flat_.bytes(), sizeWhenTidy_, -1);
 }
 
 HostMap::const_iterator HostMap::begin() const {

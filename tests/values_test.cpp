@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
+#include <functional>
 #include <list>
 #include <map>
 #include <random>
@@ -48,6 +50,12 @@ std::string json(const SupportedParameterType& value) {
   return std::string(text.substr(1, text.size() - 2));
 }
 
+struct CString {
+  operator const char*() const { return "text"; }
+};
+
+struct Derived : HostMap {};
+
 std::string jsonOfMap(const HostMap& map) {
   const auto converted = ParameterConversion::convert(map);
   if (!converted) return "none";
@@ -76,6 +84,8 @@ HostValue nested(int levels) {
 }
 
 TEST(Values, BracesPickTheMemberThatAReaderExpects) {
+  const std::string text = "text";
+  const volatile bool isVolatile = true;
   const std::string string = "s";
   const std::map<std::string, int> map{{"a", 1}};
   const HostMap written{
@@ -109,14 +119,24 @@ TEST(Values, BracesPickTheMemberThatAReaderExpects) {
       {"url", URL("https://example.org")},
       {"null", NSNull{}},
       {"optional", std::optional<int>(3)},
+      {"C string class", CString()},
+      {"path", std::filesystem::path("/tmp")},
+      {"paths", std::vector<std::filesystem::path>{"/tmp"}},
+      {"reference", std::cref(text)},
+      {"milliseconds",
+       std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now())},
+      {"volatile", isVolatile},
+      {"derived", Derived()},
   };
   const Member expected[] = {
-      Member::String, Member::String, Member::String, Member::Int,        Member::Int,
-      Member::Int,    Member::UInt,   Member::Int,    Member::Int,        Member::UInt,
-      Member::Int64,  Member::Double, Member::Float,  Member::Bool,       Member::Bool,
-      Member::Array,  Member::Array,  Member::Array,  Member::Dictionary, Member::Dictionary,
-      Member::Array,  Member::Array,  Member::Array,  Member::Dictionary, Member::Dictionary,
-      Member::Date,   Member::Date,   Member::URL,    Member::NSNull,     Member::Int};
+      Member::String, Member::String,    Member::String, Member::Int,        Member::Int,
+      Member::Int,    Member::UInt,      Member::Int,    Member::Int,        Member::UInt,
+      Member::Int64,  Member::Double,    Member::Float,  Member::Bool,       Member::Bool,
+      Member::Array,  Member::Array,     Member::Array,  Member::Dictionary, Member::Dictionary,
+      Member::Array,  Member::Array,     Member::Array,  Member::Dictionary, Member::Dictionary,
+      Member::Date,   Member::Date,      Member::URL,    Member::NSNull,     Member::Int,
+      Member::String, Member::String,    Member::Array,  Member::String,     Member::Date,
+      Member::Bool,   Member::Dictionary};
   ASSERT_EQ(written.size(), std::size(expected));
   auto next = std::begin(expected);
   for (const auto& [key, value] : written) EXPECT_EQ(memberIn(value), *next++) << key;
@@ -129,6 +149,14 @@ TEST(Values, BracesPickTheMemberThatAReaderExpects) {
   static_assert(!std::is_constructible_v<HostValue, int*>);
   static_assert(!std::is_constructible_v<HostValue, std::map<std::string, int*>>);
   static_assert(!std::is_constructible_v<HostMap, std::map<std::string, int*>>);
+  struct List : std::vector<List> {};
+  static_assert(!std::is_constructible_v<HostValue, List>);
+  static_assert(!std::is_constructible_v<detail::MapElement, int, int>);  // as in {{0, 1}, {0, 2}}
+
+  int sum = 0;
+  for (const HostValue& element : *HostValue({1, 2}).member()->getIf<Array>())
+    sum += static_cast<int>(*element.member()->getIf<std::int64_t>());
+  EXPECT_EQ(sum, 3);
 }
 
 TEST(Values, NestedTypesAreExaminedOneLevelDeep) {
@@ -280,8 +308,12 @@ TEST(Values, WhatHasBeenMovedFromMayBeUsed) {
   EXPECT_TRUE(array.empty());
   HostValue text(std::string(70'000, 'x'));
   const HostValue kept = std::move(text);
-  EXPECT_TRUE(text.isAbsent());
+  EXPECT_EQ(text.member()->getIf<std::string>(), "");
   EXPECT_EQ(kept.member()->getIf<std::string>()->size(), 70'000U);
+  HostMap next{{"c", 1}};
+  map = std::move(next);
+  next.set("d", 2);
+  EXPECT_EQ(jsonOfMap(next), R"({"d":2})");
 }
 
 TEST(Values, DictionariesKeepTheLastOfEqualKeys) {
@@ -289,6 +321,11 @@ TEST(Values, DictionariesKeepTheLastOfEqualKeys) {
   ASSERT_EQ(dictionary.size(), 3U);
   EXPECT_FALSE(dictionary.hasOnlyStringKeys());
   EXPECT_TRUE(dictionary.begin()->value == HostValue(3));
+
+  HostMap counting{{"z", 1}};
+  for (int i = 0; i < 1000; ++i) counting.set("count", i);
+  EXPECT_LT(counting.size(), 200U);
+  EXPECT_EQ(jsonOfMap(counting), R"({"count":999,"z":1})");
 
   HostMap inner{{"z", 1}, {"y", 2}, {"z", 3}};
   EXPECT_EQ(Dictionary(Entries{{inner, 1}, {HostMap{{"y", 2}, {"z", 3}}, 2}}).size(), 1U);

@@ -11,6 +11,7 @@ namespace veltrano::internal {
 namespace {
 
 constexpr std::size_t kChunkSize = 4096;
+constexpr std::size_t kFirstSize = 512;
 constexpr std::size_t kAlignment = alignof(TrackCall);
 
 }  // namespace
@@ -50,7 +51,7 @@ class TrackCall::Memory final : public FlatWriter {
     constexpr std::size_t kLeast = sizeof(TrackCall) + 64;
     if (chunk_ != nullptr && chunk_->size - chunk_->used < kLeast)
       std::exchange(chunk_, nullptr)->retire();
-    if (chunk_ == nullptr) chunk_ = makeChunk(kChunkSize);
+    if (chunk_ == nullptr) chunk_ = makeChunk(stage == Stage::firstCall ? kFirstSize : kChunkSize);
     begin_ = chunk_->bytes() + chunk_->used;
     end_ = chunk_->bytes() + chunk_->size;
     at_ = begin_ + sizeof(TrackCall);
@@ -59,6 +60,7 @@ class TrackCall::Memory final : public FlatWriter {
   /// Returns the chunk to the thread, unless it has got another one: a host's container may track
   /// while it is read.
   ~Memory() {
+    if (stage == Stage::firstCall) stage = Stage::keepsChunk;
     if (threadsChunk == nullptr && chunk_->isThreads)
       threadsChunk = chunk_;
     else
@@ -76,18 +78,21 @@ class TrackCall::Memory final : public FlatWriter {
   }
 
  private:
+  // A thread keeps a chunk from its second call until its thread-local destructors run. So a thread
+  // that calls once pays for that call only, even after those destructors: the ones of pthread keys
+  // run later.
+  enum class Stage : std::uint8_t { firstCall, keepsChunk, ended };
+
   struct EndOfThread {
     ~EndOfThread() {
-      hasThreadEnded = true;
+      stage = Stage::ended;
       if (threadsChunk != nullptr) std::exchange(threadsChunk, nullptr)->retire();
     }
   };
 
-  // A thread keeps a chunk of the common size until its thread-local destructors run; later ones
-  // may still track, with a chunk per call.
   static Chunk* makeChunk(std::size_t size) {
     Chunk* const chunk = Chunk::make(size);
-    chunk->isThreads = size == kChunkSize && !hasThreadEnded;
+    chunk->isThreads = size == kChunkSize && stage == Stage::keepsChunk;
     if (chunk->isThreads) {
       thread_local const EndOfThread end;
       static_cast<void>(end);
@@ -98,23 +103,31 @@ class TrackCall::Memory final : public FlatWriter {
   void grow(std::size_t size) override {
     const auto used = static_cast<std::size_t>(at_ - begin_);
     const std::size_t least = sizeof(Chunk) + used + size;
-    Chunk* const larger = makeChunk(least <= kChunkSize / 2 ? kChunkSize : 2 * least);
+    // A large call gets a chunk of its own, for a single large text without much to spare.
+    const bool isLarge = least > kChunkSize / 2;
+    const std::size_t spare = std::exchange(isLarge_, isLarge) ? least : kFirstSize;
+    Chunk* const larger = makeChunk(isLarge ? least + spare : kChunkSize);
     char* const begin = larger->bytes() + larger->used;
     std::memcpy(begin + sizeof(TrackCall), begin_ + sizeof(TrackCall), used - sizeof(TrackCall));
-    std::exchange(chunk_, larger)->retire();
+    Chunk* const left = std::exchange(chunk_, larger);
+    if (isLarge && left->isThreads && threadsChunk == nullptr)
+      threadsChunk = left;
+    else
+      left->retire();
     begin_ = begin;
     at_ = begin + used;
     end_ = larger->bytes() + larger->size;
   }
 
   static constinit thread_local Chunk* threadsChunk;
-  static constinit thread_local bool hasThreadEnded;
+  static constinit thread_local Stage stage;
 
   Chunk* chunk_;
+  bool isLarge_ = false;
 };
 
 constinit thread_local TrackCall::Chunk* TrackCall::Memory::threadsChunk = nullptr;
-constinit thread_local bool TrackCall::Memory::hasThreadEnded = false;
+constinit thread_local TrackCall::Memory::Stage TrackCall::Memory::stage = Stage::firstCall;
 
 std::unique_ptr<Block> TrackCall::make(Tracker& tracker, const AutomaticProperties& automatic,
                                        const std::optional<std::string>& carrier,

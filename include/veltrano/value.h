@@ -84,18 +84,46 @@ inline constexpr bool isInteger =
 template <class T, class... Types>
 inline constexpr bool isOneOf = (std::is_same_v<T, Types> || ...);
 
-// The types that store a value in the flat form.
+// The types that store a value in the flat form, and those that the host derives from them.
 template <class T>
 inline constexpr bool isFlat =
-    isOneOf<T, HostValue, SupportedParameterType, Array, Dictionary, HostMap>;
+    std::is_base_of_v<HostValue, T> || std::is_base_of_v<SupportedParameterType, T> ||
+    std::is_base_of_v<Array, T> || std::is_base_of_v<Dictionary, T> ||
+    std::is_base_of_v<HostMap, T>;
 
 template <class T>
-inline constexpr bool isText = std::is_convertible_v<const T&, std::string_view>;
+inline constexpr bool isCString =
+    std::is_convertible_v<const T&, const char*> && !std::is_same_v<T, std::nullptr_t>;
+template <class T>
+inline constexpr bool isText = isCString<T> || std::is_convertible_v<const T&, std::string_view>;
+
+// A null pointer is empty text.
+template <class T>
+std::string_view hostText(const T& text) {
+  if constexpr (isCString<T>) {
+    const char* const characters = text;
+    return characters != nullptr ? std::string_view(characters) : std::string_view();
+  } else {
+    return text;
+  }
+}
+
+// Types such as std::filesystem::path, whose text is made when it is read.
+template <class T>
+inline constexpr bool makesText =
+    !isText<T> && !isFlat<T> && std::is_convertible_v<const T&, std::string>;
 
 template <class T>
-inline constexpr bool isMember = isText<T> || isInteger<T> ||
-                                 isOneOf<T, bool, double, float, Int64, Date, NSNull, URL, Array,
-                                         Dictionary, std::chrono::system_clock::time_point>;
+inline constexpr bool isTime =
+    std::is_convertible_v<const T&, std::chrono::system_clock::time_point>;
+
+template <class T>
+inline constexpr bool isMember =
+    isText<T> || makesText<T> || isInteger<T> || isTime<T> ||
+    isOneOf<T, bool, double, float, Int64, Date, NSNull, URL, Array, Dictionary>;
+// Volatile numbers are read once.
+template <class T>
+inline constexpr bool isMember<volatile T> = std::is_arithmetic_v<T>&& isMember<T>;
 
 // The host's own maps with string keys, and its own lists. Anything that converts to text is text.
 template <class T, class = void>
@@ -113,10 +141,10 @@ template <class T, class = void>
 inline constexpr bool isSequence = false;
 template <class T>
 inline constexpr bool isSequence<
-    T,
-    std::void_t<typename T::value_type, decltype(*std::declval<typename T::const_iterator&>())>> =
-    !isFlat<T> && !isText<T> && !isMap<T> &&
-    std::is_same_v<std::decay_t<decltype(*std::declval<typename T::const_iterator&>())>,
+    T, std::void_t<typename T::value_type, decltype(*std::begin(std::declval<const T&>()))>> =
+    !isFlat<T> && !isText<T> && !makesText<T> && !isMap<T> &&
+    !std::is_same_v<T, typename T::value_type> &&
+    std::is_same_v<std::decay_t<decltype(*std::begin(std::declval<const T&>()))>,
                    typename T::value_type>;
 
 template <class T, class = void>
@@ -195,7 +223,9 @@ class VELTRANO_EXPORT Argument {
 
   template <class T, std::enable_if_t<isArgument<T>, int> = 0>
   Argument(const T& value) {
-    if constexpr (isInteger<T>) {
+    if constexpr (std::is_volatile_v<T>) {
+      *this = Argument(std::remove_volatile_t<T>(value));
+    } else if constexpr (isInteger<T>) {
       kind_ = std::is_signed_v<T> ? Kind::Int : Kind::UInt;
       bits_ = static_cast<std::uint64_t>(value);
     } else if constexpr (std::is_same_v<T, bool>) {
@@ -210,8 +240,6 @@ class VELTRANO_EXPORT Argument {
     } else if constexpr (std::is_same_v<T, Date>) {
       kind_ = Kind::Date;
       bits_ = static_cast<std::uint64_t>(value.sinceEpoch().count());
-    } else if constexpr (std::is_same_v<T, std::chrono::system_clock::time_point>) {
-      *this = Argument(Date(value));
     } else if constexpr (std::is_same_v<T, URL>) {
       refer(Kind::URL, value.text());
     } else if constexpr (std::is_same_v<T, NSNull>) {
@@ -221,11 +249,19 @@ class VELTRANO_EXPORT Argument {
       object_ = &value;
     } else if constexpr (isFlat<T>) {
       flat(value);
-    } else if constexpr (std::is_convertible_v<const T&, const char*>) {
+    } else if constexpr (isCString<T>) {
       const char* const characters = value;
       if (characters != nullptr) refer(Kind::String, characters);
     } else if constexpr (isText<T>) {
       refer(Kind::String, value);
+    } else if constexpr (isTime<T>) {
+      *this = Argument(Date(value));
+    } else if constexpr (makesText<T>) {
+      form_ = Form::own;
+      object_ = &value;
+      append_ = [](FlatWriter& writer, const void* object) {
+        writer.text(Kind::String, std::string(*static_cast<const T*>(object)));
+      };
     } else if constexpr (isMap<T> || (isSequence<T> && !isHashed<T>)) {
       form_ = Form::own;
       object_ = &value;
@@ -271,7 +307,7 @@ class VELTRANO_EXPORT Argument {
     const auto mark = writer.open(isMap<T> ? Kind::Dictionary : Kind::Array);
     if constexpr (isMap<T>) {
       for (const auto& [key, value] : container) {
-        writer.value(std::string_view(key));
+        writer.value(hostText(key));
         writer.value(value);
       }
     } else {
@@ -306,8 +342,11 @@ class ArrayElement {
 /// An element of a braced list of key/value pairs.
 class MapElement {
  public:
-  MapElement(std::string_view elementKey, Argument elementValue)
-      : key(elementKey), value(elementValue) {}
+  // A template, because a key must not be made from braces: two texts in them would be taken for a
+  // pair of iterators.
+  template <class Key, std::enable_if_t<isText<Key>, int> = 0>
+  MapElement(const Key& elementKey, Argument elementValue)
+      : key(hostText(elementKey)), value(elementValue) {}
 
   std::string_view key;
   Argument value;
@@ -320,6 +359,16 @@ inline Argument::Argument(std::initializer_list<MapElement> entries) noexcept
 
 struct FromFlat {};
 
+/// A copy, or none. `*` takes it out of a temporary, so that a loop may go over `*getIf<Array>()`.
+template <class T>
+class Copy : public std::optional<T> {
+ public:
+  using std::optional<T>::optional;
+
+  const T& operator*() const& { return this->value(); }
+  T operator*() && { return std::move(this->value()); }
+};
+
 /// One value in its flat form.
 class VELTRANO_EXPORT Flat {
  public:
@@ -329,10 +378,11 @@ class VELTRANO_EXPORT Flat {
   Flat(const Flat&) = default;
   Flat& operator=(const Flat&) = default;
 
-  /// A moved-from container is empty; any other moved-from value is absent.
+  /// A moved-from value is empty text, an empty container or absent.
   Flat(Flat&& other) noexcept : bytes_(emptied(other.kind())) { bytes_.swap(other.bytes_); }
   Flat& operator=(Flat&& other) noexcept {
-    bytes_.swap(other.bytes_);
+    Flat taken(std::move(other));
+    bytes_.swap(taken.bytes_);
     return *this;
   }
 
@@ -341,13 +391,7 @@ class VELTRANO_EXPORT Flat {
   std::string& bytes() noexcept { return bytes_; }
 
  private:
-  static std::string emptied(Kind kind) {
-    if (kind != Kind::Array && kind != Kind::Dictionary) kind = Kind::Absent;
-    std::string bytes(kind == Kind::Absent ? 1 : 6, '\0');
-    bytes[0] = static_cast<char>(kind);
-    if (kind != Kind::Absent) bytes[1] = 1;  // its depth
-    return bytes;
-  }
+  static std::string emptied(Kind kind) noexcept;
 
   std::string bytes_;
 };
@@ -482,9 +526,10 @@ class VELTRANO_EXPORT SupportedParameterType {
   /// `std::string`, `std::int64_t` (Int), `std::uint64_t` (UInt), `Int64`, `double`, `float`,
   /// `bool`, `Date`, `URL`, `NSNull`, `Array`, `Dictionary`.
   ///
-  /// Warning: iterators refer to the returned container; keep it in a variable while you iterate.
+  /// Warning: iterators refer to the returned container. `for (auto& e : *value.getIf<Array>())` is
+  /// safe; otherwise keep the container in a variable.
   template <class T>
-  std::optional<T> getIf() const;
+  detail::Copy<T> getIf() const;
 
   /// True for every scalar; for containers, see `Array` and `Dictionary`.
   bool isValidNestedType() const;
@@ -549,13 +594,16 @@ struct VELTRANO_EXPORT DictionaryEntry {
 
 /// One entry of a string-keyed map.
 struct VELTRANO_EXPORT HostMapEntry {
+  HostMapEntry(std::string entryKey, HostValue entryValue)
+      : key(std::move(entryKey)), value(std::move(entryValue)) {}
+
   std::string key;
   HostValue value;
 };
 
 /// A map from text to values that a host passes. Among equal keys, the last one wins; iteration and
 /// `size` still include the earlier ones, in the order in which they were given. Ill-formed UTF-8
-/// in a key becomes U+FFFD; a null pointer as a key is undefined behaviour.
+/// in a key becomes U+FFFD; a null pointer is an empty key.
 class VELTRANO_EXPORT HostMap {
  public:
   using const_iterator = detail::FlatIterator<HostMapEntry>;
@@ -585,6 +633,7 @@ class VELTRANO_EXPORT HostMap {
   static detail::Flat flatMap(const detail::Argument& map);
 
   detail::Flat flat_{detail::Argument(std::initializer_list<detail::MapElement>())};
+  std::size_t sizeWhenTidy_ = 0;  // in bytes
 };
 
 /// A map of properties as a parameter type. It refers to what the caller wrote and copies nothing.
@@ -592,7 +641,7 @@ class VELTRANO_EXPORT HostMap {
 /// Warning: valid until the end of the full expression; never store one.
 class HostMapView {
   template <class T>
-  static constexpr bool isMap = std::is_same_v<T, HostMap> ||
+  static constexpr bool isMap = std::is_base_of_v<HostMap, T> ||
                                 (detail::isMap<T> && detail::isArgument<T>);
 
  public:
