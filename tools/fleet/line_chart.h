@@ -1,0 +1,30 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace fleet {
+
+/// Lines over time, as a picture in SVG.
+struct LineChart {
+  enum class Unit { number, bytes, seconds };
+  struct Line {
+    std::string name;
+    std::string colour;
+    std::vector<double> values = {};  // one for each time; NaN leaves a gap
+  };
+
+  std::string title;
+  Unit unit = Unit::number;
+  bool isLogarithmic = false;  // then only values above 0 are drawn
+  std::vector<double> times = {};  // seconds
+  std::vector<Line> lines = {};
+  std::vector<std::pair<double, double>> shades = {};  // spans of time that stand out
+  std::string shadesName = {};
+};
+
+void writeSVG(std::ostream& output, const LineChart& chart);
+
+}  // namespace fleet
