@@ -86,31 +86,30 @@ Axis linearAxis(double highest) {
 
 // In decades, or in what clocks count for seconds.
 Axis logarithmicAxis(double lowest, double highest, LineChart::Unit unit) {
-  if (!(highest > 0)) lowest = 0.1, highest = 1;
+  if (!(lowest <= highest)) lowest = highest = 1;
   std::vector<double> marks;
   if (unit == LineChart::Unit::seconds)
     marks = {0.001, 0.01, 0.1, 1, 10, 60, 600, 3600, 36'000, 86'400, 864'000};
   else
     for (int exponent = -3; exponent <= 15; ++exponent) marks.push_back(std::pow(10, exponent));
-  const auto above = std::upper_bound(marks.begin(), marks.end(), lowest * 1.0001);
-  const auto first = above == marks.begin() ? above : above - 1;
-  auto last = std::lower_bound(first, marks.end(), highest);
-  if (last == marks.end()) --last;
-  if (last == first) last == marks.end() - 1 ? static_cast<void>(0) : static_cast<void>(++last);
-  return {*first, *last, std::vector(first, last + 1)};
+  Axis axis;
+  for (std::size_t i = 0; i + 1 < marks.size(); ++i)
+    if (marks[i + 1] > lowest && (marks[i] < highest || axis.ticks.empty()))
+      axis.ticks.insert(axis.ticks.end(), {marks[i], marks[i + 1]});
+  axis.ticks.erase(std::unique(axis.ticks.begin(), axis.ticks.end()), axis.ticks.end());
+  axis.low = axis.ticks.front();
+  axis.high = axis.ticks.back();
+  return axis;
 }
 
-std::vector<double> timeTicks(double first, double last) {
+std::vector<double> timeTicks(double end) {
+  constexpr double kMost = 12;
   double step = 86'400;
-  for (const double candidate : {1, 2, 5, 10, 30, 60, 120, 300, 600, 1200, 1800, 3600, 7200, 10'800,
-                                 14'400, 21'600, 43'200})
-    if ((last - first) / candidate <= 12) {
-      step = candidate;
-      break;
-    }
+  for (const double candidate : {43'200, 21'600, 14'400, 10'800, 7200, 3600, 1800, 1200, 600, 300,
+                                 120, 60, 30, 10, 5, 2, 1})
+    if (end / candidate <= kMost) step = candidate;
   std::vector<double> ticks;
-  for (double at = std::ceil(first / step) * step; at <= last + 1e-6; at += step)
-    ticks.push_back(at);
+  for (double at = 0; at <= end; at += step) ticks.push_back(at);
   return ticks;
 }
 
@@ -126,10 +125,6 @@ class Writer {
       }
     axis_ = chart.isLogarithmic ? logarithmicAxis(lowest, highest, chart.unit)
                                 : linearAxis(highest);
-    if (!chart.times.empty()) {
-      first_ = chart.times.front();
-      last_ = std::max(chart.times.back(), first_ + 1);
-    }
   }
 
   void write() {
@@ -151,7 +146,7 @@ class Writer {
   }
 
   double x(double time) const {
-    return kLeft + (time - first_) / (last_ - first_) * (kRight - kLeft);
+    return kLeft + time / chart_.end * (kRight - kLeft);
   }
 
   double y(double value) const {
@@ -181,7 +176,7 @@ class Writer {
 
   void shades() {
     for (const auto& [from, to] : chart_.shades) {
-      const double left = x(std::max(from, first_)), right = x(std::min(to, last_));
+      const double left = x(from), right = x(std::min(to, chart_.end));
       if (left >= right) continue;
       output_ << "<rect x=\"" << fixed(left, 1) << "\" y=\"" << kTop << "\" width=\""
               << fixed(right - left, 1) << "\" height=\"" << kBottom - kTop
@@ -195,7 +190,7 @@ class Writer {
       path("M" + fixed(kLeft, 0) + ' ' + at + 'H' + fixed(kRight, 0), "#ddd", 1);
       text(kLeft - 8, y(value) + 4, "end", labelOf(value, chart_.unit));
     }
-    for (const double time : timeTicks(first_, last_)) {
+    for (const double time : timeTicks(chart_.end)) {
       path('M' + fixed(x(time), 1) + ' ' + fixed(kBottom, 0) + "v5", "#333", 1);
       text(x(time), kBottom + 19, "middle", timeLabel(time));
     }
@@ -233,7 +228,6 @@ class Writer {
   std::ostream& output_;
   const LineChart& chart_;
   Axis axis_;
-  double first_ = 0, last_ = 1;
 };
 
 }  // namespace

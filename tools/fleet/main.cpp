@@ -94,7 +94,7 @@ int main(int argc, char** argv) {
   duration("--starts-at", scenario.startsAt, "The time of the day at the start; 0 is midnight");
   app.add_option("--seed", scenario.seed, "Makes another run of the same kind");
   duration("--resolution", scenario.resolution, "Of CSV and plots; by the length unless given");
-  app.add_option("--output", output, "A directory for CSV and plots; none without it");
+  app.add_option("--output", output, "A directory for CSV and plots; none without it")->take_last();
 
   app.add_option("--sessions", usage.sessionsPerDay, "Sessions of an application a day")
       ->check(CLI::PositiveNumber);

@@ -107,12 +107,12 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
   row("requests that failed", [](const Interval& i) { return double(failed(i)); });
   row("bytes of bodies", [](const Interval& i) { return double(bytes(i)); });
   row("events delivered", [](const Interval& i) { return double(i.deliveredEvents); });
-  output << format("%-26s%42llu\n", "requests, busiest second",
+  output << format("%-26s%44llu\n", "requests, busiest second",
                    static_cast<unsigned long long>(total.mostInASecond));
 
   const Statistics& end = total.atEnd;
   const auto count = [&](const char* name, std::uint64_t value) {
-    output << format("%-26s%42llu\n", name, static_cast<unsigned long long>(value));
+    output << format("%-26s%44llu\n", name, static_cast<unsigned long long>(value));
   };
   output << '\n';
   count("events of applications", outcome.tracked);
@@ -178,10 +178,12 @@ void writeFiles(const std::filesystem::path& directory, const Scenario& scenario
   const auto& intervals = outcome.measurements.intervals();
   const double resolution = seconds(outcome.measurements.resolution());
   using Unit = LineChart::Unit;
+  // What an interval holds stands at its middle.
   const auto plot = [&](const char* name, LineChart chart,
                         const std::vector<std::function<double(const Interval&)>>& values) {
+    chart.end = seconds(scenario.length);
     for (const Interval& interval : intervals) {
-      chart.times.push_back(seconds(interval.start));
+      chart.times.push_back(seconds(interval.start) + resolution / 2);
       for (std::size_t i = 0; i < values.size(); ++i)
         chart.lines[i].values.push_back(values[i](interval));
     }
