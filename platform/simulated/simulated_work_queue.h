@@ -32,7 +32,7 @@ class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
   Timeline& timeline_;
   std::deque<std::unique_ptr<Block>> ready_;
   std::function<void()> afterWait_;
-  bool isParked_ = false;   // until what it waits for is over
+  bool isParked_ = false;    // until what it waits for is over
   bool takesTurns_ = false;  // known to the timeline as ready
 };
 

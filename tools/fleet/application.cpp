@@ -40,8 +40,8 @@ struct Application::Process {
       : platform(owner.timeline_), session(platform.clock, *owner.timeline_, owner.host_, seed) {
     platform.clock.start = kFirstDay + owner.scenario_.startsAt;
     platform.randomSource.generator.seed(seed);
-    platform.bundles.mainInfo = veltrano::HostMap{{"CFBundleShortVersionString", "5.12.0"},
-                                                  {"CFBundleVersion", "51200"}};
+    platform.bundles.mainInfo =
+        veltrano::HostMap{{"CFBundleShortVersionString", "5.12.0"}, {"CFBundleVersion", "51200"}};
   }
 
   veltrano::internal::Platform services() {

@@ -27,8 +27,8 @@ std::string decoded(std::string_view body) {
 
 // Reports the names and the times of a batch's events.
 template <class OnName, class OnTime>
-class BatchHandler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>,
-                                                         BatchHandler<OnName, OnTime>> {
+class BatchHandler
+    : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, BatchHandler<OnName, OnTime>> {
  public:
   BatchHandler(const OnName& onName, const OnTime& onTime) : onName_(onName), onTime_(onTime) {}
 

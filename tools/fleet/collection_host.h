@@ -41,9 +41,9 @@ class CollectionHost {
   const HostOptions& options_;
   Measurements& measurements_;
   Duration busyUntil_{0};
-  Duration loadSince_{0};         // begin of the span in which the load is counted
-  std::uint64_t loadCount_ = 0;   // requests in it
-  double load_ = 0;               // requests a second in the span before
+  Duration loadSince_{0};        // begin of the span in which the load is counted
+  std::uint64_t loadCount_ = 0;  // requests in it
+  double load_ = 0;              // requests a second in the span before
   std::uint64_t events_ = 0;
   std::uint64_t heartbeatFailures_ = 0;
 };

@@ -14,7 +14,7 @@ struct Outcome {
   std::uint64_t arrived = 0;            // events that the host has read
   std::uint64_t heartbeatFailures = 0;  // of these, those by which the library reports one
   bool isBalanced = true;               // whether the statistics of each application add up, and
-                                        // all that was delivered arrived, at the end of each interval
+                           // all that was delivered arrived, at the end of each interval
 };
 
 /// Runs the scenario, the same way each time.

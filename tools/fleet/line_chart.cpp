@@ -105,8 +105,8 @@ Axis logarithmicAxis(double lowest, double highest, LineChart::Unit unit) {
 std::vector<double> timeTicks(double end) {
   constexpr double kMost = 12;
   double step = 86'400;
-  for (const double candidate : {43'200, 21'600, 14'400, 10'800, 7200, 3600, 1800, 1200, 600, 300,
-                                 120, 60, 30, 10, 5, 2, 1})
+  for (const double candidate :
+       {43'200, 21'600, 14'400, 10'800, 7200, 3600, 1800, 1200, 600, 300, 120, 60, 30, 10, 5, 2, 1})
     if (end / candidate <= kMost) step = candidate;
   std::vector<double> ticks;
   for (double at = 0; at <= end; at += step) ticks.push_back(at);
@@ -123,8 +123,8 @@ class Writer {
         lowest = std::min(lowest, value);
         highest = std::max(highest, value);
       }
-    axis_ = chart.isLogarithmic ? logarithmicAxis(lowest, highest, chart.unit)
-                                : linearAxis(highest);
+    axis_ =
+        chart.isLogarithmic ? logarithmicAxis(lowest, highest, chart.unit) : linearAxis(highest);
   }
 
   void write() {
@@ -145,9 +145,7 @@ class Writer {
     return std::isfinite(value) && !(chart_.isLogarithmic && value <= 0);
   }
 
-  double x(double time) const {
-    return kLeft + time / chart_.end * (kRight - kLeft);
-  }
+  double x(double time) const { return kLeft + time / chart_.end * (kRight - kLeft); }
 
   double y(double value) const {
     const double share = chart_.isLogarithmic

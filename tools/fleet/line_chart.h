@@ -19,7 +19,7 @@ struct LineChart {
   std::string title;
   Unit unit = Unit::number;
   bool isLogarithmic = false;  // then only values above 0 are drawn
-  double end = 1;                  // of the time shown, which starts at 0; seconds
+  double end = 1;              // of the time shown, which starts at 0; seconds
   std::vector<double> times = {};
   std::vector<Line> lines = {};
   std::vector<std::pair<double, double>> shades = {};  // spans of time that stand out

@@ -7,6 +7,8 @@
 #include <exception>
 #include <iostream>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "tools/fleet/report.h"
 
@@ -19,15 +21,6 @@ Duration resolutionFor(Duration length) {
   for (const int seconds : {1, 2, 5, 10, 15, 30, 60, 120, 180, 300, 600})
     if (length <= 480 * std::chrono::seconds(seconds)) return std::chrono::seconds(seconds);
   return std::chrono::hours(1);
-}
-
-template <class Parse>
-auto read(const std::string& option, const std::string& text, const Parse& parse) {
-  try {
-    return parse(text);
-  } catch (const std::invalid_argument&) {
-    throw CLI::ValidationError(option, "cannot read " + text);
-  }
 }
 
 // What the run took; not for the table, which is the same for every run.
@@ -56,83 +49,76 @@ int main(int argc, char** argv) {
   fleet::HostOptions& host = scenario.host;
   std::string output;
 
-  const auto duration = [&](const std::string& name, Duration& value, const std::string& help) {
-    app.add_option_function<std::string>(
-           name,
-           [&value, name](const std::string& text) {
-             value = read(name, text, fleet::parseDuration);
-           },
-           help)
-        ->default_str(value.count() > 0 ? fleet::text(value) : "")
-        ->type_name("DURATION");
+  const auto parsed = [&app](const char* name, auto& value, const auto& parse, const char* type,
+                             const char* help) {
+    return app
+        .add_option_function<std::string>(
+            name,
+            [&value, parse, name](const std::string& text) {
+              try {
+                value = parse(text);
+              } catch (const std::invalid_argument& error) {
+                throw CLI::ValidationError(name, error.what());
+              }
+            },
+            help)
+        ->type_name(type);
   };
-  const auto optionalDuration = [&](const std::string& name, std::optional<Duration>& value,
-                                    const std::string& help) {
-    app.add_option_function<std::string>(
-           name,
-           [&value, name](const std::string& text) {
-             value = read(name, text, fleet::parseDuration);
-           },
-           help)
-        ->type_name("DURATION");
-  };
-  const auto failure = [&](const std::string& name, fleet::Failure& value,
-                           const std::string& help) {
-    app.add_option_function<std::string>(
-           name,
-           [&value, name](const std::string& text) {
-             value = read(name, text, fleet::parseFailure);
-           },
-           help)
-        ->default_str("503")
-        ->type_name("FAILURE");
+  const auto duration = [&](const char* name, auto& value, const char* help) {
+    return parsed(name, value, fleet::parseDuration, "DURATION", help);
   };
   app.option_defaults()->always_capture_default();
   app.add_option("--applications", scenario.applications, "How many there are")
       ->check(CLI::Range(1, 1'000'000));
-  duration("--length", scenario.length, "How much time is simulated");
-  duration("--starts-at", scenario.startsAt, "The time of the day at the start; 0 is midnight");
+  duration("--length", scenario.length, "How much time is simulated")->default_str("24h");
+  duration("--starts-at", scenario.startsAt, "The time of the day at the start")->default_str("0h");
   app.add_option("--seed", scenario.seed, "Makes another run of the same kind");
   duration("--resolution", scenario.resolution, "Of CSV and plots; by the length unless given");
   app.add_option("--output", output, "A directory for CSV and plots; none without it")->take_last();
 
   app.add_option("--sessions", usage.sessionsPerDay, "Sessions of an application a day")
       ->check(CLI::PositiveNumber);
-  duration("--session-length", usage.sessionLength, "What a session lasts on average");
+  duration("--session-length", usage.sessionLength, "What a session lasts on average")
+      ->default_str("6m");
   app.add_option("--events", usage.eventsPerMinute, "Events a minute in the foreground")
       ->check(CLI::NonNegativeNumber);
   app.add_option("--background", usage.backgroundShare,
                  "The share of the events that is recorded in the background")
       ->check(CLI::Range(0.0, 0.99));
   app.add_option("--swing", usage.dailySwing,
-                 "How much more often sessions begin at the busiest time than on average, as a share")
+                 "How much more often sessions begin at the busiest time than on average, as a "
+                 "share of that")
       ->check(CLI::Range(0.0, 1.0));
-  duration("--busiest-time", usage.busiestTime, "The time of the day when most sessions begin");
+  duration("--busiest-time", usage.busiestTime, "The time of the day when most sessions begin")
+      ->default_str("20h");
 
   app.add_option("--capacity", host.capacity, "Requests a second that the host accepts")
       ->check(CLI::PositiveNumber);
-  duration("--latency", host.latency, "What an answer takes");
+  duration("--latency", host.latency, "What an answer takes")->default_str("80ms");
   duration("--longest-wait", host.longestWait,
-           "How long a request may wait for its turn before the host is overloaded");
-  failure("--overload", host.overload, "What requests get that are too many");
-  app.add_option_function<std::vector<std::string>>(
-         "--outage",
-         [&](const std::vector<std::string>& spans) {
-           for (const std::string& span : spans)
-             host.outages.push_back(read("--outage", span, fleet::parseOutage));
-         },
-         "When every request fails, since the start; may be given several times")
+           "How long a request may wait for its turn before the host is overloaded")
+      ->default_str("1s");
+  parsed("--overload", host.overload, fleet::parseFailure, "FAILURE",
+         "What requests get that are too many")
+      ->default_str("503");
+  std::vector<std::string> outages;
+  app.add_option("--outage", outages,
+                 "When every request fails, since the start; may be given several times")
       ->type_name("FROM..TO");
-  failure("--outage-answer", host.outage, "What requests get in an outage");
-  optionalDuration("--retry-after", host.retryAfter, "Sent as Retry-After with failures");
-  optionalDuration("--back-off", host.backOff,
-                   "The heartbeats' interval that the host asks for; else it leaves it alone");
+  parsed("--outage-answer", host.outage, fleet::parseFailure, "FAILURE",
+         "What requests get in an outage")
+      ->default_str("503");
+  duration("--retry-after", host.retryAfter, "Sent as Retry-After with statuses of failures");
+  duration("--back-off", host.backOff,
+           "The heartbeats' interval that the host asks for; else it leaves it alone");
   app.add_option("--back-off-above", host.backOffAbove,
-                 "The load, as a share of the capacity, above which it does; below, it asks for 20 s")
+                 "The load, as a share of the capacity, above which it does; below, it asks for "
+                 "20 s")
       ->check(CLI::NonNegativeNumber);
   CLI11_PARSE(app, argc, argv);
 
   try {
+    for (const std::string& span : outages) host.outages.push_back(fleet::parseOutage(span));
     if (usage.foregroundShare() >= 0.95)
       throw std::invalid_argument("--sessions and --session-length fill the day");
     if (scenario.length == scenario.length.zero())

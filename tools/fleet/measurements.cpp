@@ -9,8 +9,8 @@ namespace {
 Delays delaysOf(std::vector<float> seconds) {
   if (seconds.empty()) return {};
   const auto at = [&](double share) {
-    const auto place = seconds.begin() + static_cast<std::ptrdiff_t>(
-                                             share * static_cast<double>(seconds.size() - 1));
+    const auto place = seconds.begin() +
+                       static_cast<std::ptrdiff_t>(share * static_cast<double>(seconds.size() - 1));
     std::nth_element(seconds.begin(), place, seconds.end());
     return double{*place};
   };

@@ -30,7 +30,7 @@ struct Interval {
   std::array<Requests, kEndpoints> requests;
   std::uint64_t mostInASecond = 0;  // requests of both kinds, received
   std::uint64_t deliveredEvents = 0;
-  Delays delays;  // of these
+  Delays delays;               // of these
   veltrano::Statistics atEnd;  // of all applications
   std::uint64_t inForegroundAtEnd = 0;
 };

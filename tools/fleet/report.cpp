@@ -74,15 +74,16 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
   output << format("%d applications for %s from %s on, seed %llu\n", scenario.applications,
                    text(scenario.length).c_str(), text(scenario.startsAt).c_str(),
                    static_cast<unsigned long long>(scenario.seed))
-         << format("usage     %g sessions a day of %s, %g events a minute, %g %% of the events in "
-                   "the background\n",
-                   usage.sessionsPerDay, text(usage.sessionLength).c_str(), usage.eventsPerMinute,
-                   100 * usage.backgroundShare)
+         << format(
+                "usage     %g sessions a day of %s, %g events a minute, %g %% of the events in "
+                "the background\n",
+                usage.sessionsPerDay, text(usage.sessionLength).c_str(), usage.eventsPerMinute,
+                100 * usage.backgroundShare)
          << format("host      %g requests/s, answers after %s; overloaded: %s\n", host.capacity,
                    text(host.latency).c_str(), text(host.overload).c_str());
   for (const Outage& outage : host.outages)
-    output << format("outage    %s to %s: %s\n", text(outage.from).c_str(),
-                     text(outage.to).c_str(), text(host.outage).c_str());
+    output << format("outage    %s to %s: %s\n", text(outage.from).c_str(), text(outage.to).c_str(),
+                     text(host.outage).c_str());
   if (host.backOff)
     output << format("back-off  heartbeats every %s while the load is above %g %%\n",
                      text(*host.backOff).c_str(), 100 * host.backOffAbove);
@@ -94,8 +95,7 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
       most = std::max(most, of(interval));
     return most / seconds(outcome.measurements.resolution());
   };
-  output << format("\n%-26s%14s%14s%16s\n", "", "average", "busiest",
-                   "in all")
+  output << format("\n%-26s%14s%14s%16s\n", "", "average", "busiest", "in all")
          << format("%-26s%14s%14s\n", "", "a second",
                    text(outcome.measurements.resolution()).c_str());
   const auto row = [&](const char* name, const std::function<double(const Interval&)>& of) {
@@ -126,10 +126,11 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
   count("  dropped otherwise", end.droppedAsNotEncodable + end.droppedForMemory);
   count("read by the host", outcome.arrived);
   count("  of applications", outcome.arrived - outcome.heartbeatFailures);
-  output << format("\ndelay to delivery         median %.1f s, 90 %% %.1f s, 99 %% %.1f s, longest "
-                   "%.1f s\n",
-                   total.delays.median, total.delays.percentile90, total.delays.percentile99,
-                   total.delays.longest)
+  output << format(
+                "\ndelay to delivery         median %.1f s, 90 %% %.1f s, 99 %% %.1f s, longest "
+                "%.1f s\n",
+                total.delays.median, total.delays.percentile90, total.delays.percentile99,
+                total.delays.longest)
          << "the counts " << (outcome.isBalanced ? "add up" : "DO NOT ADD UP") << '\n';
 }
 

@@ -27,6 +27,10 @@ constexpr Unit kUnits[] = {{"d", std::chrono::days(1)},
                            {"s", std::chrono::seconds(1)},
                            {"ms", std::chrono::milliseconds(1)}};
 
+[[noreturn]] void fail(std::string_view text) {
+  throw std::invalid_argument("cannot read \"" + std::string(text) + '"');
+}
+
 }  // namespace
 
 double Usage::foregroundShare() const {
@@ -44,19 +48,19 @@ double Usage::backgroundEventsPerMinute() const {
 }
 
 Duration parseDuration(std::string_view text) {
-  const std::string whole(text);
+  const std::string_view whole = text;
   Duration sum{0};
   do {
     double number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || !(number >= 0)) throw std::invalid_argument(whole);
+    if (error != std::errc() || !(number >= 0)) fail(whole);
     text.remove_prefix(static_cast<std::size_t>(end - text.data()));
     const auto name = text.substr(0, text.find_first_of("0123456789."));
     Duration unit = std::chrono::seconds(1);
     if (!name.empty()) {
       const auto* const known = std::find_if(std::begin(kUnits), std::end(kUnits),
                                              [&](const Unit& u) { return u.name == name; });
-      if (known == std::end(kUnits)) throw std::invalid_argument(whole);
+      if (known == std::end(kUnits)) fail(whole);
       unit = known->length;
     }
     text.remove_prefix(name.size());
@@ -67,9 +71,9 @@ Duration parseDuration(std::string_view text) {
 
 Outage parseOutage(std::string_view text) {
   const auto dots = text.find("..");
-  if (dots == text.npos) throw std::invalid_argument(std::string(text));
+  if (dots == text.npos) fail(text);
   const Outage outage{parseDuration(text.substr(0, dots)), parseDuration(text.substr(dots + 2))};
-  if (outage.from >= outage.to) throw std::invalid_argument(std::string(text));
+  if (outage.from >= outage.to) fail(text);
   return outage;
 }
 
@@ -80,7 +84,7 @@ Failure parseFailure(std::string_view text) {
   int status = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), status);
   if (error != std::errc() || end != text.data() + text.size() || status < 100 || status > 599)
-    throw std::invalid_argument(std::string(text));
+    fail(text);
   return {Failure::Kind::status, status};
 }
 

@@ -20,7 +20,7 @@ struct Usage {
   Duration sessionLength = std::chrono::minutes(6);
   double eventsPerMinute = 4;     // in the foreground
   double backgroundShare = 0.05;  // of all events, recorded in the background
-  double dailySwing = 0.6;        // sessions begin up to this much more or less often than on average
+  double dailySwing = 0.6;  // sessions begin up to this much more or less often than on average
   Duration busiestTime = std::chrono::hours(20);  // of the day
 
   /// The share of the day that an application is in the foreground. Less than 1.
@@ -54,15 +54,15 @@ struct HostOptions {
   Failure overload;
   std::vector<Outage> outages;
   Failure outage;
-  std::optional<Duration> retryAfter;    // sent with statuses that report a failure
-  std::optional<Duration> backOff;       // the interval that answers to heartbeats ask for
-  double backOffAbove = 0;               // only while the load exceeds this share of the capacity
+  std::optional<Duration> retryAfter;  // sent with statuses that report a failure
+  std::optional<Duration> backOff;     // the interval that answers to heartbeats ask for
+  double backOffAbove = 0;             // only while the load exceeds this share of the capacity
 };
 
 struct Scenario {
   int applications = 1000;
   Duration length = std::chrono::hours(24);
-  Duration startsAt{0};  // the time of the day
+  Duration startsAt{0};    // the time of the day
   Duration resolution{0};  // of what is measured over time
   std::uint64_t seed = 1;
   Usage usage;
