@@ -7,6 +7,8 @@
 #include <string_view>
 #include <utility>
 
+#include "heartbeat/heartbeat_interval.h"
+
 namespace fleet {
 
 using veltrano::internal::ApplicationState;
@@ -42,6 +44,9 @@ struct Application::Process {
     platform.randomSource.generator.seed(seed);
     platform.bundles.mainInfo =
         veltrano::HostMap{{"CFBundleShortVersionString", "5.12.0"}, {"CFBundleVersion", "51200"}};
+    if (const auto interval = owner.scenario_.usage.storedInterval)
+      platform.defaults.setDouble(std::chrono::duration<double>(*interval).count(),
+                                  veltrano::internal::kHeartbeatIntervalKey);
   }
 
   veltrano::internal::Platform services() {

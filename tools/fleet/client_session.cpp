@@ -25,7 +25,7 @@ AttemptResult resultOf(const CollectionHost::Reply& reply) {
     result.httpStatusCode = reply.failure->status;
     result.retryAfter = reply.retryAfter;
   } else {
-    result.failedToConnect = reply.failure->kind != Failure::Kind::silence;
+    result.failedToConnect = !reply.failure->connects();
   }
   return result;
 }
@@ -61,10 +61,12 @@ CollectionHost::Reply ClientSession::send(const Post& post) {
   const Duration now = timeline_.now();
   const Failure silence{Failure::Kind::silence, 0};
   if (post.deadline <= now) return {silence, Duration::zero()};
-  const Duration timeLeft = std::min(kLimits.attemptTimeout, post.deadline - now);
   auto reply = host_.receive(post.endpoint, post.body, now);
-  if (reply.after <= timeLeft) return reply;
-  return {reply.failure.value_or(silence), timeLeft};
+  const bool connects = !reply.failure || reply.failure->connects();
+  const Duration limit =
+      std::min(connects ? kLimits.attemptTimeout : kLimits.connectTimeout, post.deadline - now);
+  if (reply.after <= limit) return reply;
+  return {reply.failure.value_or(silence), limit};
 }
 
 void ClientSession::end(const Pointer& post) {

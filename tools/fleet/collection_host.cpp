@@ -86,16 +86,23 @@ CollectionHost::Reply CollectionHost::receive(Endpoint endpoint, const std::stri
   const bool isOut = std::any_of(options_.outages.begin(), options_.outages.end(), isAway);
   busyUntil_ = std::max(busyUntil_, now);
   const Duration wait = busyUntil_ - now;
-  const bool isAccepted = !isOut && wait <= options_.longestWait;
-  measurements_.received(endpoint, now, body.size(), isAccepted);
-  if (!isAccepted) return failed(isOut ? options_.outage : options_.overload);
+  std::optional<Failure> failure;
+  if (isOut)
+    failure = options_.outage;
+  else if (wait > options_.longestWait)
+    failure = options_.overload;
+  const bool connects = !failure || failure->connects();
+  measurements_.received(endpoint, now, connects ? body.size() : 0, !failure);
+  if (failure) return failed(*failure);
   busyUntil_ += veltrano::internal::durationFromSeconds(1 / options_.capacity);
   return {{}, wait + options_.latency, {}, endpoint == kHeartbeat ? heartbeatAnswer() : ""};
 }
 
 CollectionHost::Reply CollectionHost::failed(const Failure& failure) const {
-  const bool isSilent = failure.kind == Failure::Kind::silence;
-  return {failure, isSilent ? Duration::max() : options_.latency, options_.retryAfter};
+  const bool isAnswered = failure.kind == Failure::Kind::status;
+  const bool isRefused = failure.kind == Failure::Kind::refused;
+  return {failure, isAnswered || isRefused ? options_.latency : Duration::max(),
+          options_.retryAfter};
 }
 
 std::string CollectionHost::heartbeatAnswer() const {

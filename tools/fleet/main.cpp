@@ -85,6 +85,8 @@ int main(int argc, char** argv) {
   app.add_option("--background", usage.backgroundShare,
                  "The share of the events that is recorded in the background")
       ->check(CLI::Range(0.0, 0.99));
+  duration("--stored-interval", usage.storedInterval,
+           "The heartbeats' interval that the applications have stored when they begin");
   app.add_option("--swing", usage.dailySwing,
                  "How much more often sessions begin at the busiest time than on average, as a "
                  "share of that")

@@ -12,7 +12,8 @@ namespace fleet {
 
 enum Endpoint { kTrack, kHeartbeat, kEndpoints };
 
-/// Requests as the collection host sees them: each attempt is one.
+/// Requests on their way to the collection host: each attempt is one, also one that gets no
+/// connection and sends nothing.
 struct Requests {
   std::uint64_t received = 0;
   std::uint64_t accepted = 0;

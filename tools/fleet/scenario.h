@@ -18,8 +18,9 @@ using veltrano::internal::Duration;
 struct Usage {
   double sessionsPerDay = 8;
   Duration sessionLength = std::chrono::minutes(6);
-  double eventsPerMinute = 4;     // in the foreground
-  double backgroundShare = 0.05;  // of all events, recorded in the background
+  double eventsPerMinute = 4;              // in the foreground
+  double backgroundShare = 0.05;           // of all events, recorded in the background
+  std::optional<Duration> storedInterval;  // of heartbeats, from earlier answers
   double dailySwing = 0.6;  // sessions begin up to this much more or less often than on average
   Duration busiestTime = std::chrono::hours(20);  // of the day
 
@@ -38,6 +39,8 @@ struct Failure {
     refused,     // no connection, at once
     unreachable  // no connection, after the time that a connection may take
   };
+
+  bool connects() const { return kind == Kind::status || kind == Kind::silence; }
 
   Kind kind = Kind::status;
   int status = 503;
