@@ -55,7 +55,7 @@ struct Application::Process {
     return services;
   }
 
-  void post(std::string_view notification) {
+  void post(std::string_view notification) const {
     platform.notificationCenter.post(std::string(notification));
   }
 

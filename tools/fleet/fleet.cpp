@@ -1,6 +1,5 @@
 #include "tools/fleet/fleet.h"
 
-#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -39,14 +38,14 @@ Outcome run(const Scenario& scenario) {
   CollectionHost host(scenario.host, outcome.measurements);
   const auto timeline = std::make_shared<veltrano::internal::Timeline>();
   std::vector<std::unique_ptr<Application>> applications;
+  applications.reserve(static_cast<std::size_t>(scenario.applications));
   for (int number = 0; number < scenario.applications; ++number)
     applications.push_back(std::make_unique<Application>(number, scenario, timeline, host));
 
   const auto runUntil = [&](Duration time) {
     if (!timeline->runUntil(time)) throw std::runtime_error("the simulation runs away");
   };
-  for (Duration now{0}; now < scenario.length;) {
-    now = std::min(now + scenario.resolution, scenario.length);
+  for (Duration now = scenario.resolution; now <= scenario.length; now += scenario.resolution) {
     runUntil(now);
     Statistics all;
     std::uint64_t inForeground = 0;

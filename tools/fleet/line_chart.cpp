@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <ostream>
 #include <span>
 
@@ -84,18 +85,14 @@ Axis linearAxis(double highest) {
   return axis;
 }
 
-// In decades, or in what clocks count for seconds.
-Axis logarithmicAxis(double lowest, double highest, LineChart::Unit unit) {
+Axis logarithmicAxis(double lowest, double highest) {
   if (!(lowest <= highest)) lowest = highest = 1;
-  std::vector<double> marks;
-  if (unit == LineChart::Unit::seconds)
-    marks = {0.001, 0.01, 0.1, 1, 10, 60, 600, 3600, 36'000, 86'400, 864'000};
-  else
-    for (int exponent = -3; exponent <= 15; ++exponent) marks.push_back(std::pow(10, exponent));
+  constexpr double kMarks[] = {1e-3, 1e-2,   0.1,    1,       10,     60,    600,
+                               3600, 36'000, 86'400, 864'000, 8.64e6, 8.64e7};
   Axis axis;
-  for (std::size_t i = 0; i + 1 < marks.size(); ++i)
-    if (marks[i + 1] > lowest && (marks[i] < highest || axis.ticks.empty()))
-      axis.ticks.insert(axis.ticks.end(), {marks[i], marks[i + 1]});
+  for (std::size_t i = 0; i + 1 < std::size(kMarks); ++i)
+    if (kMarks[i + 1] > lowest && (kMarks[i] < highest || axis.ticks.empty()))
+      axis.ticks.insert(axis.ticks.end(), {kMarks[i], kMarks[i + 1]});
   axis.ticks.erase(std::unique(axis.ticks.begin(), axis.ticks.end()), axis.ticks.end());
   axis.low = axis.ticks.front();
   axis.high = axis.ticks.back();
@@ -123,8 +120,7 @@ class Writer {
         lowest = std::min(lowest, value);
         highest = std::max(highest, value);
       }
-    axis_ =
-        chart.isLogarithmic ? logarithmicAxis(lowest, highest, chart.unit) : linearAxis(highest);
+    axis_ = isLogarithmic_ ? logarithmicAxis(lowest, highest) : linearAxis(highest);
   }
 
   void write() {
@@ -142,13 +138,13 @@ class Writer {
 
  private:
   bool isDrawn(double value) const {
-    return std::isfinite(value) && !(chart_.isLogarithmic && value <= 0);
+    return std::isfinite(value) && !(isLogarithmic_ && value <= 0);
   }
 
   double x(double time) const { return kLeft + time / chart_.end * (kRight - kLeft); }
 
   double y(double value) const {
-    const double share = chart_.isLogarithmic
+    const double share = isLogarithmic_
                              ? std::log(value / axis_.low) / std::log(axis_.high / axis_.low)
                              : (value - axis_.low) / (axis_.high - axis_.low);
     return kBottom - std::clamp(share, 0.0, 1.0) * (kBottom - kTop);
@@ -225,6 +221,7 @@ class Writer {
 
   std::ostream& output_;
   const LineChart& chart_;
+  const bool isLogarithmic_ = chart_.unit == LineChart::Unit::seconds;
   Axis axis_;
 };
 

@@ -7,7 +7,8 @@
 
 namespace fleet {
 
-/// Lines over time, as a picture in SVG.
+/// Lines over time, as a picture in SVG. Seconds get a logarithmic axis, on which only values above
+/// 0 are drawn.
 struct LineChart {
   enum class Unit { number, bytes, seconds };
   struct Line {
@@ -18,8 +19,7 @@ struct LineChart {
 
   std::string title;
   Unit unit = Unit::number;
-  bool isLogarithmic = false;  // then only values above 0 are drawn
-  double end = 1;              // of the time shown, which starts at 0; seconds
+  double end = 1;  // of the time shown, which starts at 0; seconds
   std::vector<double> times = {};
   std::vector<Line> lines = {};
   std::vector<std::pair<double, double>> shades = {};  // spans of time that stand out

@@ -70,7 +70,8 @@ int main(int argc, char** argv) {
   app.option_defaults()->always_capture_default();
   app.add_option("--applications", scenario.applications, "How many there are")
       ->check(CLI::Range(1, 1'000'000));
-  duration("--length", scenario.length, "How much time is simulated")->default_str("24h");
+  duration("--length", scenario.length, "How much time is simulated, rounded up to the resolution")
+      ->default_str("24h");
   duration("--starts-at", scenario.startsAt, "The time of the day at the start")->default_str("0h");
   app.add_option("--seed", scenario.seed, "Makes another run of the same kind");
   duration("--resolution", scenario.resolution, "Of CSV and plots; by the length unless given");
@@ -127,6 +128,8 @@ int main(int argc, char** argv) {
       throw std::invalid_argument("--length is too short");
     if (scenario.resolution == scenario.resolution.zero())
       scenario.resolution = resolutionFor(scenario.length);
+    const auto rest = scenario.length % scenario.resolution;
+    if (rest > rest.zero()) scenario.length += scenario.resolution - rest;
     const auto start = std::chrono::steady_clock::now();
     const fleet::Outcome outcome = fleet::run(scenario);
     fleet::writeTable(std::cout, scenario, outcome);

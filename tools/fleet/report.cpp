@@ -1,5 +1,6 @@
 #include "tools/fleet/report.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdarg>
@@ -225,7 +226,6 @@ void writeFiles(const std::filesystem::path& directory, const Scenario& scenario
   plot("delay.svg",
        {.title = "Delay from event to delivery, by the time of delivery",
         .unit = Unit::seconds,
-        .isLogarithmic = true,
         .lines = {{"longest", kGrey}, {"99 %", kOrange}, {"90 %", kGreen}, {"median", kBlue}}},
        {whenDelivered(&Delays::longest), whenDelivered(&Delays::percentile99),
         whenDelivered(&Delays::percentile90), whenDelivered(&Delays::median)});

@@ -64,9 +64,9 @@ struct HostOptions {
 
 struct Scenario {
   int applications = 1000;
-  Duration length = std::chrono::hours(24);
-  Duration startsAt{0};    // the time of the day
-  Duration resolution{0};  // of what is measured over time
+  Duration length = std::chrono::hours(24);  // a multiple of the resolution
+  Duration startsAt{0};                      // the time of the day
+  Duration resolution{0};                    // of what is measured over time
   std::uint64_t seed = 1;
   Usage usage;
   HostOptions host;
