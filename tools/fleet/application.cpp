@@ -136,14 +136,18 @@ void Application::track() {
   static constexpr std::string_view kNames[] = {"Screen Viewed", "Item Played", "Item Paused",
                                                 "Search Made"};
   ++tracked_;
-  process_->library.tracker().track(
-      kNames[random_.below(std::size(kNames))],
-      {{"screen", "recommendations"},
-       {"item", "item-" + std::to_string(random_.below(1'000'000))},
-       {"position", static_cast<double>(random_.below(3'600'000)) / 1000},
-       {"plan", "premium"},
-       {"is_offline", random_.below(10) == 0}},
-      nullptr);
+  // One after the other, since compilers evaluate arguments in different orders.
+  const std::string item = "item-" + std::to_string(random_.below(1'000'000));
+  const double position = static_cast<double>(random_.below(3'600'000)) / 1000;
+  const bool isOffline = random_.below(10) == 0;
+  const std::string_view name = kNames[random_.below(std::size(kNames))];
+  process_->library.tracker().track(name,
+                                    {{"screen", "recommendations"},
+                                     {"item", item},
+                                     {"position", position},
+                                     {"plan", "premium"},
+                                     {"is_offline", isOffline}},
+                                    nullptr);
 }
 
 // Draws candidates as often as sessions ever begin, and takes the share that begin at that time.
