@@ -1,7 +1,9 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
+#include <utility>
 
 namespace veltrano::internal {
 
@@ -15,14 +17,26 @@ class DispatchGroup {
 
   /// Balances one `enter`.
   void leave() {
-    // Notifies under the lock: a waiter that sees the group empty may destroy it at once.
-    const std::lock_guard lock(mutex_);
-    if (--entered_ == 0) emptied_.notify_all();
+    std::function<void()> then;
+    {
+      // Notifies under the lock: a waiter that sees the group empty may destroy it at once.
+      const std::lock_guard lock(mutex_);
+      if (--entered_ > 0) return;
+      emptied_.notify_all();
+      then = std::exchange(then_, nullptr);
+    }
+    if (then) then();
   }
 
   bool isEmpty() const {
     const std::lock_guard lock(mutex_);
     return entered_ == 0;
+  }
+
+  /// Has the `leave` that next empties the group call `then`, without a lock. For one at a time.
+  void notify(std::function<void()> then) {
+    const std::lock_guard lock(mutex_);
+    then_ = std::move(then);
   }
 
   /// Blocks the calling thread until the group is empty.
@@ -34,7 +48,8 @@ class DispatchGroup {
  private:
   mutable std::mutex mutex_;
   std::condition_variable emptied_;
-  int entered_ = 0;  // guarded by mutex_
+  int entered_ = 0;             // guarded by mutex_
+  std::function<void()> then_;  // guarded by mutex_
 };
 
 }  // namespace veltrano::internal

@@ -4,39 +4,42 @@
 
 namespace veltrano::internal {
 
-SimulatedWorkQueue::SimulatedWorkQueue(Timeline& timeline) : timeline_(timeline) {
-  timeline_.addTurn([this] { return runOne(); });
-}
-
 void SimulatedWorkQueue::async(std::unique_ptr<Block> block) {
   ready_.push_back(std::move(block));
+  becomeReady();
 }
 
 void SimulatedWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) {
-  auto becomeReady = [this, item = std::move(item)] { async([item] { item->run(); }); };
-  if (delay <= Duration::zero()) return becomeReady();
-  timeline_.schedule(delay, std::move(becomeReady));
+  auto submit = [this, item = std::move(item)] { async([item] { item->run(); }); };
+  if (delay <= Duration::zero()) return submit();
+  timeline_.schedule(delay, std::move(submit));
 }
 
 void SimulatedWorkQueue::wait(DispatchGroup& group, std::function<void()> then) {
   if (group.isEmpty()) return then();
-  awaited_ = &group;
+  isParked_ = true;
   afterWait_ = std::move(then);
+  group.notify([this] {
+    isParked_ = false;
+    becomeReady();
+  });
 }
 
-// Runs one block, or the end of a wait that is over. False when nothing is ready.
-bool SimulatedWorkQueue::runOne() {
-  if (awaited_) {
-    if (!awaited_->isEmpty()) return false;
-    awaited_ = nullptr;
+void SimulatedWorkQueue::becomeReady() {
+  if (!isParked_ && !std::exchange(takesTurns_, true)) timeline_.makeReady(*this);
+}
+
+// Runs the end of a wait that is over, or else one block.
+bool SimulatedWorkQueue::takeOne() {
+  if (afterWait_) {
     std::exchange(afterWait_, nullptr)();
-    return true;
+  } else {
+    const auto block = std::move(ready_.front());
+    ready_.pop_front();
+    block->run();
   }
-  if (ready_.empty()) return false;
-  const auto block = std::move(ready_.front());
-  ready_.pop_front();
-  block->run();
-  return true;
+  takesTurns_ = !isParked_ && !ready_.empty();
+  return takesTurns_;
 }
 
 }  // namespace veltrano::internal

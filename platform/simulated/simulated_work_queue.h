@@ -11,9 +11,9 @@ namespace veltrano::internal {
 
 /// A work queue whose blocks run between the entries of a timeline. The two live until neither runs
 /// any more.
-class SimulatedWorkQueue final : public WorkQueue {
+class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
  public:
-  explicit SimulatedWorkQueue(Timeline& timeline);
+  explicit SimulatedWorkQueue(Timeline& timeline) : timeline_(timeline) {}
   SimulatedWorkQueue(const SimulatedWorkQueue&) = delete;
   SimulatedWorkQueue& operator=(const SimulatedWorkQueue&) = delete;
 
@@ -26,12 +26,14 @@ class SimulatedWorkQueue final : public WorkQueue {
   void wait(DispatchGroup& group, std::function<void()> then) override;
 
  private:
-  bool runOne();
+  bool takeOne() override;
+  void becomeReady();
 
   Timeline& timeline_;
   std::deque<std::unique_ptr<Block>> ready_;
-  DispatchGroup* awaited_ = nullptr;  // not null while the queue is parked
   std::function<void()> afterWait_;
+  bool isParked_ = false;    // until what it waits for is over
+  bool takesTurns_ = false;  // known to the timeline as ready
 };
 
 }  // namespace veltrano::internal

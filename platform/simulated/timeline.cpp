@@ -14,12 +14,13 @@ void Timeline::schedule(Duration delay, Action action) {
 }
 
 void Timeline::add(Duration time, Kind kind, Action action) {
-  entries_.emplace(Place(time, kind, added_++), std::move(action));
+  entries_.push_back({{time, kind, added_++}, std::move(action)});
+  std::push_heap(entries_.begin(), entries_.end(), std::greater());
 }
 
 bool Timeline::runUntil(Duration time) {
   for (takeTurns(); !isStopped_ && !entries_.empty(); takeTurns()) {
-    const auto& [due, kind, order] = entries_.begin()->first;
+    const auto [due, kind, order] = entries_.front().place;
     if (due > time) break;
     if (due > now_) entriesAtInstant_ = turnsAtInstant_ = 0;
     now_ = std::max(now_, due);
@@ -27,8 +28,9 @@ bool Timeline::runUntil(Duration time) {
     ++entriesSinceStep_;
     ++entriesAtInstant_;
     if (isOverBudget()) isRunaway_ = isStopped_ = true;
-    const Action action = std::move(entries_.begin()->second);
-    entries_.erase(entries_.begin());
+    std::pop_heap(entries_.begin(), entries_.end(), std::greater());
+    const Action action = std::move(entries_.back().action);
+    entries_.pop_back();
     action();
   }
   if (!isStopped_) now_ = std::max(now_, time);
@@ -37,7 +39,8 @@ bool Timeline::runUntil(Duration time) {
 
 Duration Timeline::begin() {
   std::erase_if(entries_,
-                [](const auto& entry) { return std::get<Kind>(entry.first) == Kind::step; });
+                [](const Entry& entry) { return std::get<Kind>(entry.place) == Kind::step; });
+  std::make_heap(entries_.begin(), entries_.end(), std::greater());
   isStopped_ = isRunaway_ = false;
   restartBudget();
   return now_;
@@ -55,11 +58,10 @@ bool Timeline::isOverBudget() const {
 }
 
 void Timeline::takeTurns() {
-  const auto anyTurn = [this] {
-    return std::any_of(turns_.begin(), turns_.end(), [](const auto& turn) { return turn(); });
-  };
-  while (!isStopped_ && anyTurn())
+  while (!isStopped_ && !ready_.empty()) {
+    if (!ready_.front()->takeOne()) ready_.pop_front();
     if (++turnsAtInstant_ > kTurnsPerInstant) isRunaway_ = isStopped_ = true;
+  }
 }
 
 }  // namespace veltrano::internal

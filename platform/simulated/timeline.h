@@ -1,8 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
-#include <map>
 #include <tuple>
 #include <vector>
 
@@ -33,9 +33,19 @@ class Timeline {
   /// Schedules something that the system does by itself.
   void schedule(Duration delay, Action action);
 
-  /// Before each entry is taken, all turns are called in the order in which they were added, again
-  /// and again until each answers false.
-  void addTurn(std::function<bool()> turn) { turns_.push_back(std::move(turn)); }
+  /// Something that runs between the entries.
+  class Turns {
+   public:
+    /// Takes one turn. True when there is another to be taken.
+    virtual bool takeOne() = 0;
+
+   protected:
+    ~Turns() = default;
+  };
+
+  /// Takes all turns of `turns` before the next entry, after those of what was ready earlier. Not
+  /// for what is ready already.
+  void makeReady(Turns& turns) { ready_.push_back(&turns); }
 
   /// Runs what is due up to and including `time`, and moves the clock there. False when the run was
   /// stopped, by `stop` or as a runaway.
@@ -52,7 +62,12 @@ class Timeline {
 
  private:
   enum class Kind { step, scheduled };
-  using Place = std::tuple<Duration, Kind, std::uint64_t>;
+  struct Entry {
+    std::tuple<Duration, Kind, std::uint64_t> place;
+    Action action;
+
+    bool operator>(const Entry& other) const { return place > other.place; }
+  };
 
   void add(Duration time, Kind kind, Action action);
   void takeTurns();
@@ -60,8 +75,8 @@ class Timeline {
   bool isOverBudget() const;
 
   Duration now_{0};
-  std::map<Place, Action> entries_;
-  std::vector<std::function<bool()>> turns_;
+  std::vector<Entry> entries_;  // a heap, with what is due first at the front
+  std::deque<Turns*> ready_;
   std::uint64_t added_ = 0;
   Duration latestStep_{0};
   std::int64_t entriesSinceStep_ = 0;

@@ -1,0 +1,128 @@
+// Many libraries in one process, and what the simulated collection host makes of them.
+#include "tools/fleet/fleet.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "tools/fleet/report.h"
+
+namespace fleet {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Busy for so few: they reach the cap of events within the outage.
+Scenario smallFleet() {
+  Scenario scenario;
+  scenario.applications = 20;
+  scenario.length = 2h;
+  scenario.resolution = 1min;
+  scenario.usage.sessionsPerDay = 12;
+  scenario.usage.sessionLength = 1h;
+  scenario.usage.eventsPerMinute = 6;
+  scenario.host.outages = {{20min, 50min}};
+  return scenario;
+}
+
+// All that a run says, by the file that says it.
+std::map<std::string, std::string> everythingOf(const Scenario& scenario) {
+  const std::filesystem::path directory = testing::TempDir() + "fleet." + std::to_string(getpid());
+  const Outcome outcome = run(scenario);
+  std::ostringstream table;
+  writeTable(table, scenario, outcome);
+  std::map<std::string, std::string> texts{{"table", table.str()}};
+  writeFiles(directory, scenario, outcome);
+  for (const auto& file : std::filesystem::directory_iterator(directory)) {
+    std::ostringstream text;
+    text << std::ifstream(file.path()).rdbuf();
+    texts[file.path().filename()] = text.str();
+  }
+  std::filesystem::remove_all(directory);
+  return texts;
+}
+
+TEST(Fleet, ARunRepeatsToTheByte) {
+  Scenario scenario = smallFleet();
+  const auto first = everythingOf(scenario);
+  EXPECT_EQ(first.size(), 7U);
+  EXPECT_EQ(everythingOf(scenario), first);
+  scenario.seed = 2;
+  EXPECT_NE(everythingOf(scenario).at("intervals.csv"), first.at("intervals.csv"));
+}
+
+class FleetAndFailingHost : public testing::TestWithParam<const char*> {};
+
+TEST_P(FleetAndFailingHost, EveryEventIsAccountedFor) {
+  Scenario scenario = smallFleet();
+  scenario.host.outage = scenario.host.overload = parseFailure(GetParam());
+  scenario.host.capacity = 1;  // fewer than they send
+  const Outcome outcome = run(scenario);
+  EXPECT_TRUE(outcome.isBalanced);
+  const Interval total = outcome.measurements.total();
+  const auto& end = total.atEnd;
+  EXPECT_EQ(end.recorded, end.waiting + end.inFlight + end.delivered + end.dropped());
+  EXPECT_EQ(end.delivered, outcome.arrived);
+  EXPECT_EQ(end.delivered, total.deliveredEvents);
+  // Calls made while an upload is under way are recorded later.
+  EXPECT_LE(end.recorded, outcome.tracked + end.heartbeatsFailed);
+  EXPECT_GT(end.recorded, outcome.tracked / 2);
+  EXPECT_GT(end.delivered, 0U);
+  const bool isRefused = std::string(GetParam()) == "400";
+  EXPECT_EQ(end.droppedAsRefused > 0, isRefused);
+  EXPECT_EQ(end.droppedByTrimming > 0, !isRefused);
+
+  const auto accepted = total.requests[kTrack].accepted + total.requests[kHeartbeat].accepted;
+  EXPECT_GT(accepted, 54 * 60U);  // more would have come in the 90 minutes
+  EXPECT_LE(accepted, 91 * 60U);
+  for (const Interval& interval : outcome.measurements.intervals()) {
+    if (interval.start < 20min || interval.start >= 50min) continue;
+    EXPECT_EQ(interval.requests[kTrack].accepted + interval.requests[kHeartbeat].accepted, 0U);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Failures, FleetAndFailingHost,
+                         testing::Values("503", "500", "400", "silence", "refused", "unreachable"));
+
+TEST(Fleet, TheHostSlowsHeartbeatsDownAndHoldsBackRetries) {
+  Scenario scenario = smallFleet();
+  const auto heartbeats = [&](Duration from, Duration to) {
+    scenario.length = to;
+    const Outcome outcome = run(scenario);
+    double count = 0;
+    for (const Interval& interval : outcome.measurements.intervals())
+      if (interval.start >= from) count += double(interval.requests[kHeartbeat].received);
+    return count;
+  };
+  const double usual = heartbeats(5min, 20min);
+  const double triedThreeTimes = heartbeats(25min, 40min);
+  scenario.host.backOff = 60s;
+  EXPECT_LT(heartbeats(5min, 20min), usual / 2);
+  scenario.host.backOffAbove = 1;  // which it never reaches
+  EXPECT_EQ(heartbeats(5min, 20min), usual);
+  scenario.host.retryAfter = 5min;  // longer than a request may take
+  EXPECT_NEAR(heartbeats(25min, 40min), triedThreeTimes / 3, triedThreeTimes / 30);
+}
+
+TEST(Fleet, OptionsAreReadInFullOrNotAtAll) {
+  EXPECT_EQ(parseDuration("90"), 90s);
+  EXPECT_EQ(parseDuration("1h30m"), 90min);
+  EXPECT_EQ(parseDuration("1.5s250ms"), 1750ms);
+  EXPECT_EQ(text(parseDuration("1d2h3m4s5ms")), "1d2h3m4s5ms");
+  EXPECT_EQ(parseOutage("1h..1h10m").to, 70min);
+  for (const char* const wrong : {"", "h", "1x", "-1", "1h-", "nan"})
+    EXPECT_THROW(parseDuration(wrong), std::invalid_argument) << wrong;
+  for (const char* const wrong : {"1h", "1h..", "2h..1h"})
+    EXPECT_THROW(parseOutage(wrong), std::invalid_argument) << wrong;
+  for (const char* const wrong : {"", "99", "600", "503 ", "silent"})
+    EXPECT_THROW(parseFailure(wrong), std::invalid_argument) << wrong;
+}
+
+}  // namespace
+}  // namespace fleet

@@ -1,0 +1,170 @@
+#include "tools/fleet/application.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "heartbeat/heartbeat_interval.h"
+
+namespace fleet {
+
+using veltrano::internal::ApplicationState;
+using veltrano::internal::Library;
+using veltrano::internal::SimulatedPlatform;
+using veltrano::internal::Timeline;
+
+namespace {
+
+constexpr double kSecondsPerDay = 86'400;
+// A midnight in UTC.
+constexpr Duration kFirstDay = std::chrono::seconds(1'700'006'400);
+// Applications that are in the foreground at the start have begun their flush cycles at all times.
+constexpr double kFlushCycleSeconds = 20;
+
+}  // namespace
+
+std::uint64_t Random::next() {
+  std::uint64_t z = state_ += 0x9E3779B97F4A7C15;
+  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9;
+  z = (z ^ (z >> 27)) * 0x94D049BB133111EB;
+  return z ^ (z >> 31);
+}
+
+Duration Random::exponential(double meanSeconds) {
+  return veltrano::internal::durationFromSeconds(-std::log1p(-uniform()) * meanSeconds);
+}
+
+struct Application::Process {
+  Process(const Application& owner, std::uint32_t seed)
+      : platform(owner.timeline_), session(platform.clock, *owner.timeline_, owner.host_, seed) {
+    platform.clock.start = kFirstDay + owner.scenario_.startsAt;
+    platform.randomSource.generator.seed(seed);
+    platform.bundles.mainInfo =
+        veltrano::HostMap{{"CFBundleShortVersionString", "5.12.0"}, {"CFBundleVersion", "51200"}};
+    if (const auto interval = owner.scenario_.usage.storedInterval)
+      platform.defaults.setDouble(std::chrono::duration<double>(*interval).count(),
+                                  veltrano::internal::kHeartbeatIntervalKey);
+  }
+
+  veltrano::internal::Platform services() {
+    auto services = platform.services();
+    services.urlSession = &session;
+    return services;
+  }
+
+  void post(std::string_view notification) const {
+    platform.notificationCenter.post(std::string(notification));
+  }
+
+  SimulatedPlatform platform;
+  ClientSession session;
+  Library library{services()};
+};
+
+Application::Application(int number, const Scenario& scenario, std::shared_ptr<Timeline> timeline,
+                         CollectionHost& host)
+    : number_(number),
+      scenario_(scenario),
+      timeline_(std::move(timeline)),
+      host_(host),
+      random_(Random(scenario.seed).next() + static_cast<std::uint64_t>(number)) {
+  const Usage& usage = scenario_.usage;
+  const double share = usage.foregroundShare() * usage.swingAt(scenario_.startsAt);
+  changesAt_ = random_.uniform() < share
+                   ? veltrano::internal::durationFromSeconds(random_.uniform() * kFlushCycleSeconds)
+                   : nextSession();
+  scheduleNext();
+}
+
+Application::~Application() = default;
+
+veltrano::Statistics Application::statistics() const {
+  return process_ ? process_->library.accounting().statistics() : veltrano::Statistics();
+}
+
+// Events and the ends of sessions have no memory, so the next one is drawn anew each time.
+void Application::scheduleNext() {
+  const Duration now = timeline_->now();
+  const Usage& usage = scenario_.usage;
+  const double eventsPerMinute =
+      isInForeground_ ? usage.eventsPerMinute : usage.backgroundEventsPerMinute();
+  Duration next = changesAt_;
+  if (process_ && eventsPerMinute > 0)
+    next = std::min(next, now + random_.exponential(60 / eventsPerMinute));
+  timeline_->addStep(next, [this] { act(); });
+}
+
+void Application::act() {
+  if (hasEnded_) return;
+  if (timeline_->now() >= changesAt_)
+    changeSides();
+  else
+    track();
+  scheduleNext();
+}
+
+void Application::changeSides() {
+  isInForeground_ = !isInForeground_;
+  const Duration now = timeline_->now();
+  if (!isInForeground_) {
+    process_->platform.device.applicationState = ApplicationState::background;
+    process_->post(veltrano::internal::kApplicationDidEnterBackground);
+    changesAt_ = nextSession();
+    return;
+  }
+  const auto mean = std::chrono::duration<double>(scenario_.usage.sessionLength).count();
+  changesAt_ = now + random_.exponential(mean);
+  if (!process_) return launch();
+  process_->platform.device.applicationState = ApplicationState::active;
+  process_->post(veltrano::internal::kApplicationWillEnterForeground);
+  process_->post(veltrano::internal::kApplicationDidBecomeActive);
+}
+
+void Application::launch() {
+  process_ = std::make_unique<Process>(*this, static_cast<std::uint32_t>(random_.next()));
+  auto& tracker = process_->library.tracker();
+  tracker.setAppId("veltrano.example");
+  tracker.setLibVersion("5.12.0");
+  tracker.setUserId("user-" + std::to_string(number_));
+  process_->post(veltrano::internal::kApplicationDidBecomeActive);
+}
+
+void Application::track() {
+  static constexpr std::string_view kNames[] = {"Screen Viewed", "Item Played", "Item Paused",
+                                                "Search Made"};
+  ++tracked_;
+  // One after the other, since compilers evaluate arguments in different orders.
+  const std::string item = "item-" + std::to_string(random_.below(1'000'000));
+  const double position = static_cast<double>(random_.below(3'600'000)) / 1000;
+  const bool isOffline = random_.below(10) == 0;
+  const std::string_view name = kNames[random_.below(std::size(kNames))];
+  process_->library.tracker().track(name,
+                                    {{"screen", "recommendations"},
+                                     {"item", item},
+                                     {"position", position},
+                                     {"plan", "premium"},
+                                     {"is_offline", isOffline}},
+                                    nullptr);
+}
+
+// Draws candidates as often as sessions ever begin, and takes the share that begin at that time.
+Duration Application::nextSession() {
+  const Usage& usage = scenario_.usage;
+  const double gapSeconds = kSecondsPerDay / usage.sessionsPerDay * (1 - usage.foregroundShare());
+  const double busiest = 1 + usage.dailySwing;
+  Duration at = timeline_->now();
+  do {
+    at += random_.exponential(gapSeconds / busiest);
+  } while (random_.uniform() * busiest >= usage.swingAt(scenario_.startsAt + at));
+  return at;
+}
+
+void Application::end() {
+  hasEnded_ = true;
+  if (isInForeground_) changeSides();
+}
+
+}  // namespace fleet

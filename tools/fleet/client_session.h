@@ -1,0 +1,55 @@
+#pragma once
+
+#include <array>
+#include <deque>
+#include <memory>
+#include <random>
+#include <string>
+
+#include "platform/posix/http/retry.h"
+#include "platform/simulated/simulated_platform.h"
+#include "tools/fleet/collection_host.h"
+
+namespace fleet {
+
+/// An application's way to the collection host: in virtual time, with the retries and the time
+/// limits of the POSIX platform. Each endpoint has one attempt under way at a time.
+class ClientSession final : public veltrano::internal::ZKURLSessionManager {
+ public:
+  ClientSession(veltrano::internal::SimulatedClock& clock, veltrano::internal::Timeline& timeline,
+                CollectionHost& host, std::uint32_t seed)
+      : clock_(clock), timeline_(timeline), host_(host), random_(seed) {}
+
+  void postData(veltrano::internal::PostRequest request,
+                veltrano::internal::URLSessionCallback callback) override;
+
+ private:
+  struct Post {
+    Endpoint endpoint;
+    std::string body;
+    veltrano::internal::URLSessionCallback callback;
+    Duration deadline;
+    veltrano::internal::RetryRules rules;
+    int retries = 0;
+    CollectionHost::Reply reply;  // to the latest attempt
+  };
+  using Pointer = std::shared_ptr<Post>;
+  struct Line {
+    std::deque<Pointer> due;
+    bool isBusy = false;
+  };
+
+  void attempt(const Pointer& post);
+  void attemptNext(Line& line);
+  CollectionHost::Reply send(const Post& post);
+  void end(const Pointer& post);
+  void report(const Post& post);
+
+  veltrano::internal::SimulatedClock& clock_;
+  veltrano::internal::Timeline& timeline_;
+  CollectionHost& host_;
+  std::minstd_rand random_;
+  std::array<Line, kEndpoints> lines_;
+};
+
+}  // namespace fleet

@@ -1,0 +1,129 @@
+#include "tools/fleet/collection_host.h"
+
+#include <openssl/evp.h>
+#include <rapidjson/reader.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <string_view>
+
+namespace fleet {
+namespace {
+
+constexpr Duration kLoadSpan = std::chrono::seconds(10);
+constexpr std::string_view kBodyStart = "data=";
+
+std::string decoded(std::string_view body) {
+  if (!body.starts_with(kBodyStart)) throw std::runtime_error("a body without data");
+  body.remove_prefix(kBodyStart.size());
+  std::string bytes(body.size() / 4 * 3, '\0');
+  if (EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
+                      reinterpret_cast<const unsigned char*>(body.data()),
+                      static_cast<int>(body.size())) < 0)
+    throw std::runtime_error("a body that is no Base64");
+  while (!bytes.empty() && bytes.back() == '\0') bytes.pop_back();
+  return bytes;
+}
+
+// Reports the names and the times of a batch's events.
+template <class OnName, class OnTime>
+class BatchHandler
+    : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, BatchHandler<OnName, OnTime>> {
+ public:
+  BatchHandler(const OnName& onName, const OnTime& onTime) : onName_(onName), onTime_(onTime) {}
+
+  bool StartArray() { return open(); }
+  bool StartObject() { return open(); }
+  bool EndArray(rapidjson::SizeType) { return close(); }
+  bool EndObject(rapidjson::SizeType) { return close(); }
+  bool Key(const char* text, rapidjson::SizeType length, bool) {
+    key_ = {text, length};
+    return true;
+  }
+  bool String(const char* text, rapidjson::SizeType length, bool) {
+    if (depth_ == kEventDepth && key_ == "event") onName_(std::string_view(text, length));
+    return true;
+  }
+  bool Uint64(std::uint64_t number) {
+    if (depth_ == kEventDepth + 1 && key_ == "time") onTime_(std::chrono::milliseconds(number));
+    return true;
+  }
+
+ private:
+  static constexpr int kEventDepth = 2;
+
+  bool open() {
+    ++depth_;
+    return true;
+  }
+  bool close() {
+    --depth_;
+    return true;
+  }
+
+  const OnName& onName_;
+  const OnTime& onTime_;
+  std::string_view key_;
+  int depth_ = 0;
+};
+
+}  // namespace
+
+void CollectionHost::noteLoad(Duration now) {
+  if (now - loadSince_ >= kLoadSpan) {
+    const auto span = std::chrono::duration<double>(now - loadSince_).count();
+    load_ = static_cast<double>(loadCount_) / span;
+    loadCount_ = 0;
+    loadSince_ = now;
+  }
+  ++loadCount_;
+}
+
+CollectionHost::Reply CollectionHost::receive(Endpoint endpoint, const std::string& body,
+                                              Duration now) {
+  noteLoad(now);
+  const auto isAway = [now](const Outage& o) { return o.from <= now && now < o.to; };
+  const bool isOut = std::any_of(options_.outages.begin(), options_.outages.end(), isAway);
+  busyUntil_ = std::max(busyUntil_, now);
+  const Duration wait = busyUntil_ - now;
+  std::optional<Failure> failure;
+  if (isOut)
+    failure = options_.outage;
+  else if (wait > options_.longestWait)
+    failure = options_.overload;
+  const bool connects = !failure || failure->connects();
+  measurements_.received(endpoint, now, connects ? body.size() : 0, !failure);
+  if (failure) return failed(*failure);
+  busyUntil_ += veltrano::internal::durationFromSeconds(1 / options_.capacity);
+  return {{}, wait + options_.latency, {}, endpoint == kHeartbeat ? heartbeatAnswer() : ""};
+}
+
+CollectionHost::Reply CollectionHost::failed(const Failure& failure) const {
+  const bool isAnswered = failure.kind == Failure::Kind::status;
+  const bool isRefused = failure.kind == Failure::Kind::refused;
+  return {failure, isAnswered || isRefused ? options_.latency : Duration::max(),
+          options_.retryAfter};
+}
+
+std::string CollectionHost::heartbeatAnswer() const {
+  if (!options_.backOff) return "{}";
+  const bool isBusy = load_ >= options_.backOffAbove * options_.capacity;
+  const auto seconds = isBusy ? std::chrono::duration<double>(*options_.backOff).count() : 20;
+  return "{\"back_off_seconds\":" + std::to_string(seconds) + "}";
+}
+
+void CollectionHost::accept(Endpoint endpoint, const std::string& body, Duration wallTime) {
+  if (endpoint != kTrack) return;
+  std::string json = decoded(body);
+  const auto onName = [this](std::string_view name) {
+    ++events_;
+    heartbeatFailures_ += name == "Heartbeat Failed";
+  };
+  const auto onTime = [&](Duration time) { measurements_.delivered(wallTime - time); };
+  BatchHandler handler(onName, onTime);
+  rapidjson::InsituStringStream stream(json.data());
+  if (!rapidjson::Reader().Parse<rapidjson::kParseInsituFlag>(stream, handler))
+    throw std::runtime_error("a batch that is no JSON");
+}
+
+}  // namespace fleet

@@ -1,0 +1,69 @@
+#include "tools/fleet/measurements.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace fleet {
+namespace {
+
+Delays delaysOf(std::vector<float> seconds) {
+  if (seconds.empty()) return {};
+  const auto at = [&](double share) {
+    const auto place = seconds.begin() +
+                       static_cast<std::ptrdiff_t>(share * static_cast<double>(seconds.size() - 1));
+    std::nth_element(seconds.begin(), place, seconds.end());
+    return double{*place};
+  };
+  return {at(0.5), at(0.9), at(0.99), at(1)};
+}
+
+}  // namespace
+
+void Measurements::received(Endpoint endpoint, Duration now, std::size_t bodyBytes,
+                            bool isAccepted) {
+  const auto second = std::chrono::floor<std::chrono::seconds>(now);
+  if (second != second_) endSecond();
+  second_ = second;
+  ++inSecond_;
+  Requests& requests = current_.requests[endpoint];
+  ++requests.received;
+  requests.accepted += isAccepted;
+  requests.bodyBytes += bodyBytes;
+}
+
+void Measurements::delivered(Duration delay) {
+  ++current_.deliveredEvents;
+  delays_.push_back(std::chrono::duration<float>(delay).count());
+}
+
+void Measurements::endSecond() {
+  current_.mostInASecond = std::max(current_.mostInASecond, std::exchange(inSecond_, 0));
+}
+
+void Measurements::endInterval(const veltrano::Statistics& all, std::uint64_t inForeground) {
+  endSecond();
+  current_.atEnd = all;
+  current_.inForegroundAtEnd = inForeground;
+  allDelays_.insert(allDelays_.end(), delays_.begin(), delays_.end());
+  current_.delays = delaysOf(std::exchange(delays_, {}));
+  intervals_.push_back(std::exchange(current_, {}));
+  current_.start = intervals_.back().start + resolution_;
+}
+
+Interval Measurements::total() const {
+  Interval total;
+  for (const Interval& interval : intervals_) {
+    for (int endpoint = 0; endpoint < kEndpoints; ++endpoint) {
+      total.requests[endpoint].received += interval.requests[endpoint].received;
+      total.requests[endpoint].accepted += interval.requests[endpoint].accepted;
+      total.requests[endpoint].bodyBytes += interval.requests[endpoint].bodyBytes;
+    }
+    total.mostInASecond = std::max(total.mostInASecond, interval.mostInASecond);
+    total.deliveredEvents += interval.deliveredEvents;
+  }
+  total.delays = delaysOf(allDelays_);
+  if (!intervals_.empty()) total.atEnd = intervals_.back().atEnd;
+  return total;
+}
+
+}  // namespace fleet

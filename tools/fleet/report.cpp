@@ -1,0 +1,234 @@
+#include "tools/fleet/report.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/fleet/line_chart.h"
+
+namespace fleet {
+
+using veltrano::Statistics;
+
+namespace {
+
+constexpr const char* kBlue = "#0072b2";
+constexpr const char* kOrange = "#d55e00";
+constexpr const char* kGreen = "#009e73";
+constexpr const char* kGrey = "#aaaaaa";
+
+[[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...) {
+  std::array<char, 256> buffer{};
+  std::va_list arguments;
+  va_start(arguments, pattern);
+  std::vsnprintf(buffer.data(), buffer.size(), pattern, arguments);
+  va_end(arguments);
+  return buffer.data();
+}
+
+double seconds(Duration duration) {
+  return std::chrono::duration<double>(duration).count();
+}
+
+std::uint64_t received(const Interval& interval) {
+  return interval.requests[kTrack].received + interval.requests[kHeartbeat].received;
+}
+
+std::uint64_t failed(const Interval& interval) {
+  return received(interval) - interval.requests[kTrack].accepted -
+         interval.requests[kHeartbeat].accepted;
+}
+
+std::uint64_t bytes(const Interval& interval) {
+  return interval.requests[kTrack].bodyBytes + interval.requests[kHeartbeat].bodyBytes;
+}
+
+std::string text(const Failure& failure) {
+  switch (failure.kind) {
+    case Failure::Kind::status:
+      return std::to_string(failure.status);
+    case Failure::Kind::silence:
+      return "silence";
+    case Failure::Kind::refused:
+      return "refused";
+    default:
+      return "unreachable";
+  }
+}
+
+}  // namespace
+
+void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& outcome) {
+  const Interval total = outcome.measurements.total();
+  const double length = seconds(scenario.length);
+  const Usage& usage = scenario.usage;
+  const HostOptions& host = scenario.host;
+  output << format("%d applications for %s from %s on, seed %llu\n", scenario.applications,
+                   text(scenario.length).c_str(), text(scenario.startsAt).c_str(),
+                   static_cast<unsigned long long>(scenario.seed))
+         << format(
+                "usage     %g sessions a day of %s, %g events a minute, %g %% of the events in "
+                "the background\n",
+                usage.sessionsPerDay, text(usage.sessionLength).c_str(), usage.eventsPerMinute,
+                100 * usage.backgroundShare)
+         << format("host      %g requests/s, answers after %s; overloaded: %s\n", host.capacity,
+                   text(host.latency).c_str(), text(host.overload).c_str());
+  for (const Outage& outage : host.outages)
+    output << format("outage    %s to %s: %s\n", text(outage.from).c_str(), text(outage.to).c_str(),
+                     text(host.outage).c_str());
+  if (host.backOff)
+    output << format("back-off  heartbeats every %s while the load is above %g %%\n",
+                     text(*host.backOff).c_str(), 100 * host.backOffAbove);
+
+  // The busiest interval of a kind.
+  const auto busiest = [&](const std::function<double(const Interval&)>& of) {
+    double most = 0;
+    for (const Interval& interval : outcome.measurements.intervals())
+      most = std::max(most, of(interval));
+    return most / seconds(outcome.measurements.resolution());
+  };
+  output << format("\n%-26s%14s%14s%16s\n", "", "average", "busiest", "in all")
+         << format("%-26s%14s%14s\n", "", "a second",
+                   text(outcome.measurements.resolution()).c_str());
+  const auto row = [&](const char* name, const std::function<double(const Interval&)>& of) {
+    output << format("%-26s%14.2f%14.2f%16.0f\n", name, of(total) / length, busiest(of), of(total));
+  };
+  row("requests to /track", [](const Interval& i) { return double(i.requests[kTrack].received); });
+  row("requests to /heartbeat",
+      [](const Interval& i) { return double(i.requests[kHeartbeat].received); });
+  row("requests that failed", [](const Interval& i) { return double(failed(i)); });
+  row("bytes of bodies", [](const Interval& i) { return double(bytes(i)); });
+  row("events delivered", [](const Interval& i) { return double(i.deliveredEvents); });
+  output << format("%-26s%44llu\n", "requests, busiest second",
+                   static_cast<unsigned long long>(total.mostInASecond));
+
+  const Statistics& end = total.atEnd;
+  const auto count = [&](const char* name, std::uint64_t value) {
+    output << format("%-26s%44llu\n", name, static_cast<unsigned long long>(value));
+  };
+  output << '\n';
+  count("events of applications", outcome.tracked);
+  count("\"Heartbeat Failed\" events", end.heartbeatsFailed);
+  count("recorded", end.recorded);
+  count("  waiting", end.waiting);
+  count("  in flight", end.inFlight);
+  count("  delivered", end.delivered);
+  count("  dropped, too many waited", end.droppedByTrimming);
+  count("  dropped, status 400", end.droppedAsRefused);
+  count("  dropped otherwise", end.droppedAsNotEncodable + end.droppedForMemory);
+  count("read by the host", outcome.arrived);
+  count("  of applications", outcome.arrived - outcome.heartbeatFailures);
+  output << format(
+                "\ndelay to delivery         median %.1f s, 90 %% %.1f s, 99 %% %.1f s, longest "
+                "%.1f s\n",
+                total.delays.median, total.delays.percentile90, total.delays.percentile99,
+                total.delays.longest)
+         << "the counts " << (outcome.isBalanced ? "add up" : "DO NOT ADD UP") << '\n';
+}
+
+void writeCSV(std::ostream& output, const Outcome& outcome) {
+  output << "start_s,track_requests,track_accepted,track_bytes,heartbeat_requests,"
+            "heartbeat_accepted,heartbeat_bytes,most_requests_in_a_second,delivered,"
+            "delay_median_s,delay_90_s,delay_99_s,delay_longest_s,in_foreground,recorded,waiting,"
+            "in_flight,delivered_in_all,dropped_by_trimming,dropped_as_refused,"
+            "dropped_as_not_encodable,dropped_for_memory,heartbeats_sent,heartbeats_failed\n";
+  for (const Interval& interval : outcome.measurements.intervals()) {
+    const auto number = [&](std::uint64_t value) { output << ',' << value; };
+    output << format("%g", seconds(interval.start));
+    for (const Requests& requests : interval.requests) {
+      number(requests.received);
+      number(requests.accepted);
+      number(requests.bodyBytes);
+    }
+    number(interval.mostInASecond);
+    number(interval.deliveredEvents);
+    const Delays& delays = interval.delays;
+    for (const double delay :
+         {delays.median, delays.percentile90, delays.percentile99, delays.longest})
+      output << (interval.deliveredEvents > 0 ? format(",%.3f", delay) : ",");
+    number(interval.inForegroundAtEnd);
+    const Statistics& end = interval.atEnd;
+    for (const std::uint64_t value :
+         {end.recorded, end.waiting, end.inFlight, end.delivered, end.droppedByTrimming,
+          end.droppedAsRefused, end.droppedAsNotEncodable, end.droppedForMemory, end.heartbeatsSent,
+          end.heartbeatsFailed})
+      number(value);
+    output << '\n';
+  }
+}
+
+void writeFiles(const std::filesystem::path& directory, const Scenario& scenario,
+                const Outcome& outcome) {
+  std::filesystem::create_directories(directory);
+  const auto write = [&](const char* name, const auto& writeTo) {
+    std::ofstream file(directory / name);
+    writeTo(file);
+    file.close();
+    if (!file) throw std::runtime_error("cannot write " + (directory / name).string());
+  };
+  write("intervals.csv", [&](std::ostream& file) { writeCSV(file, outcome); });
+
+  const auto& intervals = outcome.measurements.intervals();
+  const double resolution = seconds(outcome.measurements.resolution());
+  using Unit = LineChart::Unit;
+  // What an interval holds stands at its middle.
+  const auto plot = [&](const char* name, LineChart chart,
+                        const std::vector<std::function<double(const Interval&)>>& values) {
+    chart.end = seconds(scenario.length);
+    for (const Interval& interval : intervals) {
+      chart.times.push_back(seconds(interval.start) + resolution / 2);
+      for (std::size_t i = 0; i < values.size(); ++i)
+        chart.lines[i].values.push_back(values[i](interval));
+    }
+    for (const Outage& outage : scenario.host.outages)
+      chart.shades.emplace_back(seconds(outage.from), seconds(outage.to));
+    chart.shadesName = "outage";
+    write(name, [&](std::ostream& file) { writeSVG(file, chart); });
+  };
+  const auto whenDelivered = [](double Delays::*delay) {
+    return [delay](const Interval& i) { return i.deliveredEvents > 0 ? i.delays.*delay : NAN; };
+  };
+
+  plot("requests.svg",
+       {.title = "Requests a second at the collection host",
+        .lines = {{"busiest second", kGrey}, {"/track", kBlue}, {"/heartbeat", kOrange}}},
+       {[](const Interval& i) { return double(i.mostInASecond); },
+        [&](const Interval& i) { return double(i.requests[kTrack].received) / resolution; },
+        [&](const Interval& i) { return double(i.requests[kHeartbeat].received) / resolution; }});
+  plot("waiting.svg",
+       {.title = "Events that wait, of all applications",
+        .lines = {{"waiting", kBlue}, {"in flight", kOrange}}},
+       {[](const Interval& i) { return double(i.atEnd.waiting); },
+        [](const Interval& i) { return double(i.atEnd.inFlight); }});
+  plot("bytes.svg",
+       {.title = "Bytes a second, of the requests' bodies",
+        .unit = Unit::bytes,
+        .lines = {{"/track", kBlue}, {"/heartbeat", kOrange}}},
+       {[&](const Interval& i) { return double(i.requests[kTrack].bodyBytes) / resolution; },
+        [&](const Interval& i) { return double(i.requests[kHeartbeat].bodyBytes) / resolution; }});
+  plot("dropped.svg",
+       {.title = "Events dropped until then",
+        .lines = {{"too many waited", kBlue}, {"status 400", kOrange}, {"otherwise", kGreen}}},
+       {[](const Interval& i) { return double(i.atEnd.droppedByTrimming); },
+        [](const Interval& i) { return double(i.atEnd.droppedAsRefused); },
+        [](const Interval& i) {
+          return double(i.atEnd.droppedAsNotEncodable + i.atEnd.droppedForMemory);
+        }});
+  plot("delay.svg",
+       {.title = "Delay from event to delivery, by the time of delivery",
+        .unit = Unit::seconds,
+        .lines = {{"longest", kGrey}, {"99 %", kOrange}, {"90 %", kGreen}, {"median", kBlue}}},
+       {whenDelivered(&Delays::longest), whenDelivered(&Delays::percentile99),
+        whenDelivered(&Delays::percentile90), whenDelivered(&Delays::median)});
+}
+
+}  // namespace fleet

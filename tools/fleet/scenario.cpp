@@ -1,0 +1,101 @@
+#include "tools/fleet/scenario.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <iterator>
+#include <numbers>
+#include <stdexcept>
+
+namespace fleet {
+namespace {
+
+constexpr double kSecondsPerDay = 86'400;
+
+double seconds(Duration duration) {
+  return std::chrono::duration<double>(duration).count();
+}
+
+struct Unit {
+  std::string_view name;
+  Duration length;
+};
+
+constexpr Unit kUnits[] = {{"d", std::chrono::days(1)},
+                           {"h", std::chrono::hours(1)},
+                           {"m", std::chrono::minutes(1)},
+                           {"s", std::chrono::seconds(1)},
+                           {"ms", std::chrono::milliseconds(1)}};
+
+[[noreturn]] void fail(std::string_view text) {
+  throw std::invalid_argument("cannot read \"" + std::string(text) + '"');
+}
+
+}  // namespace
+
+double Usage::foregroundShare() const {
+  return sessionsPerDay * seconds(sessionLength) / kSecondsPerDay;
+}
+
+double Usage::swingAt(Duration timeOfDay) const {
+  const double days = seconds(timeOfDay - busiestTime) / kSecondsPerDay;
+  return 1 + dailySwing * std::cos(2 * std::numbers::pi * days);
+}
+
+double Usage::backgroundEventsPerMinute() const {
+  const double inForeground = eventsPerMinute * foregroundShare();
+  return inForeground * backgroundShare / (1 - backgroundShare) / (1 - foregroundShare());
+}
+
+Duration parseDuration(std::string_view text) {
+  const std::string_view whole = text;
+  Duration sum{0};
+  do {
+    double number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || !(number >= 0)) fail(whole);
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    const auto name = text.substr(0, text.find_first_of("0123456789."));
+    Duration unit = std::chrono::seconds(1);
+    if (!name.empty()) {
+      const auto* const known = std::find_if(std::begin(kUnits), std::end(kUnits),
+                                             [&](const Unit& u) { return u.name == name; });
+      if (known == std::end(kUnits)) fail(whole);
+      unit = known->length;
+    }
+    text.remove_prefix(name.size());
+    sum += veltrano::internal::durationFromSeconds(number * seconds(unit));
+  } while (!text.empty());
+  return sum;
+}
+
+Outage parseOutage(std::string_view text) {
+  const auto dots = text.find("..");
+  if (dots == text.npos) fail(text);
+  const Outage outage{parseDuration(text.substr(0, dots)), parseDuration(text.substr(dots + 2))};
+  if (outage.from >= outage.to) fail(text);
+  return outage;
+}
+
+Failure parseFailure(std::string_view text) {
+  if (text == "silence") return {Failure::Kind::silence, 0};
+  if (text == "refused") return {Failure::Kind::refused, 0};
+  if (text == "unreachable") return {Failure::Kind::unreachable, 0};
+  int status = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), status);
+  if (error != std::errc() || end != text.data() + text.size() || status < 100 || status > 599)
+    fail(text);
+  return {Failure::Kind::status, status};
+}
+
+std::string text(Duration duration) {
+  std::string result;
+  for (const auto& [name, length] : kUnits) {
+    const auto count = duration / length;
+    duration %= length;
+    if (count > 0) result.append(std::to_string(count)).append(name);
+  }
+  return result.empty() ? "0s" : result;
+}
+
+}  // namespace fleet
