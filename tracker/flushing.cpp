@@ -8,23 +8,29 @@
 
 namespace veltrano::internal {
 
-// An upload that the work queue waits for. It ends when it is told its outcome, or else, as one
-// that has failed, with the last reference to it.
+// An upload that the work queue waits for. It ends when it is told its outcome; or else with the
+// last reference to it, because the host has ended the thread that would have told it.
 class Tracker::Upload {
  public:
   explicit Upload(Tracker& tracker) : tracker_(tracker) { tracker_.uploads_.enter(); }
-  ~Upload() { end(UploadOutcome::failedForMemory); }
+  ~Upload() {
+    if (hasEnded_) return;
+    const bool isUnderWay = tracker_.accounting_.statistics().inFlight > 0;
+    tracker_.settle(isUnderWay ? UploadOutcome::failedInTransport : UploadOutcome::nothingToSend);
+    tracker_.isFlushMissing_ = true;
+    tracker_.uploads_.leave();
+  }
   Upload(const Upload&) = delete;
   Upload& operator=(const Upload&) = delete;
 
-  void end(UploadOutcome outcome) {
+  void end(UploadOutcome outcome, std::optional<int> status) {
     if (std::exchange(hasEnded_, true)) return;
     struct Leave {
       ~Leave() { uploads.leave(); }
       DispatchGroup& uploads;
     };
     const Leave leave{tracker_.uploads_};
-    tracker_.finishFlush(outcome);
+    tracker_.finishFlush(outcome, status);
   }
 
  private:
@@ -32,9 +38,9 @@ class Tracker::Upload {
   bool hasEnded_ = false;
 };
 
-void Tracker::startFlushCycle() {
+void Tracker::startFlushCycle(bool isFirst) {
   log_("Scheduling the next flush with default interval");
-  scheduleFlush(kQueueFlushInterval, nullptr);
+  scheduleFlush(kQueueFlushInterval, nullptr, isFirst);
 }
 
 void Tracker::trimQueueIfNecessary() {
@@ -46,10 +52,8 @@ void Tracker::trimQueueIfNecessary() {
 }
 
 void Tracker::flushQueueIfNecessary(FlushCompletion completion) {
-  if (isFlushMissing_.load(std::memory_order_relaxed)) {
-    isFlushMissing_ = false;
+  if (isFlushMissing_.load(std::memory_order_relaxed))
     scheduleFlush(std::chrono::seconds(0), nullptr);
-  }
   if (!isRunning_) return;
   if (eventQueue_.count() < kQueueFlushThreshold && !completion) return;
   log_("Current event count: ", eventQueue_.count(), " reached/over threshold, flushing");
@@ -57,7 +61,7 @@ void Tracker::flushQueueIfNecessary(FlushCompletion completion) {
   scheduleFlush(std::chrono::seconds(0), std::move(completion));
 }
 
-void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completion) {
+void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completion, bool isFirst) {
   const bool isForced = delay == delay.zero();
   if (isForced) {
     log_("Scheduling a flush that is forced");
@@ -66,24 +70,34 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
   }
   log_("Canceling scheduled flush!");
   // An upload that ends just as the application enters the background must not put a periodic
-  // flush in the place of the final one.
+  // flush in the place of the final one; nor must the tracker's start one in the place of a flush
+  // that another thread has forced meanwhile.
   try {
-    pendingFlush_.schedule(delay, std::move(completion), isForced ? nullptr : &isRunning_);
+    pendingFlush_.schedule(delay, std::move(completion), isForced ? nullptr : &isRunning_, isFirst);
+    isFlushMissing_ = false;
   } catch (const std::exception&) {
     isFlushMissing_ = true;
   }
 }
 
+// The host may end this thread in its log sink or in the completion. The queue must not go on
+// before an upload that has begun is over; the next event brings the next flush.
 void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion) {
-  if (delay == delay.zero()) {
-    log_("In the scheduled flush work item block  that is forced");
-  } else {
-    log_("In the scheduled flush work item block after delay of ", delay.count(), " secs");
+  try {
+    if (delay == delay.zero()) {
+      log_("In the scheduled flush work item block  that is forced");
+    } else {
+      log_("In the scheduled flush work item block after delay of ", delay.count(), " secs");
+    }
+    flushQueue(std::move(completion));
+  } catch (...) {
+    uploads_.wait();
+    flushCompletion_ = nullptr;
+    isFlushMissing_ = true;
+    throw;
   }
-  flushQueue(std::move(completion));
 }
 
-// Nothing here may throw: the queue waits for all that has begun, and for nothing else.
 void Tracker::flushQueue(FlushCompletion completion) {
   flushCompletion_ = std::move(completion);
   wasDelivered_ = false;
@@ -99,31 +113,44 @@ void Tracker::flushQueue(FlushCompletion completion) {
 
 void Tracker::upload() {
   std::shared_ptr<Upload> upload;
-  dropExceptions([&] {
+  try {
     upload = std::make_shared<Upload>(*this);
     CorvaneEndpointRequest(endpoints_, eventQueue_.events(), superProperties_.current())
-        .send([this, upload](UploadOutcome outcome) {
-          upload->end(outcome);
+        .send([this, upload](UploadOutcome outcome, std::optional<int> status) {
+          upload->end(outcome, status);
           log_("Exiting completion block of Endpoint request");
         });
-  });
-  if (upload == nullptr) finishFlush(UploadOutcome::failedForMemory);
+  } catch (const std::exception&) {
+    if (upload == nullptr) return finishFlush(UploadOutcome::failedForMemory, std::nullopt);
+    upload->end(UploadOutcome::failedForMemory, std::nullopt);
+  }
 }
 
-void Tracker::finishFlush(UploadOutcome outcome) {
-  log_("Got the response from endpoint. Clear queue: ", endsBatch(outcome));
-  accounting_.uploadEnded(outcome);
-  if (endsBatch(outcome)) {
-    log_("Clearing the queue");
-    eventQueue_.clear();
+// The host may end this thread in its log sink: by then all is settled but the next flush, which
+// the next event brings in that case.
+void Tracker::finishFlush(UploadOutcome outcome, std::optional<int> status) {
+  settle(outcome);
+  try {
+    if (status) log_("Got response: ", *status);
+    log_("Got the response from endpoint. Clear queue: ", endsBatch(outcome));
+    if (endsBatch(outcome)) log_("Clearing the queue");
+    if (isRunning_) startFlushCycle();
+  } catch (...) {
+    isFlushMissing_ = true;
+    throw;
   }
+}
+
+// Neither throws nor calls the host.
+void Tracker::settle(UploadOutcome outcome) {
+  accounting_.uploadEnded(outcome);
+  if (endsBatch(outcome)) eventQueue_.clear();
   // What is too large to be sent must not hold up the rest.
   if (outcome == UploadOutcome::failedForMemory && eventQueue_.count() > 0) {
     eventQueue_.dropLargest();
     accounting_.waitingEventLostForMemory();
   }
   wasDelivered_ = endsBatch(outcome);
-  if (isRunning_) startFlushCycle();
 }
 
 }  // namespace veltrano::internal

@@ -23,12 +23,13 @@ class PendingFlush {
 
   /// Puts a flush that is due after `delay` in the place of the pending one, whose completion is
   /// then never called; changes nothing when it throws. Does nothing unless `onlyIf` is true, which
-  /// is read together with the replacement.
+  /// is read together with the replacement; nor, with `onlyFirst`, when any flush has been
+  /// scheduled before.
   void schedule(std::chrono::seconds delay, Completion completion,
-                const std::atomic<bool>* onlyIf = nullptr) {
+                const std::atomic<bool>* onlyIf = nullptr, bool onlyFirst = false) {
     Flush replaced;  // destroyed after the lock is released: its completion is the host's
     const std::lock_guard lock(mutex_);
-    if (onlyIf != nullptr && !*onlyIf) return;
+    if ((onlyIf != nullptr && !*onlyIf) || (onlyFirst && next_ > 1)) return;
     if (delay == delay.zero()) {
       // While events are caught up with, each forces a flush behind all others.
       if (pending_.block != nullptr && queue_.isNewest(*pending_.block))

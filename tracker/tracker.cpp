@@ -14,7 +14,7 @@ Tracker::Tracker(const Endpoints& endpoints,
 
 void Tracker::start() {
   registerForNotifications();
-  startFlushCycle();
+  startFlushCycle(true);
 }
 
 void Tracker::setSuperProperties(const HostMapView& properties) {

@@ -93,8 +93,8 @@ class Tracker {
   void changeSuperProperties(PropertyMap changed);
 
   // The flush that is due next, from any thread.
-  void startFlushCycle();
-  void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion);
+  void startFlushCycle(bool isFirst = false);
+  void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion, bool isFirst = false);
   void runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion);
 
   // The event queue, on the work queue.
@@ -103,7 +103,8 @@ class Tracker {
   class Upload;
   void flushQueue(FlushCompletion completion);
   void upload();
-  void finishFlush(UploadOutcome outcome);
+  void finishFlush(UploadOutcome outcome, std::optional<int> status);
+  void settle(UploadOutcome outcome);
 
   static constexpr std::size_t kQueueCapacity = 200;
   static constexpr std::size_t kQueueFlushThreshold = 10;
@@ -131,7 +132,8 @@ class Tracker {
   PendingFlush pendingFlush_{dispatchQueue_, [this](auto delay, auto completion) {
                                runScheduledFlush(delay, std::move(completion));
                              }};
-  // True when there was no memory to schedule a flush: the next event does.
+  // True when a flush could not be scheduled, for want of memory or because the host ended the
+  // thread that would have: the next event does.
   std::atomic<bool> isFlushMissing_{false};
 
   // The flush under way.

@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <functional>
+#include <optional>
 
 #include "properties/property_map.h"
 #include "upload/endpoints.h"
@@ -12,13 +13,16 @@ namespace veltrano::internal {
 /// One upload of a batch of events to "/track". Lives for one flush, on the tracker's work queue.
 class CorvaneEndpointRequest {
  public:
+  /// Takes the outcome, and the status of the answer when there is one.
+  using Completion = std::function<void(UploadOutcome outcome, std::optional<int> status)>;
+
   /// `events` (oldest first) and `superProperties` must outlive the request and stay as they are.
   CorvaneEndpointRequest(const Endpoints& endpoints, const std::deque<EventRecord>& events,
                          const PropertyMap& superProperties);
 
   /// Calls `completion` exactly once: before `send` returns when there is nothing to send, or
   /// nothing that can be encoded, else later on a thread of the networking framework.
-  void send(std::function<void(UploadOutcome)> completion) const;
+  void send(Completion completion) const;
 
  private:
   const Endpoints& endpoints_;

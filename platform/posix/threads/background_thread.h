@@ -10,4 +10,7 @@ namespace veltrano::internal {
 /// 15 bytes that the system keeps. False when there is no thread to be had.
 bool startBackgroundThread(std::string_view name, std::function<void()> body);
 
+/// Whether the calling thread is one of those.
+bool isBackgroundThread() noexcept;
+
 }  // namespace veltrano::internal
