@@ -1,6 +1,7 @@
 // How the objects of the C interface are kept.
 #pragma once
 
+#include <cxxabi.h>
 #include <pthread.h>
 
 #include <cstddef>
@@ -46,12 +47,15 @@ class CancellationOff {
   int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
-/// What `function` answers, or `otherwise` when it throws.
+/// What `function` answers, or `otherwise` when it throws. A forced end of the thread goes on: an
+/// interpreter ends the threads that call back into it once it has ended itself.
 template <class Result, class Function>
-Result guarded(Result otherwise, Function function) noexcept {
+Result guarded(Result otherwise, Function function) {
   const CancellationOff cancellationOff;
   try {
     return function();
+  } catch (const abi::__forced_unwind&) {
+    throw;
   } catch (...) {
     return otherwise;
   }

@@ -29,11 +29,40 @@ void dropExceptions(Function&& function, Arguments&&... arguments) {
   }
 }
 
-/// Calls into the host, but never in a forked child. False in such a child, which the callback may
-/// have made: the caller is to return without using the platform any more.
+/// Set by the platform when the library has been shut down: no callback begins after that.
+inline std::atomic<bool> isHostGone{false};
+
+/// Exists while a callback of the host runs.
+class HostCall {
+ public:
+  HostCall() {
+    ++underWay;
+    ++ownUnderWay;
+  }
+  ~HostCall() {
+    --ownUnderWay;
+    --underWay;
+  }
+  HostCall(const HostCall&) = delete;
+  HostCall& operator=(const HostCall&) = delete;
+
+  /// How many run, on all threads. Together with `isHostGone` it is sequentially consistent: once
+  /// that is set and this is 0, none runs any more.
+  static int count() noexcept { return underWay; }
+  static bool isOnThisThread() noexcept { return ownUnderWay > 0; }
+
+ private:
+  static inline std::atomic<int> underWay{0};
+  static inline constinit thread_local int ownUnderWay = 0;
+};
+
+/// Calls a callback of the host, unless the host is gone or this is a forked child. False when it
+/// did not, and in a child that the callback has forked: the caller is to return without using the
+/// platform any more.
 template <class Callback, class... Arguments>
 bool callHost(const Callback& callback, Arguments&&... arguments) {
-  if (isForkedChild()) return false;
+  const HostCall call;
+  if (isForkedChild() || isHostGone) return false;
   dropExceptions(callback, std::forward<Arguments>(arguments)...);
   return !isForkedChild();
 }

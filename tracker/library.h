@@ -40,7 +40,7 @@ class Library {
   }
 
   const Endpoints& endpoints() const { return endpoints_; }
-  const Accounting& accounting() const { return accounting_; }
+  Accounting& accounting() { return accounting_; }
 
   /// The tracker, which the first call starts; when memory is short, the one after it.
   Tracker& tracker() {
@@ -50,6 +50,9 @@ class Library {
 
   /// `HeartbeatManager.shared`, made by the first call.
   HeartbeatManager& heartbeatManager();
+
+  /// As `Tracker::releaseCallbacks`.
+  void releaseCallbacks() { tracker_.releaseCallbacks(); }
 
  private:
   static Library& makeCurrent();

@@ -46,6 +46,14 @@ class PendingFlush {
     if (replaced.item != nullptr) replaced.item->cancel();
   }
 
+  /// Leaves no flush pending; the completion is never called.
+  void cancel() {
+    Flush cancelled;  // destroyed after the lock is released
+    const std::lock_guard lock(mutex_);
+    cancelled = std::exchange(pending_, {});
+    if (cancelled.item != nullptr) cancelled.item->cancel();
+  }
+
  private:
   struct Flush {
     std::uint64_t number = 0;  // 0: none

@@ -17,6 +17,11 @@ void Tracker::start() {
   startFlushCycle(true);
 }
 
+void Tracker::releaseCallbacks() {
+  pendingFlush_.cancel();
+  refreshTriggers_.set(std::nullopt, nullptr);
+}
+
 void Tracker::setSuperProperties(const HostMapView& properties) {
   dispatchQueue_.async([this, given = HostMap(properties)] {
     if (const auto converted = ParameterConversion::convert(given))

@@ -48,6 +48,9 @@ class Tracker {
   /// want of memory, the next call goes on from there. Not for two threads at once.
   void start();
 
+  /// Drops the host's completion and refresh handler without calling them.
+  void releaseCallbacks();
+
   // Recording.
   void track(std::string_view eventName, const HostMapView& eventProperties,
              FlushCompletion&& completion);

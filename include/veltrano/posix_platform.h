@@ -3,8 +3,8 @@
 //
 // Install the platform once, on the thread that counts as the main thread, before the first touch
 // of `Veltrano::shared()`. Everything here may be called from any thread unless it says otherwise,
-// and nothing throws. The platform lives until the process ends. In a child process that was forked
-// afterwards the library does nothing at all.
+// and nothing throws. The platform lives until the process ends, shut down or not. In a child
+// process that was forked afterwards the library does nothing at all.
 //
 //     veltrano::PosixOptions options;
 //     options.collectionHost = "events.example.com";
@@ -145,6 +145,24 @@ class VELTRANO_EXPORT PosixPlatform {
 
   /// The run loop of the main thread.
   RunLoop& mainRunLoop();
+
+  /// Shuts the library down for good, as when an application is closed: it enters the background,
+  /// and what waits or is under way is sent until `deadline`. Then the library is inert: it calls
+  /// nothing back, its threads have ended or sleep, and pending callbacks have been destroyed
+  /// uncalled. A callback that is running then is waited for up to a second; if it has not returned
+  /// by then, it stays alive until it does. After that an interpreter, a plug-in or a test may end.
+  ///
+  /// True when nothing was left: everything was sent, and no callback is running. False at once
+  /// when called from a callback or on one of the library's threads. Calls made meanwhile wait for
+  /// the first and return what it does, as do later ones, at once. Other threads should be done
+  /// with the library; what they still track may be lost. Once the process is exiting and has left
+  /// `main`, static objects older than the platform can no longer have anything sent: false, at
+  /// once.
+  ///
+  /// Afterwards statistics keep their last values, run loops go on to run what the host hands to
+  /// them, and no other platform can be installed. Without this call the process may end at any
+  /// time as well; what waits is then lost.
+  bool shutDown(std::chrono::steady_clock::time_point deadline);
 
   /// The steps of the application's life, to be reported as they happen. On the main thread each
   /// takes effect before it returns; on another thread it is handed to the main run loop.

@@ -32,7 +32,8 @@
  *
  * (6) A callback gets the context that it was passed with. It must return: no longjmp, no
  *     pthread_exit. A C++ exception that it throws is dropped. The library's threads run until the
- *     process ends, so callbacks and their contexts must last as long as they can be called.
+ *     process ends or the library is shut down (veltrano_shut_down), so callbacks and their
+ *     contexts must last as long as they can be called.
  *
  * (7) Cancellation of a thread is deferred until its call into the library returns. A thread whose
  *     cancellation is asynchronous must not call the library.
@@ -364,12 +365,13 @@ typedef struct veltrano_options {
 
   /* Returns the token of the user's session, as a handle of a string that the library releases, or
    * NULL. Called on a thread of the library before each attempt to send a heartbeat: keep it short.
-   * The context must last until the process ends. */
+   * The context must last until the process ends or the library is shut down. */
   veltrano_object* (*session_token)(void* context);
   void* session_token_context;
 
   /* Takes the diagnostic lines in place of the standard output, without a line feed. Called on the
-   * thread that logs, by several threads at once. The context must last until the process ends. */
+   * thread that logs, by several threads at once. The context must last until the process ends or
+   * the library is shut down. */
   void (*log_sink)(void* context, veltrano_text line);
   void* log_sink_context;
 
@@ -402,6 +404,20 @@ typedef struct veltrano_options {
  * why, otherwise nil. */
 VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* options,
                                                      veltrano_object** error);
+
+/* Shuts the library down for good, as when an application is closed: it enters the background, and
+ * what waits or is under way is sent, for at most `seconds`. Then the library is inert: it calls
+ * nothing back, its threads have ended or sleep, and pending callbacks have been released uncalled.
+ * A callback that is running then is waited for up to a second; if it has not returned by then, it
+ * is released when it does. After that an interpreter or a plug-in may end.
+ *
+ * True when nothing was left: everything was sent, and no callback is running. False at once before
+ * the platform is installed, and when called from a callback or on one of the library's threads.
+ * Calls made meanwhile wait for the first and return what it does, as do later ones, at once. Other
+ * threads should be done with the library; what they still track may be lost. Statistics keep their
+ * last values, run loops go on to run what is handed to them, and no other platform can be
+ * installed. Without this call the process may end at any time as well; what waits is then lost. */
+VELTRANO_EXPORT bool veltrano_shut_down(double seconds);
 
 /* ---- Device and application ---- */
 

@@ -11,6 +11,9 @@ class ExitGate {
   /// thread, before a network thread is started.
   static void closeAtExit() noexcept;
 
+  /// Whether the process exits, so that nothing is sent any more.
+  static bool isClosed();
+
   /// Before the host is called: returns at once, or never when the process is exiting.
   static void pass();
 
