@@ -21,8 +21,13 @@ namespace {
 
 using Reply = TLSServer::Reply;
 
-// A hang. How long an end takes is recorded, not asserted.
-constexpr double kLongestMilliseconds = 10'000;
+// The ends of a state run at once, and other tests beside them. A quiet machine takes 50 ms; a
+// sanitizer then looks for leaks.
+#ifdef VELTRANO_SANITIZED
+constexpr double kLongestMilliseconds = 2000;
+#else
+constexpr double kLongestMilliseconds = 500;
+#endif
 
 struct Pipe {
   Pipe() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }
@@ -110,8 +115,8 @@ class Ending : public testing::TestWithParam<const char*> {};
 
 TEST_P(Ending, IsAtOnceAndTheHostsOwn) {
   std::vector<std::future<double>> lengths;
-  for (const char* ending :
-       {"return", "exit", "_exit", "quick_exit", "signal", "thread", "destructor", "fork"})
+  for (const char* ending : {"return", "exit", "_exit", "quick_exit", "signal", "thread",
+                             "main thread", "destructor", "fork"})
     lengths.push_back(std::async(std::launch::async, [=] { return runHost(GetParam(), ending); }));
   double longest = 0;
   for (auto& length : lengths) longest = std::max(longest, length.get());

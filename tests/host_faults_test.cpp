@@ -27,14 +27,17 @@ class HostFaults : public testing::Test {
     options.collectionHost = "localhost:1";  // nobody listens there
     static const Installation installation = PosixPlatform::install(options);
     EXPECT_TRUE(installation) << installation.error;
-    // Each case has a library of its own. None is destroyed, as its threads go on.
-    static auto& replaced = *new std::vector<Library*>;
     options.logSink = [cycles = cycles](std::string_view line) {
       if (line.ends_with("| Scheduling the next flush with default interval")) ++*cycles;
     };
-    replaced.push_back(
-        Library::exchangeCurrent(new Library((new PosixServices(options))->platform())));
+    use((new PosixServices(options))->platform());
     Veltrano::isLoggerEnabled = true;
+  }
+
+  // Gives the case a library of its own. None is destroyed, as its threads go on.
+  static void use(const Platform& platform) {
+    static auto& replaced = *new std::vector<Library*>;
+    replaced.push_back(Library::exchangeCurrent(new Library(platform)));
   }
 
   // Runs `work` on `count` threads that begin together.
@@ -220,7 +223,7 @@ TEST_F(HostFaults, ALogSinkMayEndItsThreadAtAnyLine) {
     };
     Platform platform = (new PosixServices(options))->platform();
     platform.urlSession = &network;
-    Library::exchangeCurrent(new Library(platform));
+    use(platform);
     auto& tracker = Veltrano::shared();
     sink.linesLeft = line;
     tracker.track("first", {}, [&](bool) { sink.finish(); });

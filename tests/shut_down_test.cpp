@@ -23,12 +23,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::seconds;
 
-// A host and what it posts to, both for as long as the process lives.
+// A host, for as long as the process lives, and what it posts to.
 struct Host {
-  explicit Host(TLSServer::Handler handler) : server(*new TLSServer(std::move(handler))) {
+  explicit Host(bool isAnswered)
+      : server(new TLSServer(
+            [isAnswered](int) { return isAnswered ? answer("200 OK") : TLSServer::Reply{}; })) {
     PosixOptions options;
-    options.collectionHost = "127.0.0.1:" + std::to_string(server.port());
-    options.certificateAuthorities = server.authorities();
+    options.collectionHost = "127.0.0.1:" + std::to_string(server->port());
+    options.certificateAuthorities = server->authorities();
     options.logSink = [this](std::string_view line) {
       ++callbacks;
       onLine(line);
@@ -43,13 +45,12 @@ struct Host {
 
   std::atomic<int> callbacks{0};
   std::function<void(std::string_view)> onLine = [](std::string_view) {};
-  TLSServer& server;
+  std::unique_ptr<TLSServer> server;
   PosixPlatform* platform = nullptr;
 };
 
-Host& host(bool answers = true) {
-  static auto& only =
-      *new Host([answers](int) { return answers ? answer("200 OK") : TLSServer::Reply{}; });
+Host& host(bool isAnswered = true) {
+  static auto& only = *new Host(isAnswered);
   return only;
 }
 
@@ -68,6 +69,7 @@ class ShutDown : public testing::Test {
     const auto limited = [&] {
       alarm(25);
       work();
+      host().server.reset();
       std::exit(0);
     };
     EXPECT_EXIT(limited(), testing::ExitedWithCode(status), "");
@@ -85,7 +87,7 @@ TEST_F(ShutDown, DeliversWhatWaitsAndLeavesAnInertLibrary) {
     expect(it.shutDown(), "it was complete");
     const Statistics last = tracker.statistics();
     expect(last.recorded == 3 && last.delivered == 3, "everything was delivered");
-    expect(it.server.requests().size() == 1, "it took one request");
+    expect(it.server->requests().size() == 1, "it took one request");
     expect(held.use_count() == 1, "the handler was released");
 
     const int callbacks = it.callbacks;
@@ -117,7 +119,7 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
     std::atomic<int> outcomes{0};
     tracker.track("E", {},
                   [held, &outcomes](bool wasDelivered) { outcomes += wasDelivered ? 9 : 1; });
-    while (it.server.requests().empty()) std::this_thread::yield();
+    while (it.server->requests().empty()) std::this_thread::yield();
     tracker.track("F", {}, [held, &outcomes](bool) { outcomes += 9; });
     expect(!it.shutDown(std::chrono::milliseconds(100)), "something was left");
     expect(outcomes == 1 && held.use_count() == 1, "one completion was called, the other released");
@@ -173,12 +175,14 @@ TEST_F(ShutDown, AStaticDestructorMayCallIt) {
       [] {
         host();
         static const AtExit younger;
+        std::exit(0);
       },
       3);
   expectExit(
       [] {
         static const AtExit older;  // when nothing can be sent any more
         host();
+        std::exit(0);
       },
       4);
 }
