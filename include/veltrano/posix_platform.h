@@ -155,9 +155,8 @@ class VELTRANO_EXPORT PosixPlatform {
   /// True when nothing was left: everything was sent, and no callback is running. False at once
   /// when called from a callback or on one of the library's threads. Calls made meanwhile wait for
   /// the first and return what it does, as do later ones, at once. Other threads should be done
-  /// with the library; what they still track may be lost. Once the process is exiting and has left
-  /// `main`, static objects older than the platform can no longer have anything sent: false, at
-  /// once.
+  /// with the library; what they still track may be lost. In the destructor of a static object that
+  /// is older than the platform it is too late to send anything: false.
   ///
   /// Afterwards statistics keep their last values, run loops go on to run what the host hands to
   /// them, and no other platform can be installed. Without this call the process may end at any
