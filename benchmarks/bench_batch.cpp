@@ -130,7 +130,7 @@ class Batch {
 
   void send(const std::deque<veltrano::internal::EventRecord>& records) {
     veltrano::internal::CorvaneEndpointRequest(endpoints_, records, superProperties_)
-        .send([](veltrano::internal::UploadOutcome) {});
+        .send([](veltrano::internal::UploadOutcome, std::optional<int>) {});
   }
 
   std::string_view referenceJSON() { return reference_.batch(events_, base_); }

@@ -1,6 +1,7 @@
 // The objects behind the handles of the C interface.
 #pragma once
 
+#include <cxxabi.h>
 #include <pthread.h>
 
 #include <cstddef>
@@ -46,12 +47,15 @@ class CancellationOff {
   int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
-/// Returns the result of `function`, or `otherwise` if it throws.
+/// Returns the result of `function`, or `otherwise` if it throws. A forced end of the thread goes
+/// on: an interpreter that has ended ends the threads that call back into it.
 template <class Result, class Function>
-Result guarded(Result otherwise, Function function) noexcept {
+Result guarded(Result otherwise, Function function) {
   const CancellationOff cancellationOff;
   try {
     return function();
+  } catch (const abi::__forced_unwind&) {
+    throw;
   } catch (...) {
     return otherwise;
   }

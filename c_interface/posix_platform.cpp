@@ -110,6 +110,13 @@ Result withLoop(veltrano_run_loop* handle, Result otherwise, Function function) 
   return guarded(otherwise, [&]() -> Result { return function(*runLoop(handle)); });
 }
 
+std::chrono::steady_clock::time_point after(double seconds) {
+  using Clock = std::chrono::steady_clock;
+  constexpr double kMostSeconds = 1e9;  // within what the clock can tell
+  const std::chrono::duration<double> length(seconds > 0 ? std::min(seconds, kMostSeconds) : 0);
+  return Clock::now() + std::chrono::duration_cast<Clock::duration>(length);
+}
+
 }  // namespace
 
 bool veltrano_install_posix_platform(const veltrano_options* options, veltrano_object** error) {
@@ -119,6 +126,13 @@ bool veltrano_install_posix_platform(const veltrano_options* options, veltrano_o
     const bool succeeded = reason.empty();
     if (!succeeded && error != nullptr) *error = makeHandle(Object(HostValue(reason)));
     return succeeded;
+  });
+}
+
+bool veltrano_shut_down(double seconds) {
+  return guarded(false, [&] {
+    PosixPlatform* platform = installed;
+    return platform != nullptr && platform->shutDown(after(seconds));
   });
 }
 
@@ -178,11 +192,7 @@ void veltrano_run_loop_run(veltrano_run_loop* loop) {
 }
 
 bool veltrano_run_loop_run_for(veltrano_run_loop* loop, double seconds) {
-  using Clock = std::chrono::steady_clock;
-  constexpr double kMostSeconds = 1e9;  // within the clock's range
-  const std::chrono::duration<double> length(seconds > 0 ? std::min(seconds, kMostSeconds) : 0);
-  const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(length);
-  return withLoop(loop, false, [&](RunLoop& it) { return it.runUntil(deadline); });
+  return withLoop(loop, false, [&](RunLoop& it) { return it.runUntil(after(seconds)); });
 }
 
 void veltrano_run_loop_stop(veltrano_run_loop* loop) {

@@ -29,11 +29,40 @@ void dropExceptions(Function&& function, Arguments&&... arguments) {
   }
 }
 
-/// Calls `callback`, unless in a forked child, and drops its exceptions. False in a forked child,
-/// including one that the callback forked: the caller must return without using the platform.
+/// Set by the platform when the library is shut down: no callback starts after that.
+inline std::atomic<bool> isHostGone{false};
+
+/// Exists while a callback of the host runs.
+class HostCall {
+ public:
+  HostCall() {
+    ++underWay;
+    ++ownUnderWay;
+  }
+  ~HostCall() {
+    --ownUnderWay;
+    --underWay;
+  }
+  HostCall(const HostCall&) = delete;
+  HostCall& operator=(const HostCall&) = delete;
+
+  /// How many run, on all threads. Sequentially consistent with `isHostGone`: once that is set and
+  /// this is 0, none runs any more.
+  static int count() noexcept { return underWay; }
+  static bool isOnThisThread() noexcept { return ownUnderWay > 0; }
+
+ private:
+  static inline std::atomic<int> underWay{0};
+  static inline constinit thread_local int ownUnderWay = 0;
+};
+
+/// Calls `callback`, unless the host is gone or in a forked child, and drops its exceptions. False
+/// if it did not, and in a child that the callback forked: the caller must return without using the
+/// platform.
 template <class Callback, class... Arguments>
 bool callHost(const Callback& callback, Arguments&&... arguments) {
-  if (isForkedChild()) return false;
+  const HostCall call;
+  if (isForkedChild() || isHostGone) return false;
   dropExceptions(callback, std::forward<Arguments>(arguments)...);
   return !isForkedChild();
 }

@@ -1,6 +1,8 @@
-"""Loads the shared library as a host in another language does, and uses all of it.
+"""Loads the shared library as a host in another language does, uses all of it, and shuts it down.
+Further hosts then exit without that, while a callback runs.
 
     c_interface_test.py LIBRARY COLLECTOR
+    c_interface_test.py LIBRARY --exit-in CALLBACK
 """
 import ctypes
 import json
@@ -55,6 +57,7 @@ install = declare("install_posix_platform", c_bool, POINTER(Options), POINTER(c_
 run_for = declare("run_loop_run_for", c_bool, c_void_p, c_double)
 stop = declare("run_loop_stop", None, c_void_p)
 main_loop = declare("main_run_loop", c_void_p)
+shut_down = declare("shut_down", c_bool, c_double)
 make = {name: declare(name, c_void_p, *arguments) for name, arguments in {
     "string": [Text], "int": [c_int64], "array": [], "dictionary": [], "other_object": [],
     "block": [Block, c_void_p, c_void_p],
@@ -135,7 +138,7 @@ def send(selector, *values):
 
 
 # Callbacks have to live as long as the library.
-lines, outcomes, refreshes, reports = [], [], [], []
+lines, outcomes, refreshes, reports, kept = [], [], [], [], []
 
 
 @SessionToken
@@ -263,6 +266,54 @@ def live_and_leave():
     declare("application_did_enter_background", None)()
     check(next_of(reports)["body"][0]["event"], "Last")
     assert any(line.endswith("App entered background!") for line in lines), lines
+    # Afterwards the interpreter can end as any other does.
+    call("track", b"Very last", None, None, None)
+    check(shut_down(30), True)
+    check(next_of(reports)["body"][0]["event"], "Very last")
+    count = len(lines)
+    call("track", b"Late", None, finish, None)
+    check((len(lines), outcomes, shut_down(0)), (count, [], True))
+
+
+def exit_in(callback):
+    """Returns, so that the interpreter ends, while the library runs the callback."""
+    is_running = threading.Event()
+
+    def stay():
+        is_running.set()
+        stop(main_loop())
+        while True:
+            pass
+
+    in_sink = LogSink(lambda _, line: string_of(line).endswith("waiting") and stay())
+    in_token = SessionToken(lambda _: stay())
+    in_completion = BooleanBlock(lambda _, accepted: stay())
+    in_handler = Block(lambda _: stay())
+    kept.extend([in_sink, in_token, in_completion, in_handler])
+    options = Options(size=ctypes.sizeof(Options), collection_host=text("localhost:1"))
+    if callback == "sink":
+        options.log_sink = in_sink
+        declare("set_logger_enabled", None, c_bool)(True)
+    options.session_token = in_token
+    assert install(ctypes.byref(options), None)
+    if callback == "token":
+        call("set_user_id", b"user")
+        run_for(main_loop(), 30)
+    elif callback == "handler":
+        trigger = (c_char_p * 1)(b"E")
+        declare("set_refresh_triggers", c_bool, POINTER(c_char_p), c_size_t, Block, c_void_p)(
+            trigger, 1, in_handler, None)
+        threading.Thread(target=call, args=["track", b"E", None, None, None], daemon=True).start()
+    else:
+        call("track", b"E", None, in_completion, None)
+    assert is_running.wait(30)
+
+
+def check_exits():
+    for callback in ("sink", "completion", "token", "handler"):
+        host = subprocess.run([sys.executable, sys.argv[0], sys.argv[1], "--exit-in", callback],
+                              capture_output=True, text=True, timeout=60)
+        check((callback, host.returncode, host.stderr), (callback, 0, ""))
 
 
 def main():
@@ -281,9 +332,12 @@ def main():
         collector.terminate()
 
 
-try:
-    main()
-except BaseException:
-    traceback.print_exc()
-    os._exit(1)
-os._exit(0)  # skips the interpreter's shutdown, during which the library may still call back
+if sys.argv[2] == "--exit-in":
+    exit_in(sys.argv[3])
+else:
+    try:
+        main()
+        check_exits()
+    except BaseException:
+        traceback.print_exc()
+        os._exit(1)  # the library may not have been shut down

@@ -21,8 +21,8 @@ namespace {
 
 using Reply = TLSServer::Reply;
 
-// A hang. How long an end takes is recorded, not asserted.
-constexpr double kLongestMilliseconds = 10'000;
+// Longer is a hang. A quiet machine takes 50 ms; how long each state took is recorded.
+constexpr double kLongestMilliseconds = 3000;
 
 struct Pipe {
   Pipe() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }
@@ -110,8 +110,8 @@ class Ending : public testing::TestWithParam<const char*> {};
 
 TEST_P(Ending, IsAtOnceAndTheHostsOwn) {
   std::vector<std::future<double>> lengths;
-  for (const char* ending :
-       {"return", "exit", "_exit", "quick_exit", "signal", "thread", "destructor", "fork"})
+  for (const char* ending : {"return", "exit", "_exit", "quick_exit", "signal", "thread",
+                             "main thread", "destructor", "fork"})
     lengths.push_back(std::async(std::launch::async, [=] { return runHost(GetParam(), ending); }));
   double longest = 0;
   for (auto& length : lengths) longest = std::max(longest, length.get());

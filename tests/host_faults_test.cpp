@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/posix/posix_services.h"
+#include "platform/posix/threads/background_thread.h"
 #include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
@@ -26,14 +27,17 @@ class HostFaults : public testing::Test {
     options.collectionHost = "localhost:1";  // refuses connections
     static const Installation installation = PosixPlatform::install(options);
     EXPECT_TRUE(installation) << installation.error;
-    // Each case has its own library. None is destroyed, because its threads keep running.
-    static auto& replaced = *new std::vector<Library*>;
     options.logSink = [cycles = cycles](std::string_view line) {
       if (line.ends_with("| Scheduling the next flush with default interval")) ++*cycles;
     };
-    replaced.push_back(
-        Library::exchangeCurrent(new Library((new PosixServices(options))->platform())));
+    use((new PosixServices(options))->platform());
     Veltrano::isLoggerEnabled = true;
+  }
+
+  // Gives the case a library of its own. None is destroyed, because its threads keep running.
+  static void use(const Platform& platform) {
+    static auto& replaced = *new std::vector<Library*>;
+    replaced.push_back(Library::exchangeCurrent(new Library(platform)));
   }
 
   // Runs `work` on `count` threads that start together.
@@ -179,6 +183,61 @@ TEST_F(HostFaults, ACallbackMayEndItsThread) {
   std::promise<bool> outcome;
   Veltrano::shared().track("last", {}, [&](bool result) { outcome.set_value(result); });
   EXPECT_FALSE(outcome.get_future().get());
+}
+
+// Accepts every post, on a thread that is started for it.
+struct AcceptingNetwork final : ZKURLSessionManager {
+  void postData(PostRequest, URLSessionCallback callback) override {
+    startBackgroundThread("network", [callback = std::move(callback)] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the queue has to wait
+      callback("", URLResponse{200}, std::nullopt);
+    });
+  }
+};
+
+// Each of the lines that an upload writes on the library's threads is in turn the last of its
+// thread. What has begun is finished, and counted, all the same.
+TEST_F(HostFaults, ALogSinkMayEndItsThreadAtAnyLine) {
+  static AcceptingNetwork network;
+  struct Sink {
+    int linesLeft = -1;              // guarded by mutex; below 0, all threads go on
+    std::promise<bool> hasEndedOne;  // false: the completion came first
+    std::mutex mutex;
+
+    bool endsThread() {
+      const std::lock_guard lock(mutex);
+      if (linesLeft < 0 || !isBackgroundThread() || linesLeft-- > 0) return false;
+      hasEndedOne.set_value(true);
+      return true;
+    }
+    void finish() {
+      const std::lock_guard lock(mutex);
+      if (std::exchange(linesLeft, -1) >= 0) hasEndedOne.set_value(false);
+    }
+  };
+  bool hasEndedOne = true;
+  for (int line = 0; hasEndedOne; ++line) {
+    auto& sink = *new Sink;  // as the threads go on
+    PosixOptions options;
+    options.logSink = [&sink](std::string_view) {
+      if (sink.endsThread()) pthread_exit(nullptr);
+    };
+    Platform platform = (new PosixServices(options))->platform();
+    platform.urlSession = &network;
+    use(platform);
+    auto& tracker = Veltrano::shared();
+    sink.linesLeft = line;
+    tracker.track("first", {}, [&](bool) { sink.finish(); });
+    hasEndedOne = sink.hasEndedOne.get_future().get();
+    std::promise<bool> outcome;
+    tracker.track("last", {}, [&](bool wasDelivered) { outcome.set_value(wasDelivered); });
+    EXPECT_TRUE(outcome.get_future().get());
+    const Statistics counts = tracker.statistics();
+    EXPECT_EQ(counts.recorded, 2U) << "ended at line " << line;
+    EXPECT_EQ(counts.delivered, 2U) << "ended at line " << line;
+    EXPECT_EQ(counts.uploadsAttempted, counts.uploadsSucceeded) << "ended at line " << line;
+    RecordProperty("lines", line);
+  }
 }
 
 }  // namespace

@@ -3,9 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <latch>
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/simulated/simulated_platform.h"
@@ -77,6 +79,30 @@ TEST(Libraries, ALogSinkMayUseTheTrackerThatStarts) {
   Veltrano::isLoggerEnabled = false;
   EXPECT_EQ(orientations, std::vector<std::string>(3, "portrait"));
   Library::exchangeCurrent(replaced);
+}
+
+TEST(Libraries, AFlushThatIsForcedWhileTheTrackerStartsIsMade) {
+  SimulatedPlatform platform;
+  Library library(platform.services());
+  std::latch isStarting(1), isForced(1);
+  std::thread starter;
+  platform.output.onLine = [&](std::string_view line) {
+    if (!isStarting.try_wait() && line.ends_with("Canceling scheduled flush!")) {
+      isStarting.count_down();
+      isForced.wait();
+    } else if (line.ends_with("Leaving dispatch queue code block for adding event to queue")) {
+      isForced.count_down();
+      starter.join();
+    }
+  };
+  Veltrano::isLoggerEnabled = true;
+  starter = std::thread([&] { library.tracker(); });
+  isStarting.wait();
+  std::vector<bool> outcomes;
+  library.tracker().track("E", {}, [&](bool wasDelivered) { outcomes.push_back(wasDelivered); });
+  platform.timeline.runUntil(std::chrono::seconds(1));
+  Veltrano::isLoggerEnabled = false;
+  EXPECT_EQ(outcomes, std::vector<bool>{true});
 }
 
 }  // namespace

@@ -40,7 +40,6 @@ void Tracker::track(std::string_view eventName, const HostMapView& eventProperti
 
 void Tracker::record(std::string_view eventName, const AutomaticProperties& automatic,
                      FlatView carrier, FlatView eventProperties, FlushCompletion completion) {
-  log_("In dispatch queue code block for adding event to queue");
   try {
     if (!isEncoderCurrent_)
       encoder_.setBase(defaultProperties_.properties(), superProperties_.current());
@@ -50,6 +49,8 @@ void Tracker::record(std::string_view eventName, const AutomaticProperties& auto
   } catch (const std::exception&) {
     accounting_.eventLostForMemory();
   }
+  // Only now, as the host may end this thread in its log sink.
+  log_("In dispatch queue code block for adding event to queue");
   log_("Added event and now have ", eventQueue_.count(), " events");
   trimQueueIfNecessary();
   flushQueueIfNecessary(std::move(completion));

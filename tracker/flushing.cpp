@@ -9,22 +9,28 @@
 namespace veltrano::internal {
 
 // An upload that the work queue waits for. Ends with the outcome passed to `end`, or as failed when
-// the last reference to it is dropped.
+// the last reference is dropped, because the host ended the thread that would have called `end`.
 class Tracker::Upload {
  public:
   explicit Upload(Tracker& tracker) : tracker_(tracker) { tracker_.uploads_.enter(); }
-  ~Upload() { end(UploadOutcome::failedForMemory); }
+  ~Upload() {
+    if (hasEnded_) return;
+    const bool isUnderWay = tracker_.accounting_.statistics().inFlight > 0;
+    tracker_.settle(isUnderWay ? UploadOutcome::failedInTransport : UploadOutcome::nothingToSend);
+    tracker_.isFlushMissing_ = true;
+    tracker_.uploads_.leave();
+  }
   Upload(const Upload&) = delete;
   Upload& operator=(const Upload&) = delete;
 
-  void end(UploadOutcome outcome) {
+  void end(UploadOutcome outcome, std::optional<int> status) {
     if (std::exchange(hasEnded_, true)) return;
     struct Leave {
       ~Leave() { uploads.leave(); }
       DispatchGroup& uploads;
     };
     const Leave leave{tracker_.uploads_};
-    tracker_.finishFlush(outcome);
+    tracker_.finishFlush(outcome, status);
   }
 
  private:
@@ -32,9 +38,9 @@ class Tracker::Upload {
   bool hasEnded_ = false;
 };
 
-void Tracker::startFlushCycle() {
+void Tracker::startFlushCycle(bool isFirst) {
   log_("Scheduling the next flush with default interval");
-  scheduleFlush(kQueueFlushInterval, nullptr);
+  scheduleFlush(kQueueFlushInterval, nullptr, isFirst);
 }
 
 void Tracker::trimQueueIfNecessary() {
@@ -46,10 +52,8 @@ void Tracker::trimQueueIfNecessary() {
 }
 
 void Tracker::flushQueueIfNecessary(FlushCompletion completion) {
-  if (isFlushMissing_.load(std::memory_order_relaxed)) {
-    isFlushMissing_ = false;
+  if (isFlushMissing_.load(std::memory_order_relaxed))
     scheduleFlush(std::chrono::seconds(0), nullptr);
-  }
   if (!isRunning_) return;
   if (eventQueue_.count() < kQueueFlushThreshold && !completion) return;
   log_("Current event count: ", eventQueue_.count(), " reached/over threshold, flushing");
@@ -57,7 +61,7 @@ void Tracker::flushQueueIfNecessary(FlushCompletion completion) {
   scheduleFlush(std::chrono::seconds(0), std::move(completion));
 }
 
-void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completion) {
+void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completion, bool isFirst) {
   const bool isForced = delay == delay.zero();
   if (isForced) {
     log_("Scheduling a flush that is forced");
@@ -65,25 +69,35 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
     log_("Scheduling a flush with delay of ", delay.count(), " secs");
   }
   log_("Canceling scheduled flush!");
-  // An upload that ends just as the application enters the background must not replace the final
-  // flush with a periodic one.
+  // A periodic flush must not replace the final one when an upload ends just as the application
+  // enters the background; nor must the tracker's first one replace a flush that another thread has
+  // forced meanwhile.
   try {
-    pendingFlush_.schedule(delay, std::move(completion), isForced ? nullptr : &isRunning_);
+    pendingFlush_.schedule(delay, std::move(completion), isForced ? nullptr : &isRunning_, isFirst);
+    isFlushMissing_ = false;
   } catch (const std::exception&) {
     isFlushMissing_ = true;
   }
 }
 
+// The host may end this thread in its log sink or in the completion. The queue must not go on
+// before an upload that has begun is over; the next event brings the next flush.
 void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion) {
-  if (delay == delay.zero()) {
-    log_("In the scheduled flush work item block  that is forced");
-  } else {
-    log_("In the scheduled flush work item block after delay of ", delay.count(), " secs");
+  try {
+    if (delay == delay.zero()) {
+      log_("In the scheduled flush work item block  that is forced");
+    } else {
+      log_("In the scheduled flush work item block after delay of ", delay.count(), " secs");
+    }
+    flushQueue(std::move(completion));
+  } catch (...) {
+    uploads_.wait();
+    flushCompletion_ = nullptr;
+    isFlushMissing_ = true;
+    throw;
   }
-  flushQueue(std::move(completion));
 }
 
-// Must not throw: after `uploads_` is entered, the queue has to wait for it.
 void Tracker::flushQueue(FlushCompletion completion) {
   flushCompletion_ = std::move(completion);
   wasDelivered_ = false;
@@ -99,31 +113,44 @@ void Tracker::flushQueue(FlushCompletion completion) {
 
 void Tracker::upload() {
   std::shared_ptr<Upload> upload;
-  dropExceptions([&] {
+  try {
     upload = std::make_shared<Upload>(*this);
     CorvaneEndpointRequest(endpoints_, eventQueue_.events(), superProperties_.current())
-        .send([this, upload](UploadOutcome outcome) {
-          upload->end(outcome);
+        .send([this, upload](UploadOutcome outcome, std::optional<int> status) {
+          upload->end(outcome, status);
           log_("Exiting completion block of Endpoint request");
         });
-  });
-  if (upload == nullptr) finishFlush(UploadOutcome::failedForMemory);
+  } catch (const std::exception&) {
+    if (upload == nullptr) return finishFlush(UploadOutcome::failedForMemory, std::nullopt);
+    upload->end(UploadOutcome::failedForMemory, std::nullopt);
+  }
 }
 
-void Tracker::finishFlush(UploadOutcome outcome) {
-  log_("Got the response from endpoint. Clear queue: ", endsBatch(outcome));
-  accounting_.uploadEnded(outcome);
-  if (endsBatch(outcome)) {
-    log_("Clearing the queue");
-    eventQueue_.clear();
+// The host may end this thread in its log sink: by then all is settled but the next flush, which
+// the next event brings in that case.
+void Tracker::finishFlush(UploadOutcome outcome, std::optional<int> status) {
+  settle(outcome);
+  try {
+    if (status) log_("Got response: ", *status);
+    log_("Got the response from endpoint. Clear queue: ", endsBatch(outcome));
+    if (endsBatch(outcome)) log_("Clearing the queue");
+    if (isRunning_) startFlushCycle();
+  } catch (...) {
+    isFlushMissing_ = true;
+    throw;
   }
+}
+
+// Neither throws nor calls the host.
+void Tracker::settle(UploadOutcome outcome) {
+  accounting_.uploadEnded(outcome);
+  if (endsBatch(outcome)) eventQueue_.clear();
   // An event too large to send must not block the others.
   if (outcome == UploadOutcome::failedForMemory && eventQueue_.count() > 0) {
     eventQueue_.dropLargest();
     accounting_.waitingEventLostForMemory();
   }
   wasDelivered_ = endsBatch(outcome);
-  if (isRunning_) startFlushCycle();
 }
 
 }  // namespace veltrano::internal

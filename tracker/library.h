@@ -39,7 +39,7 @@ class Library {
   }
 
   const Endpoints& endpoints() const { return endpoints_; }
-  const Accounting& accounting() const { return accounting_; }
+  Accounting& accounting() { return accounting_; }
 
   /// The tracker. The first call starts it; the next one retries if memory ran out.
   Tracker& tracker() {
@@ -49,6 +49,9 @@ class Library {
 
   /// `HeartbeatManager.shared`, created by the first call.
   HeartbeatManager& heartbeatManager();
+
+  /// As `Tracker::releaseCallbacks`.
+  void releaseCallbacks() { tracker_.releaseCallbacks(); }
 
  private:
   static Library& makeCurrent();

@@ -22,13 +22,13 @@ class PendingFlush {
   PendingFlush(WorkQueue& queue, Run run) : queue_(queue), run_(std::move(run)) {}
 
   /// Replaces the pending flush with one due after `delay`; the completion of the old one is never
-  /// called. No-op if `onlyIf` is false, which is checked under the lock. Has no effect when it
-  /// throws.
+  /// called. No-op if `onlyIf` is false, which is checked under the lock, or if `onlyFirst` is true
+  /// and any flush was scheduled before. Has no effect when it throws.
   void schedule(std::chrono::seconds delay, Completion completion,
-                const std::atomic<bool>* onlyIf = nullptr) {
+                const std::atomic<bool>* onlyIf = nullptr, bool onlyFirst = false) {
     Flush replaced;  // destroyed after the lock is released: the completion belongs to the host
     const std::lock_guard lock(mutex_);
-    if (onlyIf != nullptr && !*onlyIf) return;
+    if ((onlyIf != nullptr && !*onlyIf) || (onlyFirst && next_ > 1)) return;
     if (delay == delay.zero()) {
       // While a backlog of events is recorded, each one forces a flush: reuse the newest block.
       if (pending_.block != nullptr && queue_.isNewest(*pending_.block))
@@ -43,6 +43,14 @@ class PendingFlush {
       replaced = std::exchange(pending_, {next_++, delay, std::move(completion), nullptr, item});
     }
     if (replaced.item != nullptr) replaced.item->cancel();
+  }
+
+  /// Leaves no flush pending; the completion is never called.
+  void cancel() {
+    Flush cancelled;  // destroyed after the lock is released
+    const std::lock_guard lock(mutex_);
+    cancelled = std::exchange(pending_, {});
+    if (cancelled.item != nullptr) cancelled.item->cancel();
   }
 
  private:

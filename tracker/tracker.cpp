@@ -14,7 +14,12 @@ Tracker::Tracker(const Endpoints& endpoints,
 
 void Tracker::start() {
   registerForNotifications();
-  startFlushCycle();
+  startFlushCycle(true);
+}
+
+void Tracker::releaseCallbacks() {
+  pendingFlush_.cancel();
+  refreshTriggers_.set(std::nullopt, nullptr);
 }
 
 void Tracker::setSuperProperties(const HostMapView& properties) {

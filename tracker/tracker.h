@@ -47,6 +47,9 @@ class Tracker {
   /// memory ran out, the next call resumes it. Not thread-safe.
   void start();
 
+  /// Drops the host's completion and refresh handler without calling them.
+  void releaseCallbacks();
+
   // Recording.
   void track(std::string_view eventName, const HostMapView& eventProperties,
              FlushCompletion&& completion);
@@ -92,8 +95,8 @@ class Tracker {
   void changeSuperProperties(PropertyMap changed);
 
   // The next flush, from any thread.
-  void startFlushCycle();
-  void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion);
+  void startFlushCycle(bool isFirst = false);
+  void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion, bool isFirst = false);
   void runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion);
 
   // The event queue, on the work queue.
@@ -102,7 +105,8 @@ class Tracker {
   class Upload;
   void flushQueue(FlushCompletion completion);
   void upload();
-  void finishFlush(UploadOutcome outcome);
+  void finishFlush(UploadOutcome outcome, std::optional<int> status);
+  void settle(UploadOutcome outcome);
 
   static constexpr std::size_t kQueueCapacity = 200;
   static constexpr std::size_t kQueueFlushThreshold = 10;
@@ -130,7 +134,8 @@ class Tracker {
   PendingFlush pendingFlush_{dispatchQueue_, [this](auto delay, auto completion) {
                                runScheduledFlush(delay, std::move(completion));
                              }};
-  // Set when memory ran out while scheduling a flush; the next event retries.
+  // Set when a flush could not be scheduled, because memory ran out or the host ended the thread;
+  // the next event retries.
   std::atomic<bool> isFlushMissing_{false};
 
   // The current flush.

@@ -33,6 +33,12 @@ class Accounting {
     return statistics_;
   }
 
+  /// Goes on from counts that were taken elsewhere.
+  void goOnFrom(const Statistics& statistics) {
+    const std::lock_guard lock(mutex_);
+    statistics_ = statistics;
+  }
+
   void eventRecorded() { add(&Statistics::recorded, &Statistics::waiting); }
   void eventLostForMemory() { add(&Statistics::recorded, &Statistics::droppedForMemory); }
 

@@ -20,10 +20,9 @@ std::vector<std::string_view> batchJSON(const std::deque<EventRecord>& events) {
   return pieces;
 }
 
-UploadOutcome outcomeOf(const Log& log, const std::optional<URLResponse>& response) {
-  if (!response || !response->httpStatusCode) return UploadOutcome::failedInTransport;
-  log("Got response: ", *response->httpStatusCode);
-  switch (*response->httpStatusCode) {
+UploadOutcome outcomeOf(std::optional<int> status) {
+  if (!status) return UploadOutcome::failedInTransport;
+  switch (*status) {
     case 200:
       return UploadOutcome::delivered;
     case 400:
@@ -40,19 +39,20 @@ CorvaneEndpointRequest::CorvaneEndpointRequest(const Endpoints& endpoints,
                                                const PropertyMap& superProperties)
     : endpoints_(endpoints), eventsBeingSent_(events), superProperties_(superProperties) {}
 
-void CorvaneEndpointRequest::send(std::function<void(UploadOutcome)> completion) const {
-  if (eventsBeingSent_.empty()) return completion(UploadOutcome::nothingToSend);
+void CorvaneEndpointRequest::send(Completion completion) const {
+  if (eventsBeingSent_.empty()) return completion(UploadOutcome::nothingToSend, std::nullopt);
   endpoints_.log("Sending to the Corvane Endpoint");
   if (std::any_of(eventsBeingSent_.begin(), eventsBeingSent_.end(),
                   [](const EventRecord& event) { return event.json.empty(); }))
-    return completion(UploadOutcome::notEncodable);
+    return completion(UploadOutcome::notEncodable, std::nullopt);
   endpoints_.accounting.uploadBegan();
-  endpoints_.post("/track", superProperties_.text("uid").value_or(""), superProperties_,
-                  batchJSON(eventsBeingSent_), nullptr,
-                  [&log = endpoints_.log, completion = std::move(completion)](
-                      const auto&, const auto& response, const auto&) {
-                    completion(outcomeOf(log, response));
-                  });
+  endpoints_.post(
+      "/track", superProperties_.text("uid").value_or(""), superProperties_,
+      batchJSON(eventsBeingSent_), nullptr,
+      [completion = std::move(completion)](const auto&, const auto& response, const auto&) {
+        const auto status = response ? response->httpStatusCode : std::nullopt;
+        completion(outcomeOf(status), status);
+      });
 }
 
 }  // namespace veltrano::internal

@@ -3,7 +3,8 @@
 //
 // Install the platform once, on the main thread, before the first call of `Veltrano::shared()`.
 // Everything here is thread-safe unless it says otherwise, and nothing throws. The platform lives
-// until the process ends. In a child that is forked after the installation, the library is inert.
+// until the process ends, shut down or not. In a child that is forked after the installation, the
+// library is inert.
 //
 //     veltrano::PosixOptions options;
 //     options.collectionHost = "events.example.com";
@@ -160,6 +161,23 @@ class VELTRANO_EXPORT PosixPlatform {
 
   /// The run loop of the main thread.
   RunLoop& mainRunLoop();
+
+  /// Shuts the library down for good, as when an application is closed: it enters the background
+  /// and sends what waits or is in flight until `deadline`. Then the library is inert: it calls
+  /// nothing back, its threads have ended or sleep, and pending callbacks are destroyed uncalled.
+  /// It waits up to a second for a callback that is still running; one that takes longer stays
+  /// valid until it returns. Afterwards an interpreter, a plug-in or a test may end.
+  ///
+  /// Returns true when nothing was left: everything was sent, and no callback is running. Returns
+  /// false at once when called from a callback or on one of the library's threads, and in the
+  /// destructor of a static object that is older than the platform, where it is too late to send.
+  /// Concurrent calls wait for the first and return its result, as do later ones. Events that other
+  /// threads still track may be lost.
+  ///
+  /// Statistics keep their last values, run loops still run what the host posts to them, and no
+  /// other platform can be installed. Without this call the process may also end at any time;
+  /// events that wait are then lost.
+  bool shutDown(std::chrono::steady_clock::time_point deadline);
 
   /// Report lifecycle changes as they happen. On the main thread each takes effect before the call
   /// returns; on other threads it is posted to the main run loop.

@@ -32,8 +32,8 @@
  *
  * (6) A callback is called with the context that it was registered with. It must return: no
  *     longjmp, no pthread_exit. C++ exceptions that it throws are dropped. The library's threads
- *     run until the process ends, so callbacks and contexts must stay valid as long as they can be
- *     called.
+ *     run until the process ends or the library is shut down (veltrano_shut_down), so callbacks and
+ *     contexts must stay valid as long as they can be called.
  *
  * (7) Cancellation of a thread is deferred until its call into the library returns. A thread whose
  *     cancellation is asynchronous must not call the library.
@@ -384,13 +384,13 @@ typedef struct veltrano_options {
 
   /* Returns the user's session token as a handle to a string, or NULL; the library releases the
    * handle. Called on one of the library's threads before each attempt to send a heartbeat; keep it
-   * short. The context must stay valid until the process ends. */
+   * short. The context must stay valid until the process ends or the library is shut down. */
   veltrano_object* (*session_token)(void* context);
   void* session_token_context;
 
   /* Receives diagnostic lines, without a line feed, instead of the standard output. Called on the
    * thread that logs, possibly by several at once. The context must stay valid until the process
-   * ends. */
+   * ends or the library is shut down. */
   void (*log_sink)(void* context, veltrano_text line);
   void* log_sink_context;
 
@@ -429,6 +429,20 @@ typedef struct veltrano_options {
  * invalid. `error`, unless NULL, then gets a handle to a message, otherwise nil. */
 VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* options,
                                                      veltrano_object** error);
+
+/* Shuts the library down for good, as when an application is closed: it enters the background and
+ * sends what waits or is in flight, for at most `seconds`. Then the library is inert: it calls
+ * nothing back, its threads have ended or sleep, and pending callbacks are released uncalled. It
+ * waits up to a second for a callback that is still running; one that takes longer is released when
+ * it returns. Afterwards an interpreter or a plug-in may end.
+ *
+ * Returns true when nothing was left: everything was sent, and no callback is running. Returns
+ * false at once before a platform is installed, and when called from a callback or on one of the
+ * library's threads. Concurrent calls wait for the first and return its result, as do later ones.
+ * Events that other threads still track may be lost. Statistics keep their last values, run loops
+ * still run what is posted to them, and no other platform can be installed. Without this call the
+ * process may also end at any time; events that wait are then lost. */
+VELTRANO_EXPORT bool veltrano_shut_down(double seconds);
 
 /* ---- Device and application ---- */
 

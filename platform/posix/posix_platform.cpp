@@ -2,19 +2,26 @@
 
 #include <pthread.h>
 
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <deque>
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "encoding/uuid.h"
+#include "platform/posix/http/exit_gate.h"
 #include "platform/posix/http/option_checks.h"
 #include "platform/posix/posix_services.h"
 #include "platform/posix/storage/files.h"
+#include "platform/posix/threads/background_thread.h"
 #include "platform/posix/threads/fork.h"
 #include "tracker/library.h"
 
@@ -24,15 +31,26 @@ using namespace internal;
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr std::string_view kApplicationWillResignActive =
     "UIApplicationWillResignActiveNotification";
 
-// From now on a forked child finds a library without a platform in the place of its parent's, whose
-// threads do not exist there and whose locks may be held for good.
-void makeForkedChildrenInert() {
+// How long a callback that is under way at the deadline of a shutdown is waited for.
+constexpr std::chrono::milliseconds kGrace{250};
+
+// A library without a platform, for where the process's own cannot work any more.
+Library& inertLibrary() {
   static Library& inert = *new Library(Platform());
+  return inert;
+}
+
+// From now on a forked child finds the inert library in the place of its parent's, whose threads do
+// not exist there and whose locks may be held for good.
+void makeForkedChildrenInert() {
+  inertLibrary();
   static const int registered =
-      pthread_atfork(nullptr, nullptr, [] { Library::exchangeCurrent(&inert); });
+      pthread_atfork(nullptr, nullptr, [] { Library::exchangeCurrent(&inertLibrary()); });
   static_cast<void>(registered);  // fails for want of memory only
 }
 
@@ -79,6 +97,14 @@ std::string complete(PosixOptions& options) {
   return {};
 }
 
+// From now on no callback starts. False if one still runs at `deadline`.
+bool stopCallingHost(Clock::time_point deadline) {
+  isHostGone = true;
+  while (HostCall::count() > 0 && Clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return HostCall::count() == 0;
+}
+
 }  // namespace
 
 struct PosixPlatform::Services : PosixServices {
@@ -92,6 +118,7 @@ struct PosixPlatform::Services : PosixServices {
     if (isForkedChild()) return;
     dropExceptions([&] {
       auto announcement = [this, name, change] {
+        if (isShutDown) return;
         change();
         notificationCenter.post(name);
       };
@@ -126,10 +153,62 @@ struct PosixPlatform::Services : PosixServices {
     announce(name, [this, state] { application.setState(state); });
   }
 
+  bool shutDown(Clock::time_point deadline) {
+    {
+      std::unique_lock lock(endMutex);
+      if (isShutDown.exchange(true)) {
+        ended.wait(lock, [this] { return hasEnded; });
+        return wasComplete;
+      }
+    }
+    struct End {
+      ~End() {
+        const std::lock_guard lock(services.endMutex);
+        services.hasEnded = true;
+        services.ended.notify_all();
+      }
+      Services& services;
+    };
+    const End end{*this};
+    bool isFlushed = false;
+    if (!ExitGate::isClosed()) dropExceptions([&] { isFlushed = flushUntil(deadline); });
+    return wasComplete = stop(deadline) && isFlushed;
+  }
+
+  // What happens to an application that is closed. False when the deadline comes first.
+  bool flushUntil(Clock::time_point deadline) {
+    application.setState(ApplicationState::background);
+    notificationCenter.post(kApplicationDidEnterBackground);
+    const auto isFlushed = std::make_shared<std::promise<void>>();
+    workQueue.async([isFlushed] { isFlushed->set_value(); });  // behind the final flush
+    return isFlushed->get_future().wait_until(deadline) == std::future_status::ready;
+  }
+
+  // True when nothing was left.
+  bool stop(Clock::time_point deadline) {
+    Library& library = *Library::exchangeCurrent(&inertLibrary());
+    timers.stop();
+    workQueue.stop();
+    // When the process exits, the network's threads stand still already.
+    bool isComplete = ExitGate::isClosed() || urlSession.shutDown(deadline);
+    isComplete &= workQueue.waitForEnd(Clock::now() + kGrace);
+    isComplete &= stopCallingHost(Clock::now() + kGrace);
+    library.releaseCallbacks();
+    const Statistics last = library.accounting().statistics();
+    inertLibrary().accounting().goOnFrom(last);
+    return isComplete && last.waiting + last.inFlight == 0;
+  }
+
   const std::shared_ptr<PosixRunLoop> mainRunLoop = PosixRunLoop::ofThisThread();
 
   std::mutex announcementsMutex;
   std::deque<std::function<void()>> announcements;  // guarded by announcementsMutex
+
+  std::atomic<bool> isShutDown{false};
+  std::mutex endMutex;
+  std::condition_variable ended;
+  bool hasEnded = false;     // guarded by endMutex
+  bool wasComplete = false;  // written once, before hasEnded is set
 };
 
 PosixPlatform::PosixPlatform(Services& services) : services_(services) {}
@@ -165,6 +244,13 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
   } catch (const std::system_error& exception) {
     return {nullptr, std::string("The platform could not be set up: ") + exception.what() + "."};
   }
+}
+
+bool PosixPlatform::shutDown(std::chrono::steady_clock::time_point deadline) {
+  if (isForkedChild() || isBackgroundThread() || HostCall::isOnThisThread()) return false;
+  bool wasComplete = false;
+  dropExceptions([&] { wasComplete = services_.shutDown(deadline); });
+  return wasComplete;
 }
 
 RunLoop& PosixPlatform::mainRunLoop() {

@@ -7,7 +7,6 @@
 
 #include "platform/authentication.h"
 #include "platform/host_callback.h"
-#include "platform/posix/threads/fork.h"
 
 namespace veltrano::internal {
 
@@ -20,7 +19,7 @@ class ZKAuthTokenRepository final : public SessionTokenProvider {
   /// None if the host's function throws.
   std::optional<std::string> sessionToken() const override {
     std::optional<std::string> token;
-    if (hostsToken_ && !isForkedChild()) dropExceptions([&] { token = hostsToken_(); });
+    if (hostsToken_) callHost([&] { token = hostsToken_(); });
     return token;
   }
 

@@ -60,6 +60,11 @@ void ExitGate::closeAtExit() noexcept {
     isRegistered = false;  // out of memory; the next post retries
 }
 
+bool ExitGate::isClosed() {
+  const std::lock_guard lock(gate().mutex);
+  return gate().isClosed;
+}
+
 void ExitGate::pass() {
   std::unique_lock lock(gate().mutex);
   if (gate().isClosed) park(lock);

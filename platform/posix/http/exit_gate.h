@@ -11,6 +11,9 @@ class ExitGate {
   /// call it before starting a network thread.
   static void closeAtExit() noexcept;
 
+  /// Whether the process exits, so that nothing is sent any more.
+  static bool isClosed();
+
   /// Call before calling the host. Returns at once, or never while the process exits.
   static void pass();
 

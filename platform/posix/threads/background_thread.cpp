@@ -12,6 +12,8 @@
 namespace veltrano::internal {
 namespace {
 
+constinit thread_local bool isBackground = false;
+
 struct Start {
   std::string name;
   std::function<void()> body;
@@ -19,6 +21,7 @@ struct Start {
 
 void* runThread(void* argument) {
   const std::unique_ptr<Start> start(static_cast<Start*>(argument));
+  isBackground = true;
   pthread_setname_np(pthread_self(), start->name.c_str());
   dropExceptions(start->body);  // losing this thread is better than ending the process
   return nullptr;
@@ -49,6 +52,10 @@ bool startBackgroundThread(std::string_view name, std::function<void()> body) {
 
   if (started) static_cast<void>(start.release());
   return started;
+}
+
+bool isBackgroundThread() noexcept {
+  return isBackground;
 }
 
 }  // namespace veltrano::internal

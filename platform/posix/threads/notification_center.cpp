@@ -19,8 +19,10 @@ void PosixNotificationCenter::post(std::string_view name) const {
     const auto found = observers_.find(name);
     if (found != observers_.end()) observers = found->second;
   }
-  for (const auto& observer : observers)
-    if (!callHost(*observer)) return;
+  for (const auto& observer : observers) {
+    dropExceptions(*observer);
+    if (isForkedChild()) return;
+  }
 }
 
 }  // namespace veltrano::internal

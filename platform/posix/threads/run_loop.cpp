@@ -191,17 +191,20 @@ PosixRunLoop::Next PosixRunLoop::takeNext(Clock::time_point now, std::size_t& fu
 
 // False when there was nothing to run, and in a child that the callback forked.
 bool PosixRunLoop::run(Next next) {
-  if (next.function) return callHost(next.function);
+  if (next.function) {
+    dropExceptions(next.function);
+    return !isForkedChild();
+  }
   if (next.timer.empty()) return false;
   bool wasOutOfMemory = false;
-  const bool goesOn = callHost([&] {
+  dropExceptions([&] {
     try {
       next.timer.mapped().action();
     } catch (const std::bad_alloc&) {
       wasOutOfMemory = true;
     }
   });
-  if (!goesOn || !wasOutOfMemory) return goesOn;
+  if (isForkedChild() || !wasOutOfMemory) return !isForkedChild();
   const std::lock_guard lock(mutex_);
   next.timer.key().first = Clock::now() + kRetryDelay;
   timers_.insert(std::move(next.timer));
@@ -230,6 +233,7 @@ void PosixRunLoop::changed() {
 
 std::shared_ptr<Timer> PosixTimers::schedule(Duration delay, Duration tolerance,
                                              std::function<void()> action) {
+  if (isStopped_) return std::make_shared<Timer>();
   return PosixRunLoop::ofThisThread()->schedule(delay, tolerance, std::move(action));
 }
 

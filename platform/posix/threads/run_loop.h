@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -81,6 +82,12 @@ class PosixTimers final : public Timers {
  public:
   std::shared_ptr<Timer> schedule(Duration delay, Duration tolerance,
                                   std::function<void()> action) override;
+
+  /// Timers that are scheduled from now on never fire.
+  void stop() { isStopped_ = true; }
+
+ private:
+  std::atomic<bool> isStopped_{false};
 };
 
 }  // namespace veltrano::internal

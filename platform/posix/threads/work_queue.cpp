@@ -34,6 +34,7 @@ void PosixWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) 
   DelayedItems::Items cancelled;
   {
     const std::lock_guard lock(mutex_);
+    if (isStopped_) return;
     const auto firstDue = delayed_.nextDue();
     cancelled = delayed_.add(due, std::move(item));
     const State state = state_.load();
@@ -49,14 +50,35 @@ void PosixWorkQueue::wait(DispatchGroup& group, std::function<void()> then) {
   then();
 }
 
-void PosixWorkQueue::wake() {
+void PosixWorkQueue::stop() {
   const std::lock_guard lock(mutex_);
-  const State state = state_.load();
-  if (state == State::unstarted) start();
-  if (state == State::asleep) {
-    state_.store(State::awake);
-    wakeUp_.notify_one();
+  isStopped_ = true;
+  wakeUp_.notify_one();
+  if (state_.load() == State::unstarted) state_.store(State::ended);
+}
+
+bool PosixWorkQueue::waitForEnd(Clock::time_point deadline) {
+  {
+    std::unique_lock lock(mutex_);
+    const auto hasEnded = [this] { return state_.load() == State::ended; };
+    if (!hasEnded_.wait_until(lock, deadline, hasEnded)) return false;
   }
+  destroyPending();
+  return true;
+}
+
+void PosixWorkQueue::wake() {
+  {
+    const std::lock_guard lock(mutex_);
+    const State state = state_.load();
+    if (state == State::unstarted) start();
+    if (state == State::asleep) {
+      state_.store(State::awake);
+      wakeUp_.notify_one();
+    }
+    if (state != State::ended) return;
+  }
+  destroyPending();
 }
 
 // Called with mutex_ held. If no thread can be started, the next submission retries.
@@ -66,23 +88,42 @@ void PosixWorkQueue::start() {
   });
 }
 
-void PosixWorkQueue::restart() {
+// A thread that the host's code has ended, with pthread_exit, is replaced.
+void PosixWorkQueue::endThread() {
+  if (isForkedChild()) return;
+  if (isStopped_) destroyPending();
   const std::lock_guard lock(mutex_);
-  state_.store(State::unstarted);
-  start();
+  state_.store(isStopped_ ? State::ended : State::unstarted);
+  if (!isStopped_) start();
+  hasEnded_.notify_all();
+}
+
+// For when no block runs any more. Each is destroyed after the lock has been released.
+void PosixWorkQueue::destroyPending() {
+  for (;;) {
+    std::unique_ptr<Block> block;
+    std::shared_ptr<WorkItem> item;
+    const std::lock_guard lock(mutex_);
+    block.reset(submitted_.takeOldest());
+    item = delayed_.takeDue(Clock::time_point::max());
+    if (block == nullptr && item == nullptr) return;
+  }
+}
+
+// A block may have forked, and gone on in the child.
+bool PosixWorkQueue::goesOn() const {
+  return !isStopped_ && !isForkedChild();
 }
 
 void PosixWorkQueue::work() {
   // Replaces a thread that the host's code ended with pthread_exit.
   struct End {
-    ~End() {
-      if (!isForkedChild()) queue.restart();
-    }
+    ~End() { queue.endThread(); }
     PosixWorkQueue& queue;
   };
   const End end{*this};
   auto idleSince = Clock::now();
-  while (!isForkedChild()) {  // a block may have forked
+  while (goesOn()) {
     if (runWhatIsReady()) {
       idleSince = Clock::now();
     } else if (Clock::now() - idleSince < kNapsEndAfter) {
@@ -103,7 +144,7 @@ bool PosixWorkQueue::runWhatIsReady() {
   const auto now = Clock::now();
   const bool hadSubmissions = runSubmitted();
   // One at a time: collecting them first could run out of memory and lose items.
-  while (!isForkedChild()) {
+  while (goesOn()) {
     std::shared_ptr<WorkItem> item;
     {
       const std::lock_guard lock(mutex_);
@@ -119,7 +160,7 @@ bool PosixWorkQueue::runWhatIsReady() {
 bool PosixWorkQueue::runSubmitted() {
   const Block* const last = submitted_.newest();
   bool hasRun = false;
-  for (bool isDone = submitted_.hasReached(last); !isDone && !isForkedChild();) {
+  for (bool isDone = submitted_.hasReached(last); !isDone && goesOn();) {
     const std::unique_ptr<Block> block(submitted_.takeOldest());
     if (block != nullptr) {
       isDone = block.get() == last || submitted_.hasReached(last);
@@ -153,7 +194,7 @@ void PosixWorkQueue::forgetCancelled() {
 void PosixWorkQueue::sleep() {
   std::unique_lock lock(mutex_);
   state_.store(State::asleep, std::memory_order_seq_cst);
-  while (state_.load() == State::asleep && submitted_.isEmpty()) {
+  while (state_.load() == State::asleep && submitted_.isEmpty() && !isStopped_) {
     const auto due = delayed_.nextDue();
     if (!due) {
       wakeUp_.wait(lock);

@@ -27,13 +27,22 @@ class PosixWorkQueue final : public WorkQueue {
   bool isNewest(const Block& block) const override { return submitted_.newest() == &block; }
   void wait(DispatchGroup& group, std::function<void()> then) override;
 
+  /// From now on no block and no item begins. What is pending or submitted later is destroyed
+  /// without having run, once the block in progress has returned. Then the thread ends.
+  void stop();
+
+  /// Waits for that end, after `stop`; false when it has not come by `deadline`.
+  bool waitForEnd(DelayedItems::Clock::time_point deadline);
+
  private:
   using Clock = DelayedItems::Clock;
-  enum class State { unstarted, awake, asleep };
+  enum class State { unstarted, awake, asleep, ended };
 
   void wake();
   void start();
-  void restart();
+  void endThread();
+  void destroyPending();
+  bool goesOn() const;
   void work();
   bool runWhatIsReady();
   bool runSubmitted();
@@ -48,7 +57,9 @@ class PosixWorkQueue final : public WorkQueue {
   std::atomic<State> state_{State::unstarted};
   std::mutex mutex_;
   std::condition_variable wakeUp_;
-  DelayedItems delayed_;  // guarded by mutex_
+  std::condition_variable hasEnded_;
+  std::atomic<bool> isStopped_{false};  // changed under mutex_
+  DelayedItems delayed_;                // guarded by mutex_
 };
 
 }  // namespace veltrano::internal

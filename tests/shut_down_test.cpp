@@ -1,0 +1,191 @@
+// The end of the library's work when its host wants one. Each case is a process of its own, as a
+// library that has been shut down stays so.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <iostream>
+#include <latch>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "tests/support/posting.h"
+#include "veltrano/posix_platform.h"
+#include "veltrano/veltrano.h"
+
+namespace veltrano::internal {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::seconds;
+
+// A host, for as long as the process lives, and what it posts to.
+struct Host {
+  explicit Host(bool isAnswered)
+      : server(new TLSServer(
+            [isAnswered](int) { return isAnswered ? answer("200 OK") : TLSServer::Reply{}; })) {
+    PosixOptions options;
+    options.collectionHost = "127.0.0.1:" + std::to_string(server->port());
+    options.certificateAuthorities = server->authorities();
+    options.logSink = [this](std::string_view line) {
+      ++callbacks;
+      onLine(line);
+    };
+    platform = PosixPlatform::install(std::move(options)).platform;
+    Veltrano::isLoggerEnabled = true;
+  }
+
+  bool shutDown(Clock::duration time = seconds(30)) {
+    return platform->shutDown(Clock::now() + time);
+  }
+
+  std::atomic<int> callbacks{0};
+  std::function<void(std::string_view)> onLine = [](std::string_view) {};
+  std::unique_ptr<TLSServer> server;
+  PosixPlatform* platform = nullptr;
+};
+
+Host& host(bool isAnswered = true) {
+  static auto& only = *new Host(isAnswered);
+  return only;
+}
+
+void expect(bool condition, const char* what) {
+  if (condition) return;
+  std::cerr << "not so: " << what << std::endl;
+  std::_Exit(1);
+}
+
+class ShutDown : public testing::Test {
+ protected:
+  ShutDown() { testing::GTEST_FLAG(death_test_style) = "threadsafe"; }
+
+  // The case has to end by itself, before any request times out, and with `status`.
+  static void expectExit(void (*work)(), int status = 0) {
+    const auto limited = [&] {
+      alarm(25);
+      work();
+      host().server.reset();
+      std::exit(0);
+    };
+    EXPECT_EXIT(limited(), testing::ExitedWithCode(status), "");
+  }
+};
+
+TEST_F(ShutDown, DeliversWhatWaitsAndLeavesAnInertLibrary) {
+  expectExit([] {
+    Host& it = host();
+    auto& tracker = Veltrano::shared();
+    const auto held = std::make_shared<int>();
+    tracker.setUserId("user");  // with a heartbeat to come
+    tracker.setRefreshTriggersWithHandler({{"trigger"}}, [held] { ++host().callbacks; });
+    for (int i = 0; i < 3; ++i) tracker.track("E", {{"number", i}});
+    expect(it.shutDown(), "it was complete");
+    const Statistics last = tracker.statistics();
+    expect(last.recorded == 3 && last.delivered == 3, "everything was delivered");
+    expect(it.server->requests().size() == 1, "it took one request");
+    expect(held.use_count() == 1, "the handler was released");
+
+    const int callbacks = it.callbacks;
+    tracker.setRefreshTriggersWithHandler({{"trigger"}}, [] { ++host().callbacks; });
+    tracker.track("trigger", {}, [held](bool) { ++host().callbacks; });
+    it.platform->applicationWillEnterForeground();
+    it.platform->applicationDidBecomeActive();
+    bool hasRun = false;
+    it.platform->mainRunLoop().perform([&] {
+      hasRun = true;
+      it.platform->mainRunLoop().stop();
+    });
+    it.platform->mainRunLoop().run();
+    expect(hasRun, "the run loop goes on");
+    expect(it.callbacks == callbacks && held.use_count() == 1, "nothing was called back");
+    expect(tracker.statistics().recorded == 3, "the statistics are the last");
+    PosixOptions options;
+    options.collectionHost = "localhost";
+    expect(!PosixPlatform::install(options), "another platform was refused");
+    expect(it.shutDown(), "the second call answers as the first");
+  });
+}
+
+TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
+  expectExit([] {  // the collection host
+    Host& it = host(false);
+    auto& tracker = Veltrano::shared();
+    const auto held = std::make_shared<int>();
+    std::atomic<int> outcomes{0};
+    tracker.track("E", {},
+                  [held, &outcomes](bool wasDelivered) { outcomes += wasDelivered ? 9 : 1; });
+    while (it.server->requests().empty()) std::this_thread::yield();
+    tracker.track("F", {}, [held, &outcomes](bool) { outcomes += 9; });
+    expect(!it.shutDown(std::chrono::milliseconds(100)), "something was left");
+    expect(outcomes == 1 && held.use_count() == 1, "one completion was called, the other released");
+    const Statistics last = tracker.statistics();
+    expect(last.waiting == 1 && last.inFlight == 0, "the upload was given up");
+  });
+  expectExit([] {  // a completion
+    Host& it = host();
+    std::latch isRunning(1);
+    Veltrano::shared().track("E", {}, [&](bool) {
+      isRunning.count_down();
+      for (;;) pause();
+    });
+    isRunning.wait();
+    expect(!it.shutDown(std::chrono::milliseconds(100)), "something was left");
+  });
+}
+
+TEST_F(ShutDown, IsForAnyThreadButNoCallback) {
+  expectExit([] {
+    Host& it = host();
+    std::atomic<int> refusals{0}, answers{0};
+    it.onLine = [&](std::string_view) { refusals += it.shutDown() ? 100'000 : 1; };
+    auto& tracker = Veltrano::shared();
+    const auto refuse = [&] { refusals += it.shutDown() ? 100'000 : 1; };
+    tracker.setRefreshTriggersWithHandler({{"E"}}, refuse);
+    std::latch isOver(1);
+    // The destructor of what a completion holds runs on a thread of the library's, too.
+    auto witness = std::shared_ptr<void>(nullptr, [&](void*) {
+      refuse();
+      isOver.count_down();
+    });
+    tracker.track("E", {}, [&, witness = std::move(witness)](bool) { refuse(); });
+    isOver.wait();
+    {
+      std::vector<std::jthread> threads;
+      for (int i = 0; i < 4; ++i) threads.emplace_back([&] { answers += it.shutDown() ? 1 : 0; });
+    }
+    expect(refusals > 3 && refusals < 100'000, "callbacks were refused");
+    expect(answers == 4, "all threads got the answer");
+  });
+}
+
+struct AtExit {
+  ~AtExit() {
+    Veltrano::shared().track("at exit");
+    std::_Exit(host().shutDown() ? 3 : 4);
+  }
+};
+
+TEST_F(ShutDown, AStaticDestructorMayCallIt) {
+  expectExit(
+      [] {
+        host();
+        static const AtExit younger;
+        std::exit(0);
+      },
+      3);
+  expectExit(
+      [] {
+        static const AtExit older;  // when nothing can be sent any more
+        host();
+        std::exit(0);
+      },
+      4);
+}
+
+}  // namespace
+}  // namespace veltrano::internal
