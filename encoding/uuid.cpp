@@ -19,4 +19,17 @@ std::string uuidText(std::array<unsigned char, 16> random) {
   return text;
 }
 
+std::optional<std::string> canonicalUUID(std::string_view text) {
+  constexpr std::string_view kPattern = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
+  if (text.size() != kPattern.size()) return std::nullopt;
+  std::string canonical(text);
+  for (std::size_t i = 0; i < kPattern.size(); ++i) {
+    char& c = canonical[i];
+    if (c >= 'a' && c <= 'f') c = static_cast<char>(c - 'a' + 'A');
+    const bool isDigit = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
+    if (kPattern[i] == '-' ? c != '-' : !isDigit) return std::nullopt;
+  }
+  return canonical;
+}
+
 }  // namespace veltrano::internal

@@ -1,4 +1,5 @@
 #include <exception>
+#include <utility>
 
 #include "tracker/log_rendering.h"
 #include "tracker/track_call.h"
@@ -42,7 +43,11 @@ void Tracker::record(std::string_view eventName, const AutomaticProperties& auto
     if (!isEncoderCurrent_)
       encoder_.setBase(defaultProperties_.properties(), superProperties_.current());
     isEncoderCurrent_ = true;
-    eventQueue_.append(encoder_.encode(eventName, automatic, carrier, eventProperties));
+    EventRecord event = encoder_.encode(eventName, automatic, carrier, eventProperties);
+    if (observer_ != nullptr)
+      observer_->recorded({eventName, event.json, eventProperties, superProperties_.current(),
+                           defaultProperties_.properties()});
+    eventQueue_.append(std::move(event));
     accounting_.eventRecorded();
   } catch (const std::exception&) {
     accounting_.eventLostForMemory();

@@ -9,6 +9,7 @@
 #include "log/log.h"
 #include "platform/platform.h"
 #include "properties/default_properties.h"
+#include "tracker/call_observer.h"
 #include "tracker/tracker.h"
 #include "upload/endpoints.h"
 
@@ -19,8 +20,9 @@ namespace veltrano::internal {
 /// more; such a one may be destroyed when nothing on its platform runs any more.
 class Library {
  public:
-  /// The platform's services must outlive the library. Nothing happens before `tracker` is called.
-  explicit Library(const Platform& platform);
+  /// The platform's services, and `observer` when there is one, must outlive the library. Nothing
+  /// happens before `tracker` is called.
+  explicit Library(const Platform& platform, CallObserver* observer = nullptr);
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
 
@@ -41,6 +43,7 @@ class Library {
 
   const Endpoints& endpoints() const { return endpoints_; }
   const Accounting& accounting() const { return accounting_; }
+  CallObserver* observer() const { return observer_; }
 
   /// The tracker, which the first call starts; when memory is short, the one after it.
   Tracker& tracker() {
@@ -58,6 +61,7 @@ class Library {
   static constinit std::atomic<Library*> processLibrary;
 
   const Platform platform_;
+  CallObserver* const observer_;  // null: nobody watches
   const Log log_;
   const DefaultProperties defaultProperties_;
   Accounting accounting_;

@@ -16,6 +16,7 @@
 #include "log/log.h"
 #include "platform/platform.h"
 #include "properties/default_properties.h"
+#include "tracker/call_observer.h"
 #include "tracker/event_encoder.h"
 #include "tracker/event_queue.h"
 #include "tracker/pending_flush.h"
@@ -41,8 +42,9 @@ class Tracker {
   };
   static const std::array<Handler, 5> kHandlers;
 
-  /// `startHeartbeat` is called for each user.
-  Tracker(const Endpoints& endpoints, std::function<void(const std::string& uid)> startHeartbeat);
+  /// `startHeartbeat` is called for each user; `observer`, which may be null, for each event.
+  Tracker(const Endpoints& endpoints, std::function<void(const std::string& uid)> startHeartbeat,
+          CallObserver* observer);
 
   /// The second half of the construction, in which the log may call the host. When it throws, for
   /// want of memory, the next call goes on from there. Not for two threads at once.
@@ -115,6 +117,7 @@ class Tracker {
   const Log& log_ = endpoints_.log;
   Accounting& accounting_ = endpoints_.accounting;
   const std::function<void(const std::string& uid)> startHeartbeat_;
+  CallObserver* const observer_;
   std::size_t nextToRegister_ = 0;  // of kHandlers; for `start`
   WorkQueue& dispatchQueue_ = *platform_.workQueue;
 

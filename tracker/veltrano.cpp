@@ -9,6 +9,7 @@
 #include "tracker/library.h"
 
 using veltrano::HostMapView;
+using veltrano::internal::CallObserver;
 using veltrano::internal::dropExceptions;
 using veltrano::internal::Library;
 using veltrano::internal::Tracker;
@@ -23,6 +24,13 @@ Tracker& tracker() {
   return Library::current().tracker();
 }
 
+// Tells who watches the library of a call that has been made: one from a refresh handler comes
+// before the `track` that called it.
+void tellOf(std::string_view operation, const HostMapView& arguments = {}) {
+  if (CallObserver* const observer = Library::current().observer())
+    observer->called(operation, arguments);
+}
+
 }  // namespace
 
 std::atomic<bool> Veltrano::isLoggerEnabled{false};
@@ -34,38 +42,65 @@ Veltrano& Veltrano::shared() {
 }
 
 void Veltrano::setUserId(std::string_view id) {
-  dropExceptions([&] { tracker().setUserId(entering(id)); });
+  dropExceptions([&] {
+    tracker().setUserId(entering(id));
+    tellOf("setUserId", {{"id", id}});
+  });
 }
 
 void Veltrano::setAppId(std::string_view id) {
-  dropExceptions([&] { tracker().setAppId(entering(id)); });
+  dropExceptions([&] {
+    tracker().setAppId(entering(id));
+    tellOf("setAppId", {{"id", id}});
+  });
 }
 
 void Veltrano::setIdfa() {
-  dropExceptions([&] { tracker().setIdfa(); });
+  dropExceptions([&] {
+    tracker().setIdfa();
+    tellOf("setIdfa");
+  });
 }
 
 void Veltrano::setLibVersion(std::string_view version) {
-  dropExceptions([&] { tracker().setLibVersion(entering(version)); });
+  dropExceptions([&] {
+    tracker().setLibVersion(entering(version));
+    tellOf("setLibVersion", {{"version", version}});
+  });
 }
 
 void Veltrano::setPublisherUid(std::optional<std::string_view> uid) {
-  dropExceptions(
-      [&] { tracker().setPublisherUid(uid ? std::optional(entering(*uid)) : std::nullopt); });
+  dropExceptions([&] {
+    tracker().setPublisherUid(uid ? std::optional(entering(*uid)) : std::nullopt);
+    tellOf("setPublisherUid", {{"uid", uid}});
+  });
 }
 
 void Veltrano::track(std::string_view eventName, const HostMapView& eventProperties,
                      FlushCompletion forceFlushCompletion) {
-  dropExceptions(
-      [&] { tracker().track(eventName, eventProperties, std::move(forceFlushCompletion)); });
+  dropExceptions([&] {
+    Library& library = Library::current();
+    const bool isForced = forceFlushCompletion != nullptr;
+    library.tracker().track(eventName, eventProperties, std::move(forceFlushCompletion));
+    if (CallObserver* const observer = library.observer()) [[unlikely]]
+      observer->called("track", {{"name", eventName},
+                                 {"properties", eventProperties.argument()},
+                                 {"completion", isForced}});
+  });
 }
 
 void Veltrano::setSuperProperties(const HostMapView& properties) {
-  dropExceptions([&] { tracker().setSuperProperties(properties); });
+  dropExceptions([&] {
+    tracker().setSuperProperties(properties);
+    tellOf("setSuperProperties", {{"properties", properties.argument()}});
+  });
 }
 
 void Veltrano::removeSuperProperty(std::string_view key) {
-  dropExceptions([&] { tracker().removeSuperProperty(entering(key)); });
+  dropExceptions([&] {
+    tracker().removeSuperProperty(entering(key));
+    tellOf("removeSuperProperty", {{"key", key}});
+  });
 }
 
 void Veltrano::setRefreshTriggersWithHandler(std::optional<std::vector<std::string>> triggers,
@@ -74,19 +109,27 @@ void Veltrano::setRefreshTriggersWithHandler(std::optional<std::vector<std::stri
     if (triggers)
       for (std::string& name : *triggers)
         name = veltrano::internal::wellFormedUTF8(std::move(name));
+    const bool hasHandler = handler != nullptr;
     tracker().setRefreshTriggers(triggers, std::move(handler));
+    tellOf("setRefreshTriggers", {{"triggers", triggers}, {"handler", hasHandler}});
   });
 }
 
 std::string Veltrano::getScreenOrientation() const {
   std::string orientation = "unknown";
-  dropExceptions([&] { orientation = tracker().getScreenOrientation(); });
+  dropExceptions([&] {
+    orientation = tracker().getScreenOrientation();
+    tellOf("getScreenOrientation");
+  });
   return orientation;
 }
 
 std::string Veltrano::getDeviceOrientation() const {
   std::string orientation = "unknown";
-  dropExceptions([&] { orientation = tracker().getDeviceOrientation(); });
+  dropExceptions([&] {
+    orientation = tracker().getDeviceOrientation();
+    tellOf("getDeviceOrientation");
+  });
   return orientation;
 }
 

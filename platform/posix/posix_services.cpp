@@ -16,13 +16,13 @@ ApplicationState internalState(PosixOptions::ApplicationState state) {
   }
 }
 
+}  // namespace
+
 std::optional<HostMap> infoDictionary(PosixOptions& options) {
   if (options.infoDictionary) return std::move(options.infoDictionary);
   if (options.infoPropertyListFile.empty()) return std::nullopt;
   return readInfoDictionary(options.infoPropertyListFile);
 }
-
-}  // namespace
 
 PosixServices::PosixServices(PosixOptions options)
     : collectionHost(std::move(options.collectionHost)),

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "platform/platform.h"
@@ -44,5 +45,9 @@ struct PosixServices {
   ZKAuthTokenRepository tokenRepository;
   ZKAuth auth;
 };
+
+/// The application's Info dictionary, taken out of the options or read from the file that they
+/// name.
+std::optional<HostMap> infoDictionary(PosixOptions& options);
 
 }  // namespace veltrano::internal

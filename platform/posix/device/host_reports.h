@@ -97,7 +97,4 @@ class PosixIdentifiers final : public ASIdentifierManager {
   ReportedText identifier_;
 };
 
-/// The canonical text of the UUID that `text` stands for; none when it stands for none.
-std::optional<std::string> canonicalUUID(std::string_view text);
-
 }  // namespace veltrano::internal

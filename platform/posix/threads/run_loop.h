@@ -77,6 +77,9 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
   int descriptor_ = -1;  // of a kernel timer that expires when there is something to run
 };
 
+/// The calling thread's loop; when there is no memory for one, one that does nothing.
+RunLoop& currentSystemRunLoop();
+
 /// Schedules timers on the calling thread's run loop. A delay shorter than the tolerance is made as
 /// long as that.
 class PosixTimers final : public Timers {
