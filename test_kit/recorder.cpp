@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <sstream>
 #include <utility>
 
 #include "test_kit/json.h"
@@ -42,6 +43,7 @@ std::string secondsText(Duration time) {
 
 void Recorder::setBeforeAll(bool isBeforeAll) {
   const std::lock_guard lock(mutex_);
+  noteLogSwitch();
   if (!steps_.empty()) steps_.back().isClosed = true;
   isBeforeAll_ = isBeforeAll;
 }
@@ -149,7 +151,7 @@ void Recorder::addPost(const internal::PostRequest& post) {
     writer.endObject();
   });
   const std::lock_guard lock(mutex_);
-  posts_ += '{' + line + "}\n";
+  posts_.append("{").append(line).append("}\n");
 }
 
 std::string Recorder::posts() const {
@@ -159,39 +161,44 @@ std::string Recorder::posts() const {
 
 std::string Recorder::scenario(const SimulatedDevice& device,
                                const std::optional<HostMap>& info) const {
+  const auto writeConfiguration = [&](JSONWriter& writer) {
+    writer.key("screen");
+    writer.startArray();
+    writer.number(device.screen.width);
+    writer.number(device.screen.height);
+    writer.endArray();
+    writer.key("systemName");
+    writer.string(device.name);
+    writer.key("systemVersion");
+    writer.string(device.version);
+    writer.key("machine");
+    writer.string(device.machineName);
+    if (!info) return;
+    writer.key("info");
+    writeScenarioMap(writer, *info);
+  };
+  std::ostringstream text;
+  text << '{' << operationText("configure", writeConfiguration) << "}\n";
   const std::lock_guard lock(mutex_);
-  std::string text = '{' +
-                     operationText("configure",
-                                   [&](JSONWriter& writer) {
-                                     writer.key("screen");
-                                     writer.startArray();
-                                     writer.number(device.screen.width);
-                                     writer.number(device.screen.height);
-                                     writer.endArray();
-                                     writer.key("systemName");
-                                     writer.string(device.name);
-                                     writer.key("systemVersion");
-                                     writer.string(device.version);
-                                     writer.key("machine");
-                                     writer.string(device.machineName);
-                                     if (!info) return;
-                                     writer.key("info");
-                                     writeScenarioMap(writer, *info);
-                                   }) +
-                     "}\n";
-  for (const Step& step : steps_) {
-    text += "{\"at\":" + secondsText(step.at) + ',';
-    if (step.operations.size() == 1) {
-      text += step.operations.front();
+  std::vector<Step> steps = steps_;
+  const Duration end = steps.empty() ? clock_() : std::max(clock_(), steps.back().at);
+  // What has been done since the last run is followed by nothing.
+  if (steps.empty() || steps.back().isClosed) steps.push_back({end, false, {}});
+  steps.back().operations.push_back(operationText("end", nullptr));
+  for (const auto& [at, isClosed, operations] : steps) {
+    text << "{\"at\":" << secondsText(at) << ',';
+    if (operations.size() == 1) {
+      text << operations.front();
     } else {
-      text += "\"op\":\"batch\",\"steps\":[";
-      for (const std::string& operation : step.operations) text += '{' + operation + "},";
-      text.back() = ']';
+      text << "\"op\":\"batch\",\"steps\":[";
+      const char* separator = "{";
+      for (const std::string& operation : operations)
+        text << std::exchange(separator, ",{") << operation << '}';
+      text << ']';
     }
-    text += "}\n";
+    text << "}\n";
   }
-  const Duration end = steps_.empty() ? clock_() : std::max(clock_(), steps_.back().at);
-  return text + "{\"at\":" + secondsText(end) + ",\"op\":\"end\"}\n";
+  return text.str();
 }
 
 }  // namespace veltrano::testing

@@ -66,10 +66,13 @@ Event::Event(std::string name, HostMap values, Origins origins, Duration recorde
 
 Origin Event::origin(std::string_view path) const {
   static_cast<void>((*this)[path]);  // throws when there is none
-  // What lies deeper comes from where the map around it does.
+  // What lies deeper comes from where the map around it does; but maps under "extra_json" are
+  // merged.
   for (std::string_view asked = path;; asked = asked.substr(0, asked.rfind('.'))) {
     if (const auto known = origins_.find(asked); known != origins_.end()) return known->second;
-    if (asked.rfind('.') == std::string_view::npos) return Origin::automatic;
+    const auto end = asked.rfind('.');
+    if (end == std::string_view::npos || asked.substr(0, end) == "extra_json")
+      return Origin::automatic;
   }
 }
 

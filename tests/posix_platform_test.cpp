@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "encoding/uuid.h"
 #include "heartbeat/heartbeat_interval.h"
 #include "platform/platform.h"
 #include "platform/posix/device/connectivity.h"

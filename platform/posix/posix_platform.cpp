@@ -163,12 +163,6 @@ struct PosixPlatform::Services {
     if (backend != nullptr) report(*backend);
   }
 
-  // For each test's world in turn; never destroyed, as hosts may keep it.
-  static PosixPlatform& underTest() {
-    static Services& services = *new Services(nullptr);
-    return services.platform;
-  }
-
   PosixPlatform platform{*this};
 
  private:
@@ -197,7 +191,9 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
         error = test->install(std::move(options));
       }
       if (!error.empty()) return {nullptr, std::move(error)};
-      testPlatform = &Services::underTest();
+      // One for all tests, as a host may keep it from one to the next.
+      static Services& services = *new Services(nullptr);
+      testPlatform = &services.platform;
       return {testPlatform, {}};
     }
     const std::lock_guard lock(mutex);
