@@ -32,11 +32,11 @@ std::string operationText(std::string_view operation, const Recorder::WriteField
   });
 }
 
-// Seconds with their six decimals, which scenarios count in.
+// Seconds with six decimals, as scenarios count.
 std::string secondsText(Duration time) {
-  std::string digits = std::to_string(time.count());
-  digits.insert(0, 7 - std::min<std::size_t>(digits.size(), 7), '0');
-  return digits.insert(digits.size() - 6, ".");
+  constexpr int kMillion = 1'000'000;
+  const std::string decimals = std::to_string(kMillion + time.count() % kMillion);
+  return std::to_string(time.count() / kMillion) + '.' + decimals.substr(1);
 }
 
 }  // namespace
@@ -73,18 +73,17 @@ void Recorder::add(std::string_view operation, const WriteFields& writeFields) {
   operationsNow().push_back(std::move(text));
 }
 
-void Recorder::addCall(std::string_view operation, const HostMapView& arguments) {
+void Recorder::addCall(std::string_view operation, const HostMap& arguments, bool isOnMainThread) {
   const std::lock_guard lock(mutex_);
   noteLogSwitch();
   operationsNow().push_back(operationText(operation, [&](JSONWriter& writer) {
-    const HostMap given(arguments);
-    for (const auto& [key, value] : given) {
+    for (const auto& [key, value] : arguments) {
       const auto* member = value.member();
       if (key == "completion" || key == "handler") {
         const bool isGiven = *member->getIf<bool>();
         if (!isGiven && key == "completion") continue;
         writer.key(key);
-        isGiven ? writer.string(key + " " + std::to_string(++callbacks_)) : writer.null();
+        isGiven ? writer.string(key + ' ' + std::to_string(++callbacks_)) : writer.null();
       } else if (key != "properties") {
         writer.key(key);
         writeScenarioValue(writer, value);
@@ -93,6 +92,9 @@ void Recorder::addCall(std::string_view operation, const HostMapView& arguments)
         writeScenarioMap(writer, mapIn(value).value_or(HostMap()));
       }
     }
+    if (operation != "setUserId" || isOnMainThread) return;
+    writer.key("runLoop");  // no other thread runs one here
+    writer.boolean(false);
   }));
 }
 

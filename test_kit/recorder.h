@@ -30,7 +30,7 @@ class Recorder {
   void add(std::string_view operation, const WriteFields& writeFields = nullptr);
 
   /// An operation of the library, as its observer is told of it.
-  void addCall(std::string_view operation, const HostMapView& arguments);
+  void addCall(std::string_view operation, const HostMap& arguments, bool isOnMainThread);
 
   /// A post to `path` is answered so, now.
   void addAnswer(const std::string& path, const Answer& answer);

@@ -35,7 +35,19 @@ constexpr const char* kNoIdentifier = "00000000-0000-0000-0000-000000000000";
 constexpr Duration kInstant{1};
 constexpr Duration kLongestRun = std::chrono::hours(24);
 
-constinit std::atomic<bool> isThereAWorld{false};
+// The one place for a world.
+class Place {
+ public:
+  Place() {
+    if (isTaken.exchange(true)) throw Error("There is a world already.");
+  }
+  ~Place() { isTaken = false; }
+  Place(const Place&) = delete;
+  Place& operator=(const Place&) = delete;
+
+ private:
+  static inline constinit std::atomic<bool> isTaken{false};
+};
 
 // Whether an event holds the value at all.
 bool isHeld(FlatView value) {
@@ -89,10 +101,7 @@ void findLeftOut(const HostValue& value, const std::string& path, std::vector<st
 class World::Implementation final : public internal::CallObserver, public internal::TestBackend {
  public:
   Implementation();
-  ~Implementation() {
-    end();
-    isThereAWorld = false;
-  }
+  ~Implementation() { end(); }
   Implementation(const Implementation&) = delete;
   Implementation& operator=(const Implementation&) = delete;
 
@@ -163,6 +172,7 @@ class World::Implementation final : public internal::CallObserver, public intern
     Duration at;
   };
 
+  bool canRun() const { return mainThread_.isCurrent() && substitute_; }
   bool run(Duration target, bool isForLoop);
   bool takeTurn();
   Answer choose(const internal::PostRequest& post);
@@ -177,6 +187,7 @@ class World::Implementation final : public internal::CallObserver, public intern
   void recordDevice(const char* key, const Recorder::WriteFields& writeValue);
   void recordValue(std::string_view operation, int value);
 
+  const Place place_;
   const MainThread mainThread_;
   SimulatedPlatform simulated_;
   StageClock clock_{mainThread_, simulated_.clock};
@@ -211,7 +222,6 @@ class World::Implementation final : public internal::CallObserver, public intern
 
 World::Implementation::Implementation() {
   expectLibraryOfThisRelease();
-  if (isThereAWorld.exchange(true)) throw Error("There is a world already.");
   simulated_.timeline.addTurn([this] { return takeTurn(); });
   notifications_.onFirstUse = [this] {
     isUsed_ = true;
@@ -290,7 +300,11 @@ void World::Implementation::advance(Duration time) {
   if (!substitute_) throw Error("The world has ended.");
   if (!mainThread_.isCurrent()) throw Error("A world is advanced by the thread that made it.");
   if (time < Duration::zero()) throw Error("A world cannot go back in time.");
-  if (isRunning_) throw Error("A callback cannot advance the world that calls it.");
+  if (isRunning_) {
+    const std::string error = "A callback cannot advance the world that calls it.";
+    complain(error);  // as what callbacks throw is dropped
+    throw Error(error);
+  }
   run(now() + time + kInstant, false);
 }
 
@@ -352,7 +366,7 @@ void World::Implementation::jumpClock(Duration distance) {
 // ---- The main run loop ----
 
 void World::Implementation::Loop::run() {
-  if (world_.mainThread_.isCurrent() && !runFor(kLongestRun))
+  if (world_.canRun() && !runFor(kLongestRun))
     world_.complain("A run of the main run loop that nothing has stopped was ended after a day.");
 }
 
@@ -362,13 +376,13 @@ bool World::Implementation::Loop::runUntil(std::chrono::steady_clock::time_point
 }
 
 void World::Implementation::Loop::runDue() {
-  if (world_.mainThread_.isCurrent() && world_.substitute_ && !world_.isRunning_)
-    world_.run(world_.now() + kInstant, false);
+  if (world_.canRun() && !world_.isRunning_) world_.run(world_.now() + kInstant, false);
 }
 
 // True when stopped earlier.
 bool World::Implementation::Loop::runFor(Duration time) {
-  if (!world_.mainThread_.isCurrent() || !world_.substitute_ || takeStop()) return true;
+  if (!world_.canRun()) return false;
+  if (takeStop()) return true;
   if (world_.isRunning_) {
     world_.complain("The main run loop was run by a callback: it returned at once.");
     return true;
@@ -418,17 +432,15 @@ void World::Implementation::Loop::runNext() {
 // ---- What the host does ----
 
 void World::Implementation::called(std::string_view operation, const HostMapView& arguments) {
-  recorder_.addCall(operation, arguments);
-  const bool isTrack = operation == "track";
-  if (!isTrack && operation != "setSuperProperties") return;
-  if (isTrack) {
+  const HostMap given(arguments);  // reads the host's containers
+  recorder_.addCall(operation, given, mainThread_.isCurrent());
+  std::string name(operation);
+  if (operation == "track") {
     ++unsettled_;
     const std::lock_guard lock(mutex_);
     if (!firstTracked_) firstTracked_ = device_.facts();
   }
-  std::string name(operation);
   std::vector<std::string> leftOut;
-  const HostMap given(arguments);
   for (const auto& [key, value] : given) {
     if (key == "name") name = *value.member()->getIf<std::string>();
     if (key != "properties") continue;

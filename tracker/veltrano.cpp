@@ -9,6 +9,7 @@
 #include "tracker/library.h"
 
 using veltrano::HostMapView;
+using veltrano::detail::Argument;
 using veltrano::internal::CallObserver;
 using veltrano::internal::dropExceptions;
 using veltrano::internal::Library;
@@ -31,6 +32,10 @@ void tellOf(std::string_view operation, const HostMapView& arguments = {}) {
     observer->called(operation, arguments);
 }
 
+void tellOf(std::string_view operation, std::string_view name, const Argument& argument) {
+  tellOf(operation, {{name, argument}});
+}
+
 }  // namespace
 
 std::atomic<bool> Veltrano::isLoggerEnabled{false};
@@ -44,14 +49,14 @@ Veltrano& Veltrano::shared() {
 void Veltrano::setUserId(std::string_view id) {
   dropExceptions([&] {
     tracker().setUserId(entering(id));
-    tellOf("setUserId", {{"id", id}});
+    tellOf("setUserId", "id", id);
   });
 }
 
 void Veltrano::setAppId(std::string_view id) {
   dropExceptions([&] {
     tracker().setAppId(entering(id));
-    tellOf("setAppId", {{"id", id}});
+    tellOf("setAppId", "id", id);
   });
 }
 
@@ -65,14 +70,14 @@ void Veltrano::setIdfa() {
 void Veltrano::setLibVersion(std::string_view version) {
   dropExceptions([&] {
     tracker().setLibVersion(entering(version));
-    tellOf("setLibVersion", {{"version", version}});
+    tellOf("setLibVersion", "version", version);
   });
 }
 
 void Veltrano::setPublisherUid(std::optional<std::string_view> uid) {
   dropExceptions([&] {
     tracker().setPublisherUid(uid ? std::optional(entering(*uid)) : std::nullopt);
-    tellOf("setPublisherUid", {{"uid", uid}});
+    tellOf("setPublisherUid", "uid", uid);
   });
 }
 
@@ -92,14 +97,14 @@ void Veltrano::track(std::string_view eventName, const HostMapView& eventPropert
 void Veltrano::setSuperProperties(const HostMapView& properties) {
   dropExceptions([&] {
     tracker().setSuperProperties(properties);
-    tellOf("setSuperProperties", {{"properties", properties.argument()}});
+    tellOf("setSuperProperties", "properties", properties.argument());
   });
 }
 
 void Veltrano::removeSuperProperty(std::string_view key) {
   dropExceptions([&] {
     tracker().removeSuperProperty(entering(key));
-    tellOf("removeSuperProperty", {{"key", key}});
+    tellOf("removeSuperProperty", "key", key);
   });
 }
 

@@ -259,15 +259,19 @@ using Complaints = List<std::string>;
 ///
 /// The wall clock starts at 2023-11-14 22:13:20 UTC, and identifiers are the same in every run.
 /// Until the host installs a platform, the device is one with settings of its own; `install` sets
-/// what its options say, but starts nothing and opens no file except `infoPropertyListFile`. After
-/// it, `fileDescriptor` of the main run loop is -1, and `run` runs the world until `stop`, at most
+/// what its options say, but starts nothing and opens no file except `infoPropertyListFile`;
+/// without a `logSink`, diagnostic lines go nowhere. The platform is valid as long as the process,
+/// and does nothing outside a world that it was installed in.
+///
+/// The main run loop has -1 as its `fileDescriptor`, and `run` runs the world until `stop`, at most
 /// for a virtual day. Heartbeats that are started on another thread are not sent.
 class World {
  public:
   /// Throws `Error` when there is a world already, and with a library of another release.
   World();
 
-  /// Puts the process's own library back. What is pending is dropped.
+  /// Puts the process's own library back, when no other thread calls this one any more. What is
+  /// pending is dropped.
   ~World();
 
   World(const World&) = delete;

@@ -10,8 +10,9 @@
  *     assert(strcmp(veltrano_world_complaints(world), "") == 0);
  *     veltrano_world_destroy(world);
  *
- * Text that a function returns is valid until the world is destroyed. What is asked for and is not
- * there is NULL; veltrano_world_error then says what is there. */
+ * The world itself must not be NULL. Text that a function returns is valid until the world is
+ * destroyed. What is asked for and is not there is NULL; veltrano_world_error then says what is
+ * there. */
 #pragma once
 
 #include <stdbool.h>

@@ -101,11 +101,10 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
 
  private:
   // Posts `name` on the main thread once `change` has been made there.
-  template <class Change>
-  void announce(std::string_view name, Change change) {
+  void announce(std::string_view name, std::function<void()> change) {
     if (isForkedChild()) return;
     dropExceptions([&] {
-      auto announcement = [this, name, change] {
+      auto announcement = [this, name, change = std::move(change)] {
         change();
         notificationCenter.post(name);
       };
