@@ -151,8 +151,9 @@ std::optional<Answer> Network::answerTo(const Request& request) {
   } else {
     --*rule->left_;
   }
-  Answer answer = rule->answer_(request);
-  answer.latency = std::max(rule->latency_.value_or(answer.latency), Duration::zero());
+  const Rule& used = *rule;  // the function may make more of them
+  Answer answer = used.answer_(request);
+  answer.latency = std::max(used.latency_.value_or(answer.latency), Duration::zero());
   return answer;
 }
 

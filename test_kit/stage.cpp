@@ -70,6 +70,11 @@ void StageNotifications::post(const std::string& name) {
   for (const auto& observer : called) observer();
 }
 
+void StageNotifications::drop() {
+  const std::lock_guard lock(mutex_);
+  observers_.clear();
+}
+
 std::shared_ptr<internal::Timer> StageTimers::schedule(Duration delay, Duration tolerance,
                                                        std::function<void()> action) {
   if (mainThread_.isCurrent()) return timers_.schedule(delay, tolerance, std::move(action));

@@ -95,6 +95,9 @@ class StageNotifications final : public internal::NotificationCenter {
   void addObserver(std::string_view name, std::function<void()> observer) override;
   void post(const std::string& name);
 
+  /// Forgets the observers, whose library has ended.
+  void drop();
+
   /// Called before the first observer is added: the library is used for the first time.
   std::function<void()> onFirstUse = [] {};
 

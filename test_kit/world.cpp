@@ -261,6 +261,7 @@ void World::Implementation::end() {
   Veltrano::isLoggerEnabled = false;
   network_.drop();  // which the library still takes part in
   substitute_.reset();
+  notifications_.drop();
 }
 
 void World::Implementation::complain(const std::string& text) {

@@ -159,6 +159,8 @@ TEST(Complaints, NameWhatNobodyNotices) {
         << world.complaints();
     world.end();
     EXPECT_EQ(world.complaints().size(), 2u) << world.complaints();
+    world.enterBackground();
+    EXPECT_EQ(errorOf([&] { world.advance(1s); }), "The world has ended.");
   }
   {
     kit::World world;
@@ -403,7 +405,7 @@ std::size_t descriptors() {
       std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator()));
 }
 
-long residentPages() {
+[[maybe_unused]] long residentPages() {
   long size = 0;
   long resident = 0;
   std::ifstream("/proc/self/statm") >> size >> resident;
@@ -425,14 +427,14 @@ void liveOnce() {
 TEST(Worlds, LeaveNothingBehind) {
   for (int i = 0; i < 100; ++i) liveOnce();
   const auto filesBefore = descriptors();
+#ifdef VELTRANO_SANITIZED  // finds leaks itself, and keeps freed memory for a while
+  liveOnce();
+#else
   const auto memoryBefore = residentPages();
   for (int i = 0; i < 1000; ++i) liveOnce();
-  EXPECT_EQ(descriptors(), filesBefore);
-#ifndef VELTRANO_SANITIZED  // which keep freed memory for a while
   EXPECT_LE(residentPages(), memoryBefore + 64);
-#else
-  static_cast<void>(memoryBefore);
 #endif
+  EXPECT_EQ(descriptors(), filesBefore);
 }
 
 TEST(Worlds, GiveWayToTheSystem) {
