@@ -449,7 +449,8 @@ void World::Implementation::called(std::string_view operation, const HostMapView
     for (const auto& [property, held] : properties) findLeftOut(held, property, leftOut);
   }
   for (const std::string& what : leftOut)
-    complain(name + ": " + what + ", which events cannot hold; it was left out.");
+    complain(std::string(name).append(": ").append(what).append(
+        ", which events cannot hold; it was left out."));
 }
 
 void World::Implementation::recorded(const Event& event) {
