@@ -92,12 +92,15 @@ class List {
   std::size_t size() const { return items_.size(); }
   bool empty() const { return items_.empty(); }
 
-  /// Throws `Error` when there is none.
-  const T& operator[](std::size_t index) const;
-  const T& front() const { return (*this)[0]; }
-  const T& back() const { return (*this)[empty() ? 0 : size() - 1]; }
+  /// Throws `Error` when there is none. Of a list that goes away, a copy.
+  const T& operator[](std::size_t index) const&;
+  T operator[](std::size_t index) && { return std::as_const(*this)[index]; }
+  const T& front() const& { return (*this)[0]; }
+  T front() && { return std::as_const(*this).front(); }
+  const T& back() const& { return (*this)[empty() ? 0 : size() - 1]; }
+  T back() && { return std::as_const(*this).back(); }
 
- protected:
+ private:
   std::vector<T> items_;
 };
 
@@ -119,7 +122,7 @@ class Properties {
   /// as "extra_json.campaign". Throws `Error` when there is none.
   HostValue operator[](std::string_view path) const;
   bool has(std::string_view path) const;
-  const HostMap& values() const { return values_; }
+  HostMap values() const { return values_; }
 
  protected:
   ~Properties() = default;
@@ -128,6 +131,7 @@ class Properties {
   Properties& operator=(const Properties&) = default;
   Properties& operator=(Properties&&) = default;
 
+ private:
   HostMap values_;
 };
 
@@ -302,8 +306,8 @@ class World {
 
   /// What went wrong without anybody noticing: values that were left out because events cannot hold
   /// them (an absent value is no value, and no complaint), events that were dropped and why, a
-  /// platform that was installed too late or twice, a callback that a rule threw from. After `end`,
-  /// also what was pending.
+  /// platform that was installed too late or twice, a rule's function that threw, a heartbeat that
+  /// is never sent, a run that would not end. After `end`, also what was pending.
   Complaints complaints() const;
 
   /// The steps of the application's life as the system takes them, notifications included.
@@ -326,9 +330,10 @@ class World {
 
   /// What has been done so far, as the text of a scenario that `scripts/replay` plays to the same
   /// trace: a bug report in one file. Answers stand in it as they were given, whatever gave them.
-  /// It keeps no functions: what a completion does stands in it a microsecond later, and what
-  /// several threads did at once in one of the possible orders. An answer that changes between two
-  /// posts of one instant counts for both.
+  ///
+  /// It holds no functions. What a completion does stands in it a microsecond later; what several
+  /// threads do at once, in one of the possible orders; and of two answers to posts of one path at
+  /// one instant, the second counts for both.
   ///
   /// When the variable VELTRANO_TRACES names a directory, each world writes its trace there as it
   /// ends, to "PROCESS-N.jsonl", and to "PROCESS-N.posts" what it posted, as lines of that trace.
@@ -348,7 +353,7 @@ namespace detail {
 }
 
 template <class T>
-const T& List<T>::operator[](std::size_t index) const {
+const T& List<T>::operator[](std::size_t index) const& {
   if (index >= size()) detail::throwNoSuchItem(index, size());
   return items_[index];
 }
