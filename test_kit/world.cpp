@@ -205,12 +205,12 @@ class World::Implementation final : public internal::CallObserver, public intern
   bool isRunning_ = false;
   bool endsWhenStopped_ = false;  // the run under way
   bool wasStopped_ = false;
-  bool isInstalled_ = false;
   std::deque<RecordedEvent> waiting_;  // the queue of events; with some that it has dropped
   std::size_t batch_ = 0;              // so many of them are in the upload under way
   Statistics statistics_;              // at the end
 
   std::atomic<bool> isUsed_{false};
+  std::atomic<bool> isInstalled_{false};
   std::atomic<std::size_t> unsettled_{0};  // events tracked since the last run
 
   mutable std::mutex mutex_;
@@ -478,6 +478,8 @@ std::string World::Implementation::install(PosixOptions options) {
     return "The library is in use already; install the platform before its first use.";
   }
   isInstalled_ = true;
+  if (!mainThread_.isCurrent())
+    complain("The platform was installed on another thread than the world's, the main thread.");
   simulated_.bundles.mainInfo = std::move(options.infoDictionary);
   if (options.logSink) simulated_.output.onLine = std::move(options.logSink);
   token_.function = std::move(options.sessionToken);
