@@ -36,6 +36,13 @@ void tellOf(std::string_view operation, std::string_view name, const Argument& a
   tellOf(operation, {{name, argument}});
 }
 
+void tellOfTrack(std::string_view name, const HostMapView& properties, bool isForced) {
+  if (CallObserver* const observer = Library::current().observer()) [[unlikely]]
+    observer->called("track", {{"name", name},
+                               {"properties", properties.argument()},
+                               {"completion", isForced}});
+}
+
 }  // namespace
 
 std::atomic<bool> Veltrano::isLoggerEnabled{false};
@@ -84,13 +91,9 @@ void Veltrano::setPublisherUid(std::optional<std::string_view> uid) {
 void Veltrano::track(std::string_view eventName, const HostMapView& eventProperties,
                      FlushCompletion forceFlushCompletion) {
   dropExceptions([&] {
-    Library& library = Library::current();
     const bool isForced = forceFlushCompletion != nullptr;
-    library.tracker().track(eventName, eventProperties, std::move(forceFlushCompletion));
-    if (CallObserver* const observer = library.observer()) [[unlikely]]
-      observer->called("track", {{"name", eventName},
-                                 {"properties", eventProperties.argument()},
-                                 {"completion", isForced}});
+    tracker().track(eventName, eventProperties, std::move(forceFlushCompletion));
+    tellOfTrack(eventName, eventProperties, isForced);
   });
 }
 
