@@ -38,9 +38,8 @@ void tellOf(std::string_view operation, std::string_view name, const Argument& a
 
 void tellOfTrack(std::string_view name, const HostMapView& properties, bool isForced) {
   if (CallObserver* const observer = Library::current().observer()) [[unlikely]]
-    observer->called("track", {{"name", name},
-                               {"properties", properties.argument()},
-                               {"completion", isForced}});
+    observer->called(
+        "track", {{"name", name}, {"properties", properties.argument()}, {"completion", isForced}});
 }
 
 }  // namespace
