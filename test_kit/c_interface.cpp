@@ -148,8 +148,8 @@ void veltrano_world_enter_foreground(veltrano_world* world) {
   guarded(world, [](World& it) { it.enterForeground(); });
 }
 
-void veltrano_world_set_wifi(veltrano_world* world, bool isConnected) {
-  guarded(world, [&](World& it) { it.setWiFi(isConnected); });
+void veltrano_world_set_wifi(veltrano_world* world, bool connected) {
+  guarded(world, [&](World& it) { it.setWiFi(connected); });
 }
 
 const char* veltrano_world_trace(veltrano_world* world) {

@@ -68,7 +68,7 @@ const char* veltrano_world_complaints(veltrano_world* world);
 /* With all steps that the system takes. The functions of veltrano_c.h report everything else. */
 void veltrano_world_enter_background(veltrano_world* world);
 void veltrano_world_enter_foreground(veltrano_world* world);
-void veltrano_world_set_wifi(veltrano_world* world, bool is_connected);
+void veltrano_world_set_wifi(veltrano_world* world, bool connected);
 
 /* The text of a scenario that scripts/replay plays. */
 const char* veltrano_world_trace(veltrano_world* world);
