@@ -344,6 +344,7 @@ TEST(Trace, ReplaysToTheSameLog) {
   auto& tracker = Veltrano::shared();
   world.network("/track").answer(503).after(250ms).times(2);
   world.network("/heartbeat").answer([&](const kit::Request&) {
+    tracker.track("Beaten");
     return kit::Answer{200, world.now() > 30s ? R"({"back_off_seconds":5})" : "{}", 40ms};
   });
   tracker.setUserId("us\"er");
