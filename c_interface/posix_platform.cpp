@@ -1,24 +1,22 @@
 #include "veltrano/posix_platform.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstring>
 
 #include "c_interface/handles.h"
+#include "platform/posix/platform_backend.h"
 
 using namespace veltrano;
 using namespace veltrano::internal;
 
 namespace {
 
-std::atomic<PosixPlatform*> installed{nullptr};
-
 // Calls `function` with the platform if one is installed.
 template <class Function>
 void withPlatform(Function function) {
   guarded(false, [&] {
-    if (PosixPlatform* platform = installed) function(*platform);
+    if (PosixPlatform* platform = installedPlatform()) function(*platform);
     return true;
   });
 }
@@ -90,9 +88,7 @@ std::string install(const veltrano_options* given) {
   PosixOptions converted = cppOptions(options);
   if (options.info_dictionary != nullptr && !converted.infoDictionary)
     return "The Info dictionary has to be a dictionary with strings as its keys.";
-  const Installation installation = PosixPlatform::install(std::move(converted));
-  if (installation) installed = installation.platform;
-  return installation.error;
+  return PosixPlatform::install(std::move(converted)).error;
 }
 
 RunLoop* runLoop(veltrano_run_loop* handle) {
@@ -131,7 +127,7 @@ bool veltrano_install_posix_platform(const veltrano_options* options, veltrano_o
 
 bool veltrano_shut_down(double seconds) {
   return guarded(false, [&] {
-    PosixPlatform* platform = installed;
+    PosixPlatform* platform = installedPlatform();
     return platform != nullptr && platform->shutDown(after(seconds));
   });
 }
@@ -179,7 +175,7 @@ void veltrano_set_advertising_identifier(veltrano_text identifier) {
 }
 
 veltrano_run_loop* veltrano_main_run_loop(void) {
-  PosixPlatform* platform = installed;
+  PosixPlatform* platform = installedPlatform();
   return platform != nullptr ? handleOf(platform->mainRunLoop()) : nullptr;
 }
 

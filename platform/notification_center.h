@@ -11,6 +11,8 @@ inline constexpr std::string_view kApplicationDidEnterBackground =
     "UIApplicationDidEnterBackgroundNotification";
 inline constexpr std::string_view kApplicationDidBecomeActive =
     "UIApplicationDidBecomeActiveNotification";
+inline constexpr std::string_view kApplicationWillResignActive =
+    "UIApplicationWillResignActiveNotification";
 inline constexpr std::string_view kApplicationDidChangeStatusBarOrientation =
     "UIApplicationDidChangeStatusBarOrientationNotification";
 inline constexpr std::string_view kDeviceOrientationDidChange =

@@ -189,10 +189,10 @@ bool SupportedParameterType::isValidNestedType() const {
 }
 
 template <class T>
-detail::Copy<T> SupportedParameterType::getIf() const {
+std::optional<T> SupportedParameterType::getIf() const {
   const FlatView value(flat_.bytes());
   const auto when = [&](Kind kind, auto read) {
-    return value.kind() == kind ? detail::Copy<T>(read()) : detail::Copy<T>();
+    return value.kind() == kind ? std::optional<T>(read()) : std::nullopt;
   };
   if constexpr (std::is_same_v<T, std::string>)
     return when(Kind::String, [&] { return textOf(value); });
@@ -220,18 +220,18 @@ detail::Copy<T> SupportedParameterType::getIf() const {
     return when(Kind::Dictionary, [&] { return FlatAccess::make<T>(normalised(value)); });
 }
 
-template detail::Copy<std::string> SupportedParameterType::getIf() const;
-template detail::Copy<std::int64_t> SupportedParameterType::getIf() const;
-template detail::Copy<std::uint64_t> SupportedParameterType::getIf() const;
-template detail::Copy<Int64> SupportedParameterType::getIf() const;
-template detail::Copy<double> SupportedParameterType::getIf() const;
-template detail::Copy<float> SupportedParameterType::getIf() const;
-template detail::Copy<bool> SupportedParameterType::getIf() const;
-template detail::Copy<Date> SupportedParameterType::getIf() const;
-template detail::Copy<URL> SupportedParameterType::getIf() const;
-template detail::Copy<NSNull> SupportedParameterType::getIf() const;
-template detail::Copy<Array> SupportedParameterType::getIf() const;
-template detail::Copy<Dictionary> SupportedParameterType::getIf() const;
+template std::optional<std::string> SupportedParameterType::getIf() const;
+template std::optional<std::int64_t> SupportedParameterType::getIf() const;
+template std::optional<std::uint64_t> SupportedParameterType::getIf() const;
+template std::optional<Int64> SupportedParameterType::getIf() const;
+template std::optional<double> SupportedParameterType::getIf() const;
+template std::optional<float> SupportedParameterType::getIf() const;
+template std::optional<bool> SupportedParameterType::getIf() const;
+template std::optional<Date> SupportedParameterType::getIf() const;
+template std::optional<URL> SupportedParameterType::getIf() const;
+template std::optional<NSNull> SupportedParameterType::getIf() const;
+template std::optional<Array> SupportedParameterType::getIf() const;
+template std::optional<Dictionary> SupportedParameterType::getIf() const;
 
 std::optional<NSNumber> HostValue::number() const {
   const FlatView value = viewOf(*this);

@@ -1,5 +1,6 @@
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "log/value_rendering.h"
 #include "tracker/track_call.h"
@@ -44,7 +45,11 @@ void Tracker::record(std::string_view eventName, const AutomaticProperties& auto
     if (!isEncoderCurrent_)
       encoder_.setBase(defaultProperties_.properties(), superProperties_.current());
     isEncoderCurrent_ = true;
-    eventQueue_.append(encoder_.encode(eventName, automatic, carrier, eventProperties));
+    EventRecord event = encoder_.encode(eventName, automatic, carrier, eventProperties);
+    if (observer_ != nullptr)
+      observer_->recorded({eventName, event.json, eventProperties, superProperties_.current(),
+                           defaultProperties_.properties()});
+    eventQueue_.append(std::move(event));
     accounting_.eventRecorded();
   } catch (const std::exception&) {
     accounting_.eventLostForMemory();

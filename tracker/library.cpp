@@ -9,12 +9,14 @@ namespace veltrano::internal {
 
 constinit std::atomic<Library*> Library::processLibrary{nullptr};
 
-Library::Library(const Platform& platform)
+Library::Library(const Platform& platform, CallObserver* observer)
     : platform_(platform),
+      observer_(observer),
       log_(*platform.wallClock, *platform.standardOutput, Veltrano::isLoggerEnabled),
       defaultProperties_(*platform.bundles, *platform.device),
-      tracker_(endpoints_, [this](const std::string& uid) { heartbeatManager().initialize(uid); }) {
-}
+      tracker_(
+          endpoints_, [this](const std::string& uid) { heartbeatManager().initialize(uid); },
+          observer) {}
 
 bool Library::install(const Platform& platform) {
   auto library = std::make_unique<Library>(platform);

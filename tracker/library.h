@@ -9,6 +9,7 @@
 #include "log/log.h"
 #include "platform/platform.h"
 #include "properties/default_properties.h"
+#include "tracker/call_observer.h"
 #include "tracker/tracker.h"
 #include "upload/endpoints.h"
 
@@ -19,8 +20,9 @@ namespace veltrano::internal {
 /// simulations create more and may destroy them once nothing runs on their platform. Thread-safe.
 class Library {
  public:
-  /// The platform's services must outlive the library. Starts nothing; `tracker` does.
-  explicit Library(const Platform& platform);
+  /// The platform's services, and `observer` if there is one, must outlive the library. Starts
+  /// nothing; `tracker` does.
+  explicit Library(const Platform& platform, CallObserver* observer = nullptr);
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
 
@@ -40,6 +42,7 @@ class Library {
 
   const Endpoints& endpoints() const { return endpoints_; }
   Accounting& accounting() { return accounting_; }
+  CallObserver* observer() const { return observer_; }
 
   /// The tracker. The first call starts it; the next one retries if memory ran out.
   Tracker& tracker() {
@@ -60,6 +63,7 @@ class Library {
   static constinit std::atomic<Library*> processLibrary;
 
   const Platform platform_;
+  CallObserver* const observer_;  // null: nobody watches
   const Log log_;
   const DefaultProperties defaultProperties_;
   Accounting accounting_;

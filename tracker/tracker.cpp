@@ -9,8 +9,8 @@
 namespace veltrano::internal {
 
 Tracker::Tracker(const Endpoints& endpoints,
-                 std::function<void(const std::string& uid)> startHeartbeat)
-    : endpoints_(endpoints), startHeartbeat_(std::move(startHeartbeat)) {}
+                 std::function<void(const std::string& uid)> startHeartbeat, CallObserver* observer)
+    : endpoints_(endpoints), startHeartbeat_(std::move(startHeartbeat)), observer_(observer) {}
 
 void Tracker::start() {
   registerForNotifications();

@@ -16,6 +16,7 @@
 #include "log/log.h"
 #include "platform/platform.h"
 #include "properties/default_properties.h"
+#include "tracker/call_observer.h"
 #include "tracker/event_queue.h"
 #include "tracker/pending_flush.h"
 #include "tracker/refresh_triggers.h"
@@ -40,8 +41,9 @@ class Tracker {
   };
   static const std::array<Handler, 5> kHandlers;
 
-  /// `startHeartbeat` is called by `setUserId`.
-  Tracker(const Endpoints& endpoints, std::function<void(const std::string& uid)> startHeartbeat);
+  /// `startHeartbeat` is called by `setUserId`; `observer`, which may be null, for each event.
+  Tracker(const Endpoints& endpoints, std::function<void(const std::string& uid)> startHeartbeat,
+          CallObserver* observer);
 
   /// Finishes the construction; separate because the log may call the host. If it throws because
   /// memory ran out, the next call resumes it. Not thread-safe.
@@ -118,6 +120,7 @@ class Tracker {
   const Log& log_ = endpoints_.log;
   Accounting& accounting_ = endpoints_.accounting;
   const std::function<void(const std::string& uid)> startHeartbeat_;
+  CallObserver* const observer_;
   std::size_t nextToRegister_ = 0;  // of kHandlers; for `start`
   WorkQueue& dispatchQueue_ = *platform_.workQueue;
 

@@ -359,16 +359,6 @@ inline Argument::Argument(std::initializer_list<MapElement> entries) noexcept
 
 struct FromFlat {};
 
-/// A copy, or none. `*` takes it out of a temporary, so that a loop may go over `*getIf<Array>()`.
-template <class T>
-class Copy : public std::optional<T> {
- public:
-  using std::optional<T>::optional;
-
-  const T& operator*() const& { return this->value(); }
-  T operator*() && { return std::move(this->value()); }
-};
-
 /// One value in its flat form.
 class VELTRANO_EXPORT Flat {
  public:
@@ -526,10 +516,10 @@ class VELTRANO_EXPORT SupportedParameterType {
   /// `std::string`, `std::int64_t` (Int), `std::uint64_t` (UInt), `Int64`, `double`, `float`,
   /// `bool`, `Date`, `URL`, `NSNull`, `Array`, `Dictionary`.
   ///
-  /// Warning: iterators refer to the returned container. `for (auto& e : *value.getIf<Array>())` is
-  /// safe; otherwise keep the container in a variable.
+  /// Warning: iterators refer to the returned container, and what an iterator returns is a copy.
+  /// Keep both in variables: `for (auto& e : *value.getIf<Array>())` reads freed memory.
   template <class T>
-  detail::Copy<T> getIf() const;
+  std::optional<T> getIf() const;
 
   /// True for every scalar; for containers, see `Array` and `Dictionary`.
   bool isValidNestedType() const;

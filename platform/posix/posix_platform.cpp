@@ -19,6 +19,7 @@
 #include "encoding/uuid.h"
 #include "platform/posix/http/exit_gate.h"
 #include "platform/posix/http/option_checks.h"
+#include "platform/posix/platform_backend.h"
 #include "platform/posix/posix_services.h"
 #include "platform/posix/storage/files.h"
 #include "platform/posix/threads/background_thread.h"
@@ -33,11 +34,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::string_view kApplicationWillResignActive =
-    "UIApplicationWillResignActiveNotification";
-
-// How long a callback that is under way at the deadline of a shutdown is waited for.
+// How long a shutdown waits, after its deadline, for callbacks that are still running.
 constexpr std::chrono::milliseconds kGrace{250};
+
+// Set once, under the lock of the installation.
+constinit std::atomic<PosixPlatform*> systemPlatform{nullptr};
+
+constinit std::atomic<TestBackend*> testBackend{nullptr};
+constinit std::atomic<PosixPlatform*> testPlatform{nullptr};
 
 // A library without a platform, for where the process's own cannot work any more.
 Library& inertLibrary() {
@@ -60,8 +64,8 @@ bool holdsCertificate(const std::string& pemFile) {
 }
 
 // Makes paths absolute and reads the Info dictionary. Says why the options cannot work; empty if
-// they can.
-std::string complete(PosixOptions& options) {
+// they can. A test need not have the files (`needsFiles`).
+std::string complete(PosixOptions& options, bool needsFiles) {
   const auto quoted = [](const std::string& text) { return " \"" + text + "\""; };
   if (!isCollectionHost(options.collectionHost))
     return "The collection host has to be \"host\" or \"host:port\", not" +
@@ -74,14 +78,15 @@ std::string complete(PosixOptions& options) {
     if (!name->empty()) *name = std::filesystem::absolute(*name).string();
   }
   const auto directory = std::filesystem::path(options.userDefaultsFile).parent_path();
-  if (!directory.empty() && !std::filesystem::is_directory(directory))
+  if (needsFiles && !directory.empty() && !std::filesystem::is_directory(directory))
     return "The settings' directory" + quoted(directory) + " does not exist.";
   if (!options.infoDictionary && !options.infoPropertyListFile.empty()) {
     options.infoDictionary = readInfoDictionary(options.infoPropertyListFile);
-    if (!options.infoDictionary)
+    if (needsFiles && !options.infoDictionary)
       return "The Info property list" + quoted(options.infoPropertyListFile) + " cannot be read.";
   }
-  if (!options.certificateAuthorities.empty() && !holdsCertificate(options.certificateAuthorities))
+  if (needsFiles && !options.certificateAuthorities.empty() &&
+      !holdsCertificate(options.certificateAuthorities))
     return "The file" + quoted(options.certificateAuthorities) +
            " cannot be read or holds no certificate in PEM form.";
   if (!options.pinnedPublicKey.empty() && !isPublicKeyPin(options.pinnedPublicKey))
@@ -105,76 +110,67 @@ bool stopCallingHost(Clock::time_point deadline) {
   return HostCall::count() == 0;
 }
 
-}  // namespace
-
-struct PosixPlatform::Services : PosixServices {
+// The system as the backend of the process's platform.
+class SystemBackend final : public PlatformBackend, public PosixServices {
+ public:
   using PosixServices::PosixServices;
 
-  PosixPlatform platformOfHost{*this};
+  RunLoop& mainRunLoop() override { return *mainRunLoop_; }
 
-  // Posts `name` on the main thread once `change` has been made there.
-  template <class Change>
-  void announce(std::string_view name, Change change) {
+  void enter(ApplicationState state, std::string_view notification) override {
+    announce(notification, [this, state] { application.setState(state); });
+  }
+
+  void setInterfaceOrientation(int orientation) override {
+    announce(kApplicationDidChangeStatusBarOrientation,
+             [this, orientation] { application.setInterfaceOrientation(orientation); });
+  }
+
+  void setDeviceOrientation(int orientation) override {
+    announce(kDeviceOrientationDidChange,
+             [this, orientation] { device.setOrientation(orientation); });
+  }
+
+  void setScreenSize(ScreenSize size) override {
+    if (!isForkedChild()) device.setMainScreenSize(size);
+  }
+
+  void setCarrierName(std::optional<std::string> name) override {
+    if (!isForkedChild()) telephony.setCarrierName(std::move(name));
+  }
+
+  void setTrackingAuthorizationStatus(std::uint64_t status) override {
+    tracking.setTrackingAuthorizationStatus(status);
+  }
+
+  void setAdvertisingIdentifier(std::optional<std::string> identifier) override {
     if (isForkedChild()) return;
-    dropExceptions([&] {
-      auto announcement = [this, name, change] {
-        if (isShutDown) return;
-        change();
-        notificationCenter.post(name);
-      };
-      {
-        const std::lock_guard lock(announcementsMutex);
-        announcements.push_back(std::move(announcement));
-      }
-      if (mainRunLoop->isOwnThread()) {
-        makeAnnouncements();
-      } else {
-        mainRunLoop->perform([this] { makeAnnouncements(); });
-      }
-    });
+    dropExceptions([&] { identifiers.setAdvertisingIdentifier(std::move(identifier)); });
   }
 
-  // On the main thread. Those from other threads come first if they were first.
-  void makeAnnouncements() {
-    for (;;) {
-      std::function<void()> next;
-      {
-        const std::lock_guard lock(announcementsMutex);
-        if (announcements.empty()) return;
-        next = std::move(announcements.front());
-        announcements.pop_front();
-      }
-      next();
-      if (isForkedChild()) return;  // made by a callback
-    }
-  }
-
-  void enter(ApplicationState state, std::string_view name) {
-    announce(name, [this, state] { application.setState(state); });
-  }
-
-  bool shutDown(Clock::time_point deadline) {
+  bool shutDown(Clock::time_point deadline) override {
     {
-      std::unique_lock lock(endMutex);
-      if (isShutDown.exchange(true)) {
-        ended.wait(lock, [this] { return hasEnded; });
-        return wasComplete;
+      std::unique_lock lock(endMutex_);
+      if (isShutDown_.exchange(true)) {
+        ended_.wait(lock, [this] { return hasEnded_; });
+        return wasComplete_;
       }
     }
     struct End {
       ~End() {
-        const std::lock_guard lock(services.endMutex);
-        services.hasEnded = true;
-        services.ended.notify_all();
+        const std::lock_guard lock(backend.endMutex_);
+        backend.hasEnded_ = true;
+        backend.ended_.notify_all();
       }
-      Services& services;
+      SystemBackend& backend;
     };
     const End end{*this};
     bool isFlushed = false;
     if (!ExitGate::isClosed()) dropExceptions([&] { isFlushed = flushUntil(deadline); });
-    return wasComplete = stop(deadline) && isFlushed;
+    return wasComplete_ = stop(deadline) && isFlushed;
   }
 
+ private:
   // What happens to an application that is closed. False when the deadline comes first.
   bool flushUntil(Clock::time_point deadline) {
     application.setState(ApplicationState::background);
@@ -199,16 +195,79 @@ struct PosixPlatform::Services : PosixServices {
     return isComplete && last.waiting + last.inFlight == 0;
   }
 
-  const std::shared_ptr<PosixRunLoop> mainRunLoop = PosixRunLoop::ofThisThread();
+  // Posts `name` on the main thread once `change` has been made there.
+  void announce(std::string_view name, std::function<void()> change) {
+    if (isForkedChild()) return;
+    dropExceptions([&] {
+      auto announcement = [this, name, change = std::move(change)] {
+        if (isShutDown_) return;
+        change();
+        notificationCenter.post(name);
+      };
+      {
+        const std::lock_guard lock(announcementsMutex_);
+        announcements_.push_back(std::move(announcement));
+      }
+      if (mainRunLoop_->isOwnThread()) {
+        makeAnnouncements();
+      } else {
+        mainRunLoop_->perform([this] { makeAnnouncements(); });
+      }
+    });
+  }
 
-  std::mutex announcementsMutex;
-  std::deque<std::function<void()>> announcements;  // guarded by announcementsMutex
+  // On the main thread. Those from other threads come first if they were first.
+  void makeAnnouncements() {
+    for (;;) {
+      std::function<void()> next;
+      {
+        const std::lock_guard lock(announcementsMutex_);
+        if (announcements_.empty()) return;
+        next = std::move(announcements_.front());
+        announcements_.pop_front();
+      }
+      next();
+      if (isForkedChild()) return;  // made by a callback
+    }
+  }
 
-  std::atomic<bool> isShutDown{false};
-  std::mutex endMutex;
-  std::condition_variable ended;
-  bool hasEnded = false;     // guarded by endMutex
-  bool wasComplete = false;  // written once, before hasEnded is set
+  const std::shared_ptr<PosixRunLoop> mainRunLoop_ = PosixRunLoop::ofThisThread();
+
+  std::mutex announcementsMutex_;
+  std::deque<std::function<void()>> announcements_;  // guarded by announcementsMutex_
+
+  std::atomic<bool> isShutDown_{false};
+  std::mutex endMutex_;
+  std::condition_variable ended_;
+  bool hasEnded_ = false;     // guarded by endMutex_
+  bool wasComplete_ = false;  // written once, before hasEnded_ is set
+};
+
+}  // namespace
+
+void internal::setTestBackend(TestBackend* backend) noexcept {
+  testPlatform = nullptr;
+  testBackend = backend;
+}
+
+PosixPlatform* internal::installedPlatform() noexcept {
+  return testBackend != nullptr ? testPlatform : systemPlatform;
+}
+
+struct PosixPlatform::Services {
+  // Null: the test's that is in place.
+  explicit Services(PlatformBackend* backend) : backend_(backend) {}
+
+  template <class Report>
+  void pass(Report report) {
+    PlatformBackend* const backend = backend_ != nullptr ? backend_ : testBackend.load();
+    if (backend != nullptr) report(*backend);
+  }
+
+  PosixPlatform platform{*this};
+
+ private:
+  PlatformBackend* const backend_;
 };
 
 PosixPlatform::PosixPlatform(Services& services) : services_(services) {}
@@ -223,84 +282,106 @@ Installation PosixPlatform::install(PosixOptions options) {
 
 Installation PosixPlatform::installOrThrow(PosixOptions& options) {
   static auto& mutex = *new std::mutex;
-  static PosixPlatform* installed = nullptr;  // guarded by mutex
 
   if (isForkedChild()) return {nullptr, "A forked child keeps its parent's platform."};
   try {
+    if (TestBackend* const test = testBackend) {
+      std::string error = complete(options, false);
+      if (error.empty()) error = test->install(std::move(options));
+      if (!error.empty()) return {nullptr, std::move(error)};
+      // One for all tests, as a host may keep it from one to the next.
+      static Services& services = *new Services(nullptr);
+      testPlatform = &services.platform;
+      return {testPlatform, {}};
+    }
     const std::lock_guard lock(mutex);
-    if (installed != nullptr) return {nullptr, "A platform has been installed already."};
-    if (std::string reason = complete(options); !reason.empty())
-      return {nullptr, std::move(reason)};
+    if (systemPlatform != nullptr) return {nullptr, "A platform has been installed already."};
+    if (std::string error = complete(options, true); !error.empty())
+      return {nullptr, std::move(error)};
 
     watchForks();
     makeForkedChildrenInert();
-    auto services = std::make_unique<Services>(std::move(options));
-    if (!Library::install(services->platform()))
+    auto backend = std::make_unique<SystemBackend>(std::move(options));
+    auto services = std::make_unique<Services>(backend.get());
+    if (!Library::install(backend->platform()))
       return {nullptr, "The library is in use already; install the platform before its first use."};
-    Services& kept = *services.release();  // the library has them now
-    installed = &kept.platformOfHost;
+    SystemBackend& kept = *backend.release();  // the library has it now
+    systemPlatform = &services.release()->platform;
     dropExceptions([&] { kept.connectivity.startWatching(); });
-    return {installed, {}};
+    return {systemPlatform, {}};
   } catch (const std::system_error& exception) {
     return {nullptr, std::string("The platform could not be set up: ") + exception.what() + "."};
   }
 }
 
-bool PosixPlatform::shutDown(std::chrono::steady_clock::time_point deadline) {
+bool PosixPlatform::shutDown(Clock::time_point deadline) {
   if (isForkedChild() || isBackgroundThread() || HostCall::isOnThisThread()) return false;
   bool wasComplete = false;
-  dropExceptions([&] { wasComplete = services_.shutDown(deadline); });
+  dropExceptions([&] {
+    services_.pass([&](PlatformBackend& backend) { wasComplete = backend.shutDown(deadline); });
+  });
   return wasComplete;
 }
 
 RunLoop& PosixPlatform::mainRunLoop() {
-  return *services_.mainRunLoop;
+  RunLoop* loop = nullptr;
+  services_.pass([&](PlatformBackend& backend) { loop = &backend.mainRunLoop(); });
+  return loop != nullptr ? *loop : RunLoop::current();
 }
 
 void PosixPlatform::applicationDidBecomeActive() {
-  services_.enter(ApplicationState::active, kApplicationDidBecomeActive);
-}
-
-void PosixPlatform::applicationWillResignActive() {
-  services_.enter(ApplicationState::inactive, kApplicationWillResignActive);
-}
-
-void PosixPlatform::applicationDidEnterBackground() {
-  services_.enter(ApplicationState::background, kApplicationDidEnterBackground);
-}
-
-void PosixPlatform::applicationWillEnterForeground() {
-  services_.enter(ApplicationState::inactive, kApplicationWillEnterForeground);
-}
-
-void PosixPlatform::setInterfaceOrientation(int orientation) {
-  services_.announce(kApplicationDidChangeStatusBarOrientation, [this, orientation] {
-    services_.application.setInterfaceOrientation(orientation);
+  services_.pass([](PlatformBackend& backend) {
+    backend.enter(ApplicationState::active, kApplicationDidBecomeActive);
   });
 }
 
+void PosixPlatform::applicationWillResignActive() {
+  services_.pass([](PlatformBackend& backend) {
+    backend.enter(ApplicationState::inactive, kApplicationWillResignActive);
+  });
+}
+
+void PosixPlatform::applicationDidEnterBackground() {
+  services_.pass([](PlatformBackend& backend) {
+    backend.enter(ApplicationState::background, kApplicationDidEnterBackground);
+  });
+}
+
+void PosixPlatform::applicationWillEnterForeground() {
+  services_.pass([](PlatformBackend& backend) {
+    backend.enter(ApplicationState::inactive, kApplicationWillEnterForeground);
+  });
+}
+
+void PosixPlatform::setInterfaceOrientation(int orientation) {
+  services_.pass([&](PlatformBackend& backend) { backend.setInterfaceOrientation(orientation); });
+}
+
 void PosixPlatform::setDeviceOrientation(int orientation) {
-  services_.announce(kDeviceOrientationDidChange,
-                     [this, orientation] { services_.device.setOrientation(orientation); });
+  services_.pass([&](PlatformBackend& backend) { backend.setDeviceOrientation(orientation); });
 }
 
 void PosixPlatform::setScreenSize(double width, double height) {
-  if (isForkedChild()) return;
-  services_.device.setMainScreenSize({width, height});
+  services_.pass([&](PlatformBackend& backend) { backend.setScreenSize({width, height}); });
 }
 
 void PosixPlatform::setCarrierName(std::optional<std::string> name) {
-  if (isForkedChild()) return;
-  services_.telephony.setCarrierName(std::move(name));
+  services_.pass([&](PlatformBackend& backend) { backend.setCarrierName(std::move(name)); });
 }
 
 void PosixPlatform::setTrackingAuthorizationStatus(std::uint64_t status) {
-  services_.tracking.setTrackingAuthorizationStatus(status);
+  services_.pass([&](PlatformBackend& backend) { backend.setTrackingAuthorizationStatus(status); });
 }
 
 void PosixPlatform::setAdvertisingIdentifier(std::optional<std::string> identifier) {
-  if (isForkedChild()) return;
-  dropExceptions([&] { services_.identifiers.setAdvertisingIdentifier(std::move(identifier)); });
+  services_.pass(
+      [&](PlatformBackend& backend) { backend.setAdvertisingIdentifier(std::move(identifier)); });
+}
+
+RunLoop& RunLoop::current() {
+  TestBackend* const test = testBackend;
+  RunLoop* const loop = test != nullptr ? test->currentRunLoop() : nullptr;
+  return loop != nullptr ? *loop : currentSystemRunLoop();
 }
 
 }  // namespace veltrano

@@ -58,8 +58,8 @@ bool Timeline::isOverBudget() const {
 }
 
 void Timeline::takeTurns() {
-  while (!isStopped_ && !ready_.empty()) {
-    if (!ready_.front()->takeOne()) ready_.pop_front();
+  while (!isStopped_ && (!ready_.empty() || poll_())) {
+    if (!ready_.empty() && !ready_.front()->takeOne()) ready_.pop_front();
     if (++turnsAtInstant_ > kTurnsPerInstant) isRunaway_ = isStopped_ = true;
   }
 }

@@ -4,6 +4,7 @@
 #include <deque>
 #include <functional>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "encoding/time.h"
@@ -47,6 +48,9 @@ class Timeline {
   /// for what is ready already.
   void makeReady(Turns& turns) { ready_.push_back(&turns); }
 
+  /// Calls `poll` before each entry once nothing is ready, again as long as it returns true.
+  void pollWith(std::function<bool()> poll) { poll_ = std::move(poll); }
+
   /// Runs what is due up to and including `time`, and moves the clock there. False when the run was
   /// stopped, by `stop` or as a runaway.
   bool runUntil(Duration time);
@@ -77,6 +81,7 @@ class Timeline {
   Duration now_{0};
   std::vector<Entry> entries_;  // a heap, with what is due first at the front
   std::deque<Turns*> ready_;
+  std::function<bool()> poll_ = [] { return false; };
   std::uint64_t added_ = 0;
   Duration latestStep_{0};
   std::int64_t entriesSinceStep_ = 0;

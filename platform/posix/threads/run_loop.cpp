@@ -237,13 +237,13 @@ std::shared_ptr<Timer> PosixTimers::schedule(Duration delay, Duration tolerance,
   return PosixRunLoop::ofThisThread()->schedule(delay, tolerance, std::move(action));
 }
 
-}  // namespace veltrano::internal
-
-veltrano::RunLoop& veltrano::RunLoop::current() {
+RunLoop& currentSystemRunLoop() {
   try {
-    return *internal::PosixRunLoop::ofThisThread();
+    return *PosixRunLoop::ofThisThread();
   } catch (const std::bad_alloc&) {
-    static internal::NoRunLoop none;
+    static NoRunLoop none;
     return none;
   }
 }
+
+}  // namespace veltrano::internal

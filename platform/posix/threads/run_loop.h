@@ -77,6 +77,9 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
   int descriptor_ = -1;  // a timerfd that expires when something is due
 };
 
+/// The calling thread's loop; if memory runs out, one that does nothing.
+RunLoop& currentSystemRunLoop();
+
 /// Schedules timers on the calling thread's run loop. A delay is at least as long as the tolerance.
 class PosixTimers final : public Timers {
  public:

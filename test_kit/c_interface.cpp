@@ -1,0 +1,161 @@
+#include <deque>
+#include <exception>
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include "veltrano/testing.h"
+#include "veltrano/testing_c.h"
+
+using namespace veltrano::testing;
+
+struct veltrano_world {
+  World world;
+  std::string error;
+  std::deque<std::string> texts;  // that have been returned
+};
+
+namespace {
+
+Duration durationOf(double seconds) {
+  return std::chrono::round<Duration>(std::chrono::duration<double>(seconds));
+}
+
+// What `function` gives, or `otherwise` when it throws.
+template <class Result, class Function>
+Result guarded(veltrano_world* world, Result otherwise, Function function) {
+  try {
+    return function(world->world);
+  } catch (const std::exception& exception) {
+    world->error = exception.what();
+    return otherwise;
+  }
+}
+
+template <class Function>
+void guarded(veltrano_world* world, Function function) {
+  guarded(world, false, [&](World& it) { return function(it), true; });
+}
+
+// The text that `function` gives; null when it throws.
+template <class Function>
+const char* text(veltrano_world* world, Function function) {
+  return guarded<const char*>(
+      world, nullptr, [&](World& it) { return world->texts.emplace_back(function(it)).c_str(); });
+}
+
+template <class Value>
+std::string printed(const Value& value) {
+  std::ostringstream out;
+  out << value;
+  return out.str();
+}
+
+std::string_view view(const char* text) {
+  return text != nullptr ? text : "";
+}
+
+void limit(Rule& rule, std::size_t times) {
+  if (times > 0) rule.times(times);
+}
+
+}  // namespace
+
+veltrano_world* veltrano_world_create() {
+  try {
+    return new veltrano_world;
+  } catch (const std::exception&) {
+    return nullptr;
+  }
+}
+
+void veltrano_world_destroy(veltrano_world* world) {
+  delete world;
+}
+
+const char* veltrano_world_error(const veltrano_world* world) {
+  return world->error.c_str();
+}
+
+bool veltrano_world_advance(veltrano_world* world, double seconds) {
+  return guarded(world, false, [&](World& it) { return it.advance(durationOf(seconds)), true; });
+}
+
+void veltrano_world_jump_clock(veltrano_world* world, double seconds) {
+  guarded(world, [&](World& it) { it.jumpClock(durationOf(seconds)); });
+}
+
+void veltrano_world_answer(veltrano_world* world, const char* path, int status, const char* body,
+                           double latency, size_t times) {
+  guarded(world, [&](World& it) {
+    Answer answer;
+    answer.status = status;
+    if (body != nullptr) answer.body = body;
+    answer.latency = durationOf(latency);
+    limit(it.network(view(path)).answer(std::move(answer)), times);
+  });
+}
+
+void veltrano_world_fail(veltrano_world* world, const char* path, size_t times) {
+  guarded(world, [&](World& it) { limit(it.network(view(path)).fail(), times); });
+}
+
+size_t veltrano_world_delivered(veltrano_world* world, const char* name) {
+  return guarded(world, size_t{0}, [&](World& it) {
+    return name != nullptr ? it.delivered().named(name).size() : it.delivered().size();
+  });
+}
+
+const char* veltrano_world_property(veltrano_world* world, const char* name, size_t index,
+                                    const char* path) {
+  return text(world, [&](World& it) {
+    return printed(it.delivered().named(view(name))[index][view(path)]);
+  });
+}
+
+const char* veltrano_world_origin(veltrano_world* world, const char* name, size_t index,
+                                  const char* path) {
+  return text(world, [&](World& it) {
+    return printed(it.delivered().named(view(name))[index].origin(view(path)));
+  });
+}
+
+size_t veltrano_world_waiting(veltrano_world* world) {
+  return guarded(world, size_t{0}, [](World& it) { return it.waiting(); });
+}
+
+size_t veltrano_world_heartbeats(veltrano_world* world) {
+  return guarded(world, size_t{0}, [](World& it) { return it.heartbeats().size(); });
+}
+
+const char* veltrano_world_session_id(veltrano_world* world, size_t heartbeat) {
+  return text(world, [&](World& it) { return it.heartbeats()[heartbeat].sessionId(); });
+}
+
+const char* veltrano_world_complaints(veltrano_world* world) {
+  return text(world, [](World& it) {
+    std::string lines;
+    for (const std::string& complaint : it.complaints()) lines += complaint + '\n';
+    return lines;
+  });
+}
+
+void veltrano_world_enter_background(veltrano_world* world) {
+  guarded(world, [](World& it) { it.enterBackground(); });
+}
+
+void veltrano_world_enter_foreground(veltrano_world* world) {
+  guarded(world, [](World& it) { it.enterForeground(); });
+}
+
+void veltrano_world_set_wifi(veltrano_world* world, bool connected) {
+  guarded(world, [&](World& it) { it.setWiFi(connected); });
+}
+
+const char* veltrano_world_trace(veltrano_world* world) {
+  return text(world, [](World& it) { return it.trace(); });
+}
+
+void veltrano_world_end(veltrano_world* world) {
+  guarded(world, [](World& it) { it.end(); });
+}

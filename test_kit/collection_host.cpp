@@ -1,0 +1,83 @@
+#include <exception>
+#include <utility>
+
+#include "platform/host_callback.h"
+#include "test_kit/implementation.h"
+#include "test_kit/json.h"
+
+namespace veltrano::testing {
+namespace {
+
+// The properties in a JSON object that was posted.
+HostMap propertiesIn(std::string_view json) {
+  const HostMap object = mapIn(parsedJSON(json)).value_or(HostMap());
+  for (const auto& [key, value] : object)
+    if (key == "properties") return mapIn(value).value_or(HostMap());
+  return {};
+}
+
+}  // namespace
+
+Answer World::Implementation::choose(const internal::PostRequest& post) {
+  internal::URLRequest sent{post.baseURL, post.headerParameters};
+  if (post.interceptor != nullptr)
+    internal::dropExceptions([&] { post.interceptor->intercept(sent); });
+  Request request{pathOf(post.baseURL), post.qsParameters, std::move(sent.headers),
+                  decodedBody(post.httpBody), now()};
+  if (request.path == "/track") beginBatch(request.body);
+  if (request.path == "/heartbeat") noteHeartbeat(request.body);
+  Answer answer;
+  if (request.path == "/heartbeat") answer.body = "{}";
+  try {
+    const auto rules = networks.find(request.path);
+    if (rules != networks.end()) answer = rules->second.answerTo(request).value_or(answer);
+  } catch (const std::exception& exception) {
+    complain(std::string("The answer to a post could not be made: ") + exception.what());
+    answer = {};
+    answer.isTransportError = true;
+  }
+  recorder_.addPost(post);
+  recorder_.addAnswer(request.path, answer);
+  requests.push_back(std::move(request));
+  return answer;
+}
+
+// Finds the events of an upload among those that were recorded: all of them, but for what the
+// queue has dropped meanwhile.
+void World::Implementation::beginBatch(std::string_view body) {
+  std::size_t position = 1;  // after the bracket
+  auto event = waiting_.begin();
+  while (event != waiting_.end() && position < body.size()) {
+    if (body.substr(position, event->json.size()) == event->json) {
+      position += event->json.size() + 1;  // and what separates them
+      ++event;
+    } else {
+      event = waiting_.erase(event);
+    }
+  }
+  batch_ = static_cast<std::size_t>(event - waiting_.begin());
+}
+
+void World::Implementation::noteHeartbeat(const std::string& body) {
+  heartbeats.emplace_back(propertiesIn(body), now());
+}
+
+void World::Implementation::arrive(const std::string& path, const Answer& answer) {
+  if (path != "/track" || answer.isTransportError) return;
+  if (answer.status != 200 && answer.status != 400) return;
+  const auto end = waiting_.begin() + static_cast<std::ptrdiff_t>(batch_);
+  std::string names;
+  for (auto event = waiting_.begin(); event != end; ++event) {
+    names += (names.empty() ? "" : ", ") + event->name;
+    if (answer.status == 200)
+      delivered.emplace_back(std::move(event->name), propertiesIn(event->json),
+                             std::move(event->origins), event->at);
+  }
+  if (answer.status == 400)
+    complain("The collection host called a batch bad, with status 400, and it was dropped: " +
+             names);
+  waiting_.erase(waiting_.begin(), end);
+  batch_ = 0;
+}
+
+}  // namespace veltrano::testing

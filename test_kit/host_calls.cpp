@@ -1,0 +1,223 @@
+#include <utility>
+
+#include "encoding/uuid.h"
+#include "test_kit/implementation.h"
+#include "test_kit/json.h"
+
+namespace veltrano::testing {
+namespace {
+
+using internal::FlatView;
+using internal::JSONWriter;
+using internal::Kind;
+
+constexpr std::string_view kExtraKey = "extra_json";
+constexpr const char* kNoIdentifier = "00000000-0000-0000-0000-000000000000";
+
+// Whether an event holds the value at all.
+bool isHeld(FlatView value) {
+  if (value.kind() == Kind::Dictionary) return !value.contents().bytes().empty();
+  return value.kind() != Kind::OtherObject && value.kind() != Kind::Absent;
+}
+
+// What is in the map under `path`, and under "extra_json" in that, comes from `origin`.
+void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin,
+                const std::string& path = {}) {
+  const internal::FlatContents contents(entries);
+  for (auto entry = contents.begin(); entry != contents.end(); ++entry) {
+    const FlatView key = *entry;
+    const FlatView value = *++entry;
+    if (key.kind() != Kind::String || !isHeld(value)) continue;
+    const std::string name = path + std::string(key.text());
+    origins[name] = origin;
+    if (name == kExtraKey && value.kind() == Kind::Dictionary)
+      addOrigins(origins, value.contents().bytes(), origin, name + '.');
+  }
+}
+
+// Appends where in `value` something stands that events cannot hold, and what it is.
+void findLeftOut(const HostValue& value, const std::string& path, std::vector<std::string>& found) {
+  if (value.otherObject()) found.push_back(path + " is an object of another type");
+  if (value.member() == nullptr) return;
+  if (const auto array = value.member()->getIf<Array>()) {
+    std::size_t index = 0;
+    for (const HostValue& element : *array)
+      findLeftOut(element, path + '[' + std::to_string(index++) + ']', found);
+  } else if (const auto dictionary = value.member()->getIf<Dictionary>()) {
+    if (dictionary->empty()) found.push_back(path + " is an empty map");
+    for (const DictionaryEntry& entry : *dictionary) {
+      const auto* key = entry.key.member();
+      const auto text = key != nullptr ? key->getIf<std::string>() : std::nullopt;
+      findLeftOut(entry.value, path + '.' + text.value_or("(a key that is no text)"), found);
+    }
+  }
+}
+
+}  // namespace
+
+void World::Implementation::called(std::string_view operation, const HostMapView& arguments) {
+  const HostMap given(arguments);  // reads the host's containers
+  recorder_.addCall(operation, given, mainThread_.isCurrent());
+  std::string name(operation);
+  if (operation == "track") {
+    ++unsettled_;
+    const std::lock_guard lock(mutex_);
+    if (!firstTracked_) firstTracked_ = device_.facts();
+  }
+  std::vector<std::string> leftOut;
+  for (const auto& [key, value] : given) {
+    if (key == "name") name = *value.member()->getIf<std::string>();
+    if (key != "properties") continue;
+    const HostMap properties = mapIn(value).value_or(HostMap());
+    for (const auto& [property, held] : properties) findLeftOut(held, property, leftOut);
+  }
+  for (const std::string& what : leftOut)
+    complain(std::string(name).append(": ").append(what).append(
+        ", which events cannot hold; it was left out."));
+}
+
+void World::Implementation::recorded(const Event& event) {
+  if (event.json.empty()) {
+    complain(std::string(event.name) +
+             " cannot be encoded, as it holds a dictionary with a key that is no text; the whole "
+             "batch is dropped with it.");
+    return;
+  }
+  RecordedEvent recorded{std::string(event.name), std::string(event.json), {}, now()};
+  addOrigins(recorded.origins, event.defaultProperties.view().bytes(), Origin::defaultProperty);
+  addOrigins(recorded.origins, event.superProperties.view().bytes(), Origin::superProperty);
+  if (event.given.kind() == Kind::Dictionary)
+    addOrigins(recorded.origins, event.given.contents().bytes(), Origin::event);
+  waiting_.push_back(std::move(recorded));
+}
+
+std::string World::Implementation::install(PosixOptions options) {
+  if (isInstalled_) {
+    complain("A platform was installed for the second time.");
+    return "A platform has been installed already.";
+  }
+  if (isUsed_) {
+    complain("The platform was installed late: the library had been used before.");
+    return "The library is in use already; install the platform before its first use.";
+  }
+  isInstalled_ = true;
+  if (!mainThread_.isCurrent())
+    complain("The platform was installed on another thread than the world's, the main thread.");
+  simulated_.bundles.mainInfo = std::move(options.infoDictionary);
+  if (options.logSink) simulated_.output.onLine = std::move(options.logSink);
+  token_.function = std::move(options.sessionToken);
+  device_.change([&](SimulatedDevice& device) {
+    device.name = options.systemName.value_or(device.name);
+    device.version = options.systemVersion.value_or(device.version);
+    device.screen = {options.screenWidth, options.screenHeight};
+    device.applicationState = static_cast<ApplicationState>(options.applicationState);
+    device.screenOrientation = options.interfaceOrientation;
+    device.deviceOrientation = options.deviceOrientation;
+  });
+  recordState(device_.facts().applicationState);
+  recordValue("interfaceOrientation", options.interfaceOrientation);
+  recordValue("deviceOrientation", options.deviceOrientation);
+  setCarrierName(std::move(options.carrierName));
+  setTrackingAuthorizationStatus(options.trackingAuthorizationStatus);
+  if (options.advertisingIdentifier)
+    setAdvertisingIdentifier(std::move(options.advertisingIdentifier));
+  return {};
+}
+
+void World::Implementation::onMainThread(std::function<void()> report) {
+  if (mainThread_.isCurrent())
+    report();
+  else
+    loop_.perform(std::move(report));
+}
+
+void World::Implementation::post(std::string_view notification) {
+  recorder_.add("notify", [&](JSONWriter& writer) {
+    writer.key("name");
+    writer.string(notification);
+  });
+  notifications_.post(std::string(notification));
+}
+
+void World::Implementation::recordState(ApplicationState state) {
+  constexpr const char* kNames[] = {"active", "inactive", "background"};
+  recorder_.add("applicationState", [&](JSONWriter& writer) {
+    writer.key("state");
+    writer.string(kNames[static_cast<int>(state)]);
+  });
+}
+
+void World::Implementation::recordValue(std::string_view operation, int value) {
+  recorder_.add(operation, [&](JSONWriter& writer) {
+    writer.key("value");
+    writer.integer(value);
+  });
+}
+
+void World::Implementation::recordDevice(const char* key, const Recorder::WriteFields& writeValue) {
+  recorder_.add("device", [&](JSONWriter& writer) {
+    writer.key(key);
+    writeValue(writer);
+  });
+}
+
+void World::Implementation::enter(ApplicationState state, std::string_view notification) {
+  onMainThread([this, state, notification] {
+    device_.change([&](SimulatedDevice& device) { device.applicationState = state; });
+    recordState(state);
+    post(notification);
+  });
+}
+
+void World::Implementation::setInterfaceOrientation(int orientation) {
+  onMainThread([this, orientation] {
+    device_.change([&](SimulatedDevice& device) { device.screenOrientation = orientation; });
+    recordValue("interfaceOrientation", orientation);
+    post(internal::kApplicationDidChangeStatusBarOrientation);
+  });
+}
+
+void World::Implementation::setDeviceOrientation(int orientation) {
+  onMainThread([this, orientation] {
+    device_.change([&](SimulatedDevice& device) { device.deviceOrientation = orientation; });
+    recordValue("deviceOrientation", orientation);
+    post(internal::kDeviceOrientationDidChange);
+  });
+}
+
+void World::Implementation::setScreenSize(internal::ScreenSize size) {
+  device_.change([&](SimulatedDevice& device) { device.screen = size; });
+}
+
+void World::Implementation::setCarrierName(std::optional<std::string> name) {
+  recordDevice("carrier", [&](JSONWriter& writer) { name ? writer.string(*name) : writer.null(); });
+  device_.change([&](SimulatedDevice& device) { device.carrier.swap(name); });
+}
+
+void World::Implementation::setTrackingAuthorizationStatus(std::uint64_t status) {
+  recordDevice("attStatus", [&](JSONWriter& writer) { writer.unsignedInteger(status); });
+  device_.change([&](SimulatedDevice& device) { device.trackingStatus = status; });
+}
+
+// The text of a UUID, which anything else has been refused for or counts as none.
+void World::Implementation::setAdvertisingIdentifier(std::optional<std::string> identifier) {
+  std::string text = internal::canonicalUUID(identifier.value_or("")).value_or(kNoIdentifier);
+  recordDevice("advertisingIdentifier", [&](JSONWriter& writer) { writer.string(text); });
+  device_.change([&](SimulatedDevice& device) { device.identifier.swap(text); });
+}
+
+// Virtual time stands still meanwhile, so this sends what the host answers at once.
+bool World::Implementation::shutDown(std::chrono::steady_clock::time_point) {
+  if (!canRun()) return false;
+  enter(ApplicationState::background, internal::kApplicationDidEnterBackground);
+  advance(Duration::zero());
+  const Statistics last = statistics();
+  return last.waiting + last.inFlight == 0;
+}
+
+void World::Implementation::setWiFi(bool isConnected) {
+  recordDevice("wifi", [&](JSONWriter& writer) { writer.boolean(isConnected); });
+  device_.change([&](SimulatedDevice& device) { device.isOnWiFi = isConnected; });
+}
+
+}  // namespace veltrano::testing

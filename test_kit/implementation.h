@@ -1,0 +1,168 @@
+// What is behind a world, in parts: the passing of time (main_run_loop.cpp), what the host asks of
+// the library and reports (host_calls.cpp), what is sent and answered (collection_host.cpp).
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/posix/platform_backend.h"
+#include "test_kit/recorder.h"
+#include "test_kit/stage.h"
+#include "test_kit/substitute.h"
+#include "tracker/call_observer.h"
+#include "veltrano/posix_platform.h"
+#include "veltrano/testing.h"
+
+namespace veltrano::testing {
+
+/// The smallest step of time: what is done after a run comes so much later.
+inline constexpr Duration kInstant{1};
+
+/// The one place for a world.
+class Place {
+ public:
+  Place() {
+    if (isTaken.exchange(true)) throw Error("There is a world already.");
+  }
+  ~Place() { isTaken = false; }
+  Place(const Place&) = delete;
+  Place& operator=(const Place&) = delete;
+
+ private:
+  static inline constinit std::atomic<bool> isTaken{false};
+};
+
+class World::Implementation final : public internal::CallObserver, public internal::TestBackend {
+ public:
+  Implementation();
+  ~Implementation() { end(); }
+  Implementation(const Implementation&) = delete;
+  Implementation& operator=(const Implementation&) = delete;
+
+  void advance(Duration time);
+  void jumpClock(Duration distance);
+  void end();
+
+  // The library's observer.
+  void called(std::string_view operation, const HostMapView& arguments) override;
+  void recorded(const Event& event) override;
+
+  // What the host's platform passes on.
+  std::string install(PosixOptions options) override;
+  RunLoop* currentRunLoop() override { return mainThread_.isCurrent() ? &loop_ : nullptr; }
+  RunLoop& mainRunLoop() override { return loop_; }
+  void enter(ApplicationState state, std::string_view notification) override;
+  void setInterfaceOrientation(int orientation) override;
+  void setDeviceOrientation(int orientation) override;
+  void setScreenSize(internal::ScreenSize size) override;
+  void setCarrierName(std::optional<std::string> name) override;
+  void setTrackingAuthorizationStatus(std::uint64_t status) override;
+  void setAdvertisingIdentifier(std::optional<std::string> identifier) override;
+  bool shutDown(std::chrono::steady_clock::time_point deadline) override;
+  void setWiFi(bool isConnected);
+
+  Statistics statistics() const { return substitute_ ? substitute_->statistics() : statistics_; }
+  Complaints complaints() const;
+  std::string trace() const;
+
+  Duration now() const { return clock_.sinceStart(); }
+  std::map<std::string, Network, std::less<>> networks;
+  std::vector<testing::Event> delivered;
+  std::vector<Heartbeat> heartbeats;
+  std::vector<Request> requests;
+
+ private:
+  // The main thread's run loop. Its functions are run like steps of a test.
+  class Loop final : public RunLoop {
+   public:
+    explicit Loop(Implementation& world) : world_(world) {}
+
+    void run() override;
+    bool runUntil(std::chrono::steady_clock::time_point deadline) override;
+    void stop() override;
+    void perform(std::function<void()> function) override;
+    int fileDescriptor() override { return -1; }
+    void runDue() override;
+
+    /// Adds a step for each function that has come since the last call.
+    void scheduleFunctions(Duration time);
+    void forgetSchedule() { scheduled_ = 0; }
+    bool takeStop();
+
+   private:
+    bool runFor(Duration time);
+    void runNext();
+
+    Implementation& world_;
+    std::size_t scheduled_ = 0;  // main thread; so many of the functions have a step
+    std::mutex mutex_;
+    std::deque<std::function<void()>> functions_;  // guarded by mutex_
+    bool isToStop_ = false;                        // guarded by mutex_
+  };
+
+  struct RecordedEvent {
+    std::string name;
+    std::string json;
+    testing::Event::Origins origins;
+    Duration at;
+  };
+
+  bool canRun() const { return mainThread_.isCurrent() && substitute_; }
+  bool run(Duration target, bool isForLoop);
+  bool takeTurn();
+  Answer choose(const internal::PostRequest& post);
+  void arrive(const std::string& path, const Answer& answer);
+  void beginBatch(std::string_view body);
+  void noteHeartbeat(const std::string& body);
+  void complain(const std::string& text);
+  // On the main thread at once, elsewhere when its run loop runs.
+  void onMainThread(std::function<void()> report);
+  void post(std::string_view notification);
+  void recordState(ApplicationState state);
+  void recordDevice(const char* key, const Recorder::WriteFields& writeValue);
+  void recordValue(std::string_view operation, int value);
+
+  const Place place_;
+  const MainThread mainThread_;
+  SimulatedPlatform simulated_;
+  StageClock clock_{mainThread_, simulated_.clock};
+  Recorder recorder_{[this] { return clock_.sinceStart(); }};
+  StageQueue queue_{mainThread_, simulated_.workQueue};
+  StageNotifications notifications_;
+  StageTimers timers_{mainThread_, simulated_.timers};
+  StageDevice device_;
+  StageNetwork network_{simulated_.timeline, [this](const auto& post) { return choose(post); },
+                        [this](const auto& path, const auto& answer) { arrive(path, answer); }};
+  StageToken token_;
+  Loop loop_{*this};
+
+  // Main thread.
+  bool isRunning_ = false;
+  bool endsWhenStopped_ = false;  // the run under way
+  bool wasStopped_ = false;
+  std::deque<RecordedEvent> waiting_;  // the queue of events; with some that it has dropped
+  std::size_t batch_ = 0;              // so many of them are in the upload under way
+  Statistics statistics_;              // at the end
+
+  std::atomic<bool> isUsed_{false};
+  std::atomic<bool> isInstalled_{false};
+  std::atomic<std::size_t> unsettled_{0};  // events tracked since the last run
+
+  mutable std::mutex mutex_;
+  std::vector<std::string> complaints_;          // guarded by mutex_
+  std::optional<SimulatedDevice> firstTracked_;  // guarded by mutex_; the device at that time
+
+  std::optional<internal::Substitute> substitute_;
+};
+
+}  // namespace veltrano::testing

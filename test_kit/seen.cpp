@@ -1,0 +1,160 @@
+// What a test sees of a world, and the rules that it makes for the network.
+#include <algorithm>
+#include <utility>
+
+#include "test_kit/json.h"
+#include "veltrano/testing.h"
+
+namespace veltrano::testing {
+namespace {
+
+// The keys of a map, as a list for people.
+std::string keysOf(const HostMap& map) {
+  std::string keys;
+  for (const auto& [key, value] : map) keys += (keys.empty() ? "" : ", ") + key;
+  return keys.empty() ? "none" : keys;
+}
+
+// Keys may hold dots: a longer key counts before a path.
+std::optional<HostValue> find(const HostMap& map, std::string_view path) {
+  std::optional<HostValue> found;
+  for (const auto& [key, value] : map) {
+    if (key == path) return value;
+    if (found || path.size() <= key.size() + 1 || path.substr(0, key.size()) != key ||
+        path[key.size()] != '.')
+      continue;
+    if (const auto inner = mapIn(value)) found = find(*inner, path.substr(key.size() + 1));
+  }
+  return found;
+}
+
+std::string quoted(std::string_view text) {
+  return '"' + std::string(text) + '"';
+}
+
+template <class Value>
+std::string seconds(Value time) {
+  return std::to_string(std::chrono::duration<double>(time).count()) + " s";
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& out, Origin origin) {
+  constexpr const char* kNames[] = {"automatic", "defaultProperty", "superProperty", "event"};
+  return out << kNames[static_cast<int>(origin)];
+}
+
+void detail::throwNoSuchItem(std::size_t index, std::size_t size) {
+  throw Error("There is no item " + std::to_string(index) + " in a list of " +
+              std::to_string(size) + ".");
+}
+
+HostValue Properties::operator[](std::string_view path) const {
+  if (auto value = find(values_, path)) return *std::move(value);
+  throw Error("There is no " + quoted(path) + " among: " + keysOf(values_));
+}
+
+bool Properties::has(std::string_view path) const {
+  return find(values_, path).has_value();
+}
+
+Event::Event(std::string name, HostMap values, Origins origins, Duration recordedAt)
+    : Properties(std::move(values)),
+      name_(std::move(name)),
+      origins_(std::move(origins)),
+      recordedAt_(recordedAt) {}
+
+Origin Event::origin(std::string_view path) const {
+  static_cast<void>((*this)[path]);  // throws when there is none
+  // What lies deeper comes from where the map around it does; but maps under "extra_json" are
+  // merged.
+  for (std::string_view asked = path;; asked = asked.substr(0, asked.rfind('.'))) {
+    if (const auto known = origins_.find(asked); known != origins_.end()) return known->second;
+    const auto end = asked.rfind('.');
+    if (end == std::string_view::npos || asked.substr(0, end) == "extra_json")
+      return Origin::automatic;
+  }
+}
+
+std::ostream& operator<<(std::ostream& out, const Event& event) {
+  return out << event.name() << ' ' << event.values();
+}
+
+Events Events::named(std::string_view name) const {
+  std::vector<Event> events;
+  std::copy_if(begin(), end(), std::back_inserter(events),
+               [&](const Event& event) { return event.name() == name; });
+  return Events(std::move(events));
+}
+
+Event Events::only(std::string_view name) const {
+  const Events events = named(name);
+  if (events.size() == 1) return events.front();
+  std::string others;
+  for (const Event& event : *this) others += (others.empty() ? "" : ", ") + event.name();
+  throw Error(std::to_string(events.size()) + " events are called " + quoted(name) +
+              "; delivered were: " + (others.empty() ? "none" : others));
+}
+
+std::string Heartbeat::sessionId() const {
+  return *(*this)["session_id"].member()->getIf<std::string>();
+}
+
+std::string Heartbeat::userId() const {
+  return *(*this)["uid"].member()->getIf<std::string>();
+}
+
+std::ostream& operator<<(std::ostream& out, const Heartbeat& heartbeat) {
+  return out << "at " << seconds(heartbeat.at()) << ' ' << heartbeat.values();
+}
+
+std::ostream& operator<<(std::ostream& out, const Request& request) {
+  return out << "at " << seconds(request.at) << ' ' << request.path << ' ' << request.body;
+}
+
+Rule& Rule::times(std::size_t count) {
+  left_ = count;
+  return *this;
+}
+
+Rule& Rule::after(Duration latency) {
+  latency_ = latency;
+  return *this;
+}
+
+Rule& Network::answer(int status, std::optional<std::string> body) {
+  return answer(Answer{status, std::move(body)});
+}
+
+Rule& Network::answer(Answer answer) {
+  return this->answer([answer = std::move(answer)](const Request&) { return answer; });
+}
+
+Rule& Network::answer(Rule::Function answer) {
+  return rules_.emplace_back(std::move(answer));
+}
+
+Rule& Network::fail() {
+  Answer answer;
+  answer.isTransportError = true;
+  return this->answer(std::move(answer));
+}
+
+std::optional<Answer> Network::answerTo(const Request& request) {
+  auto rule = std::find_if(rules_.begin(), rules_.end(),
+                           [](const Rule& it) { return it.left_.value_or(0) > 0; });
+  if (rule == rules_.end()) {
+    const auto latest =
+        std::find_if(rules_.rbegin(), rules_.rend(), [](const Rule& it) { return !it.left_; });
+    if (latest == rules_.rend()) return std::nullopt;
+    rule = std::prev(latest.base());
+  } else {
+    --*rule->left_;
+  }
+  const Rule& used = *rule;  // the function may make more of them
+  Answer answer = used.answer_(request);
+  answer.latency = std::max(used.latency_.value_or(answer.latency), Duration::zero());
+  return answer;
+}
+
+}  // namespace veltrano::testing

@@ -1,0 +1,120 @@
+#include "test_kit/stage.h"
+
+#include <algorithm>
+
+#include "platform/host_callback.h"
+
+namespace veltrano::testing {
+
+void StageQueue::async(std::unique_ptr<internal::Block> block) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (!mainThread_.isCurrent() || !submissions_.empty()) {
+      submissions_.push_back({std::move(block), {}, nullptr});
+      return;
+    }
+  }
+  queue_.async(std::move(block));
+}
+
+void StageQueue::asyncAfter(Duration delay, std::shared_ptr<internal::WorkItem> item) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (!mainThread_.isCurrent() || !submissions_.empty()) {
+      submissions_.push_back({nullptr, delay, std::move(item)});
+      return;
+    }
+  }
+  queue_.asyncAfter(delay, std::move(item));
+}
+
+bool StageQueue::isNewest(const internal::Block& block) const {
+  const std::lock_guard lock(mutex_);
+  if (!submissions_.empty()) return submissions_.back().block.get() == &block;
+  return mainThread_.isCurrent() && queue_.isNewest(block);
+}
+
+bool StageQueue::takeSubmissions() {
+  std::deque<Submission> taken;
+  {
+    const std::lock_guard lock(mutex_);
+    taken.swap(submissions_);
+  }
+  for (Submission& submission : taken) {
+    if (submission.block != nullptr)
+      queue_.async(std::move(submission.block));
+    else
+      queue_.asyncAfter(submission.delay, std::move(submission.item));
+  }
+  return !taken.empty();
+}
+
+void StageNotifications::addObserver(std::string_view name, std::function<void()> observer) {
+  bool isFirst = false;
+  {
+    const std::lock_guard lock(mutex_);
+    isFirst = !std::exchange(isUsed_, true);
+  }
+  if (isFirst) onFirstUse();
+  const std::lock_guard lock(mutex_);
+  observers_[std::string(name)].push_back(std::move(observer));
+}
+
+void StageNotifications::post(const std::string& name) {
+  std::vector<std::function<void()>> called;
+  {
+    const std::lock_guard lock(mutex_);
+    if (const auto registered = observers_.find(name); registered != observers_.end())
+      called = registered->second;
+  }
+  for (const auto& observer : called) observer();
+}
+
+void StageNotifications::drop() {
+  const std::lock_guard lock(mutex_);
+  observers_.clear();
+}
+
+std::shared_ptr<internal::Timer> StageTimers::schedule(Duration delay, Duration tolerance,
+                                                       std::function<void()> action) {
+  if (mainThread_.isCurrent()) return timers_.schedule(delay, tolerance, std::move(action));
+  onLostTimer();
+  return std::make_shared<internal::Timer>();
+}
+
+void StageNetwork::postData(internal::PostRequest request, internal::URLSessionCallback callback) {
+  const Answer answer = choose_(request);
+  const std::uint64_t post = posts_++;
+  underWay_.emplace(post, std::move(callback));
+  timeline_.schedule(answer.latency, [this, post, answer, path = pathOf(request.baseURL)] {
+    finish(post, path, answer);
+  });
+}
+
+void StageNetwork::finish(std::uint64_t post, const std::string& path, const Answer& answer) {
+  const auto waiting = underWay_.extract(post);
+  if (waiting.empty()) return;
+  arrive_(path, answer);
+  if (answer.isTransportError)
+    waiting.mapped()(std::nullopt, std::nullopt, internal::TransportError{"simulated"});
+  else
+    waiting.mapped()(answer.body, internal::URLResponse{answer.status}, std::nullopt);
+}
+
+void StageNetwork::drop() {
+  // The end of one upload does not begin another, but let nothing be lost that does.
+  while (!underWay_.empty()) underWay_.extract(underWay_.begin());
+}
+
+std::optional<std::string> StageToken::sessionToken() const {
+  std::optional<std::string> token;
+  if (function) internal::dropExceptions([&] { token = function(); });
+  return token;
+}
+
+std::string pathOf(const std::string& url) {
+  const auto host = url.find("://") + 3;
+  return url.substr(std::min(url.find('/', host), url.size()));
+}
+
+}  // namespace veltrano::testing

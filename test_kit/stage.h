@@ -1,0 +1,197 @@
+// The simulated platform, made safe for the threads of a host: what is called on the main thread
+// goes straight to the timeline, what comes from others waits for it.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "platform/simulated/simulated_platform.h"
+#include "veltrano/testing.h"
+
+namespace veltrano::testing {
+
+using internal::ApplicationState;
+using internal::SimulatedDevice;
+using internal::SimulatedPlatform;
+
+/// The thread on which it is made.
+class MainThread {
+ public:
+  bool isCurrent() const { return id_ == std::this_thread::get_id(); }
+
+ private:
+  const std::thread::id id_ = std::this_thread::get_id();
+};
+
+/// The wall clock. Other threads read the time of the last `publish`.
+class StageClock final : public internal::WallClock {
+ public:
+  StageClock(const MainThread& mainThread, const internal::SimulatedClock& clock)
+      : mainThread_(mainThread), clock_(clock) {
+    publish();
+  }
+
+  internal::WallTime now() const override {
+    if (mainThread_.isCurrent()) return clock_.now();
+    return {Duration(wall_.load(std::memory_order_relaxed))};
+  }
+  Duration sinceStart() const {
+    if (mainThread_.isCurrent()) return clock_.timeline.now();
+    return Duration(sinceStart_.load(std::memory_order_relaxed));
+  }
+  void publish() {
+    wall_.store(clock_.now().sinceEpoch.count(), std::memory_order_relaxed);
+    sinceStart_.store(clock_.timeline.now().count(), std::memory_order_relaxed);
+  }
+
+ private:
+  const MainThread& mainThread_;
+  const internal::SimulatedClock& clock_;
+  std::atomic<std::int64_t> wall_{0};
+  std::atomic<std::int64_t> sinceStart_{0};
+};
+
+class StageQueue final : public internal::WorkQueue {
+ public:
+  StageQueue(const MainThread& mainThread, internal::SimulatedWorkQueue& queue)
+      : mainThread_(mainThread), queue_(queue) {}
+
+  using WorkQueue::async;
+  void async(std::unique_ptr<internal::Block> block) override;
+  void asyncAfter(Duration delay, std::shared_ptr<internal::WorkItem> item) override;
+  bool isNewest(const internal::Block& block) const override;
+  void wait(internal::DispatchGroup& group, std::function<void()> then) override {
+    queue_.wait(group, std::move(then));
+  }
+
+  /// Hands on what other threads have submitted. False when that is nothing.
+  bool takeSubmissions();
+
+ private:
+  struct Submission {
+    std::unique_ptr<internal::Block> block;  // or an item with its delay
+    Duration delay{0};
+    std::shared_ptr<internal::WorkItem> item;
+  };
+
+  const MainThread& mainThread_;
+  internal::SimulatedWorkQueue& queue_;
+  mutable std::mutex mutex_;
+  std::deque<Submission> submissions_;  // guarded by mutex_
+};
+
+class StageNotifications final : public internal::NotificationCenter {
+ public:
+  void addObserver(std::string_view name, std::function<void()> observer) override;
+  void post(const std::string& name);
+
+  /// Forgets the observers, whose library has ended.
+  void drop();
+
+  /// Called before the first observer is added: the library is used for the first time.
+  std::function<void()> onFirstUse = [] {};
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, std::vector<std::function<void()>>> observers_;  // guarded by mutex_
+  bool isUsed_ = false;                                                  // guarded by mutex_
+};
+
+class StageTimers final : public internal::Timers {
+ public:
+  StageTimers(const MainThread& mainThread, internal::SimulatedTimers& timers)
+      : mainThread_(mainThread), timers_(timers) {}
+
+  /// On another thread a timer that never fires.
+  std::shared_ptr<internal::Timer> schedule(Duration delay, Duration tolerance,
+                                            std::function<void()> action) override;
+
+  /// Called on another thread for each such timer.
+  std::function<void()> onLostTimer = [] {};
+
+ private:
+  const MainThread& mainThread_;
+  internal::SimulatedTimers& timers_;
+};
+
+/// The facts of the device, read and set under one lock.
+class StageDevice final : public internal::Device,
+                          public internal::Application,
+                          public internal::CTTelephonyNetworkInfo,
+                          public internal::ATTrackingManager,
+                          public internal::ASIdentifierManager,
+                          public internal::ZKConnectivityManager {
+ public:
+  SimulatedDevice facts() const {
+    const std::lock_guard lock(mutex_);
+    return facts_;
+  }
+  template <class Change>
+  void change(Change change) {
+    const std::lock_guard lock(mutex_);
+    change(facts_);
+  }
+
+  internal::ScreenSize mainScreenSize() const override { return facts().screen; }
+  std::string systemName() const override { return facts().name; }
+  std::string systemVersion() const override { return facts().version; }
+  std::string machine() const override { return facts().machineName; }
+  int orientation() const override { return facts().deviceOrientation; }
+  ApplicationState state() const override { return facts().applicationState; }
+  int interfaceOrientation() const override { return facts().screenOrientation; }
+  std::optional<std::string> carrierName() const override { return facts().carrier; }
+  std::uint64_t trackingAuthorizationStatus() const override { return facts().trackingStatus; }
+  std::string advertisingIdentifier() const override { return facts().identifier; }
+  bool isReachableOnWiFi() const override { return facts().isOnWiFi; }
+
+ private:
+  mutable std::mutex mutex_;
+  SimulatedDevice facts_;  // guarded by mutex_
+};
+
+/// The network. Its answers are chosen at the post, on the main thread.
+class StageNetwork final : public internal::ZKURLSessionManager {
+ public:
+  using Choose = std::function<Answer(const internal::PostRequest&)>;
+  using Arrive = std::function<void(const std::string& path, const Answer&)>;
+
+  /// `choose` answers a post; `arrive` is called before the library sees that answer.
+  StageNetwork(internal::Timeline& timeline, Choose choose, Arrive arrive)
+      : timeline_(timeline), choose_(std::move(choose)), arrive_(std::move(arrive)) {}
+
+  void postData(internal::PostRequest request, internal::URLSessionCallback callback) override;
+
+  /// Drops what has not been answered.
+  void drop();
+
+ private:
+  void finish(std::uint64_t post, const std::string& path, const Answer& answer);
+
+  internal::Timeline& timeline_;
+  const Choose choose_;
+  const Arrive arrive_;
+  std::map<std::uint64_t, internal::URLSessionCallback> underWay_;
+  std::uint64_t posts_ = 0;
+};
+
+/// The token of the user's session, from the host's function.
+struct StageToken final : internal::SessionTokenProvider {
+  std::optional<std::string> sessionToken() const override;
+
+  std::function<std::optional<std::string>()> function;
+};
+
+/// The path of a URL.
+std::string pathOf(const std::string& url);
+
+}  // namespace veltrano::testing

@@ -1,0 +1,39 @@
+#include "test_kit/substitute.h"
+
+#include "platform/posix/platform_backend.h"
+#include "tracker/library.h"
+
+namespace veltrano::internal {
+
+struct Substitute::State {
+  State(const Platform& platform, CallObserver& observer, TestBackend& backend)
+      : library(platform, &observer) {
+    setTestBackend(&backend);
+    replaced = Library::exchangeCurrent(&library);
+  }
+  // What is destroyed with the library may call the host, which then finds the process's own.
+  ~State() {
+    Library::exchangeCurrent(replaced);
+    setTestBackend(nullptr);
+  }
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  Library library;
+  Library* replaced = nullptr;
+};
+
+Substitute::Substitute(const Platform& platform, CallObserver& observer, TestBackend& backend)
+    : state_(std::make_unique<State>(platform, observer, backend)) {}
+
+Substitute::~Substitute() = default;
+
+Statistics Substitute::statistics() const {
+  return state_->library.accounting().statistics();
+}
+
+const char* Substitute::version() noexcept {
+  return VELTRANO_RELEASE;
+}
+
+}  // namespace veltrano::internal

@@ -1,0 +1,192 @@
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <utility>
+
+#include "test_kit/implementation.h"
+#include "test_kit/version_check.h"
+#include "veltrano/veltrano.h"
+
+namespace veltrano::testing {
+
+World::Implementation::Implementation() {
+  expectLibraryOfThisRelease();
+  simulated_.timeline.pollWith([this] { return takeTurn(); });
+  notifications_.onFirstUse = [this] {
+    isUsed_ = true;
+    recorder_.add("shared");
+  };
+  timers_.onLostTimer = [this] {
+    complain("A heartbeat was started on a thread that is not the main thread: it is never sent.");
+  };
+  internal::Platform platform = simulated_.services();
+  platform.wallClock = &clock_;
+  platform.workQueue = &queue_;
+  platform.timers = &timers_;
+  platform.notificationCenter = &notifications_;
+  platform.application = &device_;
+  platform.device = &device_;
+  platform.telephony = &device_;
+  platform.trackingManager = &device_;
+  platform.identifierManager = &device_;
+  platform.connectivity = &device_;
+  platform.urlSession = &network_;
+  platform.sessionTokenProvider = &token_;
+  substitute_.emplace(platform, *this, *this);
+}
+
+void World::Implementation::end() {
+  if (!substitute_) return;
+  statistics_ = substitute_->statistics();
+  if (const auto pending = statistics_.waiting + statistics_.inFlight + unsettled_; pending > 0)
+    complain(std::to_string(pending) + " events were pending at the end, and are dropped.");
+  if (const char* directory = std::getenv("VELTRANO_TRACES")) {
+    static std::atomic<int> worlds{0};
+    const std::string file =
+        std::string(directory) + '/' + std::to_string(getpid()) + '-' + std::to_string(++worlds);
+    std::ofstream(file + ".jsonl") << trace();
+    std::ofstream(file + ".posts") << recorder_.posts();
+  }
+  Veltrano::isLoggerEnabled = false;
+  network_.drop();  // which the library still takes part in
+  substitute_.reset();
+  notifications_.drop();
+}
+
+void World::Implementation::complain(const std::string& text) {
+  const std::string time = std::to_string(std::chrono::duration<double>(now()).count());
+  const std::lock_guard lock(mutex_);
+  complaints_.push_back("at " + time + " s: " + text);
+}
+
+Complaints World::Implementation::complaints() const {
+  std::vector<std::string> complaints;
+  {
+    const std::lock_guard lock(mutex_);
+    complaints = complaints_;
+  }
+  const Statistics counts = statistics();
+  if (counts.droppedByTrimming > 0)
+    complaints.push_back(std::to_string(counts.droppedByTrimming) +
+                         " events were dropped, the oldest first, because too many waited.");
+  if (counts.droppedForMemory > 0)
+    complaints.push_back(std::to_string(counts.droppedForMemory) +
+                         " events were dropped for want of memory.");
+  return Complaints(std::move(complaints));
+}
+
+std::string World::Implementation::trace() const {
+  std::optional<SimulatedDevice> device;
+  {
+    const std::lock_guard lock(mutex_);
+    device = firstTracked_;
+  }
+  return recorder_.scenario(device ? *device : device_.facts(), simulated_.bundles.mainInfo);
+}
+
+World::World() : implementation_(std::make_unique<Implementation>()) {}
+World::~World() = default;
+
+void World::advance(Duration time) {
+  implementation_->advance(time);
+}
+
+Duration World::now() const {
+  return implementation_->now();
+}
+
+void World::jumpClock(Duration distance) {
+  implementation_->jumpClock(distance);
+}
+
+Network& World::network(std::string_view path) {
+  return implementation_->networks[std::string(path)];
+}
+
+Events World::delivered() const {
+  return Events(implementation_->delivered);
+}
+
+std::size_t World::waiting() const {
+  const Statistics counts = statistics();
+  return counts.waiting + counts.inFlight;
+}
+
+List<Heartbeat> World::heartbeats() const {
+  return List(implementation_->heartbeats);
+}
+
+List<Request> World::requests() const {
+  return List(implementation_->requests);
+}
+
+Statistics World::statistics() const {
+  return implementation_->statistics();
+}
+
+Complaints World::complaints() const {
+  return implementation_->complaints();
+}
+
+void World::resignActive() {
+  implementation_->enter(ApplicationState::inactive, internal::kApplicationWillResignActive);
+}
+
+void World::becomeActive() {
+  implementation_->enter(ApplicationState::active, internal::kApplicationDidBecomeActive);
+}
+
+void World::enterBackground() {
+  resignActive();
+  implementation_->enter(ApplicationState::background, internal::kApplicationDidEnterBackground);
+}
+
+void World::enterForeground() {
+  implementation_->enter(ApplicationState::inactive, internal::kApplicationWillEnterForeground);
+  becomeActive();
+}
+
+void World::setInterfaceOrientation(int orientation) {
+  implementation_->setInterfaceOrientation(orientation);
+}
+
+void World::setDeviceOrientation(int orientation) {
+  implementation_->setDeviceOrientation(orientation);
+}
+
+void World::setScreenSize(double width, double height) {
+  implementation_->setScreenSize({width, height});
+}
+
+void World::setCarrierName(std::optional<std::string> name) {
+  implementation_->setCarrierName(std::move(name));
+}
+
+void World::setWiFi(bool isConnected) {
+  implementation_->setWiFi(isConnected);
+}
+
+void World::setTrackingAuthorizationStatus(std::uint64_t status) {
+  implementation_->setTrackingAuthorizationStatus(status);
+}
+
+void World::setAdvertisingIdentifier(const std::string& identifier) {
+  implementation_->setAdvertisingIdentifier(identifier);
+}
+
+std::string World::trace() const {
+  return implementation_->trace();
+}
+
+void World::writeTrace(const std::string& file) const {
+  std::ofstream out(file, std::ios::binary);
+  out << trace() << std::flush;
+  if (!out) throw Error("The trace could not be written to " + file + '.');
+}
+
+void World::end() {
+  implementation_->end();
+}
+
+}  // namespace veltrano::testing

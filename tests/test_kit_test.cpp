@@ -1,0 +1,459 @@
+// The test kit, used as hosts use it, where the example in examples/host_tests does not.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <map>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+#include "veltrano/posix_platform.h"
+#include "veltrano/testing.h"
+#include "veltrano/veltrano.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace kit = veltrano::testing;
+using kit::Origin;
+using veltrano::Array;
+using veltrano::HostMap;
+using veltrano::HostValue;
+using veltrano::PosixPlatform;
+
+veltrano::PosixOptions options() {
+  veltrano::PosixOptions options;
+  options.collectionHost = "events.example.com";
+  return options;
+}
+
+template <class Value>
+std::string printed(const Value& value) {
+  std::ostringstream out;
+  out << value;
+  return out.str();
+}
+
+template <class Function>
+std::string errorOf(Function function) {
+  try {
+    function();
+  } catch (const kit::Error& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+bool hasOne(const kit::Complaints& complaints, const std::string& words) {
+  return complaints.size() == 1 && complaints[0].find(words) != std::string::npos;
+}
+
+TEST(Values, AreComparedAndPrintedAsTheyAreSent) {
+  const veltrano::Date date = veltrano::Date::fromSecondsSince1970(0.5);
+  const HostValue map = {{"b", Array{1u, veltrano::OtherObject()}}, {"a", 2.5}};
+  EXPECT_EQ(HostValue(3), 3u);
+  EXPECT_EQ(HostValue(veltrano::Int64{3}), 3.0);
+  EXPECT_NE(HostValue(INT64_MAX), HostValue(INT64_MAX - 1));
+  EXPECT_NE(HostValue(1), true);
+  EXPECT_NE(HostValue("3"), 3);
+  EXPECT_EQ(HostValue("1970-01-01T00:00:00.500Z"), date);
+  EXPECT_EQ(HostValue(std::numeric_limits<double>::infinity()), veltrano::NSNull());
+  EXPECT_EQ(HostValue(veltrano::NSNumber(7, 1)), true);
+  EXPECT_EQ(map, (HostMap{{"a", 2.5f}, {"b", std::vector<int>{1}}}));
+  EXPECT_NE(map, (HostMap{{"a", 2.5f}}));
+  EXPECT_EQ(printed(map), R"({"a": 2.5, "b": [1, an object of another type]})");
+  EXPECT_EQ(printed(Array{date, "\"", UINT64_MAX, veltrano::NSNull(), HostValue()}),
+            R"(["1970-01-01T00:00:00.500Z", "\"", 18446744073709551615, null, absent])");
+}
+
+TEST(Events, KnowTheLayerOfEachProperty) {
+  kit::World world;
+  auto& tracker = Veltrano::shared();
+  tracker.setSuperProperties({{"plan", "pro"},
+                              {"kept", 1},
+                              {"$os", "other"},
+                              {"extra_json", {{"a", 1}, {"b", Array{HostMap{{"deep", 1}}}}}}});
+  tracker.track("E", {{"plan", "free"},
+                      {"kept", veltrano::OtherObject()},
+                      {"own", {{"city", "Oslo"}}},
+                      {"dotted.key", 1},
+                      {"extra_json", {{"a", 2}}}});
+  world.advance(20s);
+  const auto event = world.delivered().only("E");
+  const std::map<std::string, Origin> origins = {
+      {"plan", Origin::event},
+      {"kept", Origin::superProperty},
+      {"$os", Origin::superProperty},
+      {"$os_version", Origin::defaultProperty},
+      {"time", Origin::automatic},
+      {"own.city", Origin::event},
+      {"dotted.key", Origin::event},
+      {"extra_json.a", Origin::event},
+      {"extra_json.b", Origin::superProperty},
+      {"extra_json.att_auth_status", Origin::automatic},
+  };
+  for (const auto& [path, origin] : origins) EXPECT_EQ(event.origin(path), origin) << path;
+  EXPECT_EQ(event["own.city"], "Oslo");
+  EXPECT_EQ(event["extra_json.a"], 2);
+  EXPECT_FALSE(event.has("own.street"));
+  EXPECT_EQ(event.recordedAt(), 0s);
+}
+
+TEST(Lookups, SayWhatIsThere) {
+  kit::World world;
+  Veltrano::shared().track("Seen");
+  Veltrano::shared().track("Seen");
+  world.advance(20s);
+  const auto delivered = world.delivered();
+  EXPECT_EQ(errorOf([&] { delivered.only("Bought"); }),
+            "0 events are called \"Bought\"; delivered were: Seen, Seen");
+  EXPECT_EQ(errorOf([&] { delivered.only("Seen"); }).substr(0, 8), "2 events");
+  EXPECT_NE(errorOf([&] { delivered[0]["plan"]; }).find("$os_version, "), std::string::npos);
+  EXPECT_EQ(errorOf([&] { delivered[2]; }), "There is no item 2 in a list of 2.");
+  EXPECT_EQ(errorOf([&] { world.heartbeats().back(); }), "There is no item 0 in a list of 0.");
+  EXPECT_EQ(errorOf([] { kit::World second; }), "There is a world already.");
+  EXPECT_EQ(errorOf([&] { world.advance(-1s); }), "A world cannot go back in time.");
+  EXPECT_EQ(printed(world.complaints()), "none");
+}
+
+TEST(Rules, AreUsedUpInTheirOrder) {
+  kit::World world;
+  auto& track = world.network("/track");
+  track.answer(500);
+  track.answer(503).times(2);
+  track.answer([](const kit::Request&) -> kit::Answer { throw std::runtime_error("oops"); }).once();
+  track.fail().once().after(1s);
+  std::vector<bool> outcomes;
+  const auto post = [&] {
+    Veltrano::shared().track("E", {}, [&](bool accepted) { outcomes.push_back(accepted); });
+    world.advance(0s);
+  };
+  for (int i = 0; i < 4; ++i) post();
+  EXPECT_EQ(outcomes.size(), 3u);  // the fourth takes a second
+  EXPECT_EQ(world.statistics().uploadsFailedByStatus, 2u);
+  EXPECT_EQ(world.statistics().uploadsFailedInTransport, 1u);
+  EXPECT_TRUE(hasOne(world.complaints(), "oops")) << world.complaints();
+  world.advance(1s);
+  post();
+  EXPECT_EQ(world.statistics().uploadsFailedByStatus, 3u);
+  track.answer(200);
+  post();
+  EXPECT_EQ(outcomes, (std::vector<bool>{false, false, false, false, false, true}));
+  EXPECT_EQ(world.delivered().size(), 6u);
+  EXPECT_EQ(world.requests().back().headers.at("publisher_version"), "ios_unknown");
+}
+
+TEST(Complaints, NameWhatNobodyNotices) {
+  {
+    kit::World world;
+    Veltrano::shared().track("E", {{"a", {{"b", Array{1, veltrano::OtherObject()}}}}});
+    EXPECT_TRUE(hasOne(world.complaints(), "E: a.b[1] is an object of another type"))
+        << world.complaints();
+    world.end();
+    EXPECT_EQ(world.complaints().size(), 2u) << world.complaints();
+    world.enterBackground();
+    EXPECT_EQ(errorOf([&] { world.advance(1s); }), "The world has ended.");
+  }
+  {
+    kit::World world;
+    Veltrano::shared().track("Bad", {{"d", veltrano::Dictionary({{1, 2}})}});
+    Veltrano::shared().track("Good");
+    world.advance(20s);
+    EXPECT_TRUE(hasOne(world.complaints(), "Bad cannot be encoded")) << world.complaints();
+    world.network("/track").answer(400);
+    Veltrano::shared().track("Refused");
+    world.advance(20s);
+    EXPECT_NE(world.complaints().back().find("status 400, and it was dropped: Refused"),
+              std::string::npos)
+        << world.complaints();
+    EXPECT_TRUE(world.delivered().empty());
+  }
+  {
+    kit::World world;
+    world.network("/track").answer(503);
+    for (int i = 0; i < 201; ++i) Veltrano::shared().track("E" + std::to_string(i));
+    world.advance(1min);
+    EXPECT_TRUE(hasOne(world.complaints(), "1 events were dropped, the oldest"))
+        << world.complaints();
+    world.network("/track").answer(200);
+    world.advance(20s);
+    EXPECT_EQ(world.delivered().front().name(), "E1");
+  }
+  {
+    kit::World world;
+    EXPECT_TRUE(PosixPlatform::install(options()));
+    std::thread([] { Veltrano::shared().setUserId("user"); }).join();
+    EXPECT_TRUE(hasOne(world.complaints(), "heartbeat")) << world.complaints();
+    EXPECT_FALSE(PosixPlatform::install(options()));
+    EXPECT_FALSE(PosixPlatform::install({}));  // refused without the world
+    EXPECT_EQ(world.complaints().size(), 2u) << world.complaints();
+  }
+}
+
+TEST(Installation, SetsWhatTheOptionsSay) {
+  kit::World world;
+  auto given = options();
+  given.infoDictionary = {{"CFBundleVersion", "7"}};
+  given.systemName = "Player OS";
+  given.screenWidth = 100;
+  given.interfaceOrientation = 3;
+  given.carrierName = "Telenor";
+  given.sessionToken = [] { return "token"; };
+  std::vector<std::string> lines;
+  given.logSink = [&](std::string_view line) { lines.emplace_back(line); };
+  const auto installation = PosixPlatform::install(given);
+  ASSERT_TRUE(installation) << installation.error;
+  Veltrano::isLoggerEnabled = true;
+  Veltrano::shared().setUserId("user");
+  installation.platform->setTrackingAuthorizationStatus(3);
+  world.setWiFi(true);
+  world.setAdvertisingIdentifier("6d92078a-8246-4ba4-ae5b-76104861e7dc");
+  Veltrano::shared().setIdfa();
+  Veltrano::shared().track("E");
+  world.jumpClock(-1h);
+  world.advance(20s);
+  const auto event = world.delivered().only("E");
+  const std::map<std::string, HostValue> expected = {
+      {"$app_build_number", "7"},
+      {"$os", "Player OS"},
+      {"$screen_width", 100},
+      {"$carrier", "Telenor"},
+      {"$wifi", true},
+      {"extra_json.att_auth_status", 3},
+      {"$ios_ifa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"},
+      {"time", 1'700'000'000'000},
+  };
+  for (const auto& [path, value] : expected) EXPECT_EQ(event[path], value) << path;
+  const auto heartbeat = world.heartbeats().front();
+  EXPECT_EQ(heartbeat["screen_orientation"], "landscape");
+  EXPECT_EQ(heartbeat["time"], 1'700'000'001'000 - 3'600'000);
+  EXPECT_EQ(heartbeat.userId(), "user");
+  EXPECT_EQ(world.requests().front().headers.at("Authorization"), "Bearer token");
+  EXPECT_NE(lines.front().find("Scheduling the next flush"), std::string::npos) << lines.front();
+}
+
+TEST(MainRunLoop, RunsInVirtualTime) {
+  PosixPlatform* kept = nullptr;
+  {
+    kit::World world;
+    kept = PosixPlatform::install(options()).platform;
+    auto& loop = kept->mainRunLoop();
+    EXPECT_EQ(&loop, &veltrano::RunLoop::current());
+    EXPECT_EQ(loop.fileDescriptor(), -1);
+    std::string order;
+    loop.perform([&] {
+      order += 'a';
+      loop.perform([&] { order += 'c'; });
+    });
+    std::thread([&] { loop.perform([&] { order += 'b'; }); }).join();
+    loop.runDue();
+    EXPECT_EQ(order, "ab");
+    loop.runDue();
+    EXPECT_EQ(order, "abc");
+
+    // As a program runs that ends when its last event has arrived.
+    Veltrano::shared().setUserId("user");
+    world.network("/track").answer(200).after(7s);
+    Veltrano::shared().track("Last", {}, [&](bool) { loop.stop(); });
+    loop.run();
+    EXPECT_GE(world.now(), 7s);
+    EXPECT_LT(world.now(), 8s);
+    EXPECT_FALSE(loop.runUntil(std::chrono::steady_clock::now() + 100s));
+    EXPECT_GT(world.now(), 100s);
+    EXPECT_EQ(world.heartbeats().size(), 6u);
+
+    // Reports of other threads are made by the loop.
+    std::thread([&] { kept->applicationDidEnterBackground(); }).join();
+    world.advance(1h);
+    EXPECT_EQ(world.heartbeats().size(), 6u);
+    EXPECT_TRUE(world.complaints().empty()) << world.complaints();
+    loop.perform([&] { world.advance(1s); });
+    loop.run();
+    EXPECT_NE(world.complaints().front().find("cannot advance"), std::string::npos);
+    EXPECT_EQ(world.complaints().size(), 2u) << world.complaints();
+    EXPECT_NE(world.complaints().back().find("after a day"), std::string::npos);
+  }
+  // A platform that outlives its world does nothing until it is installed in another.
+  kept->applicationDidEnterBackground();
+  kit::World world;
+  EXPECT_EQ(PosixPlatform::install(options()).platform, kept);
+  EXPECT_NE(&kept->mainRunLoop(), nullptr);
+}
+
+TEST(Threads, TrackWhileTheWorldGoesOn) {
+  kit::World world;
+  PosixPlatform::install(options());
+  std::atomic<int> running{3};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i)
+    threads.emplace_back([&, i] {
+      for (int j = 0; j < 300; ++j) {
+        Veltrano::shared().track("E", {{"number", j}});
+        if (j % 50 == 0) Veltrano::shared().setSuperProperties({{"thread", i}});
+        if (j % 100 == 0) veltrano::RunLoop::current();
+      }
+      --running;
+    });
+  while (running > 0) world.advance(1s);
+  for (std::thread& thread : threads) thread.join();
+  world.advance(20s);
+  EXPECT_EQ(world.statistics().recorded, 900u);
+  EXPECT_EQ(world.delivered().size() + world.statistics().droppedByTrimming, 900u);
+}
+
+std::string replay(const std::string& scenario) {
+  const auto file = std::filesystem::temp_directory_path() /
+                    ("veltrano-trace-" + std::to_string(getpid()) + ".jsonl");
+  std::ofstream(file) << scenario;
+  FILE* const pipe = popen((REPLAY_PROGRAM " " + file.string() + " 2>&1").c_str(), "r");
+  std::string trace;
+  char buffer[4096];
+  while (const std::size_t size = fread(buffer, 1, sizeof buffer, pipe)) trace.append(buffer, size);
+  EXPECT_EQ(pclose(pipe), 0) << trace;
+  std::filesystem::remove(file);
+  return trace;
+}
+
+// The messages that the trace says were logged, in order.
+std::vector<std::string> logged(const std::string& trace) {
+  std::vector<std::string> lines;
+  std::istringstream in(trace);
+  for (std::string line; std::getline(in, line);) {
+    const auto at = line.find("\"log\":\"");
+    if (at != std::string::npos) lines.push_back(line.substr(at + 7, line.size() - at - 9));
+  }
+  return lines;
+}
+
+TEST(Trace, ReplaysToTheSameLog) {
+  kit::World world;
+  std::vector<std::string> lines;
+  auto given = options();
+  given.infoDictionary = {{"CFBundleVersion", "7"}, {"$", Array{1.0, 2u}}};
+  given.logSink = [&](std::string_view line) { lines.emplace_back(line); };
+  auto& platform = *PosixPlatform::install(given).platform;
+  Veltrano::isLoggerEnabled = true;
+  auto& tracker = Veltrano::shared();
+  world.network("/track").answer(503).after(250ms).times(2);
+  world.network("/heartbeat").answer([&](const kit::Request&) {
+    tracker.track("Beaten");
+    return kit::Answer{200, world.now() > 30s ? R"({"back_off_seconds":5})" : "{}", 40ms};
+  });
+  tracker.setUserId("us\"er");
+  tracker.setAppId("app");
+  tracker.setLibVersion("3");
+  tracker.setPublisherUid(nullptr);
+  tracker.setIdfa();
+  tracker.setRefreshTriggersWithHandler({{"Refresh"}}, [&] { tracker.removeSuperProperty("old"); });
+  tracker.setSuperProperties({{"old", 1.0f}, {"$", veltrano::Int64{1}}});
+  tracker.setSuperProperties({});
+  for (int i = 0; i < 12; ++i) tracker.track("Many", {{"i", i}});
+  world.advance(7s);
+  tracker.track("Refresh",
+                {{"map", {{"$", 1}, {"none", veltrano::NSNull()}}},
+                 {"keys", veltrano::Dictionary({{"$", Array{veltrano::URL("a://b"), 0.1}}})},
+                 {"date", veltrano::Date::fromSecondsSince1970(1.25)},
+                 {"number", veltrano::NSNumber(12, 1.5)},
+                 {"nan", std::numeric_limits<float>::quiet_NaN()},
+                 {"large", UINT64_MAX},
+                 {"other", veltrano::OtherObject()},
+                 {"absent", std::nullopt}},
+                [&](bool) { platform.mainRunLoop().perform([&] { tracker.track("Later"); }); });
+  world.setInterfaceOrientation(4);
+  world.jumpClock(90s);
+  world.advance(13s);
+  world.setWiFi(true);
+  platform.setCarrierName("Telenor");
+  platform.setDeviceOrientation(2);
+  EXPECT_EQ(tracker.getDeviceOrientation(), "portraitUpsideDown");
+  world.enterBackground();
+  world.advance(1h);
+  world.enterForeground();
+  Veltrano::isLoggerEnabled = false;
+  tracker.track("Unseen");
+  Veltrano::isLoggerEnabled = true;
+  world.advance(1min);
+  tracker.track("Pending");
+
+  const auto replayed = logged(replay(world.trace()));
+  std::vector<std::string> own;
+  for (const std::string& line : lines) {
+    std::string escaped;
+    for (const char c : line) escaped += c == '"' ? "\\\"" : std::string(1, c);
+    own.push_back(escaped);
+  }
+  const auto [at, other] = std::mismatch(own.begin(), own.end(), replayed.begin(), replayed.end());
+  EXPECT_EQ(own.end() - at, 0) << *at
+                               << "\nand replayed: " << (other != replayed.end() ? *other : "none")
+                               << '\n'
+                               << world.trace();
+  EXPECT_EQ(replayed.size(), own.size());
+  EXPECT_GT(own.size(), 150u);
+}
+
+// ---- Many worlds ----
+
+std::size_t descriptors() {
+  return static_cast<std::size_t>(std::distance(
+      std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator()));
+}
+
+[[maybe_unused]] long residentPages() {
+  long size = 0;
+  long resident = 0;
+  std::ifstream("/proc/self/statm") >> size >> resident;
+  return resident;
+}
+
+void liveOnce() {
+  kit::World world;
+  const auto installation = PosixPlatform::install(options());
+  Veltrano::shared().setUserId("user");
+  for (int i = 0; i < 30; ++i) Veltrano::shared().track("E", {{"i", i}}, [](bool) {});
+  world.network("/track").answer(200).after(1min);
+  std::thread([&] { installation.platform->mainRunLoop().perform([] {}); }).join();
+  world.advance(45s);
+  Veltrano::shared().track("Pending", {}, [](bool) {});
+  EXPECT_EQ(world.heartbeats().size(), 3u);
+}
+
+TEST(Worlds, LeaveNothingBehind) {
+  for (int i = 0; i < 100; ++i) liveOnce();
+  const auto filesBefore = descriptors();
+#ifdef VELTRANO_SANITIZED  // finds leaks itself, and keeps freed memory for a while
+  liveOnce();
+#else
+  const auto memoryBefore = residentPages();
+  for (int i = 0; i < 1000; ++i) liveOnce();
+  EXPECT_LE(residentPages(), memoryBefore + 64);
+#endif
+  EXPECT_EQ(descriptors(), filesBefore);
+}
+
+TEST(Worlds, GiveWayToTheSystem) {
+  { kit::World world; }
+  auto real = options();
+  real.collectionHost = "localhost:1";
+  const auto installation = PosixPlatform::install(real);
+  ASSERT_TRUE(installation) << installation.error;
+  Veltrano::shared().track("Real");
+  {
+    kit::World world;
+    EXPECT_TRUE(PosixPlatform::install(options()));
+    Veltrano::shared().track("Simulated");
+    world.advance(20s);
+    EXPECT_EQ(world.delivered().size(), 1u);
+  }
+  EXPECT_FALSE(PosixPlatform::install(real));
+  EXPECT_EQ(&installation.platform->mainRunLoop(), &veltrano::RunLoop::current());
+}
+
+}  // namespace
