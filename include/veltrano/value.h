@@ -110,7 +110,7 @@ std::string_view hostText(const T& text) {
 
 // Types such as std::filesystem::path, whose text is made when it is read.
 template <class T>
-inline constexpr bool makesText =
+inline constexpr bool isConvertedToText =
     !isText<T> && !isFlat<T> && std::is_convertible_v<const T&, std::string>;
 
 template <class T>
@@ -119,7 +119,7 @@ inline constexpr bool isTime =
 
 template <class T>
 inline constexpr bool isMember =
-    isText<T> || makesText<T> || isInteger<T> || isTime<T> ||
+    isText<T> || isConvertedToText<T> || isInteger<T> || isTime<T> ||
     isOneOf<T, bool, double, float, Int64, Date, NSNull, URL, Array, Dictionary>;
 // Volatile numbers are read once.
 template <class T>
@@ -142,7 +142,7 @@ inline constexpr bool isSequence = false;
 template <class T>
 inline constexpr bool isSequence<
     T, std::void_t<typename T::value_type, decltype(*std::begin(std::declval<const T&>()))>> =
-    !isFlat<T> && !isText<T> && !makesText<T> && !isMap<T> &&
+    !isFlat<T> && !isText<T> && !isConvertedToText<T> && !isMap<T> &&
     !std::is_same_v<T, typename T::value_type> &&
     std::is_same_v<std::decay_t<decltype(*std::begin(std::declval<const T&>()))>,
                    typename T::value_type>;
@@ -256,7 +256,7 @@ class VELTRANO_EXPORT Argument {
       refer(Kind::String, value);
     } else if constexpr (isTime<T>) {
       *this = Argument(Date(value));
-    } else if constexpr (makesText<T>) {
+    } else if constexpr (isConvertedToText<T>) {
       form_ = Form::own;
       object_ = &value;
       append_ = [](FlatWriter& writer, const void* object) {
