@@ -1,6 +1,5 @@
-// For a host's tests: the library in a world of virtual time, without threads, sockets or files.
-// The host's own code runs as it is: the platform that it installs is the world's, and so is its
-// main run loop.
+// For a host's tests: runs the library in virtual time, without threads, sockets or files. The host's
+// code stays unchanged: `PosixPlatform::install` gives it the world's platform and main run loop.
 //
 //     TEST(Checkout, ReportsWhatWasBought) {
 //       veltrano::testing::World world;
@@ -13,9 +12,9 @@
 //       EXPECT_TRUE(world.complaints().empty()) << world.complaints();
 //     }
 //
-// Link `Veltrano::testing`, which brings the library along. No test framework is needed;
-// GoogleTest, Catch2 and doctest print everything here with `operator<<`. What is asked for and is
-// not there throws `Error`, whose message says what is there.
+// Link `Veltrano::testing`, which links the library. It needs no test framework; GoogleTest, Catch2
+// and doctest print all types here with `operator<<`. A lookup that finds nothing throws `Error`; its
+// message says what exists.
 #pragma once
 
 #include <chrono>
@@ -39,9 +38,9 @@
 
 namespace veltrano {
 
-/// Values are equal when they read the same where they are sent: numbers by what they count, a Date
-/// as its ISO 8601 text, a URL as its text, a Dictionary in any order, and what is absent there not
-/// at all. Anything that makes a HostValue can stand on either side.
+/// Compares values by what is sent: numbers by value, a Date by its ISO 8601 text, a URL by its text,
+/// a Dictionary in any order. Elements that are never sent are ignored. Either side may be anything
+/// that converts to HostValue.
 bool operator==(const HostValue& left, const HostValue& right);
 inline bool operator!=(const HostValue& left, const HostValue& right) {
   return !(left == right);
@@ -50,7 +49,7 @@ inline bool operator!=(const HostValue& left, const HostValue& right) {
 /// Prints a value as JSON.
 std::ostream& operator<<(std::ostream& out, const HostValue& value);
 
-/// Prints the other types of values.
+/// Prints the other value types.
 template <class T, std::enable_if_t<detail::isOneOf<T, SupportedParameterType, Array, Dictionary,
                                                     HostMap, Date, URL, Int64, NSNull>,
                                     int> = 0>
@@ -63,21 +62,21 @@ namespace testing {
 /// Virtual time. The literals of `std::chrono` convert to it.
 using Duration = std::chrono::microseconds;
 
-/// A test asks for something that is not there, or uses a world in a way that it cannot be used.
+/// A lookup that found nothing, or the misuse of a world.
 struct Error : std::logic_error {
   using std::logic_error::logic_error;
 };
 
-/// Where a property of an event comes from; of layers with the same key, the last one here counts.
+/// The layer that a property comes from. Among layers with the same key, the last one here wins.
 enum class Origin {
-  automatic,        // what the library knows of the moment, such as "time"
-  defaultProperty,  // what it knows of the device and the application, such as "$os"
-  superProperty,  // what the host has set for every event, by `setSuperProperties`, `setUserId` ...
-  event           // what `track` was given
+  automatic,        // set by the library for each event, such as "time"
+  defaultProperty,  // describes the device or the application, such as "$os"
+  superProperty,    // set by the host for every event: `setSuperProperties`, `setUserId`, ...
+  event             // passed to `track`
 };
 std::ostream& operator<<(std::ostream& out, Origin origin);
 
-/// What happened, in order.
+/// A read-only list, in order of occurrence.
 template <class T>
 class List {
  public:
@@ -92,7 +91,7 @@ class List {
   std::size_t size() const { return items_.size(); }
   bool empty() const { return items_.empty(); }
 
-  /// Throws `Error` when there is none. Of a list that goes away, a copy.
+  /// Throws `Error` if out of range. On a temporary list, returns a copy.
   const T& operator[](std::size_t index) const&;
   T operator[](std::size_t index) && { return std::as_const(*this)[index]; }
   const T& front() const& { return (*this)[0]; }
@@ -104,7 +103,7 @@ class List {
   std::vector<T> items_;
 };
 
-/// Prints one a line.
+/// Prints one item per line.
 template <class T>
 std::ostream& operator<<(std::ostream& out, const List<T>& list) {
   if (list.empty()) return out << "none";
@@ -112,14 +111,14 @@ std::ostream& operator<<(std::ostream& out, const List<T>& list) {
   return out;
 }
 
-/// Named values that arrived at the collection host.
+/// Named values, as the collection host received them.
 class Properties {
  public:
   Properties() = default;
   explicit Properties(HostMap values) : values_(std::move(values)) {}
 
-  /// The value under `path`: a key, or keys of maps inside one another with dots between them, such
-  /// as "extra_json.campaign". Throws `Error` when there is none.
+  /// The value at `path`: a key, or the keys of nested maps joined with dots, such as
+  /// "extra_json.campaign". Throws `Error` if there is none.
   HostValue operator[](std::string_view path) const;
   bool has(std::string_view path) const;
   HostMap values() const { return values_; }
@@ -135,7 +134,7 @@ class Properties {
   HostMap values_;
 };
 
-/// An event that the collection host has accepted.
+/// An event that the collection host accepted.
 class Event : public Properties {
  public:
   using Origins = std::map<std::string, Origin, std::less<>>;
@@ -144,33 +143,33 @@ class Event : public Properties {
 
   const std::string& name() const { return name_; }
 
-  /// When it joined the queue, since the start of the world.
+  /// When it joined the queue, since the world's start.
   Duration recordedAt() const { return recordedAt_; }
 
-  /// The layer that the property comes from; an entry of "extra_json" is asked for as
-  /// "extra_json.KEY". Throws `Error` when there is none.
+  /// The layer that the property comes from. For an entry of "extra_json", pass "extra_json.KEY".
+  /// Throws `Error` if there is no such property.
   Origin origin(std::string_view path) const;
 
  private:
   std::string name_;
-  Origins origins_;  // of those that are not automatic
+  Origins origins_;  // of properties that are not automatic
   Duration recordedAt_;
 };
 std::ostream& operator<<(std::ostream& out, const Event& event);
 
-/// Events in the order in which they were recorded.
+/// Events, in the order of recording.
 class Events : public List<Event> {
  public:
   using List::List;
 
-  /// Those of this name, which may be none.
+  /// The events with this name; may be empty.
   Events named(std::string_view name) const;
 
-  /// The one of this name. Throws `Error` when there is none, or more than one.
+  /// The only event with this name. Throws `Error` if there is none, or more than one.
   Event only(std::string_view name) const;
 };
 
-/// A heartbeat that was sent, whatever was answered.
+/// A heartbeat that was sent, whatever the answer.
 class Heartbeat : public Properties {
  public:
   Heartbeat(HostMap values, Duration at) : Properties(std::move(values)), at_(at) {}
@@ -184,37 +183,37 @@ class Heartbeat : public Properties {
 };
 std::ostream& operator<<(std::ostream& out, const Heartbeat& heartbeat);
 
-/// What the library posted. In a world one request stands for one with all the retries that it
-/// would take in production.
+/// A request that the library posted. Worlds do not retry: one request stands for all the attempts
+/// that it would take in production.
 struct Request {
   std::string path;  // "/track" or "/heartbeat"
   std::map<std::string, std::string> query;
-  std::map<std::string, std::string> headers;  // with the session token, if the host has one
+  std::map<std::string, std::string> headers;  // include the session token, if any
   std::string body;                            // the JSON text
   Duration at{0};
 };
 std::ostream& operator<<(std::ostream& out, const Request& request);
 
-/// What comes back.
+/// The answer to a request.
 struct Answer {
   int status = 200;
   std::optional<std::string> body = std::nullopt;
   Duration latency{0};
-  bool isTransportError = false;  // nothing arrives; status and body do not count
+  bool isTransportError = false;  // no answer arrives; status and body are ignored
 };
 
-/// How posts to one path are answered, for some or all of them.
+/// Answers posts to one path: all of them, or a limited number.
 class Rule {
  public:
   using Function = std::function<Answer(const Request&)>;
 
   explicit Rule(Function answer) : answer_(std::move(answer)) {}
 
-  /// Counts for the next post alone, or for the next `count`. Without either, for good.
+  /// Limits the rule to one post, or to `count`. Without a limit it is permanent.
   Rule& once() { return times(1); }
   Rule& times(std::size_t count);
 
-  /// The answer takes this long.
+  /// Sets the latency; overrides that of the answer.
   Rule& after(Duration latency);
 
  private:
@@ -225,16 +224,15 @@ class Rule {
   std::optional<Duration> latency_;
 };
 
-/// The collection host at one path. Rules for a number of posts are used up first, in the order in
-/// which they were made; then the latest rule for good counts. Without one, posts are answered at
-/// once with status 200.
+/// The collection host at one path. Limited rules apply first, in the order in which they were added;
+/// then the latest permanent rule does. Without a rule, posts are answered at once with status 200.
 class Network {
  public:
   Rule& answer(int status, std::optional<std::string> body = std::nullopt);
   Rule& answer(Answer answer);
 
-  /// `answer` is called at each post, on the world's thread. When it throws, that is a complaint,
-  /// and the post fails in transport.
+  /// Calls `answer` for each post, on the main thread. If it throws, the post fails in transport, and
+  /// a complaint says so.
   Rule& answer(Rule::Function answer);
 
   /// A transport error: no answer arrives.
@@ -251,75 +249,78 @@ class Network {
   std::deque<Rule> rules_;
 };
 
-/// What a host should look at, one sentence each with its virtual time.
+/// Problems that a test should not miss, one sentence each.
 using Complaints = List<std::string>;
 
-/// A library that nobody has used yet, in a world of virtual time, in the place of the process's
-/// own for as long as the world lives. Any number of them in a process, one at a time.
+/// Replaces the process's library with a new one in virtual time, as long as the world lives. A
+/// process can have any number of worlds, one at a time.
 ///
-/// The thread that makes a world is its main thread; its members are for that thread alone. The
-/// library may be used from every thread, as always. What its work queue does, completions, timers
-/// and what is handed to the main run loop run within `advance`, on the main thread.
+/// The thread that creates a world is its main thread; only that thread may call its members. The
+/// library itself stays thread-safe. Its work queue, completions, timers and functions posted to the
+/// main run loop run on the main thread, while `advance` or the main run loop runs.
 ///
 /// The wall clock starts at 2023-11-14 22:13:20 UTC, and identifiers are the same in every run.
-/// Until the host installs a platform, the device is one with settings of its own; `install` sets
-/// what its options say, but starts nothing and opens no file except `infoPropertyListFile`;
-/// without a `logSink`, diagnostic lines go nowhere. The platform is valid as long as the process,
-/// and does nothing outside a world that it was installed in.
+/// Until the host installs a platform, the device has default settings. `PosixPlatform::install`
+/// applies its options, but starts nothing and reads no file except `infoPropertyListFile`. Without a
+/// `logSink`, diagnostic lines are dropped. The installed platform is valid as long as the process,
+/// and a no-op while there is no world.
 ///
-/// The main run loop has -1 as its `fileDescriptor`, and `run` runs the world until `stop`, at most
-/// for a virtual day. Heartbeats that are started on another thread are not sent.
+/// The main run loop's `run` advances the world until `stop`, for a virtual day at most. Its
+/// `fileDescriptor` is -1.
+///
+/// Warning: a heartbeat that is started on another thread is never sent; a complaint says so.
 class World {
  public:
-  /// Throws `Error` when there is a world already, and with a library of another release.
+  /// Throws `Error` if there is a world already, or if the library is of another release.
   World();
 
-  /// Puts the process's own library back, when no other thread calls this one any more. What is
-  /// pending is dropped.
+  /// Drops what is pending and restores the process's own library.
+  ///
+  /// Warning: no other thread may still be calling the library.
   ~World();
 
   World(const World&) = delete;
   World& operator=(const World&) = delete;
 
-  /// Lets everything happen that is due until `time` from now, that moment included, after what was
-  /// asked of the library so far. What the test does next comes a microsecond later.
+  /// Advances by `time` and runs everything that is due until then, inclusive. What the test does
+  /// next happens a microsecond later. Throws `Error` if `time` is negative, on another thread, in a
+  /// callback and after `end`.
   void advance(Duration time);
 
-  /// Since the start.
+  /// Virtual time since the world's start.
   Duration now() const;
 
-  /// Sets the wall clock forward, or back. The monotonic one goes on.
+  /// Moves the wall clock forward or back. The monotonic clock does not change.
   void jumpClock(Duration distance);
 
-  /// How posts to `path` are answered: "/track", "/heartbeat". Valid as long as the world.
+  /// The collection host at `path`: "/track" or "/heartbeat". Valid as long as the world.
   Network& network(std::string_view path);
 
-  /// The events that the collection host has accepted.
+  /// The events that the collection host accepted.
   Events delivered() const;
 
-  /// How many events wait for an upload, or for the end of the one under way.
+  /// The number of events that are waiting or in flight.
   std::size_t waiting() const;
 
   List<Heartbeat> heartbeats() const;
   List<Request> requests() const;
   Statistics statistics() const;
 
-  /// What went wrong without anybody noticing: values that were left out because events cannot hold
-  /// them (an absent value is no value, and no complaint), events that were dropped and why, a
-  /// platform that was installed too late or twice, a rule's function that threw, a heartbeat that
-  /// is never sent, a run that would not end. After `end`, also what was pending.
+  /// Problems that would otherwise go unnoticed: values left out because events cannot hold them
+  /// (absent ones excepted), events that were dropped and why, a platform installed too late or
+  /// twice, a rule that threw, a heartbeat that is never sent, a run that does not end. After `end`,
+  /// also events that were still pending.
   Complaints complaints() const;
 
-  /// The steps of the application's life as the system takes them, notifications included.
-  /// Entering the background makes the application inactive first, entering the foreground makes it
-  /// active at the end.
+  /// Lifecycle changes, with their notifications. `enterBackground` first makes the application
+  /// inactive; `enterForeground` finally makes it active.
   void enterBackground();
   void enterForeground();
   void resignActive();
   void becomeActive();
 
-  /// What the device and the application are from now on; see `PosixPlatform` for the values. The
-  /// orientations are announced.
+  /// Change the device; see `PosixPlatform` for the values. Changes of an orientation post their
+  /// notification.
   void setInterfaceOrientation(int orientation);
   void setDeviceOrientation(int orientation);
   void setScreenSize(double width, double height);
@@ -328,19 +329,20 @@ class World {
   void setTrackingAuthorizationStatus(std::uint64_t status);
   void setAdvertisingIdentifier(const std::string& identifier);
 
-  /// What has been done so far, as the text of a scenario that `scripts/replay` plays to the same
-  /// trace: a bug report in one file. Answers stand in it as they were given, whatever gave them.
+  /// Everything that happened so far, as a scenario that `scripts/replay` plays: a bug report in one
+  /// file. It contains the answers that were given, not the rules.
   ///
-  /// It holds no functions. What a completion does stands in it a microsecond later; what several
-  /// threads do at once, in one of the possible orders; and of two answers to posts of one path at
-  /// one instant, the second counts for both.
+  /// A scenario contains no functions. It repeats what a completion did a microsecond later, and
+  /// concurrent calls of several threads in one of the possible orders. If two posts to one path at
+  /// the same instant were answered differently, both get the second answer.
   ///
-  /// When the variable VELTRANO_TRACES names a directory, each world writes its trace there as it
-  /// ends, to "PROCESS-N.jsonl", and to "PROCESS-N.posts" what it posted, as lines of that trace.
+  /// If the environment variable VELTRANO_TRACES names a directory, each world that ends writes its
+  /// trace there, to "PROCESS-N.jsonl". "PROCESS-N.posts" gets its requests, as lines that replaying
+  /// the trace prints.
   std::string trace() const;
   void writeTrace(const std::string& file) const;
 
-  /// Ends the world as its destructor does. What has been seen can still be asked for.
+  /// Ends the world, as its destructor does. What it has seen stays available.
   void end();
 
  private:

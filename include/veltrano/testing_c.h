@@ -1,5 +1,5 @@
-/* For a host's tests in C: the library in a world of virtual time, as veltrano/testing.h has it for
- * C++. What that header says of a world holds here.
+/* For a host's tests in C: runs the library in virtual time. The counterpart of veltrano/testing.h,
+ * which describes a world in detail.
  *
  *     veltrano_world* world = veltrano_world_create();
  *     start_application();                // the host's, with its veltrano_install_posix_platform
@@ -10,9 +10,8 @@
  *     assert(strcmp(veltrano_world_complaints(world), "") == 0);
  *     veltrano_world_destroy(world);
  *
- * The world itself must not be NULL. Text that a function returns is valid until the world is
- * destroyed. What is asked for and is not there is NULL; veltrano_world_error then says what is
- * there. */
+ * A world must not be NULL. Returned text is valid until the world is destroyed. A lookup that finds
+ * nothing returns NULL; veltrano_world_error then says what exists. */
 #pragma once
 
 #include <stdbool.h>
@@ -28,32 +27,32 @@ extern "C" {
 
 typedef struct veltrano_world veltrano_world;
 
-/* NULL when there is a world already, with a library of another release, and without memory. */
+/* NULL if there is a world already, if the library is of another release, or if memory runs out. */
 veltrano_world* veltrano_world_create(void);
 void veltrano_world_destroy(veltrano_world* world);
 
-/* What was wrong with the latest call that failed; empty when none has. */
+/* Why the latest call that failed did; empty if none has failed. */
 const char* veltrano_world_error(const veltrano_world* world);
 
-/* False on another thread than the one that made the world, and in a callback. */
+/* False on any thread but the main thread, in a callback, and if `seconds` is negative. */
 bool veltrano_world_advance(veltrano_world* world, double seconds);
 void veltrano_world_jump_clock(veltrano_world* world, double seconds);
 
-/* How the next `times` posts to `path` are answered, or with 0 all of them: with a status, and a
- * body unless NULL, after `latency` seconds; or by a transport error. */
+/* Answer the next `times` posts to `path`, or all of them if it is 0: with a status, and a body
+ * unless NULL, after `latency` seconds; or with a transport error. */
 void veltrano_world_answer(veltrano_world* world, const char* path, int status, const char* body,
                            double latency, size_t times);
 void veltrano_world_fail(veltrano_world* world, const char* path, size_t times);
 
-/* The number of delivered events called `name`, or of all when NULL. */
+/* The number of delivered events called `name`, or of all if it is NULL. */
 size_t veltrano_world_delivered(veltrano_world* world, const char* name);
 
-/* A property of the event `index` of those called `name`, as JSON with a space after each comma and
+/* A property of event `index` among those called `name`, as JSON with a space after each comma and
  * colon. */
 const char* veltrano_world_property(veltrano_world* world, const char* name, size_t index,
                                     const char* path);
 
-/* The layer that it comes from: "automatic", "defaultProperty", "superProperty" or "event". */
+/* The layer that the property comes from: "automatic", "defaultProperty", "superProperty" or "event". */
 const char* veltrano_world_origin(veltrano_world* world, const char* name, size_t index,
                                   const char* path);
 
@@ -62,15 +61,15 @@ size_t veltrano_world_waiting(veltrano_world* world);
 size_t veltrano_world_heartbeats(veltrano_world* world);
 const char* veltrano_world_session_id(veltrano_world* world, size_t heartbeat);
 
-/* One a line; empty when there are none. */
+/* One per line; empty if there are none. */
 const char* veltrano_world_complaints(veltrano_world* world);
 
-/* With all steps that the system takes. The functions of veltrano_c.h report everything else. */
+/* Lifecycle changes with all their notifications. veltrano_c.h has functions for single ones. */
 void veltrano_world_enter_background(veltrano_world* world);
 void veltrano_world_enter_foreground(veltrano_world* world);
 void veltrano_world_set_wifi(veltrano_world* world, bool connected);
 
-/* The text of a scenario that scripts/replay plays. */
+/* Everything that happened so far, as a scenario that scripts/replay plays. */
 const char* veltrano_world_trace(veltrano_world* world);
 
 void veltrano_world_end(veltrano_world* world);
