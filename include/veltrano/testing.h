@@ -1,5 +1,6 @@
-// For a host's tests: runs the library in virtual time, without threads, sockets or files. The host's
-// code stays unchanged: `PosixPlatform::install` gives it the world's platform and main run loop.
+// For a host's tests: runs the library in virtual time, without threads, sockets or files. The
+// host's code stays unchanged: `PosixPlatform::install` gives it the world's platform and main run
+// loop.
 //
 //     TEST(Checkout, ReportsWhatWasBought) {
 //       veltrano::testing::World world;
@@ -13,8 +14,8 @@
 //     }
 //
 // Link `Veltrano::testing`, which links the library. It needs no test framework; GoogleTest, Catch2
-// and doctest print all types here with `operator<<`. A lookup that finds nothing throws `Error`; its
-// message says what exists.
+// and doctest print all types here with `operator<<`. A lookup that finds nothing throws `Error`;
+// its message says what exists.
 #pragma once
 
 #include <chrono>
@@ -38,9 +39,9 @@
 
 namespace veltrano {
 
-/// Compares values by what is sent: numbers by value, a Date by its ISO 8601 text, a URL by its text,
-/// a Dictionary in any order. Elements that are never sent are ignored. Either side may be anything
-/// that converts to HostValue.
+/// Compares values by what is sent: numbers by value, a Date by its ISO 8601 text, a URL by its
+/// text, a Dictionary in any order. Elements that are never sent are ignored. Either side may be
+/// anything that converts to HostValue.
 bool operator==(const HostValue& left, const HostValue& right);
 inline bool operator!=(const HostValue& left, const HostValue& right) {
   return !(left == right);
@@ -224,15 +225,16 @@ class Rule {
   std::optional<Duration> latency_;
 };
 
-/// The collection host at one path. Limited rules apply first, in the order in which they were added;
-/// then the latest permanent rule does. Without a rule, posts are answered at once with status 200.
+/// The collection host at one path. Limited rules apply first, in the order in which they were
+/// added; then the latest permanent rule does. Without a rule, posts are answered at once with
+/// status 200.
 class Network {
  public:
   Rule& answer(int status, std::optional<std::string> body = std::nullopt);
   Rule& answer(Answer answer);
 
-  /// Calls `answer` for each post, on the main thread. If it throws, the post fails in transport, and
-  /// a complaint says so.
+  /// Calls `answer` for each post, on the main thread. If it throws, the post fails in transport,
+  /// and a complaint says so.
   Rule& answer(Rule::Function answer);
 
   /// A transport error: no answer arrives.
@@ -256,14 +258,14 @@ using Complaints = List<std::string>;
 /// process can have any number of worlds, one at a time.
 ///
 /// The thread that creates a world is its main thread; only that thread may call its members. The
-/// library itself stays thread-safe. Its work queue, completions, timers and functions posted to the
-/// main run loop run on the main thread, while `advance` or the main run loop runs.
+/// library itself stays thread-safe. Its work queue, completions, timers and functions posted to
+/// the main run loop run on the main thread, while `advance` or the main run loop runs.
 ///
 /// The wall clock starts at 2023-11-14 22:13:20 UTC, and identifiers are the same in every run.
 /// Until the host installs a platform, the device has default settings. `PosixPlatform::install`
-/// applies its options, but starts nothing and reads no file except `infoPropertyListFile`. Without a
-/// `logSink`, diagnostic lines are dropped. The installed platform is valid as long as the process,
-/// and a no-op while there is no world.
+/// applies its options, but starts nothing and reads no file except `infoPropertyListFile`. Without
+/// a `logSink`, diagnostic lines are dropped. The installed platform is valid as long as the
+/// process, and a no-op while there is no world.
 ///
 /// The main run loop's `run` advances the world until `stop`, for a virtual day at most. Its
 /// `fileDescriptor` is -1.
@@ -283,8 +285,8 @@ class World {
   World& operator=(const World&) = delete;
 
   /// Advances by `time` and runs everything that is due until then, inclusive. What the test does
-  /// next happens a microsecond later. Throws `Error` if `time` is negative, on another thread, in a
-  /// callback and after `end`.
+  /// next happens a microsecond later. Throws `Error` if `time` is negative, on another thread, in
+  /// a callback and after `end`.
   void advance(Duration time);
 
   /// Virtual time since the world's start.
@@ -308,8 +310,8 @@ class World {
 
   /// Problems that would otherwise go unnoticed: values left out because events cannot hold them
   /// (absent ones excepted), events that were dropped and why, a platform installed too late or
-  /// twice, a rule that threw, a heartbeat that is never sent, a run that does not end. After `end`,
-  /// also events that were still pending.
+  /// twice, a rule that threw, a heartbeat that is never sent, a run that does not end. After
+  /// `end`, also events that were still pending.
   Complaints complaints() const;
 
   /// Lifecycle changes, with their notifications. `enterBackground` first makes the application
@@ -329,16 +331,16 @@ class World {
   void setTrackingAuthorizationStatus(std::uint64_t status);
   void setAdvertisingIdentifier(const std::string& identifier);
 
-  /// Everything that happened so far, as a scenario that `scripts/replay` plays: a bug report in one
-  /// file. It contains the answers that were given, not the rules.
+  /// Everything that happened so far, as a scenario that `scripts/replay` plays: a bug report in
+  /// one file. It contains the answers that were given, not the rules.
   ///
   /// A scenario contains no functions. It repeats what a completion did a microsecond later, and
   /// concurrent calls of several threads in one of the possible orders. If two posts to one path at
   /// the same instant were answered differently, both get the second answer.
   ///
   /// If the environment variable VELTRANO_TRACES names a directory, each world that ends writes its
-  /// trace there, to "PROCESS-N.jsonl". "PROCESS-N.posts" gets its requests, as lines that replaying
-  /// the trace prints.
+  /// trace there, to "PROCESS-N.jsonl". "PROCESS-N.posts" gets its requests, as lines that
+  /// replaying the trace prints.
   std::string trace() const;
   void writeTrace(const std::string& file) const;
 

@@ -10,8 +10,8 @@
  *     assert(strcmp(veltrano_world_complaints(world), "") == 0);
  *     veltrano_world_destroy(world);
  *
- * A world must not be NULL. Returned text is valid until the world is destroyed. A lookup that finds
- * nothing returns NULL; veltrano_world_error then says what exists. */
+ * A world must not be NULL. Returned text is valid until the world is destroyed. A lookup that
+ * finds nothing returns NULL; veltrano_world_error then says what exists. */
 #pragma once
 
 #include <stdbool.h>
@@ -52,7 +52,8 @@ size_t veltrano_world_delivered(veltrano_world* world, const char* name);
 const char* veltrano_world_property(veltrano_world* world, const char* name, size_t index,
                                     const char* path);
 
-/* The layer that the property comes from: "automatic", "defaultProperty", "superProperty" or "event". */
+/* The layer that the property comes from: "automatic", "defaultProperty", "superProperty" or
+ * "event". */
 const char* veltrano_world_origin(veltrano_world* world, const char* name, size_t index,
                                   const char* path);
 
