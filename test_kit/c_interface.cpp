@@ -12,7 +12,7 @@ using namespace veltrano::testing;
 struct veltrano_world {
   World world;
   std::string error;
-  std::deque<std::string> texts;  // that have been returned
+  std::deque<std::string> texts;  // returned so far
 };
 
 namespace {
@@ -21,7 +21,7 @@ Duration durationOf(double seconds) {
   return std::chrono::round<Duration>(std::chrono::duration<double>(seconds));
 }
 
-// What `function` gives, or `otherwise` when it throws.
+// Returns what `function` returns, or `otherwise` if it throws.
 template <class Result, class Function>
 Result guarded(veltrano_world* world, Result otherwise, Function function) {
   try {
@@ -37,7 +37,7 @@ void guarded(veltrano_world* world, Function function) {
   guarded(world, false, [&](World& it) { return function(it), true; });
 }
 
-// The text that `function` gives; null when it throws.
+// Returns the text that `function` returns; null if it throws.
 template <class Function>
 const char* text(veltrano_world* world, Function function) {
   return guarded<const char*>(

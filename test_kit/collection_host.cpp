@@ -8,7 +8,7 @@
 namespace veltrano::testing {
 namespace {
 
-// The properties in a JSON object that was posted.
+// The "properties" of a posted JSON object.
 HostMap propertiesIn(std::string_view json) {
   const HostMap object = mapIn(parsedJSON(json)).value_or(HostMap());
   for (const auto& [key, value] : object)
@@ -42,14 +42,13 @@ Answer World::Implementation::choose(const internal::PostRequest& post) {
   return answer;
 }
 
-// Finds the events of an upload among those that were recorded: all of them, but for what the
-// queue has dropped meanwhile.
+// An upload contains all recorded events except those that the queue has dropped since.
 void World::Implementation::beginBatch(std::string_view body) {
-  std::size_t position = 1;  // after the bracket
+  std::size_t position = 1;  // after the opening bracket
   auto event = waiting_.begin();
   while (event != waiting_.end() && position < body.size()) {
     if (body.substr(position, event->json.size()) == event->json) {
-      position += event->json.size() + 1;  // and what separates them
+      position += event->json.size() + 1;  // and the comma
       ++event;
     } else {
       event = waiting_.erase(event);

@@ -14,13 +14,13 @@ using internal::Kind;
 constexpr std::string_view kExtraKey = "extra_json";
 constexpr const char* kNoIdentifier = "00000000-0000-0000-0000-000000000000";
 
-// Whether an event holds the value at all.
+// Whether an event contains the value at all.
 bool isHeld(FlatView value) {
   if (value.kind() == Kind::Dictionary) return !value.contents().bytes().empty();
   return value.kind() != Kind::OtherObject && value.kind() != Kind::Absent;
 }
 
-// What is in the map under `path`, and under "extra_json" in that, comes from `origin`.
+// Sets the origin of each entry, and of each entry inside "extra_json".
 void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin,
                 const std::string& path = {}) {
   const internal::FlatContents contents(entries);
@@ -35,7 +35,7 @@ void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin
   }
 }
 
-// Appends where in `value` something stands that events cannot hold, and what it is.
+// Describes each part of `value` that events cannot hold.
 void findLeftOut(const HostValue& value, const std::string& path, std::vector<std::string>& found) {
   if (value.otherObject()) found.push_back(path + " is an object of another type");
   if (value.member() == nullptr) return;
@@ -56,7 +56,7 @@ void findLeftOut(const HostValue& value, const std::string& path, std::vector<st
 }  // namespace
 
 void World::Implementation::called(std::string_view operation, const HostMapView& arguments) {
-  const HostMap given(arguments);  // reads the host's containers
+  const HostMap given(arguments);  // copies the host's containers
   recorder_.addCall(operation, given, mainThread_.isCurrent());
   std::string name(operation);
   if (operation == "track") {
@@ -199,14 +199,14 @@ void World::Implementation::setTrackingAuthorizationStatus(std::uint64_t status)
   device_.change([&](SimulatedDevice& device) { device.trackingStatus = status; });
 }
 
-// The text of a UUID, which anything else has been refused for or counts as none.
+// Anything but a UUID counts as no identifier.
 void World::Implementation::setAdvertisingIdentifier(std::optional<std::string> identifier) {
   std::string text = internal::canonicalUUID(identifier.value_or("")).value_or(kNoIdentifier);
   recordDevice("advertisingIdentifier", [&](JSONWriter& writer) { writer.string(text); });
   device_.change([&](SimulatedDevice& device) { device.identifier.swap(text); });
 }
 
-// Virtual time stands still meanwhile, so this sends what the host answers at once.
+// Does not wait for answers with a latency: virtual time stands still.
 bool World::Implementation::shutDown(std::chrono::steady_clock::time_point) {
   if (!canRun()) return false;
   enter(ApplicationState::background, internal::kApplicationDidEnterBackground);

@@ -1,5 +1,5 @@
-// What is behind a world, in parts: the passing of time (main_run_loop.cpp), what the host asks of
-// the library and reports (host_calls.cpp), what is sent and answered (collection_host.cpp).
+// The implementation of a world: virtual time is in main_run_loop.cpp, the host's calls and reports
+// in host_calls.cpp, requests and answers in collection_host.cpp.
 #pragma once
 
 #include <atomic>
@@ -25,10 +25,10 @@
 
 namespace veltrano::testing {
 
-/// The smallest step of time: what is done after a run comes so much later.
+/// The smallest step of time. What the test does after a run happens this much later.
 inline constexpr Duration kInstant{1};
 
-/// The one place for a world.
+/// Held by the one world that may exist.
 class Place {
  public:
   Place() {
@@ -53,11 +53,11 @@ class World::Implementation final : public internal::CallObserver, public intern
   void jumpClock(Duration distance);
   void end();
 
-  // The library's observer.
+  // CallObserver.
   void called(std::string_view operation, const HostMapView& arguments) override;
   void recorded(const Event& event) override;
 
-  // What the host's platform passes on.
+  // TestBackend.
   std::string install(PosixOptions options) override;
   RunLoop* currentRunLoop() override { return mainThread_.isCurrent() ? &loop_ : nullptr; }
   RunLoop& mainRunLoop() override { return loop_; }
@@ -82,7 +82,7 @@ class World::Implementation final : public internal::CallObserver, public intern
   std::vector<Request> requests;
 
  private:
-  // The main thread's run loop. Its functions are run like steps of a test.
+  // The main thread's run loop. Runs its functions as steps of the timeline.
   class Loop final : public RunLoop {
    public:
     explicit Loop(Implementation& world) : world_(world) {}
@@ -94,7 +94,7 @@ class World::Implementation final : public internal::CallObserver, public intern
     int fileDescriptor() override { return -1; }
     void runDue() override;
 
-    /// Adds a step for each function that has come since the last call.
+    /// Adds a step for each function posted since the last call.
     void scheduleFunctions(Duration time);
     void forgetSchedule() { scheduled_ = 0; }
     bool takeStop();
@@ -104,7 +104,7 @@ class World::Implementation final : public internal::CallObserver, public intern
     void runNext();
 
     Implementation& world_;
-    std::size_t scheduled_ = 0;  // main thread; so many of the functions have a step
+    std::size_t scheduled_ = 0;  // main thread; how many functions have a step
     std::mutex mutex_;
     std::deque<std::function<void()>> functions_;  // guarded by mutex_
     bool isToStop_ = false;                        // guarded by mutex_
@@ -125,7 +125,7 @@ class World::Implementation final : public internal::CallObserver, public intern
   void beginBatch(std::string_view body);
   void noteHeartbeat(const std::string& body);
   void complain(const std::string& text);
-  // On the main thread at once, elsewhere when its run loop runs.
+  // Runs `report` at once on the main thread; else posts it to the main run loop.
   void onMainThread(std::function<void()> report);
   void post(std::string_view notification);
   void recordState(ApplicationState state);
@@ -148,11 +148,11 @@ class World::Implementation final : public internal::CallObserver, public intern
 
   // Main thread.
   bool isRunning_ = false;
-  bool endsWhenStopped_ = false;  // the run under way
+  bool endsWhenStopped_ = false;  // the current run
   bool wasStopped_ = false;
-  std::deque<RecordedEvent> waiting_;  // the queue of events; with some that it has dropped
-  std::size_t batch_ = 0;              // so many of them are in the upload under way
-  Statistics statistics_;              // at the end
+  std::deque<RecordedEvent> waiting_;  // recorded events, some perhaps dropped since
+  std::size_t batch_ = 0;              // how many of them are in flight
+  Statistics statistics_;              // taken at the end
 
   std::atomic<bool> isUsed_{false};
   std::atomic<bool> isInstalled_{false};
@@ -160,7 +160,7 @@ class World::Implementation final : public internal::CallObserver, public intern
 
   mutable std::mutex mutex_;
   std::vector<std::string> complaints_;          // guarded by mutex_
-  std::optional<SimulatedDevice> firstTracked_;  // guarded by mutex_; the device at that time
+  std::optional<SimulatedDevice> firstTracked_;  // guarded by mutex_; the device then
 
   std::optional<internal::Substitute> substitute_;
 };

@@ -1,7 +1,7 @@
 #include "test_kit/json.h"
 
 #include "encoding/rapidjson_settings.h"
-// After the settings.
+// Included after its settings.
 #include <rapidjson/document.h>
 
 #include <algorithm>
@@ -20,11 +20,11 @@ namespace rapidjson = internal::rapidjson;
 using internal::JSONWriter;
 using Member = SupportedParameterType::Member;
 
-// A number as it counts. Of an integer, its double reading need not be exact.
+// A number to compare. Integers are compared exactly; `real` may round them.
 struct Number {
   double real = 0;
   std::optional<std::int64_t> integer;
-  std::optional<std::uint64_t> large;  // an integer beyond the others
+  std::optional<std::uint64_t> large;  // above INT64_MAX
 };
 
 bool operator==(const Number& left, const Number& right) {
@@ -83,7 +83,7 @@ std::optional<std::string> textIn(const SupportedParameterType& value) {
   }
 }
 
-// JSON has no other numbers than finite ones.
+// Infinities and NaN are sent as null.
 bool isNull(const SupportedParameterType& value) {
   const auto number = numberIn(value);
   return value.member() == Member::NSNull || (number && !std::isfinite(number->real));
@@ -128,7 +128,7 @@ bool areEqual(const SupportedParameterType& left, const SupportedParameterType& 
          });
 }
 
-// The value that the kinds of a scenario are written with: {"$": kind, "v": value}.
+// Writes a value with its type, as scenarios do: {"$": kind, "v": value}.
 template <class WriteValue>
 void writeKind(JSONWriter& writer, std::string_view kind, WriteValue writeValue) {
   writer.startObject();
@@ -317,7 +317,7 @@ void writeScenarioValue(JSONWriter& writer, const HostValue& value) {
     writer.key("code");
     writer.integer(number->storageTypeCode());
     writer.key("v");
-    // The kind has no number that is not finite.
+    // Scenarios cannot express infinities and NaN in an NSNumber.
     const double real = number->doubleValue();
     if (!std::isfinite(real) || static_cast<double>(number->integerValue()) == real)
       writer.integer(number->integerValue());

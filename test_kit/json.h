@@ -1,4 +1,4 @@
-// Values as JSON, and what the library sent as values.
+// Converts values to JSON and back.
 #pragma once
 
 #include <optional>
@@ -10,22 +10,22 @@
 
 namespace veltrano::testing {
 
-/// The contents of a dictionary all of whose keys are text; none for everything else.
+/// The contents of a dictionary with only text keys; none for anything else.
 std::optional<HostMap> mapIn(const HostValue& value);
 
-/// Writes a value as people read it: as it is sent, but with a word for what cannot be.
+/// The value as it is sent, with words in place of what is never sent. For messages.
 std::string readableText(const HostValue& value);
 
-/// Writes a value as scenarios do, so that it is read back as what it is.
+/// Writes a value in the format of scenarios, which preserves its type.
 void writeScenarioValue(internal::JSONWriter& writer, const HostValue& value);
 
-/// Like it, but each key is one like any other.
+/// Writes a map in that format. The key "$" has no special meaning here.
 void writeScenarioMap(internal::JSONWriter& writer, const HostMap& map);
 
-/// The value that a JSON text is; absent when it is none.
+/// The value of a JSON text; absent if the text is malformed.
 HostValue parsedJSON(std::string_view text);
 
-/// The JSON text in the body of a post, "data=" and Base64 taken away.
+/// The JSON text of a post's body: strips "data=" and decodes the Base64.
 std::string decodedBody(std::string_view body);
 
 }  // namespace veltrano::testing

@@ -17,14 +17,14 @@ void World::Implementation::advance(Duration time) {
   if (time < Duration::zero()) throw Error("A world cannot go back in time.");
   if (isRunning_) {
     const std::string error = "A callback cannot advance the world that calls it.";
-    complain(error);  // as what callbacks throw is dropped
+    complain(error);  // because exceptions of callbacks are dropped
     throw Error(error);
   }
   run(now() + time + kInstant, false);
 }
 
-// Ends at `target` before everything that is due then: what is done next comes first in a scenario
-// too. True when `stop` of the run loop ended it, which counts when `isForLoop`.
+// Ends at `target`, before anything that is due then: in a scenario, too, what the test does next
+// comes first. Obeys the run loop's `stop` only if `isForLoop`, and returns whether that ended it.
 bool World::Implementation::run(Duration target, bool isForLoop) {
   struct Running {
     explicit Running(Implementation& running) : world(running) {
@@ -67,7 +67,7 @@ bool World::Implementation::takeTurn() {
 }
 
 void World::Implementation::jumpClock(Duration distance) {
-  // Far beyond any calendar, but no further than the arithmetic of clocks goes.
+  // The largest offset at which clock arithmetic cannot overflow.
   constexpr Duration kFarthest = std::chrono::seconds(4'000'000'000'000);
   Duration& jumped = simulated_.clock.jumped;
   jumped = std::clamp(jumped + std::clamp(distance, -kFarthest, kFarthest), -kFarthest, kFarthest);
@@ -92,7 +92,7 @@ void World::Implementation::Loop::runDue() {
   if (world_.canRun() && !world_.isRunning_) world_.run(world_.now() + kInstant, false);
 }
 
-// True when stopped earlier.
+// True if stopped before `time` was over.
 bool World::Implementation::Loop::runFor(Duration time) {
   if (!world_.canRun()) return false;
   if (takeStop()) return true;

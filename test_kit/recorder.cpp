@@ -13,7 +13,7 @@ namespace {
 
 using internal::JSONWriter;
 
-// The members of the object that `write` writes into.
+// The members that `write` writes, without the braces around them.
 template <class Write>
 std::string membersText(Write write) {
   JSONWriter writer;
@@ -32,7 +32,7 @@ std::string operationText(std::string_view operation, const Recorder::WriteField
   });
 }
 
-// Seconds with six decimals, as scenarios count.
+// Seconds with six decimals.
 std::string secondsText(Duration time) {
   constexpr int kMillion = 1'000'000;
   const std::string decimals = std::to_string(kMillion + time.count() % kMillion);
@@ -57,7 +57,7 @@ std::vector<std::string>& Recorder::operationsNow() {
   return steps_.back().operations;
 }
 
-// Nobody tells of the switch, but it counts for what is done from now on. Called with mutex_ held.
+// Polls the log's switch, because the host sets it without a call. Called with mutex_ held.
 void Recorder::noteLogSwitch() {
   if (std::exchange(isLogOn_, Veltrano::isLoggerEnabled.load()) == isLogOn_) return;
   operationsNow().push_back(operationText("enableLog", [&](JSONWriter& writer) {
@@ -93,7 +93,7 @@ void Recorder::addCall(std::string_view operation, const HostMap& arguments, boo
       }
     }
     if (operation != "setUserId" || isOnMainThread) return;
-    writer.key("runLoop");  // no other thread runs one here
+    writer.key("runLoop");  // in a world, only the main thread runs one
     writer.boolean(false);
   }));
 }
@@ -115,7 +115,7 @@ void Recorder::addAnswer(const std::string& path, const Answer& answer) {
   });
   const std::lock_guard lock(mutex_);
   if (std::exchange(answers_[path], step) == step) return;
-  // Before the step that the post comes from.
+  // Before the step that caused the post.
   const Duration now = clock_();
   const auto place = std::lower_bound(steps_.begin(), steps_.end(), now,
                                       [](const Step& l, Duration at) { return l.at < at; });
@@ -184,7 +184,7 @@ std::string Recorder::scenario(const SimulatedDevice& device,
   const std::lock_guard lock(mutex_);
   std::vector<Step> steps = steps_;
   const Duration end = steps.empty() ? clock_() : std::max(clock_(), steps.back().at);
-  // What has been done since the last run is followed by nothing.
+  // The end joins the open batch, if there is one.
   if (steps.empty() || steps.back().isClosed) steps.push_back({end, false, {}});
   steps.back().operations.push_back(operationText("end", nullptr));
   for (const auto& [at, isClosed, operations] : steps) {

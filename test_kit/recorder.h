@@ -14,37 +14,38 @@
 
 namespace veltrano::testing {
 
-/// Keeps what a host and its test do as the steps of a scenario. Safe to use from any thread.
+/// Records what a host and its test do as the steps of a scenario. Thread-safe.
 ///
-/// In a scenario, steps come before everything else that is due at their time. So does what is done
-/// between two runs of the world, all in one batch. What is done in the middle of a run stands a
+/// In a scenario, a step runs before everything else that is due at its time. What is done between
+/// two runs of the world becomes one such step, a batch. What is done during a run is recorded a
 /// microsecond later.
 class Recorder {
  public:
   using WriteFields = std::function<void(internal::JSONWriter&)>;
 
-  /// `now` gives the time since the start.
+  /// `now` returns the time since the start.
   explicit Recorder(std::function<Duration()> now) : clock_(std::move(now)) {}
 
-  /// Something done now.
+  /// Adds an operation at the current time.
   void add(std::string_view operation, const WriteFields& writeFields = nullptr);
 
-  /// An operation of the library, as its observer is told of it.
+  /// Adds a call, as reported to `CallObserver::called`.
   void addCall(std::string_view operation, const HostMap& arguments, bool isOnMainThread);
 
-  /// A post to `path` is answered so, now.
+  /// Adds the answer to a post to `path`.
   void addAnswer(const std::string& path, const Answer& answer);
 
-  /// A post, now, which is no step.
+  /// Adds a post to `posts`. It is not a step.
   void addPost(const internal::PostRequest& post);
 
-  /// Those lines of the scenario's trace that posts are in.
+  /// The posts, as lines of the scenario's trace.
   std::string posts() const;
 
-  /// Whether what is done comes before everything else that is due at its time.
+  /// Whether what is done from now on runs before everything else due at its time: outside of runs.
   void setBeforeAll(bool isBeforeAll);
 
-  /// The scenario: the device as it was at the beginning, the steps, and an end now.
+  /// The scenario: the configuration of `device` and `info`, the steps, and an end at the current
+  /// time.
   std::string scenario(const SimulatedDevice& device, const std::optional<HostMap>& info) const;
 
  private:
@@ -58,12 +59,12 @@ class Recorder {
 
   const std::function<Duration()> clock_;
   mutable std::mutex mutex_;  // guards everything below
-  std::vector<Step> steps_;   // by their times
+  std::vector<Step> steps_;   // ordered by time
   std::string posts_;
   bool isBeforeAll_ = true;
   bool isLogOn_ = false;
   int callbacks_ = 0;
-  std::map<std::string, std::string> answers_;  // by path, the latest as a step
+  std::map<std::string, std::string> answers_;  // the latest step for each path
 };
 
 }  // namespace veltrano::testing

@@ -1,4 +1,4 @@
-// What a test sees of a world, and the rules that it makes for the network.
+// What a test sees of a world, and its rules for the network.
 #include <algorithm>
 #include <utility>
 
@@ -8,14 +8,14 @@
 namespace veltrano::testing {
 namespace {
 
-// The keys of a map, as a list for people.
+// Lists the keys of a map for a message.
 std::string keysOf(const HostMap& map) {
   std::string keys;
   for (const auto& [key, value] : map) keys += (keys.empty() ? "" : ", ") + key;
   return keys.empty() ? "none" : keys;
 }
 
-// Keys may hold dots: a longer key counts before a path.
+// Keys may contain dots: a key that equals the whole path wins.
 std::optional<HostValue> find(const HostMap& map, std::string_view path) {
   std::optional<HostValue> found;
   for (const auto& [key, value] : map) {
@@ -66,8 +66,7 @@ Event::Event(std::string name, HostMap values, Origins origins, Duration recorde
 
 Origin Event::origin(std::string_view path) const {
   static_cast<void>((*this)[path]);  // throws when there is none
-  // What lies deeper comes from where the map around it does; but maps under "extra_json" are
-  // merged.
+  // A nested value has the origin of the map around it, except in "extra_json", which is merged.
   for (std::string_view asked = path;; asked = asked.substr(0, asked.rfind('.'))) {
     if (const auto known = origins_.find(asked); known != origins_.end()) return known->second;
     const auto end = asked.rfind('.');
@@ -151,7 +150,7 @@ std::optional<Answer> Network::answerTo(const Request& request) {
   } else {
     --*rule->left_;
   }
-  const Rule& used = *rule;  // the function may make more of them
+  const Rule& used = *rule;  // a reference, because the function may add rules
   Answer answer = used.answer_(request);
   answer.latency = std::max(used.latency_.value_or(answer.latency), Duration::zero());
   return answer;

@@ -102,7 +102,7 @@ void StageNetwork::finish(std::uint64_t post, const std::string& path, const Ans
 }
 
 void StageNetwork::drop() {
-  // The end of one upload does not begin another, but let nothing be lost that does.
+  // One at a time: destroying a callback might post again.
   while (!underWay_.empty()) underWay_.extract(underWay_.begin());
 }
 

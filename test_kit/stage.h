@@ -1,5 +1,5 @@
-// The simulated platform, made safe for the threads of a host: what is called on the main thread
-// goes straight to the timeline, what comes from others waits for it.
+// Makes the simulated platform safe for a host's threads: calls on the main thread go straight to
+// the timeline, calls on other threads are deferred until it polls.
 #pragma once
 
 #include <atomic>
@@ -24,7 +24,7 @@ using internal::ApplicationState;
 using internal::SimulatedDevice;
 using internal::SimulatedPlatform;
 
-/// The thread on which it is made.
+/// The thread that creates it.
 class MainThread {
  public:
   bool isCurrent() const { return id_ == std::this_thread::get_id(); }
@@ -74,12 +74,12 @@ class StageQueue final : public internal::WorkQueue {
     queue_.wait(group, std::move(then));
   }
 
-  /// Hands on what other threads have submitted. False when that is nothing.
+  /// Submits to the timeline what other threads have submitted here. False if there was nothing.
   bool takeSubmissions();
 
  private:
   struct Submission {
-    std::unique_ptr<internal::Block> block;  // or an item with its delay
+    std::unique_ptr<internal::Block> block;  // null: an item with a delay instead
     Duration delay{0};
     std::shared_ptr<internal::WorkItem> item;
   };
@@ -95,10 +95,10 @@ class StageNotifications final : public internal::NotificationCenter {
   void addObserver(std::string_view name, std::function<void()> observer) override;
   void post(const std::string& name);
 
-  /// Forgets the observers, whose library has ended.
+  /// Removes the observers once their library has ended.
   void drop();
 
-  /// Called before the first observer is added: the library is used for the first time.
+  /// Called before the first observer is added, which is when the library is first used.
   std::function<void()> onFirstUse = [] {};
 
  private:
@@ -112,11 +112,11 @@ class StageTimers final : public internal::Timers {
   StageTimers(const MainThread& mainThread, internal::SimulatedTimers& timers)
       : mainThread_(mainThread), timers_(timers) {}
 
-  /// On another thread a timer that never fires.
+  /// On another thread, returns a timer that never fires.
   std::shared_ptr<internal::Timer> schedule(Duration delay, Duration tolerance,
                                             std::function<void()> action) override;
 
-  /// Called on another thread for each such timer.
+  /// Called for each such timer, on its thread.
   std::function<void()> onLostTimer = [] {};
 
  private:
@@ -124,7 +124,7 @@ class StageTimers final : public internal::Timers {
   internal::SimulatedTimers& timers_;
 };
 
-/// The facts of the device, read and set under one lock.
+/// The state of the device. Thread-safe.
 class StageDevice final : public internal::Device,
                           public internal::Application,
                           public internal::CTTelephonyNetworkInfo,
@@ -159,19 +159,19 @@ class StageDevice final : public internal::Device,
   SimulatedDevice facts_;  // guarded by mutex_
 };
 
-/// The network. Its answers are chosen at the post, on the main thread.
+/// The network. Chooses each answer when it is asked to post, on the main thread.
 class StageNetwork final : public internal::ZKURLSessionManager {
  public:
   using Choose = std::function<Answer(const internal::PostRequest&)>;
   using Arrive = std::function<void(const std::string& path, const Answer&)>;
 
-  /// `choose` answers a post; `arrive` is called before the library sees that answer.
+  /// `choose` returns the answer to a post; `arrive` is called before the library gets it.
   StageNetwork(internal::Timeline& timeline, Choose choose, Arrive arrive)
       : timeline_(timeline), choose_(std::move(choose)), arrive_(std::move(arrive)) {}
 
   void postData(internal::PostRequest request, internal::URLSessionCallback callback) override;
 
-  /// Drops what has not been answered.
+  /// Drops unanswered posts.
   void drop();
 
  private:
@@ -184,7 +184,7 @@ class StageNetwork final : public internal::ZKURLSessionManager {
   std::uint64_t posts_ = 0;
 };
 
-/// The token of the user's session, from the host's function.
+/// The session token, from the host's function.
 struct StageToken final : internal::SessionTokenProvider {
   std::optional<std::string> sessionToken() const override;
 

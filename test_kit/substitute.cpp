@@ -11,7 +11,7 @@ struct Substitute::State {
     setTestBackend(&backend);
     replaced = Library::exchangeCurrent(&library);
   }
-  // What is destroyed with the library may call the host, which then finds the process's own.
+  // The library is destroyed after this. If that runs the host's code, it finds the process's own.
   ~State() {
     Library::exchangeCurrent(replaced);
     setTestBackend(nullptr);

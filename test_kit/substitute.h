@@ -11,14 +11,14 @@ namespace veltrano::internal {
 class CallObserver;
 class TestBackend;
 
-/// A library in the place of the process's own, for as long as this lives. The one part of the test
-/// kit that belongs to the shared library, where the place is.
+/// Replaces the process's library as long as it lives. The only part of the test kit in the shared
+/// library, which holds the pointer to the process's library.
 class VELTRANO_EXPORT Substitute {
  public:
-  /// All three must outlive it. One at a time.
+  /// The arguments must outlive it. Create only one at a time.
   Substitute(const Platform& platform, CallObserver& observer, TestBackend& backend);
 
-  /// Nothing on the platform may run any more.
+  /// Nothing may run on the platform any more.
   ~Substitute();
 
   Substitute(const Substitute&) = delete;
@@ -26,7 +26,7 @@ class VELTRANO_EXPORT Substitute {
 
   Statistics statistics() const;
 
-  /// Of the library, such as "1.0.0".
+  /// The library's version, such as "1.0.0".
   static const char* version() noexcept;
 
  private:

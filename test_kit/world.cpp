@@ -49,7 +49,7 @@ void World::Implementation::end() {
     std::ofstream(file + ".posts") << recorder_.posts();
   }
   Veltrano::isLoggerEnabled = false;
-  network_.drop();  // which the library still takes part in
+  network_.drop();  // before the library, which its callbacks use
   substitute_.reset();
   notifications_.drop();
 }
