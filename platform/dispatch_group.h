@@ -33,7 +33,8 @@ class DispatchGroup {
     return entered_ == 0;
   }
 
-  /// Has the `leave` that next empties the group call `then`, without a lock. For one at a time.
+  /// Calls `then` without a lock from the next `leave` that empties the group. Replaces an earlier
+  /// `then`.
   void notify(std::function<void()> then) {
     const std::lock_guard lock(mutex_);
     then_ = std::move(then);

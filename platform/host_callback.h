@@ -46,8 +46,8 @@ class HostCall {
   HostCall(const HostCall&) = delete;
   HostCall& operator=(const HostCall&) = delete;
 
-  /// How many run, on all threads. Sequentially consistent with `isHostGone`: once that is set and
-  /// this is 0, none runs any more.
+  /// The number of running callbacks, on all threads. Sequentially consistent with `isHostGone`:
+  /// once that is set and this is 0, none will run.
   static int count() noexcept { return underWay; }
   static bool isOnThisThread() noexcept { return ownUnderWay > 0; }
 
@@ -56,9 +56,9 @@ class HostCall {
   static inline constinit thread_local int ownUnderWay = 0;
 };
 
-/// Calls `callback`, unless the host is gone or in a forked child, and drops its exceptions. False
-/// if it did not, and in a child that the callback forked: the caller must return without using the
-/// platform.
+/// Calls `callback` and drops its exceptions. Does not call it in a forked child or once the host
+/// is gone. False in these cases and in a child that the callback forked: the caller must then
+/// return without using the platform.
 template <class Callback, class... Arguments>
 bool callHost(const Callback& callback, Arguments&&... arguments) {
   const HostCall call;

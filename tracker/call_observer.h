@@ -7,11 +7,11 @@
 
 namespace veltrano::internal {
 
-/// Watches what a host asks of one library, and what its events are made of. For tests: a library
-/// has one only when whoever made it wanted one.
+/// Observes the host's calls to a library, and the layers of its events. For tests; the process's
+/// own library has none.
 class CallObserver {
  public:
-  /// One event, when it joins the queue.
+  /// An event that joins the queue.
   struct Event {
     std::string_view name;
     std::string_view json;  // as it will be sent; empty when it cannot be encoded
@@ -20,11 +20,11 @@ class CallObserver {
     const PropertyMap& defaultProperties;
   };
 
-  /// The host has called `operation`, on this thread; it is named like the facade's. A callback
-  /// that the call is passed is told of as true.
+  /// The host has called `operation` of the facade, on this thread. For each callback among the
+  /// arguments, a Bool says whether there is one.
   virtual void called(std::string_view operation, const HostMapView& arguments) = 0;
 
-  /// On the work queue.
+  /// Called on the work queue.
   virtual void recorded(const Event& event) = 0;
 
  protected:

@@ -8,8 +8,8 @@
 
 namespace veltrano::internal {
 
-// An upload that the work queue waits for. Ends with the outcome passed to `end`, or as failed when
-// the last reference is dropped, because the host ended the thread that would have called `end`.
+// An upload that the work queue waits for. Ends with the outcome passed to `end`. If the host ends
+// the thread that would have called it, dropping the last reference ends the upload as failed.
 class Tracker::Upload {
  public:
   explicit Upload(Tracker& tracker) : tracker_(tracker) { tracker_.uploads_.enter(); }
@@ -69,9 +69,9 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
     log_("Scheduling a flush with delay of ", delay.count(), " secs");
   }
   log_("Canceling scheduled flush!");
-  // A periodic flush must not replace the final one when an upload ends just as the application
-  // enters the background; nor must the tracker's first one replace a flush that another thread has
-  // forced meanwhile.
+  // A periodic flush must not replace the final one if an upload ends just as the application
+  // enters the background. The tracker's first flush must not replace one that another thread has
+  // forced.
   try {
     pendingFlush_.schedule(delay, std::move(completion), isForced ? nullptr : &isRunning_, isFirst);
     isFlushMissing_ = false;
@@ -80,8 +80,8 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
   }
 }
 
-// The host may end this thread in its log sink or in the completion. The queue must not go on
-// before an upload that has begun is over; the next event brings the next flush.
+// The host may end this thread in its log sink or in the completion. The queue must still wait for
+// an upload in progress; the next event then schedules the next flush.
 void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion) {
   try {
     if (delay == delay.zero()) {
@@ -126,8 +126,8 @@ void Tracker::upload() {
   }
 }
 
-// The host may end this thread in its log sink: by then all is settled but the next flush, which
-// the next event brings in that case.
+// The host may end this thread in its log sink. By then only the next flush is missing, and the
+// next event schedules it.
 void Tracker::finishFlush(UploadOutcome outcome, std::optional<int> status) {
   settle(outcome);
   try {

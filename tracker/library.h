@@ -53,7 +53,7 @@ class Library {
   /// `HeartbeatManager.shared`, created by the first call.
   HeartbeatManager& heartbeatManager();
 
-  /// As `Tracker::releaseCallbacks`.
+  /// See `Tracker::releaseCallbacks`.
   void releaseCallbacks() { tracker_.releaseCallbacks(); }
 
  private:
@@ -63,7 +63,7 @@ class Library {
   static constinit std::atomic<Library*> processLibrary;
 
   const Platform platform_;
-  CallObserver* const observer_;  // null: nobody watches
+  CallObserver* const observer_;  // may be null
   const Log log_;
   const DefaultProperties defaultProperties_;
   Accounting accounting_;

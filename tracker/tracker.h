@@ -121,7 +121,7 @@ class Tracker {
   Accounting& accounting_ = endpoints_.accounting;
   const std::function<void(const std::string& uid)> startHeartbeat_;
   CallObserver* const observer_;
-  std::size_t nextToRegister_ = 0;  // of kHandlers; for `start`
+  std::size_t nextToRegister_ = 0;  // index into kHandlers, where `start` resumes
   WorkQueue& dispatchQueue_ = *platform_.workQueue;
 
   // Written by the lifecycle handlers, read on the work queue and on threads of the networking

@@ -19,7 +19,7 @@ enum class UploadOutcome {
   failedForMemory,
 };
 
-/// Whether the batch is not uploaded again: a bad or unencodable one would fail the next time, too.
+/// Whether the batch is not uploaded again. A refused or unencodable one would only fail again.
 constexpr bool endsBatch(UploadOutcome outcome) {
   return outcome == UploadOutcome::notEncodable || outcome == UploadOutcome::delivered ||
          outcome == UploadOutcome::refused;
@@ -33,7 +33,7 @@ class Accounting {
     return statistics_;
   }
 
-  /// Goes on from counts that were taken elsewhere.
+  /// Continues from another library's counts.
   void goOnFrom(const Statistics& statistics) {
     const std::lock_guard lock(mutex_);
     statistics_ = statistics;

@@ -1,4 +1,4 @@
-// What stands behind a host's `PosixPlatform`: the system, or the world that a test puts there.
+// What implements `PosixPlatform`: the system, or the world of a test.
 #pragma once
 
 #include <chrono>
@@ -12,7 +12,7 @@
 
 namespace veltrano::internal {
 
-/// Takes what a host reports. Safe to call from any thread.
+/// Receives what a host reports. Thread-safe.
 class PlatformBackend {
  public:
   virtual RunLoop& mainRunLoop() = 0;
@@ -29,25 +29,25 @@ class PlatformBackend {
   ~PlatformBackend() = default;
 };
 
-/// The backend of every platform that is installed while a test has it in place.
+/// A test's backend. Platforms that are installed while it is set use it.
 class TestBackend : public PlatformBackend {
  public:
-  /// Why the platform is refused; empty when it is not. The options have been checked, and the Info
-  /// dictionary has been read.
+  /// Returns why the platform is refused; empty if it is not. The options have been checked and the
+  /// Info dictionary read.
   virtual std::string install(PosixOptions options) = 0;
 
-  /// Null on a thread whose run loop is its own.
+  /// Null on threads that keep their own run loop.
   virtual RunLoop* currentRunLoop() = 0;
 
  protected:
   ~TestBackend() = default;
 };
 
-/// Puts `backend` in place, or takes away the one that is when null. A platform that was installed
-/// under one is not installed any more, and does nothing while there is none.
+/// Sets the test backend; null removes it. A platform installed under the previous one is no longer
+/// installed, and is a no-op while there is no backend.
 void setTestBackend(TestBackend* backend) noexcept;
 
-/// Null when there is none.
+/// Null if there is none.
 PosixPlatform* installedPlatform() noexcept;
 
 }  // namespace veltrano::internal

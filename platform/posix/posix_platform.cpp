@@ -37,25 +37,25 @@ using Clock = std::chrono::steady_clock;
 // How long a shutdown waits, after its deadline, for callbacks that are still running.
 constexpr std::chrono::milliseconds kGrace{250};
 
-// Set once, under the lock of the installation.
+// Set once, under the mutex of `installOrThrow`.
 constinit std::atomic<PosixPlatform*> systemPlatform{nullptr};
 
 constinit std::atomic<TestBackend*> testBackend{nullptr};
 constinit std::atomic<PosixPlatform*> testPlatform{nullptr};
 
-// A library without a platform, for where the process's own cannot work any more.
+// A library without a platform, which replaces the process's own where that no longer works.
 Library& inertLibrary() {
   static Library& inert = *new Library(Platform());
   return inert;
 }
 
-// From now on a forked child finds the inert library in the place of its parent's, whose threads do
-// not exist there and whose locks may be held for good.
+// Gives each forked child the inert library. The parent's has no threads there, and its locks may
+// be held forever.
 void makeForkedChildrenInert() {
   inertLibrary();
   static const int registered =
       pthread_atfork(nullptr, nullptr, [] { Library::exchangeCurrent(&inertLibrary()); });
-  static_cast<void>(registered);  // fails for want of memory only
+  static_cast<void>(registered);  // fails only if memory runs out
 }
 
 bool holdsCertificate(const std::string& pemFile) {
@@ -63,8 +63,8 @@ bool holdsCertificate(const std::string& pemFile) {
   return contents && contents->find("CERTIFICATE-----") != std::string::npos;
 }
 
-// Makes paths absolute and reads the Info dictionary. Says why the options cannot work; empty if
-// they can. A test need not have the files (`needsFiles`).
+// Makes paths absolute and reads the Info dictionary. Returns why the options are invalid; empty if
+// they are valid. Tests do not need the files (`needsFiles`).
 std::string complete(PosixOptions& options, bool needsFiles) {
   const auto quoted = [](const std::string& text) { return " \"" + text + "\""; };
   if (!isCollectionHost(options.collectionHost))
@@ -102,7 +102,7 @@ std::string complete(PosixOptions& options, bool needsFiles) {
   return {};
 }
 
-// From now on no callback starts. False if one still runs at `deadline`.
+// Starts no more callbacks. False if one still runs at `deadline`.
 bool stopCallingHost(Clock::time_point deadline) {
   isHostGone = true;
   while (HostCall::count() > 0 && Clock::now() < deadline)
@@ -110,7 +110,7 @@ bool stopCallingHost(Clock::time_point deadline) {
   return HostCall::count() == 0;
 }
 
-// The system as the backend of the process's platform.
+// The backend of the process's platform: the system.
 class SystemBackend final : public PlatformBackend, public PosixServices {
  public:
   using PosixServices::PosixServices;
@@ -171,7 +171,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
   }
 
  private:
-  // What happens to an application that is closed. False when the deadline comes first.
+  // Flushes as if the application were closed. False if the deadline passes first.
   bool flushUntil(Clock::time_point deadline) {
     application.setState(ApplicationState::background);
     notificationCenter.post(kApplicationDidEnterBackground);
@@ -180,12 +180,12 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     return isFlushed->get_future().wait_until(deadline) == std::future_status::ready;
   }
 
-  // True when nothing was left.
+  // True if nothing was left.
   bool stop(Clock::time_point deadline) {
     Library& library = *Library::exchangeCurrent(&inertLibrary());
     timers.stop();
     workQueue.stop();
-    // When the process exits, the network's threads stand still already.
+    // While the process exits, the network's threads are stopped already.
     bool isComplete = ExitGate::isClosed() || urlSession.shutDown(deadline);
     isComplete &= workQueue.waitForEnd(Clock::now() + kGrace);
     isComplete &= stopCallingHost(Clock::now() + kGrace);
@@ -195,7 +195,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     return isComplete && last.waiting + last.inFlight == 0;
   }
 
-  // Posts `name` on the main thread once `change` has been made there.
+  // Makes `change` and then posts `name`, both on the main thread.
   void announce(std::string_view name, std::function<void()> change) {
     if (isForkedChild()) return;
     dropExceptions([&] {
@@ -216,7 +216,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     });
   }
 
-  // On the main thread. Those from other threads come first if they were first.
+  // Called on the main thread. Keeps the order of announcements from all threads.
   void makeAnnouncements() {
     for (;;) {
       std::function<void()> next;
@@ -227,7 +227,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
         announcements_.pop_front();
       }
       next();
-      if (isForkedChild()) return;  // made by a callback
+      if (isForkedChild()) return;  // a callback forked
     }
   }
 
@@ -255,7 +255,7 @@ PosixPlatform* internal::installedPlatform() noexcept {
 }
 
 struct PosixPlatform::Services {
-  // Null: the test's that is in place.
+  // If `backend` is null, uses the test backend of the moment.
   explicit Services(PlatformBackend* backend) : backend_(backend) {}
 
   template <class Report>
@@ -276,7 +276,7 @@ Installation PosixPlatform::install(PosixOptions options) {
   try {
     return installOrThrow(options);
   } catch (const std::exception&) {
-    return {nullptr, "Out of memory."};  // a text that needs none
+    return {nullptr, "Out of memory."};  // short enough to need no allocation
   }
 }
 
@@ -289,7 +289,7 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
       std::string error = complete(options, false);
       if (error.empty()) error = test->install(std::move(options));
       if (!error.empty()) return {nullptr, std::move(error)};
-      // One for all tests, as a host may keep it from one to the next.
+      // Shared by all tests, because a host may keep the pointer.
       static Services& services = *new Services(nullptr);
       testPlatform = &services.platform;
       return {testPlatform, {}};
@@ -305,7 +305,7 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
     auto services = std::make_unique<Services>(backend.get());
     if (!Library::install(backend->platform()))
       return {nullptr, "The library is in use already; install the platform before its first use."};
-    SystemBackend& kept = *backend.release();  // the library has it now
+    SystemBackend& kept = *backend.release();  // the library uses it from now on
     systemPlatform = &services.release()->platform;
     dropExceptions([&] { kept.connectivity.startWatching(); });
     return {systemPlatform, {}};

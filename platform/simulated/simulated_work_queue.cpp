@@ -29,7 +29,7 @@ void SimulatedWorkQueue::becomeReady() {
   if (!isParked_ && !std::exchange(takesTurns_, true)) timeline_.makeReady(*this);
 }
 
-// Runs the end of a wait that is over, or else one block.
+// Continues after a wait, or runs one block.
 bool SimulatedWorkQueue::takeOne() {
   if (afterWait_) {
     std::exchange(afterWait_, nullptr)();

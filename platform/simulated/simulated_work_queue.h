@@ -9,8 +9,8 @@
 
 namespace veltrano::internal {
 
-/// A work queue whose blocks run between the entries of a timeline. The two live until neither runs
-/// any more.
+/// A work queue whose blocks run between the entries of a timeline. Both must live until the last
+/// run of the timeline.
 class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
  public:
   explicit SimulatedWorkQueue(Timeline& timeline) : timeline_(timeline) {}
@@ -32,8 +32,8 @@ class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
   Timeline& timeline_;
   std::deque<std::unique_ptr<Block>> ready_;
   std::function<void()> afterWait_;
-  bool isParked_ = false;    // until what it waits for is over
-  bool takesTurns_ = false;  // known to the timeline as ready
+  bool isParked_ = false;    // waits for a dispatch group
+  bool takesTurns_ = false;  // is in the timeline's list of what is ready
 };
 
 }  // namespace veltrano::internal

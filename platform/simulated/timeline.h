@@ -11,15 +11,15 @@
 
 namespace veltrano::internal {
 
-/// Virtual time: entries that happen in the order of their times, each running to its end, with
-/// nothing but the entries moving the clock. At one time, steps come first in the order in which
-/// they were added, then everything else in the order in which it was scheduled. One thread.
+/// Virtual time. Runs entries one at a time, ordered by time, and moves the clock from one to the
+/// next. At equal times, steps run first, in the order of addition, then scheduled entries, in the
+/// order of scheduling. Single-threaded.
 class Timeline {
  public:
   using Action = std::function<void()>;
 
-  /// What may follow one step before the run counts as a runaway: entries at one instant, entries
-  /// in all (more of them the more time has passed), and turns at one instant.
+  /// A run is a runaway if more than this follows one step: entries at one instant, entries in
+  /// total (plus an allowance for each second since the step), turns at one instant.
   static constexpr int kEntriesPerInstant = 50'000;
   static constexpr int kEntriesPerStep = 200'000;
   static constexpr int kEntriesPerSecond = 1'000;
@@ -28,38 +28,39 @@ class Timeline {
   /// Time since the start.
   Duration now() const { return now_; }
 
-  /// Adds something done to the system from outside.
+  /// Adds an input from outside the system.
   void addStep(Duration time, Action action);
 
-  /// Schedules something that the system does by itself.
+  /// Schedules work of the system itself.
   void schedule(Duration delay, Action action);
 
-  /// Something that runs between the entries.
+  /// Work that runs between entries.
   class Turns {
    public:
-    /// Takes one turn. True when there is another to be taken.
+    /// Takes one turn. True if there is another.
     virtual bool takeOne() = 0;
 
    protected:
     ~Turns() = default;
   };
 
-  /// Takes all turns of `turns` before the next entry, after those of what was ready earlier. Not
-  /// for what is ready already.
+  /// Takes all turns of `turns` before the next entry. What became ready first goes first.
+  ///
+  /// Warning: `turns` must not be ready already.
   void makeReady(Turns& turns) { ready_.push_back(&turns); }
 
-  /// Calls `poll` before each entry once nothing is ready, again as long as it returns true.
+  /// When nothing is ready, calls `poll` until it returns false, then goes on to the next entry.
   void pollWith(std::function<bool()> poll) { poll_ = std::move(poll); }
 
-  /// Runs what is due up to and including `time`, and moves the clock there. False when the run was
+  /// Runs what is due until `time`, inclusive, and moves the clock there. False if the run was
   /// stopped, by `stop` or as a runaway.
   bool runUntil(Duration time);
 
-  /// Makes ready for another run after one that was stopped: drops the steps that are left, but
-  /// not what the system has scheduled. Returns the time since the start.
+  /// Prepares another run after a stopped one: drops the remaining steps, but keeps what the system
+  /// has scheduled. Returns the time since the start.
   Duration begin();
 
-  /// Ends the run once the entry that calls this has run to its end. Nothing happens afterwards.
+  /// Ends the run after the current entry or turn.
   void stop() { isStopped_ = true; }
 
   bool isRunaway() const { return isRunaway_; }
@@ -79,7 +80,7 @@ class Timeline {
   bool isOverBudget() const;
 
   Duration now_{0};
-  std::vector<Entry> entries_;  // a heap, with what is due first at the front
+  std::vector<Entry> entries_;  // a heap; the earliest is in front
   std::deque<Turns*> ready_;
   std::function<bool()> poll_ = [] { return false; };
   std::uint64_t added_ = 0;

@@ -10,7 +10,7 @@ namespace veltrano::internal {
 /// system's limit. False when no thread can be started.
 bool startBackgroundThread(std::string_view name, std::function<void()> body);
 
-/// Whether the calling thread is one of those.
+/// Whether `startBackgroundThread` started the calling thread.
 bool isBackgroundThread() noexcept;
 
 }  // namespace veltrano::internal

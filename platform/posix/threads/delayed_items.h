@@ -22,7 +22,7 @@ class DelayedItems {
   /// has doubled, so that cancelled items cannot pile up.
   [[nodiscard]] Items add(Clock::time_point due, std::shared_ptr<WorkItem> item);
 
-  /// Removes the first item if it is cancelled, so that nobody wakes up for it; else null.
+  /// Removes the first item if it is cancelled, which saves a wake-up. Null if it is not.
   [[nodiscard]] std::shared_ptr<WorkItem> takeCancelled();
 
   /// When the first item is due, cancelled or not.

@@ -86,7 +86,7 @@ class PosixTimers final : public Timers {
   std::shared_ptr<Timer> schedule(Duration delay, Duration tolerance,
                                   std::function<void()> action) override;
 
-  /// Timers that are scheduled from now on never fire.
+  /// Timers scheduled from now on never fire.
   void stop() { isStopped_ = true; }
 
  private:

@@ -88,7 +88,7 @@ void PosixWorkQueue::start() {
   });
 }
 
-// A thread that the host's code has ended, with pthread_exit, is replaced.
+// Replaces a thread that the host's code ended with pthread_exit.
 void PosixWorkQueue::endThread() {
   if (isForkedChild()) return;
   if (isStopped_) destroyPending();
@@ -98,7 +98,7 @@ void PosixWorkQueue::endThread() {
   hasEnded_.notify_all();
 }
 
-// For when no block runs any more. Each is destroyed after the lock has been released.
+// Called when no block runs any more. Destroys each one after releasing the lock.
 void PosixWorkQueue::destroyPending() {
   for (;;) {
     std::unique_ptr<Block> block;
@@ -110,13 +110,12 @@ void PosixWorkQueue::destroyPending() {
   }
 }
 
-// A block may have forked, and gone on in the child.
+// False once stopped, and in a child that a block forked.
 bool PosixWorkQueue::goesOn() const {
   return !isStopped_ && !isForkedChild();
 }
 
 void PosixWorkQueue::work() {
-  // Replaces a thread that the host's code ended with pthread_exit.
   struct End {
     ~End() { queue.endThread(); }
     PosixWorkQueue& queue;

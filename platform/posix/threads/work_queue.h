@@ -27,11 +27,11 @@ class PosixWorkQueue final : public WorkQueue {
   bool isNewest(const Block& block) const override { return submitted_.newest() == &block; }
   void wait(DispatchGroup& group, std::function<void()> then) override;
 
-  /// From now on no block and no item begins. What is pending or submitted later is destroyed
-  /// without having run, once the block in progress has returned. Then the thread ends.
+  /// Starts no more blocks and items. Once the current block has returned, destroys pending and
+  /// later ones without running them, and ends the thread.
   void stop();
 
-  /// Waits for that end, after `stop`; false when it has not come by `deadline`.
+  /// Waits for the thread to end, after `stop`. False if it still runs at `deadline`.
   bool waitForEnd(DelayedItems::Clock::time_point deadline);
 
  private:
