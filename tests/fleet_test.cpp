@@ -1,4 +1,4 @@
-// Many libraries in one process, and what the simulated collection host makes of them.
+// Many libraries in one process, against a simulated collection host.
 #include "tools/fleet/fleet.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Busy for so few: they reach the cap of events within the outage.
+// So busy that more than 200 events wait in the outage.
 Scenario smallFleet() {
   Scenario scenario;
   scenario.applications = 20;
@@ -31,7 +31,7 @@ Scenario smallFleet() {
   return scenario;
 }
 
-// All that a run says, by the file that says it.
+// Everything that a run writes, by file name.
 std::map<std::string, std::string> everythingOf(const Scenario& scenario) {
   const std::filesystem::path directory = testing::TempDir() + "fleet." + std::to_string(getpid());
   const Outcome outcome = run(scenario);
@@ -62,7 +62,7 @@ class FleetAndFailingHost : public testing::TestWithParam<const char*> {};
 TEST_P(FleetAndFailingHost, EveryEventIsAccountedFor) {
   Scenario scenario = smallFleet();
   scenario.host.outage = scenario.host.overload = parseFailure(GetParam());
-  scenario.host.capacity = 1;  // fewer than they send
+  scenario.host.capacity = 1;  // less than they need
   const Outcome outcome = run(scenario);
   EXPECT_TRUE(outcome.isBalanced);
   const Interval total = outcome.measurements.total();
@@ -70,7 +70,7 @@ TEST_P(FleetAndFailingHost, EveryEventIsAccountedFor) {
   EXPECT_EQ(end.recorded, end.waiting + end.inFlight + end.delivered + end.dropped());
   EXPECT_EQ(end.delivered, outcome.arrived);
   EXPECT_EQ(end.delivered, total.deliveredEvents);
-  // Calls made while an upload is under way are recorded later.
+  // Events tracked during an upload are recorded when it ends.
   EXPECT_LE(end.recorded, outcome.tracked + end.heartbeatsFailed);
   EXPECT_GT(end.recorded, outcome.tracked / 2);
   EXPECT_GT(end.delivered, 0U);
@@ -79,7 +79,7 @@ TEST_P(FleetAndFailingHost, EveryEventIsAccountedFor) {
   EXPECT_EQ(end.droppedByTrimming > 0, !isRefused);
 
   const auto accepted = total.requests[kTrack].accepted + total.requests[kHeartbeat].accepted;
-  EXPECT_GT(accepted, 54 * 60U);  // more would have come in the 90 minutes
+  EXPECT_GT(accepted, 54 * 60U);  // most of the capacity of the other 90 minutes
   EXPECT_LE(accepted, 91 * 60U);
   for (const Interval& interval : outcome.measurements.intervals()) {
     if (interval.start < 20min || interval.start >= 50min) continue;
@@ -104,7 +104,7 @@ TEST(Fleet, TheHostSlowsHeartbeatsDownAndHoldsBackRetries) {
   const double triedThreeTimes = heartbeats(25min, 40min);
   scenario.host.backOff = 60s;
   EXPECT_LT(heartbeats(5min, 20min), usual / 2);
-  scenario.host.backOffAbove = 1;  // which it never reaches
+  scenario.host.backOffAbove = 1;  // never reached
   EXPECT_EQ(heartbeats(5min, 20min), usual);
   scenario.host.retryAfter = 5min;  // longer than a request may take
   EXPECT_NEAR(heartbeats(25min, 40min), triedThreeTimes / 3, triedThreeTimes / 30);

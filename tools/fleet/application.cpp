@@ -19,9 +19,9 @@ using veltrano::internal::Timeline;
 namespace {
 
 constexpr double kSecondsPerDay = 86'400;
-// A midnight in UTC.
+// Midnight, UTC.
 constexpr Duration kFirstDay = std::chrono::seconds(1'700'006'400);
-// Applications that are in the foreground at the start have begun their flush cycles at all times.
+// Spreads the flush cycles of applications that are in the foreground at the start.
 constexpr double kFlushCycleSeconds = 20;
 
 }  // namespace
@@ -85,7 +85,7 @@ veltrano::Statistics Application::statistics() const {
   return process_ ? process_->library.accounting().statistics() : veltrano::Statistics();
 }
 
-// Events and the ends of sessions have no memory, so the next one is drawn anew each time.
+// Events are a Poisson process, which has no memory, so each step may draw the next event anew.
 void Application::scheduleNext() {
   const Duration now = timeline_->now();
   const Usage& usage = scenario_.usage;
@@ -136,7 +136,7 @@ void Application::track() {
   static constexpr std::string_view kNames[] = {"Screen Viewed", "Item Played", "Item Paused",
                                                 "Search Made"};
   ++tracked_;
-  // One after the other, since compilers evaluate arguments in different orders.
+  // Drawn one by one: compilers evaluate arguments in different orders.
   const std::string item = "item-" + std::to_string(random_.below(1'000'000));
   const double position = static_cast<double>(random_.below(3'600'000)) / 1000;
   const bool isOffline = random_.below(10) == 0;
@@ -150,7 +150,7 @@ void Application::track() {
                                     nullptr);
 }
 
-// Draws candidates as often as sessions ever begin, and takes the share that begin at that time.
+// Draws candidates at the busiest rate, and accepts the share that the time of the day allows.
 Duration Application::nextSession() {
   const Usage& usage = scenario_.usage;
   const double gapSeconds = kSecondsPerDay / usage.sessionsPerDay * (1 - usage.foregroundShare());

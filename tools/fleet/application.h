@@ -10,14 +10,14 @@
 
 namespace fleet {
 
-/// A source of random numbers that is small enough for every application to have one of its own,
-/// so that how it is used does not depend on what the others and the host do.
+/// A source of random numbers, small enough for each application to have its own. How an
+/// application is used therefore does not depend on the other applications or the host.
 class Random {
  public:
   explicit Random(std::uint64_t seed) : state_(seed) {}
 
   std::uint64_t next();
-  /// From 0 up to, but not including, 1.
+  /// At least 0, less than 1.
   double uniform() { return static_cast<double>(next() >> 11) * 0x1p-53; }
   std::uint64_t below(std::uint64_t limit) { return next() % limit; }
   Duration exponential(double meanSeconds);
@@ -26,8 +26,8 @@ class Random {
   std::uint64_t state_;
 };
 
-/// One simulated application with a library of its own, used as the scenario says. Its process
-/// begins with the first session and lasts for the whole run.
+/// One simulated application with its own library, used as the scenario says. Its process starts
+/// with the first session and lasts for the whole run.
 class Application {
  public:
   Application(int number, const Scenario& scenario,
@@ -36,7 +36,7 @@ class Application {
   Application(const Application&) = delete;
   Application& operator=(const Application&) = delete;
 
-  /// Ends its use, in the background. Once a few minutes have passed, nothing of it runs any more.
+  /// Puts it into the background for good. A few minutes later, nothing of it runs any more.
   void end();
 
   bool isInForeground() const { return isInForeground_; }
@@ -58,8 +58,8 @@ class Application {
   const std::shared_ptr<veltrano::internal::Timeline> timeline_;
   CollectionHost& host_;
   Random random_;
-  std::unique_ptr<Process> process_;  // none before the first session
-  Duration changesAt_{0};             // when it comes to the foreground or leaves it
+  std::unique_ptr<Process> process_;  // null before the first session
+  Duration changesAt_{0};             // when it next enters the foreground or the background
   std::uint64_t tracked_ = 0;
   bool isInForeground_ = false;
   bool hasEnded_ = false;

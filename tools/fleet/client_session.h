@@ -12,8 +12,8 @@
 
 namespace fleet {
 
-/// An application's way to the collection host: in virtual time, with the retries and the time
-/// limits of the POSIX platform. Each endpoint has one attempt under way at a time.
+/// Posts to the collection host in virtual time, with the retries and time limits of the POSIX
+/// platform. Each endpoint makes one attempt at a time.
 class ClientSession final : public veltrano::internal::ZKURLSessionManager {
  public:
   ClientSession(veltrano::internal::SimulatedClock& clock, veltrano::internal::Timeline& timeline,

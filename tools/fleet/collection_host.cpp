@@ -25,7 +25,7 @@ std::string decoded(std::string_view body) {
   return bytes;
 }
 
-// Reports the names and the times of a batch's events.
+// Reports the name and the time of each event in a batch.
 template <class OnName, class OnTime>
 class BatchHandler
     : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, BatchHandler<OnName, OnTime>> {

@@ -8,14 +8,14 @@
 
 namespace fleet {
 
-/// The collection host of all applications. It takes requests one after the other, at the rate of
-/// its capacity; those that would wait too long for their turn get the failure of an overloaded
-/// host. It keeps no state but this, and reads for itself what it accepts.
+/// The collection host of all applications. Serves requests one at a time, at the rate of its
+/// capacity. Requests that would wait too long fail as on an overloaded host. Decodes what it
+/// accepts, so its counts do not rely on the library's.
 class CollectionHost {
  public:
   struct Reply {
     std::optional<Failure> failure = {};  // none: status 200
-    Duration after{0};                    // `Duration::max()` when nothing ever comes
+    Duration after{0};                    // `Duration::max()`: no answer ever comes
     std::optional<Duration> retryAfter = {};
     std::string body = {};
   };
@@ -23,14 +23,14 @@ class CollectionHost {
   CollectionHost(const HostOptions& options, Measurements& measurements)
       : options_(options), measurements_(measurements) {}
 
-  /// Takes a request that arrives at `now`, and decides how it is answered.
+  /// Decides the answer to a request that arrives at `now`.
   Reply receive(Endpoint endpoint, const std::string& body, Duration now);
 
-  /// The answer to a request that is accepted leaves. `wallTime` is the time since 1970.
+  /// Counts an accepted request when its answer leaves. `wallTime` is the time since 1970.
   void accept(Endpoint endpoint, const std::string& body, Duration wallTime);
 
   std::uint64_t events() const { return events_; }
-  /// Of these, those by which the library reports a heartbeat that failed.
+  /// How many of them report a failed heartbeat.
   std::uint64_t heartbeatFailures() const { return heartbeatFailures_; }
 
  private:
@@ -41,9 +41,9 @@ class CollectionHost {
   const HostOptions& options_;
   Measurements& measurements_;
   Duration busyUntil_{0};
-  Duration loadSince_{0};        // begin of the span in which the load is counted
+  Duration loadSince_{0};        // start of the span in which requests are counted
   std::uint64_t loadCount_ = 0;  // requests in it
-  double load_ = 0;              // requests a second in the span before
+  double load_ = 0;              // requests per second in the span before
   std::uint64_t events_ = 0;
   std::uint64_t heartbeatFailures_ = 0;
 };

@@ -13,7 +13,7 @@ using veltrano::Statistics;
 
 namespace {
 
-// Longer than requests, the flush on the way to the background and one before it take together.
+// Longer than the final flush and the upload before it can take together.
 constexpr Duration kLongestEnd = std::chrono::minutes(5);
 
 void add(Statistics& sum, const Statistics& one) {
@@ -62,7 +62,7 @@ Outcome run(const Scenario& scenario) {
   outcome.arrived = host.events();
   outcome.heartbeatFailures = host.heartbeatFailures();
 
-  // The libraries may go once nothing refers to them any more.
+  // Ends all use first: a library may only be destroyed once nothing of it runs.
   for (const auto& application : applications) application->end();
   runUntil(scenario.length + kLongestEnd);
   return outcome;

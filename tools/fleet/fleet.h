@@ -11,13 +11,15 @@ namespace fleet {
 struct Outcome {
   Measurements measurements;
   std::uint64_t tracked = 0;            // by the applications themselves
-  std::uint64_t arrived = 0;            // events that the host has read
-  std::uint64_t heartbeatFailures = 0;  // of these, those by which the library reports one
-  bool isBalanced = true;               // whether the statistics of each application add up, and
-                           // all that was delivered arrived, at the end of each interval
+  std::uint64_t arrived = 0;            // events that the host read
+  std::uint64_t heartbeatFailures = 0;  // how many of these report a failed heartbeat
+
+  /// At the end of each interval, the statistics of each application added up, and the host had
+  /// read as many events as the libraries had delivered.
+  bool isBalanced = true;
 };
 
-/// Runs the scenario, the same way each time.
+/// Runs the scenario. Deterministic.
 Outcome run(const Scenario& scenario);
 
 }  // namespace fleet

@@ -13,7 +13,7 @@ namespace {
 
 constexpr double kWidth = 860, kHeight = 380;
 constexpr double kLeft = 76, kRight = 840, kTop = 66, kBottom = 334;
-constexpr double kLetter = 7;  // the width of one in the legend, on average
+constexpr double kLetter = 7;  // average width of a letter in the legend
 
 std::string fixed(double value, int digits) {
   std::array<char, 48> buffer{};
@@ -31,7 +31,7 @@ struct Scale {
   const char* name;
 };
 
-// With the largest of the scales, the last ones, that leaves 1 or more.
+// Uses the largest scale that leaves at least 1. Scales are in ascending order.
 std::string scaled(double value, std::span<const Scale> scales) {
   if (value == 0) return "0";
   Scale best = scales.front();
@@ -66,7 +66,7 @@ std::string timeLabel(double seconds) {
   return text.data();
 }
 
-// The ends of the axis and the values that get a tick.
+// The range of an axis and its ticks.
 struct Axis {
   double low = 0, high = 1;
   std::vector<double> ticks;
@@ -192,7 +192,7 @@ class Writer {
     text(kRight, kBottom + 38, "end", "time since the start, hours:minutes");
   }
 
-  // A line with gaps is one path of several pieces.
+  // A line with gaps is one path with several segments.
   void draw(const LineChart::Line& line) {
     std::string points;
     bool isDown = false;

@@ -1,4 +1,4 @@
-// veltrano-fleet: how many applications at once load a collection host, in virtual time.
+// veltrano-fleet: simulates the load of many applications on a collection host, in virtual time.
 #include <sys/resource.h>
 
 #include <CLI/CLI.hpp>
@@ -16,14 +16,14 @@ namespace {
 
 using fleet::Duration;
 
-// The smallest of these that shows a run in at most 480 intervals.
+// The finest resolution that divides a run into at most 480 intervals.
 Duration resolutionFor(Duration length) {
   for (const int seconds : {1, 2, 5, 10, 15, 30, 60, 120, 180, 300, 600})
     if (length <= 480 * std::chrono::seconds(seconds)) return std::chrono::seconds(seconds);
   return std::chrono::hours(1);
 }
 
-// What the run took; not for the table, which is the same for every run.
+// Printed apart from the table, which is the same for every run.
 void reportCost(const fleet::Scenario& scenario, double wallSeconds) {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
@@ -68,55 +68,56 @@ int main(int argc, char** argv) {
     return parsed(name, value, fleet::parseDuration, "DURATION", help);
   };
   app.option_defaults()->always_capture_default();
-  app.add_option("--applications", scenario.applications, "How many there are")
+  app.add_option("--applications", scenario.applications, "Number of applications")
       ->check(CLI::Range(1, 1'000'000));
-  duration("--length", scenario.length, "How much time is simulated, rounded up to the resolution")
+  duration("--length", scenario.length, "Simulated time; rounded up to the resolution")
       ->default_str("24h");
-  duration("--starts-at", scenario.startsAt, "The time of the day at the start")->default_str("0h");
-  app.add_option("--seed", scenario.seed, "Makes another run of the same kind");
-  duration("--resolution", scenario.resolution, "Of CSV and plots; by the length unless given");
-  app.add_option("--output", output, "A directory for CSV and plots; none without it")->take_last();
+  duration("--starts-at", scenario.startsAt, "Time of day at the start")->default_str("0h");
+  app.add_option("--seed", scenario.seed, "Seed of the random numbers");
+  duration("--resolution", scenario.resolution,
+           "Resolution of CSV and plots; depends on the length by default");
+  app.add_option("--output", output, "Directory for CSV and plots; by default, none are written")
+      ->take_last();
 
-  app.add_option("--sessions", usage.sessionsPerDay, "Sessions of an application a day")
+  app.add_option("--sessions", usage.sessionsPerDay, "Sessions per application and day")
       ->check(CLI::PositiveNumber);
-  duration("--session-length", usage.sessionLength, "What a session lasts on average")
+  duration("--session-length", usage.sessionLength, "Average length of a session")
       ->default_str("6m");
-  app.add_option("--events", usage.eventsPerMinute, "Events a minute in the foreground")
+  app.add_option("--events", usage.eventsPerMinute, "Events per minute in the foreground")
       ->check(CLI::NonNegativeNumber);
   app.add_option("--background", usage.backgroundShare,
-                 "The share of the events that is recorded in the background")
+                 "Share of events recorded in the background")
       ->check(CLI::Range(0.0, 0.99));
   duration("--stored-interval", usage.storedInterval,
-           "The heartbeats' interval that the applications have stored when they begin");
+           "Heartbeat interval that the applications have stored at the start");
   app.add_option("--swing", usage.dailySwing,
-                 "How much more often sessions begin at the busiest time than on average, as a "
-                 "share of that")
+                 "How much more often sessions start at the busiest time than on average: 0.6 "
+                 "means 1.6 times as often")
       ->check(CLI::Range(0.0, 1.0));
-  duration("--busiest-time", usage.busiestTime, "The time of the day when most sessions begin")
+  duration("--busiest-time", usage.busiestTime, "Time of day when most sessions start")
       ->default_str("20h");
 
-  app.add_option("--capacity", host.capacity, "Requests a second that the host accepts")
+  app.add_option("--capacity", host.capacity, "Requests per second that the host can serve")
       ->check(CLI::PositiveNumber);
-  duration("--latency", host.latency, "What an answer takes")->default_str("80ms");
-  duration("--longest-wait", host.longestWait,
-           "How long a request may wait for its turn before the host is overloaded")
+  duration("--latency", host.latency, "Latency of answers")->default_str("80ms");
+  duration("--longest-wait", host.longestWait, "Requests that would wait longer than this fail")
       ->default_str("1s");
   parsed("--overload", host.overload, fleet::parseFailure, "FAILURE",
-         "What requests get that are too many")
+         "How requests fail that would wait too long")
       ->default_str("503");
   std::vector<std::string> outages;
   app.add_option("--outage", outages,
-                 "When every request fails, since the start; may be given several times")
+                 "Time since the start when every request fails; may be repeated")
       ->type_name("FROM..TO");
   parsed("--outage-answer", host.outage, fleet::parseFailure, "FAILURE",
-         "What requests get in an outage")
+         "How requests fail in an outage")
       ->default_str("503");
-  duration("--retry-after", host.retryAfter, "Sent as Retry-After with statuses of failures");
+  duration("--retry-after", host.retryAfter, "Retry-After header to send with failure statuses");
   duration("--back-off", host.backOff,
-           "The heartbeats' interval that the host asks for; else it leaves it alone");
+           "Heartbeat interval that the host asks for; by default, it does not");
   app.add_option("--back-off-above", host.backOffAbove,
-                 "The load, as a share of the capacity, above which it does; below, it asks for "
-                 "20 s")
+                 "Load, as a share of the capacity, from which the host asks for --back-off; "
+                 "below that it asks for 20 s")
       ->check(CLI::NonNegativeNumber);
   CLI11_PARSE(app, argc, argv);
 

@@ -1,4 +1,4 @@
-// What is counted while the fleet runs.
+// What is measured while the fleet runs.
 #pragma once
 
 #include <array>
@@ -12,27 +12,27 @@ namespace fleet {
 
 enum Endpoint { kTrack, kHeartbeat, kEndpoints };
 
-/// Requests on their way to the collection host: each attempt is one, also one that gets no
-/// connection and sends nothing.
+/// Requests to the collection host. Each attempt counts, even one that gets no connection and sends
+/// nothing.
 struct Requests {
   std::uint64_t received = 0;
   std::uint64_t accepted = 0;
   std::uint64_t bodyBytes = 0;
 };
 
-/// The shares of all events that are delivered within...
+/// How long events take from recording to delivery.
 struct Delays {
   double median = 0, percentile90 = 0, percentile99 = 0, longest = 0;  // seconds
 };
 
-/// What happened from one moment to the next, and how things stood at its end.
+/// What happened during an interval, and the state at its end.
 struct Interval {
   Duration start{0};
   std::array<Requests, kEndpoints> requests;
-  std::uint64_t mostInASecond = 0;  // requests of both kinds, received
+  std::uint64_t mostInASecond = 0;  // requests to both endpoints
   std::uint64_t deliveredEvents = 0;
-  Delays delays;               // of these
-  veltrano::Statistics atEnd;  // of all applications
+  Delays delays;               // of these events
+  veltrano::Statistics atEnd;  // sums over all applications
   std::uint64_t inForegroundAtEnd = 0;
 };
 
@@ -49,7 +49,7 @@ class Measurements {
   const std::vector<Interval>& intervals() const { return intervals_; }
   Duration resolution() const { return resolution_; }
 
-  /// Of the whole run, in the intervals that have ended.
+  /// All intervals that have ended, as one.
   Interval total() const;
 
  private:
@@ -60,8 +60,8 @@ class Measurements {
   Interval current_;
   Duration second_{0};
   std::uint64_t inSecond_ = 0;
-  std::vector<float> delays_;     // seconds; of the current interval
-  std::vector<float> allDelays_;  // of those before
+  std::vector<float> delays_;     // seconds; in the current interval
+  std::vector<float> allDelays_;  // in earlier intervals
 };
 
 }  // namespace fleet

@@ -89,7 +89,7 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
     output << format("back-off  heartbeats every %s while the load is above %g %%\n",
                      text(*host.backOff).c_str(), 100 * host.backOffAbove);
 
-  // The busiest interval of a kind.
+  // The rate in the busiest interval.
   const auto busiest = [&](const std::function<double(const Interval&)>& of) {
     double most = 0;
     for (const Interval& interval : outcome.measurements.intervals())
@@ -180,7 +180,7 @@ void writeFiles(const std::filesystem::path& directory, const Scenario& scenario
   const auto& intervals = outcome.measurements.intervals();
   const double resolution = seconds(outcome.measurements.resolution());
   using Unit = LineChart::Unit;
-  // What an interval holds stands at its middle.
+  // An interval's value is plotted at its middle.
   const auto plot = [&](const char* name, LineChart chart,
                         const std::vector<std::function<double(const Interval&)>>& values) {
     chart.end = seconds(scenario.length);

@@ -1,4 +1,4 @@
-// What a run says to people and to scripts.
+// The results of a run, for people and for scripts.
 #pragma once
 
 #include <filesystem>
@@ -11,11 +11,11 @@ namespace fleet {
 /// A table of the whole run.
 void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& outcome);
 
-/// Everything over time, a line for each interval.
+/// All measurements over time, one line per interval.
 void writeCSV(std::ostream& output, const Outcome& outcome);
 
-/// Writes `intervals.csv` and the plots into `directory`, which it makes if need be. Throws
-/// std::runtime_error when it cannot.
+/// Writes `intervals.csv` and the plots into `directory`, which it creates if needed. Throws
+/// std::runtime_error on failure.
 void writeFiles(const std::filesystem::path& directory, const Scenario& scenario,
                 const Outcome& outcome);
 

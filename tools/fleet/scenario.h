@@ -13,18 +13,18 @@ namespace fleet {
 
 using veltrano::internal::Duration;
 
-/// How one application is used. Everything is random about these averages: sessions and gaps have
-/// exponential lengths, events are a Poisson process.
+/// How one application is used. These are averages: the lengths of sessions and gaps are
+/// exponentially distributed, and events are a Poisson process.
 struct Usage {
   double sessionsPerDay = 8;
   Duration sessionLength = std::chrono::minutes(6);
   double eventsPerMinute = 4;              // in the foreground
   double backgroundShare = 0.05;           // of all events, recorded in the background
-  std::optional<Duration> storedInterval;  // of heartbeats, from earlier answers
+  std::optional<Duration> storedInterval;  // of heartbeats, stored before the run
   double dailySwing = 0.6;  // sessions begin up to this much more or less often than on average
   Duration busiestTime = std::chrono::hours(20);  // of the day
 
-  /// The share of the day that an application is in the foreground. Less than 1.
+  /// The share of the day that an application spends in the foreground. Less than 1.
   double foregroundShare() const;
   /// How often sessions begin at this time of the day, as a multiple of the average.
   double swingAt(Duration timeOfDay) const;
@@ -35,9 +35,9 @@ struct Usage {
 struct Failure {
   enum class Kind {
     status,
-    silence,     // the connection stands, nothing comes
-    refused,     // no connection, at once
-    unreachable  // no connection, after the time that a connection may take
+    silence,     // connects, but never answers
+    refused,     // refuses the connection at once
+    unreachable  // the attempt to connect times out
   };
 
   bool connects() const { return kind == Kind::status || kind == Kind::silence; }
@@ -51,28 +51,28 @@ struct Outage {
 };
 
 struct HostOptions {
-  double capacity = 1000;  // requests a second that it accepts
+  double capacity = 1000;  // requests per second
   Duration latency = std::chrono::milliseconds(80);
-  Duration longestWait = std::chrono::seconds(1);  // for its turn; what would wait longer overloads
+  Duration longestWait = std::chrono::seconds(1);  // of a request; it fails if it would be longer
   Failure overload;
   std::vector<Outage> outages;
   Failure outage;
-  std::optional<Duration> retryAfter;  // sent with statuses that report a failure
-  std::optional<Duration> backOff;     // the interval that answers to heartbeats ask for
-  double backOffAbove = 0;             // only while the load exceeds this share of the capacity
+  std::optional<Duration> retryAfter;  // sent with failure statuses
+  std::optional<Duration> backOff;     // the heartbeat interval that answers ask for
+  double backOffAbove = 0;             // asked for only from this share of the capacity on
 };
 
 struct Scenario {
   int applications = 1000;
   Duration length = std::chrono::hours(24);  // a multiple of the resolution
-  Duration startsAt{0};                      // the time of the day
-  Duration resolution{0};                    // of what is measured over time
+  Duration startsAt{0};                      // time of day
+  Duration resolution{0};                    // of measurements over time
   std::uint64_t seed = 1;
   Usage usage;
   HostOptions host;
 };
 
-/// A duration such as "90s", "1h30m" or "250ms". A number alone counts seconds. Throws
+/// A duration such as "90s", "1h30m" or "250ms". A plain number means seconds. Throws
 /// std::invalid_argument.
 Duration parseDuration(std::string_view text);
 
@@ -82,7 +82,7 @@ Outage parseOutage(std::string_view text);
 /// A status from 100 to 599, "silence", "refused" or "unreachable". Throws std::invalid_argument.
 Failure parseFailure(std::string_view text);
 
-/// As `parseDuration` takes it.
+/// The text that `parseDuration` accepts.
 std::string text(Duration duration);
 
 }  // namespace fleet
