@@ -1,4 +1,4 @@
-// What the library says became of events, beside what the network saw.
+// Compares the library's statistics with what the network saw.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -76,7 +76,7 @@ class AccountingTest : public testing::TestWithParam<unsigned> {
     }
   }
 
-  // What the network saw until now.
+  // Compares with everything that the network has seen so far.
   void expectWhatWasSeen(const Statistics& s) {
     Statistics seen;
     for (std::size_t i = 0; i < answers.size(); ++i) {
@@ -115,7 +115,7 @@ class AccountingTest : public testing::TestWithParam<unsigned> {
     EXPECT_EQ(s.heartbeatsSent, seen.heartbeatsSent);
     EXPECT_EQ(s.heartbeatsFailed, seen.heartbeatsFailed);
     EXPECT_LE(s.waiting, 200U);
-    // Calls wait to be recorded while an upload is under way.
+    // Events tracked during an upload are recorded when it ends.
     const std::uint64_t calls = tracked + s.heartbeatsFailed;
     if (s.inFlight == 0)
       EXPECT_EQ(s.recorded, calls);
@@ -126,7 +126,7 @@ class AccountingTest : public testing::TestWithParam<unsigned> {
   const Dictionary keyedByInt{std::vector<DictionaryEntry>{{1, 2}}};
   std::mt19937 random{GetParam()};
   Simulation simulation;
-  std::vector<SimulatedAnswer> answers;  // to the posts
+  std::vector<SimulatedAnswer> answers;  // one per post
   std::uint64_t tracked = 0;
 };
 
@@ -139,7 +139,7 @@ TEST_P(AccountingTest, AddsUpAfterEveryStep) {
     expectBalance(now);
     expectWhatWasSeen(now);
   }
-  // Once the host is well again, nothing stays.
+  // Once the collection host works again, nothing keeps waiting.
   simulation.answer("/track", {});
   simulation.answer("/heartbeat", {});
   simulation.platform.notificationCenter.post(std::string(kApplicationWillEnterForeground));

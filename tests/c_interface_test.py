@@ -1,5 +1,5 @@
 """Loads the shared library as a host in another language does, uses all of it, and shuts it down.
-Further hosts then exit without that, while a callback runs.
+Then runs hosts that exit without a shutdown while a callback runs.
 
     c_interface_test.py LIBRARY COLLECTOR
     c_interface_test.py LIBRARY --exit-in CALLBACK
@@ -137,7 +137,7 @@ def send(selector, *values):
     return outcome
 
 
-# Callbacks have to live as long as the library.
+# Callbacks must live as long as the library.
 lines, outcomes, refreshes, reports, kept = [], [], [], [], []
 
 
@@ -266,7 +266,7 @@ def live_and_leave():
     declare("application_did_enter_background", None)()
     check(next_of(reports)["body"][0]["event"], "Last")
     assert any(line.endswith("App entered background!") for line in lines), lines
-    # Afterwards the interpreter can end as any other does.
+    # After a shutdown, the interpreter can exit normally.
     call("track", b"Very last", None, None, None)
     check(shut_down(30), True)
     check(next_of(reports)["body"][0]["event"], "Very last")
@@ -276,7 +276,7 @@ def live_and_leave():
 
 
 def exit_in(callback):
-    """Returns, so that the interpreter ends, while the library runs the callback."""
+    """Returns while the library runs the callback, so that the interpreter exits meanwhile."""
     is_running = threading.Event()
 
     def stay():

@@ -1,4 +1,4 @@
-// How a host ends, whatever the library is doing: at once, with its own status and without a word.
+// A host ends at once, with its own status and without output, whatever the library is doing.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ namespace {
 
 using Reply = TLSServer::Reply;
 
-// Longer is a hang. A quiet machine takes 50 ms; how long each state took is recorded.
+// Anything longer is a hang. An idle machine takes 50 ms; the result records each state's time.
 constexpr double kLongestMilliseconds = 3000;
 
 struct Pipe {
@@ -32,7 +32,7 @@ struct Pipe {
   int ends[2];
 };
 
-// A port that lets nobody in and turns nobody away: its queue of connections is full.
+// A port that neither accepts nor refuses connections, because its backlog is full.
 class BlackHole {
  public:
   BlackHole() {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# exports_only.sh LIBRARY: fails unless the library exports exactly its C++ and C interfaces and what
-# the test kit needs, and stays loaded after dlclose.
+# exports_only.sh LIBRARY: fails unless the library exports exactly its C++ and C interfaces and the
+# symbols of the test kit, and stays loaded after dlclose.
 set -euo pipefail
 readelf --dynamic "$1" | grep -q 'FLAGS.*NODELETE'
 names=$(nm --dynamic --defined-only --format=posix --demangle "$1" | sed '/ A /d; s/ [A-Z] .*//')

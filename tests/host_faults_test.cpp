@@ -95,8 +95,8 @@ TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
   EXPECT_EQ(last.droppedByTrimming, last.recorded - 200);
 }
 
-// Forks while other threads take the library's locks, for the first use and for the first
-// heartbeat.
+// Forks while another thread takes the library's locks, for the first use and the first heartbeat
+// among others.
 TEST_F(HostFaults, AForkedChildDoesNothingAndDoesNotHang) {
   std::atomic<bool> isOver{false};
   std::jthread user([&] {
@@ -178,29 +178,29 @@ TEST_F(HostFaults, ACallbackMayEndItsThread) {
   ASSERT_EQ(pthread_create(&thread, nullptr, track, nullptr), 0);
   EXPECT_EQ(pthread_join(thread, nullptr), 0);
   EXPECT_FALSE(hasReturned);
-  // Ends the work queue's thread, which is replaced.
+  // The library replaces its work queue's thread.
   Veltrano::shared().track("E", {}, [](bool) { pthread_exit(nullptr); });
   std::promise<bool> outcome;
   Veltrano::shared().track("last", {}, [&](bool result) { outcome.set_value(result); });
   EXPECT_FALSE(outcome.get_future().get());
 }
 
-// Accepts every post, on a thread that is started for it.
+// Accepts every post, on a new thread.
 struct AcceptingNetwork final : ZKURLSessionManager {
   void postData(PostRequest, URLSessionCallback callback) override {
     startBackgroundThread("network", [callback = std::move(callback)] {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the queue has to wait
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));  // makes the queue wait
       callback("", URLResponse{200}, std::nullopt);
     });
   }
 };
 
-// Each of the lines that an upload writes on the library's threads is in turn the last of its
-// thread. What has begun is finished, and counted, all the same.
+// For each line that the library's threads log during an upload, ends the thread at that line. The
+// upload must still finish and be counted.
 TEST_F(HostFaults, ALogSinkMayEndItsThreadAtAnyLine) {
   static AcceptingNetwork network;
   struct Sink {
-    int linesLeft = -1;              // guarded by mutex; below 0, all threads go on
+    int linesLeft = -1;              // guarded by mutex; negative: ends no thread
     std::promise<bool> hasEndedOne;  // false: the completion came first
     std::mutex mutex;
 
@@ -217,7 +217,7 @@ TEST_F(HostFaults, ALogSinkMayEndItsThreadAtAnyLine) {
   };
   bool hasEndedOne = true;
   for (int line = 0; hasEndedOne; ++line) {
-    auto& sink = *new Sink;  // as the threads go on
+    auto& sink = *new Sink;  // leaked, because the threads keep running
     PosixOptions options;
     options.logSink = [&sink](std::string_view) {
       if (sink.endsThread()) pthread_exit(nullptr);

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# host_tests_installed.sh BUILD CC CXX: installs what has been built in BUILD into an empty prefix, and
-# has the two compilers build and run examples/host_tests there.
+# host_tests_installed.sh BUILD CC CXX: installs BUILD into an empty prefix, then builds
+# examples/host_tests against it with these compilers and runs it.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 place=$(mktemp -d)
@@ -12,7 +12,7 @@ cmake -S "$root/examples/host_tests" -B "$place/build" -G Ninja -DCMAKE_PREFIX_P
 cmake --build "$place/build"
 ctest --test-dir "$place/build" --output-on-failure --no-tests=error
 
-# As a project that knows pkg-config alone.
+# The C tests once more, with pkg-config instead of CMake.
 pkgconfig=$(dirname "$(find "$place/prefix" -name veltrano_testing.pc)")
 read -ra flags < <(PKG_CONFIG_PATH=$pkgconfig pkg-config --cflags --libs veltrano_testing)
 "$2" -std=c99 -o "$place/c_checkout" "$root/examples/host_tests/checkout_test.c" "${flags[@]}" \

@@ -1,5 +1,4 @@
-// The end of the library's work when its host wants one. Each case is a process of its own, as a
-// library that has been shut down stays so.
+// Shutting the library down. Each case runs in its own process, because a shutdown is permanent.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -23,7 +22,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::seconds;
 
-// A host, for as long as the process lives, and what it posts to.
+// A host and its collection host. Live as long as the process.
 struct Host {
   explicit Host(bool isAnswered)
       : server(new TLSServer(
@@ -64,7 +63,7 @@ class ShutDown : public testing::Test {
  protected:
   ShutDown() { testing::GTEST_FLAG(death_test_style) = "threadsafe"; }
 
-  // The case has to end by itself, before any request times out, and with `status`.
+  // The case must exit by itself with `status`, before any request times out.
   static void expectExit(void (*work)(), int status = 0) {
     const auto limited = [&] {
       alarm(25);
@@ -81,7 +80,7 @@ TEST_F(ShutDown, DeliversWhatWaitsAndLeavesAnInertLibrary) {
     Host& it = host();
     auto& tracker = Veltrano::shared();
     const auto held = std::make_shared<int>();
-    tracker.setUserId("user");  // with a heartbeat to come
+    tracker.setUserId("user");  // schedules a heartbeat
     tracker.setRefreshTriggersWithHandler({{"trigger"}}, [held] { ++host().callbacks; });
     for (int i = 0; i < 3; ++i) tracker.track("E", {{"number", i}});
     expect(it.shutDown(), "it was complete");
@@ -112,7 +111,7 @@ TEST_F(ShutDown, DeliversWhatWaitsAndLeavesAnInertLibrary) {
 }
 
 TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
-  expectExit([] {  // the collection host
+  expectExit([] {  // the collection host hangs
     Host& it = host(false);
     auto& tracker = Veltrano::shared();
     const auto held = std::make_shared<int>();
@@ -126,7 +125,7 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
     const Statistics last = tracker.statistics();
     expect(last.waiting == 1 && last.inFlight == 0, "the upload was given up");
   });
-  expectExit([] {  // a completion
+  expectExit([] {  // a completion hangs
     Host& it = host();
     std::latch isRunning(1);
     Veltrano::shared().track("E", {}, [&](bool) {
@@ -147,7 +146,7 @@ TEST_F(ShutDown, IsForAnyThreadButNoCallback) {
     const auto refuse = [&] { refusals += it.shutDown() ? 100'000 : 1; };
     tracker.setRefreshTriggersWithHandler({{"E"}}, refuse);
     std::latch isOver(1);
-    // The destructor of what a completion holds runs on a thread of the library's, too.
+    // A completion is destroyed on a thread of the library, too.
     auto witness = std::shared_ptr<void>(nullptr, [&](void*) {
       refuse();
       isOver.count_down();
@@ -180,7 +179,7 @@ TEST_F(ShutDown, AStaticDestructorMayCallIt) {
       3);
   expectExit(
       [] {
-        static const AtExit older;  // when nothing can be sent any more
+        static const AtExit older;  // destroyed when nothing can be sent any more
         host();
         std::exit(0);
       },

@@ -1,4 +1,4 @@
-// The test kit, used as hosts use it, where the example in examples/host_tests does not.
+// What examples/host_tests does not cover of the test kit.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -193,7 +193,7 @@ TEST(Complaints, NameWhatNobodyNotices) {
     std::thread([] { Veltrano::shared().setUserId("user"); }).join();
     EXPECT_TRUE(hasOne(world.complaints(), "heartbeat")) << world.complaints();
     EXPECT_FALSE(PosixPlatform::install(options()));
-    EXPECT_FALSE(PosixPlatform::install({}));  // refused without the world
+    EXPECT_FALSE(PosixPlatform::install({}));  // invalid options; not a complaint
     EXPECT_EQ(world.complaints().size(), 2u) << world.complaints();
   }
 }
@@ -259,7 +259,7 @@ TEST(MainRunLoop, RunsInVirtualTime) {
     loop.runDue();
     EXPECT_EQ(order, "abc");
 
-    // As a program runs that ends when its last event has arrived.
+    // Like a program that exits when its last event has arrived.
     Veltrano::shared().setUserId("user");
     world.network("/track").answer(200).after(7s);
     Veltrano::shared().track("Last", {}, [&](bool) { loop.stop(); });
@@ -270,7 +270,7 @@ TEST(MainRunLoop, RunsInVirtualTime) {
     EXPECT_GT(world.now(), 100s);
     EXPECT_EQ(world.heartbeats().size(), 6u);
 
-    // Reports of other threads are made by the loop.
+    // Reports from other threads take effect when the loop runs.
     std::thread([&] { kept->applicationDidEnterBackground(); }).join();
     world.advance(1h);
     EXPECT_EQ(world.heartbeats().size(), 6u);
@@ -281,7 +281,7 @@ TEST(MainRunLoop, RunsInVirtualTime) {
     EXPECT_EQ(world.complaints().size(), 2u) << world.complaints();
     EXPECT_NE(world.complaints().back().find("after a day"), std::string::npos);
   }
-  // A platform that outlives its world does nothing until it is installed in another.
+  // A platform that outlives its world is a no-op while there is no world.
   kept->applicationDidEnterBackground();
   kit::World world;
   EXPECT_EQ(PosixPlatform::install(options()).platform, kept);
@@ -322,7 +322,7 @@ std::string replay(const std::string& scenario) {
   return trace;
 }
 
-// The messages that the trace says were logged, in order.
+// The log messages in a trace, in order.
 std::vector<std::string> logged(const std::string& trace) {
   std::vector<std::string> lines;
   std::istringstream in(trace);
@@ -399,8 +399,6 @@ TEST(Trace, ReplaysToTheSameLog) {
   EXPECT_GT(own.size(), 150u);
 }
 
-// ---- Many worlds ----
-
 std::size_t descriptors() {
   return static_cast<std::size_t>(std::distance(
       std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator()));
@@ -428,7 +426,7 @@ void liveOnce() {
 TEST(Worlds, LeaveNothingBehind) {
   for (int i = 0; i < 100; ++i) liveOnce();
   const auto filesBefore = descriptors();
-#ifdef VELTRANO_SANITIZED  // finds leaks itself, and keeps freed memory for a while
+#ifdef VELTRANO_SANITIZED  // detects leaks itself, and releases memory late
   liveOnce();
 #else
   const auto memoryBefore = residentPages();

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# traces_replay.sh REPLAY PROGRAM: fails unless each world of the test program posted what its trace
-# posts when REPLAY plays it. Leaves out the test with threads, whose trace has their calls in one
-# possible order.
+# traces_replay.sh REPLAY PROGRAM: runs the test PROGRAM and replays the trace of each of its
+# worlds. Fails unless each replay posts what the world did. Skips the test with several threads,
+# whose trace has just one of the possible orders.
 set -euo pipefail
 traces=$(mktemp -d)
 trap 'rm -rf "$traces"' EXIT

@@ -51,7 +51,7 @@ void noteTheEnd() {
   if (write(STDOUT_FILENO, &now, sizeof now) != sizeof now) abort();
 }
 
-// The state was reached in the host's code, on this thread.
+// Called by the host's code when the state is reached.
 [[noreturn]] void stay() {
   if (ending == "thread") {
     noteTheEnd();
@@ -119,7 +119,7 @@ void reach() {
         for (;; ++calls) {
           tracker.track("E", {{"a", 1}, {"b", "text"}});
           std::this_thread::sleep_for(
-              std::chrono::microseconds(100));  // leaves a processor for the end
+              std::chrono::microseconds(100));  // leaves a processor to the exit
         }
       }).detach();
     while (calls < 1000) std::this_thread::yield();
@@ -143,9 +143,9 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* ho
   return original(host, port, hints, found);
 }
 
-// Asked by the search for leaks before it begins. In a child, nobody holds what the parent's
-// threads do on their stacks; and the C library forgets the thread-local objects of a main thread
-// that ends alone.
+// LeakSanitizer's question whether to skip its search. In a child, the stacks of the parent's
+// threads are gone, so whatever only they refer to looks leaked. The same holds for the
+// thread-local objects of a main thread that ends alone.
 extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off() {
   return isChild || ending == "main thread" ? 1 : 0;
 }

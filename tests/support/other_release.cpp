@@ -1,5 +1,5 @@
-// A host whose test kit is of another release than its library: VELTRANO_RELEASE of this program's
-// version check is not the library's. Ends with 0 when that is refused.
+// A host whose test kit and library are of different releases: this program compiles the version
+// check with another VELTRANO_RELEASE. Exits with 0 if the kit refuses the library.
 #include <cstdio>
 #include <cstring>
 
