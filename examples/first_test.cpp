@@ -5,10 +5,10 @@
 
 int main() {
   using namespace std::chrono_literals;
-  veltrano::testing::World world;  // virtual time and a new library, many in a process
+  veltrano::testing::World world;  // virtual time and a new library
   world.network("/track").answer(503).once();
 
-  Veltrano::shared().track("Bought", {{"items", 3}});  // your application's code, as it is
+  Veltrano::shared().track("Bought", {{"items", 3}});  // your application's code, unchanged
 
   world.advance(40s);  // takes no time
   const auto bought = world.delivered().only("Bought");

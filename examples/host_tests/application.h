@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-/// Installs the library's platform. False when that is refused.
+/// Installs the library's platform. False if it is refused.
 bool startApplication();
 
 void signIn(const std::string& user);
@@ -12,8 +12,8 @@ void signIn(const std::string& user);
 /// Reports what was bought.
 void buy(const std::vector<std::string>& items);
 
-/// Reports what was paid, at once, and tells the user when that has arrived.
+/// Reports a payment at once, and tells the user whether the report has arrived.
 void pay(double amount);
 
-/// What the user reads, or nothing.
+/// The message to the user; may be empty.
 std::string notice();

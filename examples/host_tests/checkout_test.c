@@ -1,4 +1,4 @@
-/* The same for an application in C: without a test framework. */
+/* Tests of an application in C, without a test framework. */
 #undef NDEBUG
 #include <assert.h>
 #include <string.h>

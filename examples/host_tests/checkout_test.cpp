@@ -1,4 +1,4 @@
-// What the application reports, and when, is tested without a network and without waiting.
+// Tests what the application reports and when, without a network and without waiting.
 #include <gtest/gtest.h>
 #include <veltrano/testing.h>
 #include <veltrano/veltrano.h>
@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 TEST(Checkout, SurvivesAnOutageAndStartsANewSession) {
   veltrano::testing::World world;  // virtual time and a fresh library; many per process
   world.network("/track").answer(503).once();
-  startApplication();  // the host's own code: its install gets the World
+  startApplication();  // the host's own code; its `install` gets the world's platform
   signIn("user-17");
   buy({"ticket", "poster"});
 
@@ -26,7 +26,7 @@ TEST(Checkout, SurvivesAnOutageAndStartsANewSession) {
   EXPECT_TRUE(world.delivered().empty());
   EXPECT_EQ(world.waiting(), 1u);
   world.advance(20s);
-  const auto bought = world.delivered().only("Bought");  // else prints what did arrive
+  const auto bought = world.delivered().only("Bought");  // otherwise throws with what did arrive
   EXPECT_EQ(bought["items"], (veltrano::Array{"ticket", "poster"}));
   EXPECT_EQ(bought.origin("plan"), veltrano::testing::Origin::superProperty);
 
