@@ -35,6 +35,10 @@ Answer World::Implementation::choose(const internal::PostRequest& post) {
     complain(std::string("The answer to a post could not be made: ") + exception.what());
     answer = {};
     answer.isTransportError = true;
+  } catch (...) {
+    complain("The answer to a post could not be made: its rule threw.");
+    answer = {};
+    answer.isTransportError = true;
   }
   recorder_.addPost(post);
   recorder_.addAnswer(request.path, answer);

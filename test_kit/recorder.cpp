@@ -53,7 +53,7 @@ std::vector<std::string>& Recorder::operationsNow() {
   Duration at = isBeforeAll_ ? clock_() : clock_() + Duration(1);
   if (!steps_.empty()) at = std::max(at, steps_.back().at);
   if (steps_.empty() || steps_.back().isClosed || steps_.back().at != at)
-    steps_.push_back({at, false, {}});
+    steps_.push_back({at, false, {}, false});
   return steps_.back().operations;
 }
 
@@ -115,11 +115,12 @@ void Recorder::addAnswer(const std::string& path, const Answer& answer) {
   });
   const std::lock_guard lock(mutex_);
   if (std::exchange(answers_[path], step) == step) return;
-  // Before the step that caused the post.
+  // Before the step that caused the post, behind earlier answers of that instant.
   const Duration now = clock_();
-  const auto place = std::lower_bound(steps_.begin(), steps_.end(), now,
-                                      [](const Step& l, Duration at) { return l.at < at; });
-  steps_.insert(place, {now, true, {step}});
+  const auto place = std::find_if(steps_.begin(), steps_.end(), [&](const Step& other) {
+    return other.at > now || (other.at == now && !other.isAnswer);
+  });
+  steps_.insert(place, {now, true, {step}, true});
 }
 
 void Recorder::addPost(const internal::PostRequest& post) {
@@ -185,9 +186,9 @@ std::string Recorder::scenario(const SimulatedDevice& device,
   std::vector<Step> steps = steps_;
   const Duration end = steps.empty() ? clock_() : std::max(clock_(), steps.back().at);
   // The end joins the open batch, if there is one.
-  if (steps.empty() || steps.back().isClosed) steps.push_back({end, false, {}});
+  if (steps.empty() || steps.back().isClosed) steps.push_back({end, false, {}, false});
   steps.back().operations.push_back(operationText("end", nullptr));
-  for (const auto& [at, isClosed, operations] : steps) {
+  for (const auto& [at, isClosed, operations, isAnswer] : steps) {
     text << "{\"at\":" << secondsText(at) << ',';
     if (operations.size() == 1) {
       text << operations.front();

@@ -53,6 +53,7 @@ class Recorder {
     Duration at{0};
     bool isClosed = false;                // takes no further operations
     std::vector<std::string> operations;  // each the members of a JSON object
+    bool isAnswer = false;                // of the network
   };
   std::vector<std::string>& operationsNow();
   void noteLogSwitch();

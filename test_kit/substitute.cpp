@@ -1,5 +1,6 @@
 #include "test_kit/substitute.h"
 
+#include "platform/host_callback.h"
 #include "platform/posix/platform_backend.h"
 #include "tracker/library.h"
 
@@ -9,18 +10,21 @@ struct Substitute::State {
   State(const Platform& platform, CallObserver& observer, TestBackend& backend)
       : library(platform, &observer) {
     setTestBackend(&backend);
+    wasHostGone = isHostGone.exchange(false);  // after a shutdown
     replaced = Library::exchangeCurrent(&library);
   }
   // The library is destroyed after this. If that runs the host's code, it finds the process's own.
   ~State() {
     Library::exchangeCurrent(replaced);
     setTestBackend(nullptr);
+    isHostGone = wasHostGone;
   }
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
   Library library;
   Library* replaced = nullptr;
+  bool wasHostGone = false;
 };
 
 Substitute::Substitute(const Platform& platform, CallObserver& observer, TestBackend& backend)

@@ -101,6 +101,9 @@ void World::jumpClock(Duration distance) {
 }
 
 Network& World::network(std::string_view path) {
+  if (path != "/track" && path != "/heartbeat")
+    throw Error("The library sends nothing to \"" + std::string(path) +
+                "\", only to \"/track\" and \"/heartbeat\".");
   return implementation_->networks[std::string(path)];
 }
 

@@ -110,6 +110,34 @@ TEST_F(ShutDown, DeliversWhatWaitsAndLeavesAnInertLibrary) {
   });
 }
 
+// The work queue decides on a forced flush in the foreground and schedules it after the final one.
+TEST_F(ShutDown, SendsWhatAFlushReplacesTheFinalOneWith) {
+  expectExit([] {
+    Host& it = host();
+    std::latch isForcing(1);
+    std::atomic<bool> isInBackground{false};
+    const auto mainThread = std::this_thread::get_id();
+    it.onLine = [&](std::string_view line) {
+      if (std::this_thread::get_id() == mainThread) {
+        if (isForcing.try_wait()) isInBackground = true;
+        return;
+      }
+      if (line.find("| Forcing a flush right now") != line.npos) {
+        isForcing.count_down();
+        while (!isInBackground) std::this_thread::yield();
+      }
+      // Long enough for the shutdown to overtake each step of the work queue.
+      if (isInBackground) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    };
+    std::atomic<int> outcomes{0};
+    Veltrano::shared().track("E", {}, [&](bool wasDelivered) { outcomes += wasDelivered ? 1 : 9; });
+    isForcing.wait();
+    expect(it.shutDown(), "it was complete");
+    expect(Veltrano::shared().statistics().delivered == 1, "the event was delivered");
+    expect(outcomes == 1, "the completion was called");
+  });
+}
+
 TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
   expectExit([] {  // the collection host hangs
     Host& it = host(false);

@@ -74,6 +74,11 @@ TEST(Values, AreComparedAndPrintedAsTheyAreSent) {
             R"(["1970-01-01T00:00:00.500Z", "\"", 18446744073709551615, null, absent])");
 }
 
+TEST(Values, PrintReadablyInFailures) {
+  EXPECT_EQ(testing::PrintToString(HostMap{{"city", "Rome"}}), printed(HostMap{{"city", "Rome"}}));
+  EXPECT_EQ(testing::PrintToString(Array{"a", 2}), printed(Array{"a", 2}));
+}
+
 TEST(Events, KnowTheLayerOfEachProperty) {
   kit::World world;
   auto& tracker = Veltrano::shared();
@@ -449,9 +454,18 @@ TEST(Worlds, GiveWayToTheSystem) {
     Veltrano::shared().track("Simulated");
     world.advance(20s);
     EXPECT_EQ(world.delivered().size(), 1u);
+    EXPECT_FALSE(installation.platform->shutDown(std::chrono::steady_clock::now()));
   }
   EXPECT_FALSE(PosixPlatform::install(real));
   EXPECT_EQ(&installation.platform->mainRunLoop(), &veltrano::RunLoop::current());
+
+  installation.platform->shutDown(std::chrono::steady_clock::now());
+  kit::World world;  // not affected by the shutdown
+  int outcomes = 0;
+  Veltrano::shared().track("Later", {}, [&](bool wasDelivered) { outcomes += wasDelivered; });
+  world.advance(1s);
+  EXPECT_EQ(outcomes, 1);
+  EXPECT_EQ(world.delivered().size(), 1u);
 }
 
 }  // namespace

@@ -58,6 +58,17 @@ std::ostream& operator<<(std::ostream& out, const T& value) {
   return out << HostValue(value);
 }
 
+// GoogleTest prints containers element by element unless it finds these.
+inline void PrintTo(const Array& value, std::ostream* out) {
+  *out << value;
+}
+inline void PrintTo(const Dictionary& value, std::ostream* out) {
+  *out << value;
+}
+inline void PrintTo(const HostMap& value, std::ostream* out) {
+  *out << value;
+}
+
 namespace testing {
 
 /// Virtual time. The literals of `std::chrono` convert to it.
@@ -265,7 +276,9 @@ using Complaints = List<std::string>;
 /// Until the host installs a platform, the device has default settings. `PosixPlatform::install`
 /// applies its options, but starts nothing and reads no file except `infoPropertyListFile`. Without
 /// a `logSink`, diagnostic lines are dropped. The installed platform is valid as long as the
-/// process, and a no-op while there is no world.
+/// process, and a no-op outside the worlds that it was installed in. Its `shutDown` enters the
+/// background and sends what the host answers at once; the world goes on, and nothing becomes
+/// inert.
 ///
 /// The main run loop's `run` advances the world until `stop`, for a virtual day at most. Its
 /// `fileDescriptor` is -1.
@@ -278,7 +291,8 @@ class World {
 
   /// Drops what is pending and restores the process's own library.
   ///
-  /// Warning: no other thread may still be calling the library.
+  /// Warning: no other thread may still be calling the library, and neither may the world be
+  /// running: destroy it in no callback.
   ~World();
 
   World(const World&) = delete;
@@ -295,7 +309,8 @@ class World {
   /// Moves the wall clock forward or back. The monotonic clock does not change.
   void jumpClock(Duration distance);
 
-  /// The collection host at `path`: "/track" or "/heartbeat". Valid as long as the world.
+  /// The collection host at `path`: "/track" or "/heartbeat"; throws `Error` for any other. Valid
+  /// as long as the world.
   Network& network(std::string_view path);
 
   /// The events that the collection host accepted.

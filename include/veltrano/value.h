@@ -77,9 +77,11 @@ inline constexpr bool isCharacter = std::is_same_v<T, char> || std::is_same_v<T,
 #endif
     ;
 
+template <class T, class = void>
+inline constexpr bool isInteger = false;
 template <class T>
-inline constexpr bool isInteger =
-    std::is_integral_v<T> && !std::is_same_v<T, bool> && !isCharacter<T> && sizeof(T) <= 8;
+inline constexpr bool isInteger<T, std::enable_if_t<std::is_integral_v<T>>> =
+    !std::is_same_v<T, bool> && !isCharacter<T> && sizeof(T) <= 8;
 
 template <class T, class... Types>
 inline constexpr bool isOneOf = (std::is_same_v<T, Types> || ...);

@@ -95,6 +95,9 @@ std::string complete(PosixOptions& options, bool needsFiles) {
     return "The proxy has to be \"http://host:port\".";
   if (options.advertisingIdentifier && !canonicalUUID(*options.advertisingIdentifier))
     return "The advertising identifier is not a UUID.";
+  using State = PosixOptions::ApplicationState;
+  if (options.applicationState != State::inactive && options.applicationState != State::background)
+    options.applicationState = State::active;
   if (options.interfaceOrientation < 0 || options.interfaceOrientation > 4)
     return "The interface orientation has to be from 0 to 4.";
   if (options.deviceOrientation < 0 || options.deviceOrientation > 6)
@@ -176,12 +179,16 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     application.setState(ApplicationState::background);
     notificationCenter.post(kApplicationDidEnterBackground);
     const auto isFlushed = std::make_shared<std::promise<void>>();
-    workQueue.async([isFlushed] { isFlushed->set_value(); });  // behind the final flush
+    // Behind the final flush. Twice: a block that runs meanwhile may not know of the background yet
+    // and replace that flush by one of its own, which is behind the first.
+    workQueue.async(
+        [this, isFlushed] { workQueue.async([isFlushed] { isFlushed->set_value(); }); });
     return isFlushed->get_future().wait_until(deadline) == std::future_status::ready;
   }
 
   // True if nothing was left.
   bool stop(Clock::time_point deadline) {
+    inertLibrary().accounting().goOnFrom(Library::current().accounting().statistics());
     Library& library = *Library::exchangeCurrent(&inertLibrary());
     timers.stop();
     workQueue.stop();
@@ -260,11 +267,20 @@ struct PosixPlatform::Services {
 
   template <class Report>
   void pass(Report report) {
-    PlatformBackend* const backend = backend_ != nullptr ? backend_ : testBackend.load();
+    PlatformBackend* const backend = this->backend();
     if (backend != nullptr) report(*backend);
   }
 
   PosixPlatform platform{*this};
+
+  // Null if the platform was installed in an earlier test.
+  PlatformBackend* backend() const {
+    if (backend_ != nullptr) return backend_;
+    return testPlatform != nullptr ? testBackend.load() : nullptr;
+  }
+
+  /// Whether a test has replaced the library of this platform.
+  bool isReplaced() const { return backend_ != nullptr && testBackend != nullptr; }
 
  private:
   PlatformBackend* const backend_;
@@ -316,6 +332,7 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
 
 bool PosixPlatform::shutDown(Clock::time_point deadline) {
   if (isForkedChild() || isBackgroundThread() || HostCall::isOnThisThread()) return false;
+  if (services_.isReplaced()) return false;
   bool wasComplete = false;
   dropExceptions([&] {
     services_.pass([&](PlatformBackend& backend) { wasComplete = backend.shutDown(deadline); });

@@ -254,7 +254,10 @@ TransferResult HTTPTransfer::result(CURLcode code) {
     const bool isLibcurls = result.error == code && errorText_[0] != '\0';
     result.reason = isLibcurls ? errorText_ : curl_easy_strerror(result.error);
   }
-  result.bytesSent = count<long>(CURLINFO_REQUEST_SIZE) + count<curl_off_t>(CURLINFO_SIZE_UPLOAD_T);
+  // The request's size includes a body that libcurl sent together with the head.
+  const std::uint64_t request = count<long>(CURLINFO_REQUEST_SIZE);
+  const std::uint64_t body = count<curl_off_t>(CURLINFO_SIZE_UPLOAD_T);
+  result.bytesSent = request > body ? request : request + body;
   result.bytesReceived =
       count<long>(CURLINFO_HEADER_SIZE) + count<curl_off_t>(CURLINFO_SIZE_DOWNLOAD_T);
   result.lacksAddresses = lacksAddresses_;
