@@ -59,6 +59,7 @@ std::ostream& operator<<(std::ostream& out, const T& value) {
 }
 
 // GoogleTest prints containers element by element unless it finds these.
+// NOLINTBEGIN(readability-identifier-naming): the name is GoogleTest's.
 inline void PrintTo(const Array& value, std::ostream* out) {
   *out << value;
 }
@@ -68,6 +69,7 @@ inline void PrintTo(const Dictionary& value, std::ostream* out) {
 inline void PrintTo(const HostMap& value, std::ostream* out) {
   *out << value;
 }
+// NOLINTEND(readability-identifier-naming)
 
 namespace testing {
 
