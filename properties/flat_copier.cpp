@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <utility>
+#include <map>
+#include <string>
 
 #include "encoding/utf8.h"
 #include "properties/json_encoding.h"
@@ -110,24 +111,19 @@ void FlatCopier::appendSorted(std::vector<FlatEntry>& entries, FlatView map, boo
 
 // Slow, which does not matter: no event can hold such a dictionary.
 void FlatCopier::copyEntriesWithOtherKeys(FlatWriter& writer, FlatView dictionary) {
-  std::vector<std::pair<std::string, FlatView>> entries;
+  const auto isBefore = [](const std::string& left, const std::string& right) {
+    return compare(FlatView(left), FlatView(right)) < 0;
+  };
+  std::map<std::string, FlatView, decltype(isBefore)> entries(isBefore);
   const FlatContents contents = dictionary.contents();
   for (auto it = contents.begin(); it != contents.end(); ++it) {
     FlatBuffer key;
     normalise(key, *it);
-    entries.emplace_back(key.bytes(), *++it);
+    entries.insert_or_assign(std::string(key.bytes()), *++it);
   }
-  const auto compareKeys = [](const auto& left, const auto& right) {
-    return compare(FlatView(left.first), FlatView(right.first));
-  };
-  std::sort(entries.begin(), entries.end(), [&](const auto& left, const auto& right) {
-    const int byKey = compareKeys(left, right);
-    return byKey != 0 ? byKey < 0 : left.second.data() < right.second.data();
-  });
-  for (auto it = entries.begin(); it != entries.end(); ++it) {
-    if (it + 1 != entries.end() && compareKeys(it[0], it[1]) == 0) continue;
-    writer.flat(it->first.data());
-    normalise(writer, it->second);
+  for (const auto& [key, value] : entries) {
+    writer.flat(key.data());
+    normalise(writer, value);
   }
 }
 
