@@ -99,3 +99,11 @@ bool veltrano_get_statistics(veltrano_statistics* statistics) {
     return true;
   });
 }
+
+size_t veltrano_status(char* buffer, size_t size) {
+  return guarded(std::size_t{0}, [&] {
+    const std::string text = Veltrano::status();
+    if (size > 0) buffer[text.copy(buffer, size - 1)] = '\0';
+    return text.size();
+  });
+}

@@ -154,5 +154,35 @@ TEST_P(AccountingTest, AddsUpAfterEveryStep) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, AccountingTest, testing::Range(1U, 21U));
 
+TEST(Status, SaysWhyNothingArrives) {
+  Library* const earlier = Library::exchangeCurrent(nullptr);
+  const std::string withoutPlatform = Veltrano::status();
+  EXPECT_EQ(Library::exchangeCurrent(earlier), nullptr) << "asking must not prevent installation";
+  EXPECT_NE(withoutPlatform.find("no platform was installed"), std::string::npos);
+
+  Simulation simulation;
+  const auto expectStatus = [](const std::string& lines) {
+    EXPECT_NE(Veltrano::status().find(lines), std::string::npos) << Veltrano::status();
+  };
+  expectStatus("Last request: none has ended yet\nNext flush: when the library is first used\n");
+  Veltrano::shared().track("Bought");
+  simulation.runUntil(5);
+  expectStatus("Events: 1 recorded; 1 waiting\nUploads: 0 attempted");
+  expectStatus("Next flush: in 15 s\n");
+
+  simulation.answer("/track", {.status = 400, .latency = std::chrono::seconds(3)});
+  simulation.runUntil(21);
+  expectStatus("1 in flight\n");
+  expectStatus("Next flush: after the upload in progress\n");
+  simulation.runUntil(25);
+  expectStatus("1 recorded; 1 dropped, because the host answered with status 400\nUploads: 1");
+  expectStatus("Last request: to /track, status 400, 2 s ago\n");
+
+  Veltrano::shared().track("Late");
+  simulation.platform.notificationCenter.post(std::string(kApplicationDidEnterBackground));
+  simulation.runUntil(40);
+  expectStatus("Next flush: when the application returns to the foreground\n");
+}
+
 }  // namespace
 }  // namespace veltrano::internal

@@ -274,6 +274,11 @@ TEST_F(CInterface, StatisticsFillWhatTheHostHasRoomFor) {
   EXPECT_TRUE(veltrano_get_statistics(&older));
   EXPECT_GT(older.recorded, 0U);
   EXPECT_EQ(older.waiting, 0U);
+
+  char beginning[8] = "......";
+  EXPECT_GT(veltrano_status(beginning, sizeof beginning), sizeof beginning);
+  EXPECT_STREQ(beginning, "Collect");
+  EXPECT_GT(veltrano_status(nullptr, 0), sizeof beginning);
 }
 
 #ifndef NDEBUG

@@ -29,7 +29,7 @@ bool Library::install(const Platform& platform) {
 
 Library& Library::makeCurrent() {
   static_cast<void>(install(Platform()));  // fails if another thread was faster
-  return *processLibrary.load(std::memory_order_acquire);
+  return *installed();
 }
 
 void Library::start() {

@@ -28,9 +28,12 @@ class Library {
 
   /// The process's library. If none is installed, the first call installs an inert one for good.
   static Library& current() {
-    Library* const library = processLibrary.load(std::memory_order_acquire);
+    Library* const library = installed();
     return library != nullptr ? *library : makeCurrent();
   }
+
+  /// The process's library; null if there is none yet.
+  static Library* installed() { return processLibrary.load(std::memory_order_acquire); }
 
   /// Creates the process's library on `platform`. False, without effect, when there is one already.
   [[nodiscard]] static bool install(const Platform& platform);
@@ -52,6 +55,9 @@ class Library {
 
   /// `HeartbeatManager.shared`, created by the first call.
   HeartbeatManager& heartbeatManager();
+
+  /// How the process's library is doing, in plain text: see `Veltrano::status`.
+  static std::string status();
 
   /// See `Tracker::releaseCallbacks`.
   void releaseCallbacks() { tracker_.releaseCallbacks(); }

@@ -6,8 +6,11 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 
+#include "encoding/time.h"
+#include "platform/clock.h"
 #include "platform/work_queue.h"
 
 namespace veltrano::internal {
@@ -19,7 +22,14 @@ class PendingFlush {
   using Run = std::function<void(std::chrono::seconds delay, Completion completion)>;
 
   /// Calls `run` on `queue` when a flush is due.
-  PendingFlush(WorkQueue& queue, Run run) : queue_(queue), run_(std::move(run)) {}
+  PendingFlush(WorkQueue& queue, const WallClock& clock, Run run)
+      : queue_(queue), clock_(clock), run_(std::move(run)) {}
+
+  /// When the pending flush is due, if there is one; in the past if it is forced.
+  std::optional<WallTime> due() {
+    const std::lock_guard lock(mutex_);
+    return pending_.number != 0 ? std::optional(pending_.due) : std::nullopt;
+  }
 
   /// Replaces the pending flush with one due after `delay`; the completion of the old one is never
   /// called. No-op if `onlyIf` is false, which is checked under the lock, or if `onlyFirst` is true
@@ -36,11 +46,14 @@ class PendingFlush {
       std::unique_ptr<Block> block = std::make_unique<FlushBlock>(*this, next_);
       const Block* const forced = block.get();
       queue_.async(std::move(block));
-      replaced = std::exchange(pending_, {next_++, delay, std::move(completion), forced, nullptr});
+      replaced =
+          std::exchange(pending_, {next_++, delay, {}, std::move(completion), forced, nullptr});
     } else {
       auto item = std::make_shared<WorkItem>([this, number = next_] { start(number); });
       queue_.asyncAfter(delay, item);
-      replaced = std::exchange(pending_, {next_++, delay, std::move(completion), nullptr, item});
+      const WallTime due{clock_.now().sinceEpoch + delay};
+      replaced =
+          std::exchange(pending_, {next_++, delay, due, std::move(completion), nullptr, item});
     }
     if (replaced.item != nullptr) replaced.item->cancel();
   }
@@ -57,6 +70,7 @@ class PendingFlush {
   struct Flush {
     std::uint64_t number = 0;  // 0: none
     std::chrono::seconds delay{0};
+    WallTime due;  // for the status
     Completion completion;
     const Block* block = nullptr;    // of a forced flush
     std::shared_ptr<WorkItem> item;  // of a delayed one
@@ -82,6 +96,7 @@ class PendingFlush {
   }
 
   WorkQueue& queue_;
+  const WallClock& clock_;
   const Run run_;
   std::mutex mutex_;
   std::uint64_t next_ = 1;  // guarded by mutex_

@@ -66,6 +66,9 @@ class Tracker {
   std::string getScreenOrientation() const;
   std::string getDeviceOrientation() const;
 
+  /// When the next flush is due, if one is scheduled; in the past if it is forced.
+  std::optional<WallTime> nextFlush() { return pendingFlush_.due(); }
+
   /// The current state, for a heartbeat.
   HeartbeatFacts heartbeatFacts() const;
 
@@ -134,9 +137,9 @@ class Tracker {
 
   SuperProperties superProperties_;
 
-  PendingFlush pendingFlush_{dispatchQueue_, [this](auto delay, auto completion) {
-                               runScheduledFlush(delay, std::move(completion));
-                             }};
+  PendingFlush pendingFlush_{
+      dispatchQueue_, *platform_.wallClock,
+      [this](auto delay, auto completion) { runScheduledFlush(delay, std::move(completion)); }};
   // Set when a flush could not be scheduled, because memory ran out or the host ended the thread;
   // the next event retries.
   std::atomic<bool> isFlushMissing_{false};

@@ -144,3 +144,9 @@ veltrano::Statistics Veltrano::statistics() const {
   dropExceptions([&] { statistics = Library::current().accounting().statistics(); });
   return statistics;
 }
+
+std::string Veltrano::status() {
+  std::string text;
+  dropExceptions([&] { text = Library::status(); });
+  return text;
+}

@@ -2,8 +2,12 @@
 
 #include <cstdint>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 
+#include "encoding/time.h"
 #include "veltrano/statistics.h"
 
 namespace veltrano::internal {
@@ -24,6 +28,14 @@ constexpr bool endsBatch(UploadOutcome outcome) {
   return outcome == UploadOutcome::notEncodable || outcome == UploadOutcome::delivered ||
          outcome == UploadOutcome::refused;
 }
+
+/// How the last request to the collection host ended, after all its retries.
+struct LastRequest {
+  std::string_view path;  // a literal; empty before the first request
+  std::optional<int> status = {};
+  std::string reason = {};  // why there is no complete response
+  WallTime endedAt = {};
+};
 
 /// Counts events, uploads and heartbeats. Thread-safe.
 class Accounting {
@@ -84,6 +96,16 @@ class Accounting {
     now.waiting += batch;
   }
 
+  void requestEnded(LastRequest request) {
+    const std::lock_guard lock(mutex_);
+    std::swap(lastRequest_, request);
+  }
+
+  LastRequest lastRequest() const {
+    const std::lock_guard lock(mutex_);
+    return lastRequest_;
+  }
+
   void heartbeatSent() { add(&Statistics::heartbeatsSent); }
   void heartbeatFailed() { add(&Statistics::heartbeatsFailed); }
 
@@ -101,7 +123,8 @@ class Accounting {
   }
 
   mutable std::mutex mutex_;
-  Statistics statistics_;  // guarded by mutex_
+  Statistics statistics_;    // guarded by mutex_
+  LastRequest lastRequest_;  // guarded by mutex_
 };
 
 }  // namespace veltrano::internal

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "encoding/base64.h"
+#include "platform/host_callback.h"
 
 namespace veltrano::internal {
 
@@ -21,7 +22,14 @@ void Endpoints::post(std::string_view path, std::string_view uid,
   request.httpBody = "data=";
   appendBase64(request.httpBody, json);
   request.interceptor = std::move(interceptor);
-  platform.urlSession->postData(std::move(request), std::move(callback));
+  platform.urlSession->postData(std::move(request), [this, path, callback = std::move(callback)](
+                                                        auto data, auto response, auto error) {
+    dropExceptions([&] {
+      accounting.requestEnded({path, response ? response->httpStatusCode : std::nullopt,
+                               error ? error->reason : "", platform.wallClock->now()});
+    });
+    callback(std::move(data), std::move(response), std::move(error));
+  });
 }
 
 }  // namespace veltrano::internal

@@ -14,9 +14,9 @@ namespace veltrano::internal {
 
 /// The collection host's endpoints, and what every request to them needs.
 struct Endpoints {
-  /// Posts the pieces of `json` to `path` for the user `uid`. The body is "data=" followed by the
-  /// Base64 of the JSON. `superProperties` provide the version of the library for its header.
-  /// `interceptor` may be null.
+  /// Posts the pieces of `json` to `path`, a literal, for the user `uid`. The body is "data="
+  /// followed by the Base64 of the JSON. `superProperties` provide the version of the library for
+  /// its header. `interceptor` may be null.
   void post(std::string_view path, std::string_view uid, const PropertyMap& superProperties,
             std::span<const std::string_view> json,
             std::shared_ptr<const ZKInterceptor> interceptor, URLSessionCallback callback) const;

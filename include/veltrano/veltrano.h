@@ -101,6 +101,13 @@ class VELTRANO_EXPORT Veltrano {
   /// Counts of events, uploads and heartbeats so far.
   veltrano::Statistics statistics() const;
 
+  /// How things stand, in a few lines of plain English for a debug screen or a support request:
+  /// whether a platform is installed, the counts, why events were dropped, how the last request
+  /// ended and when the next flush is due. Contains no personal data. The wording may change; do
+  /// not parse it. Empty if memory runs out. Unlike `shared`, it may be called before a platform is
+  /// installed.
+  static std::string status();
+
   Veltrano(const Veltrano&) = delete;
   Veltrano& operator=(const Veltrano&) = delete;
 

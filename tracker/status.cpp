@@ -1,0 +1,71 @@
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "tracker/library.h"
+
+namespace veltrano::internal {
+namespace {
+
+std::string seconds(Duration duration) {
+  const auto whole = std::chrono::ceil<std::chrono::seconds>(duration).count();
+  return std::to_string(std::max<std::int64_t>(whole, 0)) + " s";
+}
+
+std::string counts(const Statistics& now) {
+  std::string text = "Events: " + std::to_string(now.recorded) + " recorded";
+  const std::pair<std::uint64_t, const char*> parts[] = {
+      {now.waiting, "waiting"},
+      {now.inFlight, "in flight"},
+      {now.delivered, "delivered"},
+      {now.droppedByTrimming, "dropped, because more than 200 waited"},
+      {now.droppedAsRefused, "dropped, because the host answered with status 400"},
+      {now.droppedAsNotEncodable, "dropped, because JSON cannot represent them"},
+      {now.droppedForMemory, "dropped, because memory ran out"},
+  };
+  for (const auto& [count, what] : parts)
+    if (count > 0) text += "; " + std::to_string(count) + " " + what;
+  const std::uint64_t failed =
+      now.uploadsFailedInTransport + now.uploadsFailedByStatus + now.uploadsFailedForMemory;
+  return text + "\nUploads: " + std::to_string(now.uploadsAttempted) + " attempted, " +
+         std::to_string(failed) + " failed\nHeartbeats: " + std::to_string(now.heartbeatsSent) +
+         " sent, " + std::to_string(now.heartbeatsFailed) + " failed\n";
+}
+
+std::string describe(const LastRequest& request, WallTime now) {
+  if (request.path.empty()) return "Last request: none has ended yet\n";
+  std::string text = "Last request: to " + std::string(request.path);
+  if (request.status) text += ", status " + std::to_string(*request.status);
+  if (!request.reason.empty()) text += ", " + request.reason;
+  return text + ", " + seconds(now - request.endedAt) + " ago\n";
+}
+
+}  // namespace
+
+std::string Library::status() {
+  Library* const library = installed();
+  if (library == nullptr || library->platform_.collectionHost.empty())
+    return "Nothing is sent: no platform was installed before the first use of the library, the "
+           "library was shut down, or this is a forked child.\n" +
+           (library == nullptr ? "" : counts(library->accounting_.statistics()));
+
+  const WallTime now = library->platform_.wallClock->now();
+  const Statistics statistics = library->accounting_.statistics();
+  std::string text = "Collection host: " + library->platform_.collectionHost + "\n" +
+                     counts(statistics) + describe(library->accounting_.lastRequest(), now) +
+                     "Next flush: ";
+  if (const auto due = library->tracker_.nextFlush()) {
+    text += "in " + seconds(*due - now);
+  } else if (statistics.inFlight > 0) {
+    text += "after the upload in progress";
+  } else {
+    text += library->isStarted_ ? "when the application returns to the foreground"
+                                : "when the library is first used";
+  }
+  return text + "\n";
+}
+
+}  // namespace veltrano::internal
