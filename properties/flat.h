@@ -198,4 +198,11 @@ inline int compareTexts(std::string_view left, std::string_view right) {
 /// All NaNs are equal.
 int compare(FlatView left, FlatView right);
 
+/// Whether events can hold the value; otherwise it is left out. So is an empty map, while a map
+/// whose entries are all left out stays, empty.
+inline bool canBeHeld(FlatView value) {
+  if (value.kind() == Kind::Dictionary) return !value.contents().bytes().empty();
+  return value.kind() != Kind::OtherObject && value.kind() != Kind::Absent;
+}
+
 }  // namespace veltrano::internal

@@ -32,12 +32,6 @@ void writeNumber(Writer& writer, FlatView number) {
 
 }  // namespace
 
-// An empty map is left out; a map whose entries are all left out stays, empty.
-bool FlatCopier::survives(FlatView value) {
-  if (value.kind() == Kind::Dictionary) return !value.contents().bytes().empty();
-  return value.kind() != Kind::OtherObject && value.kind() != Kind::Absent;
-}
-
 void FlatCopier::sortEntries(FlatView map, std::vector<FlatEntry>& entries) {
   repaired_.clear();
   entries_.clear();  // not empty if the last copy ran out of memory
@@ -55,7 +49,7 @@ void FlatCopier::copy(Writer& writer, FlatView value, bool converts) {
     case Kind::Array: {
       const auto array = writer.open(Kind::Array);
       for (const FlatView element : value.contents())
-        if (!converts || survives(element)) copy(writer, element, converts);
+        if (!converts || canBeHeld(element)) copy(writer, element, converts);
       return writer.close(array);
     }
     case Kind::Dictionary: {
@@ -104,7 +98,7 @@ void FlatCopier::appendSorted(std::vector<FlatEntry>& entries, FlatView map, boo
   auto kept = entries.begin() + first;
   for (auto it = kept; it != entries.end(); ++it) {
     const bool isReplaced = it + 1 != entries.end() && it[1].key == it->key;
-    if (!isReplaced && (!converts || survives(it->value))) *kept++ = *it;
+    if (!isReplaced && (!converts || canBeHeld(it->value))) *kept++ = *it;
   }
   entries.erase(kept, entries.end());
 }

@@ -30,10 +30,10 @@ class FlatCopier {
   /// Normalises and converts `value`: boxed numbers become an Int, a Bool or a Double, and whatever
   /// events cannot hold is left out at every level. False when nothing remains.
   bool convert(FlatWriter& writer, FlatView value) {
-    return survives(value) && (copy(writer, value, true), true);
+    return canBeHeld(value) && (copy(writer, value, true), true);
   }
   bool convert(JSONValueWriter& writer, FlatView value) {
-    return survives(value) && (copy(writer, value, true), true);
+    return canBeHeld(value) && (copy(writer, value, true), true);
   }
 
   /// Sets `entries` to the sorted entries of `map` that conversion keeps, or to none when the map
@@ -41,8 +41,6 @@ class FlatCopier {
   void sortEntries(FlatView map, std::vector<FlatEntry>& entries);
 
  private:
-  static bool survives(FlatView value);
-
   template <class Writer>
   void copy(Writer& writer, FlatView value, bool converts);
   template <class Writer>

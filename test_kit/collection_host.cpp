@@ -1,6 +1,7 @@
 #include <exception>
 #include <utility>
 
+#include "encoding/base64.h"
 #include "platform/host_callback.h"
 #include "test_kit/implementation.h"
 #include "test_kit/json.h"
@@ -16,6 +17,11 @@ HostMap propertiesIn(std::string_view json) {
   return {};
 }
 
+// The JSON text in a post's body, "data=" and Base64.
+std::string jsonIn(std::string_view body) {
+  return internal::decodedBase64(body.substr(body.find('=') + 1)).value_or("");
+}
+
 }  // namespace
 
 Answer World::Implementation::choose(const internal::PostRequest& post) {
@@ -23,12 +29,13 @@ Answer World::Implementation::choose(const internal::PostRequest& post) {
   if (post.interceptor != nullptr)
     internal::dropExceptions([&] { post.interceptor->intercept(sent); });
   Request request{pathOf(post.baseURL), post.qsParameters, std::move(sent.headers),
-                  decodedBody(post.httpBody), now()};
+                  jsonIn(post.httpBody), now()};
   if (request.path == "/track") beginBatch(request.body);
   if (request.path == "/heartbeat") noteHeartbeat(request.body);
   Answer answer;
   if (request.path == "/heartbeat") answer.body = "{}";
   try {
+    const internal::HostCall call;
     const auto rules = networks.find(request.path);
     if (rules != networks.end()) answer = rules->second.answerTo(request).value_or(answer);
   } catch (const std::exception& exception) {
@@ -65,8 +72,21 @@ void World::Implementation::noteHeartbeat(const std::string& body) {
   heartbeats.emplace_back(propertiesIn(body), now());
 }
 
-void World::Implementation::arrive(const std::string& path, const Answer& answer) {
-  if (path != "/track" || answer.isTransportError) return;
+void World::Implementation::arrive(const StageNetwork::Post& post, const Answer& answer) {
+  if (onTransfer_) {
+    TransferReport report;
+    report.path = post.path;
+    report.duration = now() - post.at;
+    report.bytesSent = post.bytes;
+    if (answer.isTransportError) {
+      report.reason = "simulated";
+    } else {
+      report.bytesReceived = answer.body.value_or("").size();
+      report.status = answer.status;
+    }
+    internal::callHost(onTransfer_, report);
+  }
+  if (post.path != "/track" || answer.isTransportError) return;
   if (answer.status != 200 && answer.status != 400) return;
   const auto end = waiting_.begin() + static_cast<std::ptrdiff_t>(batch_);
   std::string names;

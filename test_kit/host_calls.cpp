@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "encoding/uuid.h"
+#include "platform/host_callback.h"
 #include "test_kit/implementation.h"
 #include "test_kit/json.h"
 
@@ -14,12 +15,6 @@ using internal::Kind;
 constexpr std::string_view kExtraKey = "extra_json";
 constexpr const char* kNoIdentifier = "00000000-0000-0000-0000-000000000000";
 
-// Whether an event contains the value at all.
-bool isHeld(FlatView value) {
-  if (value.kind() == Kind::Dictionary) return !value.contents().bytes().empty();
-  return value.kind() != Kind::OtherObject && value.kind() != Kind::Absent;
-}
-
 // Sets the origin of each entry, and of each entry inside "extra_json".
 void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin,
                 const std::string& path = {}) {
@@ -27,7 +22,7 @@ void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin
   for (auto entry = contents.begin(); entry != contents.end(); ++entry) {
     const FlatView key = *entry;
     const FlatView value = *++entry;
-    if (key.kind() != Kind::String || !isHeld(value)) continue;
+    if (key.kind() != Kind::String || !internal::canBeHeld(value)) continue;
     const std::string name = path + std::string(key.text());
     origins[name] = origin;
     if (name == kExtraKey && value.kind() == Kind::Dictionary)
@@ -35,22 +30,38 @@ void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin
   }
 }
 
-// Describes each part of `value` that events cannot hold.
-void findLeftOut(const HostValue& value, const std::string& path, std::vector<std::string>& found) {
-  if (value.otherObject()) found.push_back(path + " is an object of another type");
-  if (value.member() == nullptr) return;
-  if (const auto array = value.member()->getIf<Array>()) {
+// Describes each part of `value` that arrives as something else, or not at all.
+void findChanged(const HostValue& value, const std::string& path, std::vector<std::string>& found) {
+  if (value.isAbsent()) return;
+  if (!internal::canBeHeld(internal::viewOf(value))) {
+    const char* const what = value.otherObject() ? "an object of another type" : "an empty map";
+    found.push_back(path + " is " + what + ", which events cannot hold; it was left out.");
+  } else if (isNotFinite(value)) {
+    found.push_back(path + " is not finite, which JSON cannot express; it is sent as null.");
+  } else if (value.member() == nullptr) {
+    return;  // a boxed number
+  } else if (const auto array = value.member()->getIf<Array>()) {
     std::size_t index = 0;
     for (const HostValue& element : *array)
-      findLeftOut(element, path + '[' + std::to_string(index++) + ']', found);
+      findChanged(element, path + '[' + std::to_string(index++) + ']', found);
   } else if (const auto dictionary = value.member()->getIf<Dictionary>()) {
-    if (dictionary->empty()) found.push_back(path + " is an empty map");
     for (const DictionaryEntry& entry : *dictionary) {
       const auto* key = entry.key.member();
       const auto text = key != nullptr ? key->getIf<std::string>() : std::nullopt;
-      findLeftOut(entry.value, path + '.' + text.value_or("(a key that is no text)"), found);
+      findChanged(entry.value, path + '.' + text.value_or("(a key that is no text)"), found);
     }
   }
+}
+
+// Whether there is an absent value in a container at the deepest level: what nests deeper.
+bool isCut(FlatView value, int level = 1) {
+  if (level + value.depth() <= internal::kDeepestNesting) return false;
+  for (const FlatView inner : value.contents()) {
+    const bool isLast = level == internal::kDeepestNesting;
+    if (isLast ? inner.kind() == Kind::Absent : inner.isContainer() && isCut(inner, level + 1))
+      return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -59,21 +70,18 @@ void World::Implementation::called(std::string_view operation, const HostMapView
   const HostMap given(arguments);  // copies the host's containers
   recorder_.addCall(operation, given, mainThread_.isCurrent());
   std::string name(operation);
-  if (operation == "track") {
-    ++unsettled_;
-    const std::lock_guard lock(mutex_);
-    if (!firstTracked_) firstTracked_ = device_.facts();
-  }
-  std::vector<std::string> leftOut;
+  std::vector<std::string> changed;
   for (const auto& [key, value] : given) {
     if (key == "name") name = *value.member()->getIf<std::string>();
     if (key != "properties") continue;
     const HostMap properties = mapIn(value).value_or(HostMap());
-    for (const auto& [property, held] : properties) findLeftOut(held, property, leftOut);
+    for (const auto& [property, held] : properties) findChanged(held, property, changed);
   }
-  for (const std::string& what : leftOut)
-    complain(std::string(name).append(": ").append(what).append(
-        ", which events cannot hold; it was left out."));
+  for (const std::string& what : changed) complain(std::string(name).append(": ").append(what));
+  if (operation != "track") return;
+  const std::lock_guard lock(mutex_);
+  if (!firstTracked_) firstTracked_ = device_.facts();
+  unsettled_.push_back(std::move(name));
 }
 
 void World::Implementation::recorded(const Event& event) {
@@ -86,8 +94,13 @@ void World::Implementation::recorded(const Event& event) {
   RecordedEvent recorded{std::string(event.name), std::string(event.json), {}, now()};
   addOrigins(recorded.origins, event.defaultProperties.view().bytes(), Origin::defaultProperty);
   addOrigins(recorded.origins, event.superProperties.view().bytes(), Origin::superProperty);
-  if (event.given.kind() == Kind::Dictionary)
+  if (event.given.kind() == Kind::Dictionary) {
     addOrigins(recorded.origins, event.given.contents().bytes(), Origin::event);
+    for (const FlatView value : event.given.contents())
+      if (isCut(value))
+        complain(recorded.name + " nests more than " + std::to_string(internal::kDeepestNesting) +
+                 " deep; what is deeper was left out.");
+  }
   waiting_.push_back(std::move(recorded));
 }
 
@@ -104,7 +117,11 @@ std::string World::Implementation::install(PosixOptions options) {
   if (!mainThread_.isCurrent())
     complain("The platform was installed on another thread than the world's, the main thread.");
   simulated_.bundles.mainInfo = std::move(options.infoDictionary);
-  if (options.logSink) simulated_.output.onLine = std::move(options.logSink);
+  if (options.logSink)
+    simulated_.output.onLine = [sink = std::move(options.logSink)](std::string_view line) {
+      internal::callHost(sink, line);
+    };
+  onTransfer_ = std::move(options.onTransfer);
   token_.function = std::move(options.sessionToken);
   device_.change([&](SimulatedDevice& device) {
     device.name = options.systemName.value_or(device.name);
@@ -125,10 +142,13 @@ std::string World::Implementation::install(PosixOptions options) {
 }
 
 void World::Implementation::onMainThread(std::function<void()> report) {
+  auto unlessShutDown = [this, report = std::move(report)] {
+    if (!wasComplete()) report();
+  };
   if (mainThread_.isCurrent())
-    report();
+    unlessShutDown();
   else
-    loop_.perform(std::move(report));
+    loop_.perform(std::move(unlessShutDown));
 }
 
 void World::Implementation::post(std::string_view notification) {
@@ -204,15 +224,6 @@ void World::Implementation::setAdvertisingIdentifier(std::optional<std::string> 
   std::string text = internal::canonicalUUID(identifier.value_or("")).value_or(kNoIdentifier);
   recordDevice("advertisingIdentifier", [&](JSONWriter& writer) { writer.string(text); });
   device_.change([&](SimulatedDevice& device) { device.identifier.swap(text); });
-}
-
-// Does not wait for answers with a latency: virtual time stands still.
-bool World::Implementation::shutDown(std::chrono::steady_clock::time_point) {
-  if (!canRun()) return false;
-  enter(ApplicationState::background, internal::kApplicationDidEnterBackground);
-  advance(Duration::zero());
-  const Statistics last = statistics();
-  return last.waiting + last.inFlight == 0;
 }
 
 void World::Implementation::setWiFi(bool isConnected) {

@@ -43,6 +43,8 @@ class Place {
 };
 
 class World::Implementation final : public internal::CallObserver, public internal::TestBackend {
+  using Clock = std::chrono::steady_clock;
+
  public:
   Implementation();
   ~Implementation() { end(); }
@@ -52,6 +54,9 @@ class World::Implementation final : public internal::CallObserver, public intern
   void advance(Duration time);
   void jumpClock(Duration distance);
   void end();
+
+  /// Throws `Error` while the host's code is called.
+  void refuseInCallback(const std::string& error);
 
   // CallObserver.
   void called(std::string_view operation, const HostMapView& arguments) override;
@@ -68,11 +73,14 @@ class World::Implementation final : public internal::CallObserver, public intern
   void setCarrierName(std::optional<std::string> name) override;
   void setTrackingAuthorizationStatus(std::uint64_t status) override;
   void setAdvertisingIdentifier(std::optional<std::string> identifier) override;
-  bool shutDown(std::chrono::steady_clock::time_point deadline) override;
+  bool shutDown(Clock::time_point deadline) override;
   void setWiFi(bool isConnected);
 
   Statistics statistics() const { return substitute_ ? substitute_->statistics() : statistics_; }
   Complaints complaints() const;
+
+  /// The names of the events that have not been sent or not been answered.
+  std::vector<std::string> waitingNames() const;
   std::string trace() const;
 
   Duration now() const { return clock_.sinceStart(); }
@@ -117,11 +125,19 @@ class World::Implementation final : public internal::CallObserver, public intern
     Duration at;
   };
 
+  // What runs the world. Only the main run loop obeys its `stop`, and its functions do not run
+  // while the host waits for a shutdown.
+  enum class Purpose { advance, mainRunLoop, shutDown };
+
   bool canRun() const { return mainThread_.isCurrent() && substitute_; }
-  bool run(Duration target, bool isForLoop);
+  bool run(Duration target, Purpose purpose);
+  std::optional<bool> wasComplete() const;
+  bool shutDownWithin(Duration time);
+  bool flushUntil(Duration deadline);
   bool takeTurn();
+  void stopSoon();
   Answer choose(const internal::PostRequest& post);
-  void arrive(const std::string& path, const Answer& answer);
+  void arrive(const StageNetwork::Post& post, const Answer& answer);
   void beginBatch(std::string_view body);
   void noteHeartbeat(const std::string& body);
   void complain(const std::string& text);
@@ -142,25 +158,29 @@ class World::Implementation final : public internal::CallObserver, public intern
   StageTimers timers_{mainThread_, simulated_.timers};
   StageDevice device_;
   StageNetwork network_{simulated_.timeline, [this](const auto& post) { return choose(post); },
-                        [this](const auto& path, const auto& answer) { arrive(path, answer); }};
+                        [this](const auto& post, const auto& answer) { arrive(post, answer); }};
   StageToken token_;
   Loop loop_{*this};
 
   // Main thread.
   bool isRunning_ = false;
-  bool endsWhenStopped_ = false;  // the current run
-  bool wasStopped_ = false;
+  Purpose purpose_ = Purpose::advance;  // of the current run
+  bool isStopping_ = false;             // the main run loop's `stop` ends it soon
+  bool wasStopped_ = false;             // that has ended it
+  bool wasInterrupted_ = false;         // by a shutdown inside of it
+  std::function<void(const TransferReport&)> onTransfer_;
   std::deque<RecordedEvent> waiting_;  // recorded events, some perhaps dropped since
   std::size_t batch_ = 0;              // how many of them are in flight
   Statistics statistics_;              // taken at the end
 
   std::atomic<bool> isUsed_{false};
   std::atomic<bool> isInstalled_{false};
-  std::atomic<std::size_t> unsettled_{0};  // events tracked since the last run
 
   mutable std::mutex mutex_;
+  std::vector<std::string> unsettled_;           // guarded by mutex_; events since the last run
   std::vector<std::string> complaints_;          // guarded by mutex_
   std::optional<SimulatedDevice> firstTracked_;  // guarded by mutex_; the device then
+  std::optional<bool> wasComplete_;              // guarded by mutex_; the result of a shutdown
 
   std::optional<internal::Substitute> substitute_;
 };

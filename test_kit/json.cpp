@@ -11,6 +11,7 @@
 #include <optional>
 #include <vector>
 
+#include "properties/flat.h"
 #include "veltrano/testing.h"
 
 namespace veltrano::testing {
@@ -53,6 +54,11 @@ HostValue unboxed(const NSNumber& number) {
   return number.doubleValue();
 }
 
+HostValue asSent(const HostValue& value) {
+  const auto number = value.number();
+  return number ? unboxed(*number) : value;
+}
+
 std::optional<Number> numberIn(const SupportedParameterType& value) {
   switch (value.member()) {
     case Member::Int:
@@ -89,21 +95,21 @@ bool isNull(const SupportedParameterType& value) {
   return value.member() == Member::NSNull || (number && !std::isfinite(number->real));
 }
 
-bool isLeftOut(const HostValue& value) {
-  return value.isAbsent() || value.otherObject();
+bool isSent(const HostValue& value) {
+  return internal::canBeHeld(internal::viewOf(value));
 }
 
 std::vector<HostValue> elementsOf(const Array& array) {
   std::vector<HostValue> elements;
   for (const HostValue& element : array)
-    if (!isLeftOut(element)) elements.push_back(element);
+    if (isSent(element)) elements.push_back(element);
   return elements;
 }
 
 std::vector<DictionaryEntry> entriesOf(const Dictionary& dictionary) {
   std::vector<DictionaryEntry> entries;
   for (const DictionaryEntry& entry : dictionary)
-    if (!isLeftOut(entry.value)) entries.push_back(entry);
+    if (isSent(entry.value)) entries.push_back(entry);
   return entries;
 }
 
@@ -292,6 +298,12 @@ std::optional<HostMap> mapIn(const HostValue& value) {
   return map;
 }
 
+bool isNotFinite(const HostValue& value) {
+  const HostValue sent = asSent(value);
+  const auto number = sent.member() != nullptr ? numberIn(*sent.member()) : std::nullopt;
+  return number && !std::isfinite(number->real);
+}
+
 std::string readableText(const HostValue& value) {
   std::string text;
   appendReadable(text, value);
@@ -335,35 +347,13 @@ HostValue parsedJSON(std::string_view text) {
   return document.HasParseError() ? HostValue() : valueOf(document);
 }
 
-std::string decodedBody(std::string_view body) {
-  constexpr std::string_view kDigits =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  std::uint32_t bits = 0;
-  int count = 0;
-  for (const char digit : body.substr(std::min(body.find('=') + 1, body.size()))) {
-    const auto value = kDigits.find(digit);
-    if (value == std::string_view::npos) break;
-    bits = bits << 6 | static_cast<std::uint32_t>(value);
-    count += 6;
-    if (count < 8) continue;
-    count -= 8;
-    text += static_cast<char>(bits >> count & 0xFF);
-  }
-  return text;
-}
-
 }  // namespace veltrano::testing
 
 namespace veltrano {
 
 bool operator==(const HostValue& left, const HostValue& right) {
-  const auto asSent = [](const HostValue& value) {
-    const auto number = value.number();
-    return number ? testing::unboxed(*number) : value;
-  };
-  const HostValue l = asSent(left);
-  const HostValue r = asSent(right);
+  const HostValue l = testing::asSent(left);
+  const HostValue r = testing::asSent(right);
   if (l.member() == nullptr || r.member() == nullptr)
     return l.member() == nullptr && r.member() == nullptr && l.isAbsent() == r.isAbsent();
   return testing::areEqual(*l.member(), *r.member());

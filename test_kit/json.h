@@ -13,6 +13,9 @@ namespace veltrano::testing {
 /// The contents of a dictionary with only text keys; none for anything else.
 std::optional<HostMap> mapIn(const HostValue& value);
 
+/// Whether the value is an infinity or NaN, which JSON cannot express.
+bool isNotFinite(const HostValue& value);
+
 /// The value as it is sent, with words in place of what is never sent. For messages.
 std::string readableText(const HostValue& value);
 
@@ -24,8 +27,5 @@ void writeScenarioMap(internal::JSONWriter& writer, const HostMap& map);
 
 /// The value of a JSON text; absent if the text is malformed.
 HostValue parsedJSON(std::string_view text);
-
-/// The JSON text of a post's body: strips "data=" and decodes the Base64.
-std::string decodedBody(std::string_view body);
 
 }  // namespace veltrano::testing

@@ -1,13 +1,18 @@
 #include <algorithm>
+#include <future>
+#include <memory>
 #include <utility>
 
 #include "platform/host_callback.h"
+#include "platform/posix/final_flush.h"
 #include "test_kit/implementation.h"
 
 namespace veltrano::testing {
 namespace {
 
 constexpr Duration kLongestRun = std::chrono::hours(24);
+// How long a shutdown on another thread waits, after its deadline, for the main thread.
+constexpr std::chrono::seconds kGrace{1};
 
 }  // namespace
 
@@ -15,62 +20,144 @@ void World::Implementation::advance(Duration time) {
   if (!substitute_) throw Error("The world has ended.");
   if (!mainThread_.isCurrent()) throw Error("A world is advanced by the thread that made it.");
   if (time < Duration::zero()) throw Error("A world cannot go back in time.");
-  if (isRunning_) {
-    const std::string error = "A callback cannot advance the world that calls it.";
-    complain(error);  // because exceptions of callbacks are dropped
-    throw Error(error);
-  }
-  run(now() + time + kInstant, false);
+  refuseInCallback("A callback cannot advance the world that calls it.");
+  run(now() + time + kInstant, Purpose::advance);
+}
+
+void World::Implementation::refuseInCallback(const std::string& error) {
+  if (!isRunning_ && !internal::HostCall::isOnThisThread() && !internal::Substitute::isInCallback())
+    return;
+  complain(error);  // because exceptions of callbacks are dropped
+  throw Error(error);
 }
 
 // Ends at `target`, before anything that is due then: in a scenario, too, what the test does next
-// comes first. Obeys the run loop's `stop` only if `isForLoop`, and returns whether that ended it.
-bool World::Implementation::run(Duration target, bool isForLoop) {
+// comes first. Returns whether the main run loop's `stop` ended it. A function of the main run loop
+// may shut down, which runs the world inside of this run.
+bool World::Implementation::run(Duration target, Purpose purpose) {
   struct Running {
-    explicit Running(Implementation& running) : world(running) {
+    Running(Implementation& running, Purpose own) : world(running) {
       world.isRunning_ = true;
+      world.purpose_ = own;
+      world.isStopping_ = false;
       world.recorder_.setBeforeAll(false);
     }
     ~Running() {
-      world.isRunning_ = world.endsWhenStopped_ = false;
+      world.isRunning_ = world.wasInterrupted_ = isInner;
+      world.purpose_ = outerPurpose;
+      world.isStopping_ = wasOuterStopping;
       world.recorder_.setBeforeAll(true);
       world.clock_.publish();
-      world.unsettled_ = 0;
+      const std::lock_guard lock(world.mutex_);
+      world.unsettled_.clear();
     }
     Implementation& world;
+    const bool isInner = world.isRunning_;
+    const Purpose outerPurpose = world.purpose_;
+    const bool wasOuterStopping = world.isStopping_;
   };
-  const Running running(*this);
+  const Running running(*this, purpose);
   internal::Timeline& timeline = simulated_.timeline;
-  timeline.begin();
-  loop_.forgetSchedule();
-  loop_.scheduleFunctions(now());
-  timeline.addStep(target, [&] { timeline.stop(); });
-  endsWhenStopped_ = isForLoop;
   wasStopped_ = false;
-  timeline.runUntil(target);
-  if (timeline.isRunaway())
-    complain("So much happens that it would never end: something sets itself off again.");
+  do {
+    wasInterrupted_ = false;
+    timeline.begin();
+    loop_.forgetSchedule();
+    if (purpose != Purpose::shutDown) loop_.scheduleFunctions(now());
+    timeline.addStep(target, [&] { timeline.stop(); });
+    if (isStopping_) stopSoon();
+    timeline.runUntil(target);
+    if (timeline.isRunaway())
+      complain("So much happens that it would never end: something sets itself off again.");
+  } while (wasInterrupted_);
   return wasStopped_;
 }
 
 bool World::Implementation::takeTurn() {
   clock_.publish();
-  loop_.scheduleFunctions(now() + kInstant);
-  if (endsWhenStopped_ && loop_.takeStop()) {
-    endsWhenStopped_ = false;
-    simulated_.timeline.addStep(now() + kInstant, [this] {
-      wasStopped_ = true;
-      simulated_.timeline.stop();
-    });
+  if (purpose_ != Purpose::shutDown) loop_.scheduleFunctions(now() + kInstant);
+  if (purpose_ == Purpose::mainRunLoop && !isStopping_ && loop_.takeStop()) {
+    isStopping_ = true;
+    stopSoon();
   }
   return queue_.takeSubmissions();
 }
 
+void World::Implementation::stopSoon() {
+  simulated_.timeline.addStep(now() + kInstant, [this] {
+    wasStopped_ = true;
+    simulated_.timeline.stop();
+  });
+}
+
+bool World::Implementation::shutDown(Clock::time_point deadline) {
+  if (internal::HostCall::isOnThisThread()) return false;
+  if (const auto result = wasComplete()) return *result;
+  const auto start = Clock::now();
+  const auto left = std::chrono::duration_cast<Duration>(std::max(deadline, start) - start);
+  const Duration time = std::min(left, kLongestRun);
+  if (mainThread_.isCurrent()) return shutDownWithin(time);
+  const auto result = std::make_shared<std::promise<bool>>();
+  loop_.perform([this, time, result] { result->set_value(shutDownWithin(time)); });
+  auto outcome = result->get_future();
+  if (outcome.wait_until(start + time + kGrace) == std::future_status::ready) return outcome.get();
+  complain("A shutdown on another thread waited in vain for the main thread to advance the world.");
+  return false;
+}
+
+std::optional<bool> World::Implementation::wasComplete() const {
+  const std::lock_guard lock(mutex_);
+  return wasComplete_;
+}
+
+// Called on the main thread.
+bool World::Implementation::shutDownWithin(Duration time) {
+  if (!substitute_) return false;
+  if (const auto result = wasComplete()) return *result;
+  const Duration deadline = now() + time + kInstant;
+  bool isComplete = flushUntil(deadline);
+  if (!network_.isIdle()) run(deadline, Purpose::shutDown);  // there is a heartbeat
+  isComplete &= network_.isIdle();
+  simulated_.workQueue.stop();
+  network_.fail();
+  run(now(), Purpose::shutDown);  // the flush that waited for an upload
+  simulated_.timeline.dropScheduled();
+  notifications_.drop();
+  substitute_->shutDown();
+  const Statistics last = statistics();
+  isComplete &= last.waiting + last.inFlight == 0;
+  const std::lock_guard lock(mutex_);
+  wasComplete_ = isComplete;
+  return isComplete;
+}
+
+// As the POSIX platform does. False if the deadline passes first.
+bool World::Implementation::flushUntil(Duration deadline) {
+  device_.change(
+      [](SimulatedDevice& device) { device.applicationState = ApplicationState::background; });
+  recordState(ApplicationState::background);
+  const auto flush = [&] {
+    post(internal::kApplicationDidEnterBackground);
+    const auto isFlushed = std::make_shared<bool>(false);
+    queue_.async([this, isFlushed] {
+      queue_.async([this, isFlushed] {
+        *isFlushed = true;
+        simulated_.timeline.stop();
+      });
+    });
+    run(deadline, Purpose::shutDown);
+    return *isFlushed;
+  };
+  const auto pause = [&](Duration time) {
+    if (now() + time >= deadline) return false;
+    run(now() + time, Purpose::shutDown);
+    return true;
+  };
+  return internal::flushWithRetries([&] { return statistics(); }, flush, pause);
+}
+
 void World::Implementation::jumpClock(Duration distance) {
-  // The largest offset at which clock arithmetic cannot overflow.
-  constexpr Duration kFarthest = std::chrono::seconds(4'000'000'000'000);
-  Duration& jumped = simulated_.clock.jumped;
-  jumped = std::clamp(jumped + std::clamp(distance, -kFarthest, kFarthest), -kFarthest, kFarthest);
+  simulated_.clock.jump(distance);
   clock_.publish();
   recorder_.add("clockJump", [&](internal::JSONWriter& writer) {
     writer.key("seconds");
@@ -89,7 +176,7 @@ bool World::Implementation::Loop::runUntil(std::chrono::steady_clock::time_point
 }
 
 void World::Implementation::Loop::runDue() {
-  if (world_.canRun() && !world_.isRunning_) world_.run(world_.now() + kInstant, false);
+  if (world_.canRun() && !world_.isRunning_) world_.run(world_.now() + kInstant, Purpose::advance);
 }
 
 // True if stopped before `time` was over.
@@ -100,7 +187,8 @@ bool World::Implementation::Loop::runFor(Duration time) {
     world_.complain("The main run loop was run by a callback: it returned at once.");
     return true;
   }
-  return world_.run(world_.now() + std::max(time, Duration::zero()) + kInstant, true);
+  return world_.run(world_.now() + std::max(time, Duration::zero()) + kInstant,
+                    Purpose::mainRunLoop);
 }
 
 void World::Implementation::Loop::stop() {

@@ -8,11 +8,17 @@
 namespace veltrano::testing {
 namespace {
 
+std::string joined(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+  return text.empty() ? "none" : text;
+}
+
 // Lists the keys of a map for a message.
 std::string keysOf(const HostMap& map) {
-  std::string keys;
-  for (const auto& [key, value] : map) keys += (keys.empty() ? "" : ", ") + key;
-  return keys.empty() ? "none" : keys;
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : map) keys.push_back(key);
+  return joined(keys);
 }
 
 // Keys may contain dots: a key that equals the whole path wins.
@@ -44,9 +50,9 @@ std::ostream& operator<<(std::ostream& out, Origin origin) {
   return out << kNames[static_cast<int>(origin)];
 }
 
-void detail::throwNoSuchItem(std::size_t index, std::size_t size) {
+void detail::throwNoSuchItem(std::size_t index, std::size_t size, const char* items) {
   throw Error("There is no item " + std::to_string(index) + " in a list of " +
-              std::to_string(size) + ".");
+              std::to_string(size) + ' ' + items + '.');
 }
 
 HostValue Properties::operator[](std::string_view path) const {
@@ -83,16 +89,16 @@ Events Events::named(std::string_view name) const {
   std::vector<Event> events;
   std::copy_if(begin(), end(), std::back_inserter(events),
                [&](const Event& event) { return event.name() == name; });
-  return Events(std::move(events));
+  return Events(std::move(events), waiting_);
 }
 
 Event Events::only(std::string_view name) const {
   const Events events = named(name);
   if (events.size() == 1) return events.front();
-  std::string others;
-  for (const Event& event : *this) others += (others.empty() ? "" : ", ") + event.name();
-  throw Error(std::to_string(events.size()) + " events are called " + quoted(name) +
-              "; delivered were: " + (others.empty() ? "none" : others));
+  std::vector<std::string> others;
+  for (const Event& event : *this) others.push_back(event.name());
+  throw Error(std::to_string(events.size()) + " delivered events are called " + quoted(name) +
+              "; delivered were: " + joined(others) + "; waiting: " + joined(waiting_));
 }
 
 std::string Heartbeat::sessionId() const {

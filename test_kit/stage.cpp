@@ -84,21 +84,27 @@ std::shared_ptr<internal::Timer> StageTimers::schedule(Duration delay, Duration 
 
 void StageNetwork::postData(internal::PostRequest request, internal::URLSessionCallback callback) {
   const Answer answer = choose_(request);
-  const std::uint64_t post = posts_++;
-  underWay_.emplace(post, std::move(callback));
-  timeline_.schedule(answer.latency, [this, post, answer, path = pathOf(request.baseURL)] {
-    finish(post, path, answer);
-  });
+  const std::uint64_t number = posts_++;
+  underWay_.emplace(number, Post{pathOf(request.baseURL), request.httpBody.size(), timeline_.now(),
+                                 std::move(callback)});
+  timeline_.schedule(answer.latency, [this, number, answer] { finish(number, answer); });
 }
 
-void StageNetwork::finish(std::uint64_t post, const std::string& path, const Answer& answer) {
-  const auto waiting = underWay_.extract(post);
-  if (waiting.empty()) return;
-  arrive_(path, answer);
+void StageNetwork::finish(std::uint64_t number, const Answer& answer) {
+  const auto node = underWay_.extract(number);
+  if (node.empty()) return;
+  const Post& post = node.mapped();
+  arrive_(post, answer);
   if (answer.isTransportError)
-    waiting.mapped()(std::nullopt, std::nullopt, internal::TransportError{"simulated"});
+    post.callback(std::nullopt, std::nullopt, internal::TransportError{"simulated"});
   else
-    waiting.mapped()(answer.body, internal::URLResponse{answer.status}, std::nullopt);
+    post.callback(answer.body, internal::URLResponse{answer.status}, std::nullopt);
+}
+
+void StageNetwork::fail() {
+  Answer failure;
+  failure.isTransportError = true;
+  while (!isIdle()) finish(underWay_.begin()->first, failure);
 }
 
 void StageNetwork::drop() {
@@ -108,7 +114,7 @@ void StageNetwork::drop() {
 
 std::optional<std::string> StageToken::sessionToken() const {
   std::optional<std::string> token;
-  if (function) internal::dropExceptions([&] { token = function(); });
+  if (function) internal::callHost([&] { token = function(); });
   return token;
 }
 

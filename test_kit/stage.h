@@ -163,7 +163,13 @@ class StageDevice final : public internal::Device,
 class StageNetwork final : public internal::ZKURLSessionManager {
  public:
   using Choose = std::function<Answer(const internal::PostRequest&)>;
-  using Arrive = std::function<void(const std::string& path, const Answer&)>;
+  struct Post {
+    std::string path;
+    std::size_t bytes = 0;  // of the body
+    Duration at{0};
+    internal::URLSessionCallback callback;
+  };
+  using Arrive = std::function<void(const Post&, const Answer&)>;
 
   /// `choose` returns the answer to a post; `arrive` is called before the library gets it.
   StageNetwork(internal::Timeline& timeline, Choose choose, Arrive arrive)
@@ -171,16 +177,21 @@ class StageNetwork final : public internal::ZKURLSessionManager {
 
   void postData(internal::PostRequest request, internal::URLSessionCallback callback) override;
 
+  bool isIdle() const { return underWay_.empty(); }
+
+  /// Fails unanswered posts.
+  void fail();
+
   /// Drops unanswered posts.
   void drop();
 
  private:
-  void finish(std::uint64_t post, const std::string& path, const Answer& answer);
+  void finish(std::uint64_t number, const Answer& answer);
 
   internal::Timeline& timeline_;
   const Choose choose_;
   const Arrive arrive_;
-  std::map<std::uint64_t, internal::URLSessionCallback> underWay_;
+  std::map<std::uint64_t, Post> underWay_;
   std::uint64_t posts_ = 0;
 };
 

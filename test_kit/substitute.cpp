@@ -1,5 +1,7 @@
 #include "test_kit/substitute.h"
 
+#include <optional>
+
 #include "platform/host_callback.h"
 #include "platform/posix/platform_backend.h"
 #include "tracker/library.h"
@@ -23,6 +25,7 @@ struct Substitute::State {
   State& operator=(const State&) = delete;
 
   Library library;
+  std::optional<Library> inert;  // after a shutdown
   Library* replaced = nullptr;
   bool wasHostGone = false;
 };
@@ -34,6 +37,17 @@ Substitute::~Substitute() = default;
 
 Statistics Substitute::statistics() const {
   return state_->library.accounting().statistics();
+}
+
+void Substitute::shutDown() {
+  state_->inert.emplace(Platform());
+  state_->inert->accounting().goOnFrom(statistics());
+  Library::exchangeCurrent(&*state_->inert);
+  state_->library.releaseCallbacks();
+}
+
+bool Substitute::isInCallback() noexcept {
+  return HostCall::isOnThisThread();
 }
 
 const char* Substitute::version() noexcept {

@@ -26,6 +26,13 @@ class VELTRANO_EXPORT Substitute {
 
   Statistics statistics() const;
 
+  /// Makes the process's library inert, with the statistics of the moment, and drops the host's
+  /// callbacks. Nothing may run on the platform any more, except calls that have begun.
+  void shutDown();
+
+  /// Whether this thread runs a callback of the host that a library calls.
+  static bool isInCallback() noexcept;
+
   /// The library's version, such as "1.0.0".
   static const char* version() noexcept;
 

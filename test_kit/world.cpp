@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <utility>
@@ -9,6 +10,13 @@
 #include "veltrano/veltrano.h"
 
 namespace veltrano::testing {
+namespace {
+
+std::string countedEvents(std::uint64_t count) {
+  return std::to_string(count) + (count == 1 ? " event was" : " events were");
+}
+
+}  // namespace
 
 World::Implementation::Implementation() {
   expectLibraryOfThisRelease();
@@ -39,8 +47,8 @@ World::Implementation::Implementation() {
 void World::Implementation::end() {
   if (!substitute_) return;
   statistics_ = substitute_->statistics();
-  if (const auto pending = statistics_.waiting + statistics_.inFlight + unsettled_; pending > 0)
-    complain(std::to_string(pending) + " events were pending at the end, and are dropped.");
+  if (const auto pending = waitingNames().size(); pending > 0)
+    complain(countedEvents(pending) + " pending at the end, and dropped.");
   if (const char* directory = std::getenv("VELTRANO_TRACES")) {
     static std::atomic<int> worlds{0};
     const std::string file =
@@ -68,12 +76,24 @@ Complaints World::Implementation::complaints() const {
   }
   const Statistics counts = statistics();
   if (counts.droppedByTrimming > 0)
-    complaints.push_back(std::to_string(counts.droppedByTrimming) +
-                         " events were dropped, the oldest first, because too many waited.");
+    complaints.push_back(countedEvents(counts.droppedByTrimming) +
+                         " dropped, the oldest first, because too many waited.");
   if (counts.droppedForMemory > 0)
-    complaints.push_back(std::to_string(counts.droppedForMemory) +
-                         " events were dropped for want of memory.");
+    complaints.push_back(countedEvents(counts.droppedForMemory) +
+                         " dropped because memory ran out.");
   return Complaints(std::move(complaints));
+}
+
+std::vector<std::string> World::Implementation::waitingNames() const {
+  const Statistics counts = statistics();
+  const std::size_t kept = std::min(waiting_.size(), std::size_t(counts.waiting + counts.inFlight));
+  std::vector<std::string> names;
+  // The queue drops the oldest.
+  for (auto event = waiting_.end() - std::ptrdiff_t(kept); event != waiting_.end(); ++event)
+    names.push_back(event->name);
+  const std::lock_guard lock(mutex_);
+  names.insert(names.end(), unsettled_.begin(), unsettled_.end());
+  return names;
 }
 
 std::string World::Implementation::trace() const {
@@ -108,7 +128,7 @@ Network& World::network(std::string_view path) {
 }
 
 Events World::delivered() const {
-  return Events(implementation_->delivered);
+  return Events(implementation_->delivered, implementation_->waitingNames());
 }
 
 std::size_t World::waiting() const {
@@ -189,6 +209,7 @@ void World::writeTrace(const std::string& file) const {
 }
 
 void World::end() {
+  implementation_->refuseInCallback("A callback cannot end the world that calls it.");
   implementation_->end();
 }
 

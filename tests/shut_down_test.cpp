@@ -10,6 +10,7 @@
 #include <latch>
 #include <memory>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/support/posting.h"
@@ -24,9 +25,7 @@ using std::chrono::seconds;
 
 // A host and its collection host. Live as long as the process.
 struct Host {
-  explicit Host(bool isAnswered)
-      : server(new TLSServer(
-            [isAnswered](int) { return isAnswered ? answer("200 OK") : TLSServer::Reply{}; })) {
+  explicit Host(TLSServer::Handler handler) : server(new TLSServer(std::move(handler))) {
     PosixOptions options;
     options.collectionHost = "127.0.0.1:" + std::to_string(server->port());
     options.certificateAuthorities = server->authorities();
@@ -34,6 +33,7 @@ struct Host {
       ++callbacks;
       onLine(line);
     };
+    options.onTransfer = [this](const TransferReport&) { onTransfer(); };
     platform = PosixPlatform::install(std::move(options)).platform;
     Veltrano::isLoggerEnabled = true;
   }
@@ -44,12 +44,17 @@ struct Host {
 
   std::atomic<int> callbacks{0};
   std::function<void(std::string_view)> onLine = [](std::string_view) {};
+  std::function<void()> onTransfer = [] {};
   std::unique_ptr<TLSServer> server;
   PosixPlatform* platform = nullptr;
 };
 
-Host& host(bool isAnswered = true) {
-  static auto& only = *new Host(isAnswered);
+TLSServer::Reply accept(int) {
+  return answer("200 OK");
+}
+
+Host& host(const TLSServer::Handler& handler = accept) {
+  static auto& only = *new Host(handler);
   return only;
 }
 
@@ -138,9 +143,25 @@ TEST_F(ShutDown, SendsWhatAFlushReplacesTheFinalOneWith) {
   });
 }
 
+TEST_F(ShutDown, TriesAgainUntilItsDeadline) {
+  expectExit([] {  // the first flush fails with its three attempts
+    Host& it = host([](int number) { return answer(number < 5 ? "503 Busy" : "200 OK"); });
+    Veltrano::shared().track("E");
+    expect(it.shutDown(), "it was complete");
+    expect(Veltrano::shared().statistics().delivered == 1, "the event was delivered");
+  });
+  expectExit([] {
+    Host& it = host([](int) { return answer("404 None"); });
+    Veltrano::shared().track("E");
+    expect(!it.shutDown(std::chrono::milliseconds(500)), "the event was left");
+    expect(it.server->requests().size() > 1, "it tried again");
+    expect(Veltrano::shared().statistics().waiting == 1, "the event waits");
+  });
+}
+
 TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
   expectExit([] {  // the collection host hangs
-    Host& it = host(false);
+    Host& it = host([](int) { return TLSServer::Reply{}; });
     auto& tracker = Veltrano::shared();
     const auto held = std::make_shared<int>();
     std::atomic<int> outcomes{0};
@@ -162,6 +183,15 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
     });
     isRunning.wait();
     expect(!it.shutDown(std::chrono::milliseconds(100)), "something was left");
+  });
+  expectExit([] {  // the function that gets the report on the upload hangs
+    Host& it = host();
+    it.onTransfer = [] {
+      for (;;) pause();
+    };
+    Veltrano::shared().track("E");
+    expect(!it.shutDown(std::chrono::milliseconds(100)), "something was left");
+    expect(Veltrano::shared().statistics().inFlight == 0, "the upload was given up");
   });
 }
 

@@ -4,11 +4,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -119,11 +121,18 @@ TEST(Lookups, SayWhatIsThere) {
   world.advance(20s);
   const auto delivered = world.delivered();
   EXPECT_EQ(errorOf([&] { delivered.only("Bought"); }),
-            "0 events are called \"Bought\"; delivered were: Seen, Seen");
-  EXPECT_EQ(errorOf([&] { delivered.only("Seen"); }).substr(0, 8), "2 events");
+            "0 delivered events are called \"Bought\"; delivered were: Seen, Seen; waiting: none");
+  EXPECT_EQ(errorOf([&] { delivered.only("Seen"); }).substr(0, 11), "2 delivered");
   EXPECT_NE(errorOf([&] { delivered[0]["plan"]; }).find("$os_version, "), std::string::npos);
-  EXPECT_EQ(errorOf([&] { delivered[2]; }), "There is no item 2 in a list of 2.");
-  EXPECT_EQ(errorOf([&] { world.heartbeats().back(); }), "There is no item 0 in a list of 0.");
+  EXPECT_EQ(errorOf([&] { delivered[2]; }), "There is no item 2 in a list of 2 events.");
+  EXPECT_EQ(errorOf([&] { world.heartbeats().back(); }),
+            "There is no item 0 in a list of 0 heartbeats.");
+  world.network("/track").answer(503);
+  Veltrano::shared().track("Refused");
+  world.advance(20s);
+  Veltrano::shared().track("New");
+  const auto error = errorOf([&] { world.delivered().named("Seen").only("New"); });
+  EXPECT_NE(error.find("; waiting: Refused, New"), std::string::npos) << error;
   EXPECT_EQ(errorOf([] { kit::World second; }), "There is a world already.");
   EXPECT_EQ(errorOf([&] { world.advance(-1s); }), "A world cannot go back in time.");
   EXPECT_EQ(printed(world.complaints()), "none");
@@ -163,9 +172,41 @@ TEST(Complaints, NameWhatNobodyNotices) {
     EXPECT_TRUE(hasOne(world.complaints(), "E: a.b[1] is an object of another type"))
         << world.complaints();
     world.end();
-    EXPECT_EQ(world.complaints().size(), 2u) << world.complaints();
+    EXPECT_EQ(world.complaints().back(),
+              "at 0.000000 s: 1 event was pending at the end, and dropped.");
     world.enterBackground();
     EXPECT_EQ(errorOf([&] { world.advance(1s); }), "The world has ended.");
+  }
+  {
+    kit::World world;
+    const auto nested = [](int depth) {
+      HostValue value = 1;
+      for (; depth > 0; --depth) value = Array(std::vector<HostValue>{value});
+      return value;
+    };
+    Veltrano::shared().track("E", {{"a", nested(128)}, {"b", HostMap()}, {"c", NAN}});
+    Veltrano::shared().track("Deep", {{"a", nested(129)}, {"n", veltrano::NSNumber(13, INFINITY)}});
+    world.advance(20s);
+    const auto complaints = printed(world.complaints());
+    EXPECT_EQ(world.complaints().size(), 4u) << complaints;
+    for (const char* const words : {"E: b is an empty map", "E: c is not finite", "Deep: n is not",
+                                    "Deep nests more than 128 deep"})
+      EXPECT_NE(complaints.find(words), std::string::npos) << words << complaints;
+  }
+  {
+    kit::World world;
+    const auto end = [&] { world.end(); };
+    world.network("/track").answer([&](const kit::Request&) {
+      end();
+      return kit::Answer{};
+    });
+    Veltrano::shared().setRefreshTriggersWithHandler({{"E"}}, end);
+    Veltrano::shared().track("E", {}, [&](bool) { end(); });
+    world.advance(0s);
+    EXPECT_EQ(world.statistics().uploadsFailedInTransport, 1u);  // the rule threw
+    EXPECT_EQ(world.complaints().size(), 4u) << world.complaints();
+    for (std::size_t i : {0, 1, 3})
+      EXPECT_NE(world.complaints()[i].find("cannot end"), std::string::npos) << world.complaints();
   }
   {
     kit::World world;
@@ -186,7 +227,7 @@ TEST(Complaints, NameWhatNobodyNotices) {
     world.network("/track").answer(503);
     for (int i = 0; i < 201; ++i) Veltrano::shared().track("E" + std::to_string(i));
     world.advance(1min);
-    EXPECT_TRUE(hasOne(world.complaints(), "1 events were dropped, the oldest"))
+    EXPECT_TRUE(hasOne(world.complaints(), "1 event was dropped, the oldest"))
         << world.complaints();
     world.network("/track").answer(200);
     world.advance(20s);
@@ -291,6 +332,83 @@ TEST(MainRunLoop, RunsInVirtualTime) {
   kit::World world;
   EXPECT_EQ(PosixPlatform::install(options()).platform, kept);
   EXPECT_NE(&kept->mainRunLoop(), nullptr);
+}
+
+TEST(ShutDown, HappensAsInProduction) {
+  const auto in = [](auto time) { return std::chrono::steady_clock::now() + time; };
+  int callbacks = 0;
+  auto given = options();
+  given.logSink = [&](std::string_view) { ++callbacks; };
+  std::vector<int> statuses;
+  given.onTransfer = [&](const veltrano::TransferReport& transfer) {
+    EXPECT_EQ(transfer.path, "/track");
+    EXPECT_EQ(transfer.duration, 1s);
+    statuses.push_back(transfer.status);
+  };
+  {  // in a function of the main run loop, and while the host is down
+    kit::World world;
+    auto& platform = *PosixPlatform::install(given).platform;
+    auto& loop = platform.mainRunLoop();
+    Veltrano::isLoggerEnabled = true;
+    world.network("/track").answer(503).after(1s).times(2);
+    world.network("/track").answer(200).after(1s);
+    auto& tracker = Veltrano::shared();
+    tracker.setUserId("user");
+    tracker.track("E", {}, [&](bool) { EXPECT_FALSE(platform.shutDown(in(10s))); });
+    bool isComplete = false;
+    loop.perform([&] {
+      isComplete = platform.shutDown(in(10s));
+      loop.stop();
+    });
+    loop.run();
+    EXPECT_TRUE(isComplete);
+    EXPECT_EQ(statuses, (std::vector<int>{503, 503, 200}));
+    EXPECT_EQ(world.delivered().size(), 1u);
+    EXPECT_LT(world.now(), 4s);
+
+    const int before = callbacks;
+    tracker.track("Later", {}, [&](bool) { ++callbacks; });
+    platform.applicationWillEnterForeground();
+    world.enterForeground();
+    loop.perform([&] { isComplete = false; });
+    world.advance(1h);
+    EXPECT_FALSE(isComplete) << "the run loop goes on";
+    EXPECT_EQ(callbacks, before);
+    EXPECT_EQ(tracker.statistics().recorded, 1u);
+    EXPECT_TRUE(world.heartbeats().empty());
+    EXPECT_TRUE(platform.shutDown(in(0s)));
+    EXPECT_TRUE(world.complaints().empty()) << world.complaints();
+  }
+  {  // on another thread, and until the deadline
+    kit::World world;
+    given.onTransfer = nullptr;
+    auto& platform = *PosixPlatform::install(given).platform;
+    world.network("/track").answer(200).after(1min);
+    std::vector<bool> outcomes;
+    const auto held = std::make_shared<int>();
+    Veltrano::shared().track("E", {}, [&](bool delivered) { outcomes.push_back(delivered); });
+    world.advance(1s);
+    Veltrano::shared().track("F", {}, [held](bool) { ADD_FAILURE() << "not to be called"; });
+    std::atomic<bool> isOver{false};
+    std::thread host([&] {
+      EXPECT_FALSE(platform.shutDown(in(10s)));
+      EXPECT_FALSE(platform.shutDown(in(0s)));
+      isOver = true;
+    });
+    while (!isOver) world.advance(1ms);
+    host.join();
+    EXPECT_EQ(outcomes, (std::vector<bool>{false}));
+    EXPECT_EQ(held.use_count(), 1);
+    EXPECT_GE(world.now(), 10s);
+    world.advance(1h);
+    EXPECT_TRUE(world.delivered().empty());
+    EXPECT_EQ(world.waiting(), 1u);
+  }
+  kit::World world;
+  PosixPlatform::install(given);
+  Veltrano::shared().track("E", {}, [&](bool) { callbacks = -1; });
+  world.advance(1s);
+  EXPECT_EQ(callbacks, -1) << "the next world is not shut down";
 }
 
 TEST(Threads, TrackWhileTheWorldGoesOn) {

@@ -306,8 +306,11 @@ TEST(URLSession, LeavesAProxyThatRefusesAtOnce) {
     TLSServer proxy([](int) { return answer("200 OK"); }, {.asProxy = refusal});
     auto options = trusting(proxy.authorities());
     options.proxy = "http://127.0.0.1:" + std::to_string(proxy.port());
+    std::string reason;
+    options.onTransfer = [&](const TransferReport& report) { reason = report.reason; };
     PosixURLSession session(options);
     const auto outcome = post(session, requestTo("https://collector.invalid/track"));
+    EXPECT_EQ(reason == "The proxy answered with status 407", &refusal == refusals) << reason;
     ASSERT_TRUE(outcome.isTransportError()) << &refusal - refusals;
     EXPECT_NE(outcome.error->kind, Kind::timedOut) << &refusal - refusals;
   }

@@ -255,7 +255,10 @@ TEST(Values, Base64IsThatOfTheJoinedPieces) {
     std::string encoded = "data=";
     appendBase64(encoded, pieces);
     ASSERT_EQ(encoded, "data=" + expected) << "round " << round;
+    ASSERT_EQ(decodedBase64(expected), bytes) << "round " << round;
   }
+  for (const char* const bad : {"A", "AAA", "AA=A", "A===", "====", "AAB=", "AA?A"})
+    EXPECT_EQ(decodedBase64(bad), std::nullopt) << bad;
 }
 
 TEST(Values, IllFormedTextIsReplacedWhereItEnters) {

@@ -47,9 +47,10 @@ struct PosixOptions {
   /// Where events and heartbeats go: "host" or "host:port". An IPv6 address goes in brackets.
   std::string collectionHost;
 
-  /// The property-list file that stores the library's settings. Its directory must exist. Other
-  /// programs may share the file: their entries are preserved and their changes picked up. Without
-  /// a file, settings last as long as the process. A relative path is resolved at installation.
+  /// The property-list file that stores the library's settings. Its directory must exist and be
+  /// writable; a file that exists must be readable. Other programs may share the file: their
+  /// entries are preserved and their changes picked up. Without a file, settings last as long as
+  /// the process. A relative path is resolved at installation.
   std::string userDefaultsFile;
 
   /// The application's Info dictionary, which holds its version: either the dictionary itself or
@@ -59,7 +60,7 @@ struct PosixOptions {
   std::string infoPropertyListFile;
 
   /// The certificate authorities to trust, as a PEM file; the system's own when empty. Installation
-  /// fails if the file cannot be read or holds no certificate.
+  /// fails if the file cannot be read, or holds no certificate or a malformed one.
   std::string certificateAuthorities;
 
   /// The public keys to pin, in addition to certificate validation: "sha256//" followed by the
@@ -163,10 +164,12 @@ class VELTRANO_EXPORT PosixPlatform {
   RunLoop& mainRunLoop();
 
   /// Shuts the library down for good, as when an application is closed: it enters the background
-  /// and sends what waits or is in flight until `deadline`. Then the library is inert: it calls
-  /// nothing back, its threads have ended or sleep, and pending callbacks are destroyed uncalled.
-  /// It waits up to a second for a callback that is still running; one that takes longer stays
-  /// valid until it returns. Afterwards an interpreter, a plug-in or a test may end.
+  /// and sends what waits or is in flight until `deadline`. If an upload fails, for whatever
+  /// reason, it tries again after 0.2 s, later after up to a second, as long as that is before the
+  /// deadline. Then the library is inert: it calls nothing back, its threads have ended or sleep,
+  /// and pending callbacks are destroyed uncalled. It waits up to a second for a callback that is
+  /// still running; one that takes longer stays valid until it returns. Afterwards an interpreter,
+  /// a plug-in or a test may end.
   ///
   /// Returns true when nothing was left: everything was sent, and no callback is running. Returns
   /// false at once when called from a callback or on one of the library's threads, and in the

@@ -73,7 +73,8 @@ inline void PrintTo(const HostMap& value, std::ostream* out) {
 
 namespace testing {
 
-/// Virtual time. The literals of `std::chrono` convert to it.
+/// Virtual time. The literals of `std::chrono` convert to it. GoogleTest prints it as bytes; where
+/// that matters, compare `count()`.
 using Duration = std::chrono::microseconds;
 
 /// A lookup that found nothing, or the misuse of a world.
@@ -174,13 +175,20 @@ std::ostream& operator<<(std::ostream& out, const Event& event);
 /// Events, in the order of recording.
 class Events : public List<Event> {
  public:
-  using List::List;
+  Events() = default;
+
+  /// `waiting` names events that have not been delivered yet, for the messages of `only`.
+  explicit Events(std::vector<Event> events, std::vector<std::string> waiting = {})
+      : List(std::move(events)), waiting_(std::move(waiting)) {}
 
   /// The events with this name; may be empty.
   Events named(std::string_view name) const;
 
   /// The only event with this name. Throws `Error` if there is none, or more than one.
   Event only(std::string_view name) const;
+
+ private:
+  std::vector<std::string> waiting_;
 };
 
 /// A heartbeat that was sent, whatever the answer.
@@ -277,10 +285,16 @@ using Complaints = List<std::string>;
 /// The wall clock starts at 2023-11-14 22:13:20 UTC, and identifiers are the same in every run.
 /// Until the host installs a platform, the device has default settings. `PosixPlatform::install`
 /// applies its options, but starts nothing and reads no file except `infoPropertyListFile`. Without
-/// a `logSink`, diagnostic lines are dropped. The installed platform is valid as long as the
-/// process, and a no-op outside the worlds that it was installed in. Its `shutDown` enters the
-/// background and sends what the host answers at once; the world goes on, and nothing becomes
-/// inert.
+/// a `logSink`, diagnostic lines are dropped. `onTransfer` receives each answer as the first
+/// attempt; its bytes are those of the bodies, and a transport error's reason is "simulated". The
+/// installed platform is valid as long as the process, and a no-op outside the worlds that it was
+/// installed in.
+///
+/// Its `shutDown` works as in production, with a deadline in virtual time: the world advances until
+/// everything is answered, and the library is inert afterwards. Only functions of the main run loop
+/// go on. On another thread, `shutDown` waits for the main thread to advance the world; if that
+/// does not happen by a second after the deadline, in real time, it returns false, and a complaint
+/// says so.
 ///
 /// The main run loop's `run` advances the world until `stop`, for a virtual day at most. Its
 /// `fileDescriptor` is -1.
@@ -294,7 +308,7 @@ class World {
   /// Drops what is pending and restores the process's own library.
   ///
   /// Warning: no other thread may still be calling the library, and neither may the world be
-  /// running: destroy it in no callback.
+  /// running: destroy it in no callback or rule.
   ~World();
 
   World(const World&) = delete;
@@ -305,7 +319,8 @@ class World {
   /// a callback and after `end`.
   void advance(Duration time);
 
-  /// Virtual time since the world's start.
+  /// Virtual time since the world's start: a microsecond after the latest `advance`, such as
+  /// 20.000001 s after `advance(20s)`.
   Duration now() const;
 
   /// Moves the wall clock forward or back. The monotonic clock does not change.
@@ -318,7 +333,8 @@ class World {
   /// The events that the collection host accepted.
   Events delivered() const;
 
-  /// The number of events that are waiting or in flight.
+  /// The number of events that are waiting or in flight. Events join the queue in `advance`: those
+  /// tracked since do not count yet.
   std::size_t waiting() const;
 
   List<Heartbeat> heartbeats() const;
@@ -326,9 +342,10 @@ class World {
   Statistics statistics() const;
 
   /// Problems that would otherwise go unnoticed: values left out because events cannot hold them
-  /// (absent ones excepted), events that were dropped and why, a platform installed too late or
-  /// twice, a rule that threw, a heartbeat that is never sent, a run that does not end. After
-  /// `end`, also events that were still pending.
+  /// (absent ones excepted) or because they nest too deep, numbers sent as null, events that were
+  /// dropped and why, a platform installed too late or twice, a rule that threw, a heartbeat that
+  /// is never sent, a run that does not end, misuse in a callback. After `end`, also events that
+  /// were still pending.
   Complaints complaints() const;
 
   /// Lifecycle changes, with their notifications. `enterBackground` first makes the application
@@ -361,7 +378,8 @@ class World {
   std::string trace() const;
   void writeTrace(const std::string& file) const;
 
-  /// Ends the world, as its destructor does. What it has seen stays available.
+  /// Ends the world, as its destructor does. What it has seen stays available. Throws `Error` in a
+  /// callback and in a rule.
   void end();
 
  private:
@@ -370,12 +388,20 @@ class World {
 };
 
 namespace detail {
-[[noreturn]] void throwNoSuchItem(std::size_t index, std::size_t size);
+[[noreturn]] void throwNoSuchItem(std::size_t index, std::size_t size, const char* items);
+
+template <class T>
+constexpr const char* nameOfItems() {
+  if (std::is_same_v<T, Event>) return "events";
+  if (std::is_same_v<T, Heartbeat>) return "heartbeats";
+  if (std::is_same_v<T, Request>) return "requests";
+  return "complaints";
 }
+}  // namespace detail
 
 template <class T>
 const T& List<T>::operator[](std::size_t index) const& {
-  if (index >= size()) detail::throwNoSuchItem(index, size());
+  if (index >= size()) detail::throwNoSuchItem(index, size(), detail::nameOfItems<T>());
   return items_[index];
 }
 

@@ -1,5 +1,6 @@
 /* For a host's tests in C: runs the library in virtual time. The counterpart of veltrano/testing.h,
- * which describes a world in detail.
+ * which describes a world in detail, also what the installed platform's on_transfer and
+ * veltrano_shut_down do in it.
  *
  *     veltrano_world* world = veltrano_world_create();
  *     start_application();                // the host's, with its veltrano_install_posix_platform
@@ -29,6 +30,8 @@ typedef struct veltrano_world veltrano_world;
 
 /* NULL if there is a world already, if the library is of another release, or if memory runs out. */
 veltrano_world* veltrano_world_create(void);
+
+/* Warning: not in a callback, and not while another thread calls the library. */
 void veltrano_world_destroy(veltrano_world* world);
 
 /* Why the latest call that failed did; empty if none has failed. */
@@ -57,6 +60,8 @@ const char* veltrano_world_property(veltrano_world* world, const char* name, siz
 const char* veltrano_world_origin(veltrano_world* world, const char* name, size_t index,
                                   const char* path);
 
+/* The number of events that are waiting or in flight. Events join the queue when the world
+ * advances: those tracked since do not count yet. */
 size_t veltrano_world_waiting(veltrano_world* world);
 
 size_t veltrano_world_heartbeats(veltrano_world* world);
@@ -73,6 +78,8 @@ void veltrano_world_set_wifi(veltrano_world* world, bool connected);
 /* Everything that happened so far, as a scenario that scripts/replay plays. */
 const char* veltrano_world_trace(veltrano_world* world);
 
+/* Ends the world; what it has seen stays available. In a callback it only sets
+ * veltrano_world_error. */
 void veltrano_world_end(veltrano_world* world);
 
 #ifdef __cplusplus

@@ -376,8 +376,8 @@ typedef struct veltrano_options {
   /* Where events and heartbeats go: "host" or "host:port", an IPv6 address in brackets. */
   veltrano_text collection_host;
 
-  /* The property list that stores the library's settings. Its directory must exist. Without one,
-   * settings last as long as the process. */
+  /* The property list that stores the library's settings. Its directory must exist and be writable;
+   * a list that exists must be readable. Without one, settings last as long as the process. */
   veltrano_text user_defaults_file;
 
   /* The application's Info dictionary: a dictionary whose keys are all strings, or the path of a
@@ -440,10 +440,11 @@ VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* opt
                                                      veltrano_object** error);
 
 /* Shuts the library down for good, as when an application is closed: it enters the background and
- * sends what waits or is in flight, for at most `seconds`. Then the library is inert: it calls
- * nothing back, its threads have ended or sleep, and pending callbacks are released uncalled. It
- * waits up to a second for a callback that is still running; one that takes longer is released when
- * it returns. Afterwards an interpreter or a plug-in may end.
+ * sends what waits or is in flight, for at most `seconds`. If an upload fails, for whatever reason,
+ * it tries again after 0.2 s, later after up to a second, as long as there is time. Then the
+ * library is inert: it calls nothing back, its threads have ended or sleep, and pending callbacks
+ * are released uncalled. It waits up to a second for a callback that is still running; one that
+ * takes longer is released when it returns. Afterwards an interpreter or a plug-in may end.
  *
  * Returns true when nothing was left: everything was sent, and no callback is running. Returns
  * false at once before a platform is installed, and when called from a callback or on one of the

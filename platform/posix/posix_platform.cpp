@@ -7,7 +7,6 @@
 #include <condition_variable>
 #include <deque>
 #include <exception>
-#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
@@ -16,12 +15,11 @@
 #include <thread>
 #include <utility>
 
-#include "encoding/uuid.h"
+#include "platform/posix/final_flush.h"
 #include "platform/posix/http/exit_gate.h"
-#include "platform/posix/http/option_checks.h"
+#include "platform/posix/options.h"
 #include "platform/posix/platform_backend.h"
 #include "platform/posix/posix_services.h"
-#include "platform/posix/storage/files.h"
 #include "platform/posix/threads/background_thread.h"
 #include "platform/posix/threads/fork.h"
 #include "tracker/library.h"
@@ -56,53 +54,6 @@ void makeForkedChildrenInert() {
   static const int registered =
       pthread_atfork(nullptr, nullptr, [] { Library::exchangeCurrent(&inertLibrary()); });
   static_cast<void>(registered);  // fails only if memory runs out
-}
-
-bool holdsCertificate(const std::string& pemFile) {
-  const auto contents = readFile(pemFile).contents;
-  return contents && contents->find("CERTIFICATE-----") != std::string::npos;
-}
-
-// Makes paths absolute and reads the Info dictionary. Returns why the options are invalid; empty if
-// they are valid. Tests do not need the files (`needsFiles`).
-std::string complete(PosixOptions& options, bool needsFiles) {
-  const auto quoted = [](const std::string& text) { return " \"" + text + "\""; };
-  if (!isCollectionHost(options.collectionHost))
-    return "The collection host has to be \"host\" or \"host:port\", not" +
-           quoted(options.collectionHost) + ".";
-  for (auto* name : {&options.userDefaultsFile, &options.infoPropertyListFile,
-                     &options.certificateAuthorities}) {
-    if (name->find('\0') != std::string::npos)
-      return "The name of a file must not hold a NUL character.";
-    // The host may change its working directory later.
-    if (!name->empty()) *name = std::filesystem::absolute(*name).string();
-  }
-  const auto directory = std::filesystem::path(options.userDefaultsFile).parent_path();
-  if (needsFiles && !directory.empty() && !std::filesystem::is_directory(directory))
-    return "The settings' directory" + quoted(directory) + " does not exist.";
-  if (!options.infoDictionary && !options.infoPropertyListFile.empty()) {
-    options.infoDictionary = readInfoDictionary(options.infoPropertyListFile);
-    if (needsFiles && !options.infoDictionary)
-      return "The Info property list" + quoted(options.infoPropertyListFile) + " cannot be read.";
-  }
-  if (needsFiles && !options.certificateAuthorities.empty() &&
-      !holdsCertificate(options.certificateAuthorities))
-    return "The file" + quoted(options.certificateAuthorities) +
-           " cannot be read or holds no certificate in PEM form.";
-  if (!options.pinnedPublicKey.empty() && !isPublicKeyPin(options.pinnedPublicKey))
-    return "The pinned public key has to be \"sha256//\" and a SHA-256 digest in Base64.";
-  if (!options.proxy.empty() && !isProxy(options.proxy))
-    return "The proxy has to be \"http://host:port\".";
-  if (options.advertisingIdentifier && !canonicalUUID(*options.advertisingIdentifier))
-    return "The advertising identifier is not a UUID.";
-  using State = PosixOptions::ApplicationState;
-  if (options.applicationState != State::inactive && options.applicationState != State::background)
-    options.applicationState = State::active;
-  if (options.interfaceOrientation < 0 || options.interfaceOrientation > 4)
-    return "The interface orientation has to be from 0 to 4.";
-  if (options.deviceOrientation < 0 || options.deviceOrientation > 6)
-    return "The device orientation has to be from 0 to 6.";
-  return {};
 }
 
 // Starts no more callbacks. False if one still runs at `deadline`.
@@ -169,7 +120,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     };
     const End end{*this};
     bool isFlushed = false;
-    if (!ExitGate::isClosed()) dropExceptions([&] { isFlushed = flushUntil(deadline); });
+    dropExceptions([&] { isFlushed = flushUntil(deadline); });
     return wasComplete_ = stop(deadline) && isFlushed;
   }
 
@@ -177,13 +128,23 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
   // Flushes as if the application were closed. False if the deadline passes first.
   bool flushUntil(Clock::time_point deadline) {
     application.setState(ApplicationState::background);
-    notificationCenter.post(kApplicationDidEnterBackground);
-    const auto isFlushed = std::make_shared<std::promise<void>>();
-    // Behind the final flush. Twice: a block that runs meanwhile may not know of the background yet
-    // and replace that flush by one of its own, which is behind the first.
-    workQueue.async(
-        [this, isFlushed] { workQueue.async([isFlushed] { isFlushed->set_value(); }); });
-    return isFlushed->get_future().wait_until(deadline) == std::future_status::ready;
+    const auto statistics = [] { return Library::current().accounting().statistics(); };
+    const auto flush = [&] {
+      if (ExitGate::isClosed()) return false;
+      notificationCenter.post(kApplicationDidEnterBackground);
+      const auto isFlushed = std::make_shared<std::promise<void>>();
+      // Behind the final flush. Twice: a block that runs meanwhile may not know of the background
+      // yet and replace that flush by one of its own, which is behind the first.
+      workQueue.async(
+          [this, isFlushed] { workQueue.async([isFlushed] { isFlushed->set_value(); }); });
+      return isFlushed->get_future().wait_until(deadline) == std::future_status::ready;
+    };
+    const auto pause = [&](Duration time) {
+      if (Clock::now() + time >= deadline) return false;
+      std::this_thread::sleep_for(time);
+      return true;
+    };
+    return flushWithRetries(statistics, flush, pause);
   }
 
   // True if nothing was left.
@@ -302,7 +263,7 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
   if (isForkedChild()) return {nullptr, "A forked child keeps its parent's platform."};
   try {
     if (TestBackend* const test = testBackend) {
-      std::string error = complete(options, false);
+      std::string error = completeOptions(options, false);
       if (error.empty()) error = test->install(std::move(options));
       if (!error.empty()) return {nullptr, std::move(error)};
       // Shared by all tests, because a host may keep the pointer.
@@ -312,7 +273,7 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
     }
     const std::lock_guard lock(mutex);
     if (systemPlatform != nullptr) return {nullptr, "A platform has been installed already."};
-    if (std::string error = complete(options, true); !error.empty())
+    if (std::string error = completeOptions(options, true); !error.empty())
       return {nullptr, std::move(error)};
 
     watchForks();

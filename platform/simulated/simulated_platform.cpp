@@ -1,5 +1,6 @@
 #include "platform/simulated/simulated_platform.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace veltrano::internal {
@@ -14,6 +15,12 @@ struct SimulatedTimer final : Timer {
 };
 
 }  // namespace
+
+void SimulatedClock::jump(Duration distance) {
+  // The largest offset at which clock arithmetic cannot overflow.
+  constexpr Duration kFarthest = std::chrono::seconds(4'000'000'000'000);
+  jumped = std::clamp(jumped + std::clamp(distance, -kFarthest, kFarthest), -kFarthest, kFarthest);
+}
 
 std::shared_ptr<Timer> SimulatedTimers::schedule(Duration delay, Duration,
                                                  std::function<void()> action) {

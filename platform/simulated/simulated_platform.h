@@ -22,6 +22,9 @@ struct SimulatedClock final : WallClock {
   WallTime now() const override { return {start + timeline.now() + jumped}; }
   std::chrono::seconds localTimeOffset(WallTime) const override { return {}; }
 
+  /// Moves the clock forward or back.
+  void jump(Duration distance);
+
   const Timeline& timeline;
   Duration start = std::chrono::seconds(1'700'000'000);  // the wall clock at the start
   Duration jumped{0};                                    // how far it has been set since

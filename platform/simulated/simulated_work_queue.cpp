@@ -5,6 +5,7 @@
 namespace veltrano::internal {
 
 void SimulatedWorkQueue::async(std::unique_ptr<Block> block) {
+  if (isStopped_) return;
   ready_.push_back(std::move(block));
   becomeReady();
 }
@@ -25,6 +26,15 @@ void SimulatedWorkQueue::wait(DispatchGroup& group, std::function<void()> then) 
   });
 }
 
+void SimulatedWorkQueue::stop() {
+  isStopped_ = true;
+  // One at a time: destroying a block might submit another.
+  while (!ready_.empty()) {
+    const auto dropped = std::move(ready_.front());
+    ready_.pop_front();
+  }
+}
+
 void SimulatedWorkQueue::becomeReady() {
   if (!isParked_ && !std::exchange(takesTurns_, true)) timeline_.makeReady(*this);
 }
@@ -33,7 +43,7 @@ void SimulatedWorkQueue::becomeReady() {
 bool SimulatedWorkQueue::takeOne() {
   if (afterWait_) {
     std::exchange(afterWait_, nullptr)();
-  } else {
+  } else if (!ready_.empty()) {
     const auto block = std::move(ready_.front());
     ready_.pop_front();
     block->run();

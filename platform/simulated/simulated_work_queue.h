@@ -25,6 +25,9 @@ class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
   }
   void wait(DispatchGroup& group, std::function<void()> then) override;
 
+  /// Destroys pending blocks, and later ones. What follows a wait still runs.
+  void stop();
+
  private:
   bool takeOne() override;
   void becomeReady();
@@ -32,6 +35,7 @@ class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
   Timeline& timeline_;
   std::deque<std::unique_ptr<Block>> ready_;
   std::function<void()> afterWait_;
+  bool isStopped_ = false;
   bool isParked_ = false;    // waits for a dispatch group
   bool takesTurns_ = false;  // is in the timeline's list of what is ready
 };

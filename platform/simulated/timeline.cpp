@@ -1,6 +1,7 @@
 #include "platform/simulated/timeline.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace veltrano::internal {
@@ -37,10 +38,19 @@ bool Timeline::runUntil(Duration time) {
   return !isStopped_;
 }
 
-Duration Timeline::begin() {
-  std::erase_if(entries_,
-                [](const Entry& entry) { return std::get<Kind>(entry.place) == Kind::step; });
+// Destroys them last: an action may hold code that schedules.
+void Timeline::drop(Kind kind) {
+  const auto kept = std::partition(entries_.begin(), entries_.end(), [&](const Entry& entry) {
+    return std::get<Kind>(entry.place) != kind;
+  });
+  const std::vector<Entry> dropped(std::make_move_iterator(kept),
+                                   std::make_move_iterator(entries_.end()));
+  entries_.erase(kept, entries_.end());
   std::make_heap(entries_.begin(), entries_.end(), std::greater());
+}
+
+Duration Timeline::begin() {
+  drop(Kind::step);
   isStopped_ = isRunaway_ = false;
   restartBudget();
   return now_;

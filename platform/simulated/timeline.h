@@ -60,6 +60,9 @@ class Timeline {
   /// has scheduled. Returns the time since the start.
   Duration begin();
 
+  /// Drops what the system has scheduled.
+  void dropScheduled() { drop(Kind::scheduled); }
+
   /// Ends the run after the current entry or turn.
   void stop() { isStopped_ = true; }
 
@@ -75,6 +78,7 @@ class Timeline {
   };
 
   void add(Duration time, Kind kind, Action action);
+  void drop(Kind kind);
   void takeTurns();
   void restartBudget();
   bool isOverBudget() const;

@@ -1,9 +1,10 @@
 #include "tests/support/simulation.h"
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+
+#include "encoding/base64.h"
 
 namespace veltrano::internal {
 namespace {
@@ -14,12 +15,7 @@ Json decodedBody(const std::string& body) {
     ADD_FAILURE() << "no data in " << body;
     return document;
   }
-  std::string bytes(body.size(), '\0');
-  const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
-                                   reinterpret_cast<const unsigned char*>(body.data()) + 5,
-                                   static_cast<int>(body.size()) - 5);
-  bytes.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
-  while (body.back() == '=' && !bytes.empty() && bytes.back() == '\0') bytes.pop_back();
+  const std::string bytes = decodedBase64(body.substr(5)).value_or("");
   document.Parse<rapidjson::kParseFullPrecisionFlag>(bytes.data(), bytes.size());
   EXPECT_FALSE(document.HasParseError()) << bytes;
   return document;

@@ -1,11 +1,12 @@
 #include "tools/fleet/collection_host.h"
 
-#include <openssl/evp.h>
 #include <rapidjson/reader.h>
 
 #include <algorithm>
 #include <stdexcept>
 #include <string_view>
+
+#include "encoding/base64.h"
 
 namespace fleet {
 namespace {
@@ -16,13 +17,9 @@ constexpr std::string_view kBodyStart = "data=";
 std::string decoded(std::string_view body) {
   if (!body.starts_with(kBodyStart)) throw std::runtime_error("a body without data");
   body.remove_prefix(kBodyStart.size());
-  std::string bytes(body.size() / 4 * 3, '\0');
-  if (EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
-                      reinterpret_cast<const unsigned char*>(body.data()),
-                      static_cast<int>(body.size())) < 0)
-    throw std::runtime_error("a body that is no Base64");
-  while (!bytes.empty() && bytes.back() == '\0') bytes.pop_back();
-  return bytes;
+  auto bytes = veltrano::internal::decodedBase64(body);
+  if (!bytes) throw std::runtime_error("a body that is no Base64");
+  return *std::move(bytes);
 }
 
 // Reports the name and the time of each event in a batch.

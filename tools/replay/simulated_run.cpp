@@ -1,7 +1,5 @@
 #include "tools/replay/simulated_run.h"
 
-#include <algorithm>
-
 #include "platform/simulated/simulated_platform.h"
 #include "tracker/library.h"
 
@@ -58,12 +56,7 @@ class SimulatedWorld::SimulatedStage final : public Stage {
                  const veltrano::internal::SimulatedAnswer& answer) override {
     platform_.network.answers[path] = answer;
   }
-  void jumpClock(veltrano::internal::Duration distance) override {
-    // The largest offset at which clock arithmetic cannot overflow.
-    constexpr veltrano::internal::Duration kFarthest = std::chrono::seconds(4'000'000'000'000);
-    auto& jumped = platform_.clock.jumped;
-    jumped = std::clamp(jumped + distance, -kFarthest, kFarthest);
-  }
+  void jumpClock(veltrano::internal::Duration distance) override { platform_.clock.jump(distance); }
 
   void runWithoutRunLoop(const std::function<void()>& action) override {
     platform_.timers.threadRunsRunLoop = false;

@@ -1,13 +1,13 @@
 #include "tools/replay/trace.h"
 
-#include <openssl/evp.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
-#include <algorithm>
 #include <cinttypes>
 #include <map>
 #include <utility>
+
+#include "encoding/base64.h"
 
 namespace replay {
 namespace {
@@ -28,16 +28,8 @@ void writeMap(Writer& writer, const std::map<std::string, std::string>& map) {
 }
 
 // The JSON in a body, without "data=" and Base64.
-std::string decodedBody(const std::string& body) {
-  const std::string base64 = body.substr(body.find('=') + 1);
-  std::string json(base64.size(), '\0');
-  const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(json.data()),
-                                   reinterpret_cast<const unsigned char*>(base64.data()),
-                                   static_cast<int>(base64.size()));
-  // Padding decodes to zero bytes, which JSON never contains.
-  json.resize(static_cast<std::size_t>(std::max(size, 0)));
-  json.erase(json.find_last_not_of('\0') + 1);
-  return json;
+std::string decodedBody(std::string_view body) {
+  return veltrano::internal::decodedBase64(body.substr(body.find('=') + 1)).value_or("");
 }
 
 // Seconds with as many decimals as needed.

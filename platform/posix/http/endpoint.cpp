@@ -101,6 +101,7 @@ void Endpoint::post(PostRequest& request, URLSessionCallback& callback) noexcept
   }
   {
     const std::lock_guard lock(mutex_);
+    if (isStopped_) return;  // nobody would report it
     CURLcode failure = CURLE_OK;
     const bool canReport = ensureThread(reporterRuns_, "veltrano.reply", &Endpoint::reportOutcomes);
     if (canReport && added.empty()) {
@@ -131,7 +132,6 @@ void Endpoint::post(PostRequest& request, URLSessionCallback& callback) noexcept
       changed_.notify_all();
       return;
     }
-    if (isStopped_) return;
   }
   // Without memory or a thread, the callback cannot be deferred.
   TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
@@ -152,6 +152,15 @@ bool Endpoint::shutDown(Clock::time_point deadline) {
     return isFinished() && !preparerRuns_ && !senderRuns_ && !reporterRuns_;
   });
   isSilent_ = true;
+  // The host's code still runs on the reporting thread. What waits for it is dropped.
+  for (auto post = unreported(); post != posts_.end(); post = unreported()) {
+    Post removed;
+    URLSessionCallback callback = takeCallback(post, removed);
+    lock.unlock();
+    callback = nullptr;
+    removed = Post();
+    lock.lock();
+  }
   return isComplete;
 }
 
@@ -383,10 +392,8 @@ bool Endpoint::report(Lock& lock, Posts::iterator post) {
     result.error = CURLE_OPERATION_TIMEDOUT;
     reports = reportsOf(*post, result, false);
   }
-  URLSessionCallback callback = std::move(post->callback);
-  post->isReported = true;
   Post removed;
-  if (!post->isInUse) removed = remove(post);
+  URLSessionCallback callback = takeCallback(post, removed);
   isCallingBack_ = true;
   lock.unlock();
 
@@ -403,6 +410,21 @@ bool Endpoint::report(Lock& lock, Posts::iterator post) {
   return true;
 }
 
+// Called with mutex_ held.
+Endpoint::Posts::iterator Endpoint::unreported() {
+  return std::find_if(posts_.begin(), posts_.end(),
+                      [](const Post& post) { return !post.isReported; });
+}
+
+// Ends a post. The caller destroys the callback, and the post if it is not in use and so `removed`,
+// without the lock. Called with mutex_ held.
+URLSessionCallback Endpoint::takeCallback(Posts::iterator post, Post& removed) {
+  URLSessionCallback callback = std::move(post->callback);
+  post->isReported = true;
+  if (!post->isInUse) removed = remove(post);
+  return callback;
+}
+
 // Removes a post. The caller destroys it without the lock. Called with mutex_ held.
 Endpoint::Post Endpoint::remove(Posts::iterator post) {
   Post removed = std::exchange(*post, Post());
@@ -415,10 +437,8 @@ Endpoint::Post Endpoint::remove(Posts::iterator post) {
 }
 
 // Called with mutex_ held.
-bool Endpoint::isFinished() const {
-  return !isCallingBack_ && reports_.empty() &&
-         std::all_of(posts_.begin(), posts_.end(),
-                     [](const Post& post) { return post.isReported; });
+bool Endpoint::isFinished() {
+  return !isCallingBack_ && reports_.empty() && unreported() == posts_.end();
 }
 
 void Endpoint::wait(Lock& lock, Clock::time_point until) {

@@ -73,8 +73,10 @@ class Endpoint : public std::enable_shared_from_this<Endpoint> {
                                       bool willRetry) const;
   bool tell(Lock& lock);
   bool report(Lock& lock, Posts::iterator post);
+  Posts::iterator unreported();
+  URLSessionCallback takeCallback(Posts::iterator post, Post& removed);
   Post remove(Posts::iterator post);
-  bool isFinished() const;
+  bool isFinished();
   void wait(Lock& lock, Clock::time_point until);
 
   const URLSessionOptions options_;

@@ -1,11 +1,15 @@
 #include "platform/posix/http/option_checks.h"
 
 #include <arpa/inet.h>
+#include <openssl/asn1.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
 
 #include <algorithm>
 #include <charconv>
-#include <string>
+#include <memory>
 
+#include "platform/posix/http/exit_gate.h"
 #include "platform/posix/http/request_text.h"
 
 namespace veltrano::internal {
@@ -39,6 +43,18 @@ bool isDigest(std::string_view text) {
                      [](char c) { return isLetterOrDigit(c) || c == '+' || c == '/'; });
 }
 
+// Looks at the outermost structure only: X509 objects would delay the host's start by milliseconds.
+bool isCertificate(const unsigned char* der, long size) {
+  auto* const parts = d2i_ASN1_SEQUENCE_ANY(nullptr, &der, size);
+  const auto isPart = [&](int index, int type) {
+    return sk_ASN1_TYPE_value(parts, index)->type == type;
+  };
+  const bool isIt = sk_ASN1_TYPE_num(parts) == 3 && isPart(0, V_ASN1_SEQUENCE) &&
+                    isPart(1, V_ASN1_SEQUENCE) && isPart(2, V_ASN1_BIT_STRING);
+  sk_ASN1_TYPE_pop_free(parts, ASN1_TYPE_free);
+  return isIt;
+}
+
 }  // namespace
 
 bool isCollectionHost(std::string_view text) {
@@ -55,6 +71,29 @@ bool isCollectionHost(std::string_view text) {
     port = text.substr(colon);
   }
   return isHost && (port.empty() || (port.front() == ':' && isPort(port.substr(1))));
+}
+
+bool holdsCertificates(const std::string& pem) {
+  ExitGate::closeAtExit();  // before OpenSSL registers its own cleaning up
+  const std::unique_ptr<BIO, int (*)(BIO*)> bytes(
+      BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), BIO_free);
+  int certificates = 0;
+  bool isSound = bytes != nullptr;
+  char *name = nullptr, *header = nullptr;
+  unsigned char* der = nullptr;
+  long size = 0;
+  while (isSound && PEM_read_bio(bytes.get(), &name, &header, &der, &size) == 1) {
+    if (std::string_view(name).find("CERTIFICATE") != std::string_view::npos) {
+      ++certificates;
+      isSound = isCertificate(der, size);
+    }
+    OPENSSL_free(name);
+    OPENSSL_free(header);
+    OPENSSL_free(der);
+  }
+  isSound = isSound && ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;  // the end
+  ERR_clear_error();
+  return isSound && certificates > 0;
 }
 
 bool isProxy(std::string_view text) {

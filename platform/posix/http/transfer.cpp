@@ -217,7 +217,10 @@ std::size_t HTTPTransfer::receiveHeader(char* bytes, std::size_t, std::size_t co
   if (!self.hasBegunRequest_) {
     // A proxy's response. libcurl would read the whole body of a refusal.
     curl_easy_getinfo(self.easy_.get(), CURLINFO_HTTP_CONNECTCODE, &status);
-    if (status >= 300) return self.cutOff(CURLE_COULDNT_CONNECT);
+    if (status >= 300) {
+      self.refusal_ = static_cast<int>(status);
+      return self.cutOff(CURLE_COULDNT_CONNECT);
+    }
     return count;
   }
   curl_easy_getinfo(self.easy_.get(), CURLINFO_RESPONSE_CODE, &status);
@@ -253,6 +256,7 @@ TransferResult HTTPTransfer::result(CURLcode code) {
   if (result.error != CURLE_OK) {
     const bool isLibcurls = result.error == code && errorText_[0] != '\0';
     result.reason = isLibcurls ? errorText_ : curl_easy_strerror(result.error);
+    if (refusal_) result.reason = "The proxy answered with status " + std::to_string(*refusal_);
   }
   // The request's size includes a body that libcurl sent together with the head.
   const std::uint64_t request = count<long>(CURLINFO_REQUEST_SIZE);

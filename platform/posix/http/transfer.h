@@ -87,6 +87,7 @@ class HTTPTransfer {
   bool lacksAddresses_ = false;
   bool hasBegunRequest_ = false;
   std::size_t headBytes_ = 0;      // of all heads and trailers
+  std::optional<int> refusal_;     // the status of a proxy that does not connect
   std::optional<int> statusCode_;  // of a complete head, received after the complete request
   std::string received_;
 };

@@ -95,6 +95,10 @@ FileContents readFile(const std::string& path) {
   }
 }
 
+bool isWritable(const std::string& directory) {
+  return faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+}
+
 bool replaceFile(const std::string& path, std::string_view contents) {
   if (contents.size() > kLargestFile) return false;  // readFile would refuse it
   std::string temporary = path + ".XXXXXX";

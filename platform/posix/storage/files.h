@@ -31,6 +31,9 @@ struct FileContents {
 /// unreadable.
 FileContents readFile(const std::string& path);
 
+/// Whether files can be created in a directory.
+bool isWritable(const std::string& directory);
+
 /// Replaces the file at `path` atomically and durably, keeping its permissions. False, without
 /// changing the file, when that fails.
 bool replaceFile(const std::string& path, std::string_view contents);

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+
+#include "encoding/time.h"
+#include "veltrano/statistics.h"
+
+namespace veltrano::internal {
+
+/// Flushes for a shutdown. While an upload fails, flushes again after a pause that grows to a
+/// second.
+///
+/// `statistics` returns the library's. `flush` flushes once and returns whether that ended in time.
+/// `pause` waits for a duration; false if there is no time left. Returns whether the last flush
+/// ended in time, whatever its outcome.
+template <class GetStatistics, class Flush, class Pause>
+bool flushWithRetries(GetStatistics statistics, Flush flush, Pause pause) {
+  constexpr Duration kFirstPause = std::chrono::milliseconds(200);
+  constexpr Duration kLongestPause = std::chrono::seconds(1);
+  const auto failures = [](const Statistics& counts) {
+    return counts.uploadsFailedByStatus + counts.uploadsFailedInTransport +
+           counts.uploadsFailedForMemory;
+  };
+  for (Duration time = kFirstPause;; time = std::min(2 * time, kLongestPause)) {
+    const std::uint64_t failuresBefore = failures(statistics());
+    if (!flush()) return false;
+    const Statistics now = statistics();
+    // Events that wait without a failure were tracked meanwhile. They are not worth another round:
+    // a busy host would never end.
+    if (now.waiting == 0 || failures(now) == failuresBefore || !pause(time)) return true;
+  }
+}
+
+}  // namespace veltrano::internal

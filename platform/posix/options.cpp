@@ -1,0 +1,72 @@
+#include "platform/posix/options.h"
+
+#include <filesystem>
+
+#include "encoding/uuid.h"
+#include "platform/posix/http/option_checks.h"
+#include "platform/posix/storage/bundles.h"
+#include "platform/posix/storage/files.h"
+
+namespace veltrano::internal {
+namespace {
+
+std::string inQuotes(const std::string& text) {
+  return " \"" + text + "\"";
+}
+
+std::string checkSettingsFile(const std::string& path) {
+  if (path.empty()) return {};
+  const std::string directory = std::filesystem::path(path).parent_path().string();
+  if (!std::filesystem::is_directory(directory))
+    return "The settings' directory" + inQuotes(directory) + " does not exist.";
+  // The file is replaced as a whole, so its own permission to be written does not matter.
+  if (!isWritable(directory))
+    return "The settings' directory" + inQuotes(directory) + " cannot be written.";
+  const FileContents file = readFile(path);
+  if (file.exists && !file.contents)
+    return "The settings file" + inQuotes(path) + " cannot be read or is no file.";
+  return {};
+}
+
+}  // namespace
+
+std::string completeOptions(PosixOptions& options, bool needsFiles) {
+  if (!isCollectionHost(options.collectionHost))
+    return "The collection host has to be \"host\" or \"host:port\", not" +
+           inQuotes(options.collectionHost) + ".";
+  for (auto* name : {&options.userDefaultsFile, &options.infoPropertyListFile,
+                     &options.certificateAuthorities}) {
+    if (name->find('\0') != std::string::npos)
+      return "The name of a file must not hold a NUL character.";
+    // The host may change its working directory later.
+    if (!name->empty()) *name = std::filesystem::absolute(*name).string();
+  }
+  if (needsFiles)
+    if (std::string error = checkSettingsFile(options.userDefaultsFile); !error.empty())
+      return error;
+  if (!options.infoDictionary && !options.infoPropertyListFile.empty()) {
+    options.infoDictionary = readInfoDictionary(options.infoPropertyListFile);
+    if (needsFiles && !options.infoDictionary)
+      return "The Info property list" + inQuotes(options.infoPropertyListFile) + " cannot be read.";
+  }
+  if (needsFiles && !options.certificateAuthorities.empty() &&
+      !holdsCertificates(readFile(options.certificateAuthorities).contents.value_or("")))
+    return "The file" + inQuotes(options.certificateAuthorities) +
+           " cannot be read or holds no certificate in PEM form.";
+  if (!options.pinnedPublicKey.empty() && !isPublicKeyPin(options.pinnedPublicKey))
+    return "The pinned public key has to be \"sha256//\" and a SHA-256 digest in Base64.";
+  if (!options.proxy.empty() && !isProxy(options.proxy))
+    return "The proxy has to be \"http://host:port\".";
+  if (options.advertisingIdentifier && !canonicalUUID(*options.advertisingIdentifier))
+    return "The advertising identifier is not a UUID.";
+  using State = PosixOptions::ApplicationState;
+  if (options.applicationState != State::inactive && options.applicationState != State::background)
+    options.applicationState = State::active;
+  if (options.interfaceOrientation < 0 || options.interfaceOrientation > 4)
+    return "The interface orientation has to be from 0 to 4.";
+  if (options.deviceOrientation < 0 || options.deviceOrientation > 6)
+    return "The device orientation has to be from 0 to 6.";
+  return {};
+}
+
+}  // namespace veltrano::internal
