@@ -1,0 +1,114 @@
+// Veltrano, an event-analytics client: the interface for Objective-C.
+//
+//     [[Veltrano shared] setUserId:@"user-17"];
+//     [[Veltrano shared] trackWithEventName:@"Bought"
+//                           eventProperties:@{@"plan": @"pro", @"items": @3}];
+//
+// Install a platform before the first call, with veltrano_install_posix_platform. It, logging,
+// statistics and the shutdown are functions of veltrano/veltrano_c.h, which this header includes.
+//
+// Objective-C++ files can include this header or veltrano/veltrano.h, but not both: each declares a
+// class Veltrano.
+#pragma once
+
+#import <Foundation/Foundation.h>
+
+#include "veltrano/veltrano_c.h"
+
+NS_ASSUME_NONNULL_BEGIN
+
+/// The tracker: identifies the user and the application, records events and uploads them.
+///
+/// Every operation is thread-safe, returns without waiting for the network and never throws. It
+/// copies its arguments before it returns, mutable ones too; other threads must not change them
+/// meanwhile. With a nil argument that is not nullable, an argument of the wrong class, or an
+/// argument that raises an exception while it is read, it does nothing.
+///
+/// Events hold these objects:
+///
+/// - strings; a lone surrogate becomes U+FFFD
+/// - numbers: booleans as such, floating-point numbers and unsigned ones of 2^63 or more as
+/// doubles,
+///   others as 64-bit integers
+/// - dates, URLs and NSNull
+/// - arrays and dictionaries, without what events cannot hold: other objects, and collections that
+///   contain themselves or are nested more than 128 deep
+///
+/// Warning: with GNUstep, write [NSNumber numberWithBool:YES]; @YES does not compile, and @(YES) is
+/// the number 1.
+///
+/// Warning: a nested dictionary with a key that is not a string makes its event's whole batch
+/// undeliverable; the batch is dropped. If such a key is in the properties themselves, the call
+/// does nothing.
+///
+/// Blocks are copied, run in an autorelease pool of their own, and are released when they can no
+/// longer be called, on any thread. Exceptions that they throw are dropped.
+///
+/// Warning: with GNUstep, link this library and the blocks runtime before gnustep-base, as the
+/// CMake and pkg-config packages do: gnustep-base has a Block_copy that does not copy.
+///
+/// The library's handlers respond to their selectors, too: handleWillEnterForeground,
+/// handleDidEnterBackground, handleDidChangeStatusBarOrientation,
+/// handleDidChangeDeviceOrientation and setScreenOrientation. The functions under "Device and
+/// application" in veltrano/veltrano_c.h call them already.
+VELTRANO_EXPORT
+@interface Veltrano : NSObject
+
+/// The one instance.
+@property(class, readonly) Veltrano* shared;
+
+- (instancetype)init UNAVAILABLE_ATTRIBUTE;
++ (instancetype)new UNAVAILABLE_ATTRIBUTE;
+
+/// Identifies the user; an empty id is ignored. The first id also starts the session heartbeat, on
+/// the library's run loop of the calling thread: call this on the main thread.
+- (void)setUserId:(NSString*)userId;
+
+/// Identifies the application; an empty id is stored, too.
+- (void)setAppId:(NSString*)appId;
+
+/// Adds the device's advertising identifier to every later event.
+- (void)setIdfa;
+
+/// Replaces the library version that events and requests report.
+- (void)setLibVersion:(NSString*)version;
+
+/// Identifies the user by the publisher's own id; nil or an empty one removes it.
+- (void)setPublisherUid:(nullable NSString*)uid;
+
+/// Records an event.
+- (void)trackWithEventName:(NSString*)eventName
+           eventProperties:(NSDictionary<NSString*, id>*)eventProperties;
+
+/// Records an event. A completion forces an upload of all waiting events while the application is
+/// in the foreground. It runs on the library's work queue, which waits for it: keep it short.
+/// `accepted` is true when the events will not be sent again.
+///
+/// Warning: the completion is not called in the background, nor when a later flush replaces its
+/// own.
+- (void)trackWithEventName:(NSString*)eventName
+           eventProperties:(nullable NSDictionary<NSString*, id>*)eventProperties
+      forceFlushCompletion:(nullable void (^)(BOOL accepted))completion;
+
+/// Adds properties to every later event, replacing those with the same key. A value that events
+/// cannot hold leaves the earlier one in place.
+- (void)setSuperPropertiesWithProperties:(NSDictionary<NSString*, id>*)properties;
+
+- (void)removeSuperPropertyWithKey:(NSString*)key;
+
+/// Calls `handler` whenever an event with one of these names is tracked: on the tracking thread,
+/// before the event is recorded. Replaces the earlier triggers; without names or a handler, nothing
+/// is called.
+- (void)setRefreshTriggersWithHandlerWithTriggers:(nullable NSArray<NSString*>*)triggers
+                                          handler:(nullable void (^)(void))handler;
+
+/// The interface's current orientation: "portrait", "landscape" or "unknown".
+- (NSString*)getScreenOrientation;
+
+/// The device's current orientation: "portrait", "portraitUpsideDown", "landscapeLeft",
+/// "landscapeRight", "faceUp", "faceDown" or "unknown".
+- (NSString*)getDeviceOrientation;
+
+@end
+
+NS_ASSUME_NONNULL_END
