@@ -22,7 +22,7 @@
 #include "platform/posix/platform_backend.h"
 #include "platform/posix/posix_services.h"
 #include "platform/posix/storage/files.h"
-#include "platform/posix/threads/background_thread.h"
+#include "platform/posix/system/background_thread.h"
 #include "platform/posix/threads/fork.h"
 #include "tracker/library.h"
 
