@@ -1,6 +1,6 @@
 # Settings of all targets of this project. They do not affect a consumer's targets.
 
-option(VELTRANO_DEVELOPER "Build tests, tools and examples, with warnings as errors"
+option(VELTRANO_DEVELOPER "Build tests, tools and examples"
        ${PROJECT_IS_TOP_LEVEL})
 set(VELTRANO_SANITIZER "" CACHE STRING "Sanitizers to build with, such as address,undefined")
 
@@ -28,7 +28,7 @@ set(VELTRANO_SMALL $<$<CONFIG:Release>:-Os>)
 add_compile_options(-ffunction-sections -fdata-sections)
 
 if(VELTRANO_DEVELOPER)
-  add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Werror)
+  add_compile_options(-Wall -Wextra -Wpedantic -Wshadow)
 endif()
 if(VELTRANO_SANITIZER)
   add_compile_options(-fsanitize=${VELTRANO_SANITIZER} -fno-sanitize-recover=all

@@ -8,14 +8,23 @@
 
 #include <charconv>
 #include <cstddef>
+#include <locale>
+#include <sstream>
+#include <string>
 
 namespace veltrano::internal {
 namespace {
 
 std::optional<double> finiteNumber(std::string_view text) {
   double number = 0;
+#ifndef __cpp_lib_to_chars  // libc++ has std::from_chars for integers only
+  std::istringstream stream{std::string(text)};
+  stream.imbue(std::locale::classic());
+  return stream >> number ? std::optional(number) : std::nullopt;
+#else
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   return error == std::errc() ? std::optional(number) : std::nullopt;
+#endif
 }
 
 // Picks one member of the outermost object during parsing, without building a document.

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "platform/posix/posix_services.h"
-#include "platform/posix/threads/background_thread.h"
+#include "platform/posix/system/background_thread.h"
 #include "tracker/library.h"
 #include "veltrano/veltrano.h"
 

@@ -20,7 +20,7 @@
 #include "platform/posix/options.h"
 #include "platform/posix/platform_backend.h"
 #include "platform/posix/posix_services.h"
-#include "platform/posix/threads/background_thread.h"
+#include "platform/posix/system/background_thread.h"
 #include "platform/posix/threads/fork.h"
 #include "tracker/library.h"
 

@@ -1,19 +1,17 @@
 #include "platform/posix/device/connectivity.h"
 
-#include <linux/netlink.h>
-#include <linux/rtnetlink.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
+#include <memory>
 #include <new>
 #include <optional>
 #include <vector>
 
 #include "platform/posix/storage/files.h"
-#include "platform/posix/threads/background_thread.h"
+#include "platform/posix/system/background_thread.h"
+#include "platform/posix/system/system.h"
 
 namespace veltrano::internal {
 namespace {
@@ -81,33 +79,15 @@ std::string defaultRouteInterface(std::string_view routes, const Layout& layout)
   return best;
 }
 
-// A socket that receives a message for each change of routes or interfaces; -1 if not permitted.
-int openChanges() {
-  const int changes = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
-  if (changes < 0) return -1;
-  sockaddr_nl address = {};
-  address.nl_family = AF_NETLINK;
-  address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
-  if (bind(changes, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
-    return changes;
-  close(changes);
-  return -1;
-}
-
-// Receives one message. Its content does not matter: something changed. An overrun means the same.
-bool receiveChange(int changes, int flags) {
-  char message[1];
-  return recv(changes, message, sizeof message, flags | MSG_TRUNC) >= 0 || errno == ENOBUFS ||
-         errno == EINTR;
-}
-
 }  // namespace
 
 void PosixConnectivity::startWatching() {
-  const int changes = openChanges();  // before the first look, so as to miss no change
+  const auto changes = std::make_shared<NetworkChanges>();  // before the first look
   look();
-  if (changes >= 0 && !startBackgroundThread("veltrano-net", [this, changes] { watch(changes); }))
-    close(changes);
+  if (!changes->isOpen()) return;
+  startBackgroundThread("veltrano-net", [this, changes] {
+    while (changes->wait()) look();
+  });
 }
 
 void PosixConnectivity::look() {
@@ -119,15 +99,6 @@ void PosixConnectivity::look() {
   } catch (const std::bad_alloc&) {
     // Keeps the last result until the next change.
   }
-}
-
-void PosixConnectivity::watch(int changes) {
-  while (receiveChange(changes, 0)) {
-    while (receiveChange(changes, MSG_DONTWAIT)) {
-    }
-    look();
-  }
-  close(changes);
 }
 
 std::string defaultRouteInterface(std::string_view ipv4Routes, std::string_view ipv6Routes) {

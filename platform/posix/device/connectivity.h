@@ -19,7 +19,6 @@ class PosixConnectivity final : public ZKConnectivityManager {
 
  private:
   void look();
-  void watch(int changes);
 
   std::atomic<bool> isOnWiFi_{false};
 };

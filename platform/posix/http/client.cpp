@@ -1,7 +1,5 @@
 #include "platform/posix/http/client.h"
 
-#include <fcntl.h>
-#include <linux/close_range.h>
 #include <openssl/crypto.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,9 +8,7 @@
 #include <thread>
 
 #include "platform/posix/http/exit_gate.h"
-
-// Not null under ThreadSanitizer. NOLINTNEXTLINE(readability-identifier-naming)
-extern "C" void __tsan_init() __attribute__((weak));
+#include "platform/posix/system/system.h"
 
 namespace veltrano::internal {
 namespace {
@@ -20,25 +16,10 @@ namespace {
 // How often the thread checks whether it has to stop while the peer is silent.
 constexpr std::chrono::milliseconds kLongestPoll{200};
 
-// Gives this thread its own descriptor table, because libcurl opens descriptors that executed
-// programs would inherit. Closes the host's descriptors in it, so that a pipe still ends when the
-// host closes it, except for the standard error, which crash reports use. Best effort: the thread
-// keeps the shared table where the system refuses, and under ThreadSanitizer, which identifies
-// descriptors by number alone.
-void separateDescriptors() {
-  if (__tsan_init != nullptr) return;
-  if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_UNSHARE) != 0) return;
-  const int nothing = open("/", O_PATH | O_CLOEXEC);
-  if (nothing < 0) return;
-  dup2(nothing, STDIN_FILENO);
-  dup2(nothing, STDOUT_FILENO);
-  if (nothing > STDERR_FILENO) close(nothing);
-}
-
 }  // namespace
 
 HTTPClient::HTTPClient(const URLSessionOptions& options) : options_(options) {
-  separateDescriptors();
+  separateDescriptors();  // libcurl opens some that executed programs would inherit
 }
 
 HTTPClient::~HTTPClient() {

@@ -7,7 +7,7 @@
 #include "platform/posix/http/client.h"
 #include "platform/posix/http/exit_gate.h"
 #include "platform/posix/http/request_text.h"
-#include "platform/posix/threads/background_thread.h"
+#include "platform/posix/system/background_thread.h"
 #include "platform/posix/threads/fork.h"
 
 namespace veltrano::internal {

@@ -1,7 +1,6 @@
 #include "platform/posix/http/transfer.h"
 
 #include <openssl/ssl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include <utility>
 
 #include "platform/posix/http/request_text.h"
+#include "platform/posix/system/system.h"
 
 namespace veltrano::internal {
 namespace {
@@ -174,8 +174,7 @@ curl_socket_t HTTPTransfer::openSocket(void* transfer, curlsocktype, curl_sockad
   } catch (...) {
     return CURL_SOCKET_BAD;
   }
-  const auto socket =
-      ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  const auto socket = internal::openSocket(address->family, address->socktype, address->protocol);
   if (socket != CURL_SOCKET_BAD) sockets.push_back(socket);
   return socket;
 }

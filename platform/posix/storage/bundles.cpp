@@ -1,32 +1,17 @@
 #include "platform/posix/storage/bundles.h"
 
-#include <dlfcn.h>
-#include <sys/auxv.h>
-
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include "platform/posix/storage/files.h"
 #include "platform/posix/storage/property_list.h"
+#include "platform/posix/system/system.h"
 
 namespace veltrano::internal {
 namespace {
 
 namespace fs = std::filesystem;
-
-// The file that this code was loaded from; empty if unknown.
-fs::path ownObject() {
-  static const char symbol = 0;
-  Dl_info own = {};
-  if (dladdr(&symbol, &own) == 0 || own.dli_fname == nullptr) return {};
-  // For a program, dli_fname is argv[0], which need not be a path.
-  Dl_info program = {};
-  const auto* entry = reinterpret_cast<const void*>(getauxval(AT_ENTRY));
-  const bool isProgram = dladdr(entry, &program) != 0 && program.dli_fbase == own.dli_fbase;
-  std::error_code error;
-  return fs::canonical(isProgram ? "/proc/self/exe" : own.dli_fname, error);
-}
 
 bool isDirectory(const fs::path& path) {
   std::error_code error;

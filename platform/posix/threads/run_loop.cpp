@@ -1,8 +1,5 @@
 #include "platform/posix/threads/run_loop.h"
 
-#include <sys/timerfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <new>
 
@@ -24,17 +21,6 @@ struct EndOfThread {
 };
 
 constexpr std::chrono::seconds kRetryDelay{1};
-
-void arm(int descriptor, std::optional<std::chrono::steady_clock::time_point> time) {
-  itimerspec setting = {};  // all zeros: never
-  if (time) {
-    const auto instant = std::max(time->time_since_epoch(), std::chrono::nanoseconds(1));
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(instant);
-    setting.it_value.tv_sec = seconds.count();
-    setting.it_value.tv_nsec = (instant - seconds).count();
-  }
-  timerfd_settime(descriptor, TFD_TIMER_ABSTIME, &setting, nullptr);
-}
 
 // A no-op, for a thread whose run loop could not be allocated.
 class NoRunLoop final : public RunLoop {
@@ -71,9 +57,7 @@ std::shared_ptr<PosixRunLoop> PosixRunLoop::ofThisThread() {
   return *ownLoop;
 }
 
-PosixRunLoop::~PosixRunLoop() {
-  if (descriptor_ >= 0) close(descriptor_);
-}
+PosixRunLoop::~PosixRunLoop() = default;
 
 void PosixRunLoop::run() {
   runUntilOptional(std::nullopt);
@@ -129,11 +113,12 @@ void PosixRunLoop::perform(std::function<void()> function) {
 int PosixRunLoop::fileDescriptor() {
   if (isForkedChild()) return -1;
   const std::lock_guard lock(mutex_);
-  if (descriptor_ < 0) {
-    descriptor_ = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
-    if (descriptor_ >= 0) arm(descriptor_, wakeTime());
-  }
-  return descriptor_;
+  int descriptor = -1;
+  dropExceptions([&] {
+    descriptor = wakeUp_.descriptor();
+    wakeUp_.set(wakeTime());
+  });
+  return descriptor;
 }
 
 std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance,
@@ -228,7 +213,7 @@ std::optional<PosixRunLoop::Clock::time_point> PosixRunLoop::wakeTime() const {
 // Wakes the waiting thread and rearms the descriptor. Called with mutex_ held.
 void PosixRunLoop::changed() {
   changes_.notify_all();
-  if (descriptor_ >= 0) arm(descriptor_, wakeTime());
+  wakeUp_.set(wakeTime());
 }
 
 std::shared_ptr<Timer> PosixTimers::schedule(Duration delay, Duration tolerance,

@@ -14,6 +14,7 @@
 #include <thread>
 #include <utility>
 
+#include "platform/posix/system/system.h"
 #include "platform/timer.h"
 #include "veltrano/posix_platform.h"
 
@@ -74,7 +75,7 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
   Timers timers_;
   std::uint64_t nextOrder_ = 0;
   bool stopped_ = false;
-  int descriptor_ = -1;  // a timerfd that expires when something is due
+  WakeUp wakeUp_;  // for the host's own loop
 };
 
 /// The calling thread's loop; if memory runs out, one that does nothing.

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "platform/host_callback.h"
-#include "platform/posix/threads/background_thread.h"
+#include "platform/posix/system/background_thread.h"
 #include "platform/posix/threads/due_time.h"
 
 namespace veltrano::internal {

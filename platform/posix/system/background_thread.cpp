@@ -1,4 +1,4 @@
-#include "platform/posix/threads/background_thread.h"
+#include "platform/posix/system/background_thread.h"
 
 #include <pthread.h>
 #include <signal.h>
@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/host_callback.h"
+#include "platform/posix/system/system.h"
 
 namespace veltrano::internal {
 namespace {
@@ -22,7 +23,7 @@ struct Start {
 void* runThread(void* argument) {
   const std::unique_ptr<Start> start(static_cast<Start*>(argument));
   isBackground = true;
-  pthread_setname_np(pthread_self(), start->name.c_str());
+  nameThisThread(start->name.c_str());
   dropExceptions(start->body);  // losing this thread is better than ending the process
   return nullptr;
 }

@@ -1,0 +1,65 @@
+// What the POSIX platform needs beyond POSIX, implemented twice: with what Linux offers in linux/,
+// and with POSIX alone in portable/. The build option VELTRANO_PORTABLE chooses.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+namespace veltrano::internal {
+
+/// Names the calling thread for debuggers, if the system can. At most 15 bytes.
+void nameThisThread(const char* name);
+
+/// The file that this code was loaded from; empty if unknown.
+std::filesystem::path ownObject();
+
+/// Gives the calling thread its own, empty descriptor table, if the system can. Only the standard
+/// error stays, for crash reports. Otherwise the thread keeps the shared table.
+void separateDescriptors();
+
+/// Like socket(2). Executed programs do not inherit the descriptor.
+int openSocket(int family, int type, int protocol);
+
+/// Waits for changes of the network's interfaces and routes. Not thread-safe.
+class NetworkChanges {
+ public:
+  /// Misses no change from here on.
+  NetworkChanges();
+  ~NetworkChanges();
+  NetworkChanges(const NetworkChanges&) = delete;
+  NetworkChanges& operator=(const NetworkChanges&) = delete;
+
+  /// Whether the system reports changes to this process.
+  bool isOpen() const { return descriptor_ >= 0; }
+
+  /// Returns after the next change, or several; false when there is nothing to wait for any more.
+  bool wait();
+
+ private:
+  int descriptor_ = -1;
+};
+
+/// A descriptor that has input from a given time on. Not thread-safe.
+class WakeUp {
+ public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  WakeUp() = default;
+  ~WakeUp();
+  WakeUp(const WakeUp&) = delete;
+  WakeUp& operator=(const WakeUp&) = delete;
+
+  /// Opens the descriptor, if it is not open. -1 when the process is out of descriptors or threads.
+  int descriptor();
+
+  /// Sets the time; absent means never. No-op before `descriptor`.
+  void set(std::optional<Time> time);
+
+ private:
+  struct State;
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace veltrano::internal
