@@ -1,7 +1,6 @@
 // The objects behind the handles of the C interface.
 #pragma once
 
-#include <cxxabi.h>
 #include <pthread.h>
 
 #include <cstddef>
@@ -54,9 +53,8 @@ Result guarded(Result otherwise, Function function) {
   const CancellationOff cancellationOff;
   try {
     return function();
-  } catch (const abi::__forced_unwind&) {
-    throw;
   } catch (...) {
+    if (isForcedUnwinding()) throw;
     return otherwise;
   }
 }

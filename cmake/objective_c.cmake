@@ -4,7 +4,7 @@ include(CheckSourceCompiles)
 
 set(VELTRANO_OBJECTIVE_C OFF)
 find_program(CMAKE_OBJC_COMPILER clang)
-if(CMAKE_OBJC_COMPILER)
+if(CMAKE_OBJC_COMPILER AND NOT CMAKE_CROSSCOMPILING)
   # Clang does not search the runtime's headers, which are among those of GCC.
   execute_process(COMMAND ${CMAKE_OBJC_COMPILER} --print-libgcc-file-name
                   OUTPUT_VARIABLE gcc_directory OUTPUT_STRIP_TRAILING_WHITESPACE)

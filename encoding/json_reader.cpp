@@ -1,31 +1,16 @@
 #include "encoding/json_reader.h"
 
+#include "encoding/numbers.h"
 #include "encoding/rapidjson_settings.h"
 // The settings come first.
 #include <rapidjson/encodedstream.h>
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
-#include <charconv>
 #include <cstddef>
-#include <locale>
-#include <sstream>
-#include <string>
 
 namespace veltrano::internal {
 namespace {
-
-std::optional<double> finiteNumber(std::string_view text) {
-  double number = 0;
-#ifndef __cpp_lib_to_chars  // libc++ has std::from_chars for integers only
-  std::istringstream stream{std::string(text)};
-  stream.imbue(std::locale::classic());
-  return stream >> number ? std::optional(number) : std::nullopt;
-#else
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc() ? std::optional(number) : std::nullopt;
-#endif
-}
 
 // Picks one member of the outermost object during parsing, without building a document.
 class MemberNumber : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, MemberNumber> {
@@ -36,7 +21,7 @@ class MemberNumber : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Memb
 
   bool Default() { return value(std::nullopt); }
   bool RawNumber(const char* text, rapidjson::SizeType length, bool) {
-    return value(depth_ == 1 && keyMatches_ ? finiteNumber({text, length}) : std::nullopt);
+    return value(depth_ == 1 && keyMatches_ ? decimalNumber({text, length}) : std::nullopt);
   }
 
   bool Key(const char* text, rapidjson::SizeType length, bool) {

@@ -1,8 +1,15 @@
 #pragma once
 
+#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <locale>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <system_error>
 
 namespace veltrano::internal {
 
@@ -12,6 +19,24 @@ inline std::int64_t truncatedInteger(double number) {
   if (number >= 0x1p63) return std::numeric_limits<std::int64_t>::max();
   if (number < -0x1p63) return std::numeric_limits<std::int64_t>::min();
   return static_cast<std::int64_t>(number);
+}
+
+/// The number that `text` consists of, in decimal notation; empty if it is out of range.
+template <class Number = double>
+std::optional<Number> decimalNumber(std::string_view text) {
+  Number number = 0;
+#ifdef __cpp_lib_to_chars
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+#else  // libc++ has std::from_chars for integers only
+  std::istringstream stream{std::string(text)};
+  stream.imbue(std::locale::classic());
+  stream >> number;
+  // It fails at denormal numbers, too, but stores them.
+  const bool isDenormal = number != 0 && std::abs(number) < 1;
+  if (!stream.eof() || (stream.fail() && !isDenormal)) return std::nullopt;
+#endif
+  return number;
 }
 
 }  // namespace veltrano::internal

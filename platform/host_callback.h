@@ -1,9 +1,8 @@
 // Calls into the host.
 #pragma once
 
-#include <cxxabi.h>
-
 #include <atomic>
+#include <exception>
 #include <utility>
 
 namespace veltrano::internal {
@@ -17,15 +16,20 @@ inline bool isForkedChild() noexcept {
   return hasBeenForked.load(std::memory_order_relaxed);
 }
 
+/// In a `catch (...)`: whether the thread is being cancelled or ended, which must go on. That is no
+/// C++ exception.
+inline bool isForcedUnwinding() noexcept {
+  return std::current_exception() == nullptr;
+}
+
 /// Calls `function` and drops its exceptions. The forced unwinding of a thread by cancellation or
 /// `pthread_exit` continues.
 template <class Function, class... Arguments>
 void dropExceptions(Function&& function, Arguments&&... arguments) {
   try {
     std::forward<Function>(function)(std::forward<Arguments>(arguments)...);
-  } catch (const abi::__forced_unwind&) {
-    throw;
   } catch (...) {
+    if (isForcedUnwinding()) throw;
   }
 }
 

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <type_traits>
 
+#include "encoding/numbers.h"
+
 namespace replay {
 namespace {
 
@@ -97,17 +99,17 @@ bool isIntegerText(std::string_view text) {
 
 template <class Number>
 Number parsedNumber(std::string_view text, std::string_view what) {
-  Number number{};
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if constexpr (std::is_floating_point_v<Number>) {
+    if (const auto number = veltrano::internal::decimalNumber<Number>(text)) return *number;
     // Underflow is not an error: the nearest number is 0.
-    if (error == std::errc::result_out_of_range &&
-        std::abs(std::strtod(std::string(text).c_str(), nullptr)) < 1)
+    if (std::abs(std::strtod(std::string(text).c_str(), nullptr)) < 1)
       return std::copysign(Number(0), text.front() == '-' ? Number(-1) : Number(1));
+  } else {
+    Number number{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error == std::errc() && end == text.data() + text.size()) return number;
   }
-  if (error != std::errc() || end != text.data() + text.size())
-    throw ScenarioError(std::string(what) + " is out of range: " + std::string(text));
-  return number;
+  throw ScenarioError(std::string(what) + " is out of range: " + std::string(text));
 }
 
 template std::int64_t parsedNumber(std::string_view, std::string_view);

@@ -1,13 +1,14 @@
 #include "platform/posix/storage/property_list.h"
 
 #include <charconv>
-#include <system_error>
 #include <utility>
+
+#include "encoding/numbers.h"
 
 namespace veltrano::internal {
 namespace {
 
-using Kind = PropertyListNode::Kind;
+using NodeKind = PropertyListNode::Kind;
 
 }  // namespace
 
@@ -19,7 +20,7 @@ std::optional<PropertyList> PropertyList::parse(std::string_view text) {
   } catch (const UnusablePropertyList&) {
     return std::nullopt;
   }
-  if (list.root_.kind != Kind::dictionary) return std::nullopt;
+  if (list.root_.kind != NodeKind::dictionary) return std::nullopt;
   return list;
 }
 
@@ -31,25 +32,22 @@ const PropertyListNode* PropertyList::find(std::string_view key) const {
 
 std::optional<double> PropertyList::number(std::string_view key) const {
   const PropertyListNode* node = find(key);
-  if (node == nullptr || (node->kind != Kind::integer && node->kind != Kind::real))
+  if (node == nullptr || (node->kind != NodeKind::integer && node->kind != NodeKind::real))
     return std::nullopt;
   std::string_view digits = node->text;
   if (digits.starts_with('+')) digits.remove_prefix(1);
-  double number = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  if (error != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
-  return number;
+  return decimalNumber(digits);
 }
 
 void PropertyList::setNumber(double number, std::string_view key) {
   char digits[32];
   const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-  PropertyListNode value{Kind::real, std::string(digits, end), {}};
+  PropertyListNode value{NodeKind::real, std::string(digits, end), {}};
   if (const PropertyListNode* node = find(key)) {
     root_.items[static_cast<std::size_t>(node - root_.items.data())] = std::move(value);
     return;
   }
-  PropertyListNode name{Kind::key, std::string(key), {}};
+  PropertyListNode name{NodeKind::key, std::string(key), {}};
   root_.items.reserve(root_.items.size() + 2);  // both or none
   root_.items.push_back(std::move(name));
   root_.items.push_back(std::move(value));
@@ -60,7 +58,7 @@ HostMap PropertyList::entries() const {
   for (std::size_t i = 0; i < root_.items.size(); i += 2) {
     const PropertyListNode& value = root_.items[i + 1];
     entries.set(root_.items[i].text,
-                value.kind == Kind::string ? HostValue(value.text) : HostValue(OtherObject{}));
+                value.kind == NodeKind::string ? HostValue(value.text) : HostValue(OtherObject{}));
   }
   return entries;
 }

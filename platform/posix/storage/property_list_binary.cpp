@@ -36,9 +36,9 @@ PropertyListNode number(Kind kind, Number value) {
   return {kind, std::string(digits, end), {}};
 }
 
-class Reader {
+class BinaryReader {
  public:
-  explicit Reader(std::string_view bytes) : bytes_(bytes) {
+  explicit BinaryReader(std::string_view bytes) : bytes_(bytes) {
     constexpr std::size_t kTrailerSize = 32;
     if (!bytes.starts_with("bplist0") || bytes.size() < kTrailerSize) throw UnusablePropertyList();
     const std::size_t trailer = bytes.size() - kTrailerSize;
@@ -208,7 +208,7 @@ class Reader {
 }  // namespace
 
 PropertyListNode readBinaryPropertyList(std::string_view bytes) {
-  return Reader(bytes).read();
+  return BinaryReader(bytes).read();
 }
 
 }  // namespace veltrano::internal

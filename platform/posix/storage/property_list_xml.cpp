@@ -43,16 +43,16 @@ void require(bool condition) {
   if (!condition) throw UnusablePropertyList();
 }
 
-class Reader {
+class XMLReader {
  public:
-  Reader() : parser_(XML_ParserCreate(nullptr), XML_ParserFree) {
+  XMLReader() : parser_(XML_ParserCreate(nullptr), XML_ParserFree) {
     if (parser_ == nullptr) throw std::bad_alloc();
     XML_SetUserData(parser_.get(), this);
-    XML_SetElementHandler(parser_.get(), &Reader::started, &Reader::ended);
-    XML_SetCharacterDataHandler(parser_.get(), &Reader::found);
+    XML_SetElementHandler(parser_.get(), &XMLReader::started, &XMLReader::ended);
+    XML_SetCharacterDataHandler(parser_.get(), &XMLReader::found);
     // Rejects entity declarations: an entity can expand to any amount of text.
     XML_SetEntityDeclHandler(parser_.get(), [](void* self, auto...) {
-      static_cast<Reader*>(self)->attempt([](Reader&) { throw UnusablePropertyList(); });
+      static_cast<XMLReader*>(self)->attempt([](XMLReader&) { throw UnusablePropertyList(); });
     });
   }
 
@@ -67,13 +67,13 @@ class Reader {
 
  private:
   static void started(void* self, const char* name, const char**) {
-    static_cast<Reader*>(self)->attempt([&](Reader& reader) { reader.start(name); });
+    static_cast<XMLReader*>(self)->attempt([&](XMLReader& reader) { reader.start(name); });
   }
   static void ended(void* self, const char* name) {
-    static_cast<Reader*>(self)->attempt([&](Reader& reader) { reader.end(name); });
+    static_cast<XMLReader*>(self)->attempt([&](XMLReader& reader) { reader.end(name); });
   }
   static void found(void* self, const char* text, int size) {
-    static_cast<Reader*>(self)->attempt([&](Reader& reader) {
+    static_cast<XMLReader*>(self)->attempt([&](XMLReader& reader) {
       reader.find({text, static_cast<std::size_t>(size)});
     });
   }
@@ -185,7 +185,7 @@ void append(const PropertyListNode& node, std::size_t depth, std::string& xml) {
 
 PropertyListNode readXMLPropertyList(std::string_view text) {
   require(text.size() <= std::numeric_limits<int>::max());
-  return Reader().read(text);
+  return XMLReader().read(text);
 }
 
 std::string xmlOf(const PropertyListNode& root) {
