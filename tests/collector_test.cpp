@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "tools/collector/fault.h"
+#include "tools/collector/journal.h"
 #include "tools/collector/wire_check.h"
 
 namespace collector {
@@ -127,6 +128,9 @@ TEST(Faults, FollowEachOtherUntilTheyAreUsedUp) {
       parseFaults("[" + faultJSON("path=/track,status=503,count=2,retry_after=3") + "," +
                   faultJSON("path=/track,truncate,accept,count=1,body=a,b=c") + "]");
   EXPECT_EQ(takeFault(faults, "/track").retryAfter, "3");
+  EXPECT_EQ(faultsJSON(faults),
+            R"([{"path":"/track","status":503,"retry_after":"3","count":1},)"
+            R"({"path":"/track","truncate":true,"accept":true,"body":"a,b=c","count":1}])");
   EXPECT_EQ(takeFault(faults, "/track").status, 503);
   const Fault truncated = takeFault(faults, "/track");
   EXPECT_TRUE(truncated.truncate && truncated.accept);
@@ -135,6 +139,26 @@ TEST(Faults, FollowEachOtherUntilTheyAreUsedUp) {
   for (const char* wrong : {"status=503", "path=/x,drop", "path=/track,status=99",
                             "path=/track,count=0", "path=/track,drop=1", "path=/track,wait=1"})
     EXPECT_THROW(parseFaults(faultJSON(wrong)), std::invalid_argument) << wrong;
+}
+
+TEST(Journal, KeepsTheLatestInOrder) {
+  Journal journal;
+  const WireRequest wrong{"POST", "/track", {}, {}, std::string(5000, '\xFF')};
+  for (std::size_t i = 0; i < Journal::kMaximumEntries + 5; ++i)
+    journal.addRefused(wrong, {}, 400, "wrong");
+  rapidjson::Document kept;
+  kept.Parse(journal.json(Journal::Kind::refused));
+  ASSERT_EQ(kept.Size(), Journal::kMaximumEntries);
+  EXPECT_EQ(kept[0u]["number"].GetInt(), 6);
+
+  journal.clear();
+  journal.addRequest(wrong, 200, true);
+  journal.addRefused(wrong, {}, 400, "wrong");
+  Journal::Position position;
+  const std::string stream = journal.next(position, {});
+  EXPECT_TRUE(stream.starts_with("event: clear\n"));
+  EXPECT_LT(stream.find("event: request\n"), stream.find("event: refused\n"));
+  EXPECT_EQ(journal.next(position, {}), "");
 }
 
 // Runs the collector program.
@@ -147,6 +171,7 @@ class Program {
       if (text.empty()) throw std::runtime_error("the collector did not start");
       if (text.starts_with("url=")) port_ = std::stoi(text.substr(text.rfind(':') + 1));
       if (text.starts_with("certificate=")) certificate_ = text.substr(text.find('=') + 1);
+      if (text.starts_with("page=")) page_ = text.substr(text.find('=') + 1);
     }
   }
   ~Program() {
@@ -170,6 +195,14 @@ class Program {
     return client.Post(target, request("", "").headers, body.size(), provide, "");
   }
 
+  httplib::Result get(const std::string& target, const httplib::Headers& headers = {}) const {
+    return httplib::Client(page_.substr(0, page_.rfind('/'))).Get(target, headers);
+  }
+  httplib::Result postToPage(const std::string& target,
+                             const httplib::Headers& headers = {}) const {
+    return httplib::Client(page_.substr(0, page_.rfind('/'))).Post(target, headers);
+  }
+
   int end() {  // harmless if the program is already shutting down
     ::kill(process_, SIGTERM);
     return exitStatus();
@@ -181,6 +214,7 @@ class Program {
   const pid_t process_;
   int port_ = 0;
   std::string certificate_;
+  std::string page_;
 };
 
 TEST(CollectorProgram, AcceptsRefusesAndMisbehaves) {
@@ -207,6 +241,35 @@ TEST(CollectorProgram, AcceptsRefusesAndMisbehaves) {
   EXPECT_EQ(track().error(), httplib::Error::Read);
   EXPECT_EQ(track().error(), httplib::Error::Read);
   EXPECT_EQ(track()->status, 200);
+  EXPECT_EQ(program.end(), 0);
+}
+
+TEST(CollectorProgram, TellsScriptsWhatHasCome) {
+  Program program("--output /dev/null");
+  const auto get = [&](const std::string& target) {
+    const auto result = program.get(target);
+    return std::to_string(result->status) + ' ' + result->body;
+  };
+  auto waiting = std::async(std::launch::async, get, "/wait?event=Bought&count=2&timeout=60");
+  const std::string record = replaced(kBatch, "\"pro\"", "12345678901234567890123");
+  for (int i = 0; i < 2; ++i) program.post("/track?uid=u", encoded(record));
+  program.post("/heartbeat?uid=u", encoded(kHeartbeat));
+  program.post("/track?uid=u", encoded("[]"));
+  EXPECT_EQ(waiting.get(), "200 {\"event\":\"Bought\",\"count\":2}\n");
+  EXPECT_EQ(get("/wait?event=Bought&count=3&timeout=0").substr(0, 3), "504");
+  EXPECT_EQ(get("/wait?event=Bought&count=x").substr(0, 3), "400");
+  expectPart(get("/events"), ",\"uid\":\"u\",\"answer\":200,\"body\":" +
+                                 record.substr(1, record.size() - 2) + "},\n");
+  expectPart(get("/heartbeats"), kHeartbeat);
+  expectPart(get("/refused"), "\"the batch is empty\"");
+
+  EXPECT_EQ(program.get("/events", {{"Host", "example.com"}})->status, 403);
+  EXPECT_EQ(program.postToPage("/reset", {{"Origin", "http://example.com"}})->status, 403);
+  EXPECT_EQ(program.postToPage("/reset")->status, 200);
+  EXPECT_EQ(get("/events"), "200 []\n");
+
+  const auto heldBack = std::async(std::launch::async,
+                                   [&program] { program.get("/wait?event=Bought&timeout=3600"); });
   EXPECT_EQ(program.end(), 0);
 }
 

@@ -22,14 +22,17 @@ std::string counterName(const std::string& path) {
 
 }  // namespace
 
-Collector::Collector(CollectorOptions options, std::ostream& output,
+Collector::Collector(CollectorOptions options, std::ostream& output, Journal& journal,
                      std::function<void()> requestShutdown)
     : requiredToken_(std::move(options.requiredToken)),
       isReadable_(options.isReadable),
       requestShutdown_(std::move(requestShutdown)),
+      journal_(journal),
       output_(output),
       faults_(std::move(options.faults)),
-      counters_{{"track", {}}, {"heartbeat", {}}, {"other", {}}} {}
+      counters_{{"track", {}}, {"heartbeat", {}}, {"other", {}}} {
+  journal_.setFaults(faultsJSON(faults_));
+}
 
 void Collector::handle(const WireRequest& request, const SSL* connection,
                        httplib::Response& response) {
@@ -57,6 +60,7 @@ void Collector::control(const WireRequest& request, httplib::Response& response)
       FaultsByPath faults = parseFaults(request.body);
       const std::lock_guard lock(mutex_);
       for (auto& [path, ofPath] : faults) faults_[path] = std::move(ofPath);
+      journal_.setFaults(faultsJSON(faults_));
       response.set_content("{}", kJSON);
     } catch (const std::invalid_argument& error) {
       response.status = 400;
@@ -77,40 +81,44 @@ void Collector::collect(const WireRequest& request, const SSL* connection,
   // Malformed requests are refused even while a fault is set, so that none goes unnoticed.
   WireMessage message;
   if (const auto reason = readRequest(request, message))
-    return refuse(request, 400, *reason, response);
+    return refuse(request, message, 400, *reason, response);
   if (requiredToken_ && request.path == "/heartbeat") {
     const auto header = request.headers.find("Authorization");
     if (header == request.headers.end() || header->second != "Bearer " + *requiredToken_)
-      return refuse(request, 401, "the heartbeat lacks the required token", response);
+      return refuse(request, message, 401, "the heartbeat lacks the required token", response);
   }
 
   Fault fault;
   {
     const std::lock_guard lock(mutex_);
     fault = takeFault(faults_, request.path);
-    if (fault.accept) accept(request, message, fault);
+    if (fault.count) journal_.setFaults(faultsJSON(faults_));
+    const int answer = fault.drop ? 0 : fault.status.value_or(200);
+    if (fault.accept) accept(request, message, answer);
+    journal_.addRequest(request, answer, fault.accept);
   }
   answer(fault, connection, response);
 }
 
-void Collector::refuse(const WireRequest& request, int status, const std::string& reason,
-                       httplib::Response& response) {
+void Collector::refuse(const WireRequest& request, const WireMessage& message, int status,
+                       const std::string& reason, httplib::Response& response) {
   const std::string name = counterName(request.path);
   const std::lock_guard lock(mutex_);
   ++counters_[name].refused;
   std::cerr << "refused (" << name << "): " << reason << std::endl;
+  journal_.addRefused(request, message, status, reason);
   response.status = status;
   response.set_content(reason + '\n', "text/plain");
 }
 
 // Called with mutex_ held, so that requests are reported in the order in which they are counted.
-void Collector::accept(const WireRequest& request, const WireMessage& message, const Fault& fault) {
+void Collector::accept(const WireRequest& request, const WireMessage& message, int answer) {
   ++counters_[counterName(request.path)].accepted;
   if (message.body.IsArray()) eventsAccepted_ += message.body.Size();
-  const int answer = fault.drop ? 0 : fault.status.value_or(200);
   output_ << (isReadable_ ? readableLines(request, message)
                           : jsonLine(request, message, std::chrono::system_clock::now(), answer))
           << std::endl;
+  journal_.addAccepted(request, message, answer);
 }
 
 void Collector::answer(const Fault& fault, const SSL* connection, httplib::Response& response) {

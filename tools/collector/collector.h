@@ -14,6 +14,7 @@
 #include <string>
 
 #include "tools/collector/fault.h"
+#include "tools/collector/journal.h"
 #include "tools/collector/wire_check.h"
 
 namespace collector {
@@ -27,8 +28,10 @@ struct CollectorOptions {
 /// Checks, counts, reports and answers requests. Thread-safe.
 class Collector {
  public:
-  /// Reports accepted requests to `output`. Calls `requestShutdown` when a client asks for it.
-  Collector(CollectorOptions options, std::ostream& output, std::function<void()> requestShutdown);
+  /// Reports accepted requests to `output`, and everything to `journal`. Calls `requestShutdown`
+  /// when a client asks for it.
+  Collector(CollectorOptions options, std::ostream& output, Journal& journal,
+            std::function<void()> requestShutdown);
 
   void handle(const WireRequest& request, const SSL* connection, httplib::Response& response);
 
@@ -44,15 +47,16 @@ class Collector {
 
   void control(const WireRequest& request, httplib::Response& response);
   void collect(const WireRequest& request, const SSL* connection, httplib::Response& response);
-  void refuse(const WireRequest& request, int status, const std::string& reason,
-              httplib::Response& response);
-  void accept(const WireRequest& request, const WireMessage& message, const Fault& fault);
+  void refuse(const WireRequest& request, const WireMessage& message, int status,
+              const std::string& reason, httplib::Response& response);
+  void accept(const WireRequest& request, const WireMessage& message, int answer);
   void answer(const Fault& fault, const SSL* connection, httplib::Response& response);
   std::string countersJSON();
 
   const std::optional<std::string> requiredToken_;
   const bool isReadable_;
   const std::function<void()> requestShutdown_;
+  Journal& journal_;
 
   std::mutex mutex_;
   std::condition_variable stopping_;

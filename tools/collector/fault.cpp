@@ -51,6 +51,9 @@ void add(const Value& description, FaultsByPath& faults) {
   std::string path;
   Fault fault;
   std::optional<bool> accept;
+  rapidjson::StringBuffer described;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(described);
+  writer.StartObject();
   for (const auto& [name, value] : description.GetObject()) {
     const std::string key = name.GetString();
     if (key == "path") {
@@ -76,8 +79,14 @@ void add(const Value& description, FaultsByPath& faults) {
     } else {
       refuse("a fault has no \"" + key + "\"");
     }
+    if (key == "count") continue;
+    writer.Key(key.c_str());
+    value.Accept(writer);
   }
   if (path != "/track" && path != "/heartbeat") refuse("\"path\" is neither /track nor /heartbeat");
+
+  writer.EndObject();
+  fault.description = described.GetString();
 
   // By default, a request counts as accepted if its sender can see that it succeeded.
   const int lastSuccess = path == "/track" ? 200 : 299;
@@ -105,6 +114,18 @@ FaultsByPath parseFaults(std::string_view json) {
     add(document, faults);
   }
   return faults;
+}
+
+std::string faultsJSON(const FaultsByPath& faults) {
+  std::string array = "[";
+  for (const auto& [path, ofPath] : faults)
+    for (const Fault& fault : ofPath) {
+      if (array.size() > 1) array += ',';
+      array += fault.description;
+      if (fault.count)
+        array.replace(array.size() - 1, 1, ",\"count\":" + std::to_string(*fault.count) + "}");
+    }
+  return array + "]";
 }
 
 std::string faultJSON(std::string_view text) {

@@ -21,6 +21,7 @@ struct Fault {
   std::optional<std::string> retryAfter;
   bool accept = true;                  // counts and reports the request, whatever the answer
   std::optional<std::uint64_t> count;  // for this many requests; absent: until replaced
+  std::string description;             // as parsed: a JSON object without the count
 };
 
 /// The pending faults of each path, the next one first.
@@ -29,6 +30,9 @@ using FaultsByPath = std::map<std::string, std::deque<Fault>>;
 /// Parses a JSON object, or an array of them, as faults. An object with only a path clears that
 /// path's faults. Throws std::invalid_argument with a message.
 FaultsByPath parseFaults(std::string_view json);
+
+/// The faults as a JSON array that `parseFaults` accepts.
+std::string faultsJSON(const FaultsByPath& faults);
 
 /// Converts text like "path=/track,status=503,count=2,drop" to a JSON object. The value of "body="
 /// extends to the end of the text.

@@ -17,12 +17,15 @@
 
 #include "tools/collector/certificate.h"
 #include "tools/collector/collector.h"
+#include "tools/collector/journal.h"
+#include "tools/collector/page.h"
 
 namespace collector {
 namespace {
 
 struct Arguments {
   int port = 0;
+  int pagePort = 0;
   std::string certificateFile;
   std::string keyFile;
   std::string outputFile;
@@ -32,6 +35,10 @@ struct Arguments {
 
 void describe(CLI::App& app, Arguments& arguments) {
   app.add_option("--port", arguments.port, "Port to listen on; 0 picks a free one")
+      ->check(CLI::Range(0, 65535))
+      ->capture_default_str();
+  app.add_option("--page-port", arguments.pagePort,
+                 "Port of the page that shows what arrives; 0 picks a free one")
       ->check(CLI::Range(0, 65535))
       ->capture_default_str();
   app.add_option("--certificate", arguments.certificateFile,
@@ -134,7 +141,8 @@ void run(const Arguments& arguments) {
     file.open(arguments.outputFile, std::ios::app);
     if (!file) throw std::runtime_error("cannot append to " + arguments.outputFile);
   }
-  Collector collector(arguments.options, file.is_open() ? file : std::cout,
+  Journal journal;
+  Collector collector(arguments.options, file.is_open() ? file : std::cout, journal,
                       [] { ::kill(::getpid(), SIGTERM); });
 
   httplib::SSLServer server(certificate.certificate.get(), certificate.key.get());
@@ -142,23 +150,14 @@ void run(const Arguments& arguments) {
   // A delayed request occupies its thread.
   server.new_task_queue = [] { return new httplib::ThreadPool(32); };
   server.set_tcp_nodelay(true);
-  // The default, SO_REUSEPORT, would let two collectors share a port.
-  server.set_socket_options([](int socket) {
-    const int yes = 1;
-    ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-  });
   server.set_keep_alive_max_count(1'000'000);
   // Also limits how long an idle connection can delay the shutdown. Not one second: the heartbeat
   // that follows activation by a second would race with the closing of the connection.
   server.set_keep_alive_timeout(3);
   server.set_payload_max_length(std::size_t{256} << 20);
 
-  const std::string host = "127.0.0.1";
-  const int port = arguments.port == 0
-                       ? server.bind_to_any_port(host)
-                       : (server.bind_to_port(host, arguments.port) ? arguments.port : -1);
-  if (port < 0) throw std::runtime_error("the port cannot be listened on");
-
+  const int port = bindToLoopback(server, arguments.port);
+  const Page page(collector, journal, arguments.pagePort);
   std::thread listening([&server] {
     server.listen_after_bind();
     ::kill(::getpid(), SIGTERM);
@@ -170,8 +169,8 @@ void run(const Arguments& arguments) {
                "only, and is not meant for production."
             << std::endl;
   std::cout << "url=https://localhost:" << port
-            << "\ncertificate=" << std::filesystem::absolute(certificateFile).string() << "\nready"
-            << std::endl;
+            << "\ncertificate=" << std::filesystem::absolute(certificateFile).string()
+            << "\npage=" << page.url() << "\nready" << std::endl;
 
   int signal = 0;
   sigwait(&ends, &signal);
@@ -183,11 +182,22 @@ void run(const Arguments& arguments) {
 }  // namespace
 }  // namespace collector
 
+#ifdef __has_feature
+#if __has_feature(thread_sanitizer)
+// The library of the servers is not instrumented, so the thread sanitizer misses how the two
+// servers' threads share its initialised constants.
+extern "C" const char* __tsan_default_suppressions() {
+  return "called_from_lib:libcpp-httplib.so\n";
+}
+#endif
+#endif
+
 int main(int argc, char** argv) {
   collector::Arguments arguments;
   CLI::App app(
       "A collection host for developers. It listens on the loopback interface only, checks every "
-      "request against the wire format, and injects faults on request.");
+      "request against the wire format, shows on a page what arrives, and injects faults on "
+      "request.");
   collector::describe(app, arguments);
   CLI11_PARSE(app, argc, argv);
   try {

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <set>
-#include <string_view>
 
 namespace collector {
 namespace {
@@ -23,14 +22,6 @@ struct Refusal {
 
 void require(bool condition, const std::string& otherwise) {
   if (!condition) throw Refusal{otherwise};
-}
-
-bool isUTF8(std::string_view text) {
-  rapidjson::MemoryStream stream(text.data(), text.size());
-  rapidjson::StringBuffer unused;
-  while (stream.Tell() < text.size())
-    if (!rapidjson::UTF8<>::Validate(stream, unused)) return false;
-  return true;
 }
 
 // Accepts strict Base64 only. The decoder accepts more, so the result has to encode to the same
@@ -188,6 +179,14 @@ void checkHeaders(const WireRequest& request) {
 }
 
 }  // namespace
+
+bool isUTF8(std::string_view text) {
+  rapidjson::MemoryStream stream(text.data(), text.size());
+  rapidjson::StringBuffer unused;
+  while (stream.Tell() < text.size())
+    if (!rapidjson::UTF8<>::Validate(stream, unused)) return false;
+  return true;
+}
 
 std::optional<std::string> readRequest(const WireRequest& request, WireMessage& message) try {
   const bool isTrack = request.path == "/track";

@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace collector {
 
@@ -24,6 +25,8 @@ struct WireMessage {
   std::string json;
   rapidjson::Document body;  // `json`, parsed
 };
+
+bool isUTF8(std::string_view text);
 
 /// Parses a request to "/track" or "/heartbeat". Returns a one-line error message, or nothing if
 /// the request is valid.

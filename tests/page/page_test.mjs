@@ -1,0 +1,168 @@
+// The collector's page in a browser, with the demo host as the source. Run by scripts/test page:
+//
+//     node page_test.mjs PROGRAMS OUTPUT
+//
+// PROGRAMS holds veltrano-collector and demo_host. Screenshots go to OUTPUT.
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { readFileSync } from 'node:fs';
+import https from 'node:https';
+import { createInterface } from 'node:readline';
+import { after, test } from 'node:test';
+import { AxeBuilder } from '@axe-core/playwright';
+import { chromium } from 'playwright-core';
+
+const [programs, output] = process.argv.slice(2);
+
+const collector = spawn(`${programs}/veltrano-collector`, ['--require-token', 'demo-token'],
+  { stdio: ['ignore', 'pipe', 'ignore'] });
+after(() => collector.kill());
+const announced = {};
+const announcements = createInterface(collector.stdout);
+announcements.on('line', (line) => {
+  const equals = line.indexOf('=');
+  if (!line.startsWith('{')) announced[line.slice(0, equals)] = line.slice(equals + 1);
+  if (line === 'ready') announcements.emit('ready');
+});
+await once(announcements, 'ready');
+const { url, certificate, page: pageURL } = announced;
+
+const browser = await chromium.launch({ executablePath: '/usr/bin/chromium', args: ['--no-sandbox'] });
+after(() => browser.close());
+const context = await browser.newContext({
+  viewport: { width: 1440, height: 900 }, permissions: ['clipboard-read', 'clipboard-write'] });
+const page = await context.newPage();
+page.setDefaultTimeout(10_000);
+const complaints = [];
+page.on('pageerror', (error) => complaints.push(error.message));
+page.on('console', (message) => message.type() === 'error' && complaints.push(message.text()));
+await page.goto(pageURL);
+
+async function track(body) {
+  const agent = { ca: readFileSync(certificate), method: 'POST',
+    headers: { lib_version: 'ios_1.0', publisher_version: 'ios_1.0', 'Content-Length': body.length } };
+  const request = https.request(`${url}/track?uid=crowd`, agent).end(body);
+  const [response] = await once(request, 'response');
+  response.resume();
+  return response.statusCode;
+}
+const encoded = (json) => `data=${Buffer.from(json).toString('base64')}`;
+const batch = (records) => encoded(JSON.stringify(records));
+const record = (event, properties) => ({ event,
+  properties: { time: Date.now(), $wifi: true, extra_json: { att_auth_status: 0 }, ...properties } });
+const choose = (list, text) =>
+  page.getByRole('listbox', { name: list }).getByRole('option').filter({ hasText: text }).first();
+
+test('shows the events, heartbeats and sessions of the demo as they arrive', async () => {
+  const host = spawn(`${programs}/demo_host`, [url.replace('https://', ''), certificate]);
+  host.stdout.resume();
+  const ended = once(host, 'exit');
+  await choose('Events', 'Bought').waitFor();
+  assert.equal((await ended)[0], 0);
+  await page.getByText('19 events · 2 heartbeats · 0 refused').waitFor();
+  await page.getByText(/ s, 2 heartbeats, \d+ events/).waitFor();
+  await page.getByRole('img', { name: /[1-9]\d* failed by a fault/ }).waitFor();
+});
+
+test('filters by name, user and text', async () => {
+  const cases = [['Name', 'song pl', '12 of 21'], ['User', 'nobody', '0 of 21'],
+    ['Text', '"city":"lisbon"', '1 of 21']];
+  for (const [label, text, count] of cases) {
+    await page.getByLabel(label).fill(text);
+    await page.getByText(count, { exact: true }).waitFor();
+    await page.getByLabel(label).fill('');
+  }
+});
+
+test('opens an event and its properties by keyboard alone, and copies it', async () => {
+  await page.getByLabel('Text').fill('lisbon');
+  await page.getByLabel('Show').focus();
+  await page.keyboard.press('Tab');
+  await page.keyboard.press('ArrowDown');
+  await page.keyboard.press('Enter');
+  await page.keyboard.press('Tab');
+  await page.keyboard.press('Enter'); // copies
+  await page.getByText('Copied.').waitFor();
+  const copied = JSON.parse(await page.evaluate(() => navigator.clipboard.readText()));
+  assert.equal(copied.properties.address.city, 'Lisbon');
+
+  const manufacturer = page.getByRole('row', { name: '$manufacturer "Apple"' });
+  assert.ok(!await manufacturer.isVisible());
+  for (let i = 0; i < 4; ++i) await page.keyboard.press('Tab'); // past the host's, the extra and the user's groups
+  await page.keyboard.press('Enter');
+  await manufacturer.waitFor();
+  await page.getByLabel('Text').fill('');
+});
+
+test('arms and lifts faults', async () => {
+  await page.getByRole('button', { name: 'Arm Status on /track' }).click();
+  await page.getByRole('button', { name: 'Arm Retry-After on /track' }).click();
+  await page.getByText('/track: status 503, retry_after 5').waitFor();
+  assert.equal(await track(batch([record('Lost', {})])), 503);
+  await page.getByRole('button', { name: 'Lift Status on /track' }).click();
+  await page.getByRole('button', { name: 'Lift all' }).click();
+  await page.getByRole('button', { name: 'Arm Retry-After on /track' }).waitFor();
+  assert.equal(await track(batch([record('Kept', {})])), 200);
+});
+
+test('shows what was wrong with a refused request, and no request becomes part of the page', async () => {
+  const html = '<img src=x onerror=alert(1)>';
+  await track(batch([{ event: html, properties: {} }]));
+  await choose('Refused requests', 'is missing').click();
+  await page.getByText(`"event":"${html}"`).waitFor();
+  const depth = 50_000;
+  await track(encoded(JSON.stringify([record(html, { id: 1 })])
+    .replace('"id":1', '"id":12345678901234567890')));
+  await track(encoded(JSON.stringify([record('Deep', { deep: 1 })])
+    .replace('"deep":1', `"deep":${'['.repeat(depth)}${']'.repeat(depth)}`)));
+  await choose('Events', html).click();
+  await page.getByRole('row', { name: 'id 12345678901234567890' }).waitFor();
+  assert.equal(await page.locator('img').count(), 0);
+  await choose('Events', 'Deep').click();
+  await page.getByRole('row', { name: 'deep (nested too deeply)' }).waitFor();
+});
+
+for (const colorScheme of ['light', 'dark']) {
+  test(`is accessible when ${colorScheme}`, async () => {
+    await page.emulateMedia({ colorScheme });
+    await choose('Events', 'Bought').click();
+    await page.screenshot({ path: `${output}/page-${colorScheme}.png` });
+    const { violations } = await new AxeBuilder({ page }).analyze();
+    assert.deepEqual(violations.map(({ id, nodes }) => [id, nodes.map(({ html }) => html)]), []);
+  });
+}
+
+test('scrolls through ten thousand events', async (t) => {
+  await page.getByRole('listbox', { name: 'Events' }).focus();
+  await page.keyboard.press('End'); // follows what arrives
+  for (let i = 0; i < 50; ++i)
+    await track(batch(Array.from({ length: 200 }, (_, j) =>
+      record('Song Played', { track: i * 200 + j, room: 'x'.repeat(400) }))));
+  await choose('Events', 'track=9999').waitFor();
+  await page.getByRole('listbox', { name: 'Events' }).hover();
+  const frames = page.evaluate(() => new Promise((resolve) => {
+    const times = [];
+    const start = performance.now();
+    requestAnimationFrame(function note(now) {
+      times.push(now);
+      if (now < start + 3000) requestAnimationFrame(note);
+      else resolve(times.slice(1).map((time, i) => time - times[i]).sort((a, b) => a - b));
+    });
+  }));
+  for (let i = 0; i < 40; ++i) await page.mouse.wheel(0, i % 2 ? -900 : -12_000);
+  const lengths = await frames;
+  const at = (part) => lengths[Math.floor(part * (lengths.length - 1))].toFixed(1);
+  t.diagnostic(`ms a frame: median ${at(0.5)}, 95 % ${at(0.95)}, longest ${at(1)}`);
+  assert.ok(await page.getByRole('option').count() < 100, 'only the rows in view are in the page');
+
+  await page.getByRole('listbox', { name: 'Events' }).focus();
+  await page.keyboard.press('Home');
+  assert.equal(await page.locator('#events [aria-selected=true]').getAttribute('aria-posinset'), '1');
+});
+
+test('clears', async () => {
+  await page.getByRole('button', { name: 'Clear' }).click();
+  await page.getByText('0 events · 0 heartbeats · 0 refused').waitFor();
+  assert.deepEqual(complaints, []);
+});

@@ -1,0 +1,236 @@
+#include "tools/collector/journal.h"
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+#include <vector>
+
+namespace collector {
+namespace {
+
+using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+
+constexpr const char* kNames[] = {"event", "heartbeat", "refused", "request"};
+
+// Of a refused request.
+constexpr std::size_t kMaximumBody = 4096;
+
+// How much a reader gets at once.
+constexpr std::size_t kMaximumPart = 256 * 1024;
+
+// The elements of a valid and compact array, as they were sent. Copying them value by value could
+// overflow the stack.
+std::vector<std::string_view> elementsOf(std::string_view array) {
+  std::vector<std::string_view> elements;
+  std::size_t start = 1;
+  int depth = 0;
+  bool inString = false;
+  for (std::size_t i = 1; i < array.size(); ++i) {
+    const char c = array[i];
+    if (inString) {
+      if (c == '\\') ++i;
+      if (c == '"') inString = false;
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      ++depth;
+    } else if (depth == 0 && (c == ',' || c == ']')) {
+      elements.push_back(array.substr(start, i - start));
+      start = i + 1;
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+  return elements;
+}
+
+// The text, or, if it is not UTF-8, the text without its foreign bytes.
+std::string readable(std::string text) {
+  if (!isUTF8(text))
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c >= 0x80; }, '?');
+  return text;
+}
+
+std::string shortened(std::string text) {
+  if (text.size() <= kMaximumBody) return text;
+  std::size_t end = kMaximumBody;
+  while (end > 0 && (text[end] & 0xC0) == 0x80) --end;  // between characters
+  return text.substr(0, end) + "...";
+}
+
+void addTo(std::string& stream, const char* kind, const std::string& json) {
+  stream.append("event: ").append(kind).append("\ndata: ").append(json).append("\n\n");
+}
+
+template <class Write>
+std::string members(const Write& write) {
+  rapidjson::StringBuffer buffer;
+  Writer writer(buffer);
+  writer.StartObject();
+  writer.Key("received");
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  writer.Int64(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+  write(writer);
+  writer.EndObject();
+  return std::string(buffer.GetString() + 1, buffer.GetSize() - 1);
+}
+
+}  // namespace
+
+void Journal::addAccepted(const WireRequest& request, const WireMessage& message, int answer) {
+  const auto add = [&](Kind kind, const rapidjson::Value& record, std::string_view text) {
+    this->add(kind, {record["event"].GetString(), record["event"].GetStringLength()},
+              members([&](Writer& writer) {
+                writer.Key("uid");
+                writer.String(message.uid);
+                writer.Key("answer");
+                writer.Int(answer);
+                writer.Key("body");  // the last one: the page takes the rest as it was sent
+                writer.RawValue(text.data(), text.size(), rapidjson::kObjectType);
+              }));
+  };
+  if (request.path == "/heartbeat") return add(Kind::heartbeat, message.body, message.json);
+  rapidjson::SizeType i = 0;
+  for (const std::string_view text : elementsOf(message.json))
+    add(Kind::event, message.body[i++], text);
+}
+
+void Journal::addRequest(const WireRequest& request, int answer, bool isAccepted) {
+  add(Kind::request, "", members([&](Writer& writer) {
+        writer.Key("path");
+        writer.String(request.path);
+        writer.Key("answer");
+        writer.Int(answer);
+        writer.Key("accepted");
+        writer.Bool(isAccepted);
+      }));
+}
+
+void Journal::addRefused(const WireRequest& request, const WireMessage& message, int status,
+                         const std::string& reason) {
+  add(Kind::refused, "", members([&](Writer& writer) {
+        writer.Key("method");
+        writer.String(readable(request.method));
+        writer.Key("path");
+        writer.String(readable(request.path));
+        writer.Key("answer");
+        writer.Int(status);
+        writer.Key("reason");
+        writer.String(readable(reason));
+        writer.Key("headers");
+        writer.StartArray();
+        for (const auto& [name, value] : request.headers)
+          writer.String(readable(shortened(name + ": " + value)));
+        writer.EndArray();
+        writer.Key("body");
+        writer.String(readable(shortened(message.json.empty() ? request.body : message.json)));
+      }));
+}
+
+void Journal::add(Kind kind, std::string name, const std::string& members) {
+  const std::lock_guard lock(mutex_);
+  const std::uint64_t number = ++lastNumber_;
+  auto& [kept, bytes] = entries_[std::size_t(kind)];
+  kept.push_back(
+      {number, std::move(name), "{\"number\":" + std::to_string(number) + ',' + members});
+  bytes += kept.back().json.size();
+  while (kept.size() > kMaximumEntries || (bytes > kMaximumBytes && kept.size() > 1)) {
+    bytes -= kept.front().json.size();
+    kept.pop_front();
+  }
+  changed_.notify_all();
+}
+
+void Journal::setFaults(std::string json) {
+  const std::lock_guard lock(mutex_);
+  faults_ = std::move(json);
+  ++faultChanges_;
+  changed_.notify_all();
+}
+
+void Journal::clear() {
+  const std::lock_guard lock(mutex_);
+  entries_ = {};
+  ++clearings_;
+  changed_.notify_all();
+}
+
+std::string Journal::json(Kind kind) const {
+  const std::lock_guard lock(mutex_);
+  std::string array = "[";
+  for (const Entry& entry : entries_[std::size_t(kind)].kept)
+    array.append(array.size() > 1 ? ",\n" : "").append(entry.json);
+  return array + "]\n";
+}
+
+std::uint64_t Journal::wait(std::string_view name, std::uint64_t count,
+                            std::chrono::milliseconds timeout) {
+  std::uint64_t seen = 0, lastNumber = 0;
+  const auto haveCome = [&] {
+    for (const Kind kind : {Kind::event, Kind::heartbeat}) {
+      const auto& kept = entries_[std::size_t(kind)].kept;
+      for (auto entry = kept.rbegin(); entry != kept.rend() && entry->number > lastNumber; ++entry)
+        if (entry->name == name) ++seen;
+    }
+    lastNumber = lastNumber_;
+    return seen >= count || isStopped_;
+  };
+  std::unique_lock lock(mutex_);
+  changed_.wait_for(lock, timeout, haveCome);
+  return seen;
+}
+
+std::string Journal::next(Position& position, std::chrono::milliseconds timeout) {
+  std::unique_lock lock(mutex_);
+  changed_.wait_for(lock, timeout, [&] {
+    return isStopped_ || position.number < lastNumber_ || position.clearings != clearings_ ||
+           position.faultChanges != faultChanges_;
+  });
+  std::string stream;
+  if (isStopped_) return stream;
+  if (position.clearings != clearings_) {
+    position = {0, clearings_, position.faultChanges};
+    addTo(stream, "clear", "{}");
+  }
+  if (position.faultChanges != faultChanges_) {
+    position.faultChanges = faultChanges_;
+    addTo(stream, "faults", faults_);
+  }
+
+  std::deque<Entry>::const_iterator following[std::size(kNames)];
+  for (std::size_t kind = 0; kind < std::size(kNames); ++kind)
+    following[kind] = std::upper_bound(
+        entries_[kind].kept.begin(), entries_[kind].kept.end(), position.number,
+        [](std::uint64_t number, const Entry& entry) { return number < entry.number; });
+  while (stream.size() < kMaximumPart) {
+    std::size_t first = std::size(kNames);
+    for (std::size_t kind = 0; kind < std::size(kNames); ++kind)
+      if (following[kind] != entries_[kind].kept.end() &&
+          (first == std::size(kNames) || following[kind]->number < following[first]->number))
+        first = kind;
+    if (first == std::size(kNames)) {
+      position.number = lastNumber_;
+      break;
+    }
+    addTo(stream, kNames[first], following[first]->json);
+    position.number = following[first]++->number;
+  }
+  return stream;
+}
+
+void Journal::stop() {
+  const std::lock_guard lock(mutex_);
+  isStopped_ = true;
+  changed_.notify_all();
+}
+
+bool Journal::isStopped() const {
+  const std::lock_guard lock(mutex_);
+  return isStopped_;
+}
+
+}  // namespace collector
