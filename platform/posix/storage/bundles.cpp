@@ -1,7 +1,6 @@
 #include "platform/posix/storage/bundles.h"
 
 #include <dlfcn.h>
-#include <sys/auxv.h>
 
 #include <filesystem>
 #include <system_error>
@@ -15,17 +14,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The file that this code was loaded from; empty if unknown.
-fs::path ownObject() {
+// "veltrano" next to the shared library. Where it does not exist, as in a program that contains the
+// library, the bundle counts as empty.
+fs::path resourceDirectory() {
   static const char symbol = 0;
   Dl_info own = {};
-  if (dladdr(&symbol, &own) == 0 || own.dli_fname == nullptr) return {};
-  // For a program, dli_fname is argv[0], which need not be a path.
-  Dl_info program = {};
-  const auto* entry = reinterpret_cast<const void*>(getauxval(AT_ENTRY));
-  const bool isProgram = dladdr(entry, &program) != 0 && program.dli_fbase == own.dli_fbase;
+  const bool isKnown = dladdr(&symbol, &own) != 0 && own.dli_fname != nullptr;
   std::error_code error;
-  return fs::canonical(isProgram ? "/proc/self/exe" : own.dli_fname, error);
+  return "/" / fs::canonical(isKnown ? own.dli_fname : "", error).parent_path() / "veltrano";
 }
 
 bool isDirectory(const fs::path& path) {
@@ -38,13 +34,7 @@ Bundle bundleIn(const fs::path& directory) {
 }
 
 Bundle findLibraryBundle() {
-  const fs::path object = ownObject();
-  if (object.empty()) return {};
-  for (const char* place : {"veltrano", "../lib/veltrano"}) {
-    const fs::path directory = (object.parent_path() / place).lexically_normal();
-    if (isDirectory(directory)) return bundleIn(directory);
-  }
-  return {};
+  return {resourceDirectory().string(), HostMap{{"CFBundleShortVersionString", VELTRANO_RELEASE}}};
 }
 
 }  // namespace
