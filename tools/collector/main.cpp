@@ -17,6 +17,7 @@
 
 #include "tools/collector/certificate.h"
 #include "tools/collector/collector.h"
+#include "tools/command_line.h"
 
 namespace collector {
 namespace {
@@ -157,7 +158,7 @@ void run(const Arguments& arguments) {
   const int port = arguments.port == 0
                        ? server.bind_to_any_port(host)
                        : (server.bind_to_port(host, arguments.port) ? arguments.port : -1);
-  if (port < 0) throw std::runtime_error("the port cannot be listened on");
+  if (port < 0) throw std::runtime_error("cannot listen on port " + std::to_string(arguments.port));
 
   std::thread listening([&server] {
     server.listen_after_bind();
@@ -189,7 +190,7 @@ int main(int argc, char** argv) {
       "A collection host for developers. It listens on the loopback interface only, checks every "
       "request against the wire format, and injects faults on request.");
   collector::describe(app, arguments);
-  CLI11_PARSE(app, argc, argv);
+  if (const auto status = tools::parse(app, "veltrano-collector", argc, argv)) return *status;
   try {
     std::string json = "[";
     for (const std::string& fault : arguments.faults)
@@ -197,6 +198,9 @@ int main(int argc, char** argv) {
     arguments.options.faults = collector::parseFaults(json + "]");
     collector::run(arguments);
     return EXIT_SUCCESS;
+  } catch (const std::invalid_argument& error) {
+    std::cerr << "veltrano-collector: " << error.what() << std::endl;
+    return 2;
   } catch (const std::exception& error) {
     std::cerr << "veltrano-collector: " << error.what() << std::endl;
     return EXIT_FAILURE;
