@@ -15,7 +15,16 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 
-option(VELTRANO_INSTALL "Install the library with its headers and package" ${PROJECT_IS_TOP_LEVEL})
+option(VELTRANO_INSTALL "Install the library with its headers and package; without, a shared library
+is still installed for the programs that need it" ${PROJECT_IS_TOP_LEVEL})
+
+# Undefined, BUILD_SHARED_LIBS would mean a static library.
+if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
+  set(VELTRANO_LIBRARY STATIC)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION OFF)  # so that any compiler and linker can use the archive
+else()
+  set(VELTRANO_LIBRARY SHARED)
+endif()
 
 if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)

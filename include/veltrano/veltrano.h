@@ -38,7 +38,8 @@ class VELTRANO_EXPORT Veltrano {
   /// and counts as accepted.
   using FlushCompletion = std::function<void(bool)>;
 
-  /// The one instance, created by the first call.
+  /// The one instance, created by the first call. With the static library, each program or shared
+  /// library that contains it has its own.
   static Veltrano& shared();
 
   /// Whether diagnostic lines are written, to the standard output unless the platform has a log

@@ -19,6 +19,7 @@
 #include "tools/collector/collector.h"
 #include "tools/collector/journal.h"
 #include "tools/collector/page.h"
+#include "tools/command_line.h"
 
 namespace collector {
 namespace {
@@ -199,7 +200,7 @@ int main(int argc, char** argv) {
       "request against the wire format, shows on a page what arrives, and injects faults on "
       "request.");
   collector::describe(app, arguments);
-  CLI11_PARSE(app, argc, argv);
+  if (const auto status = tools::parse(app, "veltrano-collector", argc, argv)) return *status;
   try {
     std::string json = "[";
     for (const std::string& fault : arguments.faults)
@@ -207,6 +208,9 @@ int main(int argc, char** argv) {
     arguments.options.faults = collector::parseFaults(json + "]");
     collector::run(arguments);
     return EXIT_SUCCESS;
+  } catch (const std::invalid_argument& error) {
+    std::cerr << "veltrano-collector: " << error.what() << std::endl;
+    return 2;
   } catch (const std::exception& error) {
     std::cerr << "veltrano-collector: " << error.what() << std::endl;
     return EXIT_FAILURE;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/command_line.h"
 #include "tools/fleet/report.h"
 
 namespace {
@@ -119,7 +120,7 @@ int main(int argc, char** argv) {
                  "Load, as a share of the capacity, from which the host asks for --back-off; "
                  "below that it asks for 20 s")
       ->check(CLI::NonNegativeNumber);
-  CLI11_PARSE(app, argc, argv);
+  if (const auto status = tools::parse(app, "veltrano-fleet", argc, argv)) return *status;
 
   try {
     for (const std::string& span : outages) host.outages.push_back(fleet::parseOutage(span));

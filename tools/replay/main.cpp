@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "tools/command_line.h"
 #include "tools/replay/live_run.h"
 #include "tools/replay/scenario.h"
 #include "tools/replay/simulated_run.h"
@@ -52,7 +53,7 @@ int main(int argc, char** argv) {
       ->needs(host);
   app.add_option("--token", live.token, "Live: the user's session token; by default none")
       ->needs(host);
-  CLI11_PARSE(app, argc, argv);
+  if (const auto status = tools::parse(app, "veltrano-replay", argc, argv)) return *status;
 
   const auto bodies = isReadable ? replay::Bodies::decoded : replay::Bodies::asSent;
   try {

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/command_line.h"
 #include "tools/soak/collector_process.h"
 #include "tools/soak/ledger.h"
 #include "tools/soak/usage.h"
@@ -371,13 +372,19 @@ bool Soak::report() {
 }  // namespace soak
 
 int main(int argc, char** argv) {
+  CLI::App app("Runs a busy host against a collector that fails in every way it can");
+  std::string collector, directory;
+  long seconds = 0;
+  std::uint64_t seed = std::random_device()();
+  app.add_option("COLLECTOR", collector, "The collector's program")->required();
+  app.add_option("DIRECTORY", directory, "Where to keep its records")->required();
+  app.add_option("SECONDS", seconds, "How long to run")->required();
+  app.add_option("SEED", seed, "Decides what fails and when; by default another one each time");
+  if (const auto status = tools::parse(app, "veltrano-soak", argc, argv)) return *status;
   try {
-    if (argc != 4 && argc != 5)
-      throw std::invalid_argument("usage: veltrano-soak COLLECTOR DIRECTORY SECONDS [SEED]");
-    const std::chrono::seconds length(std::stol(argv[3]));
-    const std::uint64_t seed = argc == 5 ? std::stoull(argv[4]) : std::random_device()();
     // Never destroyed: the log sink may be called until the process ends.
-    return (new soak::Soak(argv[1], argv[2], length, seed))->run() ? EXIT_SUCCESS : EXIT_FAILURE;
+    auto* soak = new soak::Soak(collector, directory, std::chrono::seconds(seconds), seed);
+    return soak->run() ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception& error) {
     std::cerr << "veltrano-soak: " << error.what() << std::endl;
     return 2;

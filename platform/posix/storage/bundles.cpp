@@ -1,17 +1,28 @@
 #include "platform/posix/storage/bundles.h"
 
+#include <dlfcn.h>
+
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include "platform/posix/storage/files.h"
 #include "platform/posix/storage/property_list.h"
-#include "platform/posix/system/system.h"
 
 namespace veltrano::internal {
 namespace {
 
 namespace fs = std::filesystem;
+
+// "veltrano" next to the shared library. Where it does not exist, as in a program that contains the
+// library, the bundle counts as empty.
+fs::path resourceDirectory() {
+  static const char symbol = 0;
+  Dl_info own = {};
+  const bool isKnown = dladdr(&symbol, &own) != 0 && own.dli_fname != nullptr;
+  std::error_code error;
+  return "/" / fs::canonical(isKnown ? own.dli_fname : "", error).parent_path() / "veltrano";
+}
 
 bool isDirectory(const fs::path& path) {
   std::error_code error;
@@ -23,13 +34,7 @@ Bundle bundleIn(const fs::path& directory) {
 }
 
 Bundle findLibraryBundle() {
-  const fs::path object = ownObject();
-  if (object.empty()) return {};
-  for (const char* place : {"veltrano", "../lib/veltrano"}) {
-    const fs::path directory = (object.parent_path() / place).lexically_normal();
-    if (isDirectory(directory)) return bundleIn(directory);
-  }
-  return {};
+  return {resourceDirectory().string(), HostMap{{"CFBundleShortVersionString", VELTRANO_RELEASE}}};
 }
 
 }  // namespace

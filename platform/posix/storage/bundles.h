@@ -15,8 +15,8 @@ class PosixBundles final : public Bundles {
 
   std::optional<HostMap> mainInfoDictionary() const override { return mainInfoDictionary_; }
 
-  /// Its resources are in "veltrano" next to the library or the program that contains it, else in
-  /// "../lib/veltrano" relative to there.
+  /// Its resources are in "veltrano" next to the shared library. Its Info dictionary is compiled
+  /// in, and holds the version where there are no resources.
   Bundle libraryBundle() const override { return libraryBundle_; }
 
   std::optional<Bundle> bundleAtPath(std::string_view path) const override;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <chrono>
-#include <filesystem>
 #include <memory>
 #include <optional>
 
@@ -11,9 +10,6 @@ namespace veltrano::internal {
 
 /// Names the calling thread for debuggers, if the system can. At most 15 bytes.
 void nameThisThread(const char* name);
-
-/// The file that this code was loaded from; empty if unknown.
-std::filesystem::path ownObject();
 
 /// Gives the calling thread its own, empty descriptor table, if the system can. Only the standard
 /// error stays, for crash reports. Otherwise the thread keeps the shared table.

@@ -1,12 +1,8 @@
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <pthread.h>
-#include <sys/auxv.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <system_error>
 
 #include "platform/posix/system/system.h"
 
@@ -17,18 +13,6 @@ namespace veltrano::internal {
 
 void nameThisThread(const char* name) {
   pthread_setname_np(pthread_self(), name);
-}
-
-std::filesystem::path ownObject() {
-  static const char symbol = 0;
-  Dl_info own = {};
-  if (dladdr(&symbol, &own) == 0 || own.dli_fname == nullptr) return {};
-  // For a program, dli_fname is argv[0], which need not be a path.
-  Dl_info program = {};
-  const auto* entry = reinterpret_cast<const void*>(getauxval(AT_ENTRY));
-  const bool isProgram = dladdr(entry, &program) != 0 && program.dli_fbase == own.dli_fbase;
-  std::error_code error;
-  return std::filesystem::canonical(isProgram ? "/proc/self/exe" : own.dli_fname, error);
 }
 
 // Closes the host's descriptors in the new table, so that a pipe still ends when the host closes

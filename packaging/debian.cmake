@@ -1,0 +1,58 @@
+# Debian packages, made by `cpack` in a release build that is configured with the prefix /usr.
+#
+# The licence is the owner's choice. Once there is a file LICENSE, every package carries it as its
+# copyright file.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "Veltrano maintainers <maintainers@veltrano.invalid>" CACHE STRING
+    "The maintainer that the packages name")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_COMPONENTS_ALL)
+
+# debian_package(COMPONENT NAME SECTION SUMMARY DESCRIPTION DEPENDS)
+function(debian_package component name section summary description depends)
+  string(TOUPPER ${component} upper)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section} PARENT_SCOPE)
+  set(CPACK_DEBIAN_${upper}_DESCRIPTION "${summary}\n${description}" PARENT_SCOPE)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${depends}" PARENT_SCOPE)
+  set(CPACK_COMPONENTS_ALL ${CPACK_COMPONENTS_ALL} ${component} PARENT_SCOPE)
+
+  set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/${name})
+  install(FILES ${PROJECT_BINARY_DIR}/changelog.Debian.gz
+    DESTINATION ${documents} COMPONENT ${component})
+  if(EXISTS ${PROJECT_SOURCE_DIR}/LICENSE)
+    install(FILES ${PROJECT_SOURCE_DIR}/LICENSE
+      DESTINATION ${documents} RENAME copyright COMPONENT ${component})
+  endif()
+endfunction()
+
+string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog.in changelog.Debian @ONLY)
+execute_process(COMMAND gzip -9nf changelog.Debian WORKING_DIRECTORY ${PROJECT_BINARY_DIR})
+
+set(library libveltrano${PROJECT_VERSION_MAJOR})
+set(same_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+debian_package(library ${library} libs "event-analytics client, shared library"
+  "The library that programs use to report events to a collection host."
+  "")
+file(WRITE ${PROJECT_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/triggers)
+debian_package(development libveltrano-dev libdevel "event-analytics client, development files"
+  "The headers for C++ and C, and the packages for CMake and pkg-config."
+  "${library} ${same_version}")
+debian_package(testing libveltrano-testing-dev libdevel "event-analytics client, test kit"
+  "For tests that see what an application reports, in virtual time."
+  "libveltrano-dev ${same_version}")
+debian_package(tools veltrano-tools devel "event-analytics client, tools"
+  "A collection host for developers, a player of scenarios, and a load simulation."
+  "")
+include(CPack)
