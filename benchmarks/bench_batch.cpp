@@ -17,9 +17,9 @@
 #include "benchmarks/manual_platform.h"
 #include "benchmarks/rapidjson_reference.h"
 #include "properties/parameter_conversion.h"
+#include "tracker/event_encoder.h"
 #include "tracker/library.h"
 #include "upload/corvane_endpoint_request.h"
-#include "upload/event_encoder.h"
 #include "veltrano/veltrano.h"
 
 namespace {

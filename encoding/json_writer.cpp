@@ -86,10 +86,6 @@ void JSONWriter::endArray() {
   implementation_->writer.EndArray();
 }
 
-void JSONWriter::key(std::string_view text) {
-  string(text);
-}
-
 void JSONWriter::string(std::string_view text) {
   implementation_->writer.string(text);
 }

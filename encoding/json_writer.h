@@ -20,7 +20,7 @@ class JSONWriter {
   void endObject();
   void startArray();
   void endArray();
-  void key(std::string_view text);
+  void key(std::string_view text) { string(text); }
   void string(std::string_view text);
   void integer(std::int64_t number);
   void unsignedInteger(std::uint64_t number);

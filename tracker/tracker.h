@@ -17,12 +17,12 @@
 #include "platform/platform.h"
 #include "properties/default_properties.h"
 #include "tracker/call_observer.h"
+#include "tracker/event_encoder.h"
 #include "tracker/event_queue.h"
 #include "tracker/pending_flush.h"
 #include "tracker/refresh_triggers.h"
 #include "tracker/super_properties.h"
 #include "upload/endpoints.h"
-#include "upload/event_encoder.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano::internal {

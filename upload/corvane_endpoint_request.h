@@ -3,12 +3,24 @@
 #include <deque>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "properties/property_map.h"
 #include "upload/endpoints.h"
-#include "upload/event_record.h"
 
 namespace veltrano::internal {
+
+/// One recorded event as JSON: {"event": name, "properties": {...}}. Encoding it once, when it is
+/// recorded, takes less memory than keeping the properties and makes repeated uploads cheap.
+struct EventRecord {
+  std::string json;  // empty when the properties cannot be encoded
+};
+
+/// Whether the batch is not uploaded again. A refused or unencodable one would only fail again.
+constexpr bool endsBatch(UploadOutcome outcome) {
+  return outcome == UploadOutcome::notEncodable || outcome == UploadOutcome::delivered ||
+         outcome == UploadOutcome::refused;
+}
 
 /// The request to "/track" that uploads a batch of events. Used on the work queue.
 class CorvaneEndpointRequest {
