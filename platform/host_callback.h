@@ -12,7 +12,9 @@ namespace veltrano::internal {
 inline std::atomic<bool> hasBeenForked{false};
 
 /// True in a child forked from the library's process, where the library's threads do not exist and
-/// its locks may be held forever.
+/// its locks may be held forever. The facade finds an inert library there. Everything else that a
+/// host can call checks this first, and so does code that continues after a callback, which may
+/// have forked.
 inline bool isForkedChild() noexcept {
   return hasBeenForked.load(std::memory_order_relaxed);
 }

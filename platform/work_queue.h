@@ -1,13 +1,13 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include "encoding/time.h"
-#include "platform/dispatch_group.h"
-#include "platform/work_item.h"
 
 namespace veltrano::internal {
 
@@ -18,6 +18,71 @@ class Block {
   virtual void run() = 0;
 
   std::atomic<Block*> next{nullptr};  // for the queue that owns the block
+};
+
+/// Work that can be cancelled until it starts. Shared by its scheduler and the queue.
+class WorkItem {
+ public:
+  explicit WorkItem(std::function<void()> work) : work_(std::move(work)) {}
+
+  /// Keeps the item from starting; no-op once it has started. Thread-safe.
+  void cancel() { cancelled_.store(true, std::memory_order_relaxed); }
+  bool isCancelled() const { return cancelled_.load(std::memory_order_relaxed); }
+
+  /// Called by the queue, once.
+  void run() {
+    if (!isCancelled()) work_();
+  }
+
+ private:
+  const std::function<void()> work_;
+  std::atomic<bool> cancelled_{false};
+};
+
+/// Counts pending work, so that a thread can wait until all of it is done. Thread-safe.
+class DispatchGroup {
+ public:
+  void enter() {
+    const std::lock_guard lock(mutex_);
+    ++entered_;
+  }
+
+  /// Balances one `enter`.
+  void leave() {
+    std::function<void()> then;
+    {
+      // Notifies under the lock: a waiter that sees the group empty may destroy it at once.
+      const std::lock_guard lock(mutex_);
+      if (--entered_ > 0) return;
+      emptied_.notify_all();
+      then = std::exchange(then_, nullptr);
+    }
+    if (then) then();
+  }
+
+  bool isEmpty() const {
+    const std::lock_guard lock(mutex_);
+    return entered_ == 0;
+  }
+
+  /// Calls `then` without a lock from the next `leave` that empties the group. Replaces an earlier
+  /// `then`.
+  void notify(std::function<void()> then) {
+    const std::lock_guard lock(mutex_);
+    then_ = std::move(then);
+  }
+
+  /// Blocks the calling thread until the group is empty.
+  void wait() {
+    std::unique_lock lock(mutex_);
+    emptied_.wait(lock, [this] { return entered_ == 0; });
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::condition_variable emptied_;
+  int entered_ = 0;             // guarded by mutex_
+  std::function<void()> then_;  // guarded by mutex_
 };
 
 /// A serial queue: blocks run one at a time, in submission order, never on the submitter's stack.

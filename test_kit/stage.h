@@ -202,7 +202,4 @@ struct StageToken final : internal::SessionTokenProvider {
   std::function<std::optional<std::string>()> function;
 };
 
-/// The path of a URL.
-std::string pathOf(const std::string& url);
-
 }  // namespace veltrano::testing

@@ -21,7 +21,6 @@
 #include "platform/posix/platform_backend.h"
 #include "platform/posix/posix_services.h"
 #include "platform/posix/system/background_thread.h"
-#include "platform/posix/threads/fork.h"
 #include "tracker/library.h"
 
 namespace veltrano {
@@ -50,6 +49,7 @@ Library& inertLibrary() {
 // Gives each forked child the inert library. The parent's has no threads there, and its locks may
 // be held forever.
 void makeForkedChildrenInert() {
+  watchForks();
   inertLibrary();
   static const int registered =
       pthread_atfork(nullptr, nullptr, [] { Library::exchangeCurrent(&inertLibrary()); });
@@ -222,9 +222,9 @@ PosixPlatform* internal::installedPlatform() noexcept {
   return testBackend != nullptr ? testPlatform : systemPlatform;
 }
 
-struct PosixPlatform::Services {
+struct PosixPlatform::Handle {
   // If `backend` is null, uses the test backend of the moment.
-  explicit Services(PlatformBackend* backend) : backend_(backend) {}
+  explicit Handle(PlatformBackend* backend) : backend_(backend) {}
 
   template <class Report>
   void pass(Report report) {
@@ -247,7 +247,7 @@ struct PosixPlatform::Services {
   PlatformBackend* const backend_;
 };
 
-PosixPlatform::PosixPlatform(Services& services) : services_(services) {}
+PosixPlatform::PosixPlatform(Handle& handle) : handle_(handle) {}
 
 Installation PosixPlatform::install(PosixOptions options) {
   try {
@@ -267,8 +267,8 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
       if (error.empty()) error = test->install(std::move(options));
       if (!error.empty()) return {nullptr, std::move(error)};
       // Shared by all tests, because a host may keep the pointer.
-      static Services& services = *new Services(nullptr);
-      testPlatform = &services.platform;
+      static Handle& handle = *new Handle(nullptr);
+      testPlatform = &handle.platform;
       return {testPlatform, {}};
     }
     const std::lock_guard lock(mutex);
@@ -276,14 +276,13 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
     if (std::string error = completeOptions(options, true); !error.empty())
       return {nullptr, std::move(error)};
 
-    watchForks();
     makeForkedChildrenInert();
     auto backend = std::make_unique<SystemBackend>(std::move(options));
-    auto services = std::make_unique<Services>(backend.get());
+    auto handle = std::make_unique<Handle>(backend.get());
     if (!Library::install(backend->platform()))
       return {nullptr, "The library is in use already; install the platform before its first use."};
     SystemBackend& kept = *backend.release();  // the library uses it from now on
-    systemPlatform = &services.release()->platform;
+    systemPlatform = &handle.release()->platform;
     dropExceptions([&] { kept.connectivity.startWatching(); });
     return {systemPlatform, {}};
   } catch (const std::system_error& exception) {
@@ -293,66 +292,66 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
 
 bool PosixPlatform::shutDown(Clock::time_point deadline) {
   if (isForkedChild() || isBackgroundThread() || HostCall::isOnThisThread()) return false;
-  if (services_.isReplaced()) return false;
+  if (handle_.isReplaced()) return false;
   bool wasComplete = false;
   dropExceptions([&] {
-    services_.pass([&](PlatformBackend& backend) { wasComplete = backend.shutDown(deadline); });
+    handle_.pass([&](PlatformBackend& backend) { wasComplete = backend.shutDown(deadline); });
   });
   return wasComplete;
 }
 
 RunLoop& PosixPlatform::mainRunLoop() {
   RunLoop* loop = nullptr;
-  services_.pass([&](PlatformBackend& backend) { loop = &backend.mainRunLoop(); });
+  handle_.pass([&](PlatformBackend& backend) { loop = &backend.mainRunLoop(); });
   return loop != nullptr ? *loop : RunLoop::current();
 }
 
 void PosixPlatform::applicationDidBecomeActive() {
-  services_.pass([](PlatformBackend& backend) {
+  handle_.pass([](PlatformBackend& backend) {
     backend.enter(ApplicationState::active, kApplicationDidBecomeActive);
   });
 }
 
 void PosixPlatform::applicationWillResignActive() {
-  services_.pass([](PlatformBackend& backend) {
+  handle_.pass([](PlatformBackend& backend) {
     backend.enter(ApplicationState::inactive, kApplicationWillResignActive);
   });
 }
 
 void PosixPlatform::applicationDidEnterBackground() {
-  services_.pass([](PlatformBackend& backend) {
+  handle_.pass([](PlatformBackend& backend) {
     backend.enter(ApplicationState::background, kApplicationDidEnterBackground);
   });
 }
 
 void PosixPlatform::applicationWillEnterForeground() {
-  services_.pass([](PlatformBackend& backend) {
+  handle_.pass([](PlatformBackend& backend) {
     backend.enter(ApplicationState::inactive, kApplicationWillEnterForeground);
   });
 }
 
 void PosixPlatform::setInterfaceOrientation(int orientation) {
-  services_.pass([&](PlatformBackend& backend) { backend.setInterfaceOrientation(orientation); });
+  handle_.pass([&](PlatformBackend& backend) { backend.setInterfaceOrientation(orientation); });
 }
 
 void PosixPlatform::setDeviceOrientation(int orientation) {
-  services_.pass([&](PlatformBackend& backend) { backend.setDeviceOrientation(orientation); });
+  handle_.pass([&](PlatformBackend& backend) { backend.setDeviceOrientation(orientation); });
 }
 
 void PosixPlatform::setScreenSize(double width, double height) {
-  services_.pass([&](PlatformBackend& backend) { backend.setScreenSize({width, height}); });
+  handle_.pass([&](PlatformBackend& backend) { backend.setScreenSize({width, height}); });
 }
 
 void PosixPlatform::setCarrierName(std::optional<std::string> name) {
-  services_.pass([&](PlatformBackend& backend) { backend.setCarrierName(std::move(name)); });
+  handle_.pass([&](PlatformBackend& backend) { backend.setCarrierName(std::move(name)); });
 }
 
 void PosixPlatform::setTrackingAuthorizationStatus(std::uint64_t status) {
-  services_.pass([&](PlatformBackend& backend) { backend.setTrackingAuthorizationStatus(status); });
+  handle_.pass([&](PlatformBackend& backend) { backend.setTrackingAuthorizationStatus(status); });
 }
 
 void PosixPlatform::setAdvertisingIdentifier(std::optional<std::string> identifier) {
-  services_.pass(
+  handle_.pass(
       [&](PlatformBackend& backend) { backend.setAdvertisingIdentifier(std::move(identifier)); });
 }
 

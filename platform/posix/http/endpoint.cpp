@@ -8,7 +8,6 @@
 #include "platform/posix/http/exit_gate.h"
 #include "platform/posix/http/request_text.h"
 #include "platform/posix/system/background_thread.h"
-#include "platform/posix/threads/fork.h"
 
 namespace veltrano::internal {
 namespace {
@@ -51,10 +50,6 @@ TransportError::Kind kindOf(CURLcode code) {
     default:
       return Kind::brokenOff;
   }
-}
-
-std::string pathOf(const std::string& baseURL) {
-  return baseURL.substr(std::min(baseURL.find('/', sizeof "https://" - 1), baseURL.size()));
 }
 
 TransportError transportError(CURLcode code) noexcept {
@@ -353,7 +348,7 @@ std::list<TransferReport> Endpoint::reportsOf(const Post& post, const TransferRe
   const auto spent = post.spent + (post.isInUse ? Clock::now() - post.began : Clock::duration());
   dropExceptions([&] {
     TransferReport report;
-    report.path = pathOf(post.request.baseURL);
+    report.path = post.request.path();
     report.attempt = post.retries + 1;
     report.duration = std::chrono::duration_cast<std::chrono::microseconds>(spent);
     report.bytesSent = result.bytesSent;

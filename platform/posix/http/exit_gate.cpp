@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <mutex>
 
-#include "platform/posix/threads/fork.h"
+#include "platform/host_callback.h"
 
 namespace veltrano::internal {
 namespace {
