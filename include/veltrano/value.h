@@ -7,7 +7,7 @@
 //     HostValue(0.5), HostValue(0.5f)       a Double, a Float
 //     HostValue({"a", "b"})                 an Array
 //     HostValue({{"city", "Oslo"}})         a Dictionary with string keys
-//     HostValue(Array{Array{1}, 2})         nested lists have to name their type
+//     HostValue(Array{Array{1}, 2})         nested lists must name their type
 //
 // Warning: `HostValue{x}` makes a one-element array.
 //
