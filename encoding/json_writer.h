@@ -6,7 +6,7 @@
 
 namespace veltrano::internal {
 
-/// Writes compact JSON piece by piece into a reused buffer. The caller has to follow JSON's grammar
+/// Writes compact JSON piece by piece into a reused buffer. The caller must follow JSON's grammar
 /// and pass well-formed UTF-8. Not thread-safe.
 class JSONWriter {
  public:

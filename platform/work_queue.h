@@ -17,7 +17,7 @@ class Block {
   virtual ~Block() = default;
   virtual void run() = 0;
 
-  std::atomic<Block*> next{nullptr};  // for the queue that owns the block
+  std::atomic<Block*> next{nullptr};  // guarded by the queue that owns the block
 };
 
 /// Work that can be cancelled until it starts. Shared by its scheduler and the queue.
@@ -87,7 +87,7 @@ class DispatchGroup {
 
 /// A serial queue: blocks run one at a time, in submission order, never on the submitter's stack.
 /// Submission is thread-safe, never waits for a running block, and is cheap enough for a host's
-/// busiest thread. A queue lives as long as the process; blocks pending at its end never run.
+/// busiest thread. Blocks still pending when the queue ends never run.
 class WorkQueue {
  public:
   virtual ~WorkQueue() = default;
@@ -113,7 +113,7 @@ class WorkQueue {
   virtual bool isNewest(const Block& /*block*/) const { return false; }
 
   /// Called last by the running block: blocks the queue until `group` is empty, then runs `then`
-  /// before any other block. Runs `then` at once if the group is empty already. The group has to
+  /// before any other block. Runs `then` at once if the group is empty already. The group must
   /// outlive the wait.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void wait(DispatchGroup& /*group*/, std::function<void()> /*then*/) {}

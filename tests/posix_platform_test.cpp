@@ -490,7 +490,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   };
   const auto installation = PosixPlatform::install(options);
   ASSERT_TRUE(installation) << installation.error;
-  const Platform& services = Library::current().endpoints().platform;
+  const Platform& services = Library::current().client().platform;
   EXPECT_EQ(services.sessionTokenProvider->sessionToken(), std::nullopt);
   services.standardOutput->writeLine("line");
   fs::current_path("/");

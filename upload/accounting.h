@@ -40,7 +40,7 @@ class Accounting {
   }
 
   /// Continues from another library's counts.
-  void goOnFrom(const Statistics& statistics) {
+  void restore(const Statistics& statistics) {
     const std::lock_guard lock(mutex_);
     statistics_ = statistics;
   }

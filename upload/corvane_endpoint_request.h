@@ -6,7 +6,7 @@
 #include <string>
 
 #include "properties/property_map.h"
-#include "upload/endpoints.h"
+#include "upload/collection_client.h"
 
 namespace veltrano::internal {
 
@@ -29,7 +29,7 @@ class CorvaneEndpointRequest {
   using Completion = std::function<void(UploadOutcome outcome, std::optional<int> status)>;
 
   /// `events` (oldest first) and `superProperties` must outlive the request and not change.
-  CorvaneEndpointRequest(const Endpoints& endpoints, const std::deque<EventRecord>& events,
+  CorvaneEndpointRequest(const CollectionClient& client, const std::deque<EventRecord>& events,
                          const PropertyMap& superProperties);
 
   /// Calls `completion` exactly once: before returning when there is nothing to send or an event
@@ -37,7 +37,7 @@ class CorvaneEndpointRequest {
   void send(Completion completion) const;
 
  private:
-  const Endpoints& endpoints_;
+  const CollectionClient& client_;
   const std::deque<EventRecord>& eventsBeingSent_;
   const PropertyMap& superProperties_;
 };

@@ -37,6 +37,7 @@ constexpr std::chrono::milliseconds kGrace{250};
 // Set once, under the mutex of `installOrThrow`.
 constinit std::atomic<PosixPlatform*> systemPlatform{nullptr};
 
+// Set by tests one after the other; read from any thread.
 constinit std::atomic<TestBackend*> testBackend{nullptr};
 constinit std::atomic<PosixPlatform*> testPlatform{nullptr};
 
@@ -58,7 +59,7 @@ void makeForkedChildrenInert() {
 
 // Starts no more callbacks. False if one still runs at `deadline`.
 bool stopCallingHost(Clock::time_point deadline) {
-  isHostGone = true;
+  callbacksDisabled = true;
   while (HostCall::count() > 0 && Clock::now() < deadline)
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   return HostCall::count() == 0;
@@ -85,12 +86,10 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
              [this, orientation] { device.setOrientation(orientation); });
   }
 
-  void setScreenSize(ScreenSize size) override {
-    if (!isForkedChild()) device.setMainScreenSize(size);
-  }
+  void setScreenSize(ScreenSize size) override { device.setMainScreenSize(size); }
 
   void setCarrierName(std::optional<std::string> name) override {
-    if (!isForkedChild()) telephony.setCarrierName(std::move(name));
+    telephony.setCarrierName(std::move(name));
   }
 
   void setTrackingAuthorizationStatus(std::uint64_t status) override {
@@ -98,7 +97,6 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
   }
 
   void setAdvertisingIdentifier(std::optional<std::string> identifier) override {
-    if (isForkedChild()) return;
     dropExceptions([&] { identifiers.setAdvertisingIdentifier(std::move(identifier)); });
   }
 
@@ -133,8 +131,8 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
       if (ExitGate::isClosed()) return false;
       notificationCenter.post(kApplicationDidEnterBackground);
       const auto isFlushed = std::make_shared<std::promise<void>>();
-      // Behind the final flush. Twice: a block that runs meanwhile may not know of the background
-      // yet and replace that flush by one of its own, which is behind the first.
+      // Runs after the final flush. Queued twice: a running block may not have seen the background
+      // state and may replace the final flush with its own, queued after the first marker.
       workQueue.async(
           [this, isFlushed] { workQueue.async([isFlushed] { isFlushed->set_value(); }); });
       return isFlushed->get_future().wait_until(deadline) == std::future_status::ready;
@@ -149,7 +147,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
 
   // True if nothing was left.
   bool stop(Clock::time_point deadline) {
-    inertLibrary().accounting().goOnFrom(Library::current().accounting().statistics());
+    inertLibrary().accounting().restore(Library::current().accounting().statistics());
     Library& library = *Library::exchangeCurrent(&inertLibrary());
     timers.stop();
     workQueue.stop();
@@ -159,13 +157,12 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     isComplete &= stopCallingHost(Clock::now() + kGrace);
     library.releaseCallbacks();
     const Statistics last = library.accounting().statistics();
-    inertLibrary().accounting().goOnFrom(last);
+    inertLibrary().accounting().restore(last);
     return isComplete && last.waiting + last.inFlight == 0;
   }
 
   // Makes `change` and then posts `name`, both on the main thread.
   void announce(std::string_view name, std::function<void()> change) {
-    if (isForkedChild()) return;
     dropExceptions([&] {
       auto announcement = [this, name, change = std::move(change)] {
         if (isShutDown_) return;
@@ -226,10 +223,11 @@ struct PosixPlatform::Handle {
   // If `backend` is null, uses the test backend of the moment.
   explicit Handle(PlatformBackend* backend) : backend_(backend) {}
 
+  // Does nothing in a forked child, where the backend's locks may be held forever.
   template <class Report>
   void pass(Report report) {
     PlatformBackend* const backend = this->backend();
-    if (backend != nullptr) report(*backend);
+    if (backend != nullptr && !isForkedChild()) report(*backend);
   }
 
   PosixPlatform platform{*this};
@@ -301,9 +299,8 @@ bool PosixPlatform::shutDown(Clock::time_point deadline) {
 }
 
 RunLoop& PosixPlatform::mainRunLoop() {
-  RunLoop* loop = nullptr;
-  handle_.pass([&](PlatformBackend& backend) { loop = &backend.mainRunLoop(); });
-  return loop != nullptr ? *loop : RunLoop::current();
+  PlatformBackend* const backend = handle_.backend();
+  return backend != nullptr ? backend->mainRunLoop() : RunLoop::current();
 }
 
 void PosixPlatform::applicationDidBecomeActive() {

@@ -12,8 +12,8 @@
 namespace veltrano::internal {
 namespace {
 
-constexpr std::size_t kMostPosts = 256;    // later ones fail
-constexpr std::size_t kMostReports = 256;  // later ones are dropped while the host is slow
+constexpr std::size_t kMaxPosts = 256;    // later ones fail
+constexpr std::size_t kMaxReports = 256;  // later ones are dropped while the host is slow
 // How long after its deadline a transfer that libcurl has not ended is reported as timed out.
 constexpr std::chrono::milliseconds kGrace{250};
 
@@ -104,7 +104,7 @@ void Endpoint::post(PostRequest& request, URLSessionCallback& callback) noexcept
       failure = CURLE_OUT_OF_MEMORY;
     }
     if (canReport && !added.empty()) {
-      if (isClosed_ || posts_.size() >= kMostPosts) failure = CURLE_NO_CONNECTION_AVAILABLE;
+      if (isClosed_ || posts_.size() >= kMaxPosts) failure = CURLE_NO_CONNECTION_AVAILABLE;
       if (failure == CURLE_OK &&
           !(ensureThread(preparerRuns_, "veltrano.prep", &Endpoint::prepareAttempts) &&
             ensureThread(senderRuns_, "veltrano.net", &Endpoint::sendAttempts)))
@@ -252,7 +252,7 @@ void Endpoint::reportOutcomes() {
 }
 
 // Waits for the next post that is due in `stage`. The calling thread may use it without the lock.
-// Null when the thread has to end.
+// Null when the thread must end.
 Endpoint::Post* Endpoint::take(Lock& lock, Stage stage) {
   while (!isStopped_) {
     const auto now = Clock::now();
@@ -344,7 +344,7 @@ Endpoint::Stage Endpoint::settle(Post& post, TransferResult result) {
 std::list<TransferReport> Endpoint::reportsOf(const Post& post, const TransferResult& result,
                                               bool willRetry) const {
   std::list<TransferReport> reports;
-  if (!options_.onTransfer || post.isReported || reports_.size() >= kMostReports) return reports;
+  if (!options_.onTransfer || post.isReported || reports_.size() >= kMaxReports) return reports;
   const auto spent = post.spent + (post.isInUse ? Clock::now() - post.began : Clock::duration());
   dropExceptions([&] {
     TransferReport report;
