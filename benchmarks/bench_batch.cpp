@@ -17,9 +17,9 @@
 #include "benchmarks/manual_platform.h"
 #include "benchmarks/rapidjson_reference.h"
 #include "properties/parameter_conversion.h"
+#include "tracker/event_encoder.h"
 #include "tracker/library.h"
 #include "upload/corvane_endpoint_request.h"
-#include "upload/event_encoder.h"
 #include "veltrano/veltrano.h"
 
 namespace {
@@ -43,7 +43,7 @@ class Batch {
                          given,
                          *veltrano::internal::ParameterConversion::convert(given)});
     }
-    encoder_.setBase(endpoints_.defaultProperties.properties(), superProperties_);
+    encoder_.setBase(client_.defaultProperties.properties(), superProperties_);
     encodedEvents_ = encode();
     for (std::size_t i = 0; i < kEvents; ++i) Veltrano::shared().track("Bought", hostProperties());
     workQueue_.runAll();
@@ -129,7 +129,7 @@ class Batch {
   }
 
   void send(const std::deque<veltrano::internal::EventRecord>& records) {
-    veltrano::internal::CorvaneEndpointRequest(endpoints_, records, superProperties_)
+    veltrano::internal::CorvaneEndpointRequest(client_, records, superProperties_)
         .send([](veltrano::internal::UploadOutcome, std::optional<int>) {});
   }
 
@@ -137,8 +137,8 @@ class Batch {
 
   bench::ManualURLSession& session_;
   bench::ManualWorkQueue& workQueue_;
-  const veltrano::internal::Endpoints& endpoints_ =
-      veltrano::internal::Library::current().endpoints();
+  const veltrano::internal::CollectionClient& client_ =
+      veltrano::internal::Library::current().client();
   std::mt19937 random_{1};
   std::vector<bench::Event> events_;
   const HostMap oneMoreProperties_ = hostProperties();
@@ -146,7 +146,7 @@ class Batch {
   const veltrano::HostValue noCarrier_;
   const PropertyMap superProperties_ = *veltrano::internal::ParameterConversion::convert(
       HostMap{{"uid", "user-17"}, {"app_id", "player"}});
-  const PropertyMap base_ = endpoints_.defaultProperties.properties() + superProperties_;
+  const PropertyMap base_ = client_.defaultProperties.properties() + superProperties_;
   std::deque<veltrano::internal::EventRecord> encodedEvents_;
   bench::RapidJSONReference reference_;
 };

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "properties/property_map.h"
-#include "upload/event_encoder.h"
+#include "tracker/event_encoder.h"
 
 namespace bench {
 

@@ -30,8 +30,8 @@ Handles& handles() {
   return instance;
 }
 
-// Checks nothing in a forked child, where the lock may be held forever. `isForkedChild` does not
-// do: the library detects forks only once a platform is installed.
+// Checks nothing in a forked child, where the lock may be held forever. `isForkedChild` is not
+// enough: the library detects forks only once a platform is installed.
 std::atomic<bool> isOff{false};
 [[maybe_unused]] const int registered = pthread_atfork(nullptr, nullptr, [] { isOff = true; });
 
@@ -55,7 +55,7 @@ void expectLive(const void* handle) {
   std::unique_lock lock(handles().mutex);
   const bool isLive = handles().live.count(handle) != 0;
   lock.unlock();
-  expect(isLive, handle, "is used, but is none or was released before");
+  expect(isLive, handle, "is invalid or already released");
 }
 
 void noteReleased(const void* handle) {
@@ -63,7 +63,7 @@ void noteReleased(const void* handle) {
   std::unique_lock lock(handles().mutex);
   const bool wasLive = handles().live.erase(handle) != 0;
   lock.unlock();
-  expect(wasLive, handle, "is released, but is none or was released before");
+  expect(wasLive, handle, "is released, but is invalid or already released");
 }
 
 void freeLater(void* memory) {

@@ -46,8 +46,8 @@ class CancellationOff {
   int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
-/// Returns the result of `function`, or `otherwise` if it throws. A forced end of the thread goes
-/// on: an interpreter that has ended ends the threads that call back into it.
+/// Returns the result of `function`, or `otherwise` if it throws. Forced unwinding continues: an
+/// exited interpreter terminates threads that call into it.
 template <class Result, class Function>
 Result guarded(Result otherwise, Function function) {
   const CancellationOff cancellationOff;

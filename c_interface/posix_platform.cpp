@@ -6,6 +6,7 @@
 
 #include "c_interface/handles.h"
 #include "platform/posix/platform_backend.h"
+#include "platform/posix/threads/due_time.h"
 
 using namespace veltrano;
 using namespace veltrano::internal;
@@ -106,13 +107,6 @@ Result withLoop(veltrano_run_loop* handle, Result otherwise, Function function) 
   return guarded(otherwise, [&]() -> Result { return function(*runLoop(handle)); });
 }
 
-std::chrono::steady_clock::time_point after(double seconds) {
-  using Clock = std::chrono::steady_clock;
-  constexpr double kMostSeconds = 1e9;  // within what the clock can tell
-  const std::chrono::duration<double> length(seconds > 0 ? std::min(seconds, kMostSeconds) : 0);
-  return Clock::now() + std::chrono::duration_cast<Clock::duration>(length);
-}
-
 }  // namespace
 
 bool veltrano_install_posix_platform(const veltrano_options* options, veltrano_object** error) {
@@ -128,7 +122,7 @@ bool veltrano_install_posix_platform(const veltrano_options* options, veltrano_o
 bool veltrano_shut_down(double seconds) {
   return guarded(false, [&] {
     PosixPlatform* platform = installedPlatform();
-    return platform != nullptr && platform->shutDown(after(seconds));
+    return platform != nullptr && platform->shutDown(dueTimeFromNow(seconds));
   });
 }
 
@@ -188,7 +182,7 @@ void veltrano_run_loop_run(veltrano_run_loop* loop) {
 }
 
 bool veltrano_run_loop_run_for(veltrano_run_loop* loop, double seconds) {
-  return withLoop(loop, false, [&](RunLoop& it) { return it.runUntil(after(seconds)); });
+  return withLoop(loop, false, [&](RunLoop& it) { return it.runUntil(dueTimeFromNow(seconds)); });
 }
 
 void veltrano_run_loop_stop(veltrano_run_loop* loop) {

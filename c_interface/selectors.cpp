@@ -1,18 +1,22 @@
-#include "c_interface/selectors.h"
-
+// Calls the library's operations, and its notification handlers, by selector.
 #include <algorithm>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "c_interface/handles.h"
 #include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
-namespace veltrano::internal {
+using namespace veltrano;
+using namespace veltrano::internal;
+
 namespace {
 
 // take: converts an object to an argument; false when it has the wrong type.
@@ -65,20 +69,20 @@ bool take(const Object& object, std::optional<T>& argument) {
   return isNothing(object) || take(object, argument.emplace());
 }
 
+// Sets `taken` to the number of leading objects with the right type; does not call the operation
+// unless all have.
 template <class Operation, class Result, class... Parameters, std::size_t... kIndices>
-SendResult call(Result (*)(Parameters...), std::index_sequence<kIndices...>,
-                [[maybe_unused]] std::span<const Object> objects) {
+bool call(Result (*)(Parameters...), std::index_sequence<kIndices...>,
+          [[maybe_unused]] std::span<const Object> objects, std::size_t& taken, Object& returned) {
   std::tuple<std::remove_cvref_t<Parameters>...> arguments;
-  std::size_t taken = 0;
   const bool fits =
       ((take(objects[kIndices], std::get<kIndices>(arguments)) && ++taken != 0) && ...);
-  if (!fits) return WrongTypeOfArgument{taken};
-  if constexpr (std::is_void_v<Result>) {
+  if (!fits) return false;
+  if constexpr (std::is_void_v<Result>)
     std::apply(Operation(), std::move(arguments));
-    return Done{};
-  } else {
-    return Done{Object(std::apply(Operation(), std::move(arguments)))};
-  }
+  else
+    returned = Object(std::apply(Operation(), std::move(arguments)));
+  return true;
 }
 
 template <class Result, class... Parameters>
@@ -93,16 +97,16 @@ struct Entry {
       : selector(name), argumentCount(parameterCount(+operation)) {
     if (std::count(name.begin(), name.end(), ':') != static_cast<std::ptrdiff_t>(argumentCount))
       throw "The operation does not take what the selector names.";
-    send = [](std::span<const Object> arguments) {
+    send = [](std::span<const Object> arguments, std::size_t& taken, Object& returned) {
       constexpr auto kFunction = +Operation();
       return call<Operation>(kFunction, std::make_index_sequence<parameterCount(kFunction)>(),
-                             arguments);
+                             arguments, taken, returned);
     };
   }
 
   std::string_view selector;
   std::size_t argumentCount;
-  SendResult (*send)(std::span<const Object> arguments) = nullptr;
+  bool (*send)(std::span<const Object> arguments, std::size_t& taken, Object& returned) = nullptr;
 };
 
 using Text = std::string_view;
@@ -145,20 +149,51 @@ auto find(const Table& table, std::string_view selector) -> decltype(std::data(t
 
 }  // namespace
 
-std::optional<std::size_t> argumentCount(std::string_view selector) {
-  if (const auto* entry = find(kEntries, selector)) return entry->argumentCount;
-  if (find(Tracker::kHandlers, selector) != nullptr) return 0;
-  return std::nullopt;
+veltrano_outcome veltrano_send(const char* selector, veltrano_object* const* arguments,
+                               size_t count, veltrano_object** returned, size_t* detail) {
+  if (returned != nullptr) *returned = nullptr;
+  if (!veltrano_responds(selector)) return VELTRANO_NO_SUCH_SELECTOR;
+  const auto wrong = [detail](veltrano_outcome outcome, std::size_t what) {
+    if (detail != nullptr) *detail = what;
+    return outcome;
+  };
+  return guarded(VELTRANO_OUT_OF_MEMORY, [&] {
+    const Entry* const entry = find(kEntries, selector);
+    // Checked before reading the arguments, which may be invalid otherwise.
+    const std::size_t expected = entry != nullptr ? entry->argumentCount : 0;
+    if (count != expected) return wrong(VELTRANO_WRONG_NUMBER_OF_ARGUMENTS, expected);
+    if (entry == nullptr) {
+      (Library::current().tracker().*find(Tracker::kHandlers, selector)->handle)();
+      return VELTRANO_DONE;
+    }
+    std::vector<Object> objects(count);
+    for (std::size_t i = 0; i < count && arguments != nullptr; ++i)
+      objects[i] = objectOf(arguments[i]);
+    std::size_t taken = 0;
+    Object result;
+    if (!entry->send(objects, taken, result)) return wrong(VELTRANO_WRONG_TYPE_OF_ARGUMENT, taken);
+    if (returned != nullptr) *returned = makeHandle(std::move(result));
+    return VELTRANO_DONE;
+  });
 }
 
-SendResult send(std::string_view selector, std::span<const Object> arguments) {
-  const auto expected = argumentCount(selector);
-  if (!expected) return NoSuchSelector();
-  if (arguments.size() != *expected) return WrongNumberOfArguments{*expected};
-  if (const auto* entry = find(kEntries, selector)) return entry->send(arguments);
-  const auto* handler = find(Tracker::kHandlers, selector);
-  (Library::current().tracker().*handler->handle)();
-  return Done();
+bool veltrano_responds(const char* selector) {
+  return selector != nullptr &&
+         (find(kEntries, selector) != nullptr || find(Tracker::kHandlers, selector) != nullptr);
 }
 
-}  // namespace veltrano::internal
+const char* veltrano_outcome_text(veltrano_outcome outcome) {
+  switch (outcome) {
+    case VELTRANO_DONE:
+      return "done";
+    case VELTRANO_NO_SUCH_SELECTOR:
+      return "no such selector";
+    case VELTRANO_WRONG_NUMBER_OF_ARGUMENTS:
+      return "wrong number of arguments";
+    case VELTRANO_WRONG_TYPE_OF_ARGUMENT:
+      return "wrong type of argument";
+    case VELTRANO_OUT_OF_MEMORY:
+      return "out of memory";
+  }
+  return "unknown outcome";
+}

@@ -1,5 +1,7 @@
 // The tracker's operations, with plain C arguments.
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <iterator>
 #include <vector>
 
@@ -113,4 +115,40 @@ bool veltrano_is_logger_enabled(void) {
 
 void veltrano_set_logger_enabled(bool enabled) {
   Veltrano::isLoggerEnabled = enabled;
+}
+
+bool veltrano_get_statistics(veltrano_statistics* statistics) {
+  if (statistics == nullptr || statistics->size == 0) return false;
+  return guarded(false, [&] {
+    const Statistics now = Veltrano::shared().statistics();
+    const veltrano_statistics counts = {
+        .size = statistics->size,
+        .recorded = now.recorded,
+        .waiting = now.waiting,
+        .in_flight = now.inFlight,
+        .delivered = now.delivered,
+        .dropped_by_trimming = now.droppedByTrimming,
+        .dropped_as_refused = now.droppedAsRefused,
+        .dropped_as_not_encodable = now.droppedAsNotEncodable,
+        .dropped_for_memory = now.droppedForMemory,
+        .uploads_attempted = now.uploadsAttempted,
+        .uploads_succeeded = now.uploadsSucceeded,
+        .uploads_failed_in_transport = now.uploadsFailedInTransport,
+        .uploads_failed_by_status = now.uploadsFailedByStatus,
+        .uploads_failed_for_memory = now.uploadsFailedForMemory,
+        .heartbeats_sent = now.heartbeatsSent,
+        .heartbeats_failed = now.heartbeatsFailed,
+    };
+    // A host built with an older header has room for fewer fields.
+    std::memcpy(statistics, &counts, std::min(statistics->size, sizeof counts));
+    return true;
+  });
+}
+
+size_t veltrano_status(char* buffer, size_t size) {
+  return guarded(std::size_t{0}, [&] {
+    const std::string text = Veltrano::status();
+    if (size > 0) buffer[text.copy(buffer, size - 1)] = '\0';
+    return text.size();
+  });
 }

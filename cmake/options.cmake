@@ -30,7 +30,8 @@ if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYP
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
 endif()
 
-# For code that is not on the hot path.
+# For code that runs at most once per upload, and for the POSIX platform: the little of it that each
+# call runs, such as submitting to the work queue, is short.
 set(VELTRANO_SMALL $<$<CONFIG:Release>:-Os>)
 
 # For --gc-sections, which removes unused code from the shared library.

@@ -13,7 +13,7 @@
 namespace veltrano::internal {
 namespace {
 
-// Whether JSON has to escape any of eight bytes. `below` sets the high bit of each byte below the
+// Whether JSON must escape any of eight bytes. `below` sets the high bit of each byte below the
 // limit: the subtraction borrows from it.
 bool hasToBeEscaped(std::uint64_t eightBytes) {
   constexpr std::uint64_t kOnes = 0x0101010101010101;
@@ -84,10 +84,6 @@ void JSONWriter::startArray() {
 
 void JSONWriter::endArray() {
   implementation_->writer.EndArray();
-}
-
-void JSONWriter::key(std::string_view text) {
-  string(text);
 }
 
 void JSONWriter::string(std::string_view text) {

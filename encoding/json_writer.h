@@ -6,7 +6,7 @@
 
 namespace veltrano::internal {
 
-/// Writes compact JSON piece by piece into a reused buffer. The caller has to follow JSON's grammar
+/// Writes compact JSON piece by piece into a reused buffer. The caller must follow JSON's grammar
 /// and pass well-formed UTF-8. Not thread-safe.
 class JSONWriter {
  public:
@@ -20,7 +20,7 @@ class JSONWriter {
   void endObject();
   void startArray();
   void endArray();
-  void key(std::string_view text);
+  void key(std::string_view text) { string(text); }
   void string(std::string_view text);
   void integer(std::int64_t number);
   void unsignedInteger(std::uint64_t number);

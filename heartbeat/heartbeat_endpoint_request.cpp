@@ -17,9 +17,9 @@ std::int64_t milliseconds(Duration duration) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
 }
 
-std::string bodyJSON(const Endpoints& endpoints, const HeartbeatFacts& facts,
+std::string bodyJSON(const CollectionClient& client, const HeartbeatFacts& facts,
                      const std::string& uid, const std::string& sessionID, double sessionDuration) {
-  const Platform& platform = endpoints.platform;
+  const Platform& platform = client.platform;
   JSONWriter writer;
   const auto writeText = [&](std::string_view key, std::string_view text) {
     writer.key(key);
@@ -30,7 +30,7 @@ std::string bodyJSON(const Endpoints& endpoints, const HeartbeatFacts& facts,
   writer.key("properties");
   writer.startObject();
   writeText("app_id", facts.superProperties->text("app_id").value_or(""));
-  writeText("app_version", endpoints.defaultProperties.publisherVersion());
+  writeText("app_version", client.defaultProperties.publisherVersion());
   writeText("os_version", wellFormedUTF8(platform.device->systemVersion()));
   writeText("manufacturer", "Apple");
   writeText("uid", uid);
@@ -49,22 +49,22 @@ std::string bodyJSON(const Endpoints& endpoints, const HeartbeatFacts& facts,
 }
 
 // Returns whether the host accepted the heartbeat, and stores the back-off that it may ask for.
-bool takeAnswer(const Endpoints& endpoints, const std::optional<std::string>& data,
+bool takeAnswer(const CollectionClient& client, const std::optional<std::string>& data,
                 const std::optional<URLResponse>& response,
                 const std::optional<TransportError>& error) {
   if (error || !response || !response->httpStatusCode) return false;
   const int status = *response->httpStatusCode;
-  endpoints.log("Heartbeat response code: ", status);
+  client.log("Heartbeat response code: ", status);
   if (status < 200 || status > 299) return false;
   dropExceptions([&] {
     if (const auto backOff = data ? VLTrackingEvent::fromJSON(*data).backOffSeconds : std::nullopt)
-      setHeartbeatInterval(*endpoints.platform.userDefaults, *backOff);
+      setHeartbeatInterval(*client.platform.userDefaults, *backOff);
   });
   return true;
 }
 
 // Visible ASCII only: any other character could inject headers or truncate the token.
-bool canStandInHeader(const std::string& token) {
+bool isValidHeaderToken(const std::string& token) {
   return !token.empty() &&
          std::all_of(token.begin(), token.end(), [](char c) { return c > 0x20 && c < 0x7F; });
 }
@@ -81,7 +81,7 @@ class ZKAuthInterceptor final : public ZKInterceptor {
   void intercept(URLRequest& request) const override {
     if (!shouldAuthenticate_(request)) return;
     const auto token = sessionTokenProvider_.sessionToken();
-    if (token && canStandInHeader(*token)) request.headers["Authorization"] = "Bearer " + *token;
+    if (token && isValidHeaderToken(*token)) request.headers["Authorization"] = "Bearer " + *token;
   }
 
  private:
@@ -91,27 +91,27 @@ class ZKAuthInterceptor final : public ZKInterceptor {
 
 }  // namespace
 
-HeartbeatEndpointRequest::HeartbeatEndpointRequest(const Endpoints& endpoints,
+HeartbeatEndpointRequest::HeartbeatEndpointRequest(const CollectionClient& client,
                                                    const HeartbeatFacts& facts, std::string uid,
                                                    const std::string& sessionID,
                                                    double sessionDuration)
-    : endpoints_(endpoints),
+    : client_(client),
       uid_(std::move(uid)),
       superProperties_(facts.superProperties),
-      body_(bodyJSON(endpoints, facts, uid_, sessionID, sessionDuration)) {}
+      body_(bodyJSON(client, facts, uid_, sessionID, sessionDuration)) {}
 
 void HeartbeatEndpointRequest::send(std::function<void(bool)> completion) const {
-  endpoints_.log("Sending to the Heartbeat Endpoint");
+  client_.log("Sending to the Heartbeat Endpoint");
   const std::string_view json[] = {body_};
-  const Platform& platform = endpoints_.platform;
+  const Platform& platform = client_.platform;
   auto interceptor = std::make_shared<ZKAuthInterceptor>([](const URLRequest&) { return true; },
                                                          *platform.sessionTokenProvider,
                                                          *platform.userSessionManager);
-  endpoints_.post("/heartbeat", uid_, *superProperties_, json, std::move(interceptor),
-                  [&endpoints = endpoints_, completion = std::move(completion)](
-                      const auto& data, const auto& response, const auto& error) {
-                    completion(takeAnswer(endpoints, data, response, error));
-                  });
+  client_.post("/heartbeat", uid_, *superProperties_, json, std::move(interceptor),
+               [&client = client_, completion = std::move(completion)](
+                   const auto& data, const auto& response, const auto& error) {
+                 completion(takeAnswer(client, data, response, error));
+               });
 }
 
 VLTrackingEvent VLTrackingEvent::fromJSON(std::string_view text) {

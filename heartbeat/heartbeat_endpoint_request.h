@@ -10,7 +10,7 @@
 
 #include "heartbeat/heartbeat_repository.h"
 #include "properties/property_map.h"
-#include "upload/endpoints.h"
+#include "upload/collection_client.h"
 
 namespace veltrano::internal {
 
@@ -25,15 +25,15 @@ struct HeartbeatFacts {
 class HeartbeatEndpointRequest {
  public:
   /// Builds the body, with the current time.
-  HeartbeatEndpointRequest(const Endpoints& endpoints, const HeartbeatFacts& facts, std::string uid,
-                           const std::string& sessionID, double sessionDuration);
+  HeartbeatEndpointRequest(const CollectionClient& client, const HeartbeatFacts& facts,
+                           std::string uid, const std::string& sessionID, double sessionDuration);
 
   /// Calls `completion` once, on a thread of the networking framework, with whether the host
   /// accepted the heartbeat.
   void send(std::function<void(bool)> completion) const;
 
  private:
-  const Endpoints& endpoints_;
+  const CollectionClient& client_;
   const std::string uid_;
   const std::shared_ptr<const PropertyMap> superProperties_;
   const std::string body_;  // JSON
@@ -43,18 +43,19 @@ class HeartbeatEndpointRequest {
 class RemoteHeartbeatRepository final : public HeartbeatRepository {
  public:
   /// `takeFacts` is called for each heartbeat.
-  RemoteHeartbeatRepository(const Endpoints& endpoints, std::function<HeartbeatFacts()> takeFacts)
-      : endpoints_(endpoints), takeFacts_(std::move(takeFacts)) {}
+  RemoteHeartbeatRepository(const CollectionClient& client,
+                            std::function<HeartbeatFacts()> takeFacts)
+      : client_(client), takeFacts_(std::move(takeFacts)) {}
 
   void send(const std::string& uid, const std::string& sessionID, double sessionDuration,
             std::function<void(bool)> completion) override {
-    endpoints_.accounting.heartbeatSent();
-    HeartbeatEndpointRequest(endpoints_, takeFacts_(), uid, sessionID, sessionDuration)
+    client_.accounting.heartbeatSent();
+    HeartbeatEndpointRequest(client_, takeFacts_(), uid, sessionID, sessionDuration)
         .send(std::move(completion));
   }
 
  private:
-  const Endpoints& endpoints_;
+  const CollectionClient& client_;
   const std::function<HeartbeatFacts()> takeFacts_;
 };
 

@@ -11,7 +11,9 @@ namespace veltrano::internal {
 inline std::atomic<bool> hasBeenForked{false};
 
 /// True in a child forked from the library's process, where the library's threads do not exist and
-/// its locks may be held forever.
+/// its locks may be held forever. The facade finds an inert library there. Everything else that a
+/// host can call checks this first, and so does code that continues after a callback, which may
+/// have forked.
 inline bool isForkedChild() noexcept {
   return hasBeenForked.load(std::memory_order_relaxed);
 }
@@ -33,8 +35,11 @@ void dropExceptions(Function&& function, Arguments&&... arguments) {
   }
 }
 
-/// Set by the platform when the library is shut down: no callback starts after that.
-inline std::atomic<bool> isHostGone{false};
+/// Set by the platform when the library is shut down: no callback starts after that. For the whole
+/// process, like the count of callbacks below: a host's context must stay untouched after the
+/// shutdown whichever object calls it, and passing an object to each of them would take more code
+/// than the one other user, the test kit, needs to set it back.
+inline std::atomic<bool> callbacksDisabled{false};
 
 /// Exists while a callback of the host runs.
 class HostCall {
@@ -50,8 +55,8 @@ class HostCall {
   HostCall(const HostCall&) = delete;
   HostCall& operator=(const HostCall&) = delete;
 
-  /// The number of running callbacks, on all threads. Sequentially consistent with `isHostGone`:
-  /// once that is set and this is 0, none will run.
+  /// The number of running callbacks, on all threads. Sequentially consistent with
+  /// `callbacksDisabled`: once that is set and this is 0, none will run.
   static int count() noexcept { return underWay; }
   static bool isOnThisThread() noexcept { return ownUnderWay > 0; }
 
@@ -66,7 +71,7 @@ class HostCall {
 template <class Callback, class... Arguments>
 bool callHost(const Callback& callback, Arguments&&... arguments) {
   const HostCall call;
-  if (isForkedChild() || isHostGone) return false;
+  if (isForkedChild() || callbacksDisabled) return false;
   dropExceptions(callback, std::forward<Arguments>(arguments)...);
   return !isForkedChild();
 }

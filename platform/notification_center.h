@@ -23,7 +23,7 @@ class NotificationCenter {
  public:
   virtual ~NotificationCenter() = default;
 
-  /// Registers `observer` for notifications called `name`, for the rest of the process. Posting
+  /// Registers `observer` for notifications called `name`, as long as the center lives. Posting
   /// runs the observers synchronously on the posting thread, in registration order and without a
   /// lock.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -62,6 +63,12 @@ struct PostRequest {
   std::optional<std::int32_t> maxRetries;
   std::optional<std::set<int>> dontRetryStatusCodesSet;
   std::shared_ptr<const ZKInterceptor> interceptor;  // may be null
+
+  /// The URL's path; empty without one.
+  std::string path() const {
+    const auto host = baseURL.find("://") + 3;
+    return baseURL.substr(std::min(baseURL.find('/', host), baseURL.size()));
+  }
 };
 
 /// The networking framework's session manager. Thread-safe.

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include "encoding/time.h"
-#include "platform/dispatch_group.h"
-#include "platform/work_item.h"
 
 namespace veltrano::internal {
 
@@ -17,12 +17,77 @@ class Block {
   virtual ~Block() = default;
   virtual void run() = 0;
 
-  std::atomic<Block*> next{nullptr};  // for the queue that owns the block
+  std::atomic<Block*> next{nullptr};  // guarded by the queue that owns the block
+};
+
+/// Work that can be cancelled until it starts. Shared by its scheduler and the queue.
+class WorkItem {
+ public:
+  explicit WorkItem(std::function<void()> work) : work_(std::move(work)) {}
+
+  /// Keeps the item from starting; no-op once it has started. Thread-safe.
+  void cancel() { cancelled_.store(true, std::memory_order_relaxed); }
+  bool isCancelled() const { return cancelled_.load(std::memory_order_relaxed); }
+
+  /// Called by the queue, once.
+  void run() {
+    if (!isCancelled()) work_();
+  }
+
+ private:
+  const std::function<void()> work_;
+  std::atomic<bool> cancelled_{false};
+};
+
+/// Counts pending work, so that a thread can wait until all of it is done. Thread-safe.
+class DispatchGroup {
+ public:
+  void enter() {
+    const std::lock_guard lock(mutex_);
+    ++entered_;
+  }
+
+  /// Balances one `enter`.
+  void leave() {
+    std::function<void()> then;
+    {
+      // Notifies under the lock: a waiter that sees the group empty may destroy it at once.
+      const std::lock_guard lock(mutex_);
+      if (--entered_ > 0) return;
+      emptied_.notify_all();
+      then = std::exchange(then_, nullptr);
+    }
+    if (then) then();
+  }
+
+  bool isEmpty() const {
+    const std::lock_guard lock(mutex_);
+    return entered_ == 0;
+  }
+
+  /// Calls `then` without a lock from the next `leave` that empties the group. Replaces an earlier
+  /// `then`.
+  void notify(std::function<void()> then) {
+    const std::lock_guard lock(mutex_);
+    then_ = std::move(then);
+  }
+
+  /// Blocks the calling thread until the group is empty.
+  void wait() {
+    std::unique_lock lock(mutex_);
+    emptied_.wait(lock, [this] { return entered_ == 0; });
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::condition_variable emptied_;
+  int entered_ = 0;             // guarded by mutex_
+  std::function<void()> then_;  // guarded by mutex_
 };
 
 /// A serial queue: blocks run one at a time, in submission order, never on the submitter's stack.
 /// Submission is thread-safe, never waits for a running block, and is cheap enough for a host's
-/// busiest thread. A queue lives as long as the process; blocks pending at its end never run.
+/// busiest thread. Blocks still pending when the queue ends never run.
 class WorkQueue {
  public:
   virtual ~WorkQueue() = default;
@@ -48,7 +113,7 @@ class WorkQueue {
   virtual bool isNewest(const Block& /*block*/) const { return false; }
 
   /// Called last by the running block: blocks the queue until `group` is empty, then runs `then`
-  /// before any other block. Runs `then` at once if the group is empty already. The group has to
+  /// before any other block. Runs `then` at once if the group is empty already. The group must
   /// outlive the wait.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void wait(DispatchGroup& /*group*/, std::function<void()> /*then*/) {}

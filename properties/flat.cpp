@@ -88,7 +88,7 @@ FlatWriter::Container FlatWriter::open(Kind kind) {
 
 void FlatWriter::close(Container container) {
   char* const start = begin_ + container.start;
-  if (--level_ >= kDeepestNesting) {
+  if (--level_ >= kMaxNesting) {
     *start = static_cast<char>(Kind::Absent);
     at_ = start + 1;
     depth_ = container.depth;
@@ -166,7 +166,7 @@ void FlatWriter::number(const NSNumber& number) {
 void FlatWriter::flat(const char* value) {
   const FlatView given(value);
   const int depth = given.depth();
-  if (given.isContainer() && level_ + depth > kDeepestNesting) {
+  if (given.isContainer() && level_ + depth > kMaxNesting) {
     const Container container = open(given.kind());
     for (const FlatView inner : given.contents()) flat(inner.bytes().data());
     return close(container);

@@ -38,7 +38,7 @@ using detail::Kind;
 
 /// Containers nest at most this deep in a property; deeper ones become absent. Bounds the stack of
 /// the recursive functions that walk over values.
-inline constexpr int kDeepestNesting = 128;
+inline constexpr int kMaxNesting = 128;
 
 class FlatContents;
 

@@ -32,7 +32,7 @@ void writeNumber(Writer& writer, FlatView number) {
 
 }  // namespace
 
-void FlatCopier::sortEntries(FlatView map, std::vector<FlatEntry>& entries) {
+void FlatCopier::sortEntries(FlatView map, std::vector<PropertyView::Entry>& entries) {
   repaired_.clear();
   entries_.clear();  // not empty if the last copy ran out of memory
   entries.clear();
@@ -81,7 +81,8 @@ void FlatCopier::copyEntries(Writer& writer, FlatView map, bool converts) {
   entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(first), entries_.end());
 }
 
-void FlatCopier::appendSorted(std::vector<FlatEntry>& entries, FlatView map, bool converts) {
+void FlatCopier::appendSorted(std::vector<PropertyView::Entry>& entries, FlatView map,
+                              bool converts) {
   const auto first = static_cast<std::ptrdiff_t>(entries.size());
   const FlatContents contents = map.contents();
   for (auto it = contents.begin(); it != contents.end(); ++it) {
@@ -90,7 +91,7 @@ void FlatCopier::appendSorted(std::vector<FlatEntry>& entries, FlatView map, boo
     entries.push_back({key, *++it});
   }
   // Equal keys stay in the order in which they were given.
-  std::sort(entries.begin() + first, entries.end(), [](const FlatEntry& l, const FlatEntry& r) {
+  std::sort(entries.begin() + first, entries.end(), [](const auto& l, const auto& r) {
     const int byKey = compareTexts(l.key, r.key);
     return byKey != 0 ? byKey < 0 : l.value.data() < r.value.data();
   });

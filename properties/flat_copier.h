@@ -6,17 +6,11 @@
 #include <string_view>
 #include <vector>
 
-#include "properties/flat.h"
+#include "properties/property_map.h"
 
 namespace veltrano::internal {
 
 class JSONValueWriter;
-
-/// One entry of a map with string keys.
-struct FlatEntry {
-  std::string_view key;  // well-formed
-  FlatView value;
-};
 
 /// Copies values into the form in which they are compared, logged and sent: text is well-formed,
 /// dictionaries are sorted by key, and of equal keys only the last is kept. Writes to a
@@ -38,7 +32,7 @@ class FlatCopier {
 
   /// Sets `entries` to the sorted entries of `map` that conversion keeps, or to none when the map
   /// is absent. They refer to the map and to this copier, and are valid until the next call.
-  void sortEntries(FlatView map, std::vector<FlatEntry>& entries);
+  void sortEntries(FlatView map, std::vector<PropertyView::Entry>& entries);
 
  private:
   template <class Writer>
@@ -47,10 +41,10 @@ class FlatCopier {
   void copyEntries(Writer& writer, FlatView map, bool converts);
   void copyEntriesWithOtherKeys(FlatWriter& writer, FlatView dictionary);
   static void copyEntriesWithOtherKeys(JSONValueWriter& writer, FlatView dictionary);
-  void appendSorted(std::vector<FlatEntry>& entries, FlatView map, bool converts);
+  void appendSorted(std::vector<PropertyView::Entry>& entries, FlatView map, bool converts);
 
-  std::vector<FlatEntry> entries_;           // a stack: those of the dictionaries being copied
-  std::forward_list<std::string> repaired_;  // copies of non-ASCII keys, well-formed
+  std::vector<PropertyView::Entry> entries_;  // a stack: those of the dictionaries being copied
+  std::forward_list<std::string> repaired_;   // copies of non-ASCII keys, well-formed
 };
 
 /// Removes the entries of a Dictionary that later equal keys replace once they may take half its

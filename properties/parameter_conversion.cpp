@@ -14,7 +14,7 @@ std::optional<PropertyMap> ParameterConversion::convert(const HostMap& dictionar
   if (dictionary.empty()) return std::nullopt;
   FlatBuffer converted;
   FlatCopier copier;
-  std::vector<FlatEntry> entries;
+  std::vector<PropertyView::Entry> entries;
   copier.sortEntries(viewOf(dictionary), entries);
   for (const auto& [key, value] : entries) {
     converted.text(Kind::String, key);

@@ -83,7 +83,7 @@ inline PropertyMap operator+(const PropertyMap& left, const PropertyMap& right) 
 /// A converted `value` as properties; none unless it is a Dictionary with only String keys.
 std::optional<PropertyView> asProperties(FlatView value);
 
-/// A copy of `value`, which has to be a member.
+/// A copy of `value`, which must be a member.
 SupportedParameterType memberOf(FlatView value);
 
 }  // namespace veltrano::internal

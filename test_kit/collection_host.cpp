@@ -28,8 +28,8 @@ Answer World::Implementation::choose(const internal::PostRequest& post) {
   internal::URLRequest sent{post.baseURL, post.headerParameters};
   if (post.interceptor != nullptr)
     internal::dropExceptions([&] { post.interceptor->intercept(sent); });
-  Request request{pathOf(post.baseURL), post.qsParameters, std::move(sent.headers),
-                  jsonIn(post.httpBody), now()};
+  Request request{post.path(), post.qsParameters, std::move(sent.headers), jsonIn(post.httpBody),
+                  now()};
   if (request.path == "/track") beginBatch(request.body);
   if (request.path == "/heartbeat") noteHeartbeat(request.body);
   Answer answer;

@@ -55,9 +55,9 @@ void findChanged(const HostValue& value, const std::string& path, std::vector<st
 
 // Whether there is an absent value in a container at the deepest level: what nests deeper.
 bool isCut(FlatView value, int level = 1) {
-  if (level + value.depth() <= internal::kDeepestNesting) return false;
+  if (level + value.depth() <= internal::kMaxNesting) return false;
   for (const FlatView inner : value.contents()) {
-    const bool isLast = level == internal::kDeepestNesting;
+    const bool isLast = level == internal::kMaxNesting;
     if (isLast ? inner.kind() == Kind::Absent : inner.isContainer() && isCut(inner, level + 1))
       return true;
   }
@@ -98,7 +98,7 @@ void World::Implementation::recorded(const Event& event) {
     addOrigins(recorded.origins, event.given.contents().bytes(), Origin::event);
     for (const FlatView value : event.given.contents())
       if (isCut(value))
-        complain(recorded.name + " nests more than " + std::to_string(internal::kDeepestNesting) +
+        complain(recorded.name + " nests more than " + std::to_string(internal::kMaxNesting) +
                  " deep; what is deeper was left out.");
   }
   waiting_.push_back(std::move(recorded));

@@ -84,6 +84,8 @@ class World::Implementation final : public internal::CallObserver, public intern
   std::string trace() const;
 
   Duration now() const { return clock_.sinceStart(); }
+
+  // Main thread.
   std::map<std::string, Network, std::less<>> networks;
   std::vector<testing::Event> delivered;
   std::vector<Heartbeat> heartbeats;
@@ -115,7 +117,7 @@ class World::Implementation final : public internal::CallObserver, public intern
     std::size_t scheduled_ = 0;  // main thread; how many functions have a step
     std::mutex mutex_;
     std::deque<std::function<void()>> functions_;  // guarded by mutex_
-    bool isToStop_ = false;                        // guarded by mutex_
+    bool stopRequested_ = false;                   // guarded by mutex_
   };
 
   struct RecordedEvent {

@@ -10,7 +10,7 @@
 namespace veltrano::testing {
 namespace {
 
-constexpr Duration kLongestRun = std::chrono::hours(24);
+constexpr Duration kMaxRun = std::chrono::hours(24);
 // How long a shutdown on another thread waits, after its deadline, for the main thread.
 constexpr std::chrono::seconds kGrace{1};
 
@@ -67,8 +67,7 @@ bool World::Implementation::run(Duration target, Purpose purpose) {
     timeline.addStep(target, [&] { timeline.stop(); });
     if (isStopping_) stopSoon();
     timeline.runUntil(target);
-    if (timeline.isRunaway())
-      complain("So much happens that it would never end: something sets itself off again.");
+    if (timeline.isRunaway()) complain("Runaway: something keeps rescheduling itself.");
   } while (wasInterrupted_);
   return wasStopped_;
 }
@@ -95,7 +94,7 @@ bool World::Implementation::shutDown(Clock::time_point deadline) {
   if (const auto result = wasComplete()) return *result;
   const auto start = Clock::now();
   const auto left = std::chrono::duration_cast<Duration>(std::max(deadline, start) - start);
-  const Duration time = std::min(left, kLongestRun);
+  const Duration time = std::min(left, kMaxRun);
   if (mainThread_.isCurrent()) return shutDownWithin(time);
   const auto result = std::make_shared<std::promise<bool>>();
   loop_.perform([this, time, result] { result->set_value(shutDownWithin(time)); });
@@ -166,13 +165,13 @@ void World::Implementation::jumpClock(Duration distance) {
 }
 
 void World::Implementation::Loop::run() {
-  if (world_.canRun() && !runFor(kLongestRun))
-    world_.complain("A run of the main run loop that nothing has stopped was ended after a day.");
+  if (world_.canRun() && !runFor(kMaxRun))
+    world_.complain("The main run loop was not stopped and ended after one day.");
 }
 
 bool World::Implementation::Loop::runUntil(std::chrono::steady_clock::time_point deadline) {
   const auto left = deadline - std::chrono::steady_clock::now();
-  return runFor(std::min(std::chrono::duration_cast<Duration>(left), kLongestRun));
+  return runFor(std::min(std::chrono::duration_cast<Duration>(left), kMaxRun));
 }
 
 void World::Implementation::Loop::runDue() {
@@ -193,12 +192,12 @@ bool World::Implementation::Loop::runFor(Duration time) {
 
 void World::Implementation::Loop::stop() {
   const std::lock_guard lock(mutex_);
-  isToStop_ = true;
+  stopRequested_ = true;
 }
 
 bool World::Implementation::Loop::takeStop() {
   const std::lock_guard lock(mutex_);
-  return std::exchange(isToStop_, false);
+  return std::exchange(stopRequested_, false);
 }
 
 void World::Implementation::Loop::perform(std::function<void()> function) {

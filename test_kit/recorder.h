@@ -16,9 +16,8 @@ namespace veltrano::testing {
 
 /// Records what a host and its test do as the steps of a scenario. Thread-safe.
 ///
-/// In a scenario, a step runs before everything else that is due at its time. What is done between
-/// two runs of the world becomes one such step, a batch. What is done during a run is recorded a
-/// microsecond later.
+/// Calls between runs form one batch step; calls during a run are recorded a microsecond later. In
+/// a scenario, a step runs before everything else that is due at its time.
 class Recorder {
  public:
   using WriteFields = std::function<void(internal::JSONWriter&)>;
@@ -41,7 +40,7 @@ class Recorder {
   /// The posts, as lines of the scenario's trace.
   std::string posts() const;
 
-  /// Whether what is done from now on runs before everything else due at its time: outside of runs.
+  /// True between runs: later calls precede other work due at the same time.
   void setBeforeAll(bool isBeforeAll);
 
   /// The scenario: the configuration of `device` and `info`, the steps, and an end at the current

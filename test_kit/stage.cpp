@@ -85,8 +85,8 @@ std::shared_ptr<internal::Timer> StageTimers::schedule(Duration delay, Duration 
 void StageNetwork::postData(internal::PostRequest request, internal::URLSessionCallback callback) {
   const Answer answer = choose_(request);
   const std::uint64_t number = posts_++;
-  underWay_.emplace(number, Post{pathOf(request.baseURL), request.httpBody.size(), timeline_.now(),
-                                 std::move(callback)});
+  underWay_.emplace(
+      number, Post{request.path(), request.httpBody.size(), timeline_.now(), std::move(callback)});
   timeline_.schedule(answer.latency, [this, number, answer] { finish(number, answer); });
 }
 
@@ -116,11 +116,6 @@ std::optional<std::string> StageToken::sessionToken() const {
   std::optional<std::string> token;
   if (function) internal::callHost([&] { token = function(); });
   return token;
-}
-
-std::string pathOf(const std::string& url) {
-  const auto host = url.find("://") + 3;
-  return url.substr(std::min(url.find('/', host), url.size()));
 }
 
 }  // namespace veltrano::testing

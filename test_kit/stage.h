@@ -98,7 +98,8 @@ class StageNotifications final : public internal::NotificationCenter {
   /// Removes the observers once their library has ended.
   void drop();
 
-  /// Called before the first observer is added, which is when the library is first used.
+  /// Called before the first observer is added, which is when the library is first used. Set before
+  /// that.
   std::function<void()> onFirstUse = [] {};
 
  private:
@@ -116,7 +117,7 @@ class StageTimers final : public internal::Timers {
   std::shared_ptr<internal::Timer> schedule(Duration delay, Duration tolerance,
                                             std::function<void()> action) override;
 
-  /// Called for each such timer, on its thread.
+  /// Called for each such timer, on its thread. Set before the first one.
   std::function<void()> onLostTimer = [] {};
 
  private:
@@ -191,18 +192,15 @@ class StageNetwork final : public internal::ZKURLSessionManager {
   internal::Timeline& timeline_;
   const Choose choose_;
   const Arrive arrive_;
-  std::map<std::uint64_t, Post> underWay_;
-  std::uint64_t posts_ = 0;
+  std::map<std::uint64_t, Post> underWay_;  // main thread
+  std::uint64_t posts_ = 0;                 // main thread
 };
 
 /// The session token, from the host's function.
 struct StageToken final : internal::SessionTokenProvider {
   std::optional<std::string> sessionToken() const override;
 
-  std::function<std::optional<std::string>()> function;
+  std::function<std::optional<std::string>()> function;  // main thread
 };
-
-/// The path of a URL.
-std::string pathOf(const std::string& url);
 
 }  // namespace veltrano::testing

@@ -12,14 +12,14 @@ struct Substitute::State {
   State(const Platform& platform, CallObserver& observer, TestBackend& backend)
       : library(platform, &observer) {
     setTestBackend(&backend);
-    wasHostGone = isHostGone.exchange(false);  // after a shutdown
+    wasHostGone = callbacksDisabled.exchange(false);  // after a shutdown
     replaced = Library::exchangeCurrent(&library);
   }
   // The library is destroyed after this. If that runs the host's code, it finds the process's own.
   ~State() {
     Library::exchangeCurrent(replaced);
     setTestBackend(nullptr);
-    isHostGone = wasHostGone;
+    callbacksDisabled = wasHostGone;
   }
   State(const State&) = delete;
   State& operator=(const State&) = delete;
@@ -41,7 +41,7 @@ Statistics Substitute::statistics() const {
 
 void Substitute::shutDown() {
   state_->inert.emplace(Platform());
-  state_->inert->accounting().goOnFrom(statistics());
+  state_->inert->accounting().restore(statistics());
   Library::exchangeCurrent(&*state_->inert);
   state_->library.releaseCallbacks();
 }

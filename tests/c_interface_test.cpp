@@ -289,8 +289,8 @@ TEST(CInterfaceDeathTest, HandlesUsedAfterTheirReleaseAreCaught) {
   // New handles do not reuse the address.
   for (int i = 0; i < 1000; ++i) veltrano_release(veltrano_int(i));
   const Handle live(veltrano_array());
-  EXPECT_DEATH(veltrano_release(released), "released, but is none or was released before");
-  EXPECT_DEATH(veltrano_array_append(live, released), "used, but is none or was released before");
+  EXPECT_DEATH(veltrano_release(released), "released, but is invalid or already released");
+  EXPECT_DEATH(veltrano_array_append(live, released), "is invalid or already released");
 }
 #endif
 

@@ -29,8 +29,8 @@
 #include "platform/posix/http/option_checks.h"
 #include "platform/posix/storage/bundles.h"
 #include "platform/posix/storage/user_defaults.h"
+#include "platform/posix/system/background_thread.h"
 #include "platform/posix/threads/delayed_items.h"
-#include "platform/posix/threads/fork.h"
 #include "platform/posix/threads/notification_center.h"
 #include "platform/posix/threads/run_loop.h"
 #include "platform/posix/threads/work_queue.h"
@@ -490,7 +490,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   };
   const auto installation = PosixPlatform::install(options);
   ASSERT_TRUE(installation) << installation.error;
-  const Platform& services = Library::current().endpoints().platform;
+  const Platform& services = Library::current().client().platform;
   EXPECT_EQ(services.sessionTokenProvider->sessionToken(), std::nullopt);
   services.standardOutput->writeLine("line");
   fs::current_path("/");

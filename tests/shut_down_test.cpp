@@ -60,7 +60,7 @@ Host& host(const TLSServer::Handler& handler = accept) {
 
 void expect(bool condition, const char* what) {
   if (condition) return;
-  std::cerr << "not so: " << what << std::endl;
+  std::cerr << "failed: " << what << std::endl;
   std::_Exit(1);
 }
 
@@ -116,7 +116,7 @@ TEST_F(ShutDown, DeliversWhatWaitsAndLeavesAnInertLibrary) {
 }
 
 // The work queue decides on a forced flush in the foreground and schedules it after the final one.
-TEST_F(ShutDown, SendsWhatAFlushReplacesTheFinalOneWith) {
+TEST_F(ShutDown, SendsAFlushThatReplacesTheFinalOne) {
   expectExit([] {
     Host& it = host();
     std::latch isForcing(1);

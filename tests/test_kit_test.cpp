@@ -325,7 +325,7 @@ TEST(MainRunLoop, RunsInVirtualTime) {
     loop.run();
     EXPECT_NE(world.complaints().front().find("cannot advance"), std::string::npos);
     EXPECT_EQ(world.complaints().size(), 2u) << world.complaints();
-    EXPECT_NE(world.complaints().back().find("after a day"), std::string::npos);
+    EXPECT_NE(world.complaints().back().find("after one day"), std::string::npos);
   }
   // A platform that outlives its world is a no-op while there is no world.
   kept->applicationDidEnterBackground();

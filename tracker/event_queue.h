@@ -6,7 +6,7 @@
 #include <deque>
 #include <utility>
 
-#include "upload/event_record.h"
+#include "upload/corvane_endpoint_request.h"
 
 namespace veltrano::internal {
 

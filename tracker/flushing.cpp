@@ -17,7 +17,7 @@ class Tracker::Upload {
     if (hasEnded_) return;
     const bool isUnderWay = tracker_.accounting_.statistics().inFlight > 0;
     tracker_.settle(isUnderWay ? UploadOutcome::failedInTransport : UploadOutcome::nothingToSend);
-    tracker_.isFlushMissing_ = true;
+    tracker_.needsFlush_ = true;
     tracker_.uploads_.leave();
   }
   Upload(const Upload&) = delete;
@@ -52,8 +52,7 @@ void Tracker::trimQueueIfNecessary() {
 }
 
 void Tracker::flushQueueIfNecessary(FlushCompletion completion) {
-  if (isFlushMissing_.load(std::memory_order_relaxed))
-    scheduleFlush(std::chrono::seconds(0), nullptr);
+  if (needsFlush_.load(std::memory_order_relaxed)) scheduleFlush(std::chrono::seconds(0), nullptr);
   if (!isRunning_) return;
   if (eventQueue_.count() < kQueueFlushThreshold && !completion) return;
   log_("Current event count: ", eventQueue_.count(), " reached/over threshold, flushing");
@@ -74,9 +73,9 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
   // forced.
   try {
     pendingFlush_.schedule(delay, std::move(completion), isForced ? nullptr : &isRunning_, isFirst);
-    isFlushMissing_ = false;
+    needsFlush_ = false;
   } catch (const std::exception&) {
-    isFlushMissing_ = true;
+    needsFlush_ = true;
   }
 }
 
@@ -93,7 +92,7 @@ void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion comp
   } catch (...) {
     uploads_.wait();
     flushCompletion_ = nullptr;
-    isFlushMissing_ = true;
+    needsFlush_ = true;
     throw;
   }
 }
@@ -115,7 +114,7 @@ void Tracker::upload() {
   std::shared_ptr<Upload> upload;
   try {
     upload = std::make_shared<Upload>(*this);
-    CorvaneEndpointRequest(endpoints_, eventQueue_.events(), superProperties_.current())
+    CorvaneEndpointRequest(client_, eventQueue_.events(), superProperties_.current())
         .send([this, upload](UploadOutcome outcome, std::optional<int> status) {
           upload->end(outcome, status);
           log_("Exiting completion block of Endpoint request");
@@ -136,7 +135,7 @@ void Tracker::finishFlush(UploadOutcome outcome, std::optional<int> status) {
     if (endsBatch(outcome)) log_("Clearing the queue");
     if (isRunning_) startFlushCycle();
   } catch (...) {
-    isFlushMissing_ = true;
+    needsFlush_ = true;
     throw;
   }
 }

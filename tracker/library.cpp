@@ -15,7 +15,7 @@ Library::Library(const Platform& platform, CallObserver* observer)
       log_(*platform.wallClock, *platform.standardOutput, Veltrano::isLoggerEnabled),
       defaultProperties_(*platform.bundles, *platform.device),
       tracker_(
-          endpoints_, [this](const std::string& uid) { heartbeatManager().initialize(uid); },
+          client_, [this](const std::string& uid) { heartbeatManager().initialize(uid); },
           observer) {}
 
 bool Library::install(const Platform& platform) {
@@ -45,7 +45,7 @@ HeartbeatManager& Library::heartbeatManager() {
   if (!heartbeatManager_)
     heartbeatManager_.emplace(platform_,
                               std::make_unique<RemoteHeartbeatRepository>(
-                                  endpoints_, [this] { return tracker_.heartbeatFacts(); }),
+                                  client_, [this] { return tracker_.heartbeatFacts(); }),
                               std::chrono::seconds(1), [this] {
                                 accounting_.heartbeatFailed();
                                 tracker_.track("Heartbeat Failed", {}, nullptr);

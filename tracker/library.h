@@ -11,7 +11,7 @@
 #include "properties/default_properties.h"
 #include "tracker/call_observer.h"
 #include "tracker/tracker.h"
-#include "upload/endpoints.h"
+#include "upload/collection_client.h"
 
 namespace veltrano::internal {
 
@@ -43,7 +43,7 @@ class Library {
     return processLibrary.exchange(library, std::memory_order_acq_rel);
   }
 
-  const Endpoints& endpoints() const { return endpoints_; }
+  const CollectionClient& client() const { return client_; }
   Accounting& accounting() { return accounting_; }
   CallObserver* observer() const { return observer_; }
 
@@ -73,7 +73,7 @@ class Library {
   const Log log_;
   const DefaultProperties defaultProperties_;
   Accounting accounting_;
-  const Endpoints endpoints_{platform_, defaultProperties_, log_, accounting_};
+  const CollectionClient client_{platform_, defaultProperties_, log_, accounting_};
   Tracker tracker_;
   std::atomic<bool> isStarted_{false};
   std::mutex heartbeatMutex_;

@@ -58,7 +58,7 @@ class PendingFlush {
     if (replaced.item != nullptr) replaced.item->cancel();
   }
 
-  /// Leaves no flush pending; the completion is never called.
+  /// Cancels the pending flush; its completion is never called.
   void cancel() {
     Flush cancelled;  // destroyed after the lock is released
     const std::lock_guard lock(mutex_);

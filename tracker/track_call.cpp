@@ -79,9 +79,8 @@ class TrackCall::Memory final : public FlatWriter {
   }
 
  private:
-  // A thread keeps a chunk from its second call until its thread-local destructors run. So a thread
-  // that calls once pays for that call only, even after those destructors: the ones of pthread keys
-  // run later.
+  // A thread caches a chunk from its second call until its thread-local destructors run. Before and
+  // after that, each call frees its own memory.
   enum class Stage : std::uint8_t { firstCall, keepsChunk, ended };
 
   struct EndOfThread {
@@ -104,7 +103,7 @@ class TrackCall::Memory final : public FlatWriter {
   void grow(std::size_t size) override {
     const auto used = static_cast<std::size_t>(at_ - begin_);
     const std::size_t least = sizeof(Chunk) + used + size;
-    // A large call gets a chunk of its own, for a single large text without much to spare.
+    // A large call gets its own chunk, sized tightly if one large text fills it.
     const bool isLarge = least > kChunkSize / 2;
     const std::size_t spare = std::exchange(isLarge_, isLarge) ? least : kFirstSize;
     Chunk* const larger = makeChunk(isLarge ? least + spare : kChunkSize);

@@ -8,7 +8,7 @@
 
 #include "platform/work_queue.h"
 #include "properties/flat.h"
-#include "upload/event_encoder.h"
+#include "tracker/event_encoder.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano::internal {

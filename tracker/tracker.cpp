@@ -8,9 +8,9 @@
 
 namespace veltrano::internal {
 
-Tracker::Tracker(const Endpoints& endpoints,
+Tracker::Tracker(const CollectionClient& client,
                  std::function<void(const std::string& uid)> startHeartbeat, CallObserver* observer)
-    : endpoints_(endpoints), startHeartbeat_(std::move(startHeartbeat)), observer_(observer) {}
+    : client_(client), startHeartbeat_(std::move(startHeartbeat)), observer_(observer) {}
 
 void Tracker::start() {
   registerForNotifications();

@@ -17,12 +17,12 @@
 #include "platform/platform.h"
 #include "properties/default_properties.h"
 #include "tracker/call_observer.h"
+#include "tracker/event_encoder.h"
 #include "tracker/event_queue.h"
 #include "tracker/pending_flush.h"
 #include "tracker/refresh_triggers.h"
 #include "tracker/super_properties.h"
-#include "upload/endpoints.h"
-#include "upload/event_encoder.h"
+#include "upload/collection_client.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano::internal {
@@ -42,8 +42,8 @@ class Tracker {
   static const std::array<Handler, 5> kHandlers;
 
   /// `startHeartbeat` is called by `setUserId`; `observer`, which may be null, for each event.
-  Tracker(const Endpoints& endpoints, std::function<void(const std::string& uid)> startHeartbeat,
-          CallObserver* observer);
+  Tracker(const CollectionClient& client,
+          std::function<void(const std::string& uid)> startHeartbeat, CallObserver* observer);
 
   /// Finishes the construction; separate because the log may call the host. If it throws because
   /// memory ran out, the next call resumes it. Not thread-safe.
@@ -117,14 +117,14 @@ class Tracker {
   static constexpr std::size_t kQueueFlushThreshold = 10;
   static constexpr std::chrono::seconds kQueueFlushInterval{20};
 
-  const Endpoints& endpoints_;
-  const Platform& platform_ = endpoints_.platform;
-  const DefaultProperties& defaultProperties_ = endpoints_.defaultProperties;
-  const Log& log_ = endpoints_.log;
-  Accounting& accounting_ = endpoints_.accounting;
+  const CollectionClient& client_;
+  const Platform& platform_ = client_.platform;
+  const DefaultProperties& defaultProperties_ = client_.defaultProperties;
+  const Log& log_ = client_.log;
+  Accounting& accounting_ = client_.accounting;
   const std::function<void(const std::string& uid)> startHeartbeat_;
   CallObserver* const observer_;
-  std::size_t nextToRegister_ = 0;  // index into kHandlers, where `start` resumes
+  std::size_t nextToRegister_ = 0;  // used by `start` only; index into kHandlers, where it resumes
   WorkQueue& dispatchQueue_ = *platform_.workQueue;
 
   // Written by the lifecycle handlers, read on the work queue and on threads of the networking
@@ -142,7 +142,7 @@ class Tracker {
       [this](auto delay, auto completion) { runScheduledFlush(delay, std::move(completion)); }};
   // Set when a flush could not be scheduled, because memory ran out or the host ended the thread;
   // the next event retries.
-  std::atomic<bool> isFlushMissing_{false};
+  std::atomic<bool> needsFlush_{false};
 
   // The current flush.
   DispatchGroup uploads_;

@@ -9,7 +9,6 @@
 #include "tracker/library.h"
 
 using veltrano::HostMapView;
-using veltrano::detail::Argument;
 using veltrano::internal::CallObserver;
 using veltrano::internal::dropExceptions;
 using veltrano::internal::Library;
@@ -25,21 +24,15 @@ Tracker& tracker() {
   return Library::current().tracker();
 }
 
-// Tells who watches the library of a call that has been made: one from a refresh handler comes
-// before the `track` that called it.
-void tellOf(std::string_view operation, const HostMapView& arguments = {}) {
-  if (CallObserver* const observer = Library::current().observer())
-    observer->called(operation, arguments);
-}
-
-void tellOf(std::string_view operation, std::string_view name, const Argument& argument) {
-  tellOf(operation, {{name, argument}});
-}
-
-void tellOfTrack(std::string_view name, const HostMapView& properties, bool isForced) {
-  if (CallObserver* const observer = Library::current().observer()) [[unlikely]]
-    observer->called(
-        "track", {{"name", name}, {"properties", properties.argument()}, {"completion", isForced}});
+// Calls `function` with the tracker, then reports the call to the observer. Calls made by a refresh
+// handler are reported before their `track`.
+template <class Function>
+void call(std::string_view operation, const HostMapView& arguments, Function function) {
+  dropExceptions([&] {
+    function(tracker());
+    if (CallObserver* const observer = Library::current().observer())
+      observer->called(operation, arguments);
+  });
 }
 
 }  // namespace
@@ -53,89 +46,73 @@ Veltrano& Veltrano::shared() {
 }
 
 void Veltrano::setUserId(std::string_view id) {
-  dropExceptions([&] {
-    tracker().setUserId(entering(id));
-    tellOf("setUserId", "id", id);
-  });
+  call("setUserId", {{"id", id}}, [&](Tracker& tracker) { tracker.setUserId(entering(id)); });
 }
 
 void Veltrano::setAppId(std::string_view id) {
-  dropExceptions([&] {
-    tracker().setAppId(entering(id));
-    tellOf("setAppId", "id", id);
-  });
+  call("setAppId", {{"id", id}}, [&](Tracker& tracker) { tracker.setAppId(entering(id)); });
 }
 
 void Veltrano::setIdfa() {
-  dropExceptions([&] {
-    tracker().setIdfa();
-    tellOf("setIdfa");
-  });
+  call("setIdfa", {}, [](Tracker& tracker) { tracker.setIdfa(); });
 }
 
 void Veltrano::setLibVersion(std::string_view version) {
-  dropExceptions([&] {
-    tracker().setLibVersion(entering(version));
-    tellOf("setLibVersion", "version", version);
-  });
+  call("setLibVersion", {{"version", version}},
+       [&](Tracker& tracker) { tracker.setLibVersion(entering(version)); });
 }
 
 void Veltrano::setPublisherUid(std::optional<std::string_view> uid) {
-  dropExceptions([&] {
-    tracker().setPublisherUid(uid ? std::optional(entering(*uid)) : std::nullopt);
-    tellOf("setPublisherUid", "uid", uid);
+  call("setPublisherUid", {{"uid", uid}}, [&](Tracker& tracker) {
+    tracker.setPublisherUid(uid ? std::optional(entering(*uid)) : std::nullopt);
   });
 }
 
+// As `call`, but names its arguments only for an observer.
 void Veltrano::track(std::string_view eventName, const HostMapView& eventProperties,
                      FlushCompletion forceFlushCompletion) {
   dropExceptions([&] {
     const bool isForced = forceFlushCompletion != nullptr;
     tracker().track(eventName, eventProperties, std::move(forceFlushCompletion));
-    tellOfTrack(eventName, eventProperties, isForced);
+    if (CallObserver* const observer = Library::current().observer()) [[unlikely]]
+      observer->called("track", {{"name", eventName},
+                                 {"properties", eventProperties.argument()},
+                                 {"completion", isForced}});
   });
 }
 
 void Veltrano::setSuperProperties(const HostMapView& properties) {
-  dropExceptions([&] {
-    tracker().setSuperProperties(properties);
-    tellOf("setSuperProperties", "properties", properties.argument());
-  });
+  call("setSuperProperties", {{"properties", properties.argument()}},
+       [&](Tracker& tracker) { tracker.setSuperProperties(properties); });
 }
 
 void Veltrano::removeSuperProperty(std::string_view key) {
-  dropExceptions([&] {
-    tracker().removeSuperProperty(entering(key));
-    tellOf("removeSuperProperty", "key", key);
-  });
+  call("removeSuperProperty", {{"key", key}},
+       [&](Tracker& tracker) { tracker.removeSuperProperty(entering(key)); });
 }
 
 void Veltrano::setRefreshTriggersWithHandler(std::optional<std::vector<std::string>> triggers,
                                              std::function<void()> handler) {
-  dropExceptions([&] {
-    if (triggers)
-      for (std::string& name : *triggers) name = veltrano::internal::wellFormedUTF8(name);
-    const bool hasHandler = handler != nullptr;
-    tracker().setRefreshTriggers(triggers, std::move(handler));
-    tellOf("setRefreshTriggers", {{"triggers", triggers}, {"handler", hasHandler}});
-  });
+  const bool hasHandler = handler != nullptr;
+  call("setRefreshTriggers", {{"triggers", triggers}, {"handler", hasHandler}},
+       [&](Tracker& tracker) {
+         if (triggers)
+           for (std::string& name : *triggers) name = entering(name);
+         tracker.setRefreshTriggers(triggers, std::move(handler));
+       });
 }
 
 std::string Veltrano::getScreenOrientation() const {
   std::string orientation = "unknown";
-  dropExceptions([&] {
-    orientation = tracker().getScreenOrientation();
-    tellOf("getScreenOrientation");
-  });
+  call("getScreenOrientation", {},
+       [&](Tracker& tracker) { orientation = tracker.getScreenOrientation(); });
   return orientation;
 }
 
 std::string Veltrano::getDeviceOrientation() const {
   std::string orientation = "unknown";
-  dropExceptions([&] {
-    orientation = tracker().getDeviceOrientation();
-    tellOf("getDeviceOrientation");
-  });
+  call("getDeviceOrientation", {},
+       [&](Tracker& tracker) { orientation = tracker.getDeviceOrientation(); });
   return orientation;
 }
 

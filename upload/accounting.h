@@ -23,12 +23,6 @@ enum class UploadOutcome {
   failedForMemory,
 };
 
-/// Whether the batch is not uploaded again. A refused or unencodable one would only fail again.
-constexpr bool endsBatch(UploadOutcome outcome) {
-  return outcome == UploadOutcome::notEncodable || outcome == UploadOutcome::delivered ||
-         outcome == UploadOutcome::refused;
-}
-
 /// How the last request to the collection host ended, after all its retries.
 struct LastRequest {
   std::string_view path;  // a literal; empty before the first request
@@ -46,7 +40,7 @@ class Accounting {
   }
 
   /// Continues from another library's counts.
-  void goOnFrom(const Statistics& statistics) {
+  void restore(const Statistics& statistics) {
     const std::lock_guard lock(mutex_);
     statistics_ = statistics;
   }

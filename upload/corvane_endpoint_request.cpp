@@ -34,19 +34,19 @@ UploadOutcome outcomeOf(std::optional<int> status) {
 
 }  // namespace
 
-CorvaneEndpointRequest::CorvaneEndpointRequest(const Endpoints& endpoints,
+CorvaneEndpointRequest::CorvaneEndpointRequest(const CollectionClient& client,
                                                const std::deque<EventRecord>& events,
                                                const PropertyMap& superProperties)
-    : endpoints_(endpoints), eventsBeingSent_(events), superProperties_(superProperties) {}
+    : client_(client), eventsBeingSent_(events), superProperties_(superProperties) {}
 
 void CorvaneEndpointRequest::send(Completion completion) const {
   if (eventsBeingSent_.empty()) return completion(UploadOutcome::nothingToSend, std::nullopt);
-  endpoints_.log("Sending to the Corvane Endpoint");
+  client_.log("Sending to the Corvane Endpoint");
   if (std::any_of(eventsBeingSent_.begin(), eventsBeingSent_.end(),
                   [](const EventRecord& event) { return event.json.empty(); }))
     return completion(UploadOutcome::notEncodable, std::nullopt);
-  endpoints_.accounting.uploadBegan();
-  endpoints_.post(
+  client_.accounting.uploadBegan();
+  client_.post(
       "/track", superProperties_.text("uid").value_or(""), superProperties_,
       batchJSON(eventsBeingSent_), nullptr,
       [completion = std::move(completion)](const auto&, const auto& response, const auto&) {

@@ -3,12 +3,24 @@
 #include <deque>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "properties/property_map.h"
-#include "upload/endpoints.h"
-#include "upload/event_record.h"
+#include "upload/collection_client.h"
 
 namespace veltrano::internal {
+
+/// One recorded event as JSON: {"event": name, "properties": {...}}. Encoding it once, when it is
+/// recorded, takes less memory than keeping the properties and makes repeated uploads cheap.
+struct EventRecord {
+  std::string json;  // empty when the properties cannot be encoded
+};
+
+/// Whether the batch is not uploaded again. A refused or unencodable one would only fail again.
+constexpr bool endsBatch(UploadOutcome outcome) {
+  return outcome == UploadOutcome::notEncodable || outcome == UploadOutcome::delivered ||
+         outcome == UploadOutcome::refused;
+}
 
 /// The request to "/track" that uploads a batch of events. Used on the work queue.
 class CorvaneEndpointRequest {
@@ -17,7 +29,7 @@ class CorvaneEndpointRequest {
   using Completion = std::function<void(UploadOutcome outcome, std::optional<int> status)>;
 
   /// `events` (oldest first) and `superProperties` must outlive the request and not change.
-  CorvaneEndpointRequest(const Endpoints& endpoints, const std::deque<EventRecord>& events,
+  CorvaneEndpointRequest(const CollectionClient& client, const std::deque<EventRecord>& events,
                          const PropertyMap& superProperties);
 
   /// Calls `completion` exactly once: before returning when there is nothing to send or an event
@@ -25,7 +37,7 @@ class CorvaneEndpointRequest {
   void send(Completion completion) const;
 
  private:
-  const Endpoints& endpoints_;
+  const CollectionClient& client_;
   const std::deque<EventRecord>& eventsBeingSent_;
   const PropertyMap& superProperties_;
 };

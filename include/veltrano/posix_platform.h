@@ -215,14 +215,14 @@ class VELTRANO_EXPORT PosixPlatform {
   PosixPlatform& operator=(const PosixPlatform&) = delete;
 
  private:
-  struct Services;
+  struct Handle;
 
-  explicit PosixPlatform(Services& services);
+  explicit PosixPlatform(Handle& handle);
   ~PosixPlatform() = default;
 
   static Installation installOrThrow(PosixOptions& options);
 
-  Services& services_;
+  Handle& handle_;
 };
 
 }  // namespace veltrano

@@ -87,7 +87,7 @@ VELTRANO_EXPORT veltrano_text veltrano_c_string(const char* string);
  * counts as accepted.
  *
  * Warning: the completion is not called in the background, nor when a later flush replaces its own.
- * If its context has to be freed, use veltrano_send with a veltrano_boolean_block. */
+ * If its context must be freed, use veltrano_send with a veltrano_boolean_block. */
 VELTRANO_EXPORT bool veltrano_track(const char* name, const veltrano_object* properties,
                                     void (*completion)(void* context, bool accepted),
                                     void* context);
@@ -260,7 +260,7 @@ typedef enum veltrano_outcome {
 VELTRANO_EXPORT const char* veltrano_outcome_text(veltrano_outcome outcome);
 
 /* Calls an operation by its selector, with objects as arguments: for bindings, for text with NULs
- * and for contexts that have to be released.
+ * and for contexts that must be released.
  *
  *     veltrano_object* arguments[] = {veltrano_string(name)};
  *     veltrano_send("setUserId:", arguments, 1, NULL, NULL);
@@ -427,8 +427,8 @@ typedef struct veltrano_options {
 
   /* Receives every attempt to reach the collection host, which is valid during the call: why
    * nothing arrives. Called on one of the library's threads before the outcome takes effect, by one
-   * thread at a time for each path; keep it short. The context has to live until the process ends.
-   */
+   * thread at a time for each path; keep it short. The context must live until the process ends or
+   * the library is shut down. */
   void (*on_transfer)(void* context, const veltrano_transfer* transfer);
   void* on_transfer_context;
 } veltrano_options;

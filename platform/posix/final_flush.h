@@ -18,12 +18,12 @@ namespace veltrano::internal {
 template <class GetStatistics, class Flush, class Pause>
 bool flushWithRetries(GetStatistics statistics, Flush flush, Pause pause) {
   constexpr Duration kFirstPause = std::chrono::milliseconds(200);
-  constexpr Duration kLongestPause = std::chrono::seconds(1);
+  constexpr Duration kMaxPause = std::chrono::seconds(1);
   const auto failures = [](const Statistics& counts) {
     return counts.uploadsFailedByStatus + counts.uploadsFailedInTransport +
            counts.uploadsFailedForMemory;
   };
-  for (Duration time = kFirstPause;; time = std::min(2 * time, kLongestPause)) {
+  for (Duration time = kFirstPause;; time = std::min(2 * time, kMaxPause)) {
     const std::uint64_t failuresBefore = failures(statistics());
     if (!flush()) return false;
     const Statistics now = statistics();

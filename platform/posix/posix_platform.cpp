@@ -21,7 +21,6 @@
 #include "platform/posix/platform_backend.h"
 #include "platform/posix/posix_services.h"
 #include "platform/posix/system/background_thread.h"
-#include "platform/posix/threads/fork.h"
 #include "tracker/library.h"
 
 namespace veltrano {
@@ -38,6 +37,7 @@ constexpr std::chrono::milliseconds kGrace{250};
 // Set once, under the mutex of `installOrThrow`.
 constinit std::atomic<PosixPlatform*> systemPlatform{nullptr};
 
+// Set by tests one after the other; read from any thread.
 constinit std::atomic<TestBackend*> testBackend{nullptr};
 constinit std::atomic<PosixPlatform*> testPlatform{nullptr};
 
@@ -50,6 +50,7 @@ Library& inertLibrary() {
 // Gives each forked child the inert library. The parent's has no threads there, and its locks may
 // be held forever.
 void makeForkedChildrenInert() {
+  watchForks();
   inertLibrary();
   static const int registered =
       pthread_atfork(nullptr, nullptr, [] { Library::exchangeCurrent(&inertLibrary()); });
@@ -58,7 +59,7 @@ void makeForkedChildrenInert() {
 
 // Starts no more callbacks. False if one still runs at `deadline`.
 bool stopCallingHost(Clock::time_point deadline) {
-  isHostGone = true;
+  callbacksDisabled = true;
   while (HostCall::count() > 0 && Clock::now() < deadline)
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   return HostCall::count() == 0;
@@ -85,12 +86,10 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
              [this, orientation] { device.setOrientation(orientation); });
   }
 
-  void setScreenSize(ScreenSize size) override {
-    if (!isForkedChild()) device.setMainScreenSize(size);
-  }
+  void setScreenSize(ScreenSize size) override { device.setMainScreenSize(size); }
 
   void setCarrierName(std::optional<std::string> name) override {
-    if (!isForkedChild()) telephony.setCarrierName(std::move(name));
+    telephony.setCarrierName(std::move(name));
   }
 
   void setTrackingAuthorizationStatus(std::uint64_t status) override {
@@ -98,7 +97,6 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
   }
 
   void setAdvertisingIdentifier(std::optional<std::string> identifier) override {
-    if (isForkedChild()) return;
     dropExceptions([&] { identifiers.setAdvertisingIdentifier(std::move(identifier)); });
   }
 
@@ -133,8 +131,8 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
       if (ExitGate::isClosed()) return false;
       notificationCenter.post(kApplicationDidEnterBackground);
       const auto isFlushed = std::make_shared<std::promise<void>>();
-      // Behind the final flush. Twice: a block that runs meanwhile may not know of the background
-      // yet and replace that flush by one of its own, which is behind the first.
+      // Runs after the final flush. Queued twice: a running block may not have seen the background
+      // state and may replace the final flush with its own, queued after the first marker.
       workQueue.async(
           [this, isFlushed] { workQueue.async([isFlushed] { isFlushed->set_value(); }); });
       return isFlushed->get_future().wait_until(deadline) == std::future_status::ready;
@@ -149,7 +147,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
 
   // True if nothing was left.
   bool stop(Clock::time_point deadline) {
-    inertLibrary().accounting().goOnFrom(Library::current().accounting().statistics());
+    inertLibrary().accounting().restore(Library::current().accounting().statistics());
     Library& library = *Library::exchangeCurrent(&inertLibrary());
     timers.stop();
     workQueue.stop();
@@ -159,13 +157,12 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     isComplete &= stopCallingHost(Clock::now() + kGrace);
     library.releaseCallbacks();
     const Statistics last = library.accounting().statistics();
-    inertLibrary().accounting().goOnFrom(last);
+    inertLibrary().accounting().restore(last);
     return isComplete && last.waiting + last.inFlight == 0;
   }
 
   // Makes `change` and then posts `name`, both on the main thread.
   void announce(std::string_view name, std::function<void()> change) {
-    if (isForkedChild()) return;
     dropExceptions([&] {
       auto announcement = [this, name, change = std::move(change)] {
         if (isShutDown_) return;
@@ -222,14 +219,15 @@ PosixPlatform* internal::installedPlatform() noexcept {
   return testBackend != nullptr ? testPlatform : systemPlatform;
 }
 
-struct PosixPlatform::Services {
+struct PosixPlatform::Handle {
   // If `backend` is null, uses the test backend of the moment.
-  explicit Services(PlatformBackend* backend) : backend_(backend) {}
+  explicit Handle(PlatformBackend* backend) : backend_(backend) {}
 
+  // Does nothing in a forked child, where the backend's locks may be held forever.
   template <class Report>
   void pass(Report report) {
     PlatformBackend* const backend = this->backend();
-    if (backend != nullptr) report(*backend);
+    if (backend != nullptr && !isForkedChild()) report(*backend);
   }
 
   PosixPlatform platform{*this};
@@ -247,7 +245,7 @@ struct PosixPlatform::Services {
   PlatformBackend* const backend_;
 };
 
-PosixPlatform::PosixPlatform(Services& services) : services_(services) {}
+PosixPlatform::PosixPlatform(Handle& handle) : handle_(handle) {}
 
 Installation PosixPlatform::install(PosixOptions options) {
   try {
@@ -267,8 +265,8 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
       if (error.empty()) error = test->install(std::move(options));
       if (!error.empty()) return {nullptr, std::move(error)};
       // Shared by all tests, because a host may keep the pointer.
-      static Services& services = *new Services(nullptr);
-      testPlatform = &services.platform;
+      static Handle& handle = *new Handle(nullptr);
+      testPlatform = &handle.platform;
       return {testPlatform, {}};
     }
     const std::lock_guard lock(mutex);
@@ -276,14 +274,13 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
     if (std::string error = completeOptions(options, true); !error.empty())
       return {nullptr, std::move(error)};
 
-    watchForks();
     makeForkedChildrenInert();
     auto backend = std::make_unique<SystemBackend>(std::move(options));
-    auto services = std::make_unique<Services>(backend.get());
+    auto handle = std::make_unique<Handle>(backend.get());
     if (!Library::install(backend->platform()))
       return {nullptr, "The library is in use already; install the platform before its first use."};
     SystemBackend& kept = *backend.release();  // the library uses it from now on
-    systemPlatform = &services.release()->platform;
+    systemPlatform = &handle.release()->platform;
     dropExceptions([&] { kept.connectivity.startWatching(); });
     return {systemPlatform, {}};
   } catch (const std::system_error& exception) {
@@ -293,66 +290,65 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
 
 bool PosixPlatform::shutDown(Clock::time_point deadline) {
   if (isForkedChild() || isBackgroundThread() || HostCall::isOnThisThread()) return false;
-  if (services_.isReplaced()) return false;
+  if (handle_.isReplaced()) return false;
   bool wasComplete = false;
   dropExceptions([&] {
-    services_.pass([&](PlatformBackend& backend) { wasComplete = backend.shutDown(deadline); });
+    handle_.pass([&](PlatformBackend& backend) { wasComplete = backend.shutDown(deadline); });
   });
   return wasComplete;
 }
 
 RunLoop& PosixPlatform::mainRunLoop() {
-  RunLoop* loop = nullptr;
-  services_.pass([&](PlatformBackend& backend) { loop = &backend.mainRunLoop(); });
-  return loop != nullptr ? *loop : RunLoop::current();
+  PlatformBackend* const backend = handle_.backend();
+  return backend != nullptr ? backend->mainRunLoop() : RunLoop::current();
 }
 
 void PosixPlatform::applicationDidBecomeActive() {
-  services_.pass([](PlatformBackend& backend) {
+  handle_.pass([](PlatformBackend& backend) {
     backend.enter(ApplicationState::active, kApplicationDidBecomeActive);
   });
 }
 
 void PosixPlatform::applicationWillResignActive() {
-  services_.pass([](PlatformBackend& backend) {
+  handle_.pass([](PlatformBackend& backend) {
     backend.enter(ApplicationState::inactive, kApplicationWillResignActive);
   });
 }
 
 void PosixPlatform::applicationDidEnterBackground() {
-  services_.pass([](PlatformBackend& backend) {
+  handle_.pass([](PlatformBackend& backend) {
     backend.enter(ApplicationState::background, kApplicationDidEnterBackground);
   });
 }
 
 void PosixPlatform::applicationWillEnterForeground() {
-  services_.pass([](PlatformBackend& backend) {
+  handle_.pass([](PlatformBackend& backend) {
     backend.enter(ApplicationState::inactive, kApplicationWillEnterForeground);
   });
 }
 
 void PosixPlatform::setInterfaceOrientation(int orientation) {
-  services_.pass([&](PlatformBackend& backend) { backend.setInterfaceOrientation(orientation); });
+  handle_.pass([&](PlatformBackend& backend) { backend.setInterfaceOrientation(orientation); });
 }
 
 void PosixPlatform::setDeviceOrientation(int orientation) {
-  services_.pass([&](PlatformBackend& backend) { backend.setDeviceOrientation(orientation); });
+  handle_.pass([&](PlatformBackend& backend) { backend.setDeviceOrientation(orientation); });
 }
 
 void PosixPlatform::setScreenSize(double width, double height) {
-  services_.pass([&](PlatformBackend& backend) { backend.setScreenSize({width, height}); });
+  handle_.pass([&](PlatformBackend& backend) { backend.setScreenSize({width, height}); });
 }
 
 void PosixPlatform::setCarrierName(std::optional<std::string> name) {
-  services_.pass([&](PlatformBackend& backend) { backend.setCarrierName(std::move(name)); });
+  handle_.pass([&](PlatformBackend& backend) { backend.setCarrierName(std::move(name)); });
 }
 
 void PosixPlatform::setTrackingAuthorizationStatus(std::uint64_t status) {
-  services_.pass([&](PlatformBackend& backend) { backend.setTrackingAuthorizationStatus(status); });
+  handle_.pass([&](PlatformBackend& backend) { backend.setTrackingAuthorizationStatus(status); });
 }
 
 void PosixPlatform::setAdvertisingIdentifier(std::optional<std::string> identifier) {
-  services_.pass(
+  handle_.pass(
       [&](PlatformBackend& backend) { backend.setAdvertisingIdentifier(std::move(identifier)); });
 }
 

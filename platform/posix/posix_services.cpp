@@ -3,27 +3,19 @@
 #include <utility>
 
 namespace veltrano::internal {
-namespace {
 
-ApplicationState internalState(PosixOptions::ApplicationState state) {
-  switch (state) {
-    case PosixOptions::ApplicationState::inactive:
-      return ApplicationState::inactive;
-    case PosixOptions::ApplicationState::background:
-      return ApplicationState::background;
-    default:
-      return ApplicationState::active;
-  }
-}
-
-}  // namespace
+static_assert(static_cast<int>(PosixOptions::ApplicationState::inactive) ==
+              static_cast<int>(ApplicationState::inactive));
+static_assert(static_cast<int>(PosixOptions::ApplicationState::background) ==
+              static_cast<int>(ApplicationState::background));
 
 PosixServices::PosixServices(PosixOptions options)
     : collectionHost(std::move(options.collectionHost)),
       standardOutput(std::move(options.logSink)),
       userDefaults(std::move(options.userDefaultsFile)),
       bundles(std::move(options.infoDictionary)),
-      application(internalState(options.applicationState), options.interfaceOrientation),
+      application(static_cast<ApplicationState>(options.applicationState),
+                  options.interfaceOrientation),
       device(std::move(options.systemName), std::move(options.systemVersion)),
       urlSession({.certificateAuthorities = std::move(options.certificateAuthorities),
                   .pinnedPublicKey = std::move(options.pinnedPublicKey),

@@ -1,5 +1,5 @@
-// A platform in virtual time: one timeline, no thread, no sleeping. What the outside world says is
-// set through plain members; what the library does to it is reported through hooks.
+// A platform in virtual time: one timeline, no thread, no sleeping. Tests set inputs through
+// members and observe effects through hooks.
 #pragma once
 
 #include <functional>

@@ -3,18 +3,10 @@
 #include <utility>
 
 namespace veltrano::internal {
-namespace {
-
-std::string pathOf(const std::string& url) {
-  const auto host = url.find("://") + 3;
-  return url.substr(std::min(url.find('/', host), url.size()));
-}
-
-}  // namespace
 
 void SimulatedURLSession::postData(PostRequest request, URLSessionCallback callback) {
   onPost(request);
-  const SimulatedAnswer answer = answers[pathOf(request.baseURL)];
+  const SimulatedAnswer answer = answers[request.path()];
   timeline_.schedule(answer.latency, [answer, callback = std::move(callback)] {
     switch (answer.kind) {
       case SimulatedAnswer::Kind::http:

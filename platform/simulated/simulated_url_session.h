@@ -20,7 +20,7 @@ struct SimulatedAnswer {
   Duration latency = std::chrono::milliseconds(50);
 };
 
-/// A network that answers as it is told to. The answer to a post is chosen at the post.
+/// A scripted network. It chooses the answer when a request is posted.
 class SimulatedURLSession final : public ZKURLSessionManager {
  public:
   explicit SimulatedURLSession(Timeline& timeline) : timeline_(timeline) {}

@@ -18,8 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return -1;
   }
   // Skips long scenarios, which are repetitive: short ones find more in the same time.
-  constexpr auto kLongest = std::chrono::hours(1);
-  if (!scenario.steps.empty() && scenario.steps.back().at > kLongest) return -1;
+  constexpr auto kMaxDuration = std::chrono::hours(1);
+  if (!scenario.steps.empty() && scenario.steps.back().at > kMaxDuration) return -1;
   world.play(scenario);
   return 0;
 }

@@ -203,7 +203,7 @@ std::string iso8601(std::int64_t microseconds) {
 
 // None if events leave `node` out. `level` is the number of containers around it.
 std::optional<Json> converted(const Node& node, int level) {
-  constexpr int kDeepest = 128;
+  constexpr int kMaxDepth = 128;
   const auto is = [&](What what) { return node.what == what; };
   if (is(What::text) || is(What::url)) return wellFormed(node.text);
   if (is(What::integer) || is(What::int64)) return node.integer;
@@ -214,7 +214,7 @@ std::optional<Json> converted(const Node& node, int level) {
   if (is(What::date)) return iso8601(node.integer);
   if (is(What::null)) return Json();
   if (is(What::integerNumber) || is(What::realNumber)) return number(node);
-  if (is(What::other) || is(What::absent) || level >= kDeepest) return std::nullopt;
+  if (is(What::other) || is(What::absent) || level >= kMaxDepth) return std::nullopt;
   if (is(What::array)) {
     Json result = Json::array();
     for (const Node& item : node.items)

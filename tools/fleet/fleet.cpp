@@ -14,7 +14,7 @@ using veltrano::Statistics;
 namespace {
 
 // Longer than the final flush and the upload before it can take together.
-constexpr Duration kLongestEnd = std::chrono::minutes(5);
+constexpr Duration kMaxEndTime = std::chrono::minutes(5);
 
 void add(Statistics& sum, const Statistics& one) {
   for (const auto count : {&Statistics::recorded, &Statistics::waiting, &Statistics::inFlight,
@@ -64,7 +64,7 @@ Outcome run(const Scenario& scenario) {
 
   // Ends all use first: a library may only be destroyed once nothing of it runs.
   for (const auto& application : applications) application->end();
-  runUntil(scenario.length + kLongestEnd);
+  runUntil(scenario.length + kMaxEndTime);
   return outcome;
 }
 

@@ -100,11 +100,11 @@ Axis logarithmicAxis(double lowest, double highest) {
 }
 
 std::vector<double> timeTicks(double end) {
-  constexpr double kMost = 12;
+  constexpr double kMaxTicks = 12;
   double step = 86'400;
   for (const double candidate :
        {43'200, 21'600, 14'400, 10'800, 7200, 3600, 1800, 1200, 600, 300, 120, 60, 30, 10, 5, 2, 1})
-    if (end / candidate <= kMost) step = candidate;
+    if (end / candidate <= kMaxTicks) step = candidate;
   std::vector<double> ticks;
   for (double at = 0; at <= end; at += step) ticks.push_back(at);
   return ticks;

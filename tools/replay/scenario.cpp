@@ -169,7 +169,7 @@ Action readGetDeviceOrientation(const StepFields&) {
 
 Action readIsValidNestedType(const StepFields& fields) {
   const veltrano::HostValue value = fields.value("value");
-  if (value.member() == nullptr) throw ScenarioError("\"value\" is no member of the twelve types");
+  if (value.member() == nullptr) throw ScenarioError("\"value\" is not one of the twelve types");
   return always(
       [value](Stage& stage) { stage.trace().answered(value.member()->isValidNestedType()); });
 }

@@ -59,9 +59,9 @@ double StepFields::number(std::string_view key) const {
 }
 
 veltrano::internal::Duration StepFields::duration(std::string_view key) const {
-  constexpr double kLongest = 1e12;
+  constexpr double kMaxSeconds = 1e12;
   const double seconds = number(key);
-  if (std::abs(seconds) > kLongest) fail(key, "is out of range");
+  if (std::abs(seconds) > kMaxSeconds) fail(key, "is out of range");
   return veltrano::internal::durationFromSeconds(seconds);
 }
 

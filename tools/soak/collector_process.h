@@ -22,7 +22,7 @@ class CollectorProcess {
 
   /// Returns when the collector answers. Throws std::runtime_error if it never does.
   void start();
-  /// Sends `signal`, which has to be fatal, and waits for the process to end.
+  /// Sends `signal`, which must be fatal, and waits for the process to end.
   void stop(int signal);
   /// Injects faults, given as JSON.
   void misbehave(const std::string& faults);

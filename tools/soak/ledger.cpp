@@ -12,7 +12,7 @@ namespace {
 thread_local bool isReplacing = false;
 
 // How much later the collector may record a request that its sender has given up on.
-constexpr std::chrono::seconds kLongestDelay{5};
+constexpr std::chrono::seconds kMaxDelay{5};
 
 bool follows(std::string_view start, std::string_view text, std::size_t& number) {
   if (!text.starts_with(start)) return false;
@@ -164,7 +164,7 @@ void Ledger::checkBatch(const Batch& batch, Result& result) {
 // queue matches no upload.
 Ledger::Upload* Ledger::uploadOf(const Batch& batch) {
   constexpr std::chrono::milliseconds kPrecision{1};
-  for (const auto delay : {Clock::duration::zero(), Clock::duration(kLongestDelay)}) {
+  for (const auto delay : {Clock::duration::zero(), Clock::duration(kMaxDelay)}) {
     const auto begin = std::lower_bound(
         uploads_.begin(), uploads_.end(), batch.received - delay,
         [](const Upload& upload, Clock::time_point at) { return upload.finished < at; });

@@ -1,4 +1,4 @@
-// Accounts for every event: what the library's log says about the queue has to match what the
+// Accounts for every event: what the library's log says about the queue must match what the
 // collector recorded.
 #pragma once
 

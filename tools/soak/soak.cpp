@@ -33,7 +33,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kThreads = 8;
 // More than the library may take for an upload.
-constexpr std::chrono::seconds kLongestUpload{70};
+constexpr std::chrono::seconds kMaxUpload{70};
 // Tolerates a connection's descriptors and thread, and the memory of waiting calls.
 constexpr Usage kSlack{2, 1, 8 * 1024};
 
@@ -96,7 +96,7 @@ class Soak {
   std::vector<Usage> samples_;
 };
 
-// The state of a completion, shared by its copies. The library has to call the completion, or drop
+// The state of a completion, shared by its copies. The library must call the completion, or drop
 // it for a documented reason.
 class Soak::Completion {
  public:
@@ -308,7 +308,7 @@ void Soak::uploadTheRest() {
     const auto wasDelivered = std::make_shared<std::promise<bool>>();
     auto outcome = wasDelivered->get_future();
     track(kThreads, "", [wasDelivered](bool result) { wasDelivered->set_value(result); });
-    if (outcome.wait_for(2 * kLongestUpload) != std::future_status::ready)
+    if (outcome.wait_for(2 * kMaxUpload) != std::future_status::ready)
       throw std::runtime_error("The last upload has no outcome.");
     std::this_thread::sleep_for(std::chrono::seconds(1));
     if (outcome.get() && ledger_.isSettled()) return;

@@ -82,7 +82,8 @@ std::string defaultRouteInterface(std::string_view routes, const Layout& layout)
 }  // namespace
 
 void PosixConnectivity::startWatching() {
-  const auto changes = std::make_shared<NetworkChanges>();  // before the first look
+  // Opened first so that no change is missed.
+  const auto changes = std::make_shared<NetworkChanges>();
   look();
   if (!changes->isOpen()) return;
   startBackgroundThread("veltrano-net", [this, changes] {

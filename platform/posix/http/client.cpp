@@ -13,8 +13,8 @@
 namespace veltrano::internal {
 namespace {
 
-// How often the thread checks whether it has to stop while the peer is silent.
-constexpr std::chrono::milliseconds kLongestPoll{200};
+// How often the thread checks whether it must stop while the peer is silent.
+constexpr std::chrono::milliseconds kMaxPoll{200};
 
 }  // namespace
 
@@ -60,9 +60,9 @@ TransferResult HTTPClient::send(const Attempt& attempt, const std::atomic<bool>&
   while (curl_multi_perform(multi_.get(), &running) == CURLM_OK && running > 0 &&
          !transfer.isOver()) {
     inside.wait([&] {
-      if (curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(kLongestPoll.count()),
-                          nullptr) != CURLM_OK)
-        std::this_thread::sleep_for(kLongestPoll);  // avoids a busy loop
+      if (curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(kMaxPoll.count()), nullptr) !=
+          CURLM_OK)
+        std::this_thread::sleep_for(kMaxPoll);  // avoids a busy loop
     });
   }
   CURLcode code = CURLE_OPERATION_TIMEDOUT;

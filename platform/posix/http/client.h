@@ -26,7 +26,7 @@ class HTTPClient {
   void endDeadConnections() const;
 
   const URLSessionOptions& options_;
-  std::vector<curl_socket_t> sockets_;  // the open ones; has to outlive multi_
+  std::vector<curl_socket_t> sockets_;  // the open ones; must outlive multi_
   std::unique_ptr<CURLM, CURLMcode (*)(CURLM*)> multi_{nullptr, curl_multi_cleanup};
 };
 

@@ -8,13 +8,12 @@
 #include "platform/posix/http/exit_gate.h"
 #include "platform/posix/http/request_text.h"
 #include "platform/posix/system/background_thread.h"
-#include "platform/posix/threads/fork.h"
 
 namespace veltrano::internal {
 namespace {
 
-constexpr std::size_t kMostPosts = 256;    // later ones fail
-constexpr std::size_t kMostReports = 256;  // later ones are dropped while the host is slow
+constexpr std::size_t kMaxPosts = 256;    // later ones fail
+constexpr std::size_t kMaxReports = 256;  // later ones are dropped while the host is slow
 // How long after its deadline a transfer that libcurl has not ended is reported as timed out.
 constexpr std::chrono::milliseconds kGrace{250};
 
@@ -51,10 +50,6 @@ TransportError::Kind kindOf(CURLcode code) {
     default:
       return Kind::brokenOff;
   }
-}
-
-std::string pathOf(const std::string& baseURL) {
-  return baseURL.substr(std::min(baseURL.find('/', sizeof "https://" - 1), baseURL.size()));
 }
 
 TransportError transportError(CURLcode code) noexcept {
@@ -109,7 +104,7 @@ void Endpoint::post(PostRequest& request, URLSessionCallback& callback) noexcept
       failure = CURLE_OUT_OF_MEMORY;
     }
     if (canReport && !added.empty()) {
-      if (isClosed_ || posts_.size() >= kMostPosts) failure = CURLE_NO_CONNECTION_AVAILABLE;
+      if (isClosed_ || posts_.size() >= kMaxPosts) failure = CURLE_NO_CONNECTION_AVAILABLE;
       if (failure == CURLE_OK &&
           !(ensureThread(preparerRuns_, "veltrano.prep", &Endpoint::prepareAttempts) &&
             ensureThread(senderRuns_, "veltrano.net", &Endpoint::sendAttempts)))
@@ -257,7 +252,7 @@ void Endpoint::reportOutcomes() {
 }
 
 // Waits for the next post that is due in `stage`. The calling thread may use it without the lock.
-// Null when the thread has to end.
+// Null when the thread must end.
 Endpoint::Post* Endpoint::take(Lock& lock, Stage stage) {
   while (!isStopped_) {
     const auto now = Clock::now();
@@ -349,11 +344,11 @@ Endpoint::Stage Endpoint::settle(Post& post, TransferResult result) {
 std::list<TransferReport> Endpoint::reportsOf(const Post& post, const TransferResult& result,
                                               bool willRetry) const {
   std::list<TransferReport> reports;
-  if (!options_.onTransfer || post.isReported || reports_.size() >= kMostReports) return reports;
+  if (!options_.onTransfer || post.isReported || reports_.size() >= kMaxReports) return reports;
   const auto spent = post.spent + (post.isInUse ? Clock::now() - post.began : Clock::duration());
   dropExceptions([&] {
     TransferReport report;
-    report.path = pathOf(post.request.baseURL);
+    report.path = post.request.path();
     report.attempt = post.retries + 1;
     report.duration = std::chrono::duration_cast<std::chrono::microseconds>(spent);
     report.bytesSent = result.bytesSent;

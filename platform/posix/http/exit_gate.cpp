@@ -10,14 +10,14 @@
 #include <cstdlib>
 #include <mutex>
 
-#include "platform/posix/threads/fork.h"
+#include "platform/host_callback.h"
 
 namespace veltrano::internal {
 namespace {
 
 // The longest delay of the host's exit. A network thread spends microseconds at a time inside
 // libcurl and never waits for a peer there, but it may be preempted.
-constexpr std::chrono::milliseconds kLongestWait{2000};
+constexpr std::chrono::milliseconds kMaxWait{2000};
 
 struct Gate {
   std::mutex mutex;
@@ -34,7 +34,7 @@ Gate& gate() {
 // A child must not inherit locks of libcurl and OpenSSL held by threads that it does not have.
 void beforeFork() {
   std::unique_lock lock(gate().mutex);
-  gate().left.wait_for(lock, kLongestWait, [] { return gate().inside == 0; });
+  gate().left.wait_for(lock, kMaxWait, [] { return gate().inside == 0; });
   lock.release();
 }
 
@@ -86,7 +86,7 @@ void ExitGate::close() {
   if (isForkedChild()) return;  // the threads do not exist here
   std::unique_lock lock(gate().mutex);
   gate().isClosed = true;
-  gate().left.wait_for(lock, kLongestWait, [] { return gate().inside == 0; });
+  gate().left.wait_for(lock, kMaxWait, [] { return gate().inside == 0; });
 }
 
 }  // namespace veltrano::internal

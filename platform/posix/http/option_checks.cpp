@@ -16,8 +16,8 @@ namespace veltrano::internal {
 namespace {
 
 bool isName(std::string_view text) {
-  constexpr std::size_t kLongest = 253;
-  return !text.empty() && text.size() <= kLongest && isLetterOrDigit(text.front()) &&
+  constexpr std::size_t kMaxLength = 253;
+  return !text.empty() && text.size() <= kMaxLength && isLetterOrDigit(text.front()) &&
          text.find("..") == std::string_view::npos &&
          std::all_of(text.begin(), text.end(),
                      [](char c) { return isLetterOrDigit(c) || c == '-' || c == '.' || c == '_'; });

@@ -12,7 +12,7 @@ namespace veltrano::internal {
 namespace {
 
 // Longer than any request may take, and small enough not to overflow.
-constexpr std::chrono::seconds kLongestDelay = std::chrono::hours(24);
+constexpr std::chrono::seconds kMaxDelay = std::chrono::hours(24);
 
 bool isWorthRetry(const AttemptResult& attempt, const RetryRules& rules) {
   if (attempt.failedToConnect) return true;
@@ -22,9 +22,9 @@ bool isWorthRetry(const AttemptResult& attempt, const RetryRules& rules) {
 }
 
 Duration backOff(Duration first, std::int32_t retries, double random) {
-  constexpr std::int32_t kMostDoublings = 20;
+  constexpr std::int32_t kMaxDoublings = 20;
   const double longest =
-      static_cast<double>(first.count()) * (1 << std::min(retries, kMostDoublings));
+      static_cast<double>(first.count()) * (1 << std::min(retries, kMaxDoublings));
   return durationFromSeconds(longest * random / 1e6);
 }
 
@@ -43,14 +43,14 @@ std::optional<Duration> parseRetryAfter(const std::string& text, WallTime now) {
   const char* const end = text.data() + text.size();
   std::int64_t seconds = 0;
   const auto number = std::from_chars(text.data(), end, seconds);
-  if (number.ptr == end && number.ec == std::errc::result_out_of_range) return kLongestDelay;
+  if (number.ptr == end && number.ec == std::errc::result_out_of_range) return kMaxDelay;
   if (number.ptr == end && number.ec == std::errc() && seconds >= 0)
-    return std::min(std::chrono::seconds(seconds), kLongestDelay);
+    return std::min(std::chrono::seconds(seconds), kMaxDelay);
 
   const std::time_t date = curl_getdate(text.c_str(), nullptr);
   if (date == -1) return std::nullopt;
   const WallTime until{std::chrono::seconds(date)};
-  return std::clamp<Duration>(until - now, Duration::zero(), kLongestDelay);
+  return std::clamp<Duration>(until - now, Duration::zero(), kMaxDelay);
 }
 
 }  // namespace veltrano::internal

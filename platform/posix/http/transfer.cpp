@@ -14,8 +14,8 @@
 namespace veltrano::internal {
 namespace {
 
-constexpr std::size_t kMostBodyBytes = std::size_t{1} << 20;
-constexpr std::size_t kMostHeadBytes = std::size_t{1} << 16;  // incl. interim heads and trailers
+constexpr std::size_t kMaxBodyBytes = std::size_t{1} << 20;
+constexpr std::size_t kMaxHeadBytes = std::size_t{1} << 16;  // incl. interim heads and trailers
 
 long milliseconds(Duration duration) {
   // To libcurl, 0 means no limit.
@@ -208,7 +208,7 @@ std::size_t HTTPTransfer::receiveHeader(char* bytes, std::size_t, std::size_t co
                                         void* transfer) {
   auto& self = *static_cast<HTTPTransfer*>(transfer);
   self.headBytes_ += count;
-  if (self.headBytes_ > kMostHeadBytes) return self.cutOff(CURLE_WEIRD_SERVER_REPLY);
+  if (self.headBytes_ > kMaxHeadBytes) return self.cutOff(CURLE_WEIRD_SERVER_REPLY);
 
   const std::string_view line(bytes, count);
   if (line != "\r\n" && line != "\n") return count;
@@ -232,7 +232,7 @@ std::size_t HTTPTransfer::receiveHeader(char* bytes, std::size_t, std::size_t co
 
 std::size_t HTTPTransfer::receive(char* bytes, std::size_t, std::size_t count, void* transfer) {
   auto& self = *static_cast<HTTPTransfer*>(transfer);
-  if (count > kMostBodyBytes - self.received_.size()) return self.cutOff(CURLE_FILESIZE_EXCEEDED);
+  if (count > kMaxBodyBytes - self.received_.size()) return self.cutOff(CURLE_FILESIZE_EXCEEDED);
   try {
     self.received_.append(bytes, count);
   } catch (...) {

@@ -38,7 +38,7 @@ struct TransferResult {
 /// Performs one attempt. Sends the request at most once. Not thread-safe.
 class HTTPTransfer {
  public:
-  /// `sockets` contains the connection's socket while it is open. All arguments have to outlive the
+  /// `sockets` contains the connection's socket while it is open. All arguments must outlive the
   /// transfer. It ends soon after any thread sets `isStopped`.
   HTTPTransfer(std::vector<curl_socket_t>& sockets, const URLSessionOptions& options,
                const Attempt& attempt, const std::atomic<bool>& isStopped);
@@ -47,7 +47,7 @@ class HTTPTransfer {
   /// The handle to add to a multi handle; null when the transfer could not be set up.
   CURL* handle() const { return setUp_ == CURLE_OK ? easy_.get() : nullptr; }
 
-  /// Whether the transfer has to end, even if libcurl is still waiting.
+  /// Whether the transfer must end, even if libcurl is still waiting.
   bool isOver() const {
     return isStopped_ || std::chrono::steady_clock::now() >= attempt_.deadline;
   }

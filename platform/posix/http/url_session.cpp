@@ -5,9 +5,10 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/host_callback.h"
 #include "platform/posix/http/endpoint.h"
 #include "platform/posix/http/exit_gate.h"
-#include "platform/posix/threads/fork.h"
+#include "platform/posix/system/background_thread.h"
 
 namespace veltrano::internal {
 namespace {

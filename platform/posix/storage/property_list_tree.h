@@ -22,15 +22,15 @@ struct UnusablePropertyList {};
 /// Bounds the size of a tree: a few bytes of the binary form can describe a huge one.
 class PropertyListBudget {
  public:
-  static constexpr int kDeepest = 64;                     // levels of nesting
-  static constexpr std::size_t kMostNodes = 100'000;      // values and keys
-  static constexpr std::size_t kMostBytes = 8 * 1048576;  // of text and data
+  static constexpr int kMaxDepth = 64;                   // levels of nesting
+  static constexpr std::size_t kMaxNodes = 100'000;      // values and keys
+  static constexpr std::size_t kMaxBytes = 8 * 1048576;  // of text and data
 
   void spendNode(int depth) {
-    if (depth > kDeepest || ++nodes_ > kMostNodes) throw UnusablePropertyList();
+    if (depth > kMaxDepth || ++nodes_ > kMaxNodes) throw UnusablePropertyList();
   }
   void spendBytes(std::size_t count) {
-    if (count > kMostBytes - bytes_) throw UnusablePropertyList();
+    if (count > kMaxBytes - bytes_) throw UnusablePropertyList();
     bytes_ += count;
   }
 

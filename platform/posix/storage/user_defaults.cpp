@@ -29,7 +29,7 @@ void PosixUserDefaults::setDouble(double value, std::string_view key) {
     }
     if (!path_.empty()) writeFile();
   } catch (const std::bad_alloc&) {
-    // Like any other value that cannot be written.
+    // The value still applies to this process.
   }
 }
 
@@ -47,7 +47,7 @@ double PosixUserDefaults::numberInFile(std::string_view key) const {
         readStamp_ = stamp;
       }
     } catch (const std::bad_alloc&) {
-      // Keeps them when memory runs out, too.
+      // Keeps the last contents when memory runs out, too.
     }
   }
   return list_ ? list_->number(key).value_or(0) : 0;

@@ -31,9 +31,9 @@ void* runThread(void* argument) {
 }  // namespace
 
 bool startBackgroundThread(std::string_view name, std::function<void()> body) {
-  constexpr std::size_t kLongestName = 15;
+  constexpr std::size_t kMaxNameLength = 15;
   auto start =
-      std::make_unique<Start>(Start{std::string(name.substr(0, kLongestName)), std::move(body)});
+      std::make_unique<Start>(Start{std::string(name.substr(0, kMaxNameLength)), std::move(body)});
 
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return false;
@@ -57,6 +57,11 @@ bool startBackgroundThread(std::string_view name, std::function<void()> body) {
 
 bool isBackgroundThread() noexcept {
   return isBackground;
+}
+
+void watchForks() {
+  static const int registered = pthread_atfork(nullptr, nullptr, [] { hasBeenForked = true; });
+  static_cast<void>(registered);  // fails only when memory runs out; forks then go unnoticed
 }
 
 }  // namespace veltrano::internal

@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "platform/work_item.h"
+#include "platform/work_queue.h"
 
 namespace veltrano::internal {
 

@@ -68,9 +68,7 @@ bool PosixRunLoop::runUntil(std::chrono::steady_clock::time_point deadline) {
 }
 
 bool PosixRunLoop::runUntilOptional(std::optional<Clock::time_point> deadline) {
-  while (isOwnThread() && !isForkedChild()) {
-    runPass(true);
-    if (isForkedChild()) break;
+  while (isOwnThread() && runPass(true)) {
     std::unique_lock lock(mutex_);
     if (stopped_) {
       stopped_ = false;
@@ -143,9 +141,10 @@ void PosixRunLoop::cancel(std::uint64_t order) {
   if (timer != timers_.end()) cancelled = timers_.extract(timer);
 }
 
-// Runs what is due when the pass starts, and nothing that is added during it.
-void PosixRunLoop::runPass(bool endsWhenStopped) {
-  if (isForkedChild()) return;
+// Runs what is due when the pass starts, and nothing that is added during it. False in a forked
+// child.
+bool PosixRunLoop::runPass(bool endsWhenStopped) {
+  if (isForkedChild()) return false;
   const auto now = Clock::now();
   std::size_t functionsLeft = 0;
   {
@@ -154,9 +153,10 @@ void PosixRunLoop::runPass(bool endsWhenStopped) {
   }
   while (run(takeNext(now, functionsLeft, endsWhenStopped))) {
   }
-  if (isForkedChild()) return;
+  if (isForkedChild()) return false;
   const std::lock_guard lock(mutex_);
   changed();
+  return true;
 }
 
 PosixRunLoop::Next PosixRunLoop::takeNext(Clock::time_point now, std::size_t& functionsLeft,
@@ -196,7 +196,7 @@ bool PosixRunLoop::run(Next next) {
   return true;
 }
 
-// When the loop has to wake next. Timers are coalesced within their tolerances. Called with mutex_
+// When the loop must wake next. Timers are coalesced within their tolerances. Called with mutex_
 // held.
 std::optional<PosixRunLoop::Clock::time_point> PosixRunLoop::wakeTime() const {
   if (!functions_.empty()) return Clock::time_point();

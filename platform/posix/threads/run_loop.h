@@ -59,7 +59,7 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
     Timers::node_type timer;
   };
 
-  void runPass(bool endsWhenStopped);
+  bool runPass(bool endsWhenStopped);
   bool runUntilOptional(std::optional<Clock::time_point> deadline);
   Next takeNext(Clock::time_point now, std::size_t& functionsLeft, bool endsWhenStopped);
   bool run(Next next);

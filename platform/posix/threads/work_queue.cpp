@@ -13,8 +13,8 @@
 namespace veltrano::internal {
 namespace {
 
-constexpr std::chrono::microseconds kNap{400};
-constexpr std::chrono::milliseconds kNapsEndAfter{20};
+constexpr std::chrono::microseconds kPollInterval{400};
+constexpr std::chrono::milliseconds kPollDuration{20};
 
 }  // namespace
 
@@ -125,10 +125,10 @@ void PosixWorkQueue::work() {
   while (goesOn()) {
     if (runWhatIsReady()) {
       idleSince = Clock::now();
-    } else if (Clock::now() - idleSince < kNapsEndAfter) {
+    } else if (Clock::now() - idleSince < kPollDuration) {
       nap();
     } else {
-      forgetCancelled();
+      dropCancelled();
       sleep();
     }
   }
@@ -166,14 +166,14 @@ bool PosixWorkQueue::runSubmitted() {
       dropExceptions([&] { block->run(); });
       hasRun = true;
     } else {
-      std::this_thread::sleep_for(kNap);  // a submitter has not linked its block yet
+      std::this_thread::sleep_for(kPollInterval);  // a submitter has not linked its block yet
     }
   }
   return hasRun;
 }
 
 void PosixWorkQueue::nap() {
-  auto end = Clock::now() + kNap;
+  auto end = Clock::now() + kPollInterval;
   {
     const std::lock_guard lock(mutex_);
     end = std::min(end, delayed_.nextDue().value_or(end));
@@ -181,7 +181,7 @@ void PosixWorkQueue::nap() {
   std::this_thread::sleep_until(end);
 }
 
-void PosixWorkQueue::forgetCancelled() {
+void PosixWorkQueue::dropCancelled() {
   for (;;) {
     std::shared_ptr<WorkItem> cancelled;  // destroyed after the lock is released
     const std::lock_guard lock(mutex_);

@@ -47,7 +47,7 @@ class PosixWorkQueue final : public WorkQueue {
   bool runWhatIsReady();
   bool runSubmitted();
   void nap();
-  void forgetCancelled();
+  void dropCancelled();
   void sleep();
 
   const std::string label_;

@@ -8,7 +8,7 @@
 #include "encoding/json_writer.h"
 #include "properties/flat_copier.h"
 #include "properties/property_map.h"
-#include "upload/event_record.h"
+#include "upload/corvane_endpoint_request.h"
 
 namespace veltrano::internal {
 
@@ -33,7 +33,7 @@ class EventEncoder {
                      FlatView carrier, FlatView given);
 
  private:
-  // A property that the host did not pass with the event: one of the base, or an automatic one.
+  // A base or automatic property.
   struct OwnProperty {
     std::string key;
     std::string json;  // `"key":value`; empty for an automatic one that is not in the base
@@ -50,7 +50,7 @@ class EventEncoder {
 
   JSONWriter writer_;
   FlatCopier copier_;
-  std::vector<FlatEntry> given_;  // the properties of one event
+  std::vector<PropertyView::Entry> given_;  // the properties of one event
   std::vector<OwnProperty> own_;  // sorted by key; contains "extra_json", which has no `json`
   const OwnProperty* time_ = nullptr;
   const OwnProperty* wifi_ = nullptr;

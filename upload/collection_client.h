@@ -12,8 +12,8 @@
 
 namespace veltrano::internal {
 
-/// The collection host's endpoints, and what every request to them needs.
-struct Endpoints {
+/// Posts to the collection host. Holds what every request needs.
+struct CollectionClient {
   /// Posts the pieces of `json` to `path`, a literal, for the user `uid`. The body is "data="
   /// followed by the Base64 of the JSON. `superProperties` provide the version of the library for
   /// its header. `interceptor` may be null.

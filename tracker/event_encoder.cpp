@@ -1,4 +1,4 @@
-#include "upload/event_encoder.h"
+#include "tracker/event_encoder.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "upload/endpoints.h"
+#include "upload/collection_client.h"
 
 #include <utility>
 
@@ -7,10 +7,11 @@
 
 namespace veltrano::internal {
 
-void Endpoints::post(std::string_view path, std::string_view uid,
-                     const PropertyMap& superProperties, std::span<const std::string_view> json,
-                     std::shared_ptr<const ZKInterceptor> interceptor,
-                     URLSessionCallback callback) const {
+void CollectionClient::post(std::string_view path, std::string_view uid,
+                            const PropertyMap& superProperties,
+                            std::span<const std::string_view> json,
+                            std::shared_ptr<const ZKInterceptor> interceptor,
+                            URLSessionCallback callback) const {
   PostRequest request;
   request.baseURL = "https://" + platform.collectionHost + std::string(path);
   request.headerParameters = {
