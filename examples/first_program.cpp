@@ -4,7 +4,7 @@
 #include "veltrano/veltrano.h"
 
 int main(int argc, char** argv) {
-  if (argc != 3) return 2;
+  if (argc != 3) return std::cerr << "player HOST:PORT CERTIFICATE\n", 2;
   veltrano::PosixOptions options;
   options.collectionHost = argv[1];          // such as localhost:8443
   options.certificateAuthorities = argv[2];  // omit for a publicly trusted host

@@ -1,0 +1,12 @@
+# Turns the comments of the public headers, which read well as they are, into Doxygen's forms.
+/NOLINT/d
+s!^/\* ---- .* ---- \*/$!!
+# A file's comment, up to its first directive.
+1s!^// !/// \\file\n/// !
+1s!^/\* !/** \\file\n * !
+2,/^#/s!^//!///!
+s!@YES!\\@YES!g  # is no command
+# C's comments before a declaration, and those after a member.
+s!^\( *\)/\* !\1/** !
+s!\([;,{]\|[A-Z_0-9a-z]\)\( *\) /\* !\1\2 /**< !
+s!^\( *[^ /].*\)  // !\1  ///< !
