@@ -18,6 +18,7 @@ const [programs, output] = process.argv.slice(2);
 const collector = spawn(`${programs}/veltrano-collector`, ['--require-token', 'demo-token'],
   { stdio: ['ignore', 'pipe', 'ignore'] });
 after(() => collector.kill());
+process.on('exit', () => collector.kill()); // should the browser not start
 const announced = {};
 const announcements = createInterface(collector.stdout);
 announcements.on('line', (line) => {

@@ -380,10 +380,10 @@ function showPlot() {
   const counts = Array.from({ length: MINUTES }, (_, i) => minutes.get(first + i) ?? none);
   const sum = ({ accepted, failed, refused }) => accepted + failed + refused;
   const busiest = Math.max(...counts.map(sum));
-  const { accepted, failed, refused } = counts.at(-1);
+  const total = (outcome) => counts.reduce((sum, ofMinute) => sum + ofMinute[outcome], 0);
   $('busiest').textContent = `busiest: ${busiest.toLocaleString()}`;
-  $('plot').setAttribute('aria-label', `Requests a minute. This minute: ${accepted} accepted, ` +
-    `${failed} failed by a fault, ${refused} refused. The busiest minute: ${busiest}.`);
+  $('plot').setAttribute('aria-label', `Requests in ${MINUTES} minutes: ${total('accepted')} ` +
+    `accepted, ${total('failed')} failed by a fault, ${total('refused')} refused.`);
   $('plot').replaceChildren(...counts.flatMap((ofMinute, i) => {
     let y = 84;
     return Object.entries(ofMinute).filter(([, count]) => count).map(([outcome, count]) => {
