@@ -49,7 +49,7 @@ TEST(WireFormat, IsDocumentedByteByByte) {
   Veltrano::shared().setAppId("shop");
   Veltrano::shared().setUserId("user 17");
   Veltrano::shared().track("Bought", {{"plan", "pro"}, {"items", 3}});
-  platform.timeline.runUntil(std::chrono::seconds(20));
+  platform.timeline.runUntil(std::chrono::milliseconds(20500));  // both have been answered
   Library::exchangeCurrent(replaced);
   ASSERT_EQ(posts.size(), 2U);
 
