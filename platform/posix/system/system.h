@@ -23,7 +23,7 @@ class NetworkChanges {
  public:
   /// Misses no change from here on.
   NetworkChanges();
-  ~NetworkChanges();
+  ~NetworkChanges();  // NOLINT(performance-trivially-destructible): only in portable/
   NetworkChanges(const NetworkChanges&) = delete;
   NetworkChanges& operator=(const NetworkChanges&) = delete;
 
@@ -31,7 +31,7 @@ class NetworkChanges {
   bool isOpen() const { return descriptor_ >= 0; }
 
   /// Returns after the next change, or several; false when there is nothing to wait for any more.
-  bool wait();
+  bool wait() const;
 
  private:
   int descriptor_ = -1;

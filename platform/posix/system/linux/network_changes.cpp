@@ -36,7 +36,7 @@ NetworkChanges::~NetworkChanges() {
   if (isOpen()) close(descriptor_);
 }
 
-bool NetworkChanges::wait() {
+bool NetworkChanges::wait() const {
   if (!receiveChange(descriptor_, 0)) return false;
   while (receiveChange(descriptor_, MSG_DONTWAIT)) {
   }

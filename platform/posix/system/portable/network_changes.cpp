@@ -6,7 +6,7 @@ NetworkChanges::NetworkChanges() = default;
 
 NetworkChanges::~NetworkChanges() = default;
 
-bool NetworkChanges::wait() {
+bool NetworkChanges::wait() const {
   return false;
 }
 
