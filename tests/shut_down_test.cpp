@@ -33,7 +33,7 @@ struct Host {
       ++callbacks;
       onLine(line);
     };
-    options.onTransfer = [this](const TransferReport&) { onTransfer(); };
+    options.onTransfer = [this](const TransferReport& report) { onTransfer(report); };
     platform = PosixPlatform::install(std::move(options)).platform;
     Veltrano::isLoggerEnabled = true;
   }
@@ -44,7 +44,7 @@ struct Host {
 
   std::atomic<int> callbacks{0};
   std::function<void(std::string_view)> onLine = [](std::string_view) {};
-  std::function<void()> onTransfer = [] {};
+  std::function<void(const TransferReport&)> onTransfer = [](const TransferReport&) {};
   std::unique_ptr<TLSServer> server;
   PosixPlatform* platform = nullptr;
 };
@@ -159,6 +159,19 @@ TEST_F(ShutDown, TriesAgainUntilItsDeadline) {
     expect(it.shutDown(), "it was complete");
     expect(Veltrano::shared().statistics().delivered == 1, "the event was delivered");
   });
+  expectExit([] {  // the host asks for more time than is left, before and during the shutdown
+    Host& it = host([](int number) {
+      return number < 3 ? answer("503 Busy", "", "Retry-After: 28\r\n") : answer("200 OK");
+    });
+    std::latch isPutOff(1);
+    it.onTransfer = [&](const TransferReport& report) {
+      if (report.attempt == 1) isPutOff.count_down();
+    };
+    Veltrano::shared().track("E", {}, [](bool) {});
+    isPutOff.wait();
+    expect(it.shutDown(), "it was complete");
+    expect(it.server->requests().size() == 3, "it took three requests");
+  });
   expectExit([] {
     Host& it = host([](int) { return answer("404 None"); });
     Veltrano::shared().track("E");
@@ -195,7 +208,7 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
   });
   expectExit([] {  // the function that gets the report on the upload hangs
     Host& it = host();
-    it.onTransfer = [] {
+    it.onTransfer = [](const TransferReport&) {
       for (;;) pause();
     };
     Veltrano::shared().track("E");

@@ -130,6 +130,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
   // Flushes as if the application were closed. False if the deadline passes first.
   bool flushUntil(Clock::time_point deadline) {
     application.setState(ApplicationState::background);
+    urlSession.ignoreRetryAfter();
     const auto statistics = [] { return Library::current().accounting().statistics(); };
     const auto flush = [&] {
       if (ExitGate::isClosed()) return false;
