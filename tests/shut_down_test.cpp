@@ -33,7 +33,7 @@ struct Host {
       ++callbacks;
       onLine(line);
     };
-    options.onTransfer = [this](const TransferReport&) { onTransfer(); };
+    options.onTransfer = [this](const TransferReport& report) { onTransfer(report); };
     platform = PosixPlatform::install(std::move(options)).platform;
     Veltrano::isLoggerEnabled = true;
   }
@@ -44,7 +44,7 @@ struct Host {
 
   std::atomic<int> callbacks{0};
   std::function<void(std::string_view)> onLine = [](std::string_view) {};
-  std::function<void()> onTransfer = [] {};
+  std::function<void(const TransferReport&)> onTransfer = [](const TransferReport&) {};
   std::unique_ptr<TLSServer> server;
   PosixPlatform* platform = nullptr;
 };
@@ -84,17 +84,22 @@ TEST_F(ShutDown, DeliversWhatWaitsAndLeavesAnInertLibrary) {
   expectExit([] {
     Host& it = host();
     auto& tracker = Veltrano::shared();
-    const auto held = std::make_shared<int>();
+    int refusals = 0;
+    // What the host keeps in a callback may shut down in its destructor.
+    const auto shutDownAgain = [&](void*) { refusals += it.shutDown() ? 100 : 1; };
+    auto held = std::shared_ptr<void>(nullptr, shutDownAgain);
     tracker.setUserId("user");  // schedules a heartbeat
-    tracker.setRefreshTriggersWithHandler({{"trigger"}}, [held] { ++host().callbacks; });
+    tracker.setRefreshTriggersWithHandler({{"trigger"}},
+                                          [held = std::move(held)] { ++host().callbacks; });
     for (int i = 0; i < 3; ++i) tracker.track("E", {{"number", i}});
     expect(it.shutDown(), "it was complete");
     const Statistics last = tracker.statistics();
     expect(last.recorded == 3 && last.delivered == 3, "everything was delivered");
     expect(it.server->requests().size() == 1, "it took one request");
-    expect(held.use_count() == 1, "the handler was released");
+    expect(refusals == 1, "the handler was released");
 
     const int callbacks = it.callbacks;
+    held = std::make_shared<int>();
     tracker.setRefreshTriggersWithHandler({{"trigger"}}, [] { ++host().callbacks; });
     tracker.track("trigger", {}, [held](bool) { ++host().callbacks; });
     it.platform->applicationWillEnterForeground();
@@ -135,10 +140,14 @@ TEST_F(ShutDown, SendsAFlushThatReplacesTheFinalOne) {
       if (isInBackground) std::this_thread::sleep_for(std::chrono::milliseconds(20));
     };
     std::atomic<int> outcomes{0};
-    Veltrano::shared().track("E", {}, [&](bool wasDelivered) { outcomes += wasDelivered ? 1 : 9; });
+    Veltrano::shared().track("E", {}, [&](bool wasDelivered) {
+      outcomes += wasDelivered ? 1 : 9;
+      Veltrano::shared().track("F");
+    });
     isForcing.wait();
     expect(it.shutDown(), "it was complete");
-    expect(Veltrano::shared().statistics().delivered == 1, "the event was delivered");
+    expect(Veltrano::shared().statistics().delivered == 2,
+           "the event was delivered, and what its completion tracked");
     expect(outcomes == 1, "the completion was called");
   });
 }
@@ -149,6 +158,19 @@ TEST_F(ShutDown, TriesAgainUntilItsDeadline) {
     Veltrano::shared().track("E");
     expect(it.shutDown(), "it was complete");
     expect(Veltrano::shared().statistics().delivered == 1, "the event was delivered");
+  });
+  expectExit([] {  // the host asks for more time than is left, before and during the shutdown
+    Host& it = host([](int number) {
+      return number < 3 ? answer("503 Busy", "", "Retry-After: 28\r\n") : answer("200 OK");
+    });
+    std::latch isPutOff(1);
+    it.onTransfer = [&](const TransferReport& report) {
+      if (report.attempt == 1) isPutOff.count_down();
+    };
+    Veltrano::shared().track("E", {}, [](bool) {});
+    isPutOff.wait();
+    expect(it.shutDown(), "it was complete");
+    expect(it.server->requests().size() == 3, "it took three requests");
   });
   expectExit([] {
     Host& it = host([](int) { return answer("404 None"); });
@@ -186,7 +208,7 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
   });
   expectExit([] {  // the function that gets the report on the upload hangs
     Host& it = host();
-    it.onTransfer = [] {
+    it.onTransfer = [](const TransferReport&) {
       for (;;) pause();
     };
     Veltrano::shared().track("E");

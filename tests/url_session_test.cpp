@@ -332,6 +332,7 @@ TEST(URLSession, DecidesByTheStatusAndNeverRepeatsWhatWasCutOff) {
       {{.bytes = "HTTP/1.1 200 OK\r\n", .endless = "More: and more\r\n"}, 0},
       {{.bytes = "", .endless = "HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n"}, 0},
       {{.bytes = chunked + "0\r\n", .endless = "Trailer: and more\r\n"}, 200},
+      {{.bytes = chunked + "1;", .endless = std::string(1 << 14, 'x')}, 200},
   };
   for (const auto& cut : cuts) {
     TLSServer server([&](int number) { return number == 2 ? cut.reply : answer("200 OK"); });

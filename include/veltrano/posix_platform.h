@@ -166,16 +166,16 @@ class VELTRANO_EXPORT PosixPlatform {
   /// Shuts the library down for good, as when an application is closed: it enters the background
   /// and sends what waits or is in flight until `deadline`. If an upload fails, for whatever
   /// reason, it tries again after 0.2 s, later after up to a second, as long as that is before the
-  /// deadline. Then the library is inert: it calls nothing back, its threads have ended or sleep,
-  /// and pending callbacks are destroyed uncalled. It waits up to a second for a callback that is
-  /// still running; one that takes longer stays valid until it returns. Afterwards an interpreter,
-  /// a plug-in or a test may end.
+  /// deadline; it does not heed Retry-After. Then the library is inert: it calls nothing back, its
+  /// threads have ended or sleep, and pending callbacks are destroyed uncalled. It waits up to a
+  /// second for a callback that is still running; one that takes longer stays valid until it
+  /// returns. Afterwards an interpreter, a plug-in or a test may end.
   ///
   /// Returns true when nothing was left: everything was sent, and no callback is running. Returns
-  /// false at once when called from a callback or on one of the library's threads, and in the
-  /// destructor of a static object that is older than the platform, where it is too late to send.
-  /// Concurrent calls wait for the first and return its result, as do later ones. Events that other
-  /// threads still track may be lost.
+  /// false at once when called from a callback, on one of the library's threads, or from a
+  /// destructor that the shutdown itself runs; also in the destructor of a static object that is
+  /// older than the platform, where it is too late to send. Concurrent calls wait for the first and
+  /// return its result, as do later ones. Events that other threads still track may be lost.
   ///
   /// Statistics keep their last values, run loops still run what the host posts to them, and no
   /// other platform can be installed. Without this call the process may also end at any time;

@@ -441,17 +441,19 @@ VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* opt
 
 /* Shuts the library down for good, as when an application is closed: it enters the background and
  * sends what waits or is in flight, for at most `seconds`. If an upload fails, for whatever reason,
- * it tries again after 0.2 s, later after up to a second, as long as there is time. Then the
- * library is inert: it calls nothing back, its threads have ended or sleep, and pending callbacks
- * are released uncalled. It waits up to a second for a callback that is still running; one that
- * takes longer is released when it returns. Afterwards an interpreter or a plug-in may end.
+ * it tries again after 0.2 s, later after up to a second, as long as there is time; it does not
+ * heed Retry-After. Then the library is inert: it calls nothing back, its threads have ended or
+ * sleep, and pending callbacks are released uncalled. It waits up to a second for a callback that
+ * is still running; one that takes longer is released when it returns. Afterwards an interpreter or
+ * a plug-in may end.
  *
  * Returns true when nothing was left: everything was sent, and no callback is running. Returns
- * false at once before a platform is installed, and when called from a callback or on one of the
- * library's threads. Concurrent calls wait for the first and return its result, as do later ones.
- * Events that other threads still track may be lost. Statistics keep their last values, run loops
- * still run what is posted to them, and no other platform can be installed. Without this call the
- * process may also end at any time; events that wait are then lost. */
+ * false at once before a platform is installed, and when called from a callback, from a `release`
+ * function that the shutdown itself calls, or on one of the library's threads. Concurrent calls
+ * wait for the first and return its result, as do later ones. Events that other threads still track
+ * may be lost. Statistics keep their last values, run loops still run what is posted to them, and
+ * no other platform can be installed. Without this call the process may also end at any time;
+ * events that wait are then lost. */
 VELTRANO_EXPORT bool veltrano_shut_down(double seconds);
 
 /* ---- Device and application ---- */

@@ -10,7 +10,8 @@
 namespace veltrano::internal {
 
 /// Flushes for a shutdown. While an upload fails, flushes again after a pause that grows to a
-/// second.
+/// second. What callbacks track meanwhile is flushed at once, up to three times: a busy host would
+/// never end.
 ///
 /// `statistics` returns the library's. `flush` flushes once and returns whether that ended in time.
 /// `pause` waits for a duration; false if there is no time left. Returns whether the last flush
@@ -23,13 +24,19 @@ bool flushWithRetries(GetStatistics statistics, Flush flush, Pause pause) {
     return counts.uploadsFailedByStatus + counts.uploadsFailedInTransport +
            counts.uploadsFailedForMemory;
   };
-  for (Duration time = kFirstPause;; time = std::min(2 * time, kMaxPause)) {
+  int roundsForLateEvents = 3;
+  Duration time = kFirstPause;
+  for (;;) {
     const std::uint64_t failuresBefore = failures(statistics());
     if (!flush()) return false;
     const Statistics now = statistics();
-    // Events that wait without a failure were tracked meanwhile. They are not worth another round:
-    // a busy host would never end.
-    if (now.waiting == 0 || failures(now) == failuresBefore || !pause(time)) return true;
+    if (now.waiting == 0) return true;
+    if (failures(now) == failuresBefore) {
+      if (roundsForLateEvents-- == 0) return true;
+    } else {
+      if (!pause(time)) return true;
+      time = std::min(2 * time, kMaxPause);
+    }
   }
 }
 

@@ -103,10 +103,14 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
   bool shutDown(Clock::time_point deadline) override {
     {
       std::unique_lock lock(endMutex_);
+      const auto thisThread = std::this_thread::get_id();
       if (isShutDown_.exchange(true)) {
+        // The shutdown may be running below, on this thread: it destroys what callbacks captured.
+        if (endingThread_ == thisThread) return wasComplete_;
         ended_.wait(lock, [this] { return hasEnded_; });
         return wasComplete_;
       }
+      endingThread_ = thisThread;
     }
     struct End {
       ~End() {
@@ -126,6 +130,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
   // Flushes as if the application were closed. False if the deadline passes first.
   bool flushUntil(Clock::time_point deadline) {
     application.setState(ApplicationState::background);
+    urlSession.ignoreRetryAfter();
     const auto statistics = [] { return Library::current().accounting().statistics(); };
     const auto flush = [&] {
       if (ExitGate::isClosed()) return false;
@@ -204,8 +209,9 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
   std::atomic<bool> isShutDown_{false};
   std::mutex endMutex_;
   std::condition_variable ended_;
-  bool hasEnded_ = false;     // guarded by endMutex_
-  bool wasComplete_ = false;  // written once, before hasEnded_ is set
+  std::thread::id endingThread_;  // guarded by endMutex_
+  bool hasEnded_ = false;         // guarded by endMutex_
+  bool wasComplete_ = false;      // written once, by endingThread_, before hasEnded_ is set
 };
 
 }  // namespace

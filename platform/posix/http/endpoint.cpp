@@ -133,6 +133,14 @@ void Endpoint::post(PostRequest& request, URLSessionCallback& callback) noexcept
   callBack(callback, result);
 }
 
+void Endpoint::ignoreRetryAfter() {
+  const std::lock_guard lock(mutex_);
+  ignoresRetryAfter_ = true;
+  const auto latest = Clock::now() + options_.firstBackOff;
+  for (Post& post : posts_) post.due = std::min(post.due, latest);
+  changed_.notify_all();
+}
+
 void Endpoint::close() {
   const std::lock_guard lock(mutex_);
   isClosed_ = true;
@@ -326,6 +334,7 @@ CURLcode Endpoint::lookUp(Post& post) {
 Endpoint::Stage Endpoint::settle(Post& post, TransferResult result) {
   const auto now = Clock::now();
   if (result.lacksAddresses && !std::exchange(looksUpHost_, true)) return Stage::preparing;
+  if (ignoresRetryAfter_) result.attempt.retryAfter.reset();
   const double random = std::uniform_real_distribution<double>(0, 1)(random_);
   const auto timeLeft = std::chrono::duration_cast<Duration>(post.deadline - now);
   if (const auto delay =

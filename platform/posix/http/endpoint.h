@@ -29,6 +29,9 @@ class Endpoint : public std::enable_shared_from_this<Endpoint> {
   /// As `ZKURLSessionManager::postData`.
   void post(PostRequest& request, URLSessionCallback& callback) noexcept;
 
+  /// As `PosixURLSession::ignoreRetryAfter`.
+  void ignoreRetryAfter();
+
   /// New posts fail from now on.
   void close();
 
@@ -90,6 +93,7 @@ class Endpoint : public std::enable_shared_from_this<Endpoint> {
   std::list<TransferReport> reports_;  // for the host, oldest first
   std::minstd_rand random_;
   bool looksUpHost_;  // in addition to the proxy
+  bool ignoresRetryAfter_ = false;
   bool isClosed_ = false;
   bool isSilent_ = false;  // no more callbacks
   bool isCallingBack_ = false;

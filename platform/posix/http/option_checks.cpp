@@ -1,9 +1,9 @@
 #include "platform/posix/http/option_checks.h"
 
 #include <arpa/inet.h>
-#include <openssl/asn1.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
+#include <openssl/x509.h>
 
 #include <algorithm>
 #include <charconv>
@@ -43,16 +43,15 @@ bool isDigest(std::string_view text) {
                      [](char c) { return isLetterOrDigit(c) || c == '+' || c == '/'; });
 }
 
-// Looks at the outermost structure only: X509 objects would delay the host's start by milliseconds.
-bool isCertificate(const unsigned char* der, long size) {
-  auto* const parts = d2i_ASN1_SEQUENCE_ANY(nullptr, &der, size);
-  const auto isPart = [&](int index, int type) {
-    return sk_ASN1_TYPE_value(parts, index)->type == type;
-  };
-  const bool isIt = sk_ASN1_TYPE_num(parts) == 3 && isPart(0, V_ASN1_SEQUENCE) &&
-                    isPart(1, V_ASN1_SEQUENCE) && isPart(2, V_ASN1_BIT_STRING);
-  sk_ASN1_TYPE_pop_free(parts, ASN1_TYPE_free);
-  return isIt;
+bool isCertificate(std::string_view pemName) {
+  return pemName == PEM_STRING_X509 || pemName == PEM_STRING_X509_OLD ||
+         pemName == PEM_STRING_X509_TRUSTED;
+}
+
+bool isSoundCertificate(const unsigned char* der, long size) {
+  X509* const certificate = d2i_X509(nullptr, &der, size);
+  X509_free(certificate);
+  return certificate != nullptr;
 }
 
 }  // namespace
@@ -77,22 +76,23 @@ bool holdsCertificates(const std::string& pem) {
   ExitGate::closeAtExit();  // before OpenSSL registers its own cleaning up
   const std::unique_ptr<BIO, int (*)(BIO*)> bytes(
       BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), BIO_free);
+  ERR_set_mark();  // keeps the host's errors of this thread
   int certificates = 0;
   bool isSound = bytes != nullptr;
   char *name = nullptr, *header = nullptr;
   unsigned char* der = nullptr;
   long size = 0;
   while (isSound && PEM_read_bio(bytes.get(), &name, &header, &der, &size) == 1) {
-    if (std::string_view(name).find("CERTIFICATE") != std::string_view::npos) {
+    if (isCertificate(name)) {
       ++certificates;
-      isSound = isCertificate(der, size);
+      isSound = isSoundCertificate(der, size);
     }
     OPENSSL_free(name);
     OPENSSL_free(header);
     OPENSSL_free(der);
   }
   isSound = isSound && ERR_GET_REASON(ERR_peek_last_error()) == PEM_R_NO_START_LINE;  // the end
-  ERR_clear_error();
+  ERR_pop_to_mark();
   return isSound && certificates > 0;
 }
 

@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::size_t kMaxBodyBytes = std::size_t{1} << 20;
 constexpr std::size_t kMaxHeadBytes = std::size_t{1} << 16;  // incl. interim heads and trailers
+// Everything that a response makes us read: also chunk extensions, TLS records and tickets.
+constexpr std::uint64_t kMaxEncryptedBytes = std::uint64_t{4} << 20;
 
 long milliseconds(Duration duration) {
   // To libcurl, 0 means no limit.
@@ -155,6 +157,16 @@ bool HTTPTransfer::hasSentEverything() const {
   return static_cast<std::size_t>(sent) >= attempt_.body->size();
 }
 
+// The bytes of the connection so far, earlier responses included.
+std::uint64_t HTTPTransfer::encryptedBytesRead() const {
+  const curl_tlssessioninfo* session = nullptr;
+  if (curl_easy_getinfo(easy_.get(), CURLINFO_TLS_SSL_PTR, &session) != CURLE_OK ||
+      session->backend != CURLSSLBACKEND_OPENSSL || session->internals == nullptr)
+    return 0;
+  BIO* const input = SSL_get_rbio(static_cast<const SSL*>(session->internals));
+  return input != nullptr ? BIO_number_read(input) : 0;
+}
+
 // Returns 0, which makes a receiving callback end the transfer.
 std::size_t HTTPTransfer::cutOff(CURLcode reason) {
   cutOff_ = reason;
@@ -194,14 +206,21 @@ int HTTPTransfer::beforeRequest(void* transfer, char*, char*, int, int) {
     self.cutOff(CURLE_GOT_NOTHING);
     return CURL_PREREQFUNC_ABORT;
   }
+  self.bytesBefore_ = self.encryptedBytesRead();
   return CURL_PREREQFUNC_OK;
 }
 
 int HTTPTransfer::progress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
   auto& self = *static_cast<HTTPTransfer*>(transfer);
-  if (!self.isOver()) return 0;
-  self.cutOff(CURLE_OPERATION_TIMEDOUT);
-  return 1;
+  if (self.isOver()) {
+    self.cutOff(CURLE_OPERATION_TIMEDOUT);
+    return 1;
+  }
+  if (self.hasBegunRequest_ && self.encryptedBytesRead() > self.bytesBefore_ + kMaxEncryptedBytes) {
+    self.cutOff(CURLE_FILESIZE_EXCEEDED);
+    return 1;
+  }
+  return 0;
 }
 
 std::size_t HTTPTransfer::receiveHeader(char* bytes, std::size_t, std::size_t count,

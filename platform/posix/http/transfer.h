@@ -65,6 +65,7 @@ class HTTPTransfer {
   void setRequestOptions();
   void addLine(std::unique_ptr<curl_slist, void (*)(curl_slist*)>& list, const char* line);
   bool hasSentEverything() const;
+  std::uint64_t encryptedBytesRead() const;
   std::size_t cutOff(CURLcode reason);
 
   static int refuseLookup(void*, void*, void* transfer);
@@ -86,6 +87,7 @@ class HTTPTransfer {
   char errorText_[CURL_ERROR_SIZE] = "";
   bool lacksAddresses_ = false;
   bool hasBegunRequest_ = false;
+  std::uint64_t bytesBefore_ = 0;  // read from the connection when the request began
   std::size_t headBytes_ = 0;      // of all heads and trailers
   std::optional<int> refusal_;     // the status of a proxy that does not connect
   std::optional<int> statusCode_;  // of a complete head, received after the complete request

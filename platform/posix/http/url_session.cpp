@@ -48,6 +48,10 @@ void PosixURLSession::postData(PostRequest request, URLSessionCallback callback)
   endpointFor(request.baseURL).post(request, callback);
 }
 
+void PosixURLSession::ignoreRetryAfter() {
+  for (auto& own : endpoints_) own.endpoint->ignoreRetryAfter();
+}
+
 bool PosixURLSession::shutDown(std::chrono::steady_clock::time_point deadline) {
   if (isForkedChild()) return false;
   for (auto& own : endpoints_)

@@ -46,6 +46,9 @@ class PosixURLSession final : public ZKURLSessionManager {
 
   void postData(PostRequest request, URLSessionCallback callback) override;
 
+  /// From now on retries follow the back-off alone, those that wait already included.
+  void ignoreRetryAfter();
+
   /// Ends the session. New posts fail; pending ones fail at `deadline`. Returns when all have been
   /// called back, at most half a second after the deadline. Afterwards posts are dropped without a
   /// callback. The threads end; one in the host's code or in a name lookup ends when that returns.
