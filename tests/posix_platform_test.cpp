@@ -392,6 +392,7 @@ TEST(ConnectivityTest, AWirelessInterfaceCountsWhileItsLinkIsUp) {
 
 // In a child, which the signal would kill.
 TEST(StandardOutputTest, ABrokenPipeRaisesNoSignal) {
+  fflush(stdout);  // or else the child would write it, too
   const pid_t child = fork();
   if (child == 0) {
     int ends[2];
