@@ -136,10 +136,10 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
       if (ExitGate::isClosed()) return false;
       notificationCenter.post(kApplicationDidEnterBackground);
       const auto isFlushed = std::make_shared<std::promise<void>>();
-      // Runs after the final flush. Queued twice: a running block may not have seen the background
-      // state and may replace the final flush with its own, queued after the first marker.
-      workQueue.async(
-          [this, isFlushed] { workQueue.async([isFlushed] { isFlushed->set_value(); }); });
+      // Runs after the final flush. A running block may not have seen the background state and may
+      // replace the final flush with its own, queued after the first round; what that flush's
+      // completion tracks is queued after the second.
+      afterRounds(3, [isFlushed] { isFlushed->set_value(); });
       return isFlushed->get_future().wait_until(deadline) == std::future_status::ready;
     };
     const auto pause = [&](Duration time) {
@@ -148,6 +148,14 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
       return true;
     };
     return flushWithRetries(statistics, flush, pause);
+  }
+
+  // Calls `done` on the work queue when all that is queued now has run, `rounds` times over.
+  void afterRounds(int rounds, std::function<void()> done) {
+    workQueue.async([this, rounds, done = std::move(done)]() mutable {
+      if (rounds > 1) return afterRounds(rounds - 1, std::move(done));
+      done();
+    });
   }
 
   // True if nothing was left.
