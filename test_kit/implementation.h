@@ -83,7 +83,7 @@ class World::Implementation final : public internal::CallObserver, public intern
   std::vector<std::string> waitingNames() const;
   std::string trace() const;
 
-  Duration now() const { return clock_.sinceStart(); }
+  Duration now() const { return clock_.elapsed(); }
 
   // Main thread.
   std::map<std::string, Network, std::less<>> networks;
@@ -154,7 +154,7 @@ class World::Implementation final : public internal::CallObserver, public intern
   const MainThread mainThread_;
   SimulatedPlatform simulated_;
   StageClock clock_{mainThread_, simulated_.clock};
-  Recorder recorder_{[this] { return clock_.sinceStart(); }};
+  Recorder recorder_{[this] { return clock_.elapsed(); }};
   StageQueue queue_{mainThread_, simulated_.workQueue};
   StageNotifications notifications_;
   StageTimers timers_{mainThread_, simulated_.timers};

@@ -33,7 +33,7 @@ class MainThread {
   const std::thread::id id_ = std::this_thread::get_id();
 };
 
-/// The wall clock. Other threads read the time of the last `publish`.
+/// The clocks. Other threads read the time of the last `publish`.
 class StageClock final : public internal::WallClock {
  public:
   StageClock(const MainThread& mainThread, const internal::SimulatedClock& clock)
@@ -45,20 +45,20 @@ class StageClock final : public internal::WallClock {
     if (mainThread_.isCurrent()) return clock_.now();
     return {Duration(wall_.load(std::memory_order_relaxed))};
   }
-  Duration sinceStart() const {
+  Duration elapsed() const override {
     if (mainThread_.isCurrent()) return clock_.timeline.now();
-    return Duration(sinceStart_.load(std::memory_order_relaxed));
+    return Duration(elapsed_.load(std::memory_order_relaxed));
   }
   void publish() {
     wall_.store(clock_.now().sinceEpoch.count(), std::memory_order_relaxed);
-    sinceStart_.store(clock_.timeline.now().count(), std::memory_order_relaxed);
+    elapsed_.store(clock_.timeline.now().count(), std::memory_order_relaxed);
   }
 
  private:
   const MainThread& mainThread_;
   const internal::SimulatedClock& clock_;
   std::atomic<std::int64_t> wall_{0};
-  std::atomic<std::int64_t> sinceStart_{0};
+  std::atomic<std::int64_t> elapsed_{0};
 };
 
 class StageQueue final : public internal::WorkQueue {

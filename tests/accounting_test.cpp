@@ -168,12 +168,14 @@ TEST(Status, SaysWhyNothingArrives) {
   Veltrano::shared().track("Bought");
   simulation.runUntil(5);
   expectStatus("Events: 1 recorded; 1 waiting\nUploads: 0 attempted");
+  simulation.platform.clock.jump(std::chrono::hours(1));
   expectStatus("Next flush: in 15 s\n");
 
   simulation.answer("/track", {.status = 400, .latency = std::chrono::seconds(3)});
   simulation.runUntil(21);
   expectStatus("1 in flight\n");
   expectStatus("Next flush: after the upload in progress\n");
+  simulation.platform.clock.jump(-std::chrono::hours(2));
   simulation.runUntil(25);
   expectStatus("1 recorded; 1 dropped, because the host answered with status 400\nUploads: 1");
   expectStatus("Last request: to /track, status 400, 2 s ago\n");

@@ -25,8 +25,8 @@ class PendingFlush {
   PendingFlush(WorkQueue& queue, const WallClock& clock, Run run)
       : queue_(queue), clock_(clock), run_(std::move(run)) {}
 
-  /// When the pending flush is due, if there is one; in the past if it is forced.
-  std::optional<WallTime> due() {
+  /// When the pending flush is due by the clock's `elapsed`, if there is one; 0 if it is forced.
+  std::optional<Duration> due() {
     const std::lock_guard lock(mutex_);
     return pending_.number != 0 ? std::optional(pending_.due) : std::nullopt;
   }
@@ -51,7 +51,7 @@ class PendingFlush {
     } else {
       auto item = std::make_shared<WorkItem>([this, number = next_] { start(number); });
       queue_.asyncAfter(delay, item);
-      const WallTime due{clock_.now().sinceEpoch + delay};
+      const Duration due = clock_.elapsed() + delay;
       replaced =
           std::exchange(pending_, {next_++, delay, due, std::move(completion), nullptr, item});
     }
@@ -70,7 +70,7 @@ class PendingFlush {
   struct Flush {
     std::uint64_t number = 0;  // 0: none
     std::chrono::seconds delay{0};
-    WallTime due;  // for the status
+    Duration due{0};  // for the status
     Completion completion;
     const Block* block = nullptr;    // of a forced flush
     std::shared_ptr<WorkItem> item;  // of a delayed one

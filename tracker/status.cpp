@@ -35,7 +35,7 @@ std::string counts(const Statistics& now) {
          " sent, " + std::to_string(now.heartbeatsFailed) + " failed\n";
 }
 
-std::string describe(const LastRequest& request, WallTime now) {
+std::string describe(const LastRequest& request, Duration now) {
   if (request.path.empty()) return "Last request: none has ended yet\n";
   std::string text = "Last request: to " + std::string(request.path);
   if (request.status) text += ", status " + std::to_string(*request.status);
@@ -52,7 +52,7 @@ std::string Library::status() {
            "library was shut down, or this is a forked child.\n" +
            (library == nullptr ? "" : counts(library->accounting_.statistics()));
 
-  const WallTime now = library->platform_.wallClock->now();
+  const Duration now = library->platform_.wallClock->elapsed();
   const Statistics statistics = library->accounting_.statistics();
   std::string text = "Collection host: " + library->platform_.collectionHost + "\n" +
                      counts(statistics) + describe(library->accounting_.lastRequest(), now) +

@@ -66,8 +66,8 @@ class Tracker {
   std::string getScreenOrientation() const;
   std::string getDeviceOrientation() const;
 
-  /// When the next flush is due, if one is scheduled; in the past if it is forced.
-  std::optional<WallTime> nextFlush() { return pendingFlush_.due(); }
+  /// See `PendingFlush::due`.
+  std::optional<Duration> nextFlush() { return pendingFlush_.due(); }
 
   /// The current state, for a heartbeat.
   HeartbeatFacts heartbeatFacts() const;

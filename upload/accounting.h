@@ -28,7 +28,7 @@ struct LastRequest {
   std::string_view path;  // a literal; empty before the first request
   std::optional<int> status = {};
   std::string reason = {};  // why there is no complete response
-  WallTime endedAt = {};
+  Duration endedAt{0};      // by the clock's `elapsed`
 };
 
 /// Counts events, uploads and heartbeats. Thread-safe.

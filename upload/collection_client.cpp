@@ -27,7 +27,7 @@ void CollectionClient::post(std::string_view path, std::string_view uid,
                                                         auto data, auto response, auto error) {
     dropExceptions([&] {
       accounting.requestEnded({path, response ? response->httpStatusCode : std::nullopt,
-                               error ? error->reason : "", platform.wallClock->now()});
+                               error ? error->reason : "", platform.wallClock->elapsed()});
     });
     callback(std::move(data), std::move(response), std::move(error));
   });

@@ -20,6 +20,7 @@ namespace veltrano::internal {
 struct SimulatedClock final : WallClock {
   explicit SimulatedClock(const Timeline& line) : timeline(line) {}
   WallTime now() const override { return {start + timeline.now() + jumped}; }
+  Duration elapsed() const override { return timeline.now(); }
   std::chrono::seconds localTimeOffset(WallTime) const override { return {}; }
 
   /// Moves the clock forward or back.

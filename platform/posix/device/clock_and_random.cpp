@@ -11,6 +11,10 @@ WallTime PosixClock::now() const {
   return {std::chrono::floor<Duration>(std::chrono::system_clock::now().time_since_epoch())};
 }
 
+Duration PosixClock::elapsed() const {
+  return std::chrono::floor<Duration>(std::chrono::steady_clock::now().time_since_epoch());
+}
+
 std::chrono::seconds PosixClock::localTimeOffset(WallTime instant) const {
   const time_t seconds = std::chrono::floor<std::chrono::seconds>(instant.sinceEpoch).count();
   tm local = {};

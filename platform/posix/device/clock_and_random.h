@@ -8,6 +8,7 @@ namespace veltrano::internal {
 class PosixClock final : public WallClock {
  public:
   WallTime now() const override;
+  Duration elapsed() const override;
   std::chrono::seconds localTimeOffset(WallTime instant) const override;
 };
 
