@@ -41,7 +41,7 @@ Statistics Substitute::statistics() const {
 
 void Substitute::shutDown() {
   state_->inert.emplace(Platform());
-  state_->inert->accounting().restore(statistics());
+  state_->inert->accounting().restore(state_->library.accounting());
   Library::exchangeCurrent(&*state_->inert);
   state_->library.releaseCallbacks();
 }

@@ -35,12 +35,12 @@ std::string counts(const Statistics& now) {
          " sent, " + std::to_string(now.heartbeatsFailed) + " failed\n";
 }
 
-std::string describe(const LastRequest& request, Duration now) {
-  if (request.path.empty()) return "Last request: none has ended yet\n";
+std::string describe(const LastRequest& request) {
+  if (request.path.empty()) return "Last request: none has ended yet";
   std::string text = "Last request: to " + std::string(request.path);
   if (request.status) text += ", status " + std::to_string(*request.status);
   if (!request.reason.empty()) text += ", " + request.reason;
-  return text + ", " + seconds(now - request.endedAt) + " ago\n";
+  return text;
 }
 
 }  // namespace
@@ -50,13 +50,17 @@ std::string Library::status() {
   if (library == nullptr || library->platform_.collectionHost.empty())
     return "Nothing is sent: no platform was installed before the first use of the library, the "
            "library was shut down, or this is a forked child.\n" +
-           (library == nullptr ? "" : counts(library->accounting_.statistics()));
+           (library == nullptr ? ""
+                               : counts(library->accounting_.statistics()) +
+                                     describe(library->accounting_.lastRequest()) + "\n");
 
   const Duration now = library->platform_.wallClock->elapsed();
   const Statistics statistics = library->accounting_.statistics();
+  const LastRequest last = library->accounting_.lastRequest();
   std::string text = "Collection host: " + library->platform_.collectionHost + "\n" +
-                     counts(statistics) + describe(library->accounting_.lastRequest(), now) +
-                     "Next flush: ";
+                     counts(statistics) + describe(last);
+  if (!last.path.empty()) text += ", " + seconds(now - last.endedAt) + " ago";
+  text += "\nNext flush: ";
   if (const auto due = library->tracker_.nextFlush()) {
     text += "in " + seconds(*due - now);
   } else if (statistics.inFlight > 0) {

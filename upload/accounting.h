@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "encoding/time.h"
+#include "platform/host_callback.h"
 #include "veltrano/statistics.h"
 
 namespace veltrano::internal {
@@ -39,10 +40,14 @@ class Accounting {
     return statistics_;
   }
 
-  /// Continues from another library's counts.
-  void restore(const Statistics& statistics) {
-    const std::lock_guard lock(mutex_);
-    statistics_ = statistics;
+  /// Continues from another library's counts and last request.
+  void restore(const Accounting& other) {
+    const Statistics counts = other.statistics();
+    {
+      const std::lock_guard lock(mutex_);
+      statistics_ = counts;
+    }
+    dropExceptions([&] { requestEnded(other.lastRequest()); });
   }
 
   void eventRecorded() { add(&Statistics::recorded, &Statistics::waiting); }

@@ -160,7 +160,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
 
   // True if nothing was left.
   bool stop(Clock::time_point deadline) {
-    inertLibrary().accounting().restore(Library::current().accounting().statistics());
+    inertLibrary().accounting().restore(Library::current().accounting());
     Library& library = *Library::exchangeCurrent(&inertLibrary());
     timers.stop();
     workQueue.stop();
@@ -169,8 +169,8 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     isComplete &= workQueue.waitForEnd(Clock::now() + kGrace);
     isComplete &= stopCallingHost(Clock::now() + kGrace);
     library.releaseCallbacks();
-    const Statistics last = library.accounting().statistics();
-    inertLibrary().accounting().restore(last);
+    inertLibrary().accounting().restore(library.accounting());
+    const Statistics last = inertLibrary().accounting().statistics();
     return isComplete && last.waiting + last.inFlight == 0;
   }
 
