@@ -271,13 +271,15 @@ TEST(NetworkFaults, PostsInAForkedChildAreDropped) {
     while (!stopping) post(session, requestTo(server.url()));
   });
   for (int round = 0; round < 30; ++round) {
+    // Before the fork: a sanitizer's allocator may be locked for good in the child.
+    auto captured = std::make_shared<int>();
+    const std::weak_ptr<int> watched = captured;
+    URLSessionCallback callback = [captured = std::move(captured)](auto, auto, auto) { _exit(7); };
+    PostRequest request = requestTo(server.url());
     const pid_t child = fork();
     if (child == 0) {
       alarm(20);
-      auto captured = std::make_shared<int>();
-      const std::weak_ptr<int> watched = captured;
-      session.postData(requestTo(server.url()),
-                       [captured = std::move(captured)](auto, auto, auto) { _exit(7); });
+      session.postData(std::move(request), std::move(callback));
       _exit(watched.expired() ? 0 : 8);
     }
     int status = -1;
