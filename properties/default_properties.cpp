@@ -17,10 +17,6 @@ PropertyMap propertiesOf(const std::optional<HostMap>& dictionary) {
 
 }  // namespace
 
-const PropertyMap& DefaultProperties::properties() const {
-  return properties_.get([this] { return gather(); });
-}
-
 PropertyMap DefaultProperties::gather() const {
   const ScreenSize screen = device_.mainScreenSize();
   HostMap properties = {

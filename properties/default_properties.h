@@ -20,7 +20,9 @@ class DefaultProperties {
       : bundles_(bundles), device_(device) {}
 
   /// The properties that every event carries.
-  const PropertyMap& properties() const;
+  const PropertyMap& properties() const {
+    return properties_.get([this] { return gather(); });
+  }
 
   /// The library's own version, or "unknown".
   const std::string& libVersion() const;

@@ -32,8 +32,7 @@ void RefreshTriggers::set(const std::optional<std::vector<std::string>>& trigger
   pair_.swap(replaced);
 }
 
-bool RefreshTriggers::callHandlerFor(std::string_view eventName) const {
-  if (!isSet_.load(std::memory_order_acquire)) return true;
+bool RefreshTriggers::callHandlerIfTriggered(std::string_view eventName) const {
   std::shared_ptr<const Pair> pair;
   {
     const std::lock_guard lock(mutex_);

@@ -21,13 +21,17 @@ class RefreshTriggers {
 
   /// Calls the handler if `eventName` is canonically equivalent to a trigger. False in a child that
   /// the handler forked.
-  bool callHandlerFor(std::string_view eventName) const;
+  bool callHandlerFor(std::string_view eventName) const {
+    return !isSet_.load(std::memory_order_acquire) || callHandlerIfTriggered(eventName);
+  }
 
  private:
   struct Pair {
     std::vector<std::string> decomposedTriggers;
     Handler handler;
   };
+
+  bool callHandlerIfTriggered(std::string_view eventName) const;
 
   std::atomic<bool> isSet_{false};  // lets most calls skip the lock
   mutable std::mutex mutex_;

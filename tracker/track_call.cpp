@@ -48,11 +48,12 @@ struct alignas(kAlignment) TrackCall::Chunk {
 /// Writes a call at the end of the thread's chunk. Uses up no memory until `finish`.
 class TrackCall::Memory final : public FlatWriter {
  public:
-  Memory() : FlatWriter(nullptr, nullptr, -1), chunk_(std::exchange(threadsChunk, nullptr)) {
+  Memory() : FlatWriter(nullptr, nullptr, -1), chunk_(std::exchange(thread_.chunk, nullptr)) {
     constexpr std::size_t kLeast = sizeof(TrackCall) + 64;
     if (chunk_ != nullptr && chunk_->size - chunk_->used < kLeast)
       std::exchange(chunk_, nullptr)->retire();
-    if (chunk_ == nullptr) chunk_ = makeChunk(stage == Stage::firstCall ? kFirstSize : kChunkSize);
+    if (chunk_ == nullptr)
+      chunk_ = makeChunk(thread_.stage == Stage::firstCall ? kFirstSize : kChunkSize);
     begin_ = chunk_->bytes() + chunk_->used;
     end_ = chunk_->bytes() + chunk_->size;
     at_ = begin_ + sizeof(TrackCall);
@@ -61,9 +62,9 @@ class TrackCall::Memory final : public FlatWriter {
   /// Returns the chunk to the thread, unless it has got another one: a host's container may track
   /// while it is read.
   ~Memory() {
-    if (stage == Stage::firstCall) stage = Stage::keepsChunk;
-    if (threadsChunk == nullptr && chunk_->isThreads)
-      threadsChunk = chunk_;
+    if (thread_.stage == Stage::firstCall) thread_.stage = Stage::keepsChunk;
+    if (thread_.chunk == nullptr && chunk_->isThreads)
+      thread_.chunk = chunk_;
     else
       chunk_->retire();
   }
@@ -83,18 +84,24 @@ class TrackCall::Memory final : public FlatWriter {
   // after that, each call frees its own memory.
   enum class Stage : std::uint8_t { firstCall, keepsChunk, ended };
 
-  struct EndOfThread {
-    ~EndOfThread() {
-      stage = Stage::ended;
-      if (threadsChunk != nullptr) std::exchange(threadsChunk, nullptr)->retire();
-    }
+  struct Thread {
+    Chunk* chunk = nullptr;
+    Stage stage = Stage::firstCall;
   };
 
-  static Chunk* makeChunk(std::size_t size) {
+  struct EndOfThread {
+    ~EndOfThread() {
+      thread.stage = Stage::ended;
+      if (thread.chunk != nullptr) std::exchange(thread.chunk, nullptr)->retire();
+    }
+    Thread& thread;
+  };
+
+  Chunk* makeChunk(std::size_t size) const {
     Chunk* const chunk = Chunk::make(size);
-    chunk->isThreads = size == kChunkSize && stage == Stage::keepsChunk;
+    chunk->isThreads = size == kChunkSize && thread_.stage == Stage::keepsChunk;
     if (chunk->isThreads) {
-      thread_local const EndOfThread end;
+      thread_local const EndOfThread end{thread_};
       static_cast<void>(end);
     }
     return chunk;
@@ -110,8 +117,8 @@ class TrackCall::Memory final : public FlatWriter {
     char* const begin = larger->bytes() + larger->used;
     std::memcpy(begin + sizeof(TrackCall), begin_ + sizeof(TrackCall), used - sizeof(TrackCall));
     Chunk* const left = std::exchange(chunk_, larger);
-    if (isLarge && left->isThreads && threadsChunk == nullptr)
-      threadsChunk = left;
+    if (isLarge && left->isThreads && thread_.chunk == nullptr)
+      thread_.chunk = left;
     else
       left->retire();
     begin_ = begin;
@@ -119,15 +126,14 @@ class TrackCall::Memory final : public FlatWriter {
     end_ = larger->bytes() + larger->size;
   }
 
-  static constinit thread_local Chunk* threadsChunk;
-  static constinit thread_local Stage stage;
+  static constinit thread_local Thread callingThread;
 
+  Thread& thread_ = callingThread;  // looked up once: in a shared library this takes a call
   Chunk* chunk_;
   bool isLarge_ = false;
 };
 
-constinit thread_local TrackCall::Chunk* TrackCall::Memory::threadsChunk = nullptr;
-constinit thread_local TrackCall::Memory::Stage TrackCall::Memory::stage = Stage::firstCall;
+constinit thread_local TrackCall::Memory::Thread TrackCall::Memory::callingThread;
 
 std::unique_ptr<Block> TrackCall::make(Tracker& tracker, const AutomaticProperties& automatic,
                                        const std::optional<std::string>& carrier,
