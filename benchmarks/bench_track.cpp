@@ -72,9 +72,9 @@ class Floor {
  private:
   struct Record {
     std::chrono::system_clock::time_point time;
-    std::array<char, 168> bytes = {};
+    std::array<char, 192> bytes = {};
   };
-  static_assert(sizeof(Record) == 176);
+  static_assert(sizeof(Record) == 200);
 
   Record record_;
   std::vector<Record> ring_{4000};

@@ -29,11 +29,8 @@ veltrano_text veltrano_c_string(const char* string) {
 }
 
 veltrano_object* veltrano_string(veltrano_text text) {
-  return make([&]() -> HostValue {
-    auto given = optionalText(text);
-    if (given) return wellFormedUTF8(*given);
-    return std::nullopt;
-  });
+  if (text.bytes == nullptr) return nullptr;
+  return make([&] { return HostValue(wellFormedUTF8(view(text))); });
 }
 
 veltrano_object* veltrano_url(veltrano_text text) {

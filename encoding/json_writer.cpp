@@ -35,7 +35,7 @@ class SplicingWriter
   // As `String`, but copies text that needs no escape in one piece instead of byte by byte.
   void string(std::string_view text) {
     if (anyEightBytes(text, [](auto bytes) { return hasToBeEscaped(bytes); })) {
-      String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+      String(text.data(), text.size());
       return;
     }
     Prefix(rapidjson::kStringType);
@@ -66,7 +66,10 @@ JSONWriter::JSONWriter() : implementation_(std::make_unique<Implementation>()) {
 JSONWriter::~JSONWriter() = default;
 
 void JSONWriter::clear() {
+  constexpr std::size_t kKept = 1 << 20;
+  const bool wasLarge = implementation_->buffer.GetSize() > kKept;
   implementation_->buffer.Clear();
+  if (wasLarge) implementation_->buffer.ShrinkToFit();
   implementation_->writer.Reset(implementation_->buffer);
 }
 

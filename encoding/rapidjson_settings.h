@@ -11,6 +11,12 @@
 #define RAPIDJSON_NAMESPACE_BEGIN namespace veltrano::internal::rapidjson {
 #define RAPIDJSON_NAMESPACE_END }
 
+// RapidJSON's own 32-bit sizes overflow when 700 MB of text are escaped.
+#define RAPIDJSON_NO_SIZETYPEDEFINE
+namespace veltrano::internal::rapidjson {
+using SizeType = std::size_t;
+}
+
 // A failed assertion would abort the host.
 #define RAPIDJSON_ASSERT(condition) static_cast<void>(0)
 

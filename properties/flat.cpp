@@ -124,7 +124,6 @@ void FlatWriter::value(const Argument& argument) {
   using Form = Argument::Form;
   switch (argument.form_) {
     case Form::scalar:
-      if (argument.kind_ == Kind::Absent) return absent();
       at_ = putScalar(take(1 + sizeof argument.bits_), argument.kind_, argument.bits_);
       return;
     case Form::text:

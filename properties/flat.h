@@ -13,7 +13,7 @@
 //       NSNull, OtherObject, Absent
 //
 //     {{"plan", "pro"}, {"items", 3}}  =
-//       Dictionary 1 38 | String 4 plan | String 3 pro | String 5 items | Int 3
+//       Dictionary 1 36 | String 4 plan | String 3 pro | String 5 items | Int 3
 //
 // Numbers are unaligned, in native byte order. A container's depth includes itself.
 #pragma once
@@ -168,7 +168,7 @@ FlatView viewOf(const Value& value) {
   return FlatView(detail::FlatAccess::flat(value).bytes());
 }
 
-/// A writer that owns its memory and reuses it after `clear`.
+/// A writer that owns its memory.
 class FlatBuffer final : public FlatWriter {
  public:
   /// `level` is the number of containers that count as open around the values written.

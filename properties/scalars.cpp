@@ -11,22 +11,16 @@ namespace veltrano {
 
 using namespace internal;
 
-namespace {
-
-constexpr double kFarthestSeconds = 30'000 * 365.2425 * 86'400;
-
-}  // namespace
-
 Date::Date(std::chrono::system_clock::time_point instant) {
-  using std::chrono::microseconds;
-  constexpr microseconds kFarthest{static_cast<std::int64_t>(kFarthestSeconds) * 1'000'000};
-  sinceEpoch_ = std::clamp(std::chrono::floor<microseconds>(instant.time_since_epoch()), -kFarthest,
-                           kFarthest);
+  sinceEpoch_ =
+      std::clamp(std::chrono::floor<std::chrono::microseconds>(instant.time_since_epoch()),
+                 -kFarthest, kFarthest);
 }
 
 Date Date::fromSecondsSince1970(double seconds) {
   Date date;
   if (std::isnan(seconds)) return date;
+  constexpr double kFarthestSeconds = std::chrono::duration<double>(kFarthest).count();
   const double limited = std::clamp(seconds, -kFarthestSeconds, kFarthestSeconds);
   date.sinceEpoch_ = std::chrono::microseconds(std::llround(limited * 1e6));
   return date;

@@ -151,6 +151,8 @@ TEST(Values, BracesPickTheMemberThatAReaderExpects) {
   static_assert(!std::is_constructible_v<HostMap, std::map<std::string, int*>>);
   struct List : std::vector<List> {};
   static_assert(!std::is_constructible_v<HostValue, List>);
+  struct Tree : std::map<std::string, Tree> {};
+  static_assert(!std::is_constructible_v<HostValue, Tree>);
   static_assert(!std::is_constructible_v<detail::MapElement, int, int>);  // as in {{0, 1}, {0, 2}}
 }
 
@@ -223,6 +225,11 @@ TEST(Values, MembersHaveTheirJSONForm) {
   EXPECT_EQ(json(Date::fromSecondsSince1970(1700000000.1239)), R"("2023-11-14T22:13:20.123Z")");
   EXPECT_EQ(json(Date::fromSecondsSince1970(-0.001)), R"("1969-12-31T23:59:59.999Z")");
   EXPECT_EQ(json(Date::fromSecondsSince1970(HUGE_VAL)).size(), 27U);
+  using namespace std::chrono;
+  EXPECT_EQ(json(sys_days(2300y / 1 / 1)), R"("2300-01-01T00:00:00.000Z")");
+  EXPECT_EQ(json(sys_time<milliseconds>(milliseconds(20'000'000'000'123))),
+            R"("2603-10-11T11:33:20.123Z")");
+  EXPECT_EQ(Date(sys_days::max()).sinceEpoch(), Date::fromSecondsSince1970(HUGE_VAL).sinceEpoch());
 }
 
 TEST(Values, WhatIsSpecialInTextIsFoundWhereverItStands) {

@@ -32,6 +32,16 @@ class VELTRANO_EXPORT Date {
   Date() = default;
   explicit Date(std::chrono::system_clock::time_point instant);
 
+  /// Of any unit that the clock's own converts from, such as `std::chrono::sys_days`.
+  template <class Unit>
+  explicit Date(std::chrono::time_point<std::chrono::system_clock, Unit> instant)
+      : Date(fromSecondsSince1970(
+            std::chrono::duration<double>(instant.time_since_epoch()).count())) {
+    // Within the limits no unit overflows.
+    if (-kFarthest < sinceEpoch_ && sinceEpoch_ < kFarthest)
+      sinceEpoch_ = std::chrono::floor<std::chrono::microseconds>(instant.time_since_epoch());
+  }
+
   /// Fractions are rounded to the nearest microsecond; NaN counts as 0.
   static Date fromSecondsSince1970(double seconds);
 
@@ -43,6 +53,9 @@ class VELTRANO_EXPORT Date {
  private:
   friend struct detail::FlatAccess;
   explicit Date(std::chrono::microseconds sinceEpoch) : sinceEpoch_(sinceEpoch) {}
+
+  static constexpr std::chrono::microseconds kFarthest =
+      std::chrono::seconds(31'556'952) * 30'000LL;
 
   std::chrono::microseconds sinceEpoch_{0};
 };

@@ -13,6 +13,9 @@
 //
 // Warning: containers nest at most 128 deep within a property; a deeper one becomes absent.
 //
+// A value takes at most 4 GiB. Making a larger one throws std::length_error; `track` drops the
+// event.
+//
 // Copies are deep. Any number of threads may read a value at the same time.
 #pragma once
 
@@ -200,8 +203,8 @@ struct VELTRANO_EXPORT HostMapEntry {
 };
 
 /// A map from text to values that a host passes. Among equal keys, the last one wins; iteration and
-/// `size` still include the earlier ones, in the order in which they were given. Ill-formed UTF-8
-/// in a key becomes U+FFFD; a null pointer is an empty key.
+/// `size` may still include earlier ones. The order is unspecified. Ill-formed UTF-8 in a key
+/// becomes U+FFFD; a null pointer is an empty key.
 class VELTRANO_EXPORT HostMap {
  public:
   using const_iterator = detail::FlatIterator<HostMapEntry>;

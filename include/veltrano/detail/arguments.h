@@ -117,7 +117,7 @@ template <class T, class = void>
 inline constexpr bool isMap = false;
 template <class T>
 inline constexpr bool isMap<T, std::void_t<typename T::key_type, typename T::mapped_type>> =
-    isText<typename T::key_type>;
+    isText<typename T::key_type> && !std::is_same_v<T, typename T::mapped_type>;
 
 template <class T, class = void>
 inline constexpr bool isHashed = false;
