@@ -143,7 +143,7 @@ std::string World::Implementation::install(PosixOptions options) {
 
 void World::Implementation::onMainThread(std::function<void()> report) {
   auto unlessShutDown = [this, report = std::move(report)] {
-    if (!wasComplete()) report();
+    if (!isShutDown_) report();
   };
   if (mainThread_.isCurrent())
     unlessShutDown();
