@@ -116,6 +116,7 @@ std::string World::Implementation::install(PosixOptions options) {
   isInstalled_ = true;
   if (!mainThread_.isCurrent())
     complain("The platform was installed on another thread than the world's, the main thread.");
+  substitute_->setCollectionHost(std::move(options.collectionHost));
   simulated_.bundles.mainInfo = std::move(options.infoDictionary);
   if (options.logSink)
     simulated_.output.onLine = [sink = std::move(options.logSink)](std::string_view line) {

@@ -257,6 +257,7 @@ TEST(Installation, SetsWhatTheOptionsSay) {
   given.logSink = [&](std::string_view line) { lines.emplace_back(line); };
   const auto installation = PosixPlatform::install(given);
   ASSERT_TRUE(installation) << installation.error;
+  EXPECT_EQ(Veltrano::status().find("Collection host: events.example.com\n"), 0u);
   Veltrano::isLoggerEnabled = true;
   Veltrano::shared().setUserId("user");
   installation.platform->setTrackingAuthorizationStatus(3);
