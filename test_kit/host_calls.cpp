@@ -24,7 +24,7 @@ void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin
     const FlatView value = *++entry;
     if (key.kind() != Kind::String || !internal::canBeHeld(value)) continue;
     const std::string name = path + std::string(key.text());
-    origins[name] = origin;
+    origins.insert_or_assign(name, origin);
     if (name == kExtraKey && value.kind() == Kind::Dictionary)
       addOrigins(origins, value.contents().bytes(), origin, name + '.');
   }

@@ -45,11 +45,6 @@ std::string seconds(Value time) {
 
 }  // namespace
 
-std::ostream& operator<<(std::ostream& out, Origin origin) {
-  constexpr const char* kNames[] = {"automatic", "defaultProperty", "superProperty", "event"};
-  return out << kNames[static_cast<int>(origin)];
-}
-
 void detail::throwNoSuchItem(std::size_t index, std::size_t size, const char* items) {
   throw Error("There is no item " + std::to_string(index) + " in a list of " +
               std::to_string(size) + ' ' + items + '.');

@@ -79,6 +79,7 @@ TEST(Values, AreComparedAndPrintedAsTheyAreSent) {
 TEST(Values, PrintReadablyInFailures) {
   EXPECT_EQ(testing::PrintToString(HostMap{{"city", "Rome"}}), printed(HostMap{{"city", "Rome"}}));
   EXPECT_EQ(testing::PrintToString(Array{"a", 2}), printed(Array{"a", 2}));
+  EXPECT_EQ(testing::PrintToString(Origin::superProperty), "superProperty");
 }
 
 TEST(Events, KnowTheLayerOfEachProperty) {

@@ -71,8 +71,8 @@ inline void PrintTo(const HostMap& value, std::ostream* out) {
 
 namespace testing {
 
-/// Virtual time. The literals of `std::chrono` convert to it. GoogleTest prints it as bytes; where
-/// that matters, compare `count()`.
+/// Virtual time. The literals of `std::chrono` convert to it. In C++17, GoogleTest prints it as
+/// bytes, and doctest not at all; where that matters, compare `count()`.
 using Duration = std::chrono::microseconds;
 
 /// A lookup that found nothing, or the misuse of a world.
@@ -81,13 +81,26 @@ struct Error : std::logic_error {
 };
 
 /// The layer that a property comes from. Among layers with the same key, the last one here wins.
-enum class Origin {
-  automatic,        // set by the library for each event, such as "time"
-  defaultProperty,  // describes the device or the application, such as "$os"
-  superProperty,    // set by the host for every event: `setSuperProperties`, `setUserId`, ...
-  event             // passed to `track`
+class Origin {  // no enumeration, which doctest would print as a number
+ public:
+  static const Origin automatic;        // set by the library for each event, such as "time"
+  static const Origin defaultProperty;  // describes the device or the application, such as "$os"
+  static const Origin superProperty;  // set by the host for every event: `setSuperProperties`, ...
+  static const Origin event;          // passed to `track`
+
+  friend bool operator==(Origin left, Origin right) { return left.name_ == right.name_; }
+  friend bool operator!=(Origin left, Origin right) { return !(left == right); }
+  friend std::ostream& operator<<(std::ostream& out, Origin origin) { return out << origin.name_; }
+
+ private:
+  explicit constexpr Origin(std::string_view name) : name_(name) {}
+
+  std::string_view name_;
 };
-std::ostream& operator<<(std::ostream& out, Origin origin);
+inline constexpr Origin Origin::automatic{"automatic"};
+inline constexpr Origin Origin::defaultProperty{"defaultProperty"};
+inline constexpr Origin Origin::superProperty{"superProperty"};
+inline constexpr Origin Origin::event{"event"};
 
 /// A read-only list, in order of occurrence.
 template <class T>
