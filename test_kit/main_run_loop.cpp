@@ -11,6 +11,7 @@ namespace veltrano::testing {
 namespace {
 
 constexpr Duration kMaxRun = std::chrono::hours(24);
+constexpr Duration kMaxAdvance = 36'525 * kMaxRun;
 // How long a shutdown on another thread waits, after its deadline, for the main thread.
 constexpr std::chrono::seconds kGrace{1};
 
@@ -28,6 +29,7 @@ void World::Implementation::advance(Duration time) {
   if (!substitute_) throw Error("The world has ended.");
   if (!mainThread_.isCurrent()) throw Error("A world is advanced by the thread that made it.");
   if (time < Duration::zero()) throw Error("A world cannot go back in time.");
+  if (time > kMaxAdvance) throw Error("A world advances by a hundred years at most.");
   refuseInCallback("A callback cannot advance the world that calls it.");
   run(now() + time + kInstant, Purpose::advance);
 }

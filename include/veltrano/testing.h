@@ -231,7 +231,7 @@ std::ostream& operator<<(std::ostream& out, const Request& request);
 struct Answer {
   int status = 200;
   std::optional<std::string> body = std::nullopt;
-  Duration latency{0};
+  Duration latency{0};  // negative counts as 0; `Duration::max()` means that no answer arrives
   bool isTransportError = false;  // no answer arrives; status and body are ignored
 };
 
@@ -326,8 +326,8 @@ class World {
   World& operator=(const World&) = delete;
 
   /// Advances by `time` and runs everything that is due until then, inclusive. What the test does
-  /// next happens a microsecond later. Throws `Error` if `time` is negative, on another thread, in
-  /// a callback and after `end`.
+  /// next happens a microsecond later. Throws `Error` if `time` is negative or over a hundred
+  /// years, on another thread, in a callback and after `end`.
   void advance(Duration time);
 
   /// Virtual time since the world's start: a microsecond after the latest `advance`, such as

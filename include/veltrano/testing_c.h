@@ -37,7 +37,8 @@ void veltrano_world_destroy(veltrano_world* world);
 /* Why the latest call that failed did; empty if none has failed. */
 const char* veltrano_world_error(const veltrano_world* world);
 
-/* False on any thread but the main thread, in a callback, and if `seconds` is negative. */
+/* False on any thread but the main thread, in a callback, after the end, and if `seconds` is
+ * negative, no number or over a hundred years. */
 bool veltrano_world_advance(veltrano_world* world, double seconds);
 void veltrano_world_jump_clock(veltrano_world* world, double seconds);
 
