@@ -2,6 +2,7 @@
 // host's code stays unchanged: `PosixPlatform::install` gives it the world's platform and main run
 // loop.
 //
+//     using namespace std::chrono_literals;
 //     veltrano::testing::World world;
 //     startApplication();  // the host's, with its PosixPlatform::install
 //     buy({"ticket", "poster"});
@@ -12,8 +13,8 @@
 //     EXPECT_TRUE(world.complaints().empty()) << world.complaints();
 //
 // Link `Veltrano::testing`, which links the library. It needs no test framework; GoogleTest, Catch2
-// and doctest print all types here with `operator<<`. A lookup that finds nothing throws `Error`;
-// its message says what exists.
+// and doctest print what tests see, such as values and events, with `operator<<`. A lookup that
+// finds nothing throws `Error`; its message says what exists.
 #pragma once
 
 #include <chrono>
@@ -169,7 +170,7 @@ class Event : public Properties {
 
   const std::string& name() const { return name_; }
 
-  /// When it joined the queue, since the world's start.
+  /// The time since the world's start at which it joined the queue.
   Duration recordedAt() const { return recordedAt_; }
 
   /// The layer that the property comes from. For an entry of "extra_json", pass "extra_json.KEY".
@@ -209,7 +210,7 @@ class Heartbeat : public Properties {
 
   std::string sessionId() const;
   std::string userId() const;
-  Duration at() const { return at_; }
+  Duration at() const { return at_; }  // since the world's start
 
  private:
   Duration at_;
@@ -223,7 +224,7 @@ struct Request {
   std::map<std::string, std::string> query;
   std::map<std::string, std::string> headers;  // include the session token, if any
   std::string body;                            // the JSON text
-  Duration at{0};
+  Duration at{0};                              // since the world's start
 };
 std::ostream& operator<<(std::ostream& out, const Request& request);
 
@@ -231,7 +232,7 @@ std::ostream& operator<<(std::ostream& out, const Request& request);
 struct Answer {
   int status = 200;
   std::optional<std::string> body = std::nullopt;
-  Duration latency{0};  // negative counts as 0; `Duration::max()` means that no answer arrives
+  Duration latency{0};            // `Duration::max()`: for ever
   bool isTransportError = false;  // no answer arrives; status and body are ignored
 };
 
@@ -305,10 +306,11 @@ using Complaints = List<std::string>;
 /// everything is answered, and the library is inert afterwards. Only functions of the main run loop
 /// go on. On another thread, `shutDown` waits for the main thread to advance the world; if that
 /// does not happen by a second after the deadline, in real time, it returns false, and a complaint
-/// says so.
+/// says so. The library then shuts down when the world next advances.
 ///
 /// The main run loop's `run` advances the world until `stop`, for a virtual day at most. Its
-/// `fileDescriptor` is -1.
+/// `fileDescriptor` is -1. Hosts take deadlines, of `runUntil` and of `shutDown`, from the real
+/// clock: the time left is rounded up to 0.01 s, so that runs repeat, and is a day at most.
 ///
 /// Warning: a heartbeat that is started on another thread is never sent; a complaint says so.
 class World {
