@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cmath>
 #include <deque>
 #include <exception>
 #include <sstream>
@@ -18,6 +20,9 @@ struct veltrano_world {
 namespace {
 
 Duration durationOf(double seconds) {
+  constexpr double kMost = 1e12;  // a `Duration` can hold it
+  if (std::isnan(seconds)) throw Error("A time is no number.");
+  seconds = std::clamp(seconds, -kMost, kMost);
   return std::chrono::round<Duration>(std::chrono::duration<double>(seconds));
 }
 

@@ -24,7 +24,7 @@ void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin
     const FlatView value = *++entry;
     if (key.kind() != Kind::String || !internal::canBeHeld(value)) continue;
     const std::string name = path + std::string(key.text());
-    origins[name] = origin;
+    origins.insert_or_assign(name, origin);
     if (name == kExtraKey && value.kind() == Kind::Dictionary)
       addOrigins(origins, value.contents().bytes(), origin, name + '.');
   }
@@ -116,6 +116,7 @@ std::string World::Implementation::install(PosixOptions options) {
   isInstalled_ = true;
   if (!mainThread_.isCurrent())
     complain("The platform was installed on another thread than the world's, the main thread.");
+  substitute_->setCollectionHost(std::move(options.collectionHost));
   simulated_.bundles.mainInfo = std::move(options.infoDictionary);
   if (options.logSink)
     simulated_.output.onLine = [sink = std::move(options.logSink)](std::string_view line) {
@@ -143,7 +144,7 @@ std::string World::Implementation::install(PosixOptions options) {
 
 void World::Implementation::onMainThread(std::function<void()> report) {
   auto unlessShutDown = [this, report = std::move(report)] {
-    if (!wasComplete()) report();
+    if (!isShutDown_) report();
   };
   if (mainThread_.isCurrent())
     unlessShutDown();

@@ -127,9 +127,12 @@ class World::Implementation final : public internal::CallObserver, public intern
     Duration at;
   };
 
-  // What runs the world. Only the main run loop obeys its `stop`, and its functions do not run
-  // while the host waits for a shutdown.
-  enum class Purpose { advance, mainRunLoop, shutDown };
+  // What runs the world; a shutdown flushes, and then waits for the last answers. Only the main run
+  // loop obeys its `stop`, and its functions do not run while the host waits for a shutdown.
+  enum class Purpose { advance, mainRunLoop, flush, lastAnswers };
+  static bool runsFunctions(Purpose purpose) {
+    return purpose == Purpose::advance || purpose == Purpose::mainRunLoop;
+  }
 
   bool canRun() const { return mainThread_.isCurrent() && substitute_; }
   bool run(Duration target, Purpose purpose);
@@ -167,9 +170,11 @@ class World::Implementation final : public internal::CallObserver, public intern
   // Main thread.
   bool isRunning_ = false;
   Purpose purpose_ = Purpose::advance;  // of the current run
+  bool runsFunction_ = false;           // of the main run loop
   bool isStopping_ = false;             // the main run loop's `stop` ends it soon
   bool wasStopped_ = false;             // that has ended it
   bool wasInterrupted_ = false;         // by a shutdown inside of it
+  bool isShutDown_ = false;             // a shutdown or the end has begun; reports do nothing
   std::function<void(const TransferReport&)> onTransfer_;
   std::deque<RecordedEvent> waiting_;  // recorded events, some perhaps dropped since
   std::size_t batch_ = 0;              // how many of them are in flight

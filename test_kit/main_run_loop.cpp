@@ -11,8 +11,17 @@ namespace veltrano::testing {
 namespace {
 
 constexpr Duration kMaxRun = std::chrono::hours(24);
+constexpr Duration kMaxAdvance = 36'525 * kMaxRun;
 // How long a shutdown on another thread waits, after its deadline, for the main thread.
 constexpr std::chrono::seconds kGrace{1};
+
+// The time left until `deadline`, at most `kMaxRun`. Hosts add it to the real clock just before the
+// call: rounded up, it is the same in every run.
+Duration timeUntil(std::chrono::steady_clock::time_point deadline) {
+  using Hundredths = std::chrono::duration<std::int64_t, std::centi>;
+  const auto now = std::chrono::steady_clock::now();
+  return std::min<Duration>(std::chrono::ceil<Hundredths>(std::max(deadline, now) - now), kMaxRun);
+}
 
 }  // namespace
 
@@ -20,6 +29,7 @@ void World::Implementation::advance(Duration time) {
   if (!substitute_) throw Error("The world has ended.");
   if (!mainThread_.isCurrent()) throw Error("A world is advanced by the thread that made it.");
   if (time < Duration::zero()) throw Error("A world cannot go back in time.");
+  if (time > kMaxAdvance) throw Error("A world advances by a hundred years at most.");
   refuseInCallback("A callback cannot advance the world that calls it.");
   run(now() + time + kInstant, Purpose::advance);
 }
@@ -63,7 +73,7 @@ bool World::Implementation::run(Duration target, Purpose purpose) {
     wasInterrupted_ = false;
     timeline.begin();
     loop_.forgetSchedule();
-    if (purpose != Purpose::shutDown) loop_.scheduleFunctions(now());
+    if (runsFunctions(purpose)) loop_.scheduleFunctions(now());
     timeline.addStep(target, [&] { timeline.stop(); });
     if (isStopping_) stopSoon();
     timeline.runUntil(target);
@@ -74,11 +84,12 @@ bool World::Implementation::run(Duration target, Purpose purpose) {
 
 bool World::Implementation::takeTurn() {
   clock_.publish();
-  if (purpose_ != Purpose::shutDown) loop_.scheduleFunctions(now() + kInstant);
+  if (runsFunctions(purpose_)) loop_.scheduleFunctions(now() + kInstant);
   if (purpose_ == Purpose::mainRunLoop && !isStopping_ && loop_.takeStop()) {
     isStopping_ = true;
     stopSoon();
   }
+  if (purpose_ == Purpose::lastAnswers && network_.isIdle()) simulated_.timeline.stop();
   return queue_.takeSubmissions();
 }
 
@@ -92,14 +103,12 @@ void World::Implementation::stopSoon() {
 bool World::Implementation::shutDown(Clock::time_point deadline) {
   if (internal::HostCall::isOnThisThread()) return false;
   if (const auto result = wasComplete()) return *result;
-  const auto start = Clock::now();
-  const auto left = std::chrono::duration_cast<Duration>(std::max(deadline, start) - start);
-  const Duration time = std::min(left, kMaxRun);
-  if (mainThread_.isCurrent()) return shutDownWithin(time);
+  const Duration time = timeUntil(deadline);
+  if (mainThread_.isCurrent()) return isRunning_ && !runsFunction_ ? false : shutDownWithin(time);
   const auto result = std::make_shared<std::promise<bool>>();
   loop_.perform([this, time, result] { result->set_value(shutDownWithin(time)); });
   auto outcome = result->get_future();
-  if (outcome.wait_until(start + time + kGrace) == std::future_status::ready) return outcome.get();
+  if (outcome.wait_for(time + kGrace) == std::future_status::ready) return outcome.get();
   complain("A shutdown on another thread waited in vain for the main thread to advance the world.");
   return false;
 }
@@ -109,17 +118,16 @@ std::optional<bool> World::Implementation::wasComplete() const {
   return wasComplete_;
 }
 
-// Called on the main thread.
+// Called on the main thread, perhaps again by a destructor that it runs.
 bool World::Implementation::shutDownWithin(Duration time) {
-  if (!substitute_) return false;
-  if (const auto result = wasComplete()) return *result;
+  if (std::exchange(isShutDown_, true)) return wasComplete().value_or(false);
   const Duration deadline = now() + time + kInstant;
   bool isComplete = flushUntil(deadline);
-  if (!network_.isIdle()) run(deadline, Purpose::shutDown);  // there is a heartbeat
-  isComplete &= network_.isIdle();
   simulated_.workQueue.stop();
+  run(deadline, Purpose::lastAnswers);
+  isComplete &= network_.isIdle();
   network_.fail();
-  run(now(), Purpose::shutDown);  // the flush that waited for an upload
+  run(now(), Purpose::flush);  // the flush that waited for an upload
   simulated_.timeline.dropScheduled();
   notifications_.drop();
   substitute_->shutDown();
@@ -144,12 +152,12 @@ bool World::Implementation::flushUntil(Duration deadline) {
         simulated_.timeline.stop();
       });
     });
-    run(deadline, Purpose::shutDown);
+    run(deadline, Purpose::flush);
     return *isFlushed;
   };
   const auto pause = [&](Duration time) {
     if (now() + time >= deadline) return false;
-    run(now() + time, Purpose::shutDown);
+    run(now() + time, Purpose::flush);
     return true;
   };
   return internal::flushWithRetries([&] { return statistics(); }, flush, pause);
@@ -170,8 +178,7 @@ void World::Implementation::Loop::run() {
 }
 
 bool World::Implementation::Loop::runUntil(std::chrono::steady_clock::time_point deadline) {
-  const auto left = deadline - std::chrono::steady_clock::now();
-  return runFor(std::min(std::chrono::duration_cast<Duration>(left), kMaxRun));
+  return runFor(timeUntil(deadline));
 }
 
 void World::Implementation::Loop::runDue() {
@@ -186,8 +193,7 @@ bool World::Implementation::Loop::runFor(Duration time) {
     world_.complain("The main run loop was run by a callback: it returned at once.");
     return true;
   }
-  return world_.run(world_.now() + std::max(time, Duration::zero()) + kInstant,
-                    Purpose::mainRunLoop);
+  return world_.run(world_.now() + time + kInstant, Purpose::mainRunLoop);
 }
 
 void World::Implementation::Loop::stop() {
@@ -225,7 +231,9 @@ void World::Implementation::Loop::runNext() {
   }
   --scheduled_;
   world_.recorder_.setBeforeAll(true);
+  world_.runsFunction_ = true;
   internal::dropExceptions(function);
+  world_.runsFunction_ = false;
   world_.recorder_.setBeforeAll(false);
 }
 

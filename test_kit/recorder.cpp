@@ -140,7 +140,7 @@ void Recorder::addPost(const internal::PostRequest& post) {
     writer.key("post");
     writer.startObject();
     writer.key("url");
-    writer.string(post.baseURL);
+    writer.string(std::string("https://") + internal::kSimulatedCollectionHost + post.path());
     writer.key("method");
     writer.string("POST");
     writer.key("query");

@@ -34,7 +34,7 @@ class Recorder {
   /// Adds the answer to a post to `path`.
   void addAnswer(const std::string& path, const Answer& answer);
 
-  /// Adds a post to `posts`. It is not a step.
+  /// Adds a post to `posts`, as one to the simulated collection host. It is not a step.
   void addPost(const internal::PostRequest& post);
 
   /// The posts, as lines of the scenario's trace.

@@ -8,6 +8,9 @@
 namespace veltrano::testing {
 namespace {
 
+// As good as no answer, and far from an overflow.
+constexpr Duration kMaxLatency = std::chrono::hours(24 * 36'525);
+
 std::string joined(const std::vector<std::string>& names) {
   std::string text;
   for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
@@ -44,11 +47,6 @@ std::string seconds(Value time) {
 }
 
 }  // namespace
-
-std::ostream& operator<<(std::ostream& out, Origin origin) {
-  constexpr const char* kNames[] = {"automatic", "defaultProperty", "superProperty", "event"};
-  return out << kNames[static_cast<int>(origin)];
-}
 
 void detail::throwNoSuchItem(std::size_t index, std::size_t size, const char* items) {
   throw Error("There is no item " + std::to_string(index) + " in a list of " +
@@ -158,7 +156,8 @@ std::optional<Answer> Network::answerTo(const Request& request) {
   }
   const Rule& used = *rule;  // a reference, because the function may add rules
   Answer answer = used.answer_(request);
-  answer.latency = std::max(used.latency_.value_or(answer.latency), Duration::zero());
+  answer.latency =
+      std::clamp(used.latency_.value_or(answer.latency), Duration::zero(), kMaxLatency);
   return answer;
 }
 

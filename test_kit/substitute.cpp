@@ -1,6 +1,7 @@
 #include "test_kit/substitute.h"
 
 #include <optional>
+#include <utility>
 
 #include "platform/host_callback.h"
 #include "platform/posix/platform_backend.h"
@@ -34,6 +35,10 @@ Substitute::Substitute(const Platform& platform, CallObserver& observer, TestBac
     : state_(std::make_unique<State>(platform, observer, backend)) {}
 
 Substitute::~Substitute() = default;
+
+void Substitute::setCollectionHost(std::string host) {
+  state_->library.setCollectionHost(std::move(host));
+}
 
 Statistics Substitute::statistics() const {
   return state_->library.accounting().statistics();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "platform/platform.h"
 #include "veltrano/export.h"
@@ -23,6 +24,9 @@ class VELTRANO_EXPORT Substitute {
 
   Substitute(const Substitute&) = delete;
   Substitute& operator=(const Substitute&) = delete;
+
+  /// See `Library::setCollectionHost`.
+  void setCollectionHost(std::string host);
 
   Statistics statistics() const;
 

@@ -46,6 +46,7 @@ World::Implementation::Implementation() {
 
 void World::Implementation::end() {
   if (!substitute_) return;
+  isShutDown_ = true;
   statistics_ = substitute_->statistics();
   if (const auto pending = waitingNames().size(); pending > 0)
     complain(countedEvents(pending) + " pending at the end, and dropped.");

@@ -77,14 +77,32 @@ subproject() {
   sends "subproject" "$place/player/bin/player"
 }
 
-# A host under ThreadSanitizer, which the suppressions keep quiet.
-sanitized() {
+# suppressed PROGRAM...: runs a program under a sanitizer, with the suppressions.
+suppressed() {
   local run=()
   ! setarch -R true 2>/dev/null || run=(setarch -R)
+  TSAN_OPTIONS=suppressions=$place/shared/share/veltrano/tsan.supp "${run[@]}" "$@"
+}
+
+# A host under ThreadSanitizer, which the suppressions keep quiet.
+sanitized() {
   "$1" -fsanitize=thread -g -O1 -std=c++17 $(flags shared veltrano --cflags) -o "$place/tsan_$1" \
     "$host.cpp" $(flags shared veltrano --libs)
-  export TSAN_OPTIONS=suppressions=$place/shared/share/veltrano/tsan.supp
-  sends "shared: tsan $1" "${run[@]}" "$place/tsan_$1"
+  sends "shared: tsan $1" suppressed "$place/tsan_$1"
+}
+
+# sanitized_tests CC CXX SANITIZER: the example of a host's tests.
+sanitized_tests() {
+  local tests=$root/examples/host_tests file
+  file=$(mktemp "$place/XXXXXX")
+  "$2" -std=c++17 -fsanitize="$3" -fno-sanitize-recover=all -g1 -o "$file" \
+    $(flags shared veltrano_testing --cflags) "$tests/application.cpp" "$tests/checkout_test.cpp" \
+    -lgtest_main -lgtest $(flags shared veltrano_testing --libs)
+  suppressed "$file"
+  "$1" -std=c99 -fsanitize="$3" -fno-sanitize-recover=all -g1 -o "$file" \
+    $(flags shared veltrano_testing --cflags) "$tests/checkout_test.c" \
+    $(flags shared veltrano_testing --libs)
+  suppressed "$file"
 }
 
 # Loads the library at its new place.
@@ -105,7 +123,7 @@ consumer() {
   printf '%3d s  %s\n' "$((SECONDS - start))" "$1"
 }
 export strict
-export -f flags sends program plugin tests subproject sanitized load consumer
+export -f flags sends program plugin tests subproject suppressed sanitized sanitized_tests load consumer
 
 cmake --install "$1" --prefix "$place/first"
 mv "$place/first" "$place/shared"
@@ -135,6 +153,10 @@ program c clang -std=c99
 plugin gcc
 sanitized g++
 sanitized clang++
+sanitized_tests gcc g++ address,undefined
+sanitized_tests gcc g++ thread
+sanitized_tests clang clang++ address,undefined
+sanitized_tests clang clang++ thread
 TABLE
 
 # Each event has the version of its library's bundle, or without one the version compiled in.

@@ -79,6 +79,7 @@ TEST(Values, AreComparedAndPrintedAsTheyAreSent) {
 TEST(Values, PrintReadablyInFailures) {
   EXPECT_EQ(testing::PrintToString(HostMap{{"city", "Rome"}}), printed(HostMap{{"city", "Rome"}}));
   EXPECT_EQ(testing::PrintToString(Array{"a", 2}), printed(Array{"a", 2}));
+  EXPECT_EQ(testing::PrintToString(Origin::superProperty), "superProperty");
 }
 
 TEST(Events, KnowTheLayerOfEachProperty) {
@@ -135,6 +136,7 @@ TEST(Lookups, SayWhatIsThere) {
   EXPECT_NE(error.find("; waiting: Refused, New"), std::string::npos) << error;
   EXPECT_EQ(errorOf([] { kit::World second; }), "There is a world already.");
   EXPECT_EQ(errorOf([&] { world.advance(-1s); }), "A world cannot go back in time.");
+  EXPECT_NE(errorOf([&] { world.advance(kit::Duration::max()); }), "no error");
   EXPECT_EQ(printed(world.complaints()), "none");
 }
 
@@ -257,6 +259,7 @@ TEST(Installation, SetsWhatTheOptionsSay) {
   given.logSink = [&](std::string_view line) { lines.emplace_back(line); };
   const auto installation = PosixPlatform::install(given);
   ASSERT_TRUE(installation) << installation.error;
+  EXPECT_EQ(Veltrano::status().find("Collection host: events.example.com\n"), 0u);
   Veltrano::isLoggerEnabled = true;
   Veltrano::shared().setUserId("user");
   installation.platform->setTrackingAuthorizationStatus(3);
@@ -310,6 +313,7 @@ TEST(MainRunLoop, RunsInVirtualTime) {
     world.network("/track").answer(200).after(7s);
     Veltrano::shared().track("Last", {}, [&](bool) { loop.stop(); });
     loop.run();
+    EXPECT_FALSE(loop.runUntil(std::chrono::steady_clock::time_point::min()));
     EXPECT_GE(world.now(), 7s);
     EXPECT_LT(world.now(), 8s);
     EXPECT_FALSE(loop.runUntil(std::chrono::steady_clock::now() + 100s));
@@ -383,7 +387,7 @@ TEST(ShutDown, HappensAsInProduction) {
     kit::World world;
     given.onTransfer = nullptr;
     auto& platform = *PosixPlatform::install(given).platform;
-    world.network("/track").answer(200).after(1min);
+    world.network("/track").answer(200).after(kit::Duration::max());
     std::vector<bool> outcomes;
     const auto held = std::make_shared<int>();
     Veltrano::shared().track("E", {}, [&](bool delivered) { outcomes.push_back(delivered); });
@@ -395,7 +399,7 @@ TEST(ShutDown, HappensAsInProduction) {
       EXPECT_FALSE(platform.shutDown(in(0s)));
       isOver = true;
     });
-    while (!isOver) world.advance(1ms);
+    while (!isOver) world.advance(0s);
     host.join();
     EXPECT_EQ(outcomes, (std::vector<bool>{false}));
     EXPECT_EQ(held.use_count(), 1);
@@ -404,11 +408,30 @@ TEST(ShutDown, HappensAsInProduction) {
     EXPECT_TRUE(world.delivered().empty());
     EXPECT_EQ(world.waiting(), 1u);
   }
-  kit::World world;
-  PosixPlatform::install(given);
-  Veltrano::shared().track("E", {}, [&](bool) { callbacks = -1; });
-  world.advance(1s);
-  EXPECT_EQ(callbacks, -1) << "the next world is not shut down";
+  struct Again {
+    ~Again() {
+      EXPECT_FALSE(platform.shutDown(std::chrono::steady_clock::time_point::max()));
+      platform.applicationDidBecomeActive();
+    }
+    PosixPlatform& platform;
+  };
+  kit::World world;  // not shut down, and later so while a heartbeat is in flight
+  auto& platform = *PosixPlatform::install(given).platform;
+  world.network("/heartbeat").answer(200).after(3s);
+  world.network("/track").answer(503).times(2);
+  Veltrano::shared().setUserId("user");
+  const auto track = [&] {
+    std::shared_ptr<Again> again(new Again{platform});
+    Veltrano::shared().track("E", {}, [&, again](bool) { callbacks = -1; });
+  };
+  track();
+  world.advance(2s);
+  EXPECT_EQ(callbacks, -1);
+  track();
+  EXPECT_TRUE(platform.shutDown(in(1h)));
+  EXPECT_GE(world.now(), 4s);
+  EXPECT_LT(world.now(), 5s) << "it ends with the last answer";
+  EXPECT_EQ(world.statistics().heartbeatsSent, 1u);
 }
 
 TEST(Threads, TrackWhileTheWorldGoesOn) {

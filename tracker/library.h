@@ -4,6 +4,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "heartbeat/heartbeat_manager.h"
 #include "log/log.h"
@@ -43,6 +44,9 @@ class Library {
     return processLibrary.exchange(library, std::memory_order_acq_rel);
   }
 
+  /// Warning: no other thread may be using the library.
+  void setCollectionHost(std::string host) { platform_.collectionHost = std::move(host); }
+
   const CollectionClient& client() const { return client_; }
   Accounting& accounting() { return accounting_; }
   CallObserver* observer() const { return observer_; }
@@ -68,7 +72,7 @@ class Library {
 
   static constinit std::atomic<Library*> processLibrary;
 
-  const Platform platform_;
+  Platform platform_;
   CallObserver* const observer_;  // may be null
   const Log log_;
   const DefaultProperties defaultProperties_;

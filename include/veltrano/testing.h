@@ -2,20 +2,19 @@
 // host's code stays unchanged: `PosixPlatform::install` gives it the world's platform and main run
 // loop.
 //
-//     TEST(Checkout, ReportsWhatWasBought) {
-//       veltrano::testing::World world;
-//       startApplication();  // the host's, with its PosixPlatform::install
-//       buy({"ticket", "poster"});
+//     using namespace std::chrono_literals;
+//     veltrano::testing::World world;
+//     startApplication();  // the host's, with its PosixPlatform::install
+//     buy({"ticket", "poster"});
 //
-//       world.advance(20s);  // takes milliseconds
-//       const auto bought = world.delivered().only("Bought");
-//       EXPECT_EQ(bought["items"], (veltrano::Array{"ticket", "poster"}));
-//       EXPECT_TRUE(world.complaints().empty()) << world.complaints();
-//     }
+//     world.advance(20s);  // takes milliseconds
+//     const auto bought = world.delivered().only("Bought");
+//     EXPECT_EQ(bought["items"], (veltrano::Array{"ticket", "poster"}));
+//     EXPECT_TRUE(world.complaints().empty()) << world.complaints();
 //
 // Link `Veltrano::testing`, which links the library. It needs no test framework; GoogleTest, Catch2
-// and doctest print all types here with `operator<<`. A lookup that finds nothing throws `Error`;
-// its message says what exists.
+// and doctest print what tests see, such as values and events, with `operator<<`. A lookup that
+// finds nothing throws `Error`; its message says what exists.
 #pragma once
 
 #include <chrono>
@@ -73,8 +72,8 @@ inline void PrintTo(const HostMap& value, std::ostream* out) {
 
 namespace testing {
 
-/// Virtual time. The literals of `std::chrono` convert to it. GoogleTest prints it as bytes; where
-/// that matters, compare `count()`.
+/// Virtual time. The literals of `std::chrono` convert to it. In C++17, GoogleTest prints it as
+/// bytes, and doctest not at all; where that matters, compare `count()`.
 using Duration = std::chrono::microseconds;
 
 /// A lookup that found nothing, or the misuse of a world.
@@ -83,13 +82,26 @@ struct Error : std::logic_error {
 };
 
 /// The layer that a property comes from. Among layers with the same key, the last one here wins.
-enum class Origin {
-  automatic,        // set by the library for each event, such as "time"
-  defaultProperty,  // describes the device or the application, such as "$os"
-  superProperty,    // set by the host for every event: `setSuperProperties`, `setUserId`, ...
-  event             // passed to `track`
+class Origin {  // no enumeration, which doctest would print as a number
+ public:
+  static const Origin automatic;        // set by the library for each event, such as "time"
+  static const Origin defaultProperty;  // describes the device or the application, such as "$os"
+  static const Origin superProperty;  // set by the host for every event: `setSuperProperties`, ...
+  static const Origin event;          // passed to `track`
+
+  friend bool operator==(Origin left, Origin right) { return left.name_ == right.name_; }
+  friend bool operator!=(Origin left, Origin right) { return !(left == right); }
+  friend std::ostream& operator<<(std::ostream& out, Origin origin) { return out << origin.name_; }
+
+ private:
+  explicit constexpr Origin(std::string_view name) : name_(name) {}
+
+  std::string_view name_;
 };
-std::ostream& operator<<(std::ostream& out, Origin origin);
+inline constexpr Origin Origin::automatic{"automatic"};
+inline constexpr Origin Origin::defaultProperty{"defaultProperty"};
+inline constexpr Origin Origin::superProperty{"superProperty"};
+inline constexpr Origin Origin::event{"event"};
 
 /// A read-only list, in order of occurrence.
 template <class T>
@@ -158,7 +170,7 @@ class Event : public Properties {
 
   const std::string& name() const { return name_; }
 
-  /// When it joined the queue, since the world's start.
+  /// The time since the world's start at which it joined the queue.
   Duration recordedAt() const { return recordedAt_; }
 
   /// The layer that the property comes from. For an entry of "extra_json", pass "extra_json.KEY".
@@ -198,7 +210,7 @@ class Heartbeat : public Properties {
 
   std::string sessionId() const;
   std::string userId() const;
-  Duration at() const { return at_; }
+  Duration at() const { return at_; }  // since the world's start
 
  private:
   Duration at_;
@@ -212,7 +224,7 @@ struct Request {
   std::map<std::string, std::string> query;
   std::map<std::string, std::string> headers;  // include the session token, if any
   std::string body;                            // the JSON text
-  Duration at{0};
+  Duration at{0};                              // since the world's start
 };
 std::ostream& operator<<(std::ostream& out, const Request& request);
 
@@ -220,7 +232,7 @@ std::ostream& operator<<(std::ostream& out, const Request& request);
 struct Answer {
   int status = 200;
   std::optional<std::string> body = std::nullopt;
-  Duration latency{0};
+  Duration latency{0};            // `Duration::max()`: for ever
   bool isTransportError = false;  // no answer arrives; status and body are ignored
 };
 
@@ -294,10 +306,11 @@ using Complaints = List<std::string>;
 /// everything is answered, and the library is inert afterwards. Only functions of the main run loop
 /// go on. On another thread, `shutDown` waits for the main thread to advance the world; if that
 /// does not happen by a second after the deadline, in real time, it returns false, and a complaint
-/// says so.
+/// says so. The library then shuts down when the world next advances.
 ///
 /// The main run loop's `run` advances the world until `stop`, for a virtual day at most. Its
-/// `fileDescriptor` is -1.
+/// `fileDescriptor` is -1. Hosts take deadlines, of `runUntil` and of `shutDown`, from the real
+/// clock: the time left is rounded up to 0.01 s, so that runs repeat, and is a day at most.
 ///
 /// Warning: a heartbeat that is started on another thread is never sent; a complaint says so.
 class World {
@@ -315,8 +328,8 @@ class World {
   World& operator=(const World&) = delete;
 
   /// Advances by `time` and runs everything that is due until then, inclusive. What the test does
-  /// next happens a microsecond later. Throws `Error` if `time` is negative, on another thread, in
-  /// a callback and after `end`.
+  /// next happens a microsecond later. Throws `Error` if `time` is negative or over a hundred
+  /// years, on another thread, in a callback and after `end`.
   void advance(Duration time);
 
   /// Virtual time since the world's start: a microsecond after the latest `advance`, such as

@@ -37,12 +37,16 @@ void veltrano_world_destroy(veltrano_world* world);
 /* Why the latest call that failed did; empty if none has failed. */
 const char* veltrano_world_error(const veltrano_world* world);
 
-/* False on any thread but the main thread, in a callback, and if `seconds` is negative. */
+/* False on any thread but the main thread, in a callback, after the end, and if `seconds` is
+ * negative, no number or over a hundred years. */
 bool veltrano_world_advance(veltrano_world* world, double seconds);
+
+/* Moves the wall clock forward or back. The monotonic clock does not change. */
 void veltrano_world_jump_clock(veltrano_world* world, double seconds);
 
-/* Answer the next `times` posts to `path`, or all of them if it is 0: with a status, and a body
- * unless NULL, after `latency` seconds; or with a transport error. */
+/* Answer the next `times` posts to `path`, "/track" or "/heartbeat", or all of them if `times` is
+ * 0: with a status, and a body unless NULL, after `latency` seconds; or with a transport error. Any
+ * other path only sets veltrano_world_error. */
 void veltrano_world_answer(veltrano_world* world, const char* path, int status, const char* body,
                            double latency, size_t times);
 void veltrano_world_fail(veltrano_world* world, const char* path, size_t times);

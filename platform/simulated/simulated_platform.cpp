@@ -79,7 +79,7 @@ SimulatedPlatform::SimulatedPlatform(std::shared_ptr<Timeline> line) : timeline_
 
 Platform SimulatedPlatform::services() {
   return {
-      .collectionHost = "collect.veltrano.example",
+      .collectionHost = kSimulatedCollectionHost,
       .wallClock = &clock,
       .standardOutput = &output,
       .workQueue = &workQueue,

@@ -17,6 +17,9 @@
 
 namespace veltrano::internal {
 
+/// The collection host in scenarios and their traces.
+inline constexpr const char* kSimulatedCollectionHost = "collect.veltrano.example";
+
 struct SimulatedClock final : WallClock {
   explicit SimulatedClock(const Timeline& line) : timeline(line) {}
   WallTime now() const override { return {start + timeline.now() + jumped}; }
