@@ -11,30 +11,35 @@
 typedef void (^Completion)(BOOL accepted);
 typedef void (^Handler)(void);
 
-// Callbacks of the C interface. On the library's threads there is no other autorelease pool.
+// On the library's threads there is no other autorelease pool. Unlike @autoreleasepool, this one is
+// also drained when a C++ exception ends the scope.
+#define SCOPED_POOL __attribute__((cleanup(drainScopedPool), unused)) NSAutoreleasePool*
+
+static void drainScopedPool(NSAutoreleasePool** pool) {
+  [*pool drain];
+}
+
+// Callbacks of the C interface, which drops C++ exceptions: @catch does not see them.
 
 static void callCompletion(void* block, bool accepted) {
-  @autoreleasepool {
-    @try {
-      ((Completion)block)(accepted);
-    } @catch (...) {
-    }
+  SCOPED_POOL pool = [[NSAutoreleasePool alloc] init];
+  @try {
+    ((Completion)block)(accepted);
+  } @catch (...) {
   }
 }
 
 static void callHandler(void* block) {
-  @autoreleasepool {
-    @try {
-      ((Handler)block)();
-    } @catch (...) {
-    }
+  SCOPED_POOL pool = [[NSAutoreleasePool alloc] init];
+  @try {
+    ((Handler)block)();
+  } @catch (...) {
   }
 }
 
 static void releaseBlock(void* block) {
-  @autoreleasepool {
-    Block_release(block);
-  }
+  SCOPED_POOL pool = [[NSAutoreleasePool alloc] init];
+  Block_release(block);
 }
 
 // Calls an operation with `count` arguments. Releases `block`, the last argument unless it is NULL.
@@ -54,6 +59,10 @@ static void sendMessage(const char* selector, size_t count, id first, id second,
 }
 
 static Veltrano* theInstance;
+
+// Blocks have type id here: GNUstep aborts in methodSignatureForSelector: when it reads the
+// encoding of a block's type.
+#pragma clang diagnostic ignored "-Wmismatched-parameter-types"
 
 @implementation Veltrano
 
@@ -92,7 +101,7 @@ static Veltrano* theInstance;
 
 - (void)trackWithEventName:(NSString*)eventName
            eventProperties:(NSDictionary*)eventProperties
-      forceFlushCompletion:(Completion)completion {
+      forceFlushCompletion:(id)completion {
   veltrano_object* block = NULL;
   if (completion != nil)
     block = veltrano_boolean_block(callCompletion, Block_copy(completion), releaseBlock);
@@ -108,7 +117,7 @@ static Veltrano* theInstance;
   sendMessage("removeSuperPropertyWithKey:", 1, key, nil, NULL);
 }
 
-- (void)setRefreshTriggersWithHandlerWithTriggers:(NSArray*)triggers handler:(Handler)handler {
+- (void)setRefreshTriggersWithHandlerWithTriggers:(NSArray*)triggers handler:(id)handler {
   veltrano_object* block = NULL;
   if (handler != nil) block = veltrano_block(callHandler, Block_copy(handler), releaseBlock);
   sendMessage("setRefreshTriggersWithHandlerWithTriggers:handler:", 2, triggers, nil, block);
@@ -144,13 +153,34 @@ static Veltrano* theInstance;
   sendMessage("setScreenOrientation", 0, nil, nil, NULL);
 }
 
-// The tracker has no properties. Key-value coding would otherwise call setUserId: for "userId".
+// Key-value coding would otherwise call setUserId: for "userId". These methods are all that the
+// others end in; GNUstep still has the deprecated ones.
 
 - (id)valueForKey:(NSString*)key {
   return [self valueForUndefinedKey:key];
 }
 
+- (id)storedValueForKey:(NSString*)key {
+  return [self valueForUndefinedKey:key];
+}
+
+- (NSMutableArray*)mutableArrayValueForKey:(NSString*)key {
+  return [self valueForUndefinedKey:key];
+}
+
+- (NSMutableSet*)mutableSetValueForKey:(NSString*)key {
+  return [self valueForUndefinedKey:key];
+}
+
 - (void)setValue:(id)value forKey:(NSString*)key {
+  [self setValue:value forUndefinedKey:key];
+}
+
+- (void)takeValue:(id)value forKey:(NSString*)key {
+  [self setValue:value forUndefinedKey:key];
+}
+
+- (void)takeStoredValue:(id)value forKey:(NSString*)key {
   [self setValue:value forUndefinedKey:key];
 }
 
