@@ -12,34 +12,42 @@ typedef void (^Completion)(BOOL accepted);
 typedef void (^Handler)(void);
 
 // On the library's threads there is no other autorelease pool. Unlike @autoreleasepool, this one is
-// also drained when a C++ exception ends the scope.
+// drained when a C++ exception ends the scope.
 #define SCOPED_POOL __attribute__((cleanup(drainScopedPool), unused)) NSAutoreleasePool*
 
 static void drainScopedPool(NSAutoreleasePool** pool) {
   [*pool drain];
 }
 
-// Callbacks of the C interface, which drops C++ exceptions: @catch does not see them.
+static void call(Handler handler) {
+  @try {
+    handler();
+  } @catch (...) {
+  }
+}
+
+// With GNUstep, C++ exceptions pass, for the C interface to drop. Clang supposes that none passes a
+// function that it knows to catch all, and then leaves out its caller's clean-up.
+static void (*volatile dropExceptions)(Handler) = call;
+
+// Callbacks of the C interface.
 
 static void callCompletion(void* block, bool accepted) {
   SCOPED_POOL pool = [[NSAutoreleasePool alloc] init];
-  @try {
+  dropExceptions(^{
     ((Completion)block)(accepted);
-  } @catch (...) {
-  }
+  });
 }
 
 static void callHandler(void* block) {
   SCOPED_POOL pool = [[NSAutoreleasePool alloc] init];
-  @try {
-    ((Handler)block)();
-  } @catch (...) {
-  }
+  dropExceptions(block);
 }
 
 static void releaseBlock(void* block) {
-  SCOPED_POOL pool = [[NSAutoreleasePool alloc] init];
-  Block_release(block);
+  @autoreleasepool {
+    Block_release(block);
+  }
 }
 
 // Calls an operation with `count` arguments. Releases `block`, the last argument unless it is NULL.
