@@ -2,16 +2,14 @@
 // host's code stays unchanged: `PosixPlatform::install` gives it the world's platform and main run
 // loop.
 //
-//     TEST(Checkout, ReportsWhatWasBought) {
-//       veltrano::testing::World world;
-//       startApplication();  // the host's, with its PosixPlatform::install
-//       buy({"ticket", "poster"});
+//     veltrano::testing::World world;
+//     startApplication();  // the host's, with its PosixPlatform::install
+//     buy({"ticket", "poster"});
 //
-//       world.advance(20s);  // takes milliseconds
-//       const auto bought = world.delivered().only("Bought");
-//       EXPECT_EQ(bought["items"], (veltrano::Array{"ticket", "poster"}));
-//       EXPECT_TRUE(world.complaints().empty()) << world.complaints();
-//     }
+//     world.advance(20s);  // takes milliseconds
+//     const auto bought = world.delivered().only("Bought");
+//     EXPECT_EQ(bought["items"], (veltrano::Array{"ticket", "poster"}));
+//     EXPECT_TRUE(world.complaints().empty()) << world.complaints();
 //
 // Link `Veltrano::testing`, which links the library. It needs no test framework; GoogleTest, Catch2
 // and doctest print all types here with `operator<<`. A lookup that finds nothing throws `Error`;
