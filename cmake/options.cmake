@@ -26,6 +26,16 @@ else()
   set(VELTRANO_LIBRARY SHARED)
 endif()
 
+# What Linux offers beyond POSIX has a twin that needs POSIX alone. Each brings its linker's options.
+include(CMakeDependentOption)
+string(COMPARE EQUAL "${CMAKE_SYSTEM_NAME}" Linux is_linux)
+cmake_dependent_option(VELTRANO_PORTABLE "Use nothing beyond POSIX" OFF is_linux ON)
+set(VELTRANO_SYSTEM ${PROJECT_SOURCE_DIR}/platform/posix/system/linux)
+if(VELTRANO_PORTABLE)
+  set(VELTRANO_SYSTEM ${PROJECT_SOURCE_DIR}/platform/posix/system/portable)
+endif()
+include(${VELTRANO_SYSTEM}/linking.cmake)
+
 if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
 endif()

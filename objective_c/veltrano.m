@@ -11,24 +11,37 @@
 typedef void (^Completion)(BOOL accepted);
 typedef void (^Handler)(void);
 
-// Callbacks of the C interface. On the library's threads there is no other autorelease pool.
+// On the library's threads there is no other autorelease pool. Unlike @autoreleasepool, this one is
+// drained when a C++ exception ends the scope.
+#define SCOPED_POOL __attribute__((cleanup(drainScopedPool), unused)) NSAutoreleasePool*
 
-static void callCompletion(void* block, bool accepted) {
-  @autoreleasepool {
-    @try {
-      ((Completion)block)(accepted);
-    } @catch (...) {
-    }
+static void drainScopedPool(NSAutoreleasePool** pool) {
+  [*pool drain];
+}
+
+static void call(Handler handler) {
+  @try {
+    handler();
+  } @catch (...) {
   }
 }
 
+// With GNUstep, C++ exceptions pass, for the C interface to drop. Clang supposes that none passes a
+// function that it knows to catch all, and then leaves out its caller's clean-up.
+static void (*volatile dropExceptions)(Handler) = call;
+
+// Callbacks of the C interface.
+
+static void callCompletion(void* block, bool accepted) {
+  SCOPED_POOL pool = [[NSAutoreleasePool alloc] init];
+  dropExceptions(^{
+    ((Completion)block)(accepted);
+  });
+}
+
 static void callHandler(void* block) {
-  @autoreleasepool {
-    @try {
-      ((Handler)block)();
-    } @catch (...) {
-    }
-  }
+  SCOPED_POOL pool = [[NSAutoreleasePool alloc] init];
+  dropExceptions(block);
 }
 
 static void releaseBlock(void* block) {
@@ -54,6 +67,10 @@ static void sendMessage(const char* selector, size_t count, id first, id second,
 }
 
 static Veltrano* theInstance;
+
+// Blocks have type id here: GNUstep aborts in methodSignatureForSelector: when it reads the
+// encoding of a block's type.
+#pragma clang diagnostic ignored "-Wmismatched-parameter-types"
 
 @implementation Veltrano
 
@@ -92,7 +109,7 @@ static Veltrano* theInstance;
 
 - (void)trackWithEventName:(NSString*)eventName
            eventProperties:(NSDictionary*)eventProperties
-      forceFlushCompletion:(Completion)completion {
+      forceFlushCompletion:(id)completion {
   veltrano_object* block = NULL;
   if (completion != nil)
     block = veltrano_boolean_block(callCompletion, Block_copy(completion), releaseBlock);
@@ -108,7 +125,7 @@ static Veltrano* theInstance;
   sendMessage("removeSuperPropertyWithKey:", 1, key, nil, NULL);
 }
 
-- (void)setRefreshTriggersWithHandlerWithTriggers:(NSArray*)triggers handler:(Handler)handler {
+- (void)setRefreshTriggersWithHandlerWithTriggers:(NSArray*)triggers handler:(id)handler {
   veltrano_object* block = NULL;
   if (handler != nil) block = veltrano_block(callHandler, Block_copy(handler), releaseBlock);
   sendMessage("setRefreshTriggersWithHandlerWithTriggers:handler:", 2, triggers, nil, block);
@@ -144,13 +161,34 @@ static Veltrano* theInstance;
   sendMessage("setScreenOrientation", 0, nil, nil, NULL);
 }
 
-// The tracker has no properties. Key-value coding would otherwise call setUserId: for "userId".
+// Key-value coding would otherwise call setUserId: for "userId". These methods are all that the
+// others end in; GNUstep still has the deprecated ones.
 
 - (id)valueForKey:(NSString*)key {
   return [self valueForUndefinedKey:key];
 }
 
+- (id)storedValueForKey:(NSString*)key {
+  return [self valueForUndefinedKey:key];
+}
+
+- (NSMutableArray*)mutableArrayValueForKey:(NSString*)key {
+  return [self valueForUndefinedKey:key];
+}
+
+- (NSMutableSet*)mutableSetValueForKey:(NSString*)key {
+  return [self valueForUndefinedKey:key];
+}
+
 - (void)setValue:(id)value forKey:(NSString*)key {
+  [self setValue:value forUndefinedKey:key];
+}
+
+- (void)takeValue:(id)value forKey:(NSString*)key {
+  [self setValue:value forUndefinedKey:key];
+}
+
+- (void)takeStoredValue:(id)value forKey:(NSString*)key {
   [self setValue:value forUndefinedKey:key];
 }
 

@@ -112,6 +112,7 @@ std::string inheritedDescriptors() {
 
 TEST(NetworkFaults, ExecutedProgramsInheritNoDescriptor) {
   if (kIsSanitized) GTEST_SKIP() << "ThreadSanitizer knows one descriptor table only.";
+  if (VELTRANO_PORTABLE) GTEST_SKIP() << "POSIX knows one descriptor table only.";
   std::binary_semaphore hasCome(0);
   TLSServer server([&](int) {
     hasCome.release();
@@ -200,6 +201,7 @@ TEST(NetworkFaults, ACallbackMayEndItsThread) {
 }
 
 TEST(NetworkFaults, EveryPostIsReportedOnceWhicheverAllocationFails) {
+  if (VELTRANO_PORTABLE) GTEST_SKIP() << "The library's threads are recognised by their names.";
   TLSServer server([](int) { return answer("503 Busy", "{}", "Retry-After: 0\r\n"); },
                    {.certificate = {.name = "DNS:localhost"}});
   for (const int failing : {1, 3}) {

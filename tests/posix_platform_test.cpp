@@ -23,7 +23,6 @@
 #include "encoding/uuid.h"
 #include "heartbeat/heartbeat_interval.h"
 #include "platform/platform.h"
-#include "platform/posix/device/connectivity.h"
 #include "platform/posix/device/host_reports.h"
 #include "platform/posix/device/standard_output.h"
 #include "platform/posix/http/option_checks.h"
@@ -34,6 +33,7 @@
 #include "platform/posix/threads/notification_center.h"
 #include "platform/posix/threads/run_loop.h"
 #include "platform/posix/threads/work_queue.h"
+#include "tests/support/directory.h"
 #include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
@@ -54,22 +54,6 @@ void drain(WorkQueue& queue) {
   queue.async([&] { drained.set_value(); });
   ASSERT_EQ(drained.get_future().wait_for(seconds(30)), std::future_status::ready);
 }
-
-class Directory {
- public:
-  Directory() { path_ = mkdtemp(path_.data()); }
-  ~Directory() { fs::remove_all(path_); }
-
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-  std::string write(const std::string& name, std::string_view text) const {
-    fs::create_directories(fs::path(*this / name).parent_path());
-    std::ofstream(*this / name) << text;
-    return *this / name;
-  }
-
- private:
-  std::string path_ = fs::temp_directory_path() / "veltrano-XXXXXX";
-};
 
 std::string contentsOf(const std::string& path) {
   std::ifstream file(path);
@@ -361,33 +345,6 @@ TEST(BundlesTest, InfoDictionariesAreFound) {
   ASSERT_TRUE(library.resourceDirectory && library.infoDictionary);
   EXPECT_FALSE(bundles.bundleAtPath(*library.resourceDirectory + "/Veltrano.bundle"));
   EXPECT_EQ(library.infoDictionary->begin()->key, "CFBundleShortVersionString");
-}
-
-TEST(ConnectivityTest, TheDefaultRouteWithTheLeastMetricCounts) {
-  const std::string header = "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\tMTU\n";
-  const std::string slow = "wlan0\t00000000\t010200C0\t0003\t0\t0\t600\t00000000\t0\t0\t0  \n";
-  const std::string fast = "eth0\t00000000\t010200C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n";
-  const std::string down = "ppp0\t00000000\t010200C0\t0002\t0\t0\t0\t00000000\t0\t0\t0\n";
-  const std::string zeros(32, '0');
-  const std::string sixth = zeros + " 00 " + zeros + " 00 fe800000000000000000000000000001 " +
-                            "00000400 00000001 00000000 00000003    wlan1\n";
-  EXPECT_EQ(defaultRouteInterface(header + slow + fast + down, sixth), "eth0");
-  EXPECT_EQ(defaultRouteInterface(header + down, sixth), "wlan1");
-  EXPECT_EQ(defaultRouteInterface("wlan0\t00000000\n\n\xFF\t", "garbage"), "");
-}
-
-TEST(ConnectivityTest, AWirelessInterfaceCountsWhileItsLinkIsUp) {
-  const Directory sys;
-  sys.write("class/net/wlan1/phy80211/name", "");
-  EXPECT_TRUE(isWirelessLinkUp("wlan1", sys / "")) << "a driver that tells nothing";
-  for (const auto& [state, isUp] : std::map<std::string, bool>{
-           {"up", true}, {"unknown", true}, {"down", false}, {"dormant", false}}) {
-    for (const std::string interface : {"eth0", "wlan1"})
-      sys.write("class/net/" + interface + "/operstate", state + "\n");
-    EXPECT_EQ(isWirelessLinkUp("wlan1", sys / ""), isUp) << state;
-    EXPECT_FALSE(isWirelessLinkUp("eth0", sys / ""));
-  }
-  EXPECT_FALSE(isWirelessLinkUp("", sys / ""));
 }
 
 // In a child, which the signal would kill.

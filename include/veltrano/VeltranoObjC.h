@@ -4,11 +4,16 @@
 //     [[Veltrano shared] trackWithEventName:@"Bought"
 //                           eventProperties:@{@"plan": @"pro", @"items": @3}];
 //
-// Install a platform before the first call, with veltrano_install_posix_platform. It, logging,
-// statistics and the shutdown are functions of veltrano/veltrano_c.h, which this header includes.
+// Install a platform before the first call, with veltrano_install_posix_platform. It, the run loop,
+// logging, statistics and the shutdown are functions of veltrano/veltrano_c.h, which this header
+// includes.
 //
-// Objective-C++ files can include this header or veltrano/veltrano.h, but not both: each declares a
-// class Veltrano.
+// Warning: callbacks that you pass to those functions must not raise Objective-C exceptions, and
+// need an @autoreleasepool of their own. Blocks need neither.
+//
+// An Objective-C++ file can include this header or veltrano/veltrano.h, but not both: each declares
+// a class Veltrano. Warning: where Clang compiles for GNUstep's old runtime (-fobjc-runtime=gcc),
+// such a file cannot catch C++ exceptions; catch them in a C++ file.
 #pragma once
 
 #import <Foundation/Foundation.h>
@@ -21,15 +26,14 @@ NS_ASSUME_NONNULL_BEGIN
 ///
 /// Every operation is thread-safe, returns without waiting for the network and never throws. It
 /// copies its arguments before it returns, mutable ones too; other threads must not change them
-/// meanwhile. With a nil argument that is not nullable, an argument of the wrong class, or an
-/// argument that raises an exception while it is read, it does nothing.
+/// meanwhile. An operation does nothing if an argument is nil and not nullable, is of the wrong
+/// class, or raises an exception while it is read. Key-value coding reaches nothing.
 ///
 /// Events hold these objects:
 ///
 /// - strings; a lone surrogate becomes U+FFFD
-/// - numbers: booleans as such, floating-point numbers and unsigned ones of 2^63 or more as
-/// doubles,
-///   others as 64-bit integers
+/// - numbers: booleans as such; floating-point numbers, and unsigned ones of 2^63 or more, as
+///   doubles; others as 64-bit integers
 /// - dates, URLs and NSNull
 /// - arrays and dictionaries, without what events cannot hold: other objects, and collections that
 ///   contain themselves or are nested more than 128 deep
@@ -41,8 +45,9 @@ NS_ASSUME_NONNULL_BEGIN
 /// undeliverable; the batch is dropped. If such a key is in the properties themselves, the call
 /// does nothing.
 ///
-/// Blocks are copied, run in an autorelease pool of their own, and are released when they can no
-/// longer be called, on any thread. Exceptions that they throw are dropped.
+/// Blocks are copied, and released on any thread when they can no longer be called. Each call has
+/// an autorelease pool of its own. Exceptions that a block throws, in Objective-C or C++, are
+/// dropped.
 ///
 /// Warning: with GNUstep, link this library and the blocks runtime before gnustep-base, as the
 /// CMake and pkg-config packages do: gnustep-base has a Block_copy that does not copy.
@@ -62,6 +67,9 @@ VELTRANO_EXPORT
 
 /// Identifies the user; an empty id is ignored. The first id also starts the session heartbeat, on
 /// the library's run loop of the calling thread: call this on the main thread.
+///
+/// Warning: that loop is no NSRunLoop. Run it, or poll its descriptor: see "Run loops" in
+/// veltrano/veltrano_c.h.
 - (void)setUserId:(NSString*)userId;
 
 /// Identifies the application; an empty id is stored, too.

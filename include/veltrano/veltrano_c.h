@@ -270,23 +270,23 @@ VELTRANO_EXPORT const char* veltrano_outcome_text(veltrano_outcome outcome);
  * Arguments in brackets may be nil or null. Properties are a dictionary whose keys are all strings,
  * triggers an array of strings, a handler is a block, a completion a boolean block.
  *
- *     setUserId:                      string
- *     setAppId:                       string
- *     setIdfa
- *     setLibVersion:                  string
- *     setPublisherUid:                [string]
- *     trackWithEventName:eventProperties:
- *                                     string, properties
- *     trackWithEventName:eventProperties:forceFlushCompletion:
- *                                     string, [properties], [completion]
- *     setSuperPropertiesWithProperties:
- *                                     properties
- *     removeSuperPropertyWithKey:     string
- *     setRefreshTriggersWithHandlerWithTriggers:handler:
- *                                     [triggers], [handler]
- *     getScreenOrientation            returns a string
- *     getDeviceOrientation            returns a string
- *     shared                          returns an object that stands for the tracker
+ *   setUserId:                      string
+ *   setAppId:                       string
+ *   setIdfa
+ *   setLibVersion:                  string
+ *   setPublisherUid:                [string]
+ *   trackWithEventName:eventProperties:
+ *                                   string, properties
+ *   trackWithEventName:eventProperties:forceFlushCompletion:
+ *                                   string, [properties], [completion]
+ *   setSuperPropertiesWithProperties:
+ *                                   properties
+ *   removeSuperPropertyWithKey:     string
+ *   setRefreshTriggersWithHandlerWithTriggers:handler:
+ *                                   [triggers], [handler]
+ *   getScreenOrientation            returns a string
+ *   getDeviceOrientation            returns a string
+ *   shared                          returns an object that stands for the tracker
  *
  * The notification handlers are selectors, too: handleWillEnterForeground,
  * handleDidEnterBackground, handleDidChangeStatusBarOrientation and

@@ -42,6 +42,16 @@ static atomic_int witnesses;
 }
 @end
 
+// What throws an int in C++.
+void* __cxa_allocate_exception(size_t size);
+void __cxa_throw(void* exception, void* type, void (*destroy)(void*));
+extern char _ZTIi[];
+static void throwInCpp(void) {
+  int* exception = __cxa_allocate_exception(sizeof *exception);
+  *exception = 1;
+  __cxa_throw(exception, _ZTIi, NULL);
+}
+
 static int refreshes;
 
 static void stop(void* context, const veltrano_transfer* transfer) {
@@ -234,19 +244,30 @@ static void callWrongly(Veltrano* tracker) {
     [tracker removeSuperPropertyWithKey:wrong[i]];
   }
   [tracker trackWithEventName:@"Wrong" eventProperties:@{@"a" : @[ @1, wrong[5] ]}];
+
+  // Key-value coding reaches nothing.
+  NSArray* coding =
+      [@"setValue:forKey: setValue:forKeyPath: takeValue:forKey: takeValue:forKeyPath: "
+        "takeStoredValue:forKey: setValuesForKeysWithDictionary: "
+        "takeValuesFromDictionary: valueForKey: valueForKeyPath: storedValueForKey: "
+        "mutableArrayValueForKey: mutableSetValueForKeyPath:" componentsSeparatedByString:@" "];
   for (NSString* key in @[ @"userId", @"screenOrientation", @"shared" ]) {
-    int raised = 0;
-    @try {
-      [tracker setValue:@"x" forKey:key];
-    } @catch (NSException* exception) {
-      ++raised;
-    } @
-    try {
-      [tracker valueForKey:key];
-    } @catch (NSException* exception) {
-      ++raised;
+    for (NSString* selector in coding) {
+      if (![tracker respondsToSelector:NSSelectorFromString(selector)]) continue;
+      const bool sets = [selector rangeOfString:@":for"].length > 0;
+      id first = key;
+      if (sets) first = @"x";
+      if ([selector hasSuffix:@"Dictionary:"]) first = @{key : @"x"};
+      NSString* raised = nil;
+      @try {
+        [tracker performSelector:NSSelectorFromString(selector)
+                      withObject:first
+                      withObject:sets ? key : nil];
+      } @catch (NSException* exception) {
+        raised = [exception name];
+      }
+      EXPECT([raised isEqual:NSUndefinedKeyException]);
     }
-    EXPECT(raised == 2);
   }
 }
 
@@ -259,13 +280,15 @@ static void trackForced(NSString* name, NSDictionary* properties) {
                      [[witness retain] autorelease];
                      [[[Witness alloc] init] autorelease];
                      EXPECT(accepted);
-                     [NSException raise:@"Any" format:@"at all"];
+                     throwInCpp();
                    }];
   [witness release];
 }
 
 static void call(void) {
   Veltrano* tracker = [Veltrano shared];
+  SEL forced = @selector(trackWithEventName:eventProperties:forceFlushCompletion:);
+  EXPECT([[tracker methodSignatureForSelector:forced] numberOfArguments] == 5);
   [tracker setAppId:@"app"];
   [tracker performSelector:@selector(setLibVersion:) withObject:@"lib"];
   [tracker setPublisherUid:@"pub"];

@@ -1,14 +1,12 @@
 #pragma once
 
 #include <atomic>
-#include <string>
-#include <string_view>
 
 #include "platform/device.h"
 
 namespace veltrano::internal {
 
-/// Reports Wi-Fi when the default route uses a wireless interface whose link is up.
+/// Remembers whether the process is on Wi-Fi, so that asking costs nothing.
 class PosixConnectivity final : public ZKConnectivityManager {
  public:
   /// Checks the network now and, on a thread of its own, after each change that the system reports.
@@ -22,13 +20,5 @@ class PosixConnectivity final : public ZKConnectivityManager {
 
   std::atomic<bool> isOnWiFi_{false};
 };
-
-/// The interface of the default route, given the contents of /proc/net/route and
-/// /proc/net/ipv6_route; empty if there is none. Prefers IPv4, then the lowest metric.
-std::string defaultRouteInterface(std::string_view ipv4Routes, std::string_view ipv6Routes);
-
-/// Whether the tree at `sysfs` (such as "/sys") describes `interface` as wireless with its link up.
-/// Checks the link because a route may outlive it by minutes.
-bool isWirelessLinkUp(const std::string& interface, const std::string& sysfs);
 
 }  // namespace veltrano::internal

@@ -31,9 +31,7 @@ void* runThread(void* argument) {
 }  // namespace
 
 bool startBackgroundThread(std::string_view name, std::function<void()> body) {
-  constexpr std::size_t kMaxNameLength = 15;
-  auto start =
-      std::make_unique<Start>(Start{std::string(name.substr(0, kMaxNameLength)), std::move(body)});
+  auto start = std::make_unique<Start>(Start{std::string(name), std::move(body)});
 
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return false;

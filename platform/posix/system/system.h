@@ -8,7 +8,7 @@
 
 namespace veltrano::internal {
 
-/// Names the calling thread for debuggers, if the system can. At most 15 bytes.
+/// Names the calling thread for debuggers, if the system can. A long name is truncated.
 void nameThisThread(const char* name);
 
 /// Gives the calling thread its own, empty descriptor table, if the system can. Only the standard
@@ -17,6 +17,10 @@ void separateDescriptors();
 
 /// Like socket(2). Executed programs do not inherit the descriptor.
 int openSocket(int family, int type, int protocol);
+
+/// Whether the default route uses a wireless interface whose link is up. False when the system does
+/// not say. Throws std::bad_alloc.
+bool isOnWiFi();
 
 /// Waits for changes of the network's interfaces and routes. Not thread-safe.
 class NetworkChanges {

@@ -4,6 +4,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdio>
+
 #include "platform/posix/system/system.h"
 
 // Not null under ThreadSanitizer. NOLINTNEXTLINE(readability-identifier-naming)
@@ -12,7 +14,9 @@ extern "C" void __tsan_init() __attribute__((weak));
 namespace veltrano::internal {
 
 void nameThisThread(const char* name) {
-  pthread_setname_np(pthread_self(), name);
+  char shortened[16];  // as much as the kernel keeps
+  std::snprintf(shortened, sizeof shortened, "%s", name);
+  pthread_setname_np(pthread_self(), shortened);
 }
 
 // Closes the host's descriptors in the new table, so that a pipe still ends when the host closes
