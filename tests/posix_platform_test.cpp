@@ -470,6 +470,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
       {&PosixOptions::pinnedPublicKey, "sha256//", "SHA-256"},
       {&PosixOptions::userDefaultsFile, directory / "none/d.plist", "none\" does not exist"},
       {&PosixOptions::userDefaultsFile, directory / "", "cannot be read or is no file"},
+      {&PosixOptions::userDefaultsFile, directory / std::string(248, 'd'), "is too long"},
       {&PosixOptions::infoPropertyListFile, noCertificate, "empty.pem\" cannot be read"},
       {&PosixOptions::certificateAuthorities, noCertificate, "holds no certificate"},
       {&PosixOptions::certificateAuthorities, hollow("CERTIFICATE"), "holds no certificate"},
