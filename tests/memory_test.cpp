@@ -49,18 +49,42 @@ int installWithout(int first, int count) {
   return hasFailed ? 0 : 2;
 }
 
-// Runs first: the children must not inherit a platform.
-TEST(MemoryTest, AnInstallationAndAFirstTouchThatFailAreTriedAgain) {
+// Shuts the library down, long before the deadline. Runs in a child process.
+int shutDownWithout(int first, int count) {
+  alarm(30);
+  PosixOptions options;
+  options.collectionHost = "localhost:1";
+  const auto installation = PosixPlatform::install(options);
+  Veltrano::shared();
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::hours(1);
+  bool isComplete = false;
+  runWithout(first, count, [&] { isComplete = installation.platform->shutDown(deadline); });
+  if (failures::stopFailing()) return 0;
+  return isComplete ? 2 : 1;
+}
+
+// Runs `work` in a child process for each allocation that can fail. It returns 0, or 2 once none
+// has failed.
+void failEachAllocation(int (*work)(int first, int count)) {
   for (const int count : {1, 3}) {
     int status = 0;
     for (int first = 0; status == 0; ++first) {
       const pid_t child = fork();
-      if (child == 0) _exit(installWithout(first, count));
+      if (child == 0) _exit(work(first, count));
       ASSERT_EQ(waitpid(child, &status, 0), child);
       ASSERT_TRUE(status == 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 2))
           << status << " at " << first;
     }
   }
+}
+
+// These two run first: the children must not inherit a platform.
+TEST(MemoryTest, AnInstallationAndAFirstTouchThatFailAreTriedAgain) {
+  failEachAllocation(installWithout);
+}
+
+TEST(MemoryTest, AShutdownDoesNotWaitInVain) {
+  failEachAllocation(shutDownWithout);
 }
 
 TEST(MemoryTest, WorkThatFoundNoThreadRunsWithTheNextSubmission) {
