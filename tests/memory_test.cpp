@@ -150,6 +150,7 @@ TEST(MemoryTest, WhicheverAllocationFailsTheRestGoesOn) {
       completion = nullptr;
       isOver.wait();
       hasFailed = failures::stopFailing();
+      EXPECT_EQ(Veltrano::status().find("foreground"), std::string::npos) << "at " << first;
 
       tracker.setUserId(uid);
       timers.fire();
