@@ -488,6 +488,8 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   PosixOptions turned = options;
   turned.deviceOrientation = 7;
   EXPECT_NE(PosixPlatform::install(turned).error.find("0 to 6"), std::string::npos);
+  turned.interfaceOrientation = 5;
+  EXPECT_NE(PosixPlatform::install(turned).error.find("0 to 4"), std::string::npos);
   options.proxy = "http://127.0.0.1:1";
   options.applicationState = PosixOptions::ApplicationState::background;
   fs::current_path(directory / "");

@@ -154,8 +154,8 @@ std::string TLSServer::readRequest(SSL* tls) const {
     text.append(bytes, static_cast<std::size_t>(count));
     const auto body = text.find("\r\n\r\n") + 4;
     const auto length = text.find("Content-Length: ") + 16;
-    if (body >= 4 && length >= 16)
-      needed = body + (options_.readsBodies ? std::stoul(text.substr(length, 10)) : 0);
+    const bool hasBody = length >= 16 && options_.readsBodies;
+    if (body >= 4) needed = body + (hasBody ? std::stoul(text.substr(length, 10)) : 0);
   }
   return text;
 }
