@@ -100,6 +100,7 @@ TEST(WireCheck, Batch) {
       {replaced(kBatch, "\"plan\"", "\"time\""), "twice"},
       {replaced(kBatch, "\"pro\"", " \"pro\""), "not compact"},
       {replaced(kBatch, "\"pro\"", "\"\xC3\""), "no JSON"},
+      {replaced(kBatch, "\"pro\"", "0." + std::string(400, '0')), "100 zeros"},
       {replaced(kBatch, "\"pro\"", deep + std::string(deep.size(), ']')), ""},
       {replaced(kBatch, "\"pro\"", deep), "no JSON"},
       {kBatch + std::string(1, '\0'), "zero byte"},

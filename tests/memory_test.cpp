@@ -49,18 +49,42 @@ int installWithout(int first, int count) {
   return hasFailed ? 0 : 2;
 }
 
-// Runs first: the children must not inherit a platform.
-TEST(MemoryTest, AnInstallationAndAFirstTouchThatFailAreTriedAgain) {
+// Shuts the library down, long before the deadline. Runs in a child process.
+int shutDownWithout(int first, int count) {
+  alarm(30);
+  PosixOptions options;
+  options.collectionHost = "localhost:1";
+  const auto installation = PosixPlatform::install(options);
+  Veltrano::shared();
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::hours(1);
+  bool isComplete = false;
+  runWithout(first, count, [&] { isComplete = installation.platform->shutDown(deadline); });
+  if (failures::stopFailing()) return 0;
+  return isComplete ? 2 : 1;
+}
+
+// Runs `work` in a child process for each allocation that can fail. It returns 0, or 2 once none
+// has failed.
+void failEachAllocation(int (*work)(int first, int count)) {
   for (const int count : {1, 3}) {
     int status = 0;
     for (int first = 0; status == 0; ++first) {
       const pid_t child = fork();
-      if (child == 0) _exit(installWithout(first, count));
+      if (child == 0) _exit(work(first, count));
       ASSERT_EQ(waitpid(child, &status, 0), child);
       ASSERT_TRUE(status == 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 2))
           << status << " at " << first;
     }
   }
+}
+
+// These two run first: the children must not inherit a platform.
+TEST(MemoryTest, AnInstallationAndAFirstTouchThatFailAreTriedAgain) {
+  failEachAllocation(installWithout);
+}
+
+TEST(MemoryTest, AShutdownDoesNotWaitInVain) {
+  failEachAllocation(shutDownWithout);
 }
 
 TEST(MemoryTest, WorkThatFoundNoThreadRunsWithTheNextSubmission) {
@@ -102,6 +126,7 @@ TEST(MemoryTest, WhicheverAllocationFailsTheRestGoesOn) {
   TLSServer server([](int) { return answer("200 OK", "{\"back_off_seconds\":20}"); });
   PosixOptions options;
   options.collectionHost = "127.0.0.1:" + std::to_string(server.port());
+  options.logSink = [](std::string_view) {};
   auto& timers = *new ManualTimers;
   Platform platform = (new PosixServices(options))->platform();
   platform.timers = &timers;
@@ -110,7 +135,12 @@ TEST(MemoryTest, WhicheverAllocationFailsTheRestGoesOn) {
   auto& tracker = Veltrano::shared();
 
   std::uint64_t calls = 0;
-  for (const int count : {1, 3}) {
+  const struct {
+    int count;
+    bool logs;
+  } rounds[] = {{1, false}, {3, false}, {1, true}, {3, true}};
+  for (const auto& [count, logs] : rounds) {
+    Veltrano::isLoggerEnabled = logs;
     bool hasFailed = true;
     for (int first = 0; hasFailed && !HasFailure(); ++first) {
       std::latch isOver(1);
@@ -127,6 +157,7 @@ TEST(MemoryTest, WhicheverAllocationFailsTheRestGoesOn) {
       completion = nullptr;
       isOver.wait();
       hasFailed = failures::stopFailing();
+      EXPECT_EQ(Veltrano::status().find("foreground"), std::string::npos) << "at " << first;
 
       tracker.setUserId(uid);
       timers.fire();

@@ -427,6 +427,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
       {&PosixOptions::pinnedPublicKey, "sha256//", "SHA-256"},
       {&PosixOptions::userDefaultsFile, directory / "none/d.plist", "none\" does not exist"},
       {&PosixOptions::userDefaultsFile, directory / "", "cannot be read or is no file"},
+      {&PosixOptions::userDefaultsFile, directory / std::string(248, 'd'), "is too long"},
       {&PosixOptions::infoPropertyListFile, noCertificate, "empty.pem\" cannot be read"},
       {&PosixOptions::certificateAuthorities, noCertificate, "holds no certificate"},
       {&PosixOptions::certificateAuthorities, hollow("CERTIFICATE"), "holds no certificate"},
@@ -444,6 +445,8 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   PosixOptions turned = options;
   turned.deviceOrientation = 7;
   EXPECT_NE(PosixPlatform::install(turned).error.find("0 to 6"), std::string::npos);
+  turned.interfaceOrientation = 5;
+  EXPECT_NE(PosixPlatform::install(turned).error.find("0 to 4"), std::string::npos);
   options.proxy = "http://127.0.0.1:1";
   options.applicationState = PosixOptions::ApplicationState::background;
   fs::current_path(directory / "");

@@ -118,11 +118,11 @@ TEST(PropertyListTest, ReadsXMLAsXML) {
   EXPECT_EQ(*entries.begin()->value.member()->getIf<std::string>(), "A \nz");
   EXPECT_EQ(list->number("n"), 8.5);
   // Characters that XML has to escape, and some that it cannot represent.
-  const auto odd = PropertyList::parse(binary({kDictionaryOfTwo, "\x51<"s, "\x54\r\x01&\x80"s}));
+  const auto odd = PropertyList::parse(binary({kDictionaryOfTwo, "\x51<"s, "\x55\r\x01&>\x80"s}));
   ASSERT_TRUE(odd);
   const auto read = PropertyList::parse(odd->xml());
   ASSERT_TRUE(read) << odd->xml();
-  EXPECT_EQ(*read->entries().begin()->value.member()->getIf<std::string>(), "\r\uFFFD&\uFFFD");
+  EXPECT_EQ(*read->entries().begin()->value.member()->getIf<std::string>(), "\r\uFFFD&>\uFFFD");
 }
 
 TEST(PropertyListTest, IntegersOfAnySizeKeepTheirSign) {

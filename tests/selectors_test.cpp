@@ -129,6 +129,8 @@ TEST_F(Selectors, NotificationsAndSelectorsReachTheSameHandlers) {
       {"setScreenOrientation", {}},
   };
   EXPECT_EQ(outcome("shared"), "done: object");
+  EXPECT_EQ(outcome("getScreenOrientation"), "done: portrait");
+  EXPECT_EQ(outcome("getDeviceOrientation"), "done: unknown");
   EXPECT_EQ(simulation.platform.notificationCenter.observers.size(), 4U);
   // A handler's first message, without the number of events.
   const auto first = [](std::vector<std::string> messages) {

@@ -108,6 +108,9 @@ TEST(URLSession, SendsWhatItIsGivenAndNothingOfItsOwn) {
             "POST /path?uid=a%20b HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
                 "\r\nAccept: */*\r\nempty:\r\nlib_version: ios_1.0\r\nContent-Length: 9\r\n\r\n"
                 "data=W10=");
+  request.httpMethod = HTTPMethod::get;
+  EXPECT_EQ(post(session, request).status(), 200);
+  EXPECT_EQ(server.requests().at(1).rfind("GET /path?uid=a%20b HTTP/1.1\r\n", 0), 0U);
 }
 
 TEST(URLSession, RepeatsOnlyWhatTheServerPutsOff) {
@@ -322,6 +325,7 @@ TEST(URLSession, DecidesByTheStatusAndNeverRepeatsWhatWasCutOff) {
   const struct {
     Reply reply;
     int status;
+    bool isHeadTooLarge = false;
   } cuts[] = {
       {{.bytes = "", .endsConnection = true}, 0},
       {{.bytes = "HTTP/1.1 200 OK\r\nContent-Le", .endsConnection = true}, 0},
@@ -329,18 +333,24 @@ TEST(URLSession, DecidesByTheStatusAndNeverRepeatsWhatWasCutOff) {
       {{.bytes = "HTTP/1.1 400 No\r\nContent-Length: 10\r\n\r\nhalf", .endsConnection = true}, 400},
       {answer("200 OK", oneMiB + "x"), 200},
       {{.bytes = "HTTP/1.0 200 OK\r\n\r\n" + oneMiB + "x", .endsConnection = true}, 200},
-      {{.bytes = "HTTP/1.1 200 OK\r\n", .endless = "More: and more\r\n"}, 0},
-      {{.bytes = "", .endless = "HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n"}, 0},
-      {{.bytes = chunked + "0\r\n", .endless = "Trailer: and more\r\n"}, 200},
+      {{.bytes = "HTTP/1.1 200 OK\r\n", .endless = "More: and more\r\n"}, 0, true},
+      {{.bytes = "HTTP/1.1 200 OK\r\n", .endless = std::string(1 << 14, 'x')}, 0, true},
+      {{.bytes = "", .endless = "HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n"}, 0, true},
+      {{.bytes = chunked + "0\r\n", .endless = "Trailer: and more\r\n"}, 200, true},
       {{.bytes = chunked + "1;", .endless = std::string(1 << 14, 'x')}, 200},
   };
   for (const auto& cut : cuts) {
     TLSServer server([&](int number) { return number == 2 ? cut.reply : answer("200 OK"); });
-    PosixURLSession session(trusting(server.authorities()));
+    auto options = trusting(server.authorities());
+    std::string reason;  // written before the outcome is reported
+    options.onTransfer = [&](const TransferReport& report) { reason = report.reason; };
+    PosixURLSession session(options);
     const auto request = requestTo(server.url());
     ASSERT_EQ(post(session, request).status(), 200);
     // On a reused connection, because there libcurl would retry by itself.
     const auto outcome = post(session, request);
+    EXPECT_EQ(reason.find("exceeds 64 KiB") != reason.npos, cut.isHeadTooLarge)
+        << &cut - cuts << reason;
     EXPECT_EQ(outcome.status(), cut.status) << &cut - cuts;
     ASSERT_TRUE(outcome.error && !outcome.data) << &cut - cuts;
     EXPECT_EQ(outcome.error->kind, Kind::brokenOff) << &cut - cuts;

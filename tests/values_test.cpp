@@ -327,6 +327,14 @@ TEST(Values, DictionariesKeepTheLastOfEqualKeys) {
   EXPECT_FALSE(dictionary.hasOnlyStringKeys());
   EXPECT_TRUE(dictionary.begin()->value == HostValue(3));
 
+  Entries twice;
+  for (int i = 0; i < 16; ++i) {
+    const HostValue keys[] = {1U,      2U, 0.5, std::nan(""), true, NSNumber(4, 1), NSNumber(7, 1),
+                              NSNull()};
+    twice.emplace_back(keys[i % 8], i);
+  }
+  EXPECT_EQ(Dictionary(twice).size(), 8U);
+
   HostMap counting{{"z", 1}};
   for (int i = 0; i < 1000; ++i) counting.set("count", i);
   EXPECT_LT(counting.size(), 200U);
@@ -343,9 +351,10 @@ TEST(Values, DebugForms) {
     render(line, DebugForm{ParameterConversion::convert(value)});
     return line;
   };
-  EXPECT_EQ(rendered("a\"b\\\n\t\x1F\xC2\x85\xC3\xA9"),
-            "Optional(\"a\\\"b\\\\\\n\\t\\u{1F}\\u{85}\xC3\xA9\")");
+  EXPECT_EQ(rendered(std::string("a\"b\\\r\n\t\0\x1F\xC2\x85\xC3\xA9", 13)),
+            "Optional(\"a\\\"b\\\\\\r\\n\\t\\0\\u{1F}\\u{85}\xC3\xA9\")");
   EXPECT_EQ(rendered(-3), "Optional(-3)");
+  EXPECT_EQ(rendered(UINT64_MAX), "Optional(18446744073709551615)");
   EXPECT_EQ(rendered(true), "Optional(true)");
   const std::pair<double, std::string> numbers[] = {
       {1, "1.0"},         {0.1, "0.1"},      {100000, "100000.0"}, {0.0001, "0.0001"},
@@ -354,6 +363,7 @@ TEST(Values, DebugForms) {
   };
   for (const auto& [number, form] : numbers) EXPECT_EQ(rendered(number), "Optional(" + form + ")");
   EXPECT_EQ(rendered(0.1F), "Optional(0.1)");
+  EXPECT_EQ(rendered(Array{NSNumber(6, 0.5)}), "Optional([0.5])");
   EXPECT_EQ(rendered({1, "a", Array()}), "Optional([1, \"a\", []])");
   EXPECT_EQ(rendered({{"b", NSNull{}}, {"a", 0.5}}), "Optional([\"a\": 0.5, \"b\": <null>])");
   EXPECT_EQ(rendered({{"a", OtherObject{}}}), "Optional([:])");

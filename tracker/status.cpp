@@ -65,9 +65,12 @@ std::string Library::status() {
     text += "in " + seconds(*due - now);
   } else if (statistics.inFlight > 0) {
     text += "after the upload in progress";
+  } else if (!library->isStarted_) {
+    text += "when the library is first used";
+  } else if (library->tracker_.isInBackground()) {
+    text += "when the application returns to the foreground";
   } else {
-    text += library->isStarted_ ? "when the application returns to the foreground"
-                                : "when the library is first used";
+    text += "with the next event";  // memory ran out, or the host ended the thread
   }
   return text + "\n";
 }

@@ -68,6 +68,8 @@ class Tracker {
 
   /// See `PendingFlush::due`.
   std::optional<Duration> nextFlush() { return pendingFlush_.due(); }
+  /// Whether only the return to the foreground schedules a flush.
+  bool isInBackground() const { return !isRunning_; }
 
   /// The current state, for a heartbeat.
   HeartbeatFacts heartbeatFacts() const;

@@ -33,8 +33,8 @@ struct Statistics {
   std::uint64_t uploadsFailedByStatus = 0;     // answered with another status
   std::uint64_t uploadsFailedForMemory = 0;    // not sent, because memory ran out
 
-  std::uint64_t heartbeatsSent = 0;
-  std::uint64_t heartbeatsFailed = 0;  // of those sent
+  std::uint64_t heartbeatsSent = 0;    // also those that memory did not suffice to build
+  std::uint64_t heartbeatsFailed = 0;  // of those sent: not accepted, or not built
 };
 
 }  // namespace veltrano

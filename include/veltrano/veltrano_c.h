@@ -332,8 +332,8 @@ typedef struct veltrano_statistics {
   uint64_t uploads_failed_by_status;    /* answered with another status */
   uint64_t uploads_failed_for_memory;   /* not sent, because memory ran out */
 
-  uint64_t heartbeats_sent;
-  uint64_t heartbeats_failed; /* of those sent */
+  uint64_t heartbeats_sent;   /* also those that memory did not suffice to build */
+  uint64_t heartbeats_failed; /* of those sent: not accepted, or not built */
 } veltrano_statistics;
 
 /* Fills in the counts that fit into `size`. False when `statistics` is NULL or its size is 0. Call

@@ -1,5 +1,8 @@
 #include "platform/posix/options.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <filesystem>
 
 #include "encoding/uuid.h"
@@ -22,6 +25,10 @@ std::string checkSettingsFile(const std::string& path) {
   // The file is replaced as a whole, so its own permission to be written does not matter.
   if (!isWritable(directory))
     return "The settings' directory" + inQuotes(directory) + " cannot be written.";
+  // Room for the longest suffix that the file's name gets when the file is written.
+  struct stat status;
+  if (lstat((path + ".damaged").c_str(), &status) != 0 && errno == ENAMETOOLONG)
+    return "The name of the settings file" + inQuotes(path) + " is too long.";
   const FileContents file = readFile(path);
   if (file.exists && !file.contents)
     return "The settings file" + inQuotes(path) + " cannot be read or is no file.";

@@ -135,12 +135,13 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     const auto flush = [&] {
       if (ExitGate::isClosed()) return false;
       notificationCenter.post(kApplicationDidEnterBackground);
-      const auto isFlushed = std::make_shared<std::promise<void>>();
-      // Runs after the final flush. A running block may not have seen the background state and may
-      // replace the final flush with its own, queued after the first round; what that flush's
+      const auto promise = std::make_shared<std::promise<void>>();
+      // Destroyed after the final flush. A running block may not have seen the background state and
+      // may replace the final flush with its own, queued after the first round; what that flush's
       // completion tracks is queued after the second.
-      afterRounds(3, [isFlushed] { isFlushed->set_value(); });
-      return isFlushed->get_future().wait_until(deadline) == std::future_status::ready;
+      auto isPending = std::shared_ptr<void>(nullptr, [promise](void*) { promise->set_value(); });
+      keepForRounds(3, std::move(isPending));
+      return promise->get_future().wait_until(deadline) == std::future_status::ready;
     };
     const auto pause = [&](Duration time) {
       if (Clock::now() + time >= deadline) return false;
@@ -150,11 +151,11 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     return flushWithRetries(statistics, flush, pause);
   }
 
-  // Calls `done` on the work queue when all that is queued now has run, `rounds` times over.
-  void afterRounds(int rounds, std::function<void()> done) {
-    workQueue.async([this, rounds, done = std::move(done)]() mutable {
-      if (rounds > 1) return afterRounds(rounds - 1, std::move(done));
-      done();
+  // Keeps `object` until all that is queued now has run on the work queue, `rounds` times over.
+  // Destroys it early if memory runs out.
+  void keepForRounds(int rounds, std::shared_ptr<void> object) {
+    workQueue.async([this, rounds, object = std::move(object)]() mutable {
+      if (rounds > 1) keepForRounds(rounds - 1, std::move(object));
     });
   }
 

@@ -7,7 +7,22 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <string_view>
+
 namespace veltrano::internal {
+namespace {
+
+// Ends the handshake with a client that offers more than HTTP/1.1.
+int refuseHTTP2(SSL*, const unsigned char** chosen, unsigned char* length,
+                const unsigned char* offered, unsigned int size, void*) {
+  if (std::string_view(reinterpret_cast<const char*>(offered), size) != "\x08http/1.1")
+    return SSL_TLSEXT_ERR_ALERT_FATAL;
+  *chosen = offered + 1;
+  *length = offered[0];
+  return SSL_TLSEXT_ERR_OK;
+}
+
+}  // namespace
 
 TLSServer::TLSServer(Handler handler, TLSServerOptions options)
     : handler_(std::move(handler)),
@@ -25,6 +40,7 @@ TLSServer::TLSServer(Handler handler, TLSServerOptions options)
   pemFile_ = "/tmp/veltrano_authority_" + std::to_string(getpid()) + "_" + std::to_string(port_);
   context_ = makeServerContext(options_.certificate, pemFile_);
   SSL_CTX_set_max_proto_version(context_, options_.newestProtocol);
+  SSL_CTX_set_alpn_select_cb(context_, refuseHTTP2, nullptr);
   acceptor_ = std::thread([this] { accept(); });
 }
 
@@ -138,8 +154,8 @@ std::string TLSServer::readRequest(SSL* tls) const {
     text.append(bytes, static_cast<std::size_t>(count));
     const auto body = text.find("\r\n\r\n") + 4;
     const auto length = text.find("Content-Length: ") + 16;
-    if (body >= 4 && length >= 16)
-      needed = body + (options_.readsBodies ? std::stoul(text.substr(length, 10)) : 0);
+    const bool hasBody = length >= 16 && options_.readsBodies;
+    if (body >= 4) needed = body + (hasBody ? std::stoul(text.substr(length, 10)) : 0);
   }
   return text;
 }

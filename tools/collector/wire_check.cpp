@@ -42,24 +42,29 @@ std::string decodedBase64(std::string_view text) {
   return bytes;
 }
 
-bool isCompact(std::string_view json) {
+// What stands outside strings.
+std::string withoutStrings(std::string_view json) {
+  std::string rest;
   bool inString = false;
   for (std::size_t i = 0; i < json.size(); ++i) {
     if (json[i] == '"') {
       inString = !inString;
-    } else if (inString) {
-      if (json[i] == '\\') ++i;
-    } else if (json[i] == ' ' || json[i] == '\t' || json[i] == '\n' || json[i] == '\r') {
-      return false;
+    } else if (!inString) {
+      rest += json[i];
+    } else if (json[i] == '\\') {
+      ++i;
     }
   }
-  return true;
+  return rest;
 }
 
 void parse(WireMessage& message) {
   constexpr unsigned kStrict = rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag |
                                rapidjson::kParseValidateEncodingFlag;
   const std::string& json = message.json;
+  const std::string rest = withoutStrings(json);
+  // RapidJSON 1.1 crashes at a zero with some 350 decimals.
+  require(rest.find(std::string(100, '0')) == std::string::npos, "a number has 100 zeros in a row");
   message.body.Parse<kStrict>(json.data(), json.size());
   require(!message.body.HasParseError(),
           "the body is no JSON: " +
@@ -67,7 +72,7 @@ void parse(WireMessage& message) {
               std::to_string(message.body.GetErrorOffset()) + ")");
   require(json.find('\0') == std::string::npos, "the body holds a zero byte");
   require(!json.starts_with("\xEF\xBB\xBF"), "the body starts with a byte order mark");
-  require(isCompact(json), "the body's JSON is not compact");
+  require(rest.find_first_of(" \t\r\n") == std::string::npos, "the body's JSON is not compact");
 }
 
 void requireDistinctKeys(const Value& object, const std::string& where) {

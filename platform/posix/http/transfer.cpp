@@ -216,7 +216,8 @@ int HTTPTransfer::progress(void* transfer, curl_off_t, curl_off_t, curl_off_t, c
     self.cutOff(CURLE_OPERATION_TIMEDOUT);
     return 1;
   }
-  if (self.hasBegunRequest_ && self.encryptedBytesRead() > self.bytesBefore_ + kMaxEncryptedBytes) {
+  if (self.hasBegunRequest_) self.bytesRead_ = std::max(self.bytesRead_, self.encryptedBytesRead());
+  if (self.bytesRead_ > self.bytesBefore_ + kMaxEncryptedBytes) {
     self.cutOff(CURLE_FILESIZE_EXCEEDED);
     return 1;
   }
@@ -269,12 +270,18 @@ std::uint64_t HTTPTransfer::count(CURLINFO info) const {
 
 TransferResult HTTPTransfer::result(CURLcode code) {
   TransferResult result;
+  // libcurl takes a header line of more than 100 KB for a lack of memory.
+  const bool isHeadTooLarge =
+      headBytes_ > kMaxHeadBytes ||
+      (code == CURLE_OUT_OF_MEMORY && !statusCode_ && bytesRead_ > bytesBefore_ + kMaxHeadBytes);
+  if (isHeadTooLarge) cutOff_ = CURLE_WEIRD_SERVER_REPLY;
   result.error = cutOff_ != CURLE_OK ? cutOff_ : code;
   if (result.error == CURLE_OK && !statusCode_) result.error = CURLE_PARTIAL_FILE;  // head cut off
   if (result.error != CURLE_OK) {
     const bool isLibcurls = result.error == code && errorText_[0] != '\0';
     result.reason = isLibcurls ? errorText_ : curl_easy_strerror(result.error);
     if (refusal_) result.reason = "The proxy answered with status " + std::to_string(*refusal_);
+    if (isHeadTooLarge) result.reason = "The head of the answer exceeds 64 KiB";
   }
   // The request's size includes a body that libcurl sent together with the head.
   const std::uint64_t request = count<long>(CURLINFO_REQUEST_SIZE);

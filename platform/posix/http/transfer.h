@@ -87,7 +87,9 @@ class HTTPTransfer {
   char errorText_[CURL_ERROR_SIZE] = "";
   bool lacksAddresses_ = false;
   bool hasBegunRequest_ = false;
-  std::uint64_t bytesBefore_ = 0;  // read from the connection when the request began
+  // Read from the connection, earlier responses included.
+  std::uint64_t bytesBefore_ = 0;  // when the request began
+  std::uint64_t bytesRead_ = 0;    // by now
   std::size_t headBytes_ = 0;      // of all heads and trailers
   std::optional<int> refusal_;     // the status of a proxy that does not connect
   std::optional<int> statusCode_;  // of a complete head, received after the complete request
