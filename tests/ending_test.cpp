@@ -21,7 +21,8 @@ namespace {
 
 using Reply = TLSServer::Reply;
 
-// Anything longer is a hang. An idle machine takes 50 ms; the result records each state's time.
+// Anything longer is a hang. One ending takes about 2 ms; the result records the longest of a
+// state.
 constexpr double kMaxMilliseconds = 3000;
 
 struct Pipe {

@@ -331,7 +331,7 @@ TEST(Values, DictionariesKeepTheLastOfEqualKeys) {
   for (int i = 0; i < 16; ++i) {
     const HostValue keys[] = {1U,      2U, 0.5, std::nan(""), true, NSNumber(4, 1), NSNumber(7, 1),
                               NSNull()};
-    twice.emplace_back(keys[i % 8], i);
+    twice.push_back({keys[i % 8], i});
   }
   EXPECT_EQ(Dictionary(twice).size(), 8U);
 

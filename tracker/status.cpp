@@ -65,12 +65,11 @@ std::string Library::status() {
     text += "in " + seconds(*due - now);
   } else if (statistics.inFlight > 0) {
     text += "after the upload in progress";
-  } else if (!library->isStarted_) {
-    text += "when the library is first used";
-  } else if (library->tracker_.isInBackground()) {
-    text += "when the application returns to the foreground";
   } else {
-    text += "with the next event";  // memory ran out, or the host ended the thread
+    text += !library->isStarted_ ? "when the library is first used"
+            : library->tracker_.isInBackground()
+                ? "when the application returns to the foreground"
+                : "with the next event";  // memory ran out, or the host ended the thread
   }
   return text + "\n";
 }

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <string_view>
 
 #include "encoding/uuid.h"
 #include "platform/posix/http/option_checks.h"
@@ -13,25 +14,31 @@
 namespace veltrano::internal {
 namespace {
 
-std::string inQuotes(const std::string& text) {
-  return " \"" + text + "\"";
+// A sentence with a name in quotes.
+std::string about(std::string_view start, const std::string& name, std::string_view end) {
+  std::string sentence(start);
+  sentence += " \"";
+  sentence += name;
+  sentence += '"';
+  sentence += end;
+  return sentence;
 }
 
 std::string checkSettingsFile(const std::string& path) {
   if (path.empty()) return {};
   const std::string directory = std::filesystem::path(path).parent_path().string();
   if (!std::filesystem::is_directory(directory))
-    return "The settings' directory" + inQuotes(directory) + " does not exist.";
+    return about("The settings' directory", directory, " does not exist.");
   // The file is replaced as a whole, so its own permission to be written does not matter.
   if (!isWritable(directory))
-    return "The settings' directory" + inQuotes(directory) + " cannot be written.";
+    return about("The settings' directory", directory, " cannot be written.");
   // Room for the longest suffix that the file's name gets when the file is written.
   struct stat status;
   if (lstat((path + ".damaged").c_str(), &status) != 0 && errno == ENAMETOOLONG)
-    return "The name of the settings file" + inQuotes(path) + " is too long.";
+    return about("The name of the settings file", path, " is too long.");
   const FileContents file = readFile(path);
   if (file.exists && !file.contents)
-    return "The settings file" + inQuotes(path) + " cannot be read or is no file.";
+    return about("The settings file", path, " cannot be read or is no file.");
   return {};
 }
 
@@ -39,8 +46,8 @@ std::string checkSettingsFile(const std::string& path) {
 
 std::string completeOptions(PosixOptions& options, bool needsFiles) {
   if (!isCollectionHost(options.collectionHost))
-    return "The collection host has to be \"host\" or \"host:port\", not" +
-           inQuotes(options.collectionHost) + ".";
+    return about("The collection host has to be \"host\" or \"host:port\", not",
+                 options.collectionHost, ".");
   for (auto* name : {&options.userDefaultsFile, &options.infoPropertyListFile,
                      &options.certificateAuthorities}) {
     if (name->find('\0') != std::string::npos)
@@ -54,12 +61,12 @@ std::string completeOptions(PosixOptions& options, bool needsFiles) {
   if (!options.infoDictionary && !options.infoPropertyListFile.empty()) {
     options.infoDictionary = readInfoDictionary(options.infoPropertyListFile);
     if (needsFiles && !options.infoDictionary)
-      return "The Info property list" + inQuotes(options.infoPropertyListFile) + " cannot be read.";
+      return about("The Info property list", options.infoPropertyListFile, " cannot be read.");
   }
   if (needsFiles && !options.certificateAuthorities.empty() &&
       !holdsCertificates(readFile(options.certificateAuthorities).contents.value_or("")))
-    return "The file" + inQuotes(options.certificateAuthorities) +
-           " cannot be read or holds no certificate in PEM form.";
+    return about("The file", options.certificateAuthorities,
+                 " cannot be read or holds no certificate in PEM form.");
   if (!options.pinnedPublicKey.empty() && !isPublicKeyPin(options.pinnedPublicKey))
     return "The pinned public key has to be \"sha256//\" and a SHA-256 digest in Base64.";
   if (!options.proxy.empty() && !isProxy(options.proxy))

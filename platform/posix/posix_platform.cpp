@@ -135,13 +135,17 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     const auto flush = [&] {
       if (ExitGate::isClosed()) return false;
       notificationCenter.post(kApplicationDidEnterBackground);
-      const auto promise = std::make_shared<std::promise<void>>();
+      struct Pending {
+        ~Pending() { ended.set_value(); }
+        std::promise<void> ended;
+      };
+      auto pending = std::make_shared<Pending>();
+      const auto ended = pending->ended.get_future();
       // Destroyed after the final flush. A running block may not have seen the background state and
       // may replace the final flush with its own, queued after the first round; what that flush's
       // completion tracks is queued after the second.
-      auto isPending = std::shared_ptr<void>(nullptr, [promise](void*) { promise->set_value(); });
-      keepForRounds(3, std::move(isPending));
-      return promise->get_future().wait_until(deadline) == std::future_status::ready;
+      keepForRounds(3, std::move(pending));
+      return ended.wait_until(deadline) == std::future_status::ready;
     };
     const auto pause = [&](Duration time) {
       if (Clock::now() + time >= deadline) return false;

@@ -279,9 +279,10 @@ TransferResult HTTPTransfer::result(CURLcode code) {
   if (result.error == CURLE_OK && !statusCode_) result.error = CURLE_PARTIAL_FILE;  // head cut off
   if (result.error != CURLE_OK) {
     const bool isLibcurls = result.error == code && errorText_[0] != '\0';
-    result.reason = isLibcurls ? errorText_ : curl_easy_strerror(result.error);
+    result.reason = isHeadTooLarge ? "The head of the answer exceeds 64 KiB"
+                    : isLibcurls   ? errorText_
+                                   : curl_easy_strerror(result.error);
     if (refusal_) result.reason = "The proxy answered with status " + std::to_string(*refusal_);
-    if (isHeadTooLarge) result.reason = "The head of the answer exceeds 64 KiB";
   }
   // The request's size includes a body that libcurl sent together with the head.
   const std::uint64_t request = count<long>(CURLINFO_REQUEST_SIZE);
