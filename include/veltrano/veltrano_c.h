@@ -32,9 +32,10 @@
  *     collections are not thread-safe.
  *
  * (6) A callback is called with the context that it was registered with. It must return: no
- *     longjmp, no pthread_exit. C++ exceptions that it throws are dropped. The library's threads
- *     run until the process ends or the library is shut down (veltrano_shut_down), so callbacks and
- *     contexts must stay valid as long as they can be called.
+ *     longjmp, no pthread_exit. C++ exceptions that it throws are dropped; one in Objective-C ends
+ *     the process. The library's threads run until the process ends or the library is shut down
+ *     (veltrano_shut_down), so callbacks and contexts must stay valid as long as they can be
+ *     called.
  *
  * (7) Cancellation of a thread is deferred until its call into the library returns. A thread whose
  *     cancellation is asynchronous must not call the library.
