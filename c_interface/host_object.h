@@ -1,4 +1,4 @@
-// The dynamically typed objects that hosts in other languages than C++ pass.
+// Dynamically typed objects, for hosts in languages other than C++.
 #pragma once
 
 #include <cstddef>

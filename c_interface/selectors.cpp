@@ -1,6 +1,5 @@
 // Calls the library's operations, and its notification handlers, by selector.
 #include <algorithm>
-#include <functional>
 #include <optional>
 #include <span>
 #include <string>

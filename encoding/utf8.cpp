@@ -1,7 +1,5 @@
 #include "encoding/utf8.h"
 
-#include <algorithm>
-
 namespace veltrano::internal {
 namespace {
 

@@ -48,7 +48,8 @@ std::string bodyJSON(const CollectionClient& client, const HeartbeatFacts& facts
   return std::string(writer.text());
 }
 
-// Returns whether the host accepted the heartbeat, and stores the back-off that it may ask for.
+// Returns whether the collection host accepted the heartbeat, and stores the back-off that it may
+// ask for.
 bool takeAnswer(const CollectionClient& client, const std::optional<std::string>& data,
                 const std::optional<URLResponse>& response,
                 const std::optional<TransportError>& error) {

@@ -64,7 +64,7 @@ struct VLTrackingEvent {
   /// Empty unless the text is an object with a numeric "back_off_seconds".
   static VLTrackingEvent fromJSON(std::string_view text);
 
-  /// The interval that the host asks for, in seconds.
+  /// The interval that the collection host asks for, in seconds.
   std::optional<double> backOffSeconds;
 };
 

@@ -12,7 +12,8 @@
 namespace veltrano::internal {
 
 /// Schedules heartbeats: one shortly after the application becomes active, then one per interval
-/// while it stays active. Runs on the main thread, except for `initialize`, which is thread-safe.
+/// while it stays active. Thread-safe. Heartbeats run on the run loop of the thread that set the
+/// first timer: the caller of `initialize` or, after an activation, the main thread.
 class HeartbeatManager {
  public:
   /// `fireNowDelay` is the delay of the first heartbeat. `recordFailure` is called, on any thread,

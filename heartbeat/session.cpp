@@ -4,12 +4,8 @@
 
 namespace veltrano::internal {
 
-bool Session::isOverAt(WallTime now) const {
-  return !lastTimeUsed_ || std::chrono::abs(now - *lastTimeUsed_) > kInactivityTimeout;
-}
-
 void Session::use(WallTime now, std::string newID) {
-  if (isOverAt(now)) {
+  if (!lastTimeUsed_ || std::chrono::abs(now - *lastTimeUsed_) > kInactivityTimeout) {
     id_ = std::move(newID);
     timeCreated_ = now;
   }

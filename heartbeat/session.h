@@ -13,11 +13,8 @@ class Session {
   /// The longest gap between two uses of the same session.
   static constexpr Duration kInactivityTimeout = std::chrono::seconds(180);
 
-  /// Whether a use at `now` starts a new session: before the first use, and when the last one is
-  /// further away than the timeout, in either direction.
-  bool isOverAt(WallTime now) const;
-
-  /// Uses the session at `now`. Starts a new one, with `newID`, when it is over.
+  /// Uses the session at `now`. Starts a new one, with `newID`, before the first use and when the
+  /// last one is further away than the timeout, in either direction.
   void use(WallTime now, std::string newID);
 
   /// The current session's identifier; empty before the first use.

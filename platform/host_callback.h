@@ -18,8 +18,8 @@ inline bool isForkedChild() noexcept {
   return hasBeenForked.load(std::memory_order_relaxed);
 }
 
-/// In a `catch (...)`: whether the thread is being cancelled or ended, which must go on. That is no
-/// C++ exception.
+/// Call in a `catch (...)`. True while cancellation or `pthread_exit` unwinds the thread: rethrow
+/// then.
 inline bool isForcedUnwinding() noexcept {
   return std::current_exception() == nullptr;
 }
@@ -35,10 +35,8 @@ void dropExceptions(Function&& function, Arguments&&... arguments) {
   }
 }
 
-/// Set by the platform when the library is shut down: no callback starts after that. For the whole
-/// process, like the count of callbacks below: a host's context must stay untouched after the
-/// shutdown whichever object calls it, and passing an object to each of them would take more code
-/// than the one other user, the test kit, needs to set it back.
+/// Set when the library is shut down; no callback starts after that. Process-wide, like the count
+/// below: whichever object holds it, a host's context must stay untouched. The test kit resets it.
 inline std::atomic<bool> callbacksDisabled{false};
 
 /// Exists while a callback of the host runs.
@@ -65,8 +63,8 @@ class HostCall {
   static inline constinit thread_local int ownUnderWay = 0;
 };
 
-/// Calls `callback` and drops its exceptions. Does not call it in a forked child or once the host
-/// is gone. False in these cases and in a child that the callback forked: the caller must then
+/// Calls `callback` and drops its exceptions. Does not call it in a forked child or after
+/// the shutdown. False in these cases and in a child that the callback forked: the caller must then
 /// return without using the platform.
 template <class Callback, class... Arguments>
 bool callHost(const Callback& callback, Arguments&&... arguments) {

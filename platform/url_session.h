@@ -35,16 +35,7 @@ struct URLResponse {
 
 /// Why a response did not arrive, or only in part.
 struct TransportError {
-  enum class Kind {
-    brokenOff,    // the connection broke, or the response was malformed or too large
-    timedOut,     // at any step
-    unreachable,  // no address, or no connection
-    untrusted,    // no acceptable certificate, key or encryption
-    notAttempted  // no memory or thread, too many requests, or the session has ended
-  };
-
   std::string reason;  // for humans; never contains a URL, body or token
-  Kind kind = Kind::brokenOff;
 };
 
 /// A response together with an error means that the status arrived but not the whole body; `data`

@@ -1,7 +1,6 @@
 #include "properties/default_properties.h"
 
 #include "encoding/numbers.h"
-#include "encoding/utf8.h"
 #include "properties/parameter_conversion.h"
 
 namespace veltrano::internal {
@@ -36,20 +35,14 @@ PropertyMap DefaultProperties::gather() const {
   return ParameterConversion::convert(properties).value();
 }
 
-std::string DefaultProperties::deviceModel() const {
-  return wellFormedUTF8(device_.machine());
-}
-
 const PropertyMap& DefaultProperties::publisherInfoDict() const {
   return publisherInfoDict_.get([this] { return propertiesOf(bundles_.mainInfoDictionary()); });
 }
 
-const std::string& DefaultProperties::libVersion() const {
-  return libVersion_.get([this] {
-    const auto bundle = resourceBundle();
-    if (!bundle) return std::string("unknown");
-    return propertiesOf(bundle->infoDictionary).text(kVersionKey).value_or("unknown");
-  });
+std::string DefaultProperties::libVersion() const {
+  const auto bundle = resourceBundle();
+  if (!bundle) return "unknown";
+  return propertiesOf(bundle->infoDictionary).text(kVersionKey).value_or("unknown");
 }
 
 const std::string& DefaultProperties::publisherVersion() const {

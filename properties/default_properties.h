@@ -24,9 +24,6 @@ class DefaultProperties {
     return properties_.get([this] { return gather(); });
   }
 
-  /// The library's own version, or "unknown".
-  const std::string& libVersion() const;
-
   /// The host application's version, or "unknown".
   const std::string& publisherVersion() const;
 
@@ -52,7 +49,8 @@ class DefaultProperties {
     std::optional<Value> value_;  // set under mutex_
   };
 
-  std::string deviceModel() const;
+  std::string deviceModel() const { return device_.machine(); }
+  std::string libVersion() const;  // the library's own, or "unknown"
   const PropertyMap& publisherInfoDict() const;
   std::optional<Bundle> resourceBundle() const;
   PropertyMap gather() const;
@@ -61,7 +59,6 @@ class DefaultProperties {
   const Device& device_;
   mutable Once<PropertyMap> properties_;
   mutable Once<PropertyMap> publisherInfoDict_;
-  mutable Once<std::string> libVersion_;
   mutable Once<std::string> publisherVersion_;
 };
 

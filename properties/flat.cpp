@@ -14,33 +14,12 @@ std::uint32_t length(std::size_t size) {
   return static_cast<std::uint32_t>(size);
 }
 
-// Avoids the call to memcpy for short text, which most text is.
-inline void copyBytes(char* to, const char* from, std::size_t size) {
-  const auto ends = [&](auto word) {
-    std::memcpy(&word, from, sizeof word);
-    auto last = word;
-    std::memcpy(&last, from + size - sizeof last, sizeof last);
-    std::memcpy(to, &word, sizeof word);
-    std::memcpy(to + size - sizeof last, &last, sizeof last);
-  };
-  if (size > 16)
-    std::memcpy(to, from, size);
-  else if (size >= 8)
-    ends(std::uint64_t{});
-  else if (size >= 4)
-    ends(std::uint32_t{});
-  else if (size >= 2)
-    ends(std::uint16_t{});
-  else if (size == 1)
-    *to = *from;
-}
-
 // Both return where the next value goes.
 inline char* putText(char* to, Kind kind, std::string_view text) {
   const std::uint32_t size = length(text.size());
   *to = static_cast<char>(kind);
   std::memcpy(to + 1, &size, sizeof size);
-  copyBytes(to + FlatView::kTextHead, text.data(), text.size());
+  std::memcpy(to + FlatView::kTextHead, text.data(), text.size());
   return to + FlatView::kTextHead + text.size();
 }
 

@@ -6,24 +6,17 @@
 #include <string>
 
 #include "encoding/utf8.h"
-#include "properties/json_encoding.h"
+#include "properties/json_value_writer.h"
 
 namespace veltrano::internal {
 namespace {
 
 template <class Writer>
 void writeNumber(Writer& writer, FlatView number) {
-  switch (number.numberCode()) {  // of the platform's number types
-    case 1:                       // SInt8
-    case 2:                       // SInt16
-    case 3:                       // SInt32
-    case 4:                       // SInt64
-    case 9:                       // int
-    case 10:                      // long
-    case 11:                      // long long
-    case 15:                      // NSInteger
+  switch (kindOfBoxed(number.numberCode())) {
+    case Kind::Int:
       return writer.value(number.numberAsInteger());
-    case 7:  // char, which is how a boolean is boxed
+    case Kind::Bool:
       return writer.value(number.numberAsDouble() != 0);
     default:
       return writer.value(number.numberAsDouble());

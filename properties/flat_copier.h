@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <forward_list>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "properties/property_map.h"
@@ -47,8 +46,8 @@ class FlatCopier {
   std::forward_list<std::string> repaired_;   // copies of non-ASCII keys, well-formed
 };
 
-/// Removes the entries of a Dictionary that later equal keys replace once they may take half its
-/// memory. `sizeWhenTidy` is its size after the last time, 0 at first; `level` is as for
+/// Drops entries that a later equal key replaces, once the Dictionary has roughly doubled since the
+/// last time. `sizeWhenTidy` is its size then (0 at first) and is updated; `level` is as for
 /// FlatBuffer.
 void removeReplacedEntries(std::string& dictionary, std::size_t& sizeWhenTidy, int level);
 

@@ -13,7 +13,6 @@ using internal::JSONWriter;
 using internal::Kind;
 
 constexpr std::string_view kExtraKey = "extra_json";
-constexpr const char* kNoIdentifier = "00000000-0000-0000-0000-000000000000";
 
 // Sets the origin of each entry, and of each entry inside "extra_json".
 void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin,
@@ -48,7 +47,7 @@ void findChanged(const HostValue& value, const std::string& path, std::vector<st
     for (const DictionaryEntry& entry : *dictionary) {
       const auto* key = entry.key.member();
       const auto text = key != nullptr ? key->getIf<std::string>() : std::nullopt;
-      findChanged(entry.value, path + '.' + text.value_or("(a key that is no text)"), found);
+      findChanged(entry.value, path + '.' + text.value_or("(a key that is not text)"), found);
     }
   }
 }
@@ -87,7 +86,7 @@ void World::Implementation::called(std::string_view operation, const HostMapView
 void World::Implementation::recorded(const Event& event) {
   if (event.json.empty()) {
     complain(std::string(event.name) +
-             " cannot be encoded, as it holds a dictionary with a key that is no text; the whole "
+             " cannot be encoded, as it holds a dictionary with a key that is not text; the whole "
              "batch is dropped with it.");
     return;
   }
@@ -222,7 +221,8 @@ void World::Implementation::setTrackingAuthorizationStatus(std::uint64_t status)
 
 // Anything but a UUID counts as no identifier.
 void World::Implementation::setAdvertisingIdentifier(std::optional<std::string> identifier) {
-  std::string text = internal::canonicalUUID(identifier.value_or("")).value_or(kNoIdentifier);
+  std::string text = internal::canonicalUUID(identifier.value_or(""))
+                         .value_or(internal::ASIdentifierManager().advertisingIdentifier());
   recordDevice("advertisingIdentifier", [&](JSONWriter& writer) { writer.string(text); });
   device_.change([&](SimulatedDevice& device) { device.identifier.swap(text); });
 }

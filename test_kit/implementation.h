@@ -1,4 +1,4 @@
-// The implementation of a world: virtual time is in main_run_loop.cpp, the host's calls and reports
+// The implementation of a world: virtual time is in virtual_time.cpp, the host's calls and reports
 // in host_calls.cpp, requests and answers in collection_host.cpp.
 #pragma once
 
@@ -17,8 +17,8 @@
 
 #include "platform/posix/platform_backend.h"
 #include "test_kit/recorder.h"
-#include "test_kit/stage.h"
 #include "test_kit/substitute.h"
+#include "test_kit/threaded_platform.h"
 #include "tracker/call_observer.h"
 #include "veltrano/posix_platform.h"
 #include "veltrano/testing.h"
@@ -142,7 +142,7 @@ class World::Implementation final : public internal::CallObserver, public intern
   bool takeTurn();
   void stopSoon();
   Answer choose(const internal::PostRequest& post);
-  void arrive(const StageNetwork::Post& post, const Answer& answer);
+  void arrive(const ThreadedNetwork::Post& post, const Answer& answer);
   void beginBatch(std::string_view body);
   void noteHeartbeat(const std::string& body);
   void complain(const std::string& text);
@@ -156,15 +156,15 @@ class World::Implementation final : public internal::CallObserver, public intern
   const Place place_;
   const MainThread mainThread_;
   SimulatedPlatform simulated_;
-  StageClock clock_{mainThread_, simulated_.clock};
+  ThreadedClock clock_{mainThread_, simulated_.clock};
   Recorder recorder_{[this] { return clock_.elapsed(); }};
-  StageQueue queue_{mainThread_, simulated_.workQueue};
-  StageNotifications notifications_;
-  StageTimers timers_{mainThread_, simulated_.timers};
-  StageDevice device_;
-  StageNetwork network_{simulated_.timeline, [this](const auto& post) { return choose(post); },
-                        [this](const auto& post, const auto& answer) { arrive(post, answer); }};
-  StageToken token_;
+  ThreadedQueue queue_{mainThread_, simulated_.workQueue};
+  ThreadedNotifications notifications_;
+  ThreadedTimers timers_{mainThread_, simulated_.timers};
+  ThreadedDevice device_;
+  ThreadedNetwork network_{simulated_.timeline, [this](const auto& post) { return choose(post); },
+                           [this](const auto& post, const auto& answer) { arrive(post, answer); }};
+  ThreadedToken token_;
   Loop loop_{*this};
 
   // Main thread.

@@ -5,7 +5,6 @@
 #include <rapidjson/document.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
 #include <optional>
@@ -46,12 +45,14 @@ Number numberOf(std::uint64_t value) {
 
 // The member that a boxed number is sent as.
 HostValue unboxed(const NSNumber& number) {
-  constexpr std::array kIntegers = {1, 2, 3, 4, 9, 10, 11, 15};
-  const int code = number.storageTypeCode();
-  if (code == 7) return number.boolValue();
-  if (std::find(kIntegers.begin(), kIntegers.end(), code) != kIntegers.end())
-    return number.integerValue();
-  return number.doubleValue();
+  switch (internal::kindOfBoxed(number.storageTypeCode())) {
+    case internal::Kind::Int:
+      return number.integerValue();
+    case internal::Kind::Bool:
+      return number.boolValue();
+    default:
+      return number.doubleValue();
+  }
 }
 
 HostValue asSent(const HostValue& value) {

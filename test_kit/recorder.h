@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "encoding/json_writer.h"
-#include "test_kit/stage.h"
+#include "test_kit/threaded_platform.h"
 #include "veltrano/value.h"
 
 namespace veltrano::testing {

@@ -177,7 +177,8 @@ TEST(Status, SaysWhyNothingArrives) {
   expectStatus("Next flush: after the upload in progress\n");
   simulation.platform.clock.jump(-std::chrono::hours(2));
   simulation.runUntil(25);
-  expectStatus("1 recorded; 1 dropped, because the host answered with status 400\nUploads: 1");
+  expectStatus(
+      "1 recorded; 1 dropped, because the collection host answered with status 400\nUploads: 1");
   expectStatus("Last request: to /track, status 400, 2 s ago\n");
 
   Veltrano::shared().track("Late");

@@ -71,9 +71,9 @@ TEST(WireCheck, Envelope) {
       {[](auto& r) { r.headers.find("lib_version")->second = "1.0"; }, "does not start"},
       {[](auto& r) { r.headers.emplace("content-type", "text/plain"); }, "Content-Type"},
       {[](auto& r) { r.headers.emplace("Authorization", "Bearer t"); }, "Authorization"},
-      {[](auto& r) { r.body = "data=W11="; }, "no strict Base64"},  // bits beyond the last byte
-      {[](auto& r) { r.body += '\n'; }, "no strict Base64"},
-      {[](auto& r) { r.body = "data=e-_="; }, "no Base64"},
+      {[](auto& r) { r.body = "data=W11="; }, "not strict Base64"},  // bits beyond the last byte
+      {[](auto& r) { r.body += '\n'; }, "not strict Base64"},
+      {[](auto& r) { r.body = "data=e-_="; }, "not Base64"},
   };
   for (const auto& [change, wrong] : cases) {
     WireRequest changed = request("/track", kBatch);
@@ -99,10 +99,10 @@ TEST(WireCheck, Batch) {
       {replaced(kBatch, kExtra, "\"extra_json\":[]"), "\"extra_json\" is not an object"},
       {replaced(kBatch, "\"plan\"", "\"time\""), "twice"},
       {replaced(kBatch, "\"pro\"", " \"pro\""), "not compact"},
-      {replaced(kBatch, "\"pro\"", "\"\xC3\""), "no JSON"},
+      {replaced(kBatch, "\"pro\"", "\"\xC3\""), "not JSON"},
       {replaced(kBatch, "\"pro\"", "0." + std::string(400, '0')), "100 zeros"},
       {replaced(kBatch, "\"pro\"", deep + std::string(deep.size(), ']')), ""},
-      {replaced(kBatch, "\"pro\"", deep), "no JSON"},
+      {replaced(kBatch, "\"pro\"", deep), "not JSON"},
       {kBatch + std::string(1, '\0'), "zero byte"},
   };
   for (const auto& [json, wrong] : cases) expectPart(fault(request("/track", json)), wrong);

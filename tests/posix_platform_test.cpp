@@ -22,13 +22,13 @@
 
 #include "encoding/uuid.h"
 #include "heartbeat/heartbeat_interval.h"
+#include "platform/host_callback.h"
 #include "platform/platform.h"
 #include "platform/posix/device/host_reports.h"
 #include "platform/posix/device/standard_output.h"
 #include "platform/posix/http/option_checks.h"
 #include "platform/posix/storage/bundles.h"
 #include "platform/posix/storage/user_defaults.h"
-#include "platform/posix/system/background_thread.h"
 #include "platform/posix/threads/delayed_items.h"
 #include "platform/posix/threads/notification_center.h"
 #include "platform/posix/threads/run_loop.h"
@@ -426,7 +426,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
       {&PosixOptions::proxy, "proxy", "http://host:port"},
       {&PosixOptions::pinnedPublicKey, "sha256//", "SHA-256"},
       {&PosixOptions::userDefaultsFile, directory / "none/d.plist", "none\" does not exist"},
-      {&PosixOptions::userDefaultsFile, directory / "", "cannot be read or is no file"},
+      {&PosixOptions::userDefaultsFile, directory / "", "cannot be read or is not a regular file"},
       {&PosixOptions::userDefaultsFile, directory / std::string(248, 'd'), "is too long"},
       {&PosixOptions::infoPropertyListFile, noCertificate, "empty.pem\" cannot be read"},
       {&PosixOptions::certificateAuthorities, noCertificate, "holds no certificate"},
@@ -505,7 +505,6 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
 
 // Forks while other threads hold the run loop's lock almost all the time.
 TEST(ForkTest, ARunLoopDoesNothingInAChild) {
-  watchForks();
   RunLoop& loop = RunLoop::current();
   std::atomic<bool> isOver{false};
   std::vector<std::jthread> users;
@@ -517,6 +516,7 @@ TEST(ForkTest, ARunLoopDoesNothingInAChild) {
     const pid_t child = fork();
     if (child == 0) {
       alarm(20);
+      hasBeenForked = true;
       int ran = 0;
       loop.perform([&ran] { ++ran; });
       loop.runDue();

@@ -17,7 +17,7 @@
 #include "encoding/canonical_equivalence.h"
 #include "log/value_rendering.h"
 #include "properties/flat_copier.h"
-#include "properties/json_encoding.h"
+#include "properties/json_value_writer.h"
 #include "properties/parameter_conversion.h"
 #include "veltrano/value.h"
 

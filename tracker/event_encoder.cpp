@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "encoding/utf8.h"
-#include "properties/json_encoding.h"
+#include "properties/json_value_writer.h"
 
 namespace veltrano::internal {
 namespace {

@@ -27,8 +27,8 @@ class EventEncoder {
   void setBase(const PropertyMap& defaultProperties, const PropertyMap& superProperties);
 
   /// Encodes one event. `carrier` and `given`, the host's properties, may be absent. Given
-  /// properties override the base, which overrides automatic ones. Only maps under "extra_json"
-  /// count; they are merged key by key in the same order.
+  /// properties override the base, which overrides automatic ones. Maps under "extra_json"
+  /// are merged key by key in this order; anything else under that key is ignored.
   EventRecord encode(std::string_view eventName, const AutomaticProperties& automatic,
                      FlatView carrier, FlatView given);
 

@@ -14,6 +14,8 @@ namespace veltrano::internal {
 /// upload while the work queue waits for it; `count` is thread-safe.
 class EventQueue {
  public:
+  static constexpr std::size_t kCapacity = 200;
+
   void append(EventRecord event) {
     events_.push_back(std::move(event));
     note();

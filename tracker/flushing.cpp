@@ -44,7 +44,7 @@ void Tracker::startFlushCycle(bool isFirst) {
 }
 
 void Tracker::trimQueueIfNecessary() {
-  while (eventQueue_.count() > kQueueCapacity) {
+  while (eventQueue_.count() > EventQueue::kCapacity) {
     log_("Current event count: ", eventQueue_.count(), " over capacity, trimming");
     eventQueue_.dropOldest();
     accounting_.waitingEventTrimmed();

@@ -1,33 +1,6 @@
-#include <iterator>
-
-#include "platform/host_callback.h"
 #include "tracker/tracker.h"
 
 namespace veltrano::internal {
-namespace {
-
-std::string_view screenOrientationText(int interfaceOrientation) {
-  switch (interfaceOrientation) {
-    case 1:
-    case 2:
-      return "portrait";
-    case 3:
-    case 4:
-      return "landscape";
-    default:
-      return "unknown";
-  }
-}
-
-std::string_view deviceOrientationText(int deviceOrientation) {
-  constexpr std::string_view kTexts[] = {"unknown",       "portrait",       "portraitUpsideDown",
-                                         "landscapeLeft", "landscapeRight", "faceUp",
-                                         "faceDown"};
-  const bool isKnown = deviceOrientation > 0 && deviceOrientation < int{std::size(kTexts)};
-  return kTexts[isKnown ? deviceOrientation : 0];
-}
-
-}  // namespace
 
 // In the order of registration.
 constinit const std::array<Tracker::Handler, 5> Tracker::kHandlers = {{
@@ -62,38 +35,6 @@ void Tracker::handleDidEnterBackground() {
   log_("App entered background!");
   log_("Forcing a flush right now");
   scheduleFlush(std::chrono::seconds(0), nullptr);
-}
-
-void Tracker::handleDidChangeStatusBarOrientation() {
-  log_("App orientation changed!");
-  setScreenOrientation();
-}
-
-void Tracker::setScreenOrientation() {
-  recordOrientation("Screen Orientation Changed", "Setting screen orientation to ",
-                    "screen_orientation", getScreenOrientation());
-}
-
-void Tracker::handleDidChangeDeviceOrientation() {
-  recordOrientation("Device Orientation Changed", "Device screen orientation to ",
-                    "device_orientation", getDeviceOrientation());
-}
-
-// Tracks before it sets: the event still carries the previous orientation.
-void Tracker::recordOrientation(std::string_view event, std::string_view message,
-                                std::string_view key, const std::string& orientation) {
-  track(event, {{"extra", orientation}}, nullptr);
-  if (isForkedChild()) return;  // the host's refresh handler may have forked
-  log_(message, orientation);
-  setSuperProperties({{key, orientation}});
-}
-
-std::string Tracker::getScreenOrientation() const {
-  return std::string(screenOrientationText(platform_.application->interfaceOrientation()));
-}
-
-std::string Tracker::getDeviceOrientation() const {
-  return std::string(deviceOrientationText(platform_.device->orientation()));
 }
 
 HeartbeatFacts Tracker::heartbeatFacts() const {

@@ -2,7 +2,6 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "tracker/library.h"
@@ -22,7 +21,7 @@ std::string counts(const Statistics& now) {
       {now.inFlight, "in flight"},
       {now.delivered, "delivered"},
       {now.droppedByTrimming, "dropped, because more than 200 waited"},
-      {now.droppedAsRefused, "dropped, because the host answered with status 400"},
+      {now.droppedAsRefused, "dropped, because the collection host answered with status 400"},
       {now.droppedAsNotEncodable, "dropped, because JSON cannot represent them"},
       {now.droppedForMemory, "dropped, because memory ran out"},
   };

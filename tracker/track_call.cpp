@@ -36,7 +36,7 @@ struct alignas(kAlignment) TrackCall::Chunk {
   static constexpr std::int32_t kOpen = 1 << 30;
 
   const std::size_t size;
-  bool isThreads = false;            // the filling thread keeps it for its next call
+  bool isCached = false;             // the filling thread keeps it for its next call
   std::size_t used = sizeof(Chunk);  // filling thread only
   std::int32_t made = 0;             // filling thread only; calls in this chunk
   std::atomic<std::int32_t> live{kOpen};
@@ -63,7 +63,7 @@ class TrackCall::Memory final : public FlatWriter {
   /// while it is read.
   ~Memory() {
     if (thread_.stage == Stage::firstCall) thread_.stage = Stage::keepsChunk;
-    if (thread_.chunk == nullptr && chunk_->isThreads)
+    if (thread_.chunk == nullptr && chunk_->isCached)
       thread_.chunk = chunk_;
     else
       chunk_->retire();
@@ -99,8 +99,8 @@ class TrackCall::Memory final : public FlatWriter {
 
   Chunk* makeChunk(std::size_t size) const {
     Chunk* const chunk = Chunk::make(size);
-    chunk->isThreads = size == kChunkSize && thread_.stage == Stage::keepsChunk;
-    if (chunk->isThreads) {
+    chunk->isCached = size == kChunkSize && thread_.stage == Stage::keepsChunk;
+    if (chunk->isCached) {
       thread_local const EndOfThread end{thread_};
       static_cast<void>(end);
     }
@@ -117,7 +117,7 @@ class TrackCall::Memory final : public FlatWriter {
     char* const begin = larger->bytes() + larger->used;
     std::memcpy(begin + sizeof(TrackCall), begin_ + sizeof(TrackCall), used - sizeof(TrackCall));
     Chunk* const left = std::exchange(chunk_, larger);
-    if (isLarge && left->isThreads && thread_.chunk == nullptr)
+    if (isLarge && left->isCached && thread_.chunk == nullptr)
       thread_.chunk = left;
     else
       left->retire();

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -115,7 +114,6 @@ class Tracker {
   void finishFlush(UploadOutcome outcome, std::optional<int> status);
   void settle(UploadOutcome outcome);
 
-  static constexpr std::size_t kQueueCapacity = 200;
   static constexpr std::size_t kQueueFlushThreshold = 10;
   static constexpr std::chrono::seconds kQueueFlushInterval{20};
 

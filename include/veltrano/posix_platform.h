@@ -166,7 +166,7 @@ class VELTRANO_EXPORT PosixPlatform {
   /// Shuts the library down for good, as when an application is closed: it enters the background
   /// and sends what waits or is in flight until `deadline`. If an upload fails, for whatever
   /// reason, it tries again after 0.2 s, later after up to a second, as long as that is before the
-  /// deadline; it does not heed Retry-After. Then the library is inert: it calls nothing back, its
+  /// deadline; it ignores Retry-After. Then the library is inert: it calls nothing back, its
   /// threads have ended or sleep, and pending callbacks are destroyed uncalled. It waits up to a
   /// second for a callback that is still running; one that takes longer stays valid until it
   /// returns. Afterwards an interpreter, a plug-in or a test may end.

@@ -34,8 +34,8 @@ class VELTRANO_EXPORT Veltrano {
  public:
   /// Gets the outcome of the upload: true when the events will not be sent again.
   ///
-  /// Warning: a batch that the host refuses with status 400, or that cannot be encoded, is dropped
-  /// and counts as accepted.
+  /// Warning: a batch that the collection host refuses with status 400, or that cannot be encoded,
+  /// is dropped and counts as accepted.
   using FlushCompletion = std::function<void(bool)>;
 
   /// The one instance, created by the first call. With the static library, each program or shared

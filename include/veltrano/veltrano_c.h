@@ -85,8 +85,8 @@ VELTRANO_EXPORT veltrano_text veltrano_c_string(const char* string);
  * It runs on the library's work queue, which waits for it: keep it short. `accepted` is true when
  * the events will not be sent again.
  *
- * Warning: a batch that the host refuses with status 400, or that cannot be encoded, is dropped and
- * counts as accepted.
+ * Warning: a batch that the collection host refuses with status 400, or that cannot be encoded, is
+ * dropped and counts as accepted.
  *
  * Warning: the completion is not called in the background, nor when a later flush replaces its own.
  * If its context must be freed, use veltrano_send with a veltrano_boolean_block. */
@@ -443,8 +443,8 @@ VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* opt
 
 /* Shuts the library down for good, as when an application is closed: it enters the background and
  * sends what waits or is in flight, for at most `seconds`. If an upload fails, for whatever reason,
- * it tries again after 0.2 s, later after up to a second, as long as there is time; it does not
- * heed Retry-After. Then the library is inert: it calls nothing back, its threads have ended or
+ * it tries again after 0.2 s, later after up to a second, as long as there is time; it
+ * ignores Retry-After. Then the library is inert: it calls nothing back, its threads have ended or
  * sleep, and pending callbacks are released uncalled. It waits up to a second for a callback that
  * is still running; one that takes longer is released when it returns. Afterwards an interpreter or
  * a plug-in may end.

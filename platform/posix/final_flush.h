@@ -10,8 +10,8 @@
 namespace veltrano::internal {
 
 /// Flushes for a shutdown. While an upload fails, flushes again after a pause that grows to a
-/// second. What callbacks track meanwhile is flushed at once, up to three times: a busy host would
-/// never end.
+/// second. Events that callbacks track meanwhile are flushed at once, at most three times, so that
+/// a busy application cannot prolong the shutdown.
 ///
 /// `statistics` returns the library's. `flush` flushes once and returns whether that ended in time.
 /// `pause` waits for a duration; false if there is no time left. Returns whether the last flush

@@ -38,7 +38,7 @@ std::string checkSettingsFile(const std::string& path) {
     return about("The name of the settings file", path, " is too long.");
   const FileContents file = readFile(path);
   if (file.exists && !file.contents)
-    return about("The settings file", path, " cannot be read or is no file.");
+    return about("The settings file", path, " cannot be read or is not a regular file.");
   return {};
 }
 

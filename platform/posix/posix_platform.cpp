@@ -41,7 +41,7 @@ constinit std::atomic<PosixPlatform*> systemPlatform{nullptr};
 constinit std::atomic<TestBackend*> testBackend{nullptr};
 constinit std::atomic<PosixPlatform*> testPlatform{nullptr};
 
-// A library without a platform, which replaces the process's own where that no longer works.
+// The no-op library that replaces the process's own after a shutdown and in a forked child.
 Library& inertLibrary() {
   static Library& inert = *new Library(Platform());
   return inert;
@@ -50,11 +50,12 @@ Library& inertLibrary() {
 // Gives each forked child the inert library. The parent's has no threads there, and its locks may
 // be held forever.
 void makeForkedChildrenInert() {
-  watchForks();
   inertLibrary();
-  static const int registered =
-      pthread_atfork(nullptr, nullptr, [] { Library::exchangeCurrent(&inertLibrary()); });
-  static_cast<void>(registered);  // fails only if memory runs out
+  static const int registered = pthread_atfork(nullptr, nullptr, [] {
+    hasBeenForked = true;
+    Library::exchangeCurrent(&inertLibrary());
+  });
+  static_cast<void>(registered);  // fails only if memory runs out; forks then go unnoticed
 }
 
 // Starts no more callbacks. False if one still runs at `deadline`.
@@ -141,9 +142,9 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
       };
       auto pending = std::make_shared<Pending>();
       const auto ended = pending->ended.get_future();
-      // Destroyed after the final flush. A running block may not have seen the background state and
-      // may replace the final flush with its own, queued after the first round; what that flush's
-      // completion tracks is queued after the second.
+      // Destroyed after three rounds: the running block may still see the foreground and replace
+      // the final flush, queued after round one; that flush's completion may track more, queued
+      // after round two.
       keepForRounds(3, std::move(pending));
       return ended.wait_until(deadline) == std::future_status::ready;
     };
@@ -169,7 +170,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
     Library& library = *Library::exchangeCurrent(&inertLibrary());
     timers.stop();
     workQueue.stop();
-    // While the process exits, the network's threads are stopped already.
+    // While the process exits, the gate has stopped the network threads.
     bool isComplete = ExitGate::isClosed() || urlSession.shutDown(deadline);
     isComplete &= workQueue.waitForEnd(Clock::now() + kGrace);
     isComplete &= stopCallingHost(Clock::now() + kGrace);

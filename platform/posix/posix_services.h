@@ -1,14 +1,16 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
+#include "platform/host_callback.h"
 #include "platform/platform.h"
 #include "platform/posix/device/clock_and_random.h"
 #include "platform/posix/device/connectivity.h"
 #include "platform/posix/device/host_reports.h"
 #include "platform/posix/device/standard_output.h"
-#include "platform/posix/http/authentication.h"
 #include "platform/posix/http/url_session.h"
 #include "platform/posix/storage/bundles.h"
 #include "platform/posix/storage/user_defaults.h"
@@ -18,6 +20,25 @@
 #include "veltrano/posix_platform.h"
 
 namespace veltrano::internal {
+
+/// Asks the host for the user's session token.
+class ZKAuthTokenRepository final : public SessionTokenProvider {
+ public:
+  explicit ZKAuthTokenRepository(std::function<std::optional<std::string>()> hostsToken)
+      : hostsToken_(std::move(hostsToken)) {}
+
+  /// None if the host's function throws.
+  std::optional<std::string> sessionToken() const override {
+    std::optional<std::string> token;
+    if (hostsToken_) callHost([&] { token = hostsToken_(); });
+    return token;
+  }
+
+ private:
+  const std::function<std::optional<std::string>()> hostsToken_;
+};
+
+class ZKAuth final : public UserSessionManager {};
 
 /// The services of a POSIX system as a host's options describe them. Once a library has used them,
 /// never destroy them: its threads run until the process ends.

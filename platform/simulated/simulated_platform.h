@@ -111,7 +111,7 @@ struct SimulatedDevice final : Device,
   ApplicationState applicationState = ApplicationState::active;
   std::optional<std::string> carrier;
   std::uint64_t trackingStatus = 0;
-  std::string identifier = "00000000-0000-0000-0000-000000000000";
+  std::string identifier = ASIdentifierManager::advertisingIdentifier();
   bool isOnWiFi = false;
 };
 

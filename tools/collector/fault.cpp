@@ -105,7 +105,7 @@ FaultsByPath parseFaults(std::string_view json) {
   rapidjson::Document document;
   document.Parse<rapidjson::kParseIterativeFlag>(json.data(), json.size());
   if (document.HasParseError())
-    refuse(std::string("the faults are no JSON: ") +
+    refuse(std::string("the faults are not JSON: ") +
            rapidjson::GetParseError_En(document.GetParseError()));
   FaultsByPath faults;
   if (document.IsArray()) {

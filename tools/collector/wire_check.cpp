@@ -32,13 +32,13 @@ std::string decodedBase64(std::string_view text) {
       EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
                       reinterpret_cast<const unsigned char*>(text.data()), int(text.size()));
   const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with("=") ? 1 : 0;
-  require(length > 0 && std::size_t(length) > padding, "what follows \"data=\" is no Base64");
+  require(length > 0 && std::size_t(length) > padding, "what follows \"data=\" is not Base64");
   bytes.resize(std::size_t(length) - padding);
 
   std::string again((bytes.size() + 2) / 3 * 4, '\0');
   EVP_EncodeBlock(reinterpret_cast<unsigned char*>(again.data()),
                   reinterpret_cast<const unsigned char*>(bytes.data()), int(bytes.size()));
-  require(again == text, "what follows \"data=\" is no strict Base64");
+  require(again == text, "what follows \"data=\" is not strict Base64");
   return bytes;
 }
 
@@ -67,7 +67,7 @@ void parse(WireMessage& message) {
   require(rest.find(std::string(100, '0')) == std::string::npos, "a number has 100 zeros in a row");
   message.body.Parse<kStrict>(json.data(), json.size());
   require(!message.body.HasParseError(),
-          "the body is no JSON: " +
+          "the body is not JSON: " +
               std::string(rapidjson::GetParseError_En(message.body.GetParseError())) + " (byte " +
               std::to_string(message.body.GetErrorOffset()) + ")");
   require(json.find('\0') == std::string::npos, "the body holds a zero byte");

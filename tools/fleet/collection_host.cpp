@@ -18,7 +18,7 @@ std::string decoded(std::string_view body) {
   if (!body.starts_with(kBodyStart)) throw std::runtime_error("a body without data");
   body.remove_prefix(kBodyStart.size());
   auto bytes = veltrano::internal::decodedBase64(body);
-  if (!bytes) throw std::runtime_error("a body that is no Base64");
+  if (!bytes) throw std::runtime_error("a body that is not Base64");
   return *std::move(bytes);
 }
 
@@ -120,7 +120,7 @@ void CollectionHost::accept(Endpoint endpoint, const std::string& body, Duration
   BatchHandler handler(onName, onTime);
   rapidjson::InsituStringStream stream(json.data());
   if (!rapidjson::Reader().Parse<rapidjson::kParseInsituFlag>(stream, handler))
-    throw std::runtime_error("a batch that is no JSON");
+    throw std::runtime_error("a batch that is not JSON");
 }
 
 }  // namespace fleet

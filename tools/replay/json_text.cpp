@@ -83,7 +83,7 @@ JsonText::JsonText(std::string_view text) {
   const auto result = reader.Parse<kFlags>(stream, builder);
   // The reader stops at a zero byte, too.
   if (!result || stream.Tell() != text.size())
-    throw ScenarioError("no JSON: " + std::string(rapidjson::GetParseError_En(result.Code())) +
+    throw ScenarioError("not JSON: " + std::string(rapidjson::GetParseError_En(result.Code())) +
                         " (column " + std::to_string(result.Offset() + 1) + ")");
 }
 

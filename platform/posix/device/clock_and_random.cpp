@@ -23,7 +23,7 @@ std::chrono::seconds PosixClock::localTimeOffset(WallTime instant) const {
 }
 
 RandomBytes PosixRandomSource::bytes() {
-  // From the kernel: needs no library initialised on the host's main thread.
+  // Reads the kernel directly, so no library is initialised on the host's main thread.
   RandomBytes bytes;
   if (getentropy(bytes.data(), bytes.size()) == 0) return bytes;
   std::random_device device;

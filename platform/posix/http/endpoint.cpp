@@ -29,34 +29,11 @@ URLRequest outgoingRequest(const PostRequest& post) {
   return isIntercepted ? intercepted : request;
 }
 
-TransportError::Kind kindOf(CURLcode code) {
-  using Kind = TransportError::Kind;
-  switch (code) {
-    case CURLE_OPERATION_TIMEDOUT:
-      return Kind::timedOut;
-    case CURLE_COULDNT_RESOLVE_HOST:
-    case CURLE_COULDNT_RESOLVE_PROXY:
-    case CURLE_COULDNT_CONNECT:
-      return Kind::unreachable;
-    case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_PEER_FAILED_VERIFICATION:
-    case CURLE_SSL_CACERT_BADFILE:
-    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
-      return Kind::untrusted;
-    case CURLE_OUT_OF_MEMORY:
-    case CURLE_FAILED_INIT:
-    case CURLE_NO_CONNECTION_AVAILABLE:
-      return Kind::notAttempted;
-    default:
-      return Kind::brokenOff;
-  }
-}
-
 TransportError transportError(CURLcode code) noexcept {
   try {
-    return {curl_easy_strerror(code), kindOf(code)};
+    return {curl_easy_strerror(code)};
   } catch (...) {
-    return {"out of memory", kindOf(code)};  // short enough not to allocate
+    return {"out of memory"};  // short enough not to allocate
   }
 }
 
@@ -248,9 +225,9 @@ void Endpoint::reportOutcomes() {
       return post.stage == Stage::over || post.limit <= now || isStopped_;
     });
     if (!reports_.empty()) {
-      if (!tell(lock)) return;
+      if (!reportTransfer(lock)) return;
     } else if (next != posts_.end()) {
-      if (!report(lock, next)) return;
+      if (!reportOutcome(lock, next)) return;
     } else if (isStopped_) {
       return;
     } else {
@@ -373,7 +350,7 @@ std::list<TransferReport> Endpoint::reportsOf(const Post& post, const TransferRe
 }
 
 // Calls the host with the oldest report. False in a child that the callback forked.
-bool Endpoint::tell(Lock& lock) {
+bool Endpoint::reportTransfer(Lock& lock) {
   std::list<TransferReport> taken;
   taken.splice(taken.end(), reports_, reports_.begin());
   isCallingBack_ = true;
@@ -387,7 +364,7 @@ bool Endpoint::tell(Lock& lock) {
 }
 
 // False in a child that the callback forked.
-bool Endpoint::report(Lock& lock, Posts::iterator post) {
+bool Endpoint::reportOutcome(Lock& lock, Posts::iterator post) {
   std::list<TransferReport> reports;
   TransferResult result;
   if (post->stage == Stage::over) {
@@ -420,8 +397,8 @@ Endpoint::Posts::iterator Endpoint::unreported() {
                       [](const Post& post) { return !post.isReported; });
 }
 
-// Ends a post. The caller destroys the callback, and the post if it is not in use and so `removed`,
-// without the lock. Called with mutex_ held.
+// Marks the post as reported and returns its callback. Moves the post to `removed` unless its
+// thread still uses it. Destroy both without the lock. Called with mutex_ held.
 URLSessionCallback Endpoint::takeCallback(Posts::iterator post, Post& removed) {
   URLSessionCallback callback = std::move(post->callback);
   post->isReported = true;

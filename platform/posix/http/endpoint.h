@@ -74,8 +74,8 @@ class Endpoint : public std::enable_shared_from_this<Endpoint> {
   Stage settle(Post& post, TransferResult result);
   std::list<TransferReport> reportsOf(const Post& post, const TransferResult& result,
                                       bool willRetry) const;
-  bool tell(Lock& lock);
-  bool report(Lock& lock, Posts::iterator post);
+  bool reportTransfer(Lock& lock);
+  bool reportOutcome(Lock& lock, Posts::iterator post);
   Posts::iterator unreported();
   URLSessionCallback takeCallback(Posts::iterator post, Post& removed);
   Post remove(Posts::iterator post);

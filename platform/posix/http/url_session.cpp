@@ -3,12 +3,10 @@
 #include <cstdlib>
 #include <functional>
 #include <system_error>
-#include <utility>
 
 #include "platform/host_callback.h"
 #include "platform/posix/http/endpoint.h"
 #include "platform/posix/http/exit_gate.h"
-#include "platform/posix/system/background_thread.h"
 
 namespace veltrano::internal {
 namespace {
@@ -23,14 +21,13 @@ std::string firstVariable(std::initializer_list<const char*> names) {
 }  // namespace
 
 PosixURLSession::PosixURLSession(URLSessionOptions options) {
-  // Here, because the first post may come while the process exits, when it is too late.
+  // Registered here: during exit, when the first post may come, it is too late.
   ExitGate::closeAtExit();
   // Once, because the host may change its environment while a transfer reads it.
   if (options.proxyFromEnvironment && options.proxy.empty()) {
     options.proxy = firstVariable({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"});
     options.noProxy = firstVariable({"no_proxy", "NO_PROXY"});
   }
-  watchForks();
   for (auto& [url, endpoint] : endpoints_) {
     endpoint = std::make_shared<Endpoint>(options);
     if (endpoint->start()) continue;

@@ -46,7 +46,7 @@ class PosixURLSession final : public ZKURLSessionManager {
 
   void postData(PostRequest request, URLSessionCallback callback) override;
 
-  /// From now on retries follow the back-off alone, those that wait already included.
+  /// Ignores Retry-After from now on, also for retries already scheduled.
   void ignoreRetryAfter();
 
   /// Ends the session. New posts fail; pending ones fail at `deadline`. Returns when all have been

@@ -57,9 +57,4 @@ bool isBackgroundThread() noexcept {
   return isBackground;
 }
 
-void watchForks() {
-  static const int registered = pthread_atfork(nullptr, nullptr, [] { hasBeenForked = true; });
-  static_cast<void>(registered);  // fails only when memory runs out; forks then go unnoticed
-}
-
 }  // namespace veltrano::internal

@@ -13,7 +13,4 @@ bool startBackgroundThread(std::string_view name, std::function<void()> body);
 /// Whether `startBackgroundThread` started the calling thread.
 bool isBackgroundThread() noexcept;
 
-/// Starts to detect forks: see `isForkedChild`. Thread-safe; repeated calls are no-ops.
-void watchForks();
-
 }  // namespace veltrano::internal

@@ -57,8 +57,6 @@ std::shared_ptr<PosixRunLoop> PosixRunLoop::ofThisThread() {
   return *ownLoop;
 }
 
-PosixRunLoop::~PosixRunLoop() = default;
-
 void PosixRunLoop::run() {
   runUntilOptional(std::nullopt);
 }
@@ -134,7 +132,7 @@ std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance
 }
 
 void PosixRunLoop::cancel(std::uint64_t order) {
-  Timers::node_type cancelled;  // destroyed after the lock is released
+  Schedule::node_type cancelled;  // destroyed after the lock is released
   const std::lock_guard lock(mutex_);
   const auto timer = std::find_if(timers_.begin(), timers_.end(),
                                   [&](const auto& entry) { return entry.first.second == order; });

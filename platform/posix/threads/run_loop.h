@@ -29,7 +29,6 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
   static std::shared_ptr<PosixRunLoop> ofThisThread();
 
   PosixRunLoop() = default;
-  ~PosixRunLoop() override;
 
   void run() override;
   bool runUntil(std::chrono::steady_clock::time_point deadline) override;
@@ -51,12 +50,12 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
     std::function<void()> action;
   };
 
-  using Timers = std::map<Key, Pending>;
+  using Schedule = std::map<Key, Pending>;
 
   /// What runs next: a function, or a timer's action.
   struct Next {
     std::function<void()> function;
-    Timers::node_type timer;
+    Schedule::node_type timer;
   };
 
   bool runPass(bool endsWhenStopped);
@@ -72,7 +71,7 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
   std::mutex mutex_;  // guards everything below
   std::condition_variable changes_;
   std::deque<std::function<void()>> functions_;
-  Timers timers_;
+  Schedule timers_;
   std::uint64_t nextOrder_ = 0;
   bool stopped_ = false;
   WakeUp wakeUp_;  // for the host's own loop

@@ -15,7 +15,7 @@ struct WakeUp::State {
     for (const int end : pipe) close(end);
   }
 
-  // Makes the pipe empty and returns whether it could be opened.
+  // Opens the pipe; false when the process is out of descriptors.
   bool open() {
     if (::pipe(pipe) != 0) return false;
     for (const int end : pipe) {

@@ -1,4 +1,4 @@
-#include "properties/json_encoding.h"
+#include "properties/json_value_writer.h"
 
 namespace veltrano::internal {
 

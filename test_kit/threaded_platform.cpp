@@ -1,4 +1,4 @@
-#include "test_kit/stage.h"
+#include "test_kit/threaded_platform.h"
 
 #include <algorithm>
 
@@ -6,7 +6,7 @@
 
 namespace veltrano::testing {
 
-void StageQueue::async(std::unique_ptr<internal::Block> block) {
+void ThreadedQueue::async(std::unique_ptr<internal::Block> block) {
   {
     const std::lock_guard lock(mutex_);
     if (!mainThread_.isCurrent() || !submissions_.empty()) {
@@ -17,7 +17,7 @@ void StageQueue::async(std::unique_ptr<internal::Block> block) {
   queue_.async(std::move(block));
 }
 
-void StageQueue::asyncAfter(Duration delay, std::shared_ptr<internal::WorkItem> item) {
+void ThreadedQueue::asyncAfter(Duration delay, std::shared_ptr<internal::WorkItem> item) {
   {
     const std::lock_guard lock(mutex_);
     if (!mainThread_.isCurrent() || !submissions_.empty()) {
@@ -28,13 +28,13 @@ void StageQueue::asyncAfter(Duration delay, std::shared_ptr<internal::WorkItem> 
   queue_.asyncAfter(delay, std::move(item));
 }
 
-bool StageQueue::isNewest(const internal::Block& block) const {
+bool ThreadedQueue::isNewest(const internal::Block& block) const {
   const std::lock_guard lock(mutex_);
   if (!submissions_.empty()) return submissions_.back().block.get() == &block;
   return mainThread_.isCurrent() && queue_.isNewest(block);
 }
 
-bool StageQueue::takeSubmissions() {
+bool ThreadedQueue::takeSubmissions() {
   std::deque<Submission> taken;
   {
     const std::lock_guard lock(mutex_);
@@ -49,7 +49,7 @@ bool StageQueue::takeSubmissions() {
   return !taken.empty();
 }
 
-void StageNotifications::addObserver(std::string_view name, std::function<void()> observer) {
+void ThreadedNotifications::addObserver(std::string_view name, std::function<void()> observer) {
   bool isFirst = false;
   {
     const std::lock_guard lock(mutex_);
@@ -60,7 +60,7 @@ void StageNotifications::addObserver(std::string_view name, std::function<void()
   observers_[std::string(name)].push_back(std::move(observer));
 }
 
-void StageNotifications::post(const std::string& name) {
+void ThreadedNotifications::post(const std::string& name) {
   std::vector<std::function<void()>> called;
   {
     const std::lock_guard lock(mutex_);
@@ -70,19 +70,20 @@ void StageNotifications::post(const std::string& name) {
   for (const auto& observer : called) observer();
 }
 
-void StageNotifications::drop() {
+void ThreadedNotifications::drop() {
   const std::lock_guard lock(mutex_);
   observers_.clear();
 }
 
-std::shared_ptr<internal::Timer> StageTimers::schedule(Duration delay, Duration tolerance,
-                                                       std::function<void()> action) {
+std::shared_ptr<internal::Timer> ThreadedTimers::schedule(Duration delay, Duration tolerance,
+                                                          std::function<void()> action) {
   if (mainThread_.isCurrent()) return timers_.schedule(delay, tolerance, std::move(action));
   onLostTimer();
   return std::make_shared<internal::Timer>();
 }
 
-void StageNetwork::postData(internal::PostRequest request, internal::URLSessionCallback callback) {
+void ThreadedNetwork::postData(internal::PostRequest request,
+                               internal::URLSessionCallback callback) {
   const Answer answer = choose_(request);
   const std::uint64_t number = posts_++;
   underWay_.emplace(
@@ -90,7 +91,7 @@ void StageNetwork::postData(internal::PostRequest request, internal::URLSessionC
   timeline_.schedule(answer.latency, [this, number, answer] { finish(number, answer); });
 }
 
-void StageNetwork::finish(std::uint64_t number, const Answer& answer) {
+void ThreadedNetwork::finish(std::uint64_t number, const Answer& answer) {
   const auto node = underWay_.extract(number);
   if (node.empty()) return;
   const Post& post = node.mapped();
@@ -101,18 +102,18 @@ void StageNetwork::finish(std::uint64_t number, const Answer& answer) {
     post.callback(answer.body, internal::URLResponse{answer.status}, std::nullopt);
 }
 
-void StageNetwork::fail() {
+void ThreadedNetwork::fail() {
   Answer failure;
   failure.isTransportError = true;
   while (!isIdle()) finish(underWay_.begin()->first, failure);
 }
 
-void StageNetwork::drop() {
+void ThreadedNetwork::drop() {
   // One at a time: destroying a callback might post again.
   while (!underWay_.empty()) underWay_.extract(underWay_.begin());
 }
 
-std::optional<std::string> StageToken::sessionToken() const {
+std::optional<std::string> ThreadedToken::sessionToken() const {
   std::optional<std::string> token;
   if (function) internal::callHost([&] { token = function(); });
   return token;

@@ -34,9 +34,9 @@ class MainThread {
 };
 
 /// The clocks. Other threads read the time of the last `publish`.
-class StageClock final : public internal::WallClock {
+class ThreadedClock final : public internal::WallClock {
  public:
-  StageClock(const MainThread& mainThread, const internal::SimulatedClock& clock)
+  ThreadedClock(const MainThread& mainThread, const internal::SimulatedClock& clock)
       : mainThread_(mainThread), clock_(clock) {
     publish();
   }
@@ -61,9 +61,9 @@ class StageClock final : public internal::WallClock {
   std::atomic<std::int64_t> elapsed_{0};
 };
 
-class StageQueue final : public internal::WorkQueue {
+class ThreadedQueue final : public internal::WorkQueue {
  public:
-  StageQueue(const MainThread& mainThread, internal::SimulatedWorkQueue& queue)
+  ThreadedQueue(const MainThread& mainThread, internal::SimulatedWorkQueue& queue)
       : mainThread_(mainThread), queue_(queue) {}
 
   using WorkQueue::async;
@@ -90,7 +90,7 @@ class StageQueue final : public internal::WorkQueue {
   std::deque<Submission> submissions_;  // guarded by mutex_
 };
 
-class StageNotifications final : public internal::NotificationCenter {
+class ThreadedNotifications final : public internal::NotificationCenter {
  public:
   void addObserver(std::string_view name, std::function<void()> observer) override;
   void post(const std::string& name);
@@ -108,9 +108,9 @@ class StageNotifications final : public internal::NotificationCenter {
   bool isUsed_ = false;                                                  // guarded by mutex_
 };
 
-class StageTimers final : public internal::Timers {
+class ThreadedTimers final : public internal::Timers {
  public:
-  StageTimers(const MainThread& mainThread, internal::SimulatedTimers& timers)
+  ThreadedTimers(const MainThread& mainThread, internal::SimulatedTimers& timers)
       : mainThread_(mainThread), timers_(timers) {}
 
   /// On another thread, returns a timer that never fires.
@@ -126,12 +126,12 @@ class StageTimers final : public internal::Timers {
 };
 
 /// The state of the device. Thread-safe.
-class StageDevice final : public internal::Device,
-                          public internal::Application,
-                          public internal::CTTelephonyNetworkInfo,
-                          public internal::ATTrackingManager,
-                          public internal::ASIdentifierManager,
-                          public internal::ZKConnectivityManager {
+class ThreadedDevice final : public internal::Device,
+                             public internal::Application,
+                             public internal::CTTelephonyNetworkInfo,
+                             public internal::ATTrackingManager,
+                             public internal::ASIdentifierManager,
+                             public internal::ZKConnectivityManager {
  public:
   SimulatedDevice facts() const {
     const std::lock_guard lock(mutex_);
@@ -161,7 +161,7 @@ class StageDevice final : public internal::Device,
 };
 
 /// The network. Chooses each answer when it is asked to post, on the main thread.
-class StageNetwork final : public internal::ZKURLSessionManager {
+class ThreadedNetwork final : public internal::ZKURLSessionManager {
  public:
   using Choose = std::function<Answer(const internal::PostRequest&)>;
   struct Post {
@@ -173,7 +173,7 @@ class StageNetwork final : public internal::ZKURLSessionManager {
   using Arrive = std::function<void(const Post&, const Answer&)>;
 
   /// `choose` returns the answer to a post; `arrive` is called before the library gets it.
-  StageNetwork(internal::Timeline& timeline, Choose choose, Arrive arrive)
+  ThreadedNetwork(internal::Timeline& timeline, Choose choose, Arrive arrive)
       : timeline_(timeline), choose_(std::move(choose)), arrive_(std::move(arrive)) {}
 
   void postData(internal::PostRequest request, internal::URLSessionCallback callback) override;
@@ -197,7 +197,7 @@ class StageNetwork final : public internal::ZKURLSessionManager {
 };
 
 /// The session token, from the host's function.
-struct StageToken final : internal::SessionTokenProvider {
+struct ThreadedToken final : internal::SessionTokenProvider {
   std::optional<std::string> sessionToken() const override;
 
   std::function<std::optional<std::string>()> function;  // main thread
