@@ -33,7 +33,9 @@ class VELTRANO_EXPORT Date {
   explicit Date(std::chrono::system_clock::time_point instant);
 
   /// Of any unit that the clock's own converts from, such as `std::chrono::sys_days`.
-  template <class Unit>
+  template <
+      class Unit,
+      std::enable_if_t<std::is_convertible_v<Unit, std::chrono::system_clock::duration>, int> = 0>
   explicit Date(std::chrono::time_point<std::chrono::system_clock, Unit> instant)
       : Date(fromSecondsSince1970(
             std::chrono::duration<double>(instant.time_since_epoch()).count())) {

@@ -61,10 +61,10 @@ CollectionHost::Reply ClientSession::send(const Post& post) {
   const Duration now = timeline_.now();
   const Failure silence{Failure::Kind::silence, 0};
   if (post.deadline <= now) return {silence, Duration::zero()};
-  auto reply = host_.receive(post.endpoint, post.body, now);
-  const bool connects = !reply.failure || reply.failure->connects();
-  const Duration limit =
-      std::min(connects ? kLimits.attemptTimeout : kLimits.connectTimeout, post.deadline - now);
+  const Duration limit = std::min(kLimits.attemptTimeout, post.deadline - now);
+  auto reply = host_.receive(post.endpoint, post.body, now, limit);
+  if (reply.failure && !reply.failure->connects())
+    return {reply.failure, std::min({reply.after, limit, Duration(kLimits.connectTimeout)})};
   if (reply.after <= limit) return reply;
   return {reply.failure.value_or(silence), limit};
 }

@@ -77,7 +77,7 @@ void CollectionHost::noteLoad(Duration now) {
 }
 
 CollectionHost::Reply CollectionHost::receive(Endpoint endpoint, const std::string& body,
-                                              Duration now) {
+                                              Duration now, Duration patience) {
   noteLoad(now);
   const auto isAway = [now](const Outage& o) { return o.from <= now && now < o.to; };
   const bool isOut = std::any_of(options_.outages.begin(), options_.outages.end(), isAway);
@@ -89,7 +89,8 @@ CollectionHost::Reply CollectionHost::receive(Endpoint endpoint, const std::stri
   else if (wait > options_.longestWait)
     failure = options_.overload;
   const bool connects = !failure || failure->connects();
-  measurements_.received(endpoint, now, connects ? body.size() : 0, !failure);
+  const bool isAccepted = !failure && wait + options_.latency <= patience;
+  measurements_.received(endpoint, now, connects ? body.size() : 0, isAccepted);
   if (failure) return failed(*failure);
   busyUntil_ += veltrano::internal::durationFromSeconds(1 / options_.capacity);
   return {{}, wait + options_.latency, {}, endpoint == kHeartbeat ? heartbeatAnswer() : ""};

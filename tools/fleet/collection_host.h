@@ -23,8 +23,8 @@ class CollectionHost {
   CollectionHost(const HostOptions& options, Measurements& measurements)
       : options_(options), measurements_(measurements) {}
 
-  /// Decides the answer to a request that arrives at `now`.
-  Reply receive(Endpoint endpoint, const std::string& body, Duration now);
+  /// Decides the answer to a request that arrives at `now`, whose sender gives up after `patience`.
+  Reply receive(Endpoint endpoint, const std::string& body, Duration now, Duration patience);
 
   /// Counts an accepted request when its answer leaves. `wallTime` is the time since 1970.
   void accept(Endpoint endpoint, const std::string& body, Duration wallTime);

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -74,7 +75,8 @@ int main(int argc, char** argv) {
   duration("--length", scenario.length, "Simulated time; rounded up to the resolution")
       ->default_str("24h");
   duration("--starts-at", scenario.startsAt, "Time of day at the start")->default_str("0h");
-  app.add_option("--seed", scenario.seed, "Seed of the random numbers");
+  app.add_option("--seed", scenario.seed, "Seed of the random numbers")
+      ->check(CLI::NonNegativeNumber);
   duration("--resolution", scenario.resolution,
            "Resolution of CSV and plots; depends on the length by default");
   app.add_option("--output", output, "Directory for CSV and plots; by default, none are written")
@@ -124,6 +126,9 @@ int main(int argc, char** argv) {
 
   try {
     for (const std::string& span : outages) host.outages.push_back(fleet::parseOutage(span));
+    for (const double number : {usage.sessionsPerDay, usage.eventsPerMinute, usage.backgroundShare,
+                                usage.dailySwing, host.capacity, host.backOffAbove})
+      if (!std::isfinite(number)) throw std::invalid_argument("an option is not a number");
     if (usage.foregroundShare() >= 0.95)
       throw std::invalid_argument("--sessions and --session-length fill the day");
     if (scenario.length == scenario.length.zero())

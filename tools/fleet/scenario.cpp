@@ -48,12 +48,13 @@ double Usage::backgroundEventsPerMinute() const {
 }
 
 Duration parseDuration(std::string_view text) {
+  constexpr double kMost = 3650 * kSecondsPerDay;
   const std::string_view whole = text;
   Duration sum{0};
   do {
     double number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || !(number >= 0)) fail(whole);
+    if (error != std::errc() || !(number >= 0 && number <= kMost)) fail(whole);
     text.remove_prefix(static_cast<std::size_t>(end - text.data()));
     const auto name = text.substr(0, text.find_first_of("0123456789."));
     Duration unit = std::chrono::seconds(1);
@@ -65,6 +66,7 @@ Duration parseDuration(std::string_view text) {
     }
     text.remove_prefix(name.size());
     sum += veltrano::internal::durationFromSeconds(number * seconds(unit));
+    if (seconds(sum) > kMost) fail(whole);
   } while (!text.empty());
   return sum;
 }
