@@ -126,6 +126,8 @@ bool World::Implementation::shutDownWithin(Duration time) {
   simulated_.workQueue.stop();
   run(deadline, Purpose::lastAnswers);
   isComplete &= network_.isIdle();
+  // What is due now has run, except at the deadline.
+  recorder_.end(now() < deadline ? now() + kInstant : now());
   network_.fail();
   run(now(), Purpose::flush);  // the flush that waited for an upload
   simulated_.timeline.dropScheduled();

@@ -537,8 +537,21 @@ TEST(Trace, ReplaysToTheSameLog) {
   Veltrano::isLoggerEnabled = true;
   world.advance(1min);
   tracker.track("Pending");
+  world.advance(0s);
+  Veltrano::isLoggerEnabled = false;
+  world.network("/track").answer(200).after(1min);
+  world.enterBackground();
+  world.advance(1s);
+  tracker.track("Left");
+  EXPECT_FALSE(platform.shutDown(std::chrono::steady_clock::now() + 10s));
+  world.advance(1h);
 
-  const auto replayed = logged(replay(world.trace()));
+  const auto trace = replay(world.trace());
+  std::size_t posts = 0;
+  for (auto at = trace.find("\"post\":"); at != trace.npos; at = trace.find("\"post\":", at + 1))
+    ++posts;
+  EXPECT_EQ(posts, world.requests().size());
+  const auto replayed = logged(trace);
   std::vector<std::string> own;
   for (const std::string& line : lines) {
     std::string escaped;

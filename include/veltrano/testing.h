@@ -380,7 +380,8 @@ class World {
   void setAdvertisingIdentifier(const std::string& identifier);
 
   /// Everything that happened so far, as a scenario that `scripts/replay` plays: a bug report in
-  /// one file. It contains the answers that were given, not the rules.
+  /// one file. It contains the answers that were given, not the rules. It ends with
+  /// a shutdown.
   ///
   /// A scenario contains no functions. It repeats what a completion did a microsecond later, and
   /// concurrent calls of several threads in one of the possible orders. If two posts to one path at
