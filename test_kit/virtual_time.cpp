@@ -90,7 +90,7 @@ bool World::Implementation::takeTurn() {
     stopSoon();
   }
   if (purpose_ == Purpose::lastAnswers && network_.isIdle()) simulated_.timeline.stop();
-  return queue_.takeSubmissions();
+  return queue_.takeSubmissions(now());
 }
 
 void World::Implementation::stopSoon() {

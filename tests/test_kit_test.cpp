@@ -462,6 +462,17 @@ TEST(Threads, TrackWhileTheWorldGoesOn) {
   world.advance(20s);
   EXPECT_EQ(world.statistics().recorded, 900u);
   EXPECT_EQ(world.delivered().size() + world.statistics().droppedByTrimming, 900u);
+
+  std::atomic<bool> isOver{false};  // threads that never pause
+  for (std::thread& thread : threads)
+    thread = std::thread([&] {
+      while (!isOver) Veltrano::shared().track("F");
+    });
+  const auto before = world.now();
+  world.advance(1s);
+  isOver = true;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_GE(world.now(), before + 1s) << world.complaints();
 }
 
 std::string replay(const std::string& scenario) {
