@@ -175,7 +175,7 @@ void World::Implementation::jumpClock(Duration distance) {
 }
 
 void World::Implementation::Loop::run() {
-  if (world_.canRun() && !runFor(kMaxRun))
+  if (world_.canRun() && !runFor(kMaxRun) && !world_.simulated_.timeline.isRunaway())
     world_.complain("The main run loop was not stopped and ended after one day.");
 }
 
@@ -221,7 +221,7 @@ void World::Implementation::Loop::scheduleFunctions(Duration time) {
     count = functions_.size();
   }
   for (; scheduled_ < count; ++scheduled_)
-    world_.simulated_.timeline.addStep(time, [this] { runNext(); });
+    world_.simulated_.timeline.addFollowUp(time, [this] { runNext(); });
 }
 
 void World::Implementation::Loop::runNext() {

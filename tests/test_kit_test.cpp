@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <limits>
 #include <map>
 #include <memory>
@@ -339,6 +340,11 @@ TEST(MainRunLoop, RunsInVirtualTime) {
     EXPECT_NE(world.complaints().front().find("cannot advance"), std::string::npos);
     EXPECT_EQ(world.complaints().size(), 2u) << world.complaints();
     EXPECT_NE(world.complaints().back().find("after one day"), std::string::npos);
+    const std::function<void()> again = [&] { loop.perform(again); };
+    again();
+    loop.run();
+    EXPECT_EQ(world.complaints().size(), 3u) << world.complaints();
+    EXPECT_NE(world.complaints().back().find("Runaway"), std::string::npos);
   }
   // A platform that outlives its world is a no-op while there is no world.
   kept->applicationDidEnterBackground();
