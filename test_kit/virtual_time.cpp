@@ -12,6 +12,7 @@ namespace {
 
 constexpr Duration kMaxRun = std::chrono::hours(24);
 constexpr Duration kMaxAdvance = 36'525 * kMaxRun;
+constexpr Duration kMaxJump = std::chrono::seconds(1'000'000'000'000);  // what a trace can hold
 // How long a shutdown on another thread waits, after its deadline, for the main thread.
 constexpr std::chrono::seconds kGrace{1};
 
@@ -166,6 +167,7 @@ bool World::Implementation::flushUntil(Duration deadline) {
 }
 
 void World::Implementation::jumpClock(Duration distance) {
+  distance = std::clamp(distance, -kMaxJump, kMaxJump);
   simulated_.clock.jump(distance);
   clock_.publish();
   recorder_.add("clockJump", [&](internal::JSONWriter& writer) {

@@ -151,6 +151,8 @@ TEST(Rules, AreUsedUpInTheirOrder) {
   track.answer(503).times(2);
   track.answer([](const kit::Request&) -> kit::Answer { throw std::runtime_error("oops"); }).once();
   track.fail().once().after(1s);
+  EXPECT_EQ(errorOf([&] { track.answer(-1); }), "The status -1 is not between 0 and 999.");
+  EXPECT_NE(errorOf([&] { track.answer(kit::Answer{1000}); }), "no error");
   std::vector<bool> outcomes;
   const auto post = [&] {
     Veltrano::shared().track("E", {}, [&](bool accepted) { outcomes.push_back(accepted); });
@@ -560,6 +562,8 @@ TEST(Trace, ReplaysToTheSameLog) {
   world.enterBackground();
   world.advance(1s);
   tracker.track("Left");
+  world.jumpClock(kit::Duration::max());
+  world.jumpClock(kit::Duration::min());
   EXPECT_FALSE(platform.shutDown(std::chrono::steady_clock::now() + 10s));
   world.advance(1h);
 

@@ -263,11 +263,12 @@ class Rule {
 /// status 200.
 class Network {
  public:
+  /// Throws `Error` if the status is not between 0 and 999.
   Rule& answer(int status, std::optional<std::string> body = std::nullopt);
   Rule& answer(Answer answer);
 
-  /// Calls `answer` for each post, on the main thread. If it throws, the post fails in transport,
-  /// and a complaint says so.
+  /// Calls `answer` for each post, on the main thread. If it throws or its status is not between 0
+  /// and 999, the post fails in transport, and a complaint says so.
   Rule& answer(Rule::Function answer);
 
   /// A transport error: no answer arrives.
@@ -336,7 +337,7 @@ class World {
   /// 20.000001 s after `advance(20s)`.
   Duration now() const;
 
-  /// Moves the wall clock forward or back. The monotonic clock does not change.
+  /// Moves the wall clock forward or back, by 1e12 s at most. The monotonic clock does not change.
   void jumpClock(Duration distance);
 
   /// The collection host at `path`: "/track" or "/heartbeat"; throws `Error` for any other. Valid
