@@ -83,7 +83,9 @@ void ThreadedNotifications::drop() {
 
 std::shared_ptr<internal::Timer> ThreadedTimers::schedule(Duration delay, Duration tolerance,
                                                           std::function<void()> action) {
-  if (mainThread_.isCurrent()) return timers_.schedule(delay, tolerance, std::move(action));
+  // As in production, a timer that reschedules itself fires at most once per tolerance.
+  if (mainThread_.isCurrent())
+    return timers_.schedule(std::max(delay, tolerance), tolerance, std::move(action));
   onLostTimer();
   return std::make_shared<internal::Timer>();
 }

@@ -171,6 +171,12 @@ TEST(Rules, AreUsedUpInTheirOrder) {
   EXPECT_EQ(outcomes, (std::vector<bool>{false, false, false, false, false, true}));
   EXPECT_EQ(world.delivered().size(), 6u);
   EXPECT_EQ(world.requests().back().headers.at("publisher_version"), "ios_unknown");
+
+  world.network("/heartbeat").answer(200, R"({"back_off_seconds":1e-9})");
+  Veltrano::shared().setUserId("user");
+  world.advance(25s);
+  EXPECT_GT(world.heartbeats().size(), 10u);
+  EXPECT_LT(world.heartbeats().size(), 100u) << "timers have a tolerance";
 }
 
 TEST(Complaints, NameWhatNobodyNotices) {

@@ -386,7 +386,9 @@ class World {
   ///
   /// A scenario contains no functions. It repeats what a completion did a microsecond later, and
   /// concurrent calls of several threads in one of the possible orders. If two posts to one path at
-  /// the same instant were answered differently, both get the second answer.
+  /// the same instant were answered differently, both get the second answer. A
+  /// replay sends heartbeats more often than every 0.1 s if "back_off_seconds" is less; a world
+  /// does not.
   ///
   /// If the environment variable VELTRANO_TRACES names a directory, each world that ends writes its
   /// trace there, to "PROCESS-N.jsonl". "PROCESS-N.posts" gets its requests, as lines that
