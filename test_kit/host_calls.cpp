@@ -103,12 +103,18 @@ void World::Implementation::recorded(const Event& event) {
   waiting_.push_back(std::move(recorded));
 }
 
-std::string World::Implementation::install(PosixOptions options) {
+std::string World::Implementation::install(PosixOptions options, std::string error) {
   if (isInstalled_) {
     complain("A platform was installed for the second time.");
     return "A platform has been installed already.";
   }
+  if (!error.empty()) {
+    wasRefused_ = true;
+    complain("The platform was refused: " + error);
+    return error;
+  }
   if (isUsed_) {
+    wasRefused_ = true;
     complain("The platform was installed late: the library had been used before.");
     return "The library is in use already; install the platform before its first use.";
   }

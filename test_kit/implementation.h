@@ -63,7 +63,7 @@ class World::Implementation final : public internal::CallObserver, public intern
   void recorded(const Event& event) override;
 
   // TestBackend.
-  std::string install(PosixOptions options) override;
+  std::string install(PosixOptions options, std::string error) override;
   RunLoop* currentRunLoop() override { return mainThread_.isCurrent() ? &loop_ : nullptr; }
   RunLoop& mainRunLoop() override { return loop_; }
   void enter(ApplicationState state, std::string_view notification) override;
@@ -182,6 +182,7 @@ class World::Implementation final : public internal::CallObserver, public intern
 
   std::atomic<bool> isUsed_{false};
   std::atomic<bool> isInstalled_{false};
+  std::atomic<bool> wasRefused_{false};  // a platform
 
   mutable std::mutex mutex_;
   std::vector<std::string> unsettled_;           // guarded by mutex_; events since the last run

@@ -59,7 +59,7 @@ std::vector<std::string>& Recorder::operationsNow() {
 
 // Polls the log's switch, because the host sets it without a call. Called with mutex_ held.
 void Recorder::noteLogSwitch() {
-  if (std::exchange(isLogOn_, Veltrano::isLoggerEnabled.load()) == isLogOn_) return;
+  if (hasEnded_ || std::exchange(isLogOn_, Veltrano::isLoggerEnabled.load()) == isLogOn_) return;
   operationsNow().push_back(operationText("enableLog", [&](JSONWriter& writer) {
     writer.key("on");
     writer.boolean(isLogOn_);
@@ -69,12 +69,14 @@ void Recorder::noteLogSwitch() {
 void Recorder::add(std::string_view operation, const WriteFields& writeFields) {
   std::string text = operationText(operation, writeFields);
   const std::lock_guard lock(mutex_);
+  if (hasEnded_) return;
   noteLogSwitch();
   operationsNow().push_back(std::move(text));
 }
 
 void Recorder::addCall(std::string_view operation, const HostMap& arguments, bool isOnMainThread) {
   const std::lock_guard lock(mutex_);
+  if (hasEnded_) return;
   noteLogSwitch();
   operationsNow().push_back(operationText(operation, [&](JSONWriter& writer) {
     for (const auto& [key, value] : arguments) {
@@ -121,6 +123,13 @@ void Recorder::addAnswer(const std::string& path, const Answer& answer) {
     return other.at > now || (other.at == now && !other.isAnswer);
   });
   steps_.insert(place, {now, true, {step}, true});
+}
+
+void Recorder::end(Duration time) {
+  const std::lock_guard lock(mutex_);
+  noteLogSwitch();
+  steps_.push_back({time, true, {operationText("end", nullptr)}, false});
+  hasEnded_ = true;
 }
 
 void Recorder::addPost(const internal::PostRequest& post) {
@@ -184,10 +193,12 @@ std::string Recorder::scenario(const SimulatedDevice& device,
   text << '{' << operationText("configure", writeConfiguration) << "}\n";
   const std::lock_guard lock(mutex_);
   std::vector<Step> steps = steps_;
-  const Duration end = steps.empty() ? clock_() : std::max(clock_(), steps.back().at);
-  // The end joins the open batch, if there is one.
-  if (steps.empty() || steps.back().isClosed) steps.push_back({end, false, {}, false});
-  steps.back().operations.push_back(operationText("end", nullptr));
+  if (!hasEnded_) {
+    const Duration end = steps.empty() ? clock_() : std::max(clock_(), steps.back().at);
+    // The end joins the open batch, if there is one.
+    if (steps.empty() || steps.back().isClosed) steps.push_back({end, false, {}, false});
+    steps.back().operations.push_back(operationText("end", nullptr));
+  }
   for (const auto& [at, isClosed, operations, isAnswer] : steps) {
     text << "{\"at\":" << secondsText(at) << ',';
     if (operations.size() == 1) {

@@ -34,6 +34,9 @@ class Recorder {
   /// Adds the answer to a post to `path`.
   void addAnswer(const std::string& path, const Answer& answer);
 
+  /// Ends the scenario at `time`, after which it takes no steps.
+  void end(Duration time);
+
   /// Adds a post to `posts`, as one to the simulated collection host. It is not a step.
   void addPost(const internal::PostRequest& post);
 
@@ -44,7 +47,7 @@ class Recorder {
   void setBeforeAll(bool isBeforeAll);
 
   /// The scenario: the configuration of `device` and `info`, the steps, and an end at the current
-  /// time.
+  /// time unless it has ended.
   std::string scenario(const SimulatedDevice& device, const std::optional<HostMap>& info) const;
 
  private:
@@ -62,6 +65,7 @@ class Recorder {
   std::vector<Step> steps_;   // ordered by time
   std::string posts_;
   bool isBeforeAll_ = true;
+  bool hasEnded_ = false;
   bool isLogOn_ = false;
   int callbacks_ = 0;
   std::map<std::string, std::string> answers_;  // the latest step for each path

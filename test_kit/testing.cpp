@@ -46,6 +46,13 @@ std::string seconds(Value time) {
   return std::to_string(std::chrono::duration<double>(time).count()) + " s";
 }
 
+// Throws for a status that no trace can hold.
+void checkStatus(const Answer& answer) {
+  constexpr int kMaxStatus = 999;
+  if (!answer.isTransportError && (answer.status < 0 || answer.status > kMaxStatus))
+    throw Error("The status " + std::to_string(answer.status) + " is not between 0 and 999.");
+}
+
 }  // namespace
 
 void detail::throwNoSuchItem(std::size_t index, std::size_t size, const char* items) {
@@ -130,6 +137,7 @@ Rule& Network::answer(int status, std::optional<std::string> body) {
 }
 
 Rule& Network::answer(Answer answer) {
+  checkStatus(answer);
   return this->answer([answer = std::move(answer)](const Request&) { return answer; });
 }
 
@@ -156,6 +164,7 @@ std::optional<Answer> Network::answerTo(const Request& request) {
   }
   const Rule& used = *rule;  // a reference, because the function may add rules
   Answer answer = used.answer_(request);
+  checkStatus(answer);
   answer.latency =
       std::clamp(used.latency_.value_or(answer.latency), Duration::zero(), kMaxLatency);
   return answer;

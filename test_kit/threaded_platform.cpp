@@ -34,12 +34,18 @@ bool ThreadedQueue::isNewest(const internal::Block& block) const {
   return mainThread_.isCurrent() && queue_.isNewest(block);
 }
 
-bool ThreadedQueue::takeSubmissions() {
+bool ThreadedQueue::takeSubmissions(Duration now) {
+  // Threads that submit faster than this takes would hold the time for ever.
+  constexpr std::size_t kPerInstant = 1'000;
+  const bool isFirst = std::exchange(latestTaken_, now) != now;
+  if (isFirst) takenAgain_ = 0;
+  if (takenAgain_ > kPerInstant) return false;
   std::deque<Submission> taken;
   {
     const std::lock_guard lock(mutex_);
     taken.swap(submissions_);
   }
+  if (!isFirst) takenAgain_ += taken.size();
   for (Submission& submission : taken) {
     if (submission.block != nullptr)
       queue_.async(std::move(submission.block));
@@ -77,7 +83,9 @@ void ThreadedNotifications::drop() {
 
 std::shared_ptr<internal::Timer> ThreadedTimers::schedule(Duration delay, Duration tolerance,
                                                           std::function<void()> action) {
-  if (mainThread_.isCurrent()) return timers_.schedule(delay, tolerance, std::move(action));
+  // As in production, a timer that reschedules itself fires at most once per tolerance.
+  if (mainThread_.isCurrent())
+    return timers_.schedule(std::max(delay, tolerance), tolerance, std::move(action));
   onLostTimer();
   return std::make_shared<internal::Timer>();
 }

@@ -74,8 +74,9 @@ class ThreadedQueue final : public internal::WorkQueue {
     queue_.wait(group, std::move(then));
   }
 
-  /// Submits to the timeline what other threads have submitted here. False if there was nothing.
-  bool takeSubmissions();
+  /// Submits to the timeline what other threads have submitted here. False if there was nothing, or
+  /// if much has been submitted since this was first called at `now`: that waits for a later time.
+  bool takeSubmissions(Duration now);
 
  private:
   struct Submission {
@@ -86,6 +87,8 @@ class ThreadedQueue final : public internal::WorkQueue {
 
   const MainThread& mainThread_;
   internal::SimulatedWorkQueue& queue_;
+  std::optional<Duration> latestTaken_;  // main thread; when submissions were taken
+  std::size_t takenAgain_ = 0;           // main thread; how many then, after the first time
   mutable std::mutex mutex_;
   std::deque<Submission> submissions_;  // guarded by mutex_
 };

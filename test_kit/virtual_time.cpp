@@ -12,6 +12,7 @@ namespace {
 
 constexpr Duration kMaxRun = std::chrono::hours(24);
 constexpr Duration kMaxAdvance = 36'525 * kMaxRun;
+constexpr Duration kMaxJump = std::chrono::seconds(1'000'000'000'000);  // what a trace can hold
 // How long a shutdown on another thread waits, after its deadline, for the main thread.
 constexpr std::chrono::seconds kGrace{1};
 
@@ -90,7 +91,7 @@ bool World::Implementation::takeTurn() {
     stopSoon();
   }
   if (purpose_ == Purpose::lastAnswers && network_.isIdle()) simulated_.timeline.stop();
-  return queue_.takeSubmissions();
+  return queue_.takeSubmissions(now());
 }
 
 void World::Implementation::stopSoon() {
@@ -126,6 +127,8 @@ bool World::Implementation::shutDownWithin(Duration time) {
   simulated_.workQueue.stop();
   run(deadline, Purpose::lastAnswers);
   isComplete &= network_.isIdle();
+  // What is due now has run, except at the deadline.
+  recorder_.end(now() < deadline ? now() + kInstant : now());
   network_.fail();
   run(now(), Purpose::flush);  // the flush that waited for an upload
   simulated_.timeline.dropScheduled();
@@ -164,6 +167,7 @@ bool World::Implementation::flushUntil(Duration deadline) {
 }
 
 void World::Implementation::jumpClock(Duration distance) {
+  distance = std::clamp(distance, -kMaxJump, kMaxJump);
   simulated_.clock.jump(distance);
   clock_.publish();
   recorder_.add("clockJump", [&](internal::JSONWriter& writer) {
@@ -173,7 +177,7 @@ void World::Implementation::jumpClock(Duration distance) {
 }
 
 void World::Implementation::Loop::run() {
-  if (world_.canRun() && !runFor(kMaxRun))
+  if (world_.canRun() && !runFor(kMaxRun) && !world_.simulated_.timeline.isRunaway())
     world_.complain("The main run loop was not stopped and ended after one day.");
 }
 
@@ -219,7 +223,7 @@ void World::Implementation::Loop::scheduleFunctions(Duration time) {
     count = functions_.size();
   }
   for (; scheduled_ < count; ++scheduled_)
-    world_.simulated_.timeline.addStep(time, [this] { runNext(); });
+    world_.simulated_.timeline.addFollowUp(time, [this] { runNext(); });
 }
 
 void World::Implementation::Loop::runNext() {

@@ -263,11 +263,12 @@ class Rule {
 /// status 200.
 class Network {
  public:
+  /// Throws `Error` if the status is not between 0 and 999.
   Rule& answer(int status, std::optional<std::string> body = std::nullopt);
   Rule& answer(Answer answer);
 
-  /// Calls `answer` for each post, on the main thread. If it throws, the post fails in transport,
-  /// and a complaint says so.
+  /// Calls `answer` for each post, on the main thread. If it throws or its status is not between 0
+  /// and 999, the post fails in transport, and a complaint says so.
   Rule& answer(Rule::Function answer);
 
   /// A transport error: no answer arrives.
@@ -336,7 +337,7 @@ class World {
   /// 20.000001 s after `advance(20s)`.
   Duration now() const;
 
-  /// Moves the wall clock forward or back. The monotonic clock does not change.
+  /// Moves the wall clock forward or back, by 1e12 s at most. The monotonic clock does not change.
   void jumpClock(Duration distance);
 
   /// The collection host at `path`: "/track" or "/heartbeat"; throws `Error` for any other. Valid
@@ -356,8 +357,9 @@ class World {
 
   /// Problems that would otherwise go unnoticed: values left out because events cannot hold them
   /// (absent ones excepted) or because they nest too deep, numbers sent as null, events that were
-  /// dropped and why, a platform installed too late or twice, a rule that threw, a heartbeat that
-  /// is never sent, a run that does not end, misuse in a callback. After `end`, also events that
+  /// dropped and why, a platform that is refused, installed too late or twice, or missing when
+  /// events are tracked, a rule that threw, a heartbeat that is never sent, a run that does not
+  /// end, misuse in a callback. After `end`, also events that
   /// were still pending.
   Complaints complaints() const;
 
@@ -379,11 +381,14 @@ class World {
   void setAdvertisingIdentifier(const std::string& identifier);
 
   /// Everything that happened so far, as a scenario that `scripts/replay` plays: a bug report in
-  /// one file. It contains the answers that were given, not the rules.
+  /// one file. It contains the answers that were given, not the rules. It ends with
+  /// a shutdown.
   ///
   /// A scenario contains no functions. It repeats what a completion did a microsecond later, and
   /// concurrent calls of several threads in one of the possible orders. If two posts to one path at
-  /// the same instant were answered differently, both get the second answer.
+  /// the same instant were answered differently, both get the second answer. A
+  /// replay sends heartbeats more often than every 0.1 s if "back_off_seconds" is less; a world
+  /// does not.
   ///
   /// If the environment variable VELTRANO_TRACES names a directory, each world that ends writes its
   /// trace there, to "PROCESS-N.jsonl". "PROCESS-N.posts" gets its requests, as lines that

@@ -32,9 +32,9 @@ class PlatformBackend {
 /// A test's backend. Platforms that are installed while it is set use it.
 class TestBackend : public PlatformBackend {
  public:
-  /// Returns why the platform is refused; empty if it is not. The options have been checked and the
-  /// Info dictionary read.
-  virtual std::string install(PosixOptions options) = 0;
+  /// Returns why the platform is refused; empty if it is not. `error` says why the options are
+  /// invalid; if it is empty, they are valid and the Info dictionary has been read.
+  virtual std::string install(PosixOptions options, std::string error) = 0;
 
   /// Null on threads that keep their own run loop.
   virtual RunLoop* currentRunLoop() = 0;

@@ -282,7 +282,7 @@ Installation PosixPlatform::installOrThrow(PosixOptions& options) {
   try {
     if (TestBackend* const test = testBackend) {
       std::string error = completeOptions(options, false);
-      if (error.empty()) error = test->install(std::move(options));
+      error = test->install(std::move(options), std::move(error));
       if (!error.empty()) return {nullptr, std::move(error)};
       // Shared by all tests, because a host may keep the pointer.
       static Handle& handle = *new Handle(nullptr);

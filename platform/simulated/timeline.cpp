@@ -7,6 +7,10 @@
 namespace veltrano::internal {
 
 void Timeline::addStep(Duration time, Action action) {
+  add(time, Kind::step, std::move(action), true);
+}
+
+void Timeline::addFollowUp(Duration time, Action action) {
   add(time, Kind::step, std::move(action));
 }
 
@@ -14,8 +18,8 @@ void Timeline::schedule(Duration delay, Action action) {
   add(now_ + std::max(delay, Duration::zero()), Kind::scheduled, std::move(action));
 }
 
-void Timeline::add(Duration time, Kind kind, Action action) {
-  entries_.push_back({{time, kind, added_++}, std::move(action)});
+void Timeline::add(Duration time, Kind kind, Action action, bool restartsBudget) {
+  entries_.push_back({{time, kind, added_++}, std::move(action), restartsBudget});
   std::push_heap(entries_.begin(), entries_.end(), std::greater());
 }
 
@@ -23,9 +27,9 @@ bool Timeline::runUntil(Duration time) {
   for (takeTurns(); !isStopped_ && !entries_.empty(); takeTurns()) {
     const auto [due, kind, order] = entries_.front().place;
     if (due > time) break;
-    if (due > now_) entriesAtInstant_ = turnsAtInstant_ = 0;
+    if (due > now_ || kind == Kind::step) entriesAtInstant_ = turnsAtInstant_ = 0;
     now_ = std::max(now_, due);
-    if (kind == Kind::step) restartBudget();
+    if (entries_.front().restartsBudget) restartBudget();
     ++entriesSinceStep_;
     ++entriesAtInstant_;
     if (isOverBudget()) isRunaway_ = isStopped_ = true;

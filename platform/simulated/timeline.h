@@ -31,6 +31,9 @@ class Timeline {
   /// Adds an input from outside the system.
   void addStep(Duration time, Action action);
 
+  /// Adds a step that counts towards the total that may follow the step before it.
+  void addFollowUp(Duration time, Action action);
+
   /// Schedules work of the system itself.
   void schedule(Duration delay, Action action);
 
@@ -73,11 +76,12 @@ class Timeline {
   struct Entry {
     std::tuple<Duration, Kind, std::uint64_t> place;
     Action action;
+    bool restartsBudget = false;
 
     bool operator>(const Entry& other) const { return place > other.place; }
   };
 
-  void add(Duration time, Kind kind, Action action);
+  void add(Duration time, Kind kind, Action action, bool restartsBudget = false);
   void drop(Kind kind);
   void takeTurns();
   void restartBudget();
