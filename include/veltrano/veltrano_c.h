@@ -437,7 +437,18 @@ typedef struct veltrano_options {
 
 /* Installs the platform and makes the calling thread the main thread. Refused when a platform is
  * installed, when the library has been used already, in a forked child, or when the options are
- * invalid. `error`, unless NULL, then gets a handle to a message, otherwise nil. */
+ * invalid. `error`, unless NULL, then gets a handle to a message:
+ *
+ *     veltrano_options options = {.size = sizeof options};
+ *     veltrano_object* error;
+ *     options.collection_host = veltrano_c_string("events.example.com");
+ *     if (!veltrano_install_posix_platform(&options, &error)) {
+ *       const veltrano_text reason = veltrano_string_text(error);
+ *       fprintf(stderr, "%.*s\n", (int)reason.length, reason.bytes);
+ *       veltrano_release(error);
+ *     }
+ *
+ * After a success it is nil. */
 VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* options,
                                                      veltrano_object** error);
 
