@@ -5,7 +5,7 @@ s!^/\* ---- .* ---- \*/$!!
 1s!^// !/// \\file\n/// !
 1s!^/\* !/** \\file\n * !
 2,/^#/s!^//!///!
-s!@YES!\\@YES!g  # is no command
+s!@\(YES\|autoreleasepool\)!\\@\1!g  # are no commands
 # C's comments before a declaration, and those after a member.
 s!^\( *\)/\* !\1/** !
 s!\([;,{]\|[A-Z_0-9a-z]\)\( *\) /\* !\1\2 /**< !

@@ -28,7 +28,7 @@ function(debian_package component name section summary description depends)
 
   set(documents ${CMAKE_INSTALL_DATAROOTDIR}/doc/${name})
   install(FILES ${PROJECT_BINARY_DIR}/changelog.Debian.gz
-    DESTINATION ${documents} COMPONENT ${component})
+    DESTINATION ${documents} COMPONENT ${component} EXCLUDE_FROM_ALL)  # only in packages
   if(EXISTS ${PROJECT_SOURCE_DIR}/LICENSE)
     install(FILES ${PROJECT_SOURCE_DIR}/LICENSE
       DESTINATION ${documents} RENAME copyright COMPONENT ${component})

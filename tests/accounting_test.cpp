@@ -165,6 +165,7 @@ TEST(Status, SaysWhyNothingArrives) {
     EXPECT_NE(Veltrano::status().find(lines), std::string::npos) << Veltrano::status();
   };
   expectStatus("Last request: none has ended yet\nNext flush: when the library is first used\n");
+  Veltrano::shared().setUserId("user");
   Veltrano::shared().track("Bought");
   simulation.runUntil(5);
   expectStatus("Events: 1 recorded; 1 waiting\nUploads: 0 attempted");
@@ -179,7 +180,9 @@ TEST(Status, SaysWhyNothingArrives) {
   simulation.runUntil(25);
   expectStatus(
       "1 recorded; 1 dropped, because the collection host answered with status 400\nUploads: 1");
-  expectStatus("Last request: to /track, status 400, 2 s ago\n");
+  expectStatus(
+      "Last request to /track: status 400, 2 s ago\n"
+      "Last request to /heartbeat: status 200, 4 s ago\nNext flush: ");
 
   Veltrano::shared().track("Late");
   simulation.platform.notificationCenter.post(std::string(kApplicationDidEnterBackground));

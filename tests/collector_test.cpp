@@ -258,7 +258,10 @@ TEST(CollectorProgram, TellsScriptsWhatHasCome) {
   program.post("/track?uid=u", encoded("[]"));
   EXPECT_EQ(waiting.get(), "200 {\"event\":\"Bought\",\"count\":2}\n");
   EXPECT_EQ(get("/wait?event=Bought&count=3&timeout=0").substr(0, 3), "504");
-  EXPECT_EQ(get("/wait?event=Bought&count=x").substr(0, 3), "400");
+  for (const char* wrong : {"?event=Bought&count=x", "?event=", "?event=Bought&cuont=2"})
+    EXPECT_EQ(get(std::string("/wait") + wrong).substr(0, 3), "400") << wrong;
+  expectPart(get("/events?event=Bought"), "400 /events takes no parameter \"event\"");
+  expectPart(get("/reset"), "404 there is no GET /reset; ");
   expectPart(get("/events"), ",\"uid\":\"u\",\"answer\":200,\"body\":" +
                                  record.substr(1, record.size() - 2) + "},\n");
   expectPart(get("/heartbeats"), kHeartbeat);

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # consumers.sh BUILD: uses the library as hosts do. Installs BUILD, which has a shared library, and
-# a static one into empty prefixes and moves them; then builds hosts against both in many ways. Each
-# host sends an event to a collector, which shows where it has its version from.
+# a static one into empty prefixes and moves them; then builds hosts against both in many ways, and
+# against BUILD's Debian packages if there are any. Each host sends an event to a collector, which
+# shows where it has its version from.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 if [[ -z ${VELTRANO_COLLECTOR_PORT:-} ]]; then
@@ -67,6 +68,28 @@ tests() {
   "$build/c_checkout"
 }
 
+# first PREFIX EXTENSION PROGRAM: builds a first program with the README's CMakeLists.txt, or a C
+# program with the same for C alone.
+first() {
+  local source
+  source=$(mktemp -d "$place/XXXXXX")
+  cp "$root/examples/$3" "$source/player.$2"
+  sed -n '/^```cmake$/,/^```$/{//!p}' "$root/README.md" >"$source/CMakeLists.txt"
+  [[ $2 == cpp ]] || sed -i "s/ CXX/ C/; s/player\.cpp/player.$2/" "$source/CMakeLists.txt"
+  cmake -S "$source" -B "$source/build" -G Ninja -DCMAKE_PREFIX_PATH="$place/$1"
+  cmake --build "$source/build"
+  "$source/build/player" "$VELTRANO_COLLECTOR_HOST:$VELTRANO_COLLECTOR_PORT" \
+    "$VELTRANO_COLLECTOR_CERTIFICATE"
+}
+
+# The first program in Objective-C, with pkg-config.
+objective_c() {
+  clang $(flags shared veltrano_objc --cflags) -o "$place/objective_c" "$root/examples/objc_host.m" \
+    $(flags shared veltrano_objc --libs)
+  "$place/objective_c" "$VELTRANO_COLLECTOR_HOST:$VELTRANO_COLLECTOR_PORT" \
+    "$VELTRANO_COLLECTOR_CERTIFICATE"
+}
+
 # A host that contains the library's sources, after its installation.
 subproject() {
   local build=$place/subproject
@@ -123,7 +146,8 @@ consumer() {
   printf '%3d s  %s\n' "$((SECONDS - start))" "$1"
 }
 export strict
-export -f flags sends program plugin tests subproject suppressed sanitized sanitized_tests load consumer
+export -f flags sends program plugin tests first objective_c subproject suppressed sanitized
+export -f sanitized_tests load consumer
 
 cmake --install "$1" --prefix "$place/first"
 mv "$place/first" "$place/shared"
@@ -135,11 +159,18 @@ cmake --build "$1/static"
 cmake --install "$1/static" --prefix "$place/second"
 mv "$place/second" "$place/static"
 
+more=("first shared cpp first_program.cpp")
+for package in "$1"/*.deb; do [[ ! -e $package ]] || dpkg -x "$package" "$place/packages"; done
+[[ ! -e $place/packages ]] || more+=("first packages/usr cpp first_program.cpp")
+[[ ! -e $place/shared/lib/pkgconfig/veltrano_objc.pc ]] || more+=(objective_c)
+
 xargs -d '\n' -P "$(nproc)" -n 1 bash -c 'consumer "$0"' <<TABLE
 subproject
 tests gcc g++ shared
 tests clang clang++ static
 load $1
+first static c c_host.c
+$(printf '%s\n' "${more[@]}")
 program cpp g++ -std=c++17
 program cpp g++ -std=c++20 -fno-exceptions -fno-rtti
 program cpp g++ -std=c++23

@@ -97,7 +97,7 @@ TEST_F(ShutDown, DeliversWhatWaitsAndLeavesAnInertLibrary) {
     expect(last.recorded == 3 && last.delivered == 3, "everything was delivered");
     expect(it.server->requests().size() == 1, "it took one request");
     expect(refusals == 1, "the handler was released");
-    expect(Veltrano::status().find("Last request: to /track, status 200\n") != std::string::npos,
+    expect(Veltrano::status().find("Last request to /track: status 200\n") != std::string::npos,
            "the status still tells of the last request");
 
     const int callbacks = it.callbacks;

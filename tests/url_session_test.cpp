@@ -20,7 +20,10 @@ namespace {
 using namespace std::chrono_literals;
 using Reply = TLSServer::Reply;
 
-const char* const kTimeout = curl_easy_strerror(CURLE_OPERATION_TIMEDOUT);
+bool hasTimedOut(const std::string& reason) {
+  return reason.find("imed out") != reason.npos ||
+         reason == curl_easy_strerror(CURLE_OPERATION_TIMEDOUT);
+}
 
 // An environment that lowers security: OpenSSL and libcurl read it when they are initialised.
 class LaxEnvironment {
@@ -151,7 +154,8 @@ TEST(URLSession, ReportsEveryAttempt) {
     auto request = requestTo(url);
     request.qsParameters = {{"uid", "secret"}};
     reports.clear();
-    post(session, request);
+    const auto outcome = post(session, request);
+    EXPECT_EQ(outcome.error ? outcome.error->reason : "", reports.back().reason);
     for (const TransferReport& report : reports) {
       EXPECT_EQ(report.attempt, &report - reports.data() + 1);
       EXPECT_EQ(report.willRetry, &report != &reports.back());
@@ -224,7 +228,7 @@ TEST(URLSession, ReportsWhatCannotBeReached) {
   request.maxRetries = 1;
   const auto outcome = post(session, request);
   ASSERT_TRUE(outcome.isTransportError());
-  EXPECT_EQ(outcome.error->reason, curl_easy_strerror(CURLE_COULDNT_CONNECT));
+  EXPECT_NE(outcome.error->reason.find("Couldn't connect"), std::string::npos);
   EXPECT_EQ(counter->count, 2);
 
   request.baseURL.replace(0, 5, "http");
@@ -317,7 +321,7 @@ TEST(URLSession, LeavesAProxyThatRefusesAtOnce) {
     const auto outcome = post(session, requestTo("https://collector.invalid/track"));
     EXPECT_EQ(reason == "The proxy answered with status 407", &refusal == refusals) << reason;
     ASSERT_TRUE(outcome.isTransportError()) << &refusal - refusals;
-    EXPECT_NE(outcome.error->reason, kTimeout) << &refusal - refusals;
+    EXPECT_FALSE(hasTimedOut(outcome.error->reason)) << &refusal - refusals;
   }
 }
 
@@ -355,7 +359,7 @@ TEST(URLSession, DecidesByTheStatusAndNeverRepeatsWhatWasCutOff) {
         << &cut - cuts << reason;
     EXPECT_EQ(outcome.status(), cut.status) << &cut - cuts;
     ASSERT_TRUE(outcome.error && !outcome.data) << &cut - cuts;
-    EXPECT_NE(outcome.error->reason, kTimeout) << &cut - cuts;
+    EXPECT_FALSE(hasTimedOut(outcome.error->reason)) << &cut - cuts;
     EXPECT_EQ(server.requests().size(), 2u) << &cut - cuts;
     EXPECT_EQ(post(session, request).status(), 200);
   }
@@ -381,7 +385,7 @@ TEST(URLSession, GivesUpOnASilentServerInTime) {
   auto request = requestTo(server.url());
   auto timedOut = post(session, request);
   ASSERT_TRUE(timedOut.isTransportError());
-  EXPECT_EQ(timedOut.error->reason, kTimeout);
+  EXPECT_TRUE(hasTimedOut(timedOut.error->reason));
   EXPECT_EQ(server.requests().size(), 1u) << "retried what may have been read";
 
   options.attemptTimeout = 30s;

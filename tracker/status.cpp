@@ -1,6 +1,8 @@
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -34,12 +36,19 @@ std::string counts(const Statistics& now) {
          " sent, " + std::to_string(now.heartbeatsFailed) + " failed\n";
 }
 
-std::string describe(const LastRequest& request) {
-  if (request.path.empty()) return "Last request: none has ended yet";
-  std::string text = "Last request: to " + std::string(request.path);
-  if (request.status) text += ", status " + std::to_string(*request.status);
-  if (!request.reason.empty()) text += ", " + request.reason;
-  return text;
+// Without `now`, does not say how long ago they ended.
+std::string describe(const std::array<LastRequest, 2>& requests, std::optional<Duration> now) {
+  std::string text;
+  for (const LastRequest& request : requests) {
+    if (request.path.empty()) continue;
+    text += "Last request to " + std::string(request.path) + ": ";
+    if (request.status) text += "status " + std::to_string(*request.status);
+    if (request.status && !request.reason.empty()) text += ", ";
+    text += request.reason;
+    if (now) text += ", " + seconds(*now - request.endedAt) + " ago";
+    text += "\n";
+  }
+  return text.empty() ? "Last request: none has ended yet\n" : text;
 }
 
 }  // namespace
@@ -47,19 +56,19 @@ std::string describe(const LastRequest& request) {
 std::string Library::status() {
   Library* const library = installed();
   if (library == nullptr || library->platform_.collectionHost.empty())
-    return "Nothing is sent: no platform was installed before the first use of the library, the "
-           "library was shut down, or this is a forked child.\n" +
+    return "Nothing is sent: no platform was installed before the first use of the library (the "
+           "error "
+           "of the installation says why), the library was shut down, or this is a forked "
+           "child.\n" +
            (library == nullptr ? ""
                                : counts(library->accounting_.statistics()) +
-                                     describe(library->accounting_.lastRequest()) + "\n");
+                                     describe(library->accounting_.lastRequests(), std::nullopt));
 
   const Duration now = library->platform_.wallClock->elapsed();
   const Statistics statistics = library->accounting_.statistics();
-  const LastRequest last = library->accounting_.lastRequest();
   std::string text = "Collection host: " + library->platform_.collectionHost + "\n" +
-                     counts(statistics) + describe(last);
-  if (!last.path.empty()) text += ", " + seconds(now - last.endedAt) + " ago";
-  text += "\nNext flush: ";
+                     counts(statistics) + describe(library->accounting_.lastRequests(), now) +
+                     "Next flush: ";
   if (const auto due = library->tracker_.nextFlush()) {
     text += "in " + seconds(*due - now);
   } else if (statistics.inFlight > 0) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -24,7 +25,7 @@ enum class UploadOutcome {
   failedForMemory,
 };
 
-/// How the last request to the collection host ended, after all its retries.
+/// How the last request to a path of the collection host ended, after all its retries.
 struct LastRequest {
   std::string_view path;  // a literal; empty before the first request
   std::optional<int> status = {};
@@ -40,14 +41,18 @@ class Accounting {
     return statistics_;
   }
 
-  /// Continues from another library's counts and last request.
+  /// Continues from another library's counts and last requests.
   void restore(const Accounting& other) {
     const Statistics counts = other.statistics();
     {
       const std::lock_guard lock(mutex_);
       statistics_ = counts;
     }
-    dropExceptions([&] { requestEnded(other.lastRequest()); });
+    dropExceptions([&] {
+      auto last = other.lastRequests();
+      const std::lock_guard lock(mutex_);
+      lastRequests_.swap(last);
+    });
   }
 
   void eventRecorded() { add(&Statistics::recorded, &Statistics::waiting); }
@@ -97,12 +102,13 @@ class Accounting {
 
   void requestEnded(LastRequest request) {
     const std::lock_guard lock(mutex_);
-    std::swap(lastRequest_, request);
+    std::swap(lastRequests_[request.path == "/track" ? 0 : 1], request);
   }
 
-  LastRequest lastRequest() const {
+  /// The last upload and the last heartbeat.
+  std::array<LastRequest, 2> lastRequests() const {
     const std::lock_guard lock(mutex_);
-    return lastRequest_;
+    return lastRequests_;
   }
 
   void heartbeatSent() { add(&Statistics::heartbeatsSent); }
@@ -122,8 +128,8 @@ class Accounting {
   }
 
   mutable std::mutex mutex_;
-  Statistics statistics_;    // guarded by mutex_
-  LastRequest lastRequest_;  // guarded by mutex_
+  Statistics statistics_;                    // guarded by mutex_
+  std::array<LastRequest, 2> lastRequests_;  // guarded by mutex_
 };
 
 }  // namespace veltrano::internal

@@ -342,9 +342,10 @@ typedef struct veltrano_statistics {
 VELTRANO_EXPORT bool veltrano_get_statistics(veltrano_statistics* statistics);
 
 /* How things stand, in a few lines of plain English for a debug screen or a support request:
- * whether a platform is installed, the counts, why events were dropped, how the last request ended
- * and when the next flush is due. Contains no personal data. The wording may change; do not parse
- * it. Unlike other calls, it does not make a later installation fail.
+ * whether a platform is installed, the counts, why events were dropped, how the last upload and
+ * the last heartbeat ended, and when the next flush is due. Contains no personal data. The
+ * wording may change; do not parse it. Unlike other calls, it does not make a later installation
+ * fail.
  *
  * Writes as much as fits into `size` bytes of `buffer`, with a final NUL, and returns the length of
  * the whole text, without the NUL; 0 when memory runs out. `buffer` may be NULL if `size` is 0. */
@@ -437,7 +438,18 @@ typedef struct veltrano_options {
 
 /* Installs the platform and makes the calling thread the main thread. Refused when a platform is
  * installed, when the library has been used already, in a forked child, or when the options are
- * invalid. `error`, unless NULL, then gets a handle to a message, otherwise nil. */
+ * invalid. `error`, unless NULL, then gets a handle to a message:
+ *
+ *     veltrano_options options = {.size = sizeof options};
+ *     veltrano_object* error;
+ *     options.collection_host = veltrano_c_string("events.example.com");
+ *     if (!veltrano_install_posix_platform(&options, &error)) {
+ *       const veltrano_text reason = veltrano_string_text(error);
+ *       fprintf(stderr, "%.*s\n", (int)reason.length, reason.bytes);
+ *       veltrano_release(error);
+ *     }
+ *
+ * After a success it is nil. */
 VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* options,
                                                      veltrano_object** error);
 

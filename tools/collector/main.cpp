@@ -85,7 +85,7 @@ class TemporaryDirectory {
   std::string path_;
 };
 
-void route(httplib::SSLServer& server, Collector& collector) {
+void route(httplib::SSLServer& server, Collector& collector, const std::string& page) {
   const auto handle = [&collector](const httplib::Request& request, httplib::Response& response,
                                    std::string body) {
     WireRequest wire{request.method, request.path, request.params, request.headers,
@@ -95,8 +95,11 @@ void route(httplib::SSLServer& server, Collector& collector) {
       wire.headers.erase(name);
     collector.handle(wire, request.ssl, response);
   };
-  const auto withoutBody = [handle](const httplib::Request& request, httplib::Response& response) {
+  const auto withoutBody = [handle, page](const httplib::Request& request,
+                                          httplib::Response& response) {
     handle(request, response, {});
+    if (request.path == "/")
+      response.set_content("this is the collection host; the page is " + page + '\n', "text/plain");
   };
   // Reads the raw body: otherwise the server would parse a body that claims to be a form, or refuse
   // it for its size, before the check.
@@ -147,7 +150,6 @@ void run(const Arguments& arguments) {
                       [] { ::kill(::getpid(), SIGTERM); });
 
   httplib::SSLServer server(certificate.certificate.get(), certificate.key.get());
-  route(server, collector);
   // A delayed request occupies its thread.
   server.new_task_queue = [] { return new httplib::ThreadPool(32); };
   server.set_tcp_nodelay(true);
@@ -159,6 +161,7 @@ void run(const Arguments& arguments) {
 
   const int port = bindToLoopback(server, arguments.port);
   const Page page(collector, journal, arguments.pagePort);
+  route(server, collector, page.url());
   std::thread listening([&server] {
     server.listen_after_bind();
     ::kill(::getpid(), SIGTERM);

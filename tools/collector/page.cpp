@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 
 #include "tools/collector/page_files.h"
@@ -36,6 +37,17 @@ std::optional<std::uint64_t> integer(const httplib::Request& request, const char
   return value;
 }
 
+// Refuses a request with another parameter than these, such as a misspelt one.
+bool hasOthers(const httplib::Request& request, httplib::Response& response,
+               const std::set<std::string>& known) {
+  for (const auto& [name, value] : request.params) {
+    if (known.count(name) > 0) continue;
+    answer(response, 400, request.path + " takes no parameter \"" + name + '"');
+    return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 int bindToLoopback(httplib::Server& server, int port) {
@@ -48,7 +60,8 @@ int bindToLoopback(httplib::Server& server, int port) {
   const int bound =
       port == 0 ? server.bind_to_any_port(host) : (server.bind_to_port(host, port) ? port : -1);
   if (bound < 0)
-    throw std::runtime_error("the port " + std::to_string(port) + " cannot be listened on");
+    throw std::runtime_error("the port " + std::to_string(port) +
+                             " cannot be listened on; is it in use?");
   return bound;
 }
 
@@ -74,6 +87,15 @@ Page::Page(Collector& collector, Journal& journal, int port)
         answer(response, 403, "only for this machine's own page and scripts");
         return httplib::Server::HandlerResponse::Handled;
       });
+  server_.set_error_handler([](const httplib::Request& request, httplib::Response& response) {
+    if (!response.body.empty()) return;
+    answer(response, response.status,
+           response.status == 404
+               ? "there is no " + request.method + ' ' + request.path +
+                     "; the page is /, scripts GET /events, /heartbeats, /refused and /wait, and "
+                     "POST to /reset and /control"
+               : "the request is malformed; does it lack a body?");
+  });
   serveFiles();
   serveStream();
   serveScripts();
@@ -134,10 +156,14 @@ void Page::serveScripts() {
   } lists[] = {
       {"/events", Kind::event}, {"/heartbeats", Kind::heartbeat}, {"/refused", Kind::refused}};
   for (const auto& [path, kind] : lists)
-    server_.Get(path, [this, kind = kind](const httplib::Request&, httplib::Response& response) {
-      response.set_content(journal_.json(kind), "application/json");
-    });
-  server_.Post("/reset", [this](const httplib::Request&, httplib::Response& response) {
+    server_.Get(path,
+                [this, kind = kind](const httplib::Request& request, httplib::Response& response) {
+                  if (hasOthers(request, response, {})) return;
+                  response.set_content(journal_.json(kind), "application/json");
+                });
+  // Takes the reader, because the server refuses a request without a body otherwise.
+  server_.Post("/reset", [this](const httplib::Request&, httplib::Response& response,
+                                const httplib::ContentReader&) {
     journal_.clear();
     response.set_content("{}\n", "application/json");
   });
@@ -145,13 +171,14 @@ void Page::serveScripts() {
     collector_.handle({"POST", "/control", {}, {}, request.body}, nullptr, response);
   });
   server_.Get("/wait", [this](const httplib::Request& request, httplib::Response& response) {
+    if (hasOthers(request, response, {"event", "count", "timeout"})) return;
+    const std::string name = request.get_param_value("event");
     const auto count = integer(request, "count", 1, UINT64_MAX);
     const auto timeout = integer(request, "timeout", 10, kLongestWait);
-    if (!request.has_param("event") || !count || !timeout)
+    if (name.empty() || !count || !timeout)
       return answer(response, 400,
                     "say /wait?event=NAME&count=N&timeout=S; the timeout is at most " +
                         std::to_string(kLongestWait) + " seconds");
-    const std::string name = request.get_param_value("event");
     const std::uint64_t seen = journal_.wait(name, *count, std::chrono::seconds(*timeout));
     rapidjson::StringBuffer buffer;
     rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);

@@ -29,9 +29,14 @@ URLRequest outgoingRequest(const PostRequest& post) {
   return isIntercepted ? intercepted : request;
 }
 
-TransportError transportError(CURLcode code) noexcept {
+std::string reasonOf(const TransferResult& result) {
+  const bool isPlain = result.error == CURLE_OK || !result.reason.empty();
+  return isPlain ? result.reason : curl_easy_strerror(result.error);
+}
+
+TransportError transportError(const TransferResult& result) noexcept {
   try {
-    return {curl_easy_strerror(code)};
+    return {reasonOf(result)};
   } catch (...) {
     return {"out of memory"};  // short enough not to allocate
   }
@@ -45,7 +50,7 @@ void callBack(const URLSessionCallback& callback, TransferResult& result) {
   if (result.error == CURLE_OK) {
     data = std::move(result.body);
   } else {
-    error = transportError(result.error);
+    error = transportError(result);
   }
   dropExceptions([&] { callback(std::move(data), response, std::move(error)); });
 }
@@ -340,9 +345,7 @@ std::list<TransferReport> Endpoint::reportsOf(const Post& post, const TransferRe
     report.bytesSent = result.bytesSent;
     report.bytesReceived = result.bytesReceived;
     report.status = result.attempt.httpStatusCode.value_or(0);
-    report.reason = result.reason;
-    if (result.error != CURLE_OK && report.reason.empty())
-      report.reason = curl_easy_strerror(result.error);
+    report.reason = reasonOf(result);
     report.willRetry = willRetry;
     reports.push_back(std::move(report));
   });
