@@ -1,6 +1,5 @@
 #include <iostream>
 
-#include "veltrano/posix_platform.h"
 #include "veltrano/testing.h"
 #include "veltrano/veltrano.h"
 
@@ -9,10 +8,7 @@ int main() {
   veltrano::testing::World world;  // virtual time and a new library
   world.network("/track").answer(503).once();
 
-  veltrano::PosixOptions options;  // from here on your application's code, unchanged
-  options.collectionHost = "events.example.com";
-  veltrano::PosixPlatform::install(options);
-  Veltrano::shared().track("Bought", {{"items", 3}});
+  Veltrano::shared().track("Bought", {{"items", 3}});  // your application's code, unchanged
 
   world.advance(40s);  // takes no time
   const auto bought = world.delivered().only("Bought");

@@ -109,12 +109,10 @@ std::string World::Implementation::install(PosixOptions options, std::string err
     return "A platform has been installed already.";
   }
   if (!error.empty()) {
-    wasRefused_ = true;
     complain("The platform was refused: " + error);
     return error;
   }
   if (isUsed_) {
-    wasRefused_ = true;
     complain("The platform was installed late: the library had been used before.");
     return "The library is in use already; install the platform before its first use.";
   }

@@ -182,7 +182,6 @@ class World::Implementation final : public internal::CallObserver, public intern
 
   std::atomic<bool> isUsed_{false};
   std::atomic<bool> isInstalled_{false};
-  std::atomic<bool> wasRefused_{false};  // a platform
 
   mutable std::mutex mutex_;
   std::vector<std::string> unsettled_;           // guarded by mutex_; events since the last run

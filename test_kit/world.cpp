@@ -74,8 +74,6 @@ Complaints World::Implementation::complaints() const {
   {
     const std::lock_guard lock(mutex_);
     complaints = complaints_;
-    if (firstTracked_ && !isInstalled_ && !wasRefused_)
-      complaints.emplace_back("No platform was installed: in production, nothing would be sent.");
   }
   const Statistics counts = statistics();
   if (counts.droppedByTrimming > 0)

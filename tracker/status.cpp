@@ -57,8 +57,7 @@ std::string Library::status() {
   Library* const library = installed();
   if (library == nullptr || library->platform_.collectionHost.empty())
     return "Nothing is sent: no platform was installed before the first use of the library (the "
-           "error "
-           "of the installation says why), the library was shut down, or this is a forked "
+           "error of the installation says why), the library was shut down, or this is a forked "
            "child.\n" +
            (library == nullptr ? ""
                                : counts(library->accounting_.statistics()) +

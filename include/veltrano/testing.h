@@ -357,10 +357,9 @@ class World {
 
   /// Problems that would otherwise go unnoticed: values left out because events cannot hold them
   /// (absent ones excepted) or because they nest too deep, numbers sent as null, events that were
-  /// dropped and why, a platform that is refused, installed too late or twice, or missing when
-  /// events are tracked, a rule that threw, a heartbeat that is never sent, a run that does not
-  /// end, misuse in a callback. After `end`, also events that
-  /// were still pending.
+  /// dropped and why, a platform that is refused or installed too late or twice, a rule that threw,
+  /// a heartbeat that is never sent, a run that does not end, misuse in a callback. After `end`,
+  /// also events that were still pending.
   Complaints complaints() const;
 
   /// Lifecycle changes, with their notifications. `enterBackground` first makes the application
