@@ -86,7 +86,8 @@ static veltrano_object* arrayHandle(const Enclosing* path, NSArray* elements) {
 
 static veltrano_object* dictionaryHandle(const Enclosing* path, NSDictionary* entries) {
   SCOPED_HANDLE dictionary = veltrano_dictionary();
-  for (id each in entries) {
+  // Not `in entries`: in GNUstep, that needs more than a subclass has to implement.
+  for (id each in [entries keyEnumerator]) {
     SCOPED_HANDLE key = handleIn(path, each);
     SCOPED_HANDLE value = handleIn(path, [entries objectForKey:each]);
     veltrano_dictionary_set(dictionary, key, value);

@@ -164,6 +164,10 @@ static Veltrano* theInstance;
 // Key-value coding would otherwise call setUserId: for "userId". These methods are all that the
 // others end in; GNUstep still has the deprecated ones.
 
++ (BOOL)automaticallyNotifiesObserversForKey:(NSString*)key {
+  return (void)key, NO;
+}
+
 - (id)valueForKey:(NSString*)key {
   return [self valueForUndefinedKey:key];
 }

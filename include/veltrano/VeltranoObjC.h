@@ -27,7 +27,8 @@ NS_ASSUME_NONNULL_BEGIN
 /// Every operation is thread-safe, returns without waiting for the network and never throws. It
 /// copies its arguments before it returns, mutable ones too; other threads must not change them
 /// meanwhile. An operation does nothing if an argument is nil and not nullable, is of the wrong
-/// class, or raises an exception while it is read. Key-value coding reaches nothing.
+/// class, or raises an exception while it is read. NSNull counts as nil where nil is allowed.
+/// Blocks are not checked: pass nothing else for one. Key-value coding reaches nothing.
 ///
 /// Events hold these objects:
 ///

@@ -42,6 +42,21 @@ static atomic_int witnesses;
 }
 @end
 
+// Implements only what a subclass has to.
+@interface LeastDictionary : NSDictionary
+@end
+@implementation LeastDictionary
+- (NSUInteger)count {
+  return 1;
+}
+- (id)objectForKey:(id)key {
+  return [key isEqual:@"k"] ? @"v" : nil;
+}
+- (NSEnumerator*)keyEnumerator {
+  return [@[ @"k" ] objectEnumerator];
+}
+@end
+
 // What throws an int in C++.
 void* __cxa_allocate_exception(size_t size);
 void __cxa_throw(void* exception, void* type, void (*destroy)(void*));
@@ -134,6 +149,9 @@ static veltrano_object* kindsInC(void) {
   veltrano_dictionary_set_int(cycle, "n", 1);
   setAndRelease(cycle, "self", veltrano_array());
   setAndRelease(all, "cycle", cycle);
+  veltrano_object* least = veltrano_dictionary();
+  veltrano_dictionary_set_text(least, "k", "v");
+  setAndRelease(all, "leastSubclass", least);
   return all;
 }
 
@@ -223,6 +241,7 @@ static NSDictionary* kinds(void) {
     @"list" : @[ @[ @"ö" ], [[[NSObject alloc] init] autorelease], [NSString class] ],
     @"map" : @{@"k" : @[ @"ö" ], @"other" : [NSValue valueWithPointer:NULL]},
     @"cycle" : cycle,
+    @"leastSubclass" : [[LeastDictionary new] autorelease],
   };
 }
 
@@ -236,6 +255,10 @@ static void callWrongly(Veltrano* tracker) {
     [NSNull null],
     [[BadArray new] autorelease]
   };
+  [tracker addObserver:tracker
+            forKeyPath:@"userId"
+               options:NSKeyValueObservingOptionNew
+               context:NULL];
   for (size_t i = 0; i < sizeof wrong / sizeof *wrong; ++i) {
     [tracker trackWithEventName:wrong[i] eventProperties:@{}];
     [tracker trackWithEventName:@"Wrong" eventProperties:wrong[i]];
@@ -243,6 +266,7 @@ static void callWrongly(Veltrano* tracker) {
     [tracker setUserId:wrong[i]];
     [tracker removeSuperPropertyWithKey:wrong[i]];
   }
+  [tracker removeObserver:tracker forKeyPath:@"userId"];
   [tracker trackWithEventName:@"Wrong" eventProperties:@{@"a" : @[ @1, wrong[5] ]}];
 
   // Key-value coding reaches nothing.
