@@ -63,8 +63,8 @@ class HostCall {
   static inline constinit thread_local int ownUnderWay = 0;
 };
 
-/// Calls `callback` and drops its exceptions. Does not call it in a forked child or after
-/// the shutdown. False in these cases and in a child that the callback forked: the caller must then
+/// Calls `callback` and drops its exceptions. Does not call it in a forked child or after the
+/// shutdown. False in these cases and in a child that the callback forked: the caller must then
 /// return without using the platform.
 template <class Callback, class... Arguments>
 bool callHost(const Callback& callback, Arguments&&... arguments) {

@@ -21,7 +21,7 @@ namespace {
 
 Duration durationOf(double seconds) {
   constexpr double kMost = 1e12;  // a `Duration` can hold it
-  if (std::isnan(seconds)) throw Error("A time is no number.");
+  if (std::isnan(seconds)) throw Error("A time is not a number.");
   seconds = std::clamp(seconds, -kMost, kMost);
   return std::chrono::round<Duration>(std::chrono::duration<double>(seconds));
 }

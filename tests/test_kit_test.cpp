@@ -254,6 +254,8 @@ TEST(Complaints, NameWhatNobodyNotices) {
     EXPECT_TRUE(hasOne(world.complaints(), "heartbeat")) << world.complaints();
     EXPECT_FALSE(PosixPlatform::install(options()));
     EXPECT_EQ(world.complaints().size(), 2u) << world.complaints();
+    EXPECT_FALSE(PosixPlatform::install({}));  // the second time matters more than the options
+    EXPECT_NE(world.complaints().back().find("second time"), std::string::npos);
   }
 }
 

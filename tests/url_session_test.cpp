@@ -229,6 +229,7 @@ TEST(URLSession, ReportsWhatCannotBeReached) {
   const auto outcome = post(session, request);
   ASSERT_TRUE(outcome.isTransportError());
   EXPECT_NE(outcome.error->reason.find("Couldn't connect"), std::string::npos);
+  EXPECT_EQ(outcome.error->reason.find("secret"), std::string::npos);
   EXPECT_EQ(counter->count, 2);
 
   request.baseURL.replace(0, 5, "http");
@@ -360,6 +361,8 @@ TEST(URLSession, DecidesByTheStatusAndNeverRepeatsWhatWasCutOff) {
     EXPECT_EQ(outcome.status(), cut.status) << &cut - cuts;
     ASSERT_TRUE(outcome.error && !outcome.data) << &cut - cuts;
     EXPECT_FALSE(hasTimedOut(outcome.error->reason)) << &cut - cuts;
+    for (const char* const other : {"SSL", "Couldn't connect", "memory", "initialization"})
+      EXPECT_EQ(outcome.error->reason.find(other), std::string::npos) << &cut - cuts << other;
     EXPECT_EQ(server.requests().size(), 2u) << &cut - cuts;
     EXPECT_EQ(post(session, request).status(), 200);
   }

@@ -69,7 +69,7 @@ VELTRANO_EXPORT
 /// Identifies the user; an empty id is ignored. The first id also starts the session heartbeat, on
 /// the library's run loop of the calling thread: call this on the main thread.
 ///
-/// Warning: that loop is no NSRunLoop. Run it, or poll its descriptor: see "Run loops" in
+/// Warning: that loop is not an NSRunLoop. Run it, or poll its descriptor: see "Run loops" in
 /// veltrano/veltrano_c.h.
 - (void)setUserId:(NSString*)userId;
 

@@ -38,7 +38,7 @@ void veltrano_world_destroy(veltrano_world* world);
 const char* veltrano_world_error(const veltrano_world* world);
 
 /* False on any thread but the main thread, in a callback, after the end, and if `seconds` is
- * negative, no number or over a hundred years. */
+ * negative, not a number or over a hundred years. */
 bool veltrano_world_advance(veltrano_world* world, double seconds);
 
 /* Moves the wall clock forward or back. The monotonic clock does not change. */

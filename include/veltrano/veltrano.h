@@ -104,9 +104,9 @@ class VELTRANO_EXPORT Veltrano {
 
   /// How things stand, in a few lines of plain English for a debug screen or a support request:
   /// whether a platform is installed, the counts, why events were dropped, how the last upload and
-  /// the last heartbeat ended, and when the next flush is due. Contains no personal data. The
-  /// wording may change; do not parse it. Empty if memory runs out. Unlike `shared`, it may be
-  /// called before a platform is installed.
+  /// the last heartbeat ended, and when the next flush is due. Contains nothing about the user; a
+  /// reason may name a file of the options. The wording may change; do not parse it. Empty if
+  /// memory runs out. Unlike `shared`, it may be called before a platform is installed.
   static std::string status();
 
   Veltrano(const Veltrano&) = delete;

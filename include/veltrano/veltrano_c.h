@@ -343,9 +343,9 @@ VELTRANO_EXPORT bool veltrano_get_statistics(veltrano_statistics* statistics);
 
 /* How things stand, in a few lines of plain English for a debug screen or a support request:
  * whether a platform is installed, the counts, why events were dropped, how the last upload and
- * the last heartbeat ended, and when the next flush is due. Contains no personal data. The
- * wording may change; do not parse it. Unlike other calls, it does not make a later installation
- * fail.
+ * the last heartbeat ended, and when the next flush is due. Contains nothing about the user; a
+ * reason may name a file of the options. The wording may change; do not parse it. Unlike other
+ * calls, it does not make a later installation fail.
  *
  * Writes as much as fits into `size` bytes of `buffer`, with a final NUL, and returns the length of
  * the whole text, without the NUL; 0 when memory runs out. `buffer` may be NULL if `size` is 0. */

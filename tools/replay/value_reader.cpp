@@ -110,7 +110,7 @@ class ValueReader {
 
   std::string_view integerField(const Value& object, std::string_view key) const {
     const Value& number = field(object, key, Kind::number);
-    if (!isIntegerText(number.text)) throw ScenarioError("no integer: " + number.text);
+    if (!isIntegerText(number.text)) throw ScenarioError("not an integer: " + number.text);
     return number.text;
   }
 
