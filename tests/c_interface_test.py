@@ -188,7 +188,7 @@ def set_up(url, certificate, directory):
     options = Options(
         size=ctypes.sizeof(Options), collection_host=text(url[len("https://"):]),
         certificate_authorities=text(certificate), info_dictionary=info,
-        user_defaults_file=text(directory + "/defaults.plist"), session_token=session_token,
+        user_defaults_file=text(directory + "/settings"), session_token=session_token,
         log_sink=keep_line, system_name=text("Other"), system_version=text("9"),
         screen_width=100, screen_height=200, interface_orientation=3, device_orientation=1,
         carrier_name=text("Carrier\0One"), tracking_authorization_status=2,

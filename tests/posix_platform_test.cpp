@@ -233,26 +233,24 @@ TEST(RunLoopTest, AThreadThatEndsTakesItsTimersAlong) {
   timer->invalidate();
 }
 
-TEST(UserDefaultsTest, SurviveInAFileWhoseOtherEntriesStay) {
+TEST(UserDefaultsTest, SurviveInATextFile) {
   const Directory directory;
-  const auto path = directory.write(
-      "d.plist", propertyList("<key>n</key><integer>-90</integer><key>s</key><string>x</string>"));
+  const auto path = directory.write("settings", "m 1e300\nn -90\n");
   {
     PosixUserDefaults defaults(path);
     EXPECT_EQ(defaults.doubleForKey("n"), -90);
     EXPECT_EQ(defaults.doubleForKey("s"), 0);
     defaults.setDouble(0.1 + 0.2, "n");
   }
-  PosixUserDefaults defaults(path);
-  EXPECT_EQ(defaults.doubleForKey("n"), 0.1 + 0.2);
-  EXPECT_NE(contentsOf(path).find("<string>x</string>"), std::string::npos);
+  EXPECT_EQ(contentsOf(path), "m 1e+300\nn 0.30000000000000004\n");
+  EXPECT_EQ(PosixUserDefaults(path).doubleForKey("n"), 0.1 + 0.2);
   // No temporary file is left.
   EXPECT_EQ(std::distance(fs::directory_iterator(fs::path(path).parent_path()), {}), 1);
 }
 
 TEST(UserDefaultsTest, ConcurrentWritersLeaveTheLastValue) {
   const Directory directory;
-  PosixUserDefaults defaults(directory / "d.plist");
+  PosixUserDefaults defaults(directory / "settings");
   std::vector<std::thread> writers;
   for (const char* key : {"a", "b", "c", "d"}) {
     writers.emplace_back([&, key] {
@@ -260,15 +258,15 @@ TEST(UserDefaultsTest, ConcurrentWritersLeaveTheLastValue) {
     });
   }
   for (auto& writer : writers) writer.join();
-  PosixUserDefaults read(directory / "d.plist");
+  PosixUserDefaults read(directory / "settings");
   for (const char* key : {"a", "b", "c", "d"}) EXPECT_EQ(read.doubleForKey(key), 20);
 }
 
 TEST(UserDefaultsTest, ADamagedFileIsSetAsideWhenItIsReplaced) {
   const Directory directory;
-  for (const std::string text : {"", "<plist><dict><key>n</k", "bplist00\x01\x02",
-                                 "<plist><array><real>1</real></array></plist>"}) {
-    const auto path = directory.write("d.plist", text);
+  for (const std::string text : {"n 9", "n 9\n\n", "n\n", " 9\n", "n 9x\n", "bplist00\x01\x02",
+                                 "<plist><dict><key>n</key><real>9</real></dict></plist>\n"}) {
+    const auto path = directory.write("settings", text);
     PosixUserDefaults defaults(path);
     EXPECT_EQ(defaults.doubleForKey("n"), 0) << text;
     EXPECT_EQ(contentsOf(path), text);
@@ -280,7 +278,7 @@ TEST(UserDefaultsTest, ADamagedFileIsSetAsideWhenItIsReplaced) {
 
 TEST(UserDefaultsTest, AValueThatCouldNotBeWrittenIsWrittenLater) {
   const Directory directory;
-  const std::string path = directory / "later/d.plist";
+  const std::string path = directory / "later/settings";
   PosixUserDefaults defaults(path);
   setHeartbeatInterval(defaults, 90);
   EXPECT_EQ(heartbeatInterval(defaults), 90);
@@ -289,36 +287,20 @@ TEST(UserDefaultsTest, AValueThatCouldNotBeWrittenIsWrittenLater) {
   setHeartbeatInterval(defaults, 90);  // the next answer repeats it
   EXPECT_EQ(heartbeatInterval(PosixUserDefaults(path)), 90);
 
-  // A file that cannot be read is not replaced, and is read as soon as it can be.
+  // What cannot be read is set aside, too.
   fs::remove(path);
   fs::create_directory(path);
   setHeartbeatInterval(defaults, 45);
   EXPECT_EQ(heartbeatInterval(defaults), 45);
-  fs::remove(path);
-  directory.write("later/d.plist", propertyList("<key>s</key><true/>"));
-  setHeartbeatInterval(defaults, 45);
+  EXPECT_FALSE(defaults.isStored(45, kHeartbeatIntervalKey));
+  PosixUserDefaults later(path);
+  setHeartbeatInterval(later, 45);
   EXPECT_EQ(heartbeatInterval(PosixUserDefaults(path)), 45);
-  EXPECT_NE(contentsOf(path).find("<true/>"), std::string::npos);
+  EXPECT_TRUE(fs::is_directory(path + ".damaged"));
 
   PosixUserDefaults inMemory("");
   setHeartbeatInterval(inMemory, 90);
   EXPECT_EQ(heartbeatInterval(inMemory), 90);
-}
-
-TEST(UserDefaultsTest, ChangesOfOthersAreSeen) {
-  const Directory directory;
-  const std::string path = directory / "d.plist";
-  PosixUserDefaults defaults(path), others(path);
-  EXPECT_EQ(defaults.doubleForKey("n"), 0);
-  others.setDouble(7, "n");
-  EXPECT_EQ(defaults.doubleForKey("n"), 7);
-  EXPECT_FALSE(defaults.isStored(0, "n"));
-  defaults.setDouble(8, "n");
-  others.setDouble(1, "others");  // does not bring 7 back
-  EXPECT_EQ(defaults.doubleForKey("others"), 1);
-  EXPECT_EQ(defaults.doubleForKey("n"), 8);
-  fs::remove(path);
-  EXPECT_EQ(defaults.doubleForKey("n"), 0);
 }
 
 TEST(BundlesTest, InfoDictionariesAreFound) {
@@ -335,7 +317,8 @@ TEST(BundlesTest, InfoDictionariesAreFound) {
   const auto isRead = [&](std::size_t size) {
     const std::string list = propertyList("<key>a</key><true/>");
     const auto path = directory.write("large.plist", list + std::string(size - list.size(), ' '));
-    return readInfoDictionary(path).has_value();
+    fs::rename(path, directory / "App/Info.plist");
+    return bundles.bundleAtPath(directory / "App")->infoDictionary.has_value();
   };
   EXPECT_TRUE(isRead(4 << 20));
   EXPECT_FALSE(isRead((4 << 20) + 1));
@@ -425,10 +408,12 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
       {&PosixOptions::collectionHost, "https://example.com", "https://example.com"},
       {&PosixOptions::proxy, "proxy", "http://host:port"},
       {&PosixOptions::pinnedPublicKey, "sha256//", "SHA-256"},
-      {&PosixOptions::userDefaultsFile, directory / "none/d.plist", "none\" does not exist"},
+      {&PosixOptions::userDefaultsFile, directory / "none/settings", "none\" does not exist"},
       {&PosixOptions::userDefaultsFile, directory / "", "cannot be read or is not a regular file"},
       {&PosixOptions::userDefaultsFile, directory / std::string(248, 'd'), "is too long"},
       {&PosixOptions::infoPropertyListFile, noCertificate, "empty.pem\" cannot be read"},
+      {&PosixOptions::infoPropertyListFile, directory.write("binary.plist", "bplist00"),
+       "binary.plist\" is in the binary form; convert it to XML first."},
       {&PosixOptions::certificateAuthorities, noCertificate, "holds no certificate"},
       {&PosixOptions::certificateAuthorities, hollow("CERTIFICATE"), "holds no certificate"},
       {&PosixOptions::certificateAuthorities, hollow("CERTIFICATE REQUEST"),
@@ -450,7 +435,8 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   options.proxy = "http://127.0.0.1:1";
   options.applicationState = PosixOptions::ApplicationState::background;
   fs::current_path(directory / "");
-  options.userDefaultsFile = "d.plist";
+  fs::create_symlink("linked", "settings");
+  options.userDefaultsFile = "settings";
   options.logSink = [](std::string_view) { throw std::runtime_error("to be dropped"); };
   options.sessionToken = []() -> std::optional<std::string> {
     throw std::runtime_error("to be dropped");
@@ -462,7 +448,8 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   services.standardOutput->writeLine("line");
   fs::current_path("/");
   services.userDefaults->setDouble(1, "n");
-  EXPECT_EQ(PosixUserDefaults(directory / "d.plist").doubleForKey("n"), 1);
+  EXPECT_EQ(PosixUserDefaults(directory / "linked").doubleForKey("n"), 1);
+  EXPECT_TRUE(fs::is_symlink(directory / "settings"));
 
   // Each observer sees the new state, on the main thread, whichever thread reported it.
   std::vector<std::string> seen;

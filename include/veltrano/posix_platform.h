@@ -8,7 +8,7 @@
 //
 //     veltrano::PosixOptions options;
 //     options.collectionHost = "events.example.com";
-//     options.userDefaultsFile = "/var/lib/player/analytics.plist";
+//     options.userDefaultsFile = "/var/lib/player/analytics-settings";
 //     const auto installation = veltrano::PosixPlatform::install(std::move(options));
 //     if (!installation) std::cerr << installation.error << '\n';
 //
@@ -47,15 +47,16 @@ struct PosixOptions {
   /// Where events and heartbeats go: "host" or "host:port". An IPv6 address goes in brackets.
   std::string collectionHost;
 
-  /// The property-list file that stores the library's settings. Its directory must exist and be
-  /// writable; a file that exists must be readable. Other programs may share the file: their
-  /// entries are preserved and their changes picked up. Without a file, settings last as long as
-  /// the process. A relative path is resolved at installation.
+  /// The file that stores the library's settings, a few lines of text. It belongs to the library
+  /// and to one process. Its directory must exist and be writable; a file that exists must be
+  /// readable. A file that the library did not write, or a damaged one, is renamed to
+  /// "NAME.damaged" before it is replaced; of a symbolic link, the target is replaced. Without a
+  /// file, settings last as long as the process. A relative path is resolved at installation.
   std::string userDefaultsFile;
 
   /// The application's Info dictionary, which holds its version: either the dictionary itself or
-  /// the path of a property list. Installation fails with a list that cannot be read, or that
-  /// exceeds 4 MiB, 100,000 values or 64 levels of nesting.
+  /// the path of a property list in XML. Installation fails with a list that cannot be read, or
+  /// that exceeds 4 MiB, 100,000 elements or 64 levels of nesting.
   std::optional<HostMap> infoDictionary;
   std::string infoPropertyListFile;
 

@@ -379,12 +379,13 @@ typedef struct veltrano_options {
   /* Where events and heartbeats go: "host" or "host:port", an IPv6 address in brackets. */
   veltrano_text collection_host;
 
-  /* The property list that stores the library's settings. Its directory must exist and be writable;
-   * a list that exists must be readable. Without one, settings last as long as the process. */
+  /* The file that stores the library's settings. It belongs to the library and to one process. Its
+   * directory must exist and be writable; a file that exists must be readable. Without one,
+   * settings last as long as the process. */
   veltrano_text user_defaults_file;
 
   /* The application's Info dictionary: a dictionary whose keys are all strings, or the path of a
-   * property list. Installation fails with a list that cannot be read. */
+   * property list in XML. Installation fails with a list that cannot be read. */
   const veltrano_object* info_dictionary;
   veltrano_text info_property_list_file;
 

@@ -8,8 +8,8 @@
 
 #include "encoding/uuid.h"
 #include "platform/posix/http/option_checks.h"
-#include "platform/posix/storage/bundles.h"
 #include "platform/posix/storage/files.h"
+#include "platform/posix/storage/property_list.h"
 
 namespace veltrano::internal {
 namespace {
@@ -55,11 +55,17 @@ std::string completeOptions(PosixOptions& options, bool needsFiles) {
     // The host may change its working directory later.
     if (!name->empty()) *name = std::filesystem::absolute(*name).string();
   }
+  // Replacing the file leaves a link to it alone.
+  options.userDefaultsFile = linkTarget(options.userDefaultsFile);
   if (needsFiles)
     if (std::string error = checkSettingsFile(options.userDefaultsFile); !error.empty())
       return error;
   if (!options.infoDictionary && !options.infoPropertyListFile.empty()) {
-    options.infoDictionary = readInfoDictionary(options.infoPropertyListFile);
+    const std::string list = readFile(options.infoPropertyListFile).contents.value_or("");
+    if (isBinaryPropertyList(list))
+      return about("The Info property list", options.infoPropertyListFile,
+                   " is in the binary form; convert it to XML first.");
+    options.infoDictionary = readPropertyList(list);
     if (needsFiles && !options.infoDictionary)
       return about("The Info property list", options.infoPropertyListFile, " cannot be read.");
   }

@@ -156,7 +156,7 @@ void runLive(const Scenario& scenario, const LiveOptions& options, Bodies bodies
   std::filesystem::path temporary;
   if (complete.userDefaultsFile.empty()) {
     temporary = makeTemporaryDirectory();
-    if (!temporary.empty()) complete.userDefaultsFile = temporary / "defaults.plist";
+    if (!temporary.empty()) complete.userDefaultsFile = temporary / "settings";
   }
 
   // Never destroyed: the library's threads use it until the process ends.

@@ -30,7 +30,8 @@ bool isDirectory(const fs::path& path) {
 }
 
 Bundle bundleIn(const fs::path& directory) {
-  return {directory.string(), readInfoDictionary((directory / "Info.plist").string())};
+  return {directory.string(),
+          readPropertyList(readFile((directory / "Info.plist").string()).contents.value_or(""))};
 }
 
 Bundle findLibraryBundle() {
@@ -46,14 +47,6 @@ std::optional<Bundle> PosixBundles::bundleAtPath(std::string_view path) const {
   const fs::path directory(path);
   if (!isDirectory(directory)) return std::nullopt;
   return bundleIn(directory);
-}
-
-std::optional<HostMap> readInfoDictionary(const std::string& path) {
-  const FileContents file = readFile(path);
-  if (!file.contents) return std::nullopt;
-  const auto list = PropertyList::parse(*file.contents);
-  if (!list) return std::nullopt;
-  return list->entries();
 }
 
 }  // namespace veltrano::internal

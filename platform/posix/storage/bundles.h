@@ -26,7 +26,4 @@ class PosixBundles final : public Bundles {
   const Bundle libraryBundle_;
 };
 
-/// The dictionary in the property list at `path`, if it can be read.
-std::optional<HostMap> readInfoDictionary(const std::string& path);
-
 }  // namespace veltrano::internal

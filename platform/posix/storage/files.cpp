@@ -3,9 +3,12 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace veltrano::internal {
@@ -66,17 +69,6 @@ void syncDirectory(const std::string& path) {
 
 }  // namespace
 
-bool FileStamp::operator==(const FileStamp& other) const {
-  return device == other.device && inode == other.inode && size == other.size &&
-         modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec;
-}
-
-std::optional<FileStamp> stampOf(const std::string& path) {
-  struct stat status;
-  if (stat(path.c_str(), &status) != 0) return std::nullopt;
-  return FileStamp{status.st_dev, status.st_ino, status.st_size, status.st_mtim};
-}
-
 FileContents readFile(const std::string& path) {
   // Non-blocking, because there may be a FIFO or a device at the path.
   const Descriptor file(openForReading(path, O_NONBLOCK));
@@ -93,6 +85,14 @@ FileContents readFile(const std::string& path) {
       return {true, std::nullopt};
     contents.append(part, static_cast<std::size_t>(count));
   }
+}
+
+std::string linkTarget(const std::string& path) {
+  std::filesystem::path target(path);
+  std::error_code error;
+  for (int links = 0; links < 40 && std::filesystem::is_symlink(target, error); ++links)
+    target = target.parent_path() / std::filesystem::read_symlink(target, error);
+  return target.string();
 }
 
 bool isWritable(const std::string& directory) {

@@ -1,25 +1,10 @@
 #pragma once
 
-#include <sys/stat.h>
-
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace veltrano::internal {
-
-/// Identifies one state of a file without reading it.
-struct FileStamp {
-  dev_t device = 0;
-  ino_t inode = 0;
-  off_t size = 0;
-  timespec modified = {};
-
-  bool operator==(const FileStamp& other) const;
-};
-
-/// None if nothing is at `path`.
-std::optional<FileStamp> stampOf(const std::string& path);
 
 /// What was found at a path. If it exists without contents, it could not be read.
 struct FileContents {
@@ -30,6 +15,9 @@ struct FileContents {
 /// Reads a regular file of up to 4 MiB, including files in /proc; anything else counts as
 /// unreadable.
 FileContents readFile(const std::string& path);
+
+/// Where the symbolic link at `path` leads, even if nothing is there; otherwise `path` itself.
+std::string linkTarget(const std::string& path);
 
 /// Whether files can be created in a directory.
 bool isWritable(const std::string& directory);

@@ -1,66 +1,108 @@
 #include "platform/posix/storage/property_list.h"
 
-#include <charconv>
-#include <utility>
+#include <expat.h>
 
-#include "encoding/numbers.h"
+#include <limits>
+#include <memory>
+#include <new>
+#include <string>
+#include <utility>
 
 namespace veltrano::internal {
 namespace {
 
-using NodeKind = PropertyListNode::Kind;
+constexpr int kMostElements = 100'000;
+constexpr int kMostLevels = 64;
+
+class Reader {
+ public:
+  Reader() : parser_(XML_ParserCreate(nullptr), XML_ParserFree) {
+    if (parser_ == nullptr) throw std::bad_alloc();
+    XML_SetUserData(parser_.get(), this);
+    XML_SetElementHandler(parser_.get(), &Reader::started, &Reader::ended);
+    XML_SetCharacterDataHandler(parser_.get(), &Reader::found);
+    // An entity can expand to any amount of text.
+    XML_SetEntityDeclHandler(parser_.get(), [](void* self, auto...) {
+      static_cast<Reader*>(self)->attempt([](Reader&) { return false; });
+    });
+  }
+
+  std::optional<HostMap> read(std::string_view text) {
+    const auto status =
+        XML_Parse(parser_.get(), text.data(), static_cast<int>(text.size()), XML_TRUE);
+    if (ranOutOfMemory_ || XML_GetErrorCode(parser_.get()) == XML_ERROR_NO_MEMORY)
+      throw std::bad_alloc();
+    if (status != XML_STATUS_OK || !isComplete_) return std::nullopt;
+    return std::move(entries_);
+  }
+
+ private:
+  static void started(void* self, const char* name, const char**) {
+    static_cast<Reader*>(self)->attempt([&](Reader& reader) { return reader.start(name); });
+  }
+  static void ended(void* self, const char* name) {
+    static_cast<Reader*>(self)->attempt([&](Reader& reader) { return reader.end(name); });
+  }
+  static void found(void* self, const char* text, int size) {
+    static_cast<Reader*>(self)->attempt([&](Reader& reader) {
+      if (reader.level_ == 2) reader.text_.append(text, static_cast<std::size_t>(size));
+      return true;
+    });
+  }
+
+  // Stops the parser when `work` returns false or throws: exceptions must not cross C.
+  template <class Work>
+  void attempt(Work work) noexcept {
+    if (isRefused_) return;  // the parser may still call after it was stopped
+    try {
+      isRefused_ = !work(*this);
+    } catch (const std::bad_alloc&) {
+      isRefused_ = ranOutOfMemory_ = true;
+    }
+    if (isRefused_) XML_StopParser(parser_.get(), XML_FALSE);
+  }
+
+  bool start(std::string_view name) {
+    if (level_ == 0 && name == "plist") return true;
+    if (++elements_ > kMostElements || level_ == kMostLevels) return false;
+    if (level_ == 0 && (name != "dict" || isComplete_)) return false;
+    if (level_ == 1 && (name == "key") == key_.has_value()) return false;
+    ++level_;
+    text_.clear();
+    return true;
+  }
+
+  bool end(std::string_view name) {
+    if (level_ == 0) return true;  // "plist"
+    --level_;
+    if (level_ == 0) isComplete_ = true;
+    if (level_ == 0) return !key_;
+    if (level_ > 1) return true;
+    if (name == "key") {
+      key_ = std::move(text_);
+    } else {
+      entries_.set(*key_, name == "string" ? HostValue(text_) : HostValue(OtherObject{}));
+      key_.reset();
+    }
+    return true;
+  }
+
+  const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser_;
+  HostMap entries_;
+  std::optional<std::string> key_;  // of the entry whose value follows
+  std::string text_;                // of the open entry's key or value
+  int elements_ = 0;
+  int level_ = 0;  // open elements, without "plist"
+  bool isComplete_ = false;
+  bool isRefused_ = false;
+  bool ranOutOfMemory_ = false;
+};
 
 }  // namespace
 
-std::optional<PropertyList> PropertyList::parse(std::string_view text) {
-  PropertyList list;
-  try {
-    list.root_ = text.starts_with("bplist") ? readBinaryPropertyList(text)  //
-                                            : readXMLPropertyList(text);
-  } catch (const UnusablePropertyList&) {
-    return std::nullopt;
-  }
-  if (list.root_.kind != NodeKind::dictionary) return std::nullopt;
-  return list;
-}
-
-const PropertyListNode* PropertyList::find(std::string_view key) const {
-  for (std::size_t i = root_.items.size(); i > 0; i -= 2)
-    if (root_.items[i - 2].text == key) return &root_.items[i - 1];
-  return nullptr;
-}
-
-std::optional<double> PropertyList::number(std::string_view key) const {
-  const PropertyListNode* node = find(key);
-  if (node == nullptr || (node->kind != NodeKind::integer && node->kind != NodeKind::real))
-    return std::nullopt;
-  std::string_view digits = node->text;
-  if (digits.starts_with('+')) digits.remove_prefix(1);
-  return decimalNumber(digits);
-}
-
-void PropertyList::setNumber(double number, std::string_view key) {
-  char digits[32];
-  const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-  PropertyListNode value{NodeKind::real, std::string(digits, end), {}};
-  if (const PropertyListNode* node = find(key)) {
-    root_.items[static_cast<std::size_t>(node - root_.items.data())] = std::move(value);
-    return;
-  }
-  PropertyListNode name{NodeKind::key, std::string(key), {}};
-  root_.items.reserve(root_.items.size() + 2);  // both or none
-  root_.items.push_back(std::move(name));
-  root_.items.push_back(std::move(value));
-}
-
-HostMap PropertyList::entries() const {
-  HostMap entries;
-  for (std::size_t i = 0; i < root_.items.size(); i += 2) {
-    const PropertyListNode& value = root_.items[i + 1];
-    entries.set(root_.items[i].text,
-                value.kind == NodeKind::string ? HostValue(value.text) : HostValue(OtherObject{}));
-  }
-  return entries;
+std::optional<HostMap> readPropertyList(std::string_view text) {
+  if (text.size() > std::numeric_limits<int>::max()) return std::nullopt;
+  return Reader().read(text);
 }
 
 }  // namespace veltrano::internal

@@ -1,36 +1,20 @@
 #pragma once
 
 #include <optional>
-#include <string>
 #include <string_view>
 
-#include "platform/posix/storage/property_list_tree.h"
 #include "veltrano/value.h"
 
 namespace veltrano::internal {
 
-/// A property list whose root is a dictionary. Independent of the host's locale.
-class PropertyList {
- public:
-  /// Reads the XML or the binary form. None when `text` is neither, its root is not a dictionary,
-  /// or it exceeds `PropertyListBudget`. Throws `std::bad_alloc`.
-  static std::optional<PropertyList> parse(std::string_view text);
+/// The entries of a property list in XML whose root is a dictionary: strings as text, everything
+/// else as `OtherObject`, because callers only need strings. None when `text` is no such list, has
+/// more than 100,000 elements or 64 levels, or declares entities. Throws `std::bad_alloc`.
+std::optional<HostMap> readPropertyList(std::string_view text);
 
-  /// The value of `key` if it is a real number or an integer.
-  std::optional<double> number(std::string_view key) const;
-
-  void setNumber(double number, std::string_view key);
-
-  /// Strings become text, everything else `OtherObject`: callers only need strings.
-  HostMap entries() const;
-
-  std::string xml() const { return xmlOf(root_); }
-
- private:
-  // The value of `key`, or null. Among equal keys, the last one wins.
-  const PropertyListNode* find(std::string_view key) const;
-
-  PropertyListNode root_;
-};
+/// Whether `text` is a property list in the binary form, which is not read.
+inline bool isBinaryPropertyList(std::string_view text) {
+  return text.substr(0, 6) == "bplist";
+}
 
 }  // namespace veltrano::internal

@@ -2,30 +2,73 @@
 
 #include <stdio.h>
 
+#include <charconv>
 #include <new>
+#include <optional>
 #include <utility>
 
-namespace veltrano::internal {
+#include "encoding/numbers.h"
+#include "platform/posix/storage/files.h"
 
-PosixUserDefaults::PosixUserDefaults(std::string path) : path_(std::move(path)) {}
+namespace veltrano::internal {
+namespace {
+
+using Numbers = std::map<std::string, double, std::less<>>;
+
+double numberIn(const Numbers& numbers, std::string_view key) {
+  const auto number = numbers.find(key);
+  return number == numbers.end() ? 0 : number->second;
+}
+
+// None if `text` has another form.
+std::optional<Numbers> numbersIn(std::string_view text) {
+  Numbers numbers;
+  while (!text.empty()) {
+    const auto space = text.find(' ');
+    const auto end = text.find('\n');
+    if (end == std::string_view::npos || space == 0 || space > end) return std::nullopt;
+    const auto number = decimalNumber(text.substr(space + 1, end - space - 1));
+    if (!number) return std::nullopt;
+    numbers.insert_or_assign(std::string(text.substr(0, space)), *number);
+    text.remove_prefix(end + 1);
+  }
+  return numbers;
+}
+
+std::string textOf(const Numbers& numbers) {
+  std::string text;
+  for (const auto& [key, number] : numbers) {
+    char digits[32];
+    const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    text.append(key).append(" ").append(digits, end).append("\n");
+  }
+  return text;
+}
+
+}  // namespace
+
+PosixUserDefaults::PosixUserDefaults(std::string path) : path_(std::move(path)) {
+  const FileContents file = readFile(path_);
+  auto numbers = numbersIn(file.contents.value_or(""));
+  isDamaged_ = !numbers || (file.exists && !file.contents);
+  if (numbers) numbers_ = stored_ = std::move(*numbers);
+}
 
 double PosixUserDefaults::doubleForKey(std::string_view key) const {
   const std::lock_guard lock(mutex_);
-  const auto unwritten = unwritten_.find(key);
-  return unwritten != unwritten_.end() ? unwritten->second : numberInFile(key);
+  return numberIn(numbers_, key);
 }
 
 bool PosixUserDefaults::isStored(double value, std::string_view key) const {
-  if (path_.empty()) return doubleForKey(key) == value;
   const std::lock_guard lock(mutex_);
-  return unwritten_.find(key) == unwritten_.end() && numberInFile(key) == value;
+  return numberIn(numbers_, key) == value && (path_.empty() || numberIn(stored_, key) == value);
 }
 
 void PosixUserDefaults::setDouble(double value, std::string_view key) {
   try {
     {
       const std::lock_guard lock(mutex_);
-      unwritten_.insert_or_assign(std::string(key), value);
+      numbers_.insert_or_assign(std::string(key), value);
     }
     if (!path_.empty()) writeFile();
   } catch (const std::bad_alloc&) {
@@ -33,53 +76,21 @@ void PosixUserDefaults::setDouble(double value, std::string_view key) {
   }
 }
 
-// Called with mutex_ held.
-double PosixUserDefaults::numberInFile(std::string_view key) const {
-  if (path_.empty()) return 0;
-  // Taken before reading: a change in between is noticed the next time.
-  const auto stamp = stampOf(path_);
-  if (stamp != readStamp_) {
-    try {
-      // Keeps the last contents while the file cannot be read.
-      const FileContents file = readFile(path_);
-      if (file.contents || !file.exists) {
-        list_ = file.contents ? PropertyList::parse(*file.contents) : std::nullopt;
-        readStamp_ = stamp;
-      }
-    } catch (const std::bad_alloc&) {
-      // Keeps the last contents when memory runs out, too.
-    }
-  }
-  return list_ ? list_->number(key).value_or(0) : 0;
-}
-
-// Writes all unwritten values. Concurrent callers wait for the one that writes.
+// Concurrent callers wait for the one that writes.
 void PosixUserDefaults::writeFile() {
   const std::lock_guard onlyWriter(writing_);
   Numbers numbers;
   {
     const std::lock_guard lock(mutex_);
-    numbers = unwritten_;
+    if (numbers_ == stored_) return;
+    numbers = numbers_;
   }
-  if (numbers.empty()) return;
-  const FileContents file = readFile(path_);
-  if (file.exists && !file.contents) return;  // does not replace what it cannot read
-  std::optional<PropertyList> list;
-  if (file.contents) {
-    list = PropertyList::parse(*file.contents);
-    if (!list && rename(path_.c_str(), (path_ + ".damaged").c_str()) != 0) return;
-  }
-  if (!list) list.emplace();
-  for (const auto& [key, number] : numbers) list->setNumber(number, key);
-  if (!replaceFile(path_, list->xml())) return;
+  if (isDamaged_ && rename(path_.c_str(), (path_ + ".damaged").c_str()) != 0) return;
+  isDamaged_ = false;
+  if (!replaceFile(path_, textOf(numbers))) return;
 
   const std::lock_guard lock(mutex_);
-  list_.reset();
-  readStamp_.reset();
-  for (const auto& [key, number] : numbers) {
-    const auto unwritten = unwritten_.find(key);
-    if (unwritten->second == number) unwritten_.erase(unwritten);
-  }
+  stored_ = std::move(numbers);
 }
 
 }  // namespace veltrano::internal
