@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "c_interface/handles.h"
-#include "platform/posix/platform_backend.h"
+#include "installation/platform_backend.h"
 #include "platform/posix/threads/due_time.h"
 
 using namespace veltrano;

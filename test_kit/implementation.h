@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/posix/platform_backend.h"
+#include "installation/platform_backend.h"
 #include "test_kit/recorder.h"
 #include "test_kit/substitute.h"
 #include "test_kit/threaded_platform.h"
@@ -42,7 +42,9 @@ class Place {
   static inline constinit std::atomic<bool> isTaken{false};
 };
 
-class World::Implementation final : public internal::CallObserver, public internal::TestBackend {
+class World::Implementation final : public internal::CallObserver,
+                                    public internal::Installer,
+                                    public internal::PlatformBackend {
   using Clock = std::chrono::steady_clock;
 
  public:
@@ -62,9 +64,13 @@ class World::Implementation final : public internal::CallObserver, public intern
   void called(std::string_view operation, const HostMapView& arguments) override;
   void recorded(const Event& event) override;
 
-  // TestBackend.
+  // Installer.
+  bool needsFiles() const override { return false; }
   std::string install(PosixOptions options, std::string error) override;
+  PlatformBackend* installed() override { return isInstalled_ ? this : nullptr; }
   RunLoop* currentRunLoop() override { return mainThread_.isCurrent() ? &loop_ : nullptr; }
+
+  // PlatformBackend.
   RunLoop& mainRunLoop() override { return loop_; }
   void enter(ApplicationState state, std::string_view notification) override;
   void setInterfaceOrientation(int orientation) override;

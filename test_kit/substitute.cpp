@@ -3,23 +3,23 @@
 #include <optional>
 #include <utility>
 
+#include "installation/platform_backend.h"
 #include "platform/host_callback.h"
-#include "platform/posix/platform_backend.h"
 #include "tracker/library.h"
 
 namespace veltrano::internal {
 
 struct Substitute::State {
-  State(const Platform& platform, CallObserver& observer, TestBackend& backend)
+  State(const Platform& platform, CallObserver& observer, Installer& installer)
       : library(platform, &observer) {
-    setTestBackend(&backend);
+    replacedInstaller = Installer::exchangeCurrent(&installer);
     wasHostGone = callbacksDisabled.exchange(false);  // after a shutdown
     replaced = Library::exchangeCurrent(&library);
   }
   // The library is destroyed after this. If that runs the host's code, it finds the process's own.
   ~State() {
     Library::exchangeCurrent(replaced);
-    setTestBackend(nullptr);
+    Installer::exchangeCurrent(replacedInstaller);
     callbacksDisabled = wasHostGone;
   }
   State(const State&) = delete;
@@ -28,11 +28,12 @@ struct Substitute::State {
   Library library;
   std::optional<Library> inert;  // after a shutdown
   Library* replaced = nullptr;
+  Installer* replacedInstaller = nullptr;
   bool wasHostGone = false;
 };
 
-Substitute::Substitute(const Platform& platform, CallObserver& observer, TestBackend& backend)
-    : state_(std::make_unique<State>(platform, observer, backend)) {}
+Substitute::Substitute(const Platform& platform, CallObserver& observer, Installer& installer)
+    : state_(std::make_unique<State>(platform, observer, installer)) {}
 
 Substitute::~Substitute() = default;
 

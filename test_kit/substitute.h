@@ -10,14 +10,14 @@
 namespace veltrano::internal {
 
 class CallObserver;
-class TestBackend;
+class Installer;
 
-/// Replaces the process's library as long as it lives. The only part of the test kit in the shared
-/// library, which holds the pointer to the process's library.
+/// Replaces the process's library and installer as long as it lives. The only part of the test kit
+/// in the shared library, which holds the pointer to the process's library.
 class VELTRANO_EXPORT Substitute {
  public:
   /// The arguments must outlive it. Create only one at a time.
-  Substitute(const Platform& platform, CallObserver& observer, TestBackend& backend);
+  Substitute(const Platform& platform, CallObserver& observer, Installer& installer);
 
   /// Nothing may run on the platform any more.
   ~Substitute();

@@ -28,6 +28,11 @@
 
 namespace veltrano {
 
+class PosixPlatform;
+namespace internal {
+PosixPlatform* installedPlatform() noexcept;
+}
+
 /// One attempt to send something to the collection host.
 struct TransferReport {
   std::string path;                      // "/track" or "/heartbeat"
@@ -144,8 +149,6 @@ class VELTRANO_EXPORT RunLoop {
   virtual ~RunLoop() = default;
 };
 
-class PosixPlatform;
-
 /// The result of an installation: the platform, or an error message.
 struct Installation {
   PosixPlatform* platform = nullptr;
@@ -216,14 +219,10 @@ class VELTRANO_EXPORT PosixPlatform {
   PosixPlatform& operator=(const PosixPlatform&) = delete;
 
  private:
-  struct Handle;
+  friend PosixPlatform* internal::installedPlatform() noexcept;
 
-  explicit PosixPlatform(Handle& handle);
+  PosixPlatform() = default;
   ~PosixPlatform() = default;
-
-  static Installation installOrThrow(PosixOptions& options);
-
-  Handle& handle_;
 };
 
 }  // namespace veltrano

@@ -1,6 +1,7 @@
-// What implements `PosixPlatform`: the system, or the world of a test.
+// What stands behind `PosixPlatform`: the system, or the world of a test.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -12,7 +13,7 @@
 
 namespace veltrano::internal {
 
-/// Receives what a host reports. Thread-safe.
+/// An installed platform. Receives what the host reports. Thread-safe.
 class PlatformBackend {
  public:
   virtual RunLoop& mainRunLoop() = 0;
@@ -29,23 +30,36 @@ class PlatformBackend {
   ~PlatformBackend() = default;
 };
 
-/// A test's backend. Platforms that are installed while it is set use it.
-class TestBackend : public PlatformBackend {
+/// Where `PosixPlatform` installs. Thread-safe.
+class Installer {
  public:
-  /// Returns why the platform is refused; empty if it is not. `error` says why the options are
-  /// invalid; if it is empty, they are valid and the Info dictionary has been read.
+  /// Whether it reads the files that the options name.
+  virtual bool needsFiles() const = 0;
+
+  /// Returns why the platform is refused; empty if it is installed. `error` says why the options
+  /// are invalid; if it is empty, they are valid and the Info dictionary has been read.
   virtual std::string install(PosixOptions options, std::string error) = 0;
 
+  /// Null if none is installed.
+  virtual PlatformBackend* installed() = 0;
+
   /// Null on threads that keep their own run loop.
-  virtual RunLoop* currentRunLoop() = 0;
+  virtual RunLoop* currentRunLoop() { return nullptr; }
+
+  /// The process's: the system's unless it is replaced.
+  static Installer& current() noexcept;
+
+  /// Replaces the process's and returns the old one. Null stands for the system's.
+  static Installer* exchangeCurrent(Installer* installer) noexcept {
+    return replacement.exchange(installer);
+  }
 
  protected:
-  ~TestBackend() = default;
-};
+  ~Installer() = default;
 
-/// Sets the test backend; null removes it. A platform installed under the previous one is no longer
-/// installed, and is a no-op while there is no backend.
-void setTestBackend(TestBackend* backend) noexcept;
+ private:
+  static inline constinit std::atomic<Installer*> replacement{nullptr};
+};
 
 /// Null if there is none.
 PosixPlatform* installedPlatform() noexcept;

@@ -1,0 +1,95 @@
+#include <mutex>
+#include <utility>
+
+#include "installation/announcements.h"
+#include "installation/inert_library.h"
+#include "installation/platform_backend.h"
+#include "installation/shutdown.h"
+#include "platform/host_callback.h"
+#include "platform/posix/posix_services.h"
+
+namespace veltrano::internal {
+namespace {
+
+// The platform on the system's services.
+class SystemBackend final : public PlatformBackend, public PosixServices {
+ public:
+  using PosixServices::PosixServices;
+
+  RunLoop& mainRunLoop() override { return *mainRunLoop_; }
+
+  void enter(ApplicationState state, std::string_view notification) override {
+    announcements_.announce(notification, [this, state] { application.setState(state); });
+  }
+
+  void setInterfaceOrientation(int orientation) override {
+    announcements_.announce(kApplicationDidChangeStatusBarOrientation, [this, orientation] {
+      application.setInterfaceOrientation(orientation);
+    });
+  }
+
+  void setDeviceOrientation(int orientation) override {
+    announcements_.announce(kDeviceOrientationDidChange,
+                            [this, orientation] { device.setOrientation(orientation); });
+  }
+
+  void setScreenSize(ScreenSize size) override { device.setMainScreenSize(size); }
+
+  void setCarrierName(std::optional<std::string> name) override {
+    telephony.setCarrierName(std::move(name));
+  }
+
+  void setTrackingAuthorizationStatus(std::uint64_t status) override {
+    tracking.setTrackingAuthorizationStatus(status);
+  }
+
+  void setAdvertisingIdentifier(std::optional<std::string> identifier) override {
+    dropExceptions([&] { identifiers.setAdvertisingIdentifier(std::move(identifier)); });
+  }
+
+  bool shutDown(std::chrono::steady_clock::time_point deadline) override {
+    announcements_.stop();
+    return shutdown_.run(deadline);
+  }
+
+ private:
+  const std::shared_ptr<PosixRunLoop> mainRunLoop_ = PosixRunLoop::ofThisThread();
+  Announcements announcements_{*mainRunLoop_, notificationCenter};
+  Shutdown shutdown_{*this};
+};
+
+// Installs once per process.
+class SystemInstaller final : public Installer {
+ public:
+  bool needsFiles() const override { return true; }
+
+  std::string install(PosixOptions options, std::string error) override {
+    static auto& mutex = *new std::mutex;
+    const std::lock_guard lock(mutex);
+    if (backend_ != nullptr) return "A platform has been installed already.";
+    if (!error.empty()) return error;
+    makeForkedChildrenInert();
+    auto backend = std::make_unique<SystemBackend>(std::move(options));
+    if (!Library::install(backend->platform()))
+      return "The library is in use already; install the platform before its first use.";
+    backend_ = backend.release();  // the library uses it from now on
+    dropExceptions([&] { backend_.load()->connectivity.startWatching(); });
+    return {};
+  }
+
+  PlatformBackend* installed() override { return backend_; }
+
+ private:
+  std::atomic<SystemBackend*> backend_{nullptr};  // set once
+};
+
+constinit SystemInstaller systemInstaller;
+
+}  // namespace
+
+Installer& Installer::current() noexcept {
+  Installer* const installer = replacement;
+  return installer != nullptr ? *installer : systemInstaller;
+}
+
+}  // namespace veltrano::internal
