@@ -5,8 +5,8 @@
 
 #include "installation/inert_library.h"
 #include "platform/host_callback.h"
-#include "platform/posix/final_flush.h"
 #include "platform/posix/http/exit_gate.h"
+#include "upload/rules/final_flush.h"
 
 namespace veltrano::internal {
 namespace {

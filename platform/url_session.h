@@ -9,6 +9,9 @@
 #include <set>
 #include <string>
 
+#include "encoding/time.h"
+#include "platform/endpoint_path.h"
+
 namespace veltrano::internal {
 
 /// Request methods, with the networking framework's ordinals.
@@ -35,7 +38,24 @@ struct URLResponse {
 
 /// Why a response did not arrive, or only in part.
 struct TransportError {
-  std::string reason;  // for humans; never contains a URL, body or token
+  std::string reason;      // for humans; never contains a URL, body or token
+  bool wasPutOff = false;  // by a rest: nothing was attempted
+};
+
+/// Who or what asks for a rest.
+enum class RestCause { server, trouble };
+
+/// A time during which posts to a path are put off.
+struct Rest {
+  Duration left;  // until it ends
+  RestCause cause;
+};
+
+/// Which rests a post may skip.
+enum class Urgency {
+  ordinary,
+  completion,          // someone waits for the outcome
+  enteringBackground,  // the last flush for an unknown time
 };
 
 /// A response together with an error means that the status arrived but not the whole body; `data`
@@ -54,6 +74,7 @@ struct PostRequest {
   std::optional<std::int32_t> maxRetries;
   std::optional<std::set<int>> dontRetryStatusCodesSet;
   std::shared_ptr<const ZKInterceptor> interceptor;  // may be null
+  Urgency urgency = Urgency::ordinary;
 
   /// The URL's path; empty without one.
   std::string path() const {
@@ -72,6 +93,9 @@ class ZKURLSessionManager {
   /// error.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void postData(PostRequest /*request*/, URLSessionCallback /*callback*/) {}
+
+  /// The current rest of a path, if there is one.
+  virtual std::optional<Rest> restOf(EndpointPath /*path*/) { return std::nullopt; }
 };
 
 }  // namespace veltrano::internal

@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "platform/host_callback.h"
-#include "platform/posix/final_flush.h"
 #include "test_kit/implementation.h"
+#include "upload/rules/final_flush.h"
 
 namespace veltrano::testing {
 namespace {

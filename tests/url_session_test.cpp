@@ -11,7 +11,6 @@
 #include <thread>
 
 #include "platform/posix/http/request_text.h"
-#include "platform/posix/http/retry.h"
 #include "tests/support/posting.h"
 
 namespace veltrano::internal {
@@ -73,30 +72,6 @@ TEST(HTTPHeaders, CannotBeForged) {
       headerLines(
           {{"a\r\nb:c;\0", "\tx\x01\x7F y \xC3\xA9"}, {"\r\n", "gone"}, {"v", {'1', '\0', '2'}}}),
       (Lines{"abc: x y \xC3\xA9", "v: 12"}));
-}
-
-TEST(HTTPRetry, ParsesBothFormsOfRetryAfter) {
-  const WallTime now{std::chrono::seconds(784111777)};  // Sun, 06 Nov 1994 08:49:37 GMT
-  EXPECT_EQ(parseRetryAfter("120", now), 120s);
-  EXPECT_EQ(parseRetryAfter("99999999999999999999999", now), 24h);
-  EXPECT_EQ(parseRetryAfter("Sunday, 06-Nov-94 08:50:07 GMT", now), 30s);
-  EXPECT_EQ(parseRetryAfter("Sun, 06 Nov 1994 08:00:00 GMT", now), 0s);
-  EXPECT_EQ(parseRetryAfter("soon", now), std::nullopt);
-  EXPECT_EQ(parseRetryAfter("-5", now), std::nullopt);
-}
-
-TEST(HTTPRetry, BacksOff) {
-  const auto delay = [](AttemptResult attempt, std::int32_t retries, Duration timeLeft = 60s) {
-    return delayBeforeRetry(attempt, {1000, {}, 200ms}, retries, timeLeft, 0.5);
-  };
-  const AttemptResult unconnected{true, {}, {}};
-  EXPECT_EQ(delay(unconnected, 0), 100ms);
-  EXPECT_EQ(delay(unconnected, 1), 200ms);
-  EXPECT_EQ(delay(unconnected, 0, 100ms), std::nullopt);
-  EXPECT_EQ(delay(unconnected, 999), std::nullopt);
-  EXPECT_EQ(delay({false, 504, 5s}, 0), 5s);
-  EXPECT_EQ(delay({false, 504, 1ms}, 0), 100ms);
-  EXPECT_EQ(delay({false, 500, 1s}, 0), std::nullopt);
 }
 
 TEST(URLSession, SendsWhatItIsGivenAndNothingOfItsOwn) {

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/posix/http/url_session.h"
-
 namespace fleet {
 
 using veltrano::internal::AttemptResult;
@@ -15,7 +13,7 @@ using veltrano::internal::URLSessionCallback;
 
 namespace {
 
-const veltrano::internal::URLSessionOptions kLimits;
+const veltrano::internal::RequestLimits kLimits;
 
 AttemptResult resultOf(const CollectionHost::Reply& reply) {
   AttemptResult result;

@@ -6,9 +6,9 @@
 #include <random>
 #include <string>
 
-#include "platform/posix/http/retry.h"
 #include "platform/simulated/simulated_platform.h"
 #include "tools/fleet/collection_host.h"
+#include "upload/rules/retry.h"
 
 namespace fleet {
 

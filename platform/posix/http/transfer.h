@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/posix/http/retry.h"
 #include "platform/posix/http/url_session.h"
+#include "upload/rules/retry.h"
 
 namespace veltrano::internal {
 

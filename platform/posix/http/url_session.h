@@ -10,6 +10,7 @@
 
 #include "encoding/time.h"
 #include "platform/url_session.h"
+#include "upload/rules/retry.h"
 #include "veltrano/posix_platform.h"
 
 namespace veltrano::internal {
@@ -23,10 +24,10 @@ struct URLSessionOptions {
   std::string noProxy = {};                 // hosts without a proxy, in the format of no_proxy
   bool proxyFromEnvironment = false;        // read by the constructor, unless `proxy` is set
   std::function<void(const TransferReport&)> onTransfer = {};
-  Duration firstBackOff = std::chrono::milliseconds(200);  // doubles with every retry
-  Duration connectTimeout = std::chrono::seconds(10);
-  Duration attemptTimeout = std::chrono::seconds(30);
-  Duration requestTimeout = std::chrono::seconds(60);  // including all retries
+  Duration firstBackOff = RequestLimits().firstBackOff;
+  Duration connectTimeout = RequestLimits().connectTimeout;
+  Duration attemptTimeout = RequestLimits().attemptTimeout;
+  Duration requestTimeout = RequestLimits().requestTimeout;
 };
 
 /// Posts over HTTPS. Posts to the same base URL run one at a time; the first two base URLs run

@@ -1,5 +1,7 @@
+// When a request is attempted again, and how long it may take. Platforms ask these rules.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <set>
@@ -9,7 +11,15 @@
 
 namespace veltrano::internal {
 
-/// The outcome of one attempt, as far as it decides about a retry.
+/// How long a request may take.
+struct RequestLimits {
+  Duration firstBackOff = std::chrono::milliseconds(200);  // doubles with every retry
+  Duration connectTimeout = std::chrono::seconds(10);
+  Duration attemptTimeout = std::chrono::seconds(30);
+  Duration requestTimeout = std::chrono::seconds(60);  // including all retries
+};
+
+/// The outcome of one attempt, as far as it decides about retries and rests.
 struct AttemptResult {
   bool failedToConnect = false;  // so the request was certainly not sent
   std::optional<int> httpStatusCode;
@@ -30,7 +40,7 @@ std::optional<Duration> delayBeforeRetry(const AttemptResult& attempt, const Ret
                                          std::int32_t retries, Duration timeLeft, double random);
 
 /// The delay that a Retry-After header asks for at `now`: a number of seconds, or the time until a
-/// date, zero if that has passed. None when it is neither.
+/// date, zero if that has passed; a day at most. None when it is neither.
 std::optional<Duration> parseRetryAfter(const std::string& text, WallTime now);
 
 }  // namespace veltrano::internal

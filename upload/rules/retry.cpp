@@ -1,11 +1,11 @@
-#include "platform/posix/http/retry.h"
-
-#include <curl/curl.h>
+#include "upload/rules/retry.h"
 
 #include <algorithm>
 #include <charconv>
-#include <chrono>
 #include <ctime>
+#include <iomanip>
+#include <locale>
+#include <sstream>
 #include <system_error>
 
 namespace veltrano::internal {
@@ -28,6 +28,23 @@ Duration backOff(Duration first, std::int32_t retries, double random) {
   return durationFromSeconds(longest * random / 1e6);
 }
 
+// In any of the three forms that HTTP allows.
+std::optional<WallTime> parseDate(const std::string& text) {
+  for (const char* const format :
+       {"%a, %d %b %Y %H:%M:%S GMT", "%a, %d-%b-%y %H:%M:%S GMT", "%a %b %d %H:%M:%S %Y"}) {
+    std::istringstream input(text);
+    input.imbue(std::locale::classic());
+    std::tm date{};
+    input >> std::get_time(&date, format);
+    if (input.fail() || input.peek() != std::istringstream::traits_type::eof()) continue;
+    using namespace std::chrono;
+    const sys_days day = year(1900 + date.tm_year) / (date.tm_mon + 1) / date.tm_mday;
+    return WallTime{day.time_since_epoch() + hours(date.tm_hour) + minutes(date.tm_min) +
+                    seconds(date.tm_sec)};
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<Duration> delayBeforeRetry(const AttemptResult& attempt, const RetryRules& rules,
@@ -47,10 +64,9 @@ std::optional<Duration> parseRetryAfter(const std::string& text, WallTime now) {
   if (number.ptr == end && number.ec == std::errc() && seconds >= 0)
     return std::min(std::chrono::seconds(seconds), kMaxDelay);
 
-  const std::time_t date = curl_getdate(text.c_str(), nullptr);
-  if (date == -1) return std::nullopt;
-  const WallTime until{std::chrono::seconds(date)};
-  return std::clamp<Duration>(until - now, Duration::zero(), kMaxDelay);
+  const auto until = parseDate(text);
+  if (!until) return std::nullopt;
+  return std::clamp<Duration>(*until - now, Duration::zero(), kMaxDelay);
 }
 
 }  // namespace veltrano::internal
