@@ -131,6 +131,7 @@ bool veltrano_get_statistics(veltrano_statistics* statistics) {
         .dropped_as_refused = now.droppedAsRefused,
         .dropped_as_not_encodable = now.droppedAsNotEncodable,
         .dropped_for_memory = now.droppedForMemory,
+        .dropped_by_shut_down = now.droppedByShutDown,
         .uploads_attempted = now.uploadsAttempted,
         .uploads_succeeded = now.uploadsSucceeded,
         .uploads_failed_in_transport = now.uploadsFailedInTransport,
@@ -148,7 +149,7 @@ bool veltrano_get_statistics(veltrano_statistics* statistics) {
 size_t veltrano_status(char* buffer, size_t size) {
   return guarded(std::size_t{0}, [&] {
     const std::string text = Veltrano::status();
-    if (size > 0) buffer[text.copy(buffer, size - 1)] = '\0';
+    if (buffer != nullptr && size > 0) buffer[text.copy(buffer, size - 1)] = '\0';
     return text.size();
   });
 }

@@ -1,5 +1,6 @@
 #include "veltrano/posix_platform.h"
 
+#include <cmath>
 #include <exception>
 #include <system_error>
 #include <utility>
@@ -95,6 +96,7 @@ void PosixPlatform::setDeviceOrientation(int orientation) {
 }
 
 void PosixPlatform::setScreenSize(double width, double height) {
+  if (!std::isfinite(width) || !std::isfinite(height)) return;
   pass([&](PlatformBackend& backend) { backend.setScreenSize({width, height}); });
 }
 

@@ -1,6 +1,6 @@
 #include "installation/shutdown.h"
 
-#include <future>
+#include <algorithm>
 #include <utility>
 
 #include "installation/inert_library.h"
@@ -25,56 +25,72 @@ bool stopCallingHost(Shutdown::Clock::time_point deadline) {
 }  // namespace
 
 bool Shutdown::run(Clock::time_point deadline) {
-  {
-    std::unique_lock lock(mutex_);
-    if (std::exchange(hasBegun_, true)) {
-      // It may be running below, on this thread: it destroys what callbacks captured.
-      if (thread_ == std::this_thread::get_id()) return wasComplete_;
-      ended_.wait(lock, [this] { return hasEnded_; });
-      return wasComplete_;
-    }
+  std::unique_lock lock(mutex_);
+  const bool isEarlier = deadline < deadline_;
+  deadline_ = std::min(deadline_, deadline);
+  changed_.notify_all();
+  if (stage_ == Stage::unstarted) {
+    stage_ = Stage::flushing;
     thread_ = std::this_thread::get_id();
-  }
-  struct End {
-    ~End() {
-      const std::lock_guard lock(shutdown.mutex_);
-      shutdown.hasEnded_ = true;
-      shutdown.ended_.notify_all();
+    lock.unlock();
+    dropExceptions([&] { flush(); });
+    const bool isComplete = stop();
+    lock.lock();
+    wasComplete_ = isComplete;
+    stage_ = Stage::ended;
+    changed_.notify_all();
+  } else if (thread_ != std::this_thread::get_id()) {
+    changed_.wait(lock, [&] { return stage_ >= (isEarlier ? Stage::stopping : Stage::ended); });
+    if (stage_ == Stage::stopping) {
+      lock.unlock();
+      services_.urlSession.shutDown(deadline);
+      lock.lock();
     }
-    Shutdown& shutdown;
-  };
-  const End end{*this};
-  bool isFlushed = false;
-  dropExceptions([&] { isFlushed = flushUntil(deadline); });
-  return wasComplete_ = stop(deadline) && isFlushed;
+    changed_.wait(lock, [this] { return stage_ == Stage::ended; });
+  }  // else it is running below, on this thread: it destroys what callbacks captured
+  return wasComplete_;
 }
 
-// Flushes as if the application were closed. False if the deadline passes first.
-bool Shutdown::flushUntil(Clock::time_point deadline) {
+// Flushes as if the application were closed, until the deadline.
+void Shutdown::flush() {
   services_.application.setState(ApplicationState::background);
   services_.urlSession.ignoreRetryAfter();
   const auto statistics = [] { return Library::current().accounting().statistics(); };
-  const auto flush = [&] {
-    if (ExitGate::isClosed()) return false;
-    services_.notificationCenter.post(kApplicationDidEnterBackground);
-    struct Pending {
-      ~Pending() { ended.set_value(); }
-      std::promise<void> ended;
-    };
-    auto pending = std::make_shared<Pending>();
-    const auto ended = pending->ended.get_future();
-    // Destroyed after three rounds: the running block may still see the foreground and replace
-    // the final flush, queued after round one; that flush's completion may track more, queued
-    // after round two.
-    keepForRounds(3, std::move(pending));
-    return ended.wait_until(deadline) == std::future_status::ready;
+  flushWithRetries(
+      statistics, [this] { return flushOnce(); }, [this](Duration time) { return pause(time); });
+}
+
+// False if the deadline passes first.
+bool Shutdown::flushOnce() {
+  struct Pending {
+    ~Pending() {
+      const std::lock_guard lock(shutdown.mutex_);
+      shutdown.isFlushed_ = true;
+      shutdown.changed_.notify_all();
+    }
+    Shutdown& shutdown;
   };
-  const auto pause = [&](Duration time) {
-    if (Clock::now() + time >= deadline) return false;
-    std::this_thread::sleep_for(time);
-    return true;
-  };
-  return flushWithRetries(statistics, flush, pause);
+  {
+    const std::lock_guard lock(mutex_);
+    if (hasPassed() || ExitGate::isClosed()) return false;
+    isFlushed_ = false;
+  }
+  services_.notificationCenter.post(kApplicationDidEnterBackground);
+  // Destroyed after three rounds: the running block may still see the foreground and replace
+  // the final flush, queued after round one; that flush's completion may track more, queued
+  // after round two.
+  keepForRounds(3, std::shared_ptr<Pending>(new Pending{*this}));
+  std::unique_lock lock(mutex_);
+  while (!isFlushed_ && !hasPassed()) changed_.wait_until(lock, deadline_);
+  return isFlushed_;
+}
+
+// False if the deadline comes first.
+bool Shutdown::pause(Duration time) {
+  const auto end = Clock::now() + time;
+  std::unique_lock lock(mutex_);
+  while (end < deadline_ && Clock::now() < end) changed_.wait_until(lock, end);
+  return end < deadline_;
 }
 
 // Keeps `object` until all that is queued now has run on the work queue, `rounds` times over.
@@ -86,19 +102,22 @@ void Shutdown::keepForRounds(int rounds, std::shared_ptr<void> object) {
 }
 
 // True if nothing was left.
-bool Shutdown::stop(Clock::time_point deadline) {
-  inertLibrary().accounting().restore(Library::current().accounting());
-  Library& library = *Library::exchangeCurrent(&inertLibrary());
+bool Shutdown::stop() {
+  Library& library = Library::replaceCurrent(inertLibrary());
   services_.timers.stop();
   services_.workQueue.stop();
+  std::unique_lock lock(mutex_);
+  stage_ = Stage::stopping;
+  changed_.notify_all();
+  const auto deadline = deadline_;
+  lock.unlock();
   // While the process exits, the gate has stopped the network threads.
   bool isComplete = ExitGate::isClosed() || services_.urlSession.shutDown(deadline);
   isComplete &= services_.workQueue.waitForEnd(Clock::now() + kGrace);
   isComplete &= stopCallingHost(Clock::now() + kGrace);
-  library.releaseCallbacks();
-  inertLibrary().accounting().restore(library.accounting());
-  const Statistics last = inertLibrary().accounting().statistics();
-  return isComplete && last.waiting + last.inFlight == 0;
+  library.end();
+  const Statistics last = library.accounting().statistics();
+  return isComplete && last.droppedByShutDown + last.inFlight == 0;
 }
 
 }  // namespace veltrano::internal

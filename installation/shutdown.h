@@ -23,17 +23,23 @@ class Shutdown {
   bool run(Clock::time_point deadline);
 
  private:
-  bool flushUntil(Clock::time_point deadline);
+  enum class Stage { unstarted, flushing, stopping, ended };
+
+  bool hasPassed() const { return Clock::now() >= deadline_; }
+  void flush();
+  bool flushOnce();
+  bool pause(Duration time);
   void keepForRounds(int rounds, std::shared_ptr<void> object);
-  bool stop(Clock::time_point deadline);
+  bool stop();
 
   PosixServices& services_;
-  std::mutex mutex_;
-  std::condition_variable ended_;
-  bool hasBegun_ = false;     // guarded by mutex_
-  std::thread::id thread_;    // guarded by mutex_
-  bool hasEnded_ = false;     // guarded by mutex_
-  bool wasComplete_ = false;  // written once, by thread_, before hasEnded_ is set
+  std::mutex mutex_;  // guards everything below
+  std::condition_variable changed_;
+  Stage stage_ = Stage::unstarted;
+  std::thread::id thread_;                                 // that shuts down
+  Clock::time_point deadline_ = Clock::time_point::max();  // later calls may bring it forward
+  bool isFlushed_ = false;
+  bool wasComplete_ = false;
 };
 
 }  // namespace veltrano::internal

@@ -17,6 +17,9 @@ class Block {
   virtual ~Block() = default;
   virtual void run() = 0;
 
+  /// Called instead of `run` by a queue that has been stopped.
+  virtual void drop() {}
+
   std::atomic<Block*> next{nullptr};  // guarded by the queue that owns the block
 };
 

@@ -144,7 +144,7 @@ class World::Implementation final : public internal::CallObserver,
   bool run(Duration target, Purpose purpose);
   std::optional<bool> wasComplete() const;
   bool shutDownWithin(Duration time);
-  bool flushUntil(Duration deadline);
+  void flushUntil(Duration deadline);
   bool takeTurn();
   void stopSoon();
   Answer choose(const internal::PostRequest& post);

@@ -46,10 +46,7 @@ Statistics Substitute::statistics() const {
 }
 
 void Substitute::shutDown() {
-  state_->inert.emplace(Platform());
-  state_->inert->accounting().restore(state_->library.accounting());
-  Library::exchangeCurrent(&*state_->inert);
-  state_->library.releaseCallbacks();
+  Library::replaceCurrent(state_->inert.emplace(Platform())).end();
 }
 
 bool Substitute::isInCallback() noexcept {

@@ -30,8 +30,8 @@ class VELTRANO_EXPORT Substitute {
 
   Statistics statistics() const;
 
-  /// Makes the process's library inert, with the statistics of the moment, and drops the host's
-  /// callbacks. Nothing may run on the platform any more, except calls that have begun.
+  /// Makes the process's library inert and drops what waits and the host's callbacks. Nothing may
+  /// run on the platform any more, except calls that have begun.
   void shutDown();
 
   /// Whether this thread runs a callback of the host that a library calls.

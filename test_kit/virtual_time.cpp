@@ -123,10 +123,10 @@ std::optional<bool> World::Implementation::wasComplete() const {
 bool World::Implementation::shutDownWithin(Duration time) {
   if (std::exchange(isShutDown_, true)) return wasComplete().value_or(false);
   const Duration deadline = now() + time + kInstant;
-  bool isComplete = flushUntil(deadline);
+  if (time > Duration::zero()) flushUntil(deadline);
   simulated_.workQueue.stop();
   run(deadline, Purpose::lastAnswers);
-  isComplete &= network_.isIdle();
+  bool isComplete = network_.isIdle();
   // What is due now has run, except at the deadline.
   recorder_.end(now() < deadline ? now() + kInstant : now());
   network_.fail();
@@ -135,14 +135,14 @@ bool World::Implementation::shutDownWithin(Duration time) {
   notifications_.drop();
   substitute_->shutDown();
   const Statistics last = statistics();
-  isComplete &= last.waiting + last.inFlight == 0;
+  isComplete &= last.droppedByShutDown + last.inFlight == 0;
   const std::lock_guard lock(mutex_);
   wasComplete_ = isComplete;
   return isComplete;
 }
 
-// As the POSIX platform does. False if the deadline passes first.
-bool World::Implementation::flushUntil(Duration deadline) {
+// As the POSIX platform does.
+void World::Implementation::flushUntil(Duration deadline) {
   device_.change(
       [](SimulatedDevice& device) { device.applicationState = ApplicationState::background; });
   recordState(ApplicationState::background);
@@ -163,7 +163,7 @@ bool World::Implementation::flushUntil(Duration deadline) {
     run(now() + time, Purpose::flush);
     return true;
   };
-  return internal::flushWithRetries([&] { return statistics(); }, flush, pause);
+  internal::flushWithRetries([&] { return statistics(); }, flush, pause);
 }
 
 void World::Implementation::jumpClock(Duration distance) {

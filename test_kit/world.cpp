@@ -76,12 +76,13 @@ Complaints World::Implementation::complaints() const {
     complaints = complaints_;
   }
   const Statistics counts = statistics();
-  if (counts.droppedByTrimming > 0)
-    complaints.push_back(countedEvents(counts.droppedByTrimming) +
-                         " dropped, the oldest first, because too many waited.");
-  if (counts.droppedForMemory > 0)
-    complaints.push_back(countedEvents(counts.droppedForMemory) +
-                         " dropped because memory ran out.");
+  const std::pair<std::uint64_t, const char*> losses[] = {
+      {counts.droppedByTrimming, " dropped, the oldest first, because too many waited."},
+      {counts.droppedForMemory, " dropped because memory ran out."},
+      {counts.droppedByShutDown, " dropped by the shutdown."},
+  };
+  for (const auto& [count, why] : losses)
+    if (count > 0) complaints.push_back(countedEvents(count) + why);
   return Complaints(std::move(complaints));
 }
 

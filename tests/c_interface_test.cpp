@@ -268,7 +268,7 @@ TEST_F(CInterface, StatisticsFillWhatTheHostHasRoomFor) {
   } while (all.recorded == 0);
   EXPECT_EQ(all.recorded, all.waiting + all.in_flight + all.delivered + all.dropped_by_trimming +
                               all.dropped_as_refused + all.dropped_as_not_encodable +
-                              all.dropped_for_memory);
+                              all.dropped_for_memory + all.dropped_by_shut_down);
   veltrano_statistics older = {};
   older.size = offsetof(veltrano_statistics, waiting);
   EXPECT_TRUE(veltrano_get_statistics(&older));
@@ -278,7 +278,7 @@ TEST_F(CInterface, StatisticsFillWhatTheHostHasRoomFor) {
   char beginning[8] = "......";
   EXPECT_GT(veltrano_status(beginning, sizeof beginning), sizeof beginning);
   EXPECT_STREQ(beginning, "Collect");
-  EXPECT_GT(veltrano_status(nullptr, 0), sizeof beginning);
+  EXPECT_GT(veltrano_status(nullptr, sizeof beginning), sizeof beginning);
 }
 
 #ifndef NDEBUG

@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
 #include <latch>
 #include <map>
 #include <memory>
@@ -79,6 +83,31 @@ TEST(Libraries, ALogSinkMayUseTheTrackerThatStarts) {
   Veltrano::isLoggerEnabled = false;
   EXPECT_EQ(orientations, std::vector<std::string>(3, "portrait"));
   Library::exchangeCurrent(replaced);
+}
+
+// Or a notification in between would reach nobody.
+TEST(Libraries, EveryFirstUserFindsTheObserversRegistered) {
+  struct SlowCenter final : NotificationCenter {
+    void addObserver(std::string_view, std::function<void()>) override {
+      if (observers == 0) {
+        isRegistering.count_down();
+        secondIsBack.get_future().wait_for(std::chrono::milliseconds(100));
+      }
+      ++observers;
+    }
+    std::latch isRegistering{1};
+    std::promise<void> secondIsBack;
+    std::atomic<int> observers{0};
+  } center;
+  SimulatedPlatform platform;
+  Platform services = platform.services();
+  services.notificationCenter = &center;
+  Library library(services);
+  std::jthread first([&] { library.tracker(); });
+  center.isRegistering.wait();
+  library.tracker();
+  EXPECT_EQ(center.observers, 4);
+  center.secondIsBack.set_value();
 }
 
 TEST(Libraries, AFlushThatIsForcedWhileTheTrackerStartsIsMade) {

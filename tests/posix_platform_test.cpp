@@ -8,11 +8,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <future>
 #include <iterator>
+#include <limits>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -432,6 +434,11 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   EXPECT_NE(PosixPlatform::install(turned).error.find("0 to 6"), std::string::npos);
   turned.interfaceOrientation = 5;
   EXPECT_NE(PosixPlatform::install(turned).error.find("0 to 4"), std::string::npos);
+  for (auto side : {&PosixOptions::screenWidth, &PosixOptions::screenHeight}) {
+    PosixOptions endless = options;
+    endless.*side = std::numeric_limits<double>::infinity();
+    EXPECT_NE(PosixPlatform::install(endless).error.find("finite"), std::string::npos);
+  }
   options.proxy = "http://127.0.0.1:1";
   options.applicationState = PosixOptions::ApplicationState::background;
   fs::current_path(directory / "");
@@ -467,6 +474,9 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
                           kApplicationDidChangeStatusBarOrientation})
     observe(name);
   PosixPlatform& host = *installation.platform;
+  host.setScreenSize(390, 844);
+  host.setScreenSize(std::nan(""), 844);
+  EXPECT_EQ(services.device->mainScreenSize().width, 390);
   host.applicationWillEnterForeground();
   host.applicationDidBecomeActive();
   EXPECT_EQ(seen.size(), 2u);

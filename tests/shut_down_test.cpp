@@ -1,5 +1,6 @@
 // Shutting the library down. Each case runs in its own process, because a shutdown is permanent.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -62,6 +63,20 @@ void expect(bool condition, const char* what) {
   if (condition) return;
   std::cerr << "failed: " << what << std::endl;
   std::_Exit(1);
+}
+
+// How many events the shutdown left. All of them are counted once.
+std::uint64_t left() {
+  const Statistics last = Veltrano::shared().statistics();
+  expect(last.recorded == last.delivered + last.dropped(), "nothing waits any more");
+  return last.droppedByShutDown;
+}
+
+// Shuts down with a late deadline, then with one that has passed. Any reply comes too late.
+void shutDownTwice(const std::function<bool()>& firstHasBegun) {
+  std::jthread first([] { expect(!host().shutDown(seconds(60)), "something was left"); });
+  while (!firstHasBegun()) std::this_thread::yield();
+  expect(!host().shutDown(seconds(0)), "the second call has the result of the first");
 }
 
 class ShutDown : public testing::Test {
@@ -179,7 +194,7 @@ TEST_F(ShutDown, TriesAgainUntilItsDeadline) {
     Veltrano::shared().track("E");
     expect(!it.shutDown(std::chrono::milliseconds(500)), "the event was left");
     expect(it.server->requests().size() > 1, "it tried again");
-    expect(Veltrano::shared().statistics().waiting == 1, "the event waits");
+    expect(left() == 1, "the event is counted");
   });
 }
 
@@ -195,8 +210,7 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
     tracker.track("F", {}, [held, &outcomes](bool) { outcomes += 9; });
     expect(!it.shutDown(std::chrono::milliseconds(100)), "something was left");
     expect(outcomes == 1 && held.use_count() == 1, "one completion was called, the other released");
-    const Statistics last = tracker.statistics();
-    expect(last.waiting == 1 && last.inFlight == 0, "the upload was given up");
+    expect(left() == 2, "the upload was given up, and what was not recorded yet");
   });
   expectExit([] {  // a completion hangs
     Host& it = host();
@@ -215,7 +229,44 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
     };
     Veltrano::shared().track("E");
     expect(!it.shutDown(std::chrono::milliseconds(100)), "something was left");
-    expect(Veltrano::shared().statistics().inFlight == 0, "the upload was given up");
+    expect(left() == 1, "the upload was given up");
+  });
+}
+
+TEST_F(ShutDown, WithADeadlineThatHasPassedSendsAndForgetsNothing) {
+  expectExit([] {
+    Host& it = host();
+    for (int i = 0; i < 100; ++i) Veltrano::shared().track("E");
+    expect(!it.shutDown(seconds(0)), "something was left");
+    expect(it.server->requests().empty(), "nothing was sent");
+    expect(left() == 100, "all events are counted");
+    const std::string status = Veltrano::status();
+    expect(status.starts_with("Nothing is sent: the library was shut down.\nEvents: 100 recorded; "
+                              "100 dropped, because the library was shut down\n"),
+           status.c_str());
+    const pid_t child = fork();
+    if (child == 0) {
+      const std::string inChild = Veltrano::status();
+      _exit(inChild.find("was forked") != inChild.npos ? 0 : 1);
+    }
+    int outcome = -1;
+    waitpid(child, &outcome, 0);
+    expect(outcome == 0, "a child knows that it is one");
+  });
+}
+
+TEST_F(ShutDown, EndsAtTheEarliestDeadline) {
+  expectExit([] {  // while the first one flushes
+    Host& it = host([](int) { return TLSServer::Reply{}; });
+    Veltrano::shared().track("E");
+    shutDownTwice([&] { return !it.server->requests().empty(); });
+  });
+  expectExit([] {  // while the first one waits for a heartbeat
+    Host& it = host([](int) { return TLSServer::Reply{}; });
+    Veltrano::shared().setUserId("user");
+    while (it.server->requests().empty())
+      it.platform->mainRunLoop().runUntil(Clock::now() + std::chrono::milliseconds(10));
+    shutDownTwice([] { return Veltrano::status().starts_with("Nothing is sent"); });
   });
 }
 

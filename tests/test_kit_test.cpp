@@ -424,7 +424,9 @@ TEST(ShutDown, HappensAsInProduction) {
     EXPECT_GE(world.now(), 10s);
     world.advance(1h);
     EXPECT_TRUE(world.delivered().empty());
-    EXPECT_EQ(world.waiting(), 1u);
+    EXPECT_EQ(world.statistics().droppedByShutDown, 2u);
+    EXPECT_NE(world.complaints().back().find("2 events were dropped by the shutdown"),
+              std::string::npos);
   }
   struct Again {
     ~Again() {

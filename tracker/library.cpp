@@ -32,9 +32,27 @@ Library& Library::makeCurrent() {
   return *installed();
 }
 
+Library& Library::replaceCurrent(Library& inert) noexcept {
+  Library& old = *installed();
+  inert.predecessor_ = &old;
+  exchangeCurrent(&inert);
+  return old;
+}
+
+void Library::end() {
+  tracker_.releaseCallbacks();
+  accounting_.end();
+}
+
 void Library::start() {
   try {
-    tracker_.start();
+    {
+      const std::lock_guard lock(startMutex_);
+      tracker_.registerForNotifications();
+      if (isStarted_.exchange(true)) return;
+    }
+    // Without the lock, as the log may call the host.
+    tracker_.startFlushCycle(true);
   } catch (const std::exception&) {
     isStarted_ = false;
   }

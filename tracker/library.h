@@ -8,6 +8,7 @@
 
 #include "heartbeat/heartbeat_manager.h"
 #include "log/log.h"
+#include "platform/host_callback.h"
 #include "platform/platform.h"
 #include "properties/default_properties.h"
 #include "tracker/call_observer.h"
@@ -44,16 +45,29 @@ class Library {
     return processLibrary.exchange(library, std::memory_order_acq_rel);
   }
 
+  /// Replaces the process's library, which is being shut down, with `inert`, which tells the
+  /// statistics of the old one from now on. Returns the old one.
+  static Library& replaceCurrent(Library& inert) noexcept;
+
+  /// Ends the library's part in a shutdown, once nothing runs on its platform any more: drops the
+  /// host's callbacks and what waits.
+  void end();
+
   /// Warning: no other thread may be using the library.
   void setCollectionHost(std::string host) { platform_.collectionHost = std::move(host); }
 
   const CollectionClient& client() const { return client_; }
-  Accounting& accounting() { return accounting_; }
+  /// See `replaceCurrent`. A forked child does not touch the locks of its parent's library.
+  Accounting& accounting() {
+    Library* const predecessor = isForkedChild() ? nullptr : predecessor_.load();
+    return predecessor != nullptr ? predecessor->accounting_ : accounting_;
+  }
   CallObserver* observer() const { return observer_; }
 
-  /// The tracker. The first call starts it; the next one retries if memory ran out.
+  /// The tracker. The first call starts it; the next one resumes that if memory ran out. Returns
+  /// once the tracker observes notifications, whichever thread started it.
   Tracker& tracker() {
-    if (!isStarted_.load(std::memory_order_relaxed) && !isStarted_.exchange(true)) start();
+    if (!isStarted_.load(std::memory_order_acquire)) start();
     return tracker_;
   }
 
@@ -62,9 +76,6 @@ class Library {
 
   /// How the process's library is doing, in plain text: see `Veltrano::status`.
   static std::string status();
-
-  /// See `Tracker::releaseCallbacks`.
-  void releaseCallbacks() { tracker_.releaseCallbacks(); }
 
  private:
   static Library& makeCurrent();
@@ -79,7 +90,9 @@ class Library {
   Accounting accounting_;
   const CollectionClient client_{platform_, defaultProperties_, log_, accounting_};
   Tracker tracker_;
-  std::atomic<bool> isStarted_{false};
+  std::atomic<Library*> predecessor_{nullptr};  // see replaceCurrent
+  std::mutex startMutex_;
+  std::atomic<bool> isStarted_{false};  // set under startMutex_
   std::mutex heartbeatMutex_;
   std::optional<HeartbeatManager> heartbeatManager_;  // its creation is guarded by heartbeatMutex_
 };

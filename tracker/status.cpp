@@ -26,6 +26,7 @@ std::string counts(const Statistics& now) {
       {now.droppedAsRefused, "dropped, because the collection host answered with status 400"},
       {now.droppedAsNotEncodable, "dropped, because JSON cannot represent them"},
       {now.droppedForMemory, "dropped, because memory ran out"},
+      {now.droppedByShutDown, "dropped, because the library was shut down"},
   };
   for (const auto& [count, what] : parts)
     if (count > 0) text += "; " + std::to_string(count) + " " + what;
@@ -54,14 +55,16 @@ std::string describe(const std::array<LastRequest, 2>& requests, std::optional<D
 }  // namespace
 
 std::string Library::status() {
+  if (isForkedChild())
+    return "Nothing is sent: this process was forked after the platform was installed.\n";
   Library* const library = installed();
+  if (library != nullptr && library->predecessor_ != nullptr)
+    return "Nothing is sent: the library was shut down.\n" +
+           counts(library->accounting().statistics()) +
+           describe(library->accounting().lastRequests(), std::nullopt);
   if (library == nullptr || library->platform_.collectionHost.empty())
-    return "Nothing is sent: no platform was installed before the first use of the library (the "
-           "error of the installation says why), the library was shut down, or this is a forked "
-           "child.\n" +
-           (library == nullptr ? ""
-                               : counts(library->accounting_.statistics()) +
-                                     describe(library->accounting_.lastRequests(), std::nullopt));
+    return "Nothing is sent: no platform was installed before the first use of the library; the "
+           "error of the installation says why.\n";
 
   const Duration now = library->platform_.wallClock->elapsed();
   const Statistics statistics = library->accounting_.statistics();

@@ -157,6 +157,10 @@ void TrackCall::operator delete(TrackCall* call, std::destroying_delete_t) {
   chunk.drop(1);
 }
 
+void TrackCall::drop() {
+  tracker_.accounting_.eventLostInShutDown();
+}
+
 void TrackCall::run() {
   const FlatView eventName(reinterpret_cast<const char*>(this + 1));
   const FlatView carrier(eventName.data() + eventName.bytes().size());

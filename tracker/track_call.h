@@ -34,6 +34,7 @@ class TrackCall final : public Block {
   static void operator delete(TrackCall* call, std::destroying_delete_t);
 
   void run() override;
+  void drop() override;
 
  private:
   class Memory;

@@ -12,11 +12,6 @@ Tracker::Tracker(const CollectionClient& client,
                  std::function<void(const std::string& uid)> startHeartbeat, CallObserver* observer)
     : client_(client), startHeartbeat_(std::move(startHeartbeat)), observer_(observer) {}
 
-void Tracker::start() {
-  registerForNotifications();
-  startFlushCycle(true);
-}
-
 void Tracker::releaseCallbacks() {
   pendingFlush_.cancel();
   refreshTriggers_.set(std::nullopt, nullptr);

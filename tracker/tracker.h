@@ -44,9 +44,10 @@ class Tracker {
   Tracker(const CollectionClient& client,
           std::function<void(const std::string& uid)> startHeartbeat, CallObserver* observer);
 
-  /// Finishes the construction; separate because the log may call the host. If it throws because
-  /// memory ran out, the next call resumes it. Not thread-safe.
-  void start();
+  /// The last two steps of the construction. If one throws because memory ran out, the next call
+  /// resumes it. The first is not thread-safe and calls no host; the second one's log may.
+  void registerForNotifications();
+  void startFlushCycle(bool isFirst = false);
 
   /// Drops the host's completion and refresh handler without calling them.
   void releaseCallbacks();
@@ -85,7 +86,6 @@ class Tracker {
 
  private:
   // Lifecycle and orientation. Notifications arrive on the main thread, selectors on any.
-  void registerForNotifications();
   void handleWillEnterForeground();
   void handleDidEnterBackground();
   void handleDidChangeStatusBarOrientation();
@@ -101,7 +101,6 @@ class Tracker {
   void changeSuperProperties(PropertyMap changed);
 
   // The next flush, from any thread.
-  void startFlushCycle(bool isFirst = false);
   void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion, bool isFirst = false);
   void runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion);
 
@@ -124,7 +123,8 @@ class Tracker {
   Accounting& accounting_ = client_.accounting;
   const std::function<void(const std::string& uid)> startHeartbeat_;
   CallObserver* const observer_;
-  std::size_t nextToRegister_ = 0;  // used by `start` only; index into kHandlers, where it resumes
+  std::size_t nextToRegister_ =
+      0;  // used by `registerForNotifications` only; index into kHandlers, where it resumes
   WorkQueue& dispatchQueue_ = *platform_.workQueue;
 
   // Written by the lifecycle handlers, read on the work queue and on threads of the networking

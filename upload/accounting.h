@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "encoding/time.h"
-#include "platform/host_callback.h"
 #include "veltrano/statistics.h"
 
 namespace veltrano::internal {
@@ -41,25 +40,25 @@ class Accounting {
     return statistics_;
   }
 
-  /// Continues from another library's counts and last requests.
-  void restore(const Accounting& other) {
-    const Statistics counts = other.statistics();
-    {
-      const std::lock_guard lock(mutex_);
-      statistics_ = counts;
-    }
-    dropExceptions([&] {
-      auto last = other.lastRequests();
-      const std::lock_guard lock(mutex_);
-      lastRequests_.swap(last);
-    });
+  void eventRecorded() {
+    const std::lock_guard lock(mutex_);
+    ++statistics_.recorded;
+    ++waiting();
   }
-
-  void eventRecorded() { add(&Statistics::recorded, &Statistics::waiting); }
   void eventLostForMemory() { add(&Statistics::recorded, &Statistics::droppedForMemory); }
 
   void waitingEventTrimmed() { dropWaiting(&Statistics::droppedByTrimming); }
   void waitingEventLostForMemory() { dropWaiting(&Statistics::droppedForMemory); }
+
+  /// An event that the shutdown keeps from being recorded.
+  void eventLostInShutDown() { add(&Statistics::recorded, &Statistics::droppedByShutDown); }
+
+  /// The library is shut down: what waits, now or later, is dropped.
+  void end() {
+    const std::lock_guard lock(mutex_);
+    hasEnded_ = true;
+    statistics_.droppedByShutDown += std::exchange(statistics_.waiting, 0);
+  }
 
   /// All waiting events are in flight until `uploadEnded`.
   void uploadBegan() {
@@ -97,7 +96,7 @@ class Accounting {
         ++now.uploadsFailedForMemory;
         break;
     }
-    now.waiting += batch;
+    waiting() += batch;
   }
 
   void requestEnded(LastRequest request) {
@@ -121,13 +120,19 @@ class Accounting {
     (++(statistics_.*counts), ...);
   }
 
+  // Called with mutex_ held.
+  std::uint64_t& waiting() {
+    return hasEnded_ ? statistics_.droppedByShutDown : statistics_.waiting;
+  }
+
   void dropWaiting(std::uint64_t Statistics::*reason) {
     const std::lock_guard lock(mutex_);
-    --statistics_.waiting;
+    --waiting();
     ++(statistics_.*reason);
   }
 
   mutable std::mutex mutex_;
+  bool hasEnded_ = false;                    // guarded by mutex_
   Statistics statistics_;                    // guarded by mutex_
   std::array<LastRequest, 2> lastRequests_;  // guarded by mutex_
 };

@@ -99,7 +99,7 @@ struct PosixOptions {
   std::optional<std::string> systemVersion;
 
   /// Initial values; the operations of `PosixPlatform` change them later. Installation fails with
-  /// an orientation out of range or an identifier that is not a UUID.
+  /// an orientation out of range, a size that is not finite or an identifier that is not a UUID.
   double screenWidth = 0;
   double screenHeight = 0;
   ApplicationState applicationState = ApplicationState::active;
@@ -179,11 +179,14 @@ class VELTRANO_EXPORT PosixPlatform {
   /// false at once when called from a callback, on one of the library's threads, or from a
   /// destructor that the shutdown itself runs; also in the destructor of a static object that is
   /// older than the platform, where it is too late to send. Concurrent calls wait for the first and
-  /// return its result, as do later ones. Events that other threads still track may be lost.
+  /// return its result, as do later ones; the earliest deadline counts. A deadline that has passed
+  /// sends nothing more.
   ///
-  /// Statistics keep their last values, run loops still run what the host posts to them, and no
-  /// other platform can be installed. Without this call the process may also end at any time;
-  /// events that wait are then lost.
+  /// What is left, recorded or not, also by other threads that still track, counts as
+  /// `Statistics::droppedByShutDown`; behind a callback that is still running, once that returns.
+  /// Later calls are not counted. Run loops still run what the host posts to them, and no other
+  /// platform can be installed. Without this call the process may also end at any time; events that
+  /// wait are then lost.
   bool shutDown(std::chrono::steady_clock::time_point deadline);
 
   /// Report lifecycle changes as they happen. On the main thread each takes effect before the call
@@ -201,7 +204,7 @@ class VELTRANO_EXPORT PosixPlatform {
   /// 6 face down. Takes effect like a lifecycle change.
   void setDeviceOrientation(int orientation);
 
-  /// The size of the main screen in points.
+  /// The size of the main screen in points. One that is not finite is ignored.
   ///
   /// Warning: the library reads it once, with the first event.
   void setScreenSize(double width, double height);

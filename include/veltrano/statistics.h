@@ -21,9 +21,11 @@ struct Statistics {
   std::uint64_t droppedAsRefused = 0;       // with a batch answered with status 400
   std::uint64_t droppedAsNotEncodable = 0;  // with a batch that JSON cannot represent
   std::uint64_t droppedForMemory = 0;       // memory ran out while recording or sending
+  std::uint64_t droppedByShutDown = 0;      // left when the library was shut down, recorded or not
 
   std::uint64_t dropped() const {
-    return droppedByTrimming + droppedAsRefused + droppedAsNotEncodable + droppedForMemory;
+    return droppedByTrimming + droppedAsRefused + droppedAsNotEncodable + droppedForMemory +
+           droppedByShutDown;
   }
 
   /// An upload is one request with all its retries. One that is in progress counts as attempted.

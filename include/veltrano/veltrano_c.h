@@ -308,7 +308,7 @@ VELTRANO_EXPORT bool veltrano_responds(const char* selector);
 /* ---- Statistics ---- */
 
 /* Counts since the library was first used. Set `size` to sizeof(veltrano_statistics). Each snapshot
- * is consistent: `recorded` is the sum of `waiting`, `in_flight`, `delivered` and the four kinds of
+ * is consistent: `recorded` is the sum of `waiting`, `in_flight`, `delivered` and the kinds of
  * dropped events.
  *
  * An event counts as recorded when it joins the queue; events tracked during an upload join when
@@ -325,6 +325,7 @@ typedef struct veltrano_statistics {
   uint64_t dropped_as_refused;       /* with a batch answered with status 400 */
   uint64_t dropped_as_not_encodable; /* with a batch that JSON cannot represent */
   uint64_t dropped_for_memory;       /* memory ran out while recording or sending */
+  uint64_t dropped_by_shut_down;     /* left when the library was shut down, recorded or not */
 
   /* An upload is one request with all its retries. One that is in progress counts as attempted. */
   uint64_t uploads_attempted;
@@ -411,7 +412,8 @@ typedef struct veltrano_options {
   veltrano_text system_name;
   veltrano_text system_version;
 
-  /* Initial values; the functions under "Device and application" change them later. */
+  /* Initial values; the functions under "Device and application" change them later. Installation
+   * fails with a size that is not finite. */
   double screen_width;
   double screen_height;
   int application_state; /* one of veltrano_application_state; anything else is active */
@@ -465,10 +467,10 @@ VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* opt
  * Returns true when nothing was left: everything was sent, and no callback is running. Returns
  * false at once before a platform is installed, and when called from a callback, from a `release`
  * function that the shutdown itself calls, or on one of the library's threads. Concurrent calls
- * wait for the first and return its result, as do later ones. Events that other threads still track
- * may be lost. Statistics keep their last values, run loops still run what is posted to them, and
- * no other platform can be installed. Without this call the process may also end at any time;
- * events that wait are then lost. */
+ * wait for the first and return its result, as do later ones; the earliest deadline counts. What is
+ * left counts as dropped_by_shut_down. Run loops still run what is posted to them, and no other
+ * platform can be installed. Without this call the process may also end at any time; events that
+ * wait are then lost. */
 VELTRANO_EXPORT bool veltrano_shut_down(double seconds);
 
 /* ---- Device and application ---- */
@@ -488,7 +490,7 @@ VELTRANO_EXPORT void veltrano_set_interface_orientation(int orientation);
  * 6 face down. */
 VELTRANO_EXPORT void veltrano_set_device_orientation(int orientation);
 
-/* In points.
+/* In points. One that is not finite is ignored.
  *
  * Warning: the library reads the size once, with the first event. */
 VELTRANO_EXPORT void veltrano_set_screen_size(double width, double height);

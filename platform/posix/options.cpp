@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cmath>
 #include <filesystem>
 #include <string_view>
 
@@ -86,6 +87,8 @@ std::string completeOptions(PosixOptions& options, bool needsFiles) {
     return "The interface orientation has to be from 0 to 4.";
   if (options.deviceOrientation < 0 || options.deviceOrientation > 6)
     return "The device orientation has to be from 0 to 6.";
+  if (!std::isfinite(options.screenWidth) || !std::isfinite(options.screenHeight))
+    return "The size of the screen has to be finite.";
   return {};
 }
 

@@ -5,7 +5,7 @@
 namespace veltrano::internal {
 
 void SimulatedWorkQueue::async(std::unique_ptr<Block> block) {
-  if (isStopped_) return;
+  if (isStopped_) return block->drop();
   ready_.push_back(std::move(block));
   becomeReady();
 }
@@ -32,6 +32,7 @@ void SimulatedWorkQueue::stop() {
   while (!ready_.empty()) {
     const auto dropped = std::move(ready_.front());
     ready_.pop_front();
+    dropped->drop();
   }
 }
 

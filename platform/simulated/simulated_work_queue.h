@@ -25,7 +25,7 @@ class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
   }
   void wait(DispatchGroup& group, std::function<void()> then) override;
 
-  /// Destroys pending blocks, and later ones. What follows a wait still runs.
+  /// Drops pending blocks, and later ones. What follows a wait still runs.
   void stop();
 
  private:

@@ -98,14 +98,17 @@ void PosixWorkQueue::endThread() {
   hasEnded_.notify_all();
 }
 
-// Called when no block runs any more. Destroys each one after releasing the lock.
+// Called when no block runs any more. Drops each one after releasing the lock.
 void PosixWorkQueue::destroyPending() {
   for (;;) {
     std::unique_ptr<Block> block;
     std::shared_ptr<WorkItem> item;
-    const std::lock_guard lock(mutex_);
-    block.reset(submitted_.takeOldest());
-    item = delayed_.takeDue(Clock::time_point::max());
+    {
+      const std::lock_guard lock(mutex_);
+      block.reset(submitted_.takeOldest());
+      item = delayed_.takeDue(Clock::time_point::max());
+    }
+    if (block != nullptr) block->drop();
     if (block == nullptr && item == nullptr) return;
   }
 }
