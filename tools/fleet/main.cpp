@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -78,8 +80,8 @@ int main(int argc, char** argv) {
   app.add_option("--seed", scenario.seed, "Seed of the random numbers")
       ->check(CLI::NonNegativeNumber);
   duration("--resolution", scenario.resolution,
-           "Resolution of CSV and plots; depends on the length by default");
-  app.add_option("--output", output, "Directory for CSV and plots; by default, none are written")
+           "Resolution of intervals.csv; depends on the length by default");
+  app.add_option("--output", output, "Directory for intervals.csv; by default, it is not written")
       ->take_last();
 
   app.add_option("--sessions", usage.sessionsPerDay, "Sessions per application and day")
@@ -140,7 +142,12 @@ int main(int argc, char** argv) {
     const auto start = std::chrono::steady_clock::now();
     const fleet::Outcome outcome = fleet::run(scenario);
     fleet::writeTable(std::cout, scenario, outcome);
-    if (!output.empty()) fleet::writeFiles(output, scenario, outcome);
+    if (!output.empty()) {
+      std::filesystem::create_directories(output);
+      std::ofstream file(output + "/intervals.csv");
+      fleet::writeCSV(file, scenario, outcome);
+      if (!file.flush()) throw std::runtime_error("cannot write " + output + "/intervals.csv");
+    }
     const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
     reportCost(scenario, wall.count());
     return outcome.isBalanced ? 0 : 1;

@@ -2,29 +2,17 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdarg>
 #include <cstdio>
-#include <fstream>
 #include <functional>
 #include <ostream>
-#include <stdexcept>
 #include <string>
-#include <utility>
-#include <vector>
-
-#include "tools/fleet/line_chart.h"
 
 namespace fleet {
 
 using veltrano::Statistics;
 
 namespace {
-
-constexpr const char* kBlue = "#0072b2";
-constexpr const char* kOrange = "#d55e00";
-constexpr const char* kGreen = "#009e73";
-constexpr const char* kGrey = "#aaaaaa";
 
 [[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...) {
   std::array<char, 256> buffer{};
@@ -135,15 +123,20 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
          << "the counts " << (outcome.isBalanced ? "add up" : "DO NOT ADD UP") << '\n';
 }
 
-void writeCSV(std::ostream& output, const Outcome& outcome) {
-  output << "start_s,track_requests,track_accepted,track_bytes,heartbeat_requests,"
-            "heartbeat_accepted,heartbeat_bytes,most_requests_in_a_second,delivered,"
+void writeCSV(std::ostream& output, const Scenario& scenario, const Outcome& outcome) {
+  const Duration length = outcome.measurements.resolution();
+  output << "start_s,length_s,in_outage,track_requests,track_accepted,track_bytes,"
+            "heartbeat_requests,heartbeat_accepted,heartbeat_bytes,most_requests_in_a_second,delivered,"
             "delay_median_s,delay_90_s,delay_99_s,delay_longest_s,in_foreground,recorded,waiting,"
             "in_flight,delivered_in_all,dropped_by_trimming,dropped_as_refused,"
             "dropped_as_not_encodable,dropped_for_memory,heartbeats_sent,heartbeats_failed\n";
   for (const Interval& interval : outcome.measurements.intervals()) {
     const auto number = [&](std::uint64_t value) { output << ',' << value; };
-    output << format("%g", seconds(interval.start));
+    const auto overlaps = [&](const Outage& outage) {
+      return outage.from < interval.start + length && outage.to > interval.start;
+    };
+    output << format("%g,%g,%d", seconds(interval.start), seconds(length),
+                     std::ranges::any_of(scenario.host.outages, overlaps));
     for (const Requests& requests : interval.requests) {
       number(requests.received);
       number(requests.accepted);
@@ -164,71 +157,6 @@ void writeCSV(std::ostream& output, const Outcome& outcome) {
       number(value);
     output << '\n';
   }
-}
-
-void writeFiles(const std::filesystem::path& directory, const Scenario& scenario,
-                const Outcome& outcome) {
-  std::filesystem::create_directories(directory);
-  const auto write = [&](const char* name, const auto& writeTo) {
-    std::ofstream file(directory / name);
-    writeTo(file);
-    file.close();
-    if (!file) throw std::runtime_error("cannot write " + (directory / name).string());
-  };
-  write("intervals.csv", [&](std::ostream& file) { writeCSV(file, outcome); });
-
-  const auto& intervals = outcome.measurements.intervals();
-  const double resolution = seconds(outcome.measurements.resolution());
-  using Unit = LineChart::Unit;
-  // An interval's value is plotted at its middle.
-  const auto plot = [&](const char* name, LineChart chart,
-                        const std::vector<std::function<double(const Interval&)>>& values) {
-    chart.end = seconds(scenario.length);
-    for (const Interval& interval : intervals) {
-      chart.times.push_back(seconds(interval.start) + resolution / 2);
-      for (std::size_t i = 0; i < values.size(); ++i)
-        chart.lines[i].values.push_back(values[i](interval));
-    }
-    for (const Outage& outage : scenario.host.outages)
-      chart.shades.emplace_back(seconds(outage.from), seconds(outage.to));
-    chart.shadesName = "outage";
-    write(name, [&](std::ostream& file) { writeSVG(file, chart); });
-  };
-  const auto whenDelivered = [](double Delays::*delay) {
-    return [delay](const Interval& i) { return i.deliveredEvents > 0 ? i.delays.*delay : NAN; };
-  };
-
-  plot("requests.svg",
-       {.title = "Requests a second at the collection host",
-        .lines = {{"busiest second", kGrey}, {"/track", kBlue}, {"/heartbeat", kOrange}}},
-       {[](const Interval& i) { return double(i.mostInASecond); },
-        [&](const Interval& i) { return double(i.requests[kTrack].received) / resolution; },
-        [&](const Interval& i) { return double(i.requests[kHeartbeat].received) / resolution; }});
-  plot("waiting.svg",
-       {.title = "Events that wait, of all applications",
-        .lines = {{"waiting", kBlue}, {"in flight", kOrange}}},
-       {[](const Interval& i) { return double(i.atEnd.waiting); },
-        [](const Interval& i) { return double(i.atEnd.inFlight); }});
-  plot("bytes.svg",
-       {.title = "Bytes a second, of the requests' bodies",
-        .unit = Unit::bytes,
-        .lines = {{"/track", kBlue}, {"/heartbeat", kOrange}}},
-       {[&](const Interval& i) { return double(i.requests[kTrack].bodyBytes) / resolution; },
-        [&](const Interval& i) { return double(i.requests[kHeartbeat].bodyBytes) / resolution; }});
-  plot("dropped.svg",
-       {.title = "Events dropped until then",
-        .lines = {{"too many waited", kBlue}, {"status 400", kOrange}, {"otherwise", kGreen}}},
-       {[](const Interval& i) { return double(i.atEnd.droppedByTrimming); },
-        [](const Interval& i) { return double(i.atEnd.droppedAsRefused); },
-        [](const Interval& i) {
-          return double(i.atEnd.droppedAsNotEncodable + i.atEnd.droppedForMemory);
-        }});
-  plot("delay.svg",
-       {.title = "Delay from event to delivery, by the time of delivery",
-        .unit = Unit::seconds,
-        .lines = {{"longest", kGrey}, {"99 %", kOrange}, {"90 %", kGreen}, {"median", kBlue}}},
-       {whenDelivered(&Delays::longest), whenDelivered(&Delays::percentile99),
-        whenDelivered(&Delays::percentile90), whenDelivered(&Delays::median)});
 }
 
 }  // namespace fleet

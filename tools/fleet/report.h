@@ -1,7 +1,6 @@
 // The results of a run, for people and for scripts.
 #pragma once
 
-#include <filesystem>
 #include <iosfwd>
 
 #include "tools/fleet/fleet.h"
@@ -12,11 +11,6 @@ namespace fleet {
 void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& outcome);
 
 /// All measurements over time, one line per interval.
-void writeCSV(std::ostream& output, const Outcome& outcome);
-
-/// Writes `intervals.csv` and the plots into `directory`, which it creates if needed. Throws
-/// std::runtime_error on failure.
-void writeFiles(const std::filesystem::path& directory, const Scenario& scenario,
-                const Outcome& outcome);
+void writeCSV(std::ostream& output, const Scenario& scenario, const Outcome& outcome);
 
 }  // namespace fleet

@@ -1,0 +1,65 @@
+# Draws the charts of a run, as SVG beside its intervals.csv:
+#
+#     gnuplot -e "directory='build/fleet'" charts.gnuplot
+run = directory . "/intervals.csv"
+set datafile separator comma
+stats run using "in_outage" name "outage" nooutput
+set terminal svg size 860,380 font "Helvetica,12" background "white"
+set key above left Left reverse samplen 2
+set title font ",15"
+set border 3
+set tics nomirror
+set grid ytics linecolor "#dddddd" linetype 1
+set yrange [0:*]
+set y2range [0:1]
+set xdata time
+set timefmt "%s"
+set format x "%tH:%tM"
+set xlabel "time since the start, hours:minutes"
+set style data lines
+set style fill solid noborder
+set style line 1 linecolor "#0072b2" linewidth 1.5
+set style line 2 linecolor "#d55e00" linewidth 1.5
+set style line 3 linecolor "#009e73" linewidth 1.5
+set style line 4 linecolor "#aaaaaa"
+
+shade = "run using 'start_s':'in_outage' axes x1y2 with fillsteps linecolor '#fbe3d6' " . \
+        (outage_max > 0 ? "title 'outage'" : "notitle")
+middle(unused) = column("start_s") + column("length_s") / 2
+rate(name) = column(name) / column("length_s")
+
+set macros
+set output directory . "/requests.svg"
+set title "Requests a second at the collection host"
+plot @shade, run using (middle(0)):"most_requests_in_a_second" linestyle 4 title "busiest second", \
+     "" using (middle(0)):(rate("track_requests")) linestyle 1 title "/track", \
+     "" using (middle(0)):(rate("heartbeat_requests")) linestyle 2 title "/heartbeat"
+
+set output directory . "/waiting.svg"
+set title "Events that wait, of all applications"
+plot @shade, run using (middle(0)):"waiting" linestyle 1 title "waiting", \
+     "" using (middle(0)):"in_flight" linestyle 2 title "in flight"
+
+set output directory . "/dropped.svg"
+set title "Events dropped until then"
+plot @shade, run using (middle(0)):"dropped_by_trimming" linestyle 1 title "too many waited", \
+     "" using (middle(0)):"dropped_as_refused" linestyle 2 title "status 400", \
+     "" using (middle(0)):(column("dropped_as_not_encodable") + column("dropped_for_memory")) \
+     linestyle 3 title "otherwise"
+
+set output directory . "/bytes.svg"
+set format y "%.1s %cB"
+set title "Bytes a second, of the requests' bodies"
+plot @shade, run using (middle(0)):(rate("track_bytes")) linestyle 1 title "/track", \
+     "" using (middle(0)):(rate("heartbeat_bytes")) linestyle 2 title "/heartbeat"
+
+set output directory . "/delay.svg"
+set title "Delay from event to delivery, by the time of delivery"
+set logscale y
+set yrange [*:*]
+set ytics ("1 ms" 0.001, "10 ms" 0.01, "0.1 s" 0.1, "1 s" 1, "10 s" 10, "1 min" 60, \
+           "10 min" 600, "1 h" 3600, "10 h" 36000, "1 d" 86400, "10 d" 864000)
+plot @shade, run using (middle(0)):(column("delay_longest_s")) linestyle 4 title "longest", \
+     "" using (middle(0)):(column("delay_99_s")) linestyle 2 title "99 %", \
+     "" using (middle(0)):(column("delay_90_s")) linestyle 3 title "90 %", \
+     "" using (middle(0)):(column("delay_median_s")) linestyle 1 title "median"
