@@ -42,7 +42,7 @@ execute_process(COMMAND gzip -9nf changelog.Debian WORKING_DIRECTORY ${PROJECT_B
 set(library libveltrano${PROJECT_VERSION_MAJOR})
 set(same_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 debian_package(library ${library} libs "event-analytics client, shared library"
-  "The library that programs use to report events to a collection host."
+  "The library that programs use to report events to a collection server."
   "")
 file(WRITE ${PROJECT_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/triggers)
@@ -53,6 +53,6 @@ debian_package(testing libveltrano-testing-dev libdevel "event-analytics client,
   "For tests that see what an application reports, in virtual time."
   "libveltrano-dev ${same_version}")
 debian_package(tools veltrano-tools devel "event-analytics client, tools"
-  "A collection host for developers, a player of scenarios, and a load simulation."
+  "A collection server for developers, a player of scenarios, and a load simulation."
   "")
 include(CPack)

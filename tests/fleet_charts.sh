@@ -3,7 +3,7 @@
 set -euo pipefail
 directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT
-"$1" --applications 2 --length 20m --outage 5m..8m --output "$directory" >/dev/null 2>&1
+"$1" --applications 20 --starts-at 19h --length 1h --outage 10m..20m --output "$directory" >/dev/null 2>&1
 charts=$(dirname "$0")/../tools/fleet/charts.gnuplot
 warnings=$(gnuplot -e "directory='$directory'" "$charts" 2>&1) && [[ -z $warnings ]] ||
   { echo "$warnings" && exit 1; }

@@ -1,4 +1,4 @@
-// Many libraries in one process, against a simulated collection host.
+// Many libraries in one process, against a simulated collection server.
 #include "tools/fleet/fleet.h"
 
 #include <gtest/gtest.h>
@@ -44,9 +44,9 @@ TEST(Fleet, ARunRepeatsToTheByte) {
   EXPECT_NE(everythingOf(scenario), first);
 }
 
-class FleetAndFailingHost : public testing::TestWithParam<const char*> {};
+class FleetAndFailingServer : public testing::TestWithParam<const char*> {};
 
-TEST_P(FleetAndFailingHost, EveryEventIsAccountedFor) {
+TEST_P(FleetAndFailingServer, EveryEventIsAccountedFor) {
   Scenario scenario = smallFleet();
   scenario.host.outage = scenario.host.overload = parseFailure(GetParam());
   scenario.host.capacity = 1;  // less than they need
@@ -74,10 +74,10 @@ TEST_P(FleetAndFailingHost, EveryEventIsAccountedFor) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Failures, FleetAndFailingHost,
+INSTANTIATE_TEST_SUITE_P(Failures, FleetAndFailingServer,
                          testing::Values("503", "500", "400", "silence", "refused", "unreachable"));
 
-TEST(Fleet, TheHostSlowsHeartbeatsDownAndHoldsBackRetries) {
+TEST(Fleet, TheServerSlowsHeartbeatsDownAndHoldsBackRetries) {
   Scenario scenario = smallFleet();
   const auto heartbeats = [&](Duration from, Duration to) {
     scenario.length = to;

@@ -10,15 +10,14 @@
 #include <sstream>
 
 #include "tools/replay/scenario.h"
-#include "tools/replay/value_reader.h"
 
 namespace replay {
 namespace {
 
-std::string problemWith(const std::string& lines, World world = World::simulated) {
+std::string problemWith(const std::string& lines, Mode mode = Mode::simulated) {
   std::istringstream stream(lines);
   try {
-    readScenario(stream, world);
+    readScenario(stream, mode);
     return "none";
   } catch (const ScenarioError& error) {
     return error.what();
@@ -30,8 +29,7 @@ struct Outcome {
   std::string output;  // the first kilobytes
 };
 
-Outcome run(const std::string& scenario) {
-  const std::string command = "printf '%s' '" + scenario + "' | " + REPLAY_PROGRAM + " - 2>&1";
+Outcome runCommand(const std::string& command) {
   FILE* pipe = popen(command.c_str(), "r");
   std::string output;
   std::array<char, 4096> buffer;
@@ -41,6 +39,10 @@ Outcome run(const std::string& scenario) {
     if (output.size() > 2 * buffer.size()) output.erase(0, output.size() - buffer.size());
   }
   return {WEXITSTATUS(pclose(pipe)), output};
+}
+
+Outcome run(const std::string& scenario) {
+  return runCommand("printf '%s' '" + scenario + "' | " + REPLAY_PROGRAM + " - 2>&1");
 }
 
 TEST(Replay, NamesTheLineOfAMalformedStep) {
@@ -119,20 +121,19 @@ TEST(Replay, TakesWhatTheFormatAllows) {
 
 TEST(Replay, LiveScenariosAreLimited) {
   const std::string end = "\n{\"op\":\"end\",\"at\":1}";
-  EXPECT_EQ(problemWith(R"({"op":"configure","info":{},"screen":[1,1]})" + end, World::live),
+  EXPECT_EQ(problemWith(R"({"op":"configure","info":{},"screen":[1,1]})" + end, Mode::live),
             "none");
-  EXPECT_EQ(problemWith(R"({"op":"batch","steps":[{"op":"end"}]})", World::live), "none");
+  EXPECT_EQ(problemWith(R"({"op":"batch","steps":[{"op":"end"}]})", Mode::live), "none");
   for (const char* line :
        {R"({"op":"configure","startTime":5})", R"({"op":"clockJump","seconds":1})",
         R"({"op":"batch","steps":[{"op":"network","path":"/track","status":200}]})"})
-    EXPECT_EQ(problemWith(line + end, World::live).rfind("line 1: ", 0), 0U) << line;
-  EXPECT_NE(problemWith(R"({"op":"shared"})", World::live), "none");
+    EXPECT_EQ(problemWith(line + end, Mode::live).rfind("line 1: ", 0), 0U) << line;
+  EXPECT_NE(problemWith(R"({"op":"shared"})", Mode::live), "none");
 }
 
 TEST(Replay, AnyDepthOfValuesIsRead) {
-  const std::string text = std::string(200'000, '[') + std::string(200'000, ']');
-  const JsonText json(text);
-  EXPECT_EQ(readValue(json, json.root()).member()->getIf<veltrano::Array>()->size(), 1U);
+  const std::string deep = std::string(200'000, '[') + std::string(200'000, ']');
+  EXPECT_EQ(problemWith(R"({"op":"isValidNestedType","value":)" + deep + "}"), "none");
 }
 
 TEST(Replay, ARunawayEnds) {
@@ -148,6 +149,16 @@ TEST(Replay, NothingRunsWhenAStepIsMalformed) {
   const Outcome outcome = run("{\"op\":\"enableLog\",\"on\":true}\n{\"op\":\"shared\"}\n{}");
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.output, "line 3: field \"op\" is missing\n");
+}
+
+TEST(Replay, SaysWhatCannotBeReadOrWritten) {
+  const std::string program = REPLAY_PROGRAM;
+  EXPECT_EQ(runCommand(program + " / 2>&1").status, 2);
+  EXPECT_EQ(runCommand(program + " - 2>&1 </").status, 2);
+  const Outcome outcome = runCommand(R"(echo '{"op":"enableLog","on":true}
+{"op":"shared"}' | )" + program + " - 2>&1 >/dev/full");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.output, "the trace cannot be written\n");
 }
 
 }  // namespace

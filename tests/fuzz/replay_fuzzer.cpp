@@ -7,19 +7,19 @@
 #include "tools/replay/simulated_run.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static auto& world =
-      *new replay::SimulatedWorld([](std::string_view) {}, replay::Bodies::decoded);
+  static auto& player =
+      *new replay::SimulatedPlayer([](std::string_view) {}, replay::Bodies::decoded);
 
   std::istringstream lines(std::string(reinterpret_cast<const char*>(data), size));
   replay::Scenario scenario;
   try {
-    scenario = replay::readScenario(lines, replay::World::simulated);
+    scenario = replay::readScenario(lines, replay::Mode::simulated);
   } catch (const replay::ScenarioError&) {
     return -1;
   }
   // Skips long scenarios, which are repetitive: short ones find more in the same time.
   constexpr auto kMaxDuration = std::chrono::hours(1);
   if (!scenario.steps.empty() && scenario.steps.back().at > kMaxDuration) return -1;
-  world.play(scenario);
+  player.play(scenario);
   return 0;
 }

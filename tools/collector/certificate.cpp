@@ -12,8 +12,6 @@
 namespace collector {
 namespace {
 
-constexpr long kSecondsPerDay = 24 * 60 * 60;
-
 void require(bool condition) {
   if (!condition) throw std::runtime_error("the certificate cannot be made");
 }
@@ -29,8 +27,9 @@ void addExtension(X509* certificate, int kind, const char* value) {
 
 }  // namespace
 
-Certificate makeCertificate() {
-  Certificate made{decltype(Certificate::key)(EVP_EC_gen("P-256")),
+Certificate makeCertificate(const CertificateOptions& options) {
+  Certificate made{decltype(Certificate::key)(options.rsaBits > 0 ? EVP_RSA_gen(options.rsaBits)
+                                                                  : EVP_EC_gen("P-256")),
                    decltype(Certificate::certificate)(X509_new())};
   X509* const certificate = made.certificate.get();
   require(made.key && certificate != nullptr);
@@ -43,8 +42,8 @@ Certificate makeCertificate() {
 
   require(X509_set_version(certificate, X509_VERSION_3) == 1);
   require(ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), serial | 1) == 1);
-  require(X509_gmtime_adj(X509_getm_notBefore(certificate), -kSecondsPerDay) != nullptr);
-  require(X509_gmtime_adj(X509_getm_notAfter(certificate), 30 * kSecondsPerDay) != nullptr);
+  require(X509_gmtime_adj(X509_getm_notBefore(certificate), -24 * 60 * 60) != nullptr);
+  require(X509_gmtime_adj(X509_getm_notAfter(certificate), options.lifetimeSeconds) != nullptr);
   X509_NAME* const name = X509_get_subject_name(certificate);
   require(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
                                      reinterpret_cast<const unsigned char*>("localhost"), -1, -1,
@@ -54,7 +53,7 @@ Certificate makeCertificate() {
   addExtension(certificate, NID_basic_constraints, "critical,CA:TRUE,pathlen:0");
   addExtension(certificate, NID_key_usage, "critical,digitalSignature,keyCertSign");
   addExtension(certificate, NID_ext_key_usage, "serverAuth");
-  addExtension(certificate, NID_subject_alt_name, "DNS:localhost,IP:127.0.0.1");
+  addExtension(certificate, NID_subject_alt_name, options.name.c_str());
   addExtension(certificate, NID_subject_key_identifier, "hash");
   require(X509_sign(certificate, made.key.get(), EVP_sha256()) > 0);
   return made;

@@ -1,4 +1,4 @@
-// The collector's self-signed certificate.
+// Self-signed certificates, for the collector and for tests.
 #pragma once
 
 #include <openssl/evp.h>
@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <string>
 
 namespace collector {
 
@@ -17,14 +18,20 @@ struct Releaser {
   }
 };
 
-/// A certificate for this machine's loopback names, and its key.
+/// A certificate and its key.
 struct Certificate {
   std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>> key;
   std::unique_ptr<X509, Releaser<X509_free>> certificate;
 };
 
+struct CertificateOptions {
+  std::string name = "DNS:localhost,IP:127.0.0.1";  // the subject's alternative names
+  long lifetimeSeconds = 30 * 24 * 60 * 60;         // from now; negative: expired
+  unsigned rsaBits = 0;                             // size of the RSA key; 0: a P-256 key instead
+};
+
 /// Throws std::runtime_error on failure.
-Certificate makeCertificate();
+Certificate makeCertificate(const CertificateOptions& options = {});
 
 /// Writes the certificate and, unless `keyFile` is empty, its key as PEM. Throws std::runtime_error
 /// on failure.

@@ -1,17 +1,20 @@
 #include "tools/collector/collector.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <sys/socket.h>
 
 #include <iostream>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "tools/collector/report.h"
+#include "tools/json_text.h"
 
 namespace collector {
 namespace {
+
+using tools::json;
+using tools::jsonObject;
 
 constexpr char kJSON[] = "application/json";
 
@@ -146,25 +149,14 @@ void Collector::answer(const Fault& fault, const SSL* connection, httplib::Respo
 }
 
 std::string Collector::countersJSON() {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   const std::lock_guard lock(mutex_);
-  writer.StartObject();
-  for (const auto& [name, counters] : counters_) {
-    writer.Key(name.c_str());
-    writer.StartObject();
-    writer.Key("received");
-    writer.Uint64(counters.received);
-    writer.Key("accepted");
-    writer.Uint64(counters.accepted);
-    writer.Key("refused");
-    writer.Uint64(counters.refused);
-    writer.EndObject();
-  }
-  writer.Key("events_accepted");
-  writer.Uint64(eventsAccepted_);
-  writer.EndObject();
-  return buffer.GetString();
+  std::vector<std::pair<std::string_view, std::string>> members;
+  for (const auto& [name, counters] : counters_)
+    members.emplace_back(name, jsonObject({{"received", json(counters.received)},
+                                           {"accepted", json(counters.accepted)},
+                                           {"refused", json(counters.refused)}}));
+  members.emplace_back("events_accepted", json(eventsAccepted_));
+  return jsonObject(members);
 }
 
 }  // namespace collector

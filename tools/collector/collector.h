@@ -1,4 +1,4 @@
-// Processes the collection host's requests.
+// Processes the collection server's requests.
 #pragma once
 
 #include <httplib.h>

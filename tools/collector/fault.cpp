@@ -2,16 +2,20 @@
 
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "tools/json_text.h"
 
 namespace collector {
 namespace {
 
 using rapidjson::Value;
+using tools::json;
+using tools::jsonObject;
 
 [[noreturn]] void refuse(const std::string& reason) {
   throw std::invalid_argument(reason);
@@ -37,23 +41,14 @@ std::string text(const std::string& key, const Value& value) {
 
 std::string backOffBody(const std::string& key, const Value& value) {
   if (!value.IsNumber()) refuse("\"" + key + "\" is not a number");
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  writer.StartObject();
-  writer.Key(key.c_str());
-  value.Accept(writer);
-  writer.EndObject();
-  return buffer.GetString();
+  return jsonObject({{key, json(value)}});
 }
 
-void add(const Value& description, FaultsByPath& faults) {
+void add(Value& description, FaultsByPath& faults) {
   if (!description.IsObject()) refuse("a fault is described by an object");
   std::string path;
   Fault fault;
   std::optional<bool> accept;
-  rapidjson::StringBuffer described;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(described);
-  writer.StartObject();
   for (const auto& [name, value] : description.GetObject()) {
     const std::string key = name.GetString();
     if (key == "path") {
@@ -79,24 +74,18 @@ void add(const Value& description, FaultsByPath& faults) {
     } else {
       refuse("a fault has no \"" + key + "\"");
     }
-    if (key == "count") continue;
-    writer.Key(key.c_str());
-    value.Accept(writer);
   }
   if (path != "/track" && path != "/heartbeat") refuse("\"path\" is neither /track nor /heartbeat");
-
-  writer.EndObject();
-  fault.description = described.GetString();
 
   // By default, a request counts as accepted if its sender can see that it succeeded.
   const int lastSuccess = path == "/track" ? 200 : 299;
   fault.accept =
       accept.value_or(!fault.drop && !fault.truncate && fault.status.value_or(200) <= lastSuccess);
   auto& ofPath = faults[path];
-  if (description.MemberCount() == 1)
-    ofPath.clear();
-  else
-    ofPath.push_back(fault);
+  if (description.MemberCount() == 1) return ofPath.clear();
+  while (description.HasMember("count")) description.RemoveMember("count");
+  fault.description = json(description);
+  ofPath.push_back(fault);
 }
 
 }  // namespace
@@ -109,7 +98,7 @@ FaultsByPath parseFaults(std::string_view json) {
            rapidjson::GetParseError_En(document.GetParseError()));
   FaultsByPath faults;
   if (document.IsArray()) {
-    for (const Value& description : document.GetArray()) add(description, faults);
+    for (Value& description : document.GetArray()) add(description, faults);
   } else {
     add(document, faults);
   }
@@ -129,25 +118,19 @@ std::string faultsJSON(const FaultsByPath& faults) {
 }
 
 std::string faultJSON(std::string_view text) {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  writer.StartObject();
+  std::vector<std::pair<std::string_view, std::string>> members;
   while (!text.empty()) {
     const auto end = text.starts_with("body=") ? text.size() : text.find(',');
     const std::string_view item = text.substr(0, end);
     text.remove_prefix(std::min(text.size(), item.size() + 1));
 
     const auto equals = item.find('=');
-    const std::string key(item.substr(0, equals));
-    const std::string value(equals == item.npos ? "true" : item.substr(equals + 1));
-    writer.Key(key.c_str());
-    if (key == "path" || key == "body" || key == "retry_after")
-      writer.String(value);
-    else
-      writer.RawValue(value.data(), value.size(), rapidjson::kNullType);
+    const std::string_view key = item.substr(0, equals);
+    const std::string_view value = equals == item.npos ? "true" : item.substr(equals + 1);
+    const bool isText = key == "path" || key == "body" || key == "retry_after";
+    members.emplace_back(key, isText ? json(value) : std::string(value));
   }
-  writer.EndObject();
-  return buffer.GetString();
+  return jsonObject(members);
 }
 
 Fault takeFault(FaultsByPath& faults, const std::string& path) {

@@ -1,17 +1,16 @@
 #include "tools/collector/journal.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
 
 #include <algorithm>
 #include <iterator>
 #include <utility>
-#include <vector>
+
+#include "tools/json_text.h"
 
 namespace collector {
 namespace {
-
-using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
 
 constexpr const char* kNames[] = {"event", "heartbeat", "refused", "request"};
 
@@ -21,28 +20,16 @@ constexpr std::size_t kMaximumBody = 4096;
 // How much a reader gets at once.
 constexpr std::size_t kMaximumPart = 256 * 1024;
 
-// The elements of a valid and compact array, as they were sent. Copying them value by value could
-// overflow the stack.
+// The elements of a valid, compact and filled array, as they were sent.
 std::vector<std::string_view> elementsOf(std::string_view array) {
   std::vector<std::string_view> elements;
-  std::size_t start = 1;
-  int depth = 0;
-  bool inString = false;
-  for (std::size_t i = 1; i < array.size(); ++i) {
-    const char c = array[i];
-    if (inString) {
-      if (c == '\\') ++i;
-      if (c == '"') inString = false;
-    } else if (c == '"') {
-      inString = true;
-    } else if (c == '[' || c == '{') {
-      ++depth;
-    } else if (depth == 0 && (c == ',' || c == ']')) {
-      elements.push_back(array.substr(start, i - start));
-      start = i + 1;
-    } else if (c == ']' || c == '}') {
-      --depth;
-    }
+  rapidjson::MemoryStream stream(array.data(), array.size());
+  rapidjson::Reader reader;
+  rapidjson::BaseReaderHandler<> nothing;
+  while (stream.Take() != ']') {
+    const std::size_t start = stream.Tell();
+    reader.Parse<rapidjson::kParseStopWhenDoneFlag>(stream, nothing);
+    elements.push_back(array.substr(start, stream.Tell() - start));
   }
   return elements;
 }
@@ -66,32 +53,14 @@ void addTo(std::string& stream, const char* kind, const std::string& json) {
   stream.append("event: ").append(kind).append("\ndata: ").append(json).append("\n\n");
 }
 
-template <class Write>
-std::string members(const Write& write) {
-  rapidjson::StringBuffer buffer;
-  Writer writer(buffer);
-  writer.StartObject();
-  writer.Key("received");
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  writer.Int64(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
-  write(writer);
-  writer.EndObject();
-  return std::string(buffer.GetString() + 1, buffer.GetSize() - 1);
-}
-
 }  // namespace
 
 void Journal::addAccepted(const WireRequest& request, const WireMessage& message, int answer) {
   const auto add = [&](Kind kind, const rapidjson::Value& record, std::string_view text) {
     this->add(kind, {record["event"].GetString(), record["event"].GetStringLength()},
-              members([&](Writer& writer) {
-                writer.Key("uid");
-                writer.String(message.uid);
-                writer.Key("answer");
-                writer.Int(answer);
-                writer.Key("body");  // the last one: the page takes the rest as it was sent
-                writer.RawValue(text.data(), text.size(), rapidjson::kObjectType);
-              }));
+              {{"uid", tools::json(message.uid)},
+               {"answer", tools::json(answer)},
+               {"body", std::string(text)}});  // the last one: the page takes the rest as sent
   };
   if (request.path == "/heartbeat") return add(Kind::heartbeat, message.body, message.json);
   rapidjson::SizeType i = 0;
@@ -100,43 +69,36 @@ void Journal::addAccepted(const WireRequest& request, const WireMessage& message
 }
 
 void Journal::addRequest(const WireRequest& request, int answer, bool isAccepted) {
-  add(Kind::request, "", members([&](Writer& writer) {
-        writer.Key("path");
-        writer.String(request.path);
-        writer.Key("answer");
-        writer.Int(answer);
-        writer.Key("accepted");
-        writer.Bool(isAccepted);
-      }));
+  add(Kind::request, "",
+      {{"path", tools::json(request.path)},
+       {"answer", tools::json(answer)},
+       {"accepted", tools::json(isAccepted)}});
 }
 
 void Journal::addRefused(const WireRequest& request, const WireMessage& message, int status,
                          const std::string& reason) {
-  add(Kind::refused, "", members([&](Writer& writer) {
-        writer.Key("method");
-        writer.String(readable(request.method));
-        writer.Key("path");
-        writer.String(readable(request.path));
-        writer.Key("answer");
-        writer.Int(status);
-        writer.Key("reason");
-        writer.String(readable(reason));
-        writer.Key("headers");
-        writer.StartArray();
-        for (const auto& [name, value] : request.headers)
-          writer.String(readable(shortened(name + ": " + value)));
-        writer.EndArray();
-        writer.Key("body");
-        writer.String(readable(shortened(message.json.empty() ? request.body : message.json)));
-      }));
+  std::string headers;
+  for (const auto& [name, value] : request.headers)
+    headers += (headers.empty() ? "" : ",") + tools::json(readable(shortened(name + ": " + value)));
+  const std::string& body = message.json.empty() ? request.body : message.json;
+  add(Kind::refused, "",
+      {{"method", tools::json(readable(request.method))},
+       {"path", tools::json(readable(request.path))},
+       {"answer", tools::json(status)},
+       {"reason", tools::json(readable(reason))},
+       {"headers", '[' + headers + ']'},
+       {"body", tools::json(readable(shortened(body)))}});
 }
 
-void Journal::add(Kind kind, std::string name, const std::string& members) {
+void Journal::add(Kind kind, std::string name, Members members) {
   const std::lock_guard lock(mutex_);
   const std::uint64_t number = ++lastNumber_;
   auto& [kept, bytes] = entries_[std::size_t(kind)];
-  kept.push_back(
-      {number, std::move(name), "{\"number\":" + std::to_string(number) + ',' + members});
+  const auto since1970 = std::chrono::system_clock::now().time_since_epoch();
+  const auto received = std::chrono::duration_cast<std::chrono::milliseconds>(since1970).count();
+  members.insert(members.begin(),
+                 {{"number", tools::json(number)}, {"received", tools::json(received)}});
+  kept.push_back({number, std::move(name), tools::jsonObject(members)});
   bytes += kept.back().json.size();
   while (kept.size() > kMaximumEntries || (bytes > kMaximumBytes && kept.size() > 1)) {
     bytes -= kept.front().json.size();

@@ -10,6 +10,8 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "tools/collector/wire_check.h"
 
@@ -68,7 +70,9 @@ class Journal {
     std::size_t bytes = 0;
   };
 
-  void add(Kind kind, std::string name, const std::string& members);
+  using Members = std::vector<std::pair<std::string_view, std::string>>;
+
+  void add(Kind kind, std::string name, Members members);
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;

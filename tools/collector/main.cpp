@@ -1,4 +1,4 @@
-// veltrano-collector: a collection host on the developer's own machine.
+// veltrano-collector: a collection server on the developer's own machine.
 #include <signal.h>
 #include <unistd.h>
 
@@ -20,6 +20,7 @@
 #include "tools/collector/journal.h"
 #include "tools/collector/page.h"
 #include "tools/command_line.h"
+#include "tools/temporary_directory.h"
 
 namespace collector {
 namespace {
@@ -65,26 +66,6 @@ void describe(CLI::App& app, Arguments& arguments) {
       ->allow_extra_args(false);
 }
 
-class TemporaryDirectory {
- public:
-  TemporaryDirectory()
-      : path_((std::filesystem::temp_directory_path() / "veltrano-collector-XXXXXX").string()) {
-    if (::mkdtemp(path_.data()) == nullptr)
-      throw std::runtime_error("no temporary directory can be made");
-  }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-  std::filesystem::path path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 void route(httplib::SSLServer& server, Collector& collector, const std::string& page) {
   const auto handle = [&collector](const httplib::Request& request, httplib::Response& response,
                                    std::string body) {
@@ -99,7 +80,8 @@ void route(httplib::SSLServer& server, Collector& collector, const std::string& 
                                           httplib::Response& response) {
     handle(request, response, {});
     if (request.path == "/")
-      response.set_content("this is the collection host; the page is " + page + '\n', "text/plain");
+      response.set_content("this is the collection server; the page is " + page + '\n',
+                           "text/plain");
   };
   // Reads the raw body: otherwise the server would parse a body that claims to be a form, or refuse
   // it for its size, before the check.
@@ -130,9 +112,10 @@ void run(const Arguments& arguments) {
   sigaddset(&ends, SIGINT);
   pthread_sigmask(SIG_BLOCK, &ends, nullptr);
 
-  std::optional<TemporaryDirectory> directory;
+  std::optional<tools::TemporaryDirectory> directory;
   std::filesystem::path certificateFile = arguments.certificateFile;
-  if (certificateFile.empty()) certificateFile = directory.emplace().path() / "certificate.pem";
+  if (certificateFile.empty())
+    certificateFile = directory.emplace("veltrano-collector").path() / "certificate.pem";
   Certificate certificate;
   if (!arguments.keyFile.empty()) certificate = readPEM(certificateFile, arguments.keyFile);
   if (!certificate.key) {
@@ -169,9 +152,10 @@ void run(const Arguments& arguments) {
   // `stop` has no effect on a server that is not running yet.
   while (!server.is_running()) std::this_thread::yield();
 
-  std::cerr << "A collection host for developers. It listens on this machine's loopback interface "
-               "only, and is not meant for production."
-            << std::endl;
+  std::cerr
+      << "A collection server for developers. It listens on this machine's loopback interface "
+         "only, and is not meant for production."
+      << std::endl;
   std::cout << "url=https://localhost:" << port
             << "\ncertificate=" << std::filesystem::absolute(certificateFile).string()
             << "\npage=" << page.url() << "\nready" << std::endl;
@@ -199,7 +183,7 @@ extern "C" const char* __tsan_default_suppressions() {
 int main(int argc, char** argv) {
   collector::Arguments arguments;
   CLI::App app(
-      "A collection host for developers. It listens on the loopback interface only, checks every "
+      "A collection server for developers. It listens on the loopback interface only, checks every "
       "request against the wire format, shows on a page what arrives, and injects faults on "
       "request.");
   collector::describe(app, arguments);

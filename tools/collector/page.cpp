@@ -1,7 +1,5 @@
 #include "tools/collector/page.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <sys/socket.h>
 
 #include <charconv>
@@ -13,6 +11,7 @@
 #include <stdexcept>
 
 #include "tools/collector/page_files.h"
+#include "tools/json_text.h"
 
 namespace collector {
 namespace {
@@ -180,16 +179,10 @@ void Page::serveScripts() {
                     "say /wait?event=NAME&count=N&timeout=S; the timeout is at most " +
                         std::to_string(kLongestWait) + " seconds");
     const std::uint64_t seen = journal_.wait(name, *count, std::chrono::seconds(*timeout));
-    rapidjson::StringBuffer buffer;
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    writer.StartObject();
-    writer.Key("event");
-    writer.String(name);
-    writer.Key("count");
-    writer.Uint64(seen);
-    writer.EndObject();
     response.status = seen >= *count ? 200 : 504;
-    response.set_content(buffer.GetString() + std::string("\n"), "application/json");
+    response.set_content(
+        tools::jsonObject({{"event", tools::json(name)}, {"count", tools::json(seen)}}) + '\n',
+        "application/json");
   });
 }
 

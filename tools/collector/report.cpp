@@ -1,47 +1,18 @@
 #include "tools/collector/report.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <algorithm>
 #include <string_view>
+#include <utility>
+#include <vector>
+
+#include "tools/json_text.h"
 
 namespace collector {
 namespace {
 
 using rapidjson::Value;
-
-// Deeper values are abbreviated. Also bounds the recursion.
-constexpr int kMaximumDepth = 4;
-
-std::string readable(const Value& value, int depth = 0) {
-  std::string text;
-  const auto separate = [&] {
-    if (text.size() > 1) text += ',';
-  };
-  if (value.IsArray()) {
-    if (depth == kMaximumDepth) return "[...]";
-    text = "[";
-    for (const Value& element : value.GetArray()) {
-      separate();
-      text += readable(element, depth + 1);
-    }
-    return text + "]";
-  }
-  if (value.IsObject()) {
-    if (depth == kMaximumDepth) return "{...}";
-    text = "{";
-    for (const auto& [key, element] : value.GetObject()) {
-      separate();
-      text += readable(key) + ":" + readable(element, depth + 1);
-    }
-    return text + "}";
-  }
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  value.Accept(writer);
-  return {buffer.GetString(), buffer.GetSize()};
-}
+using tools::json;
+using tools::jsonObject;
 
 // Replaces control characters, which could break the line or control the terminal.
 std::string printable(std::string_view text) {
@@ -52,7 +23,7 @@ std::string printable(std::string_view text) {
 }
 
 // Whether the library adds the property to every event itself.
-bool isLibrarys(std::string_view key) {
+bool isOfLibrary(std::string_view key) {
   constexpr std::string_view kKeys[] = {
       "time", "mp_lib", "lib_version", "uid", "app_id", "screen_orientation", "device_orientation"};
   return key.starts_with("$") ||
@@ -60,13 +31,13 @@ bool isLibrarys(std::string_view key) {
 }
 
 std::string property(const Value& key, const Value& value) {
-  return printable({key.GetString(), key.GetStringLength()}) + '=' + readable(value);
+  return printable({key.GetString(), key.GetStringLength()}) + '=' + json(value);
 }
 
 std::string eventLine(const Value& record) {
-  std::string line = " event=" + readable(record["event"]);
+  std::string line = " event=" + json(record["event"]);
   for (const auto& [key, value] : record["properties"].GetObject())
-    if (!isLibrarys(key.GetString()) && key != "extra_json") line += ' ' + property(key, value);
+    if (!isOfLibrary(key.GetString()) && key != "extra_json") line += ' ' + property(key, value);
   for (const auto& [key, value] : record["properties"]["extra_json"].GetObject())
     if (key != "att_auth_status") line += " extra_json." + property(key, value);
   return line;
@@ -76,33 +47,19 @@ std::string eventLine(const Value& record) {
 
 std::string jsonLine(const WireRequest& request, const WireMessage& message,
                      std::chrono::system_clock::time_point received, int answer) {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  writer.StartObject();
-  writer.Key("path");
-  writer.String(request.path);
-  writer.Key("uid");
-  writer.String(message.uid);
-  writer.Key("headers");
-  writer.StartObject();
-  const auto& headers = request.headers;
-  for (auto header = headers.begin(); header != headers.end();
-       header = headers.upper_bound(header->first)) {
-    writer.Key(header->first.c_str());
-    writer.String(header->second);
-  }
-  writer.EndObject();
-  // Copied: the check has found it well-formed and compact, so it stays on one line, and writing it
-  // value by value could overflow the stack.
-  writer.Key("body");
-  writer.RawValue(message.json.data(), message.json.size(), rapidjson::kObjectType);
-  writer.Key("received");
-  writer.Int64(
-      std::chrono::duration_cast<std::chrono::milliseconds>(received.time_since_epoch()).count());
-  writer.Key("answer");
-  writer.Int(answer);
-  writer.EndObject();
-  return {buffer.GetString(), buffer.GetSize()};
+  std::vector<std::pair<std::string_view, std::string>> headers;
+  const auto& all = request.headers;
+  for (auto header = all.begin(); header != all.end(); header = all.upper_bound(header->first))
+    headers.emplace_back(header->first, json(header->second));
+  const auto since1970 = received.time_since_epoch();
+  // The body as it was sent: the check has found it compact, so it stays on one line.
+  return jsonObject(
+      {{"path", json(request.path)},
+       {"uid", json(message.uid)},
+       {"headers", jsonObject(headers)},
+       {"body", message.json},
+       {"received", json(std::chrono::duration_cast<std::chrono::milliseconds>(since1970).count())},
+       {"answer", json(answer)}});
 }
 
 std::string readableLines(const WireRequest& request, const WireMessage& message) {
@@ -116,7 +73,7 @@ std::string readableLines(const WireRequest& request, const WireMessage& message
   std::string line = start;
   for (const char* key : {"session_id", "duration", "app_id", "app_version", "screen_orientation",
                           "device_orientation"})
-    line += ' ' + std::string(key) + '=' + readable(message.body["properties"][key]);
+    line += ' ' + std::string(key) + '=' + json(message.body["properties"][key]);
   return line;
 }
 

@@ -1,12 +1,14 @@
 #include "tools/collector/wire_check.h"
 
-#include <openssl/evp.h>
 #include <rapidjson/error/en.h>
 #include <rapidjson/stringbuffer.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <set>
+#include <utility>
+
+#include "encoding/base64.h"
 
 namespace collector {
 namespace {
@@ -14,6 +16,9 @@ namespace {
 using rapidjson::Value;
 
 constexpr std::size_t kMaximumRecords = 200;
+
+// Deeper than any record of the library; bounds recursion.
+constexpr int kMaximumDepth = 200;
 
 // Thrown to end a check; caught in `readRequest`.
 struct Refusal {
@@ -24,62 +29,43 @@ void require(bool condition, const std::string& otherwise) {
   if (!condition) throw Refusal{otherwise};
 }
 
-// Accepts strict Base64 only. The decoder accepts more, so the result has to encode to the same
-// text.
-std::string decodedBase64(std::string_view text) {
-  std::string bytes(text.size() / 4 * 3 + 3, '\0');
-  const int length =
-      EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
-                      reinterpret_cast<const unsigned char*>(text.data()), int(text.size()));
-  const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with("=") ? 1 : 0;
-  require(length > 0 && std::size_t(length) > padding, "what follows \"data=\" is not Base64");
-  bytes.resize(std::size_t(length) - padding);
-
-  std::string again((bytes.size() + 2) / 3 * 4, '\0');
-  EVP_EncodeBlock(reinterpret_cast<unsigned char*>(again.data()),
-                  reinterpret_cast<const unsigned char*>(bytes.data()), int(bytes.size()));
-  require(again == text, "what follows \"data=\" is not strict Base64");
-  return bytes;
-}
-
-// What stands outside strings.
-std::string withoutStrings(std::string_view json) {
-  std::string rest;
+// Checks what stands outside strings, before the parser sees it.
+void checkForm(std::string_view json) {
+  int depth = 0, zeros = 0;
   bool inString = false;
   for (std::size_t i = 0; i < json.size(); ++i) {
-    if (json[i] == '"') {
-      inString = !inString;
-    } else if (!inString) {
-      rest += json[i];
-    } else if (json[i] == '\\') {
-      ++i;
-    }
+    const char c = json[i];
+    if (inString && c == '\\') ++i;
+    if (c == '"') inString = !inString;
+    if (inString) continue;
+    depth += (c == '[' || c == '{') - (c == ']' || c == '}');
+    require(depth <= kMaximumDepth, "the body is nested more than 200 deep");
+    // RapidJSON 1.1 crashes at a zero with some 350 decimals.
+    zeros = c == '0' ? zeros + 1 : 0;
+    require(zeros < 100, "a number has 100 zeros in a row");
+    require(c != ' ' && c != '\t' && c != '\r' && c != '\n', "the body's JSON is not compact");
   }
-  return rest;
 }
 
 void parse(WireMessage& message) {
-  constexpr unsigned kStrict = rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag |
-                               rapidjson::kParseValidateEncodingFlag;
+  constexpr unsigned kStrict =
+      rapidjson::kParseFullPrecisionFlag | rapidjson::kParseValidateEncodingFlag;
   const std::string& json = message.json;
-  const std::string rest = withoutStrings(json);
-  // RapidJSON 1.1 crashes at a zero with some 350 decimals.
-  require(rest.find(std::string(100, '0')) == std::string::npos, "a number has 100 zeros in a row");
+  require(json.find('\0') == std::string::npos, "the body holds a zero byte");
+  require(!json.starts_with("\xEF\xBB\xBF"), "the body starts with a byte order mark");
+  checkForm(json);
   message.body.Parse<kStrict>(json.data(), json.size());
   require(!message.body.HasParseError(),
           "the body is not JSON: " +
               std::string(rapidjson::GetParseError_En(message.body.GetParseError())) + " (byte " +
               std::to_string(message.body.GetErrorOffset()) + ")");
-  require(json.find('\0') == std::string::npos, "the body holds a zero byte");
-  require(!json.starts_with("\xEF\xBB\xBF"), "the body starts with a byte order mark");
-  require(rest.find_first_of(" \t\r\n") == std::string::npos, "the body's JSON is not compact");
 }
 
 void requireDistinctKeys(const Value& object, const std::string& where) {
   std::set<std::string_view> keys;
   for (const auto& member : object.GetObject())
     require(keys.emplace(member.name.GetString(), member.name.GetStringLength()).second,
-            where + ": a key stands there twice");
+            where + ": duplicate key");
 }
 
 // Checks a message's two members, "event" and "properties", and returns the latter.
@@ -207,7 +193,10 @@ std::optional<std::string> readRequest(const WireRequest& request, WireMessage& 
 
   constexpr std::string_view kPrefix = "data=";
   require(request.body.starts_with(kPrefix), "the body does not start with \"data=\"");
-  message.json = decodedBase64(std::string_view(request.body).substr(kPrefix.size()));
+  auto json =
+      veltrano::internal::decodedBase64(std::string_view(request.body).substr(kPrefix.size()));
+  require(json && !json->empty(), "what follows \"data=\" is not strict Base64");
+  message.json = *std::move(json);
   parse(message);
   if (isTrack)
     checkBatch(message.body);

@@ -4,6 +4,9 @@
 run = directory . "/intervals.csv"
 set datafile separator comma
 stats run using "in_outage" name "outage" nooutput
+stats run using "delivered" name "delivered" nooutput
+stats run using (column("recorded") - column("delivered_in_all") - column("waiting") - column("in_flight")) \
+      name "dropped" nooutput
 set terminal svg size 860,380 font "Helvetica,12" background "white"
 set key above left Left reverse samplen 2
 set title font ",15"
@@ -30,7 +33,7 @@ rate(name) = column(name) / column("length_s")
 
 set macros
 set output directory . "/requests.svg"
-set title "Requests a second at the collection host"
+set title "Requests a second at the collection server"
 plot @shade, run using (middle(0)):"most_requests_in_a_second" linestyle 4 title "busiest second", \
      "" using (middle(0)):(rate("track_requests")) linestyle 1 title "/track", \
      "" using (middle(0)):(rate("heartbeat_requests")) linestyle 2 title "/heartbeat"
@@ -42,17 +45,20 @@ plot @shade, run using (middle(0)):"waiting" linestyle 1 title "waiting", \
 
 set output directory . "/dropped.svg"
 set title "Events dropped until then"
+if (dropped_max == 0) set yrange [0:1]  # an empty range is complained of
 plot @shade, run using (middle(0)):"dropped_by_trimming" linestyle 1 title "too many waited", \
      "" using (middle(0)):"dropped_as_refused" linestyle 2 title "status 400", \
      "" using (middle(0)):(column("dropped_as_not_encodable") + column("dropped_for_memory")) \
      linestyle 3 title "otherwise"
 
 set output directory . "/bytes.svg"
+set yrange [0:*]
 set format y "%.1s %cB"
 set title "Bytes a second, of the requests' bodies"
 plot @shade, run using (middle(0)):(rate("track_bytes")) linestyle 1 title "/track", \
      "" using (middle(0)):(rate("heartbeat_bytes")) linestyle 2 title "/heartbeat"
 
+if (delivered_max == 0) exit
 set output directory . "/delay.svg"
 set title "Delay from event to delivery, by the time of delivery"
 set logscale y

@@ -1,4 +1,4 @@
-// Many applications against one collection host, in virtual time.
+// Many applications against one collection server, in virtual time.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +11,10 @@ namespace fleet {
 struct Outcome {
   Measurements measurements;
   std::uint64_t tracked = 0;            // by the applications themselves
-  std::uint64_t arrived = 0;            // events that the host read
+  std::uint64_t arrived = 0;            // events that the server read
   std::uint64_t heartbeatFailures = 0;  // how many of these report a failed heartbeat
 
-  /// At the end of each interval, the statistics of each application added up, and the host had
+  /// At the end of each interval, the statistics of each application added up, and the server had
   /// read as many events as the libraries had delivered.
   bool isBalanced = true;
 };

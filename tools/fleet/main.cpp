@@ -1,4 +1,4 @@
-// veltrano-fleet: simulates the load of many applications on a collection host, in virtual time.
+// veltrano-fleet: simulates the load of many applications on a collection server, in virtual time.
 #include <sys/resource.h>
 
 #include <CLI/CLI.hpp>
@@ -46,7 +46,7 @@ void reportCost(const fleet::Scenario& scenario, double wallSeconds) {
 
 int main(int argc, char** argv) {
   CLI::App app(
-      "Simulates many applications against one collection host. Durations are written as in 90s, "
+      "Simulates many applications against one collection server. Durations are written as in 90s, "
       "20m or 1h30m. A failure is a status, or silence, refused or unreachable.");
   fleet::Scenario scenario;
   fleet::Usage& usage = scenario.usage;
@@ -102,7 +102,7 @@ int main(int argc, char** argv) {
   duration("--busiest-time", usage.busiestTime, "Time of day when most sessions start")
       ->default_str("20h");
 
-  app.add_option("--capacity", host.capacity, "Requests per second that the host can serve")
+  app.add_option("--capacity", host.capacity, "Requests per second that the server can handle")
       ->check(CLI::PositiveNumber);
   duration("--latency", host.latency, "Latency of answers")->default_str("80ms");
   duration("--longest-wait", host.longestWait, "Requests that would wait longer than this fail")
@@ -119,9 +119,9 @@ int main(int argc, char** argv) {
       ->default_str("503");
   duration("--retry-after", host.retryAfter, "Retry-After header to send with failure statuses");
   duration("--back-off", host.backOff,
-           "Heartbeat interval that the host asks for; by default, it does not");
+           "Heartbeat interval that the server asks for; by default, it does not");
   app.add_option("--back-off-above", host.backOffAbove,
-                 "Load, as a share of the capacity, from which the host asks for --back-off; "
+                 "Load, as a share of the capacity, from which the server asks for --back-off; "
                  "below that it asks for 20 s")
       ->check(CLI::NonNegativeNumber);
   if (const auto status = tools::parse(app, "veltrano-fleet", argc, argv)) return *status;

@@ -68,7 +68,7 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
                 "the background\n",
                 usage.sessionsPerDay, text(usage.sessionLength).c_str(), usage.eventsPerMinute,
                 100 * usage.backgroundShare)
-         << format("host      %g requests/s, answers after %s; overloaded: %s\n", host.capacity,
+         << format("server    %g requests/s, answers after %s; overloaded: %s\n", host.capacity,
                    text(host.latency).c_str(), text(host.overload).c_str());
   for (const Outage& outage : host.outages)
     output << format("outage    %s to %s: %s\n", text(outage.from).c_str(), text(outage.to).c_str(),
@@ -113,7 +113,7 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
   count("  dropped, too many waited", end.droppedByTrimming);
   count("  dropped, status 400", end.droppedAsRefused);
   count("  dropped otherwise", end.droppedAsNotEncodable + end.droppedForMemory);
-  count("read by the host", outcome.arrived);
+  count("read by the server", outcome.arrived);
   count("  of applications", outcome.arrived - outcome.heartbeatFailures);
   output << format(
                 "\ndelay to delivery         median %.1f s, 90 %% %.1f s, 99 %% %.1f s, longest "
@@ -126,7 +126,8 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
 void writeCSV(std::ostream& output, const Scenario& scenario, const Outcome& outcome) {
   const Duration length = outcome.measurements.resolution();
   output << "start_s,length_s,in_outage,track_requests,track_accepted,track_bytes,"
-            "heartbeat_requests,heartbeat_accepted,heartbeat_bytes,most_requests_in_a_second,delivered,"
+            "heartbeat_requests,heartbeat_accepted,heartbeat_bytes,most_requests_in_a_second,"
+            "delivered,"
             "delay_median_s,delay_90_s,delay_99_s,delay_longest_s,in_foreground,recorded,waiting,"
             "in_flight,delivered_in_all,dropped_by_trimming,dropped_as_refused,"
             "dropped_as_not_encodable,dropped_for_memory,heartbeats_sent,heartbeats_failed\n";

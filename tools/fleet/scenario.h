@@ -31,7 +31,7 @@ struct Usage {
   double backgroundEventsPerMinute() const;
 };
 
-/// How the collection host answers what it does not accept.
+/// How the collection server answers what it does not accept.
 struct Failure {
   enum class Kind {
     status,

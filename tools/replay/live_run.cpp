@@ -4,14 +4,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
+#include <optional>
 #include <thread>
 #include <utility>
 
 #include "platform/posix/posix_services.h"
 #include "platform/posix/threads/due_time.h"
+#include "tools/temporary_directory.h"
 #include "tracker/library.h"
 
 namespace replay {
@@ -81,10 +80,11 @@ veltrano::PosixOptions posixOptions(const Configuration& configuration, const Li
   return posix;
 }
 
-class LiveStage final : public Stage {
+class LiveEnvironment final : public Environment {
  public:
-  LiveStage(const Configuration& configuration, const LiveOptions& options, Bodies bodies)
-      : trace_([this] { return now(); }, writeLine, bodies),
+  LiveEnvironment(const Configuration& configuration, const LiveOptions& options,
+                  const Trace::Write& write, Bodies bodies)
+      : trace_([this] { return now(); }, write, bodies),
         posix_(posixOptions(configuration, options, trace_)) {}
 
   veltrano::internal::Platform services() {
@@ -126,11 +126,6 @@ class LiveStage final : public Stage {
   }
 
  private:
-  static void writeLine(std::string_view line) {
-    std::fwrite(line.data(), 1, line.size(), stdout);
-    std::fflush(stdout);
-  }
-
   veltrano::internal::Duration now() const {
     return std::chrono::duration_cast<veltrano::internal::Duration>(SteadyClock::now() - start_);
   }
@@ -143,36 +138,27 @@ class LiveStage final : public Stage {
   TracingURLSession session_{trace_, posix_.urlSession};
 };
 
-// A temporary directory; empty on failure.
-std::filesystem::path makeTemporaryDirectory() {
-  std::string name = std::filesystem::temp_directory_path() / "veltrano-replay-XXXXXX";
-  return mkdtemp(name.data()) != nullptr ? std::filesystem::path(name) : std::filesystem::path();
-}
-
 }  // namespace
 
-void runLive(const Scenario& scenario, const LiveOptions& options, Bodies bodies) {
+void runLive(const Scenario& scenario, const LiveOptions& options, const Trace::Write& write,
+             Bodies bodies) {
   LiveOptions complete = options;
-  std::filesystem::path temporary;
-  if (complete.userDefaultsFile.empty()) {
-    temporary = makeTemporaryDirectory();
-    if (!temporary.empty()) complete.userDefaultsFile = temporary / "settings";
-  }
+  std::optional<tools::TemporaryDirectory> temporary;
+  if (complete.userDefaultsFile.empty())
+    complete.userDefaultsFile = temporary.emplace("veltrano-replay").path() / "settings";
 
   // Never destroyed: the library's threads use it until the process ends.
-  auto& stage = *new LiveStage(scenario.configuration, complete, bodies);
-  bool goesOn = veltrano::internal::Library::install(stage.services());
+  auto& environment = *new LiveEnvironment(scenario.configuration, complete, write, bodies);
+  bool shouldContinue = veltrano::internal::Library::install(environment.services());
   auto& loop = veltrano::RunLoop::current();
   for (const Step& step : scenario.steps) {
-    if (!goesOn) break;
-    loop.runUntil(veltrano::internal::dueTime(stage.start(), step.at));
-    goesOn = step.action(stage);
+    if (!shouldContinue) break;
+    loop.runUntil(veltrano::internal::dueTime(environment.start(), step.at));
+    for (const Action& action : step.actions) action(environment);
+    shouldContinue = !step.isEnd;
   }
-  if (!temporary.empty()) {
-    std::error_code ignored;
-    std::filesystem::remove_all(temporary, ignored);
-  }
-  stage.trace().close();
+  temporary.reset();
+  environment.trace().close();
   _exit(0);
 }
 

@@ -14,7 +14,8 @@ struct LiveOptions {
 };
 
 /// Plays `scenario` on the POSIX platform, in real time, with the calling thread as the main
-/// thread. Writes its trace to the standard output. Ends the process when the scenario ends.
-[[noreturn]] void runLive(const Scenario& scenario, const LiveOptions& options, Bodies bodies);
+/// thread. Passes the lines of the trace to `write`. Ends the process when the scenario ends.
+[[noreturn]] void runLive(const Scenario& scenario, const LiveOptions& options,
+                          const Trace::Write& write, Bodies bodies);
 
 }  // namespace replay

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "tools/replay/step_fields.h"
+#include "tools/replay/fields.h"
 #include "veltrano/veltrano.h"
 
 namespace replay {
@@ -14,295 +14,246 @@ namespace {
 
 using veltrano::internal::SimulatedAnswer;
 
-// Makes an action that never ends the run.
-template <class Work>
-Action always(Work work) {
-  return [work = std::move(work)](Stage& stage) {
-    work(stage);
-    return true;
-  };
-}
-
-Action readDevice(const StepFields& fields) {
+Action readDevice(const Fields& fields) {
   DeviceChange change;
-  if (fields.has("wifi")) change.isOnWiFi = fields.boolean("wifi");
-  if (fields.has("carrier")) change.carrier = fields.stringOrNull("carrier");
+  if (fields.has("wifi")) change.isOnWiFi = fields.get<bool>("wifi");
+  if (fields.has("carrier")) change.carrier = fields.get<std::optional<std::string>>("carrier");
   if (fields.has("attStatus"))
     change.trackingStatus = static_cast<std::uint64_t>(
         fields.integer("attStatus", 0, std::numeric_limits<std::int64_t>::max()));
   if (fields.has("advertisingIdentifier"))
-    change.advertisingIdentifier = fields.string("advertisingIdentifier");
-  return always([change](Stage& stage) { stage.change(change); });
+    change.advertisingIdentifier = fields.get<std::string>("advertisingIdentifier");
+  return [change](Environment& environment) { environment.change(change); };
 }
 
-Action readApplicationState(const StepFields& fields) {
+Action readApplicationState(const Fields& fields) {
   using veltrano::internal::ApplicationState;
   static const std::map<std::string, ApplicationState> states = {
       {"active", ApplicationState::active},
       {"inactive", ApplicationState::inactive},
       {"background", ApplicationState::background},
   };
-  const auto state = states.find(fields.string("state"));
+  const auto state = states.find(fields.get<std::string>("state"));
   if (state == states.end()) throw ScenarioError("unknown \"state\"");
-  return always([state = state->second](Stage& stage) { stage.setApplicationState(state); });
+  return
+      [state = state->second](Environment& environment) { environment.setApplicationState(state); };
 }
 
-template <void (Stage::*set)(int)>
-Action readOrientation(const StepFields& fields) {
-  const auto value = static_cast<int>(
-      fields.integer("value", std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
-  return always([value](Stage& stage) { (stage.*set)(value); });
-}
-
-Action readNotify(const StepFields& fields) {
-  return always([name = fields.string("name")](Stage& stage) { stage.postNotification(name); });
-}
-
-Action readNetwork(const StepFields& fields) {
-  const std::string path = fields.string("path");
+Action readNetwork(const Fields& fields) {
+  const auto path = fields.get<std::string>("path");
   if (path != "/track" && path != "/heartbeat") throw ScenarioError("unknown \"path\"");
   if (fields.has("status") + fields.has("error") + fields.has("nonHTTP") != 1)
     throw ScenarioError("network needs one of \"status\", \"error\" and \"nonHTTP\"");
   SimulatedAnswer answer;
   if (fields.has("status")) {
     answer.status = static_cast<int>(fields.integer("status", 0, 999));
-    if (fields.has("body")) answer.body = fields.string("body");
+    fields.getIfThere("body", answer.body);
   } else {
     const bool isError = fields.has("error");
-    if (!fields.boolean(isError ? "error" : "nonHTTP"))
+    if (!fields.get<bool>(isError ? "error" : "nonHTTP"))
       throw ScenarioError("\"error\" and \"nonHTTP\" can only be true");
     if (fields.has("body")) throw ScenarioError("a \"body\" comes with a \"status\" only");
     answer.kind = isError ? SimulatedAnswer::Kind::transportError : SimulatedAnswer::Kind::notHTTP;
   }
-  if (fields.has("latency")) answer.latency = fields.duration("latency");
+  fields.getIfThere("latency", answer.latency);
   if (answer.latency < answer.latency.zero()) throw ScenarioError("\"latency\" is negative");
-  return always([path, answer](Stage& stage) { stage.setAnswer(path, answer); });
+  return [path, answer](Environment& environment) { environment.setAnswer(path, answer); };
 }
 
-Action readClockJump(const StepFields& fields) {
-  return always(
-      [distance = fields.duration("seconds")](Stage& stage) { stage.jumpClock(distance); });
-}
-
-Action readEnableLog(const StepFields& fields) {
-  return always([on = fields.boolean("on")](Stage&) { Veltrano::isLoggerEnabled = on; });
-}
-
-Action readShared(const StepFields&) {
-  return always([](Stage&) { Veltrano::shared(); });
-}
-
-Action readSetUserId(const StepFields& fields) {
-  const bool hasRunLoop = !fields.has("runLoop") || fields.boolean("runLoop");
-  return always([id = fields.string("id"), hasRunLoop](Stage& stage) {
+Action readSetUserId(const Fields& fields) {
+  bool hasRunLoop = true;
+  fields.getIfThere("runLoop", hasRunLoop);
+  return [id = fields.get<std::string>("id"), hasRunLoop](Environment& environment) {
     const auto set = [&id] { Veltrano::shared().setUserId(id); };
-    if (hasRunLoop) {
+    if (hasRunLoop)
       set();
-    } else {
-      stage.runWithoutRunLoop(set);
-    }
-  });
+    else
+      environment.runWithoutRunLoop(set);
+  };
 }
 
-Action readSetAppId(const StepFields& fields) {
-  return always([id = fields.string("id")](Stage&) { Veltrano::shared().setAppId(id); });
-}
-
-Action readSetLibVersion(const StepFields& fields) {
-  return always(
-      [version = fields.string("version")](Stage&) { Veltrano::shared().setLibVersion(version); });
-}
-
-Action readSetPublisherUid(const StepFields& fields) {
-  return always([uid = fields.stringOrNull("uid")](Stage&) {
-    Veltrano::shared().setPublisherUid(uid ? std::optional<std::string_view>(*uid) : std::nullopt);
-  });
-}
-
-Action readSetIdfa(const StepFields&) {
-  return always([](Stage&) { Veltrano::shared().setIdfa(); });
-}
-
-Action readTrack(const StepFields& fields) {
-  const auto properties = fields.has("properties") ? fields.mapOrNull("properties") : std::nullopt;
-  const auto label =
-      fields.has("completion") ? std::optional(fields.string("completion")) : std::nullopt;
-  return always([name = fields.string("name"), properties, label](Stage& stage) {
+Action readTrack(const Fields& fields) {
+  std::optional<veltrano::HostMap> properties;
+  fields.getIfThere("properties", properties);
+  std::optional<std::string> label;
+  if (fields.has("completion")) label = fields.get<std::string>("completion");
+  return [name = fields.get<std::string>("name"), properties, label](Environment& environment) {
     Veltrano::FlushCompletion completion;
     if (label)
-      completion = [&trace = stage.trace(), label = *label](bool result) {
+      completion = [&trace = environment.trace(), label = *label](bool result) {
         trace.completed(label, result);
       };
     Veltrano::shared().track(name, properties.value_or(veltrano::HostMap()), completion);
-  });
+  };
 }
 
-Action readSetSuperProperties(const StepFields& fields) {
-  return always([properties = fields.map("properties")](Stage&) {
-    Veltrano::shared().setSuperProperties(properties);
-  });
-}
-
-Action readRemoveSuperProperty(const StepFields& fields) {
-  return always(
-      [key = fields.string("key")](Stage&) { Veltrano::shared().removeSuperProperty(key); });
-}
-
-Action readSetRefreshTriggers(const StepFields& fields) {
-  return always([triggers = fields.stringsOrNull("triggers"),
-                 label = fields.stringOrNull("handler")](Stage& stage) {
+Action readSetRefreshTriggers(const Fields& fields) {
+  return [triggers = fields.get<std::optional<std::vector<std::string>>>("triggers"),
+          label = fields.get<std::optional<std::string>>("handler")](Environment& environment) {
     std::function<void()> handler;
-    if (label) handler = [&trace = stage.trace(), label = *label] { trace.handled(label); };
+    if (label) handler = [&trace = environment.trace(), label = *label] { trace.handled(label); };
     Veltrano::shared().setRefreshTriggersWithHandler(triggers, handler);
-  });
+  };
 }
 
-Action readGetScreenOrientation(const StepFields&) {
-  return always(
-      [](Stage& stage) { stage.trace().answered(Veltrano::shared().getScreenOrientation()); });
-}
-
-Action readGetDeviceOrientation(const StepFields&) {
-  return always(
-      [](Stage& stage) { stage.trace().answered(Veltrano::shared().getDeviceOrientation()); });
-}
-
-Action readIsValidNestedType(const StepFields& fields) {
-  const veltrano::HostValue value = fields.value("value");
+Action readIsValidNestedType(const Fields& fields) {
+  const auto value = fields.get<veltrano::HostValue>("value");
   if (value.member() == nullptr) throw ScenarioError("\"value\" is not one of the twelve types");
-  return always(
-      [value](Stage& stage) { stage.trace().answered(value.member()->isValidNestedType()); });
+  return [value](Environment& environment) {
+    environment.trace().answered(value.member()->isValidNestedType());
+  };
 }
 
-Action readEnd(const StepFields&) {
-  return [](Stage&) { return false; };
+using Reader = std::function<Action(const Fields&)>;
+
+// Calls a function of the environment with the field `key`.
+template <class Argument, class Parameter>
+Reader environmentCall(void (Environment::*function)(Parameter), const char* key) {
+  return [=](const Fields& fields) {
+    return [function, argument = fields.get<Argument>(key)](Environment& environment) {
+      (environment.*function)(argument);
+    };
+  };
 }
 
-Action readAction(const StepFields& fields, World world) {
-  static const std::map<std::string, Action (*)(const StepFields&)> readers = {
+// Calls a function of the tracker with the field `key`.
+template <class Argument, class Parameter>
+Reader trackerCall(void (Veltrano::*function)(Parameter), const char* key) {
+  return [=](const Fields& fields) {
+    return [function, argument = fields.get<Argument>(key)](Environment&) {
+      (Veltrano::shared().*function)(argument);
+    };
+  };
+}
+
+// Does the same each time.
+Reader always(const Action& action) {
+  return [action](const Fields&) { return action; };
+}
+
+Action readAction(const Fields& step, Mode mode) {
+  using std::string;
+  static const std::map<string, Reader> readers = {
       {"device", readDevice},
       {"applicationState", readApplicationState},
-      {"interfaceOrientation", readOrientation<&Stage::setInterfaceOrientation>},
-      {"deviceOrientation", readOrientation<&Stage::setDeviceOrientation>},
-      {"notify", readNotify},
+      {"interfaceOrientation",
+       environmentCall<int>(&Environment::setInterfaceOrientation, "value")},
+      {"deviceOrientation", environmentCall<int>(&Environment::setDeviceOrientation, "value")},
+      {"notify", environmentCall<string>(&Environment::postNotification, "name")},
       {"network", readNetwork},
-      {"clockJump", readClockJump},
-      {"enableLog", readEnableLog},
-      {"shared", readShared},
+      {"clockJump",
+       environmentCall<veltrano::internal::Duration>(&Environment::jumpClock, "seconds")},
+      {"enableLog",
+       [](const Fields& fields) -> Action {
+         return [on = fields.get<bool>("on")](Environment&) { Veltrano::isLoggerEnabled = on; };
+       }},
+      {"shared", always([](Environment&) { Veltrano::shared(); })},
       {"setUserId", readSetUserId},
-      {"setAppId", readSetAppId},
-      {"setLibVersion", readSetLibVersion},
-      {"setPublisherUid", readSetPublisherUid},
-      {"setIdfa", readSetIdfa},
+      {"setAppId", trackerCall<string>(&Veltrano::setAppId, "id")},
+      {"setLibVersion", trackerCall<string>(&Veltrano::setLibVersion, "version")},
+      {"setPublisherUid", trackerCall<std::optional<string>, std::optional<std::string_view>>(
+                              &Veltrano::setPublisherUid, "uid")},
+      {"setIdfa", always([](Environment&) { Veltrano::shared().setIdfa(); })},
       {"track", readTrack},
-      {"setSuperProperties", readSetSuperProperties},
-      {"removeSuperProperty", readRemoveSuperProperty},
+      {"setSuperProperties",
+       trackerCall<veltrano::HostMap>(&Veltrano::setSuperProperties, "properties")},
+      {"removeSuperProperty", trackerCall<string>(&Veltrano::removeSuperProperty, "key")},
       {"setRefreshTriggers", readSetRefreshTriggers},
-      {"getScreenOrientation", readGetScreenOrientation},
-      {"getDeviceOrientation", readGetDeviceOrientation},
+      {"getScreenOrientation", always([](Environment& environment) {
+         environment.trace().answered(Veltrano::shared().getScreenOrientation());
+       })},
+      {"getDeviceOrientation", always([](Environment& environment) {
+         environment.trace().answered(Veltrano::shared().getDeviceOrientation());
+       })},
       {"isValidNestedType", readIsValidNestedType},
-      {"end", readEnd},
+      {"end", always([](Environment&) {})},
   };
-  const std::string op = fields.string("op");
+  const auto op = step.get<string>("op");
   if (op == "configure") throw ScenarioError("configure can only be the first step");
-  if (world == World::live && (op == "network" || op == "clockJump"))
+  if (mode == Mode::live && (op == "network" || op == "clockJump"))
     throw ScenarioError(op + " is not possible live");
   const auto reader = readers.find(op);
   if (reader == readers.end()) throw ScenarioError("unknown op: " + op);
-  return reader->second(fields);
+  return reader->second(step);
 }
 
-void readLibraryBundle(const StepFields& fields, Configuration& configuration) {
-  if (fields.has("resources")) configuration.libraryHasResources = fields.boolean("resources");
-  if (fields.has("resourceBundle"))
-    configuration.resourceBundle = fields.mapOrNull("resourceBundle");
-  if (fields.has("info")) configuration.libraryInfo = fields.mapOrNull("info");
-}
-
-Configuration readConfiguration(const StepFields& fields, World world) {
-  if (world == World::live)
+Configuration readConfiguration(const Fields& fields, Mode mode) {
+  if (mode == Mode::live)
     for (const char* key : {"startTime", "machine", "libraryBundle", "defaults"})
       if (fields.has(key)) throw ScenarioError('"' + std::string(key) + "\" is not possible live");
   Configuration configuration;
-  if (fields.has("startTime")) configuration.startTime = fields.duration("startTime");
+  fields.getIfThere("startTime", configuration.startTime);
   if (fields.has("screen")) {
-    const auto sides = fields.numbers("screen", 2);
+    const auto sides = fields.get<std::vector<double>>("screen");
+    if (sides.size() != 2) throw ScenarioError("\"screen\" is not a width and a height");
     configuration.screen = {sides[0], sides[1]};
   }
-  if (fields.has("systemName")) configuration.systemName = fields.string("systemName");
-  if (fields.has("systemVersion")) configuration.systemVersion = fields.string("systemVersion");
-  if (fields.has("machine")) configuration.machine = fields.string("machine");
-  if (fields.has("info")) configuration.info = fields.mapOrNull("info");
-  if (fields.has("libraryBundle")) readLibraryBundle(fields.object("libraryBundle"), configuration);
-  if (fields.has("defaults")) {
-    const StepFields defaults = fields.object("defaults");
-    for (const std::string& key : defaults.keys())
-      configuration.defaults[key] = defaults.number(key);
-  }
+  fields.getIfThere("systemName", configuration.systemName);
+  fields.getIfThere("systemVersion", configuration.systemVersion);
+  fields.getIfThere("machine", configuration.machine);
+  fields.getIfThere("info", configuration.info);
+  fields.getIfThere("defaults", configuration.defaults);
+  if (!fields.has("libraryBundle")) return configuration;
+  const Fields bundle = fields.object("libraryBundle");
+  bundle.getIfThere("resources", configuration.libraryHasResources);
+  bundle.getIfThere("resourceBundle", configuration.resourceBundle);
+  bundle.getIfThere("info", configuration.libraryInfo);
   return configuration;
 }
 
-// The steps of a batch in order, with nested batches expanded; any other step by itself. Does not
-// recurse.
-std::vector<StepFields> flattened(const StepFields& step) {
-  std::vector<StepFields> steps;
-  std::vector<StepFields> waiting{step};  // the next one last
+// Adds the actions of a step, which is perhaps a batch. Does not recurse.
+void readActions(const Fields& fields, Mode mode, Step& step) {
+  std::vector<Fields> waiting{fields};  // the next one last
   while (!waiting.empty()) {
-    const StepFields next = waiting.back();
+    const Fields next = waiting.back();
     waiting.pop_back();
-    if (next.string("op") != "batch") {
-      steps.push_back(next);
+    if (next.get<std::string>("op") == "batch") {
+      const auto inner = next.objects("steps");
+      for (const Fields& it : inner)
+        if (it.has("at")) throw ScenarioError("a step in a batch has no \"at\"");
+      waiting.insert(waiting.end(), inner.rbegin(), inner.rend());
       continue;
     }
-    const auto inner = next.objects("steps");
-    for (const StepFields& it : inner)
-      if (it.has("at")) throw ScenarioError("a step in a batch has no \"at\"");
-    waiting.insert(waiting.end(), inner.rbegin(), inner.rend());
+    Action action = readAction(next, mode);
+    if (!step.isEnd) step.actions.push_back(std::move(action));
+    step.isEnd = step.isEnd || next.get<std::string>("op") == "end";
   }
-  return steps;
 }
 
 // Parses one line and adds its step to the scenario.
-void readStep(const std::string& line, World world, bool isFirst, Scenario& scenario) {
-  const JsonText json(line);
-  const StepFields fields(json, json.root());
+void readStep(const std::string& line, Mode mode, Scenario& scenario) {
+  const JSONText json(line);
+  const Fields fields(json.root());
   Step step;
-  if (fields.has("at")) step.at = fields.duration("at");
-  if (step.at < veltrano::internal::Duration::zero()) throw ScenarioError("\"at\" is negative");
+  fields.getIfThere("at", step.at);
+  if (step.at < step.at.zero()) throw ScenarioError("\"at\" is negative");
   if (!scenario.steps.empty() && step.at < scenario.steps.back().at)
     throw ScenarioError("\"at\" is decreasing");
-  if (isFirst && fields.string("op") == "configure") {
-    scenario.configuration = readConfiguration(fields, world);
-    step.action = always([](Stage&) {});
-  } else {
-    std::vector<Action> actions;
-    for (const StepFields& it : flattened(fields)) {
-      actions.push_back(readAction(it, world));
-      scenario.hasEnd = scenario.hasEnd || it.string("op") == "end";
-    }
-    step.action = [actions = std::move(actions)](Stage& stage) {
-      return std::all_of(actions.begin(), actions.end(),
-                         [&](const Action& action) { return action(stage); });
-    };
-  }
+  if (scenario.steps.empty() && fields.get<std::string>("op") == "configure")
+    scenario.configuration = readConfiguration(fields, mode);
+  else
+    readActions(fields, mode, step);
   scenario.steps.push_back(std::move(step));
 }
 
 }  // namespace
 
-Scenario readScenario(std::istream& lines, World world) {
+Scenario readScenario(std::istream& lines, Mode mode) {
   Scenario scenario;
   std::string line;
   int number = 1;
   for (; std::getline(lines, line); ++number) {
     if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
     try {
-      readStep(line, world, scenario.steps.empty(), scenario);
+      readStep(line, mode, scenario);
     } catch (const ScenarioError& error) {
       throw ScenarioError("line " + std::to_string(number) + ": " + error.what());
     }
   }
-  if (world == World::live && !scenario.hasEnd)
+  if (lines.bad()) throw ScenarioError("the scenario cannot be read");
+  const bool hasEnd = std::any_of(scenario.steps.begin(), scenario.steps.end(),
+                                  [](const Step& step) { return step.isEnd; });
+  if (mode == Mode::live && !hasEnd)
     throw ScenarioError("line " + std::to_string(number - 1) +
                         ": a live scenario needs an end, and the last line is reached");
   return scenario;

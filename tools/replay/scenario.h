@@ -4,29 +4,28 @@
 #include <istream>
 #include <vector>
 
-#include "tools/replay/json_text.h"
-#include "tools/replay/stage.h"
+#include "tools/replay/environment.h"
+#include "tools/replay/json.h"
 
 namespace replay {
 
-/// Something that happens. Returns false to end the run.
-using Action = std::function<bool(Stage&)>;
+using Action = std::function<void(Environment&)>;
 
 struct Step {
   veltrano::internal::Duration at{0};
-  Action action;
+  std::vector<Action> actions;  // several for a batch
+  bool isEnd = false;           // whether the run ends after these
 };
 
 struct Scenario {
   Configuration configuration;
   std::vector<Step> steps;  // ordered by time
-  bool hasEnd = false;      // whether one of them ends the run
 };
 
-enum class World { simulated, live };
+enum class Mode { simulated, live };
 
-/// Reads a scenario for one of the two worlds, as JSON Lines. Throws ScenarioError, with the line
+/// Reads a scenario, as JSON Lines. Throws ScenarioError, with the line
 /// number in its message, when a step is malformed.
-Scenario readScenario(std::istream& lines, World world);
+Scenario readScenario(std::istream& lines, Mode mode);
 
 }  // namespace replay

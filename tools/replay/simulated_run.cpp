@@ -7,9 +7,9 @@ namespace replay {
 
 using veltrano::internal::SimulatedPlatform;
 
-class SimulatedWorld::SimulatedStage final : public Stage {
+class SimulatedPlayer::SimulatedEnvironment final : public Environment {
  public:
-  SimulatedStage(const Trace::Write& write, Bodies bodies)
+  SimulatedEnvironment(const Trace::Write& write, Bodies bodies)
       : trace_([this] { return platform_.timeline.now(); }, write, bodies) {
     platform_.output.onLine = [this](std::string_view line) { trace_.logged(line); };
     platform_.network.onPost = [this](const auto& request) { trace_.posted(request); };
@@ -70,18 +70,19 @@ class SimulatedWorld::SimulatedStage final : public Stage {
   veltrano::internal::Library library_{platform_.services()};
 };
 
-SimulatedWorld::SimulatedWorld(const Trace::Write& write, Bodies bodies)
-    : stage_(*new SimulatedStage(write, bodies)) {
-  veltrano::internal::Library::exchangeCurrent(&stage_.library());
+SimulatedPlayer::SimulatedPlayer(const Trace::Write& write, Bodies bodies)
+    : environment_(*new SimulatedEnvironment(write, bodies)) {
+  veltrano::internal::Library::exchangeCurrent(&environment_.library());
 }
 
-bool SimulatedWorld::play(const Scenario& scenario) {
-  stage_.configure(scenario.configuration);
-  veltrano::internal::Timeline& timeline = stage_.platform().timeline;
+bool SimulatedPlayer::play(const Scenario& scenario) {
+  environment_.configure(scenario.configuration);
+  veltrano::internal::Timeline& timeline = environment_.platform().timeline;
   const auto start = timeline.begin();
   for (const Step& step : scenario.steps)
     timeline.addStep(start + step.at, [&] {
-      if (!step.action(stage_)) timeline.stop();
+      for (const Action& action : step.actions) action(environment_);
+      if (step.isEnd) timeline.stop();
     });
   const auto last =
       scenario.steps.empty() ? veltrano::internal::Duration::zero() : scenario.steps.back().at;

@@ -8,19 +8,19 @@ namespace replay {
 
 /// Plays scenarios in virtual time, with a library on the simulated platform. Installs it as the
 /// process's library for good.
-class SimulatedWorld {
+class SimulatedPlayer {
  public:
   /// Passes the lines of the trace to `write`.
-  SimulatedWorld(const Trace::Write& write, Bodies bodies);
+  SimulatedPlayer(const Trace::Write& write, Bodies bodies);
 
   /// Plays a scenario, starting now. False when it ran away: one step caused so much to happen that
   /// it would never end.
   bool play(const Scenario& scenario);
 
  private:
-  class SimulatedStage;
+  class SimulatedEnvironment;
 
-  SimulatedStage& stage_;
+  SimulatedEnvironment& environment_;
 };
 
 }  // namespace replay

@@ -1,30 +1,23 @@
 #include "tools/replay/trace.h"
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <cinttypes>
 #include <map>
 #include <utility>
+#include <vector>
 
 #include "encoding/base64.h"
+#include "tools/json_text.h"
 
 namespace replay {
 namespace {
 
-using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+using tools::json;
+using tools::jsonObject;
 
-void writeText(Writer& writer, std::string_view text) {
-  writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
-}
-
-void writeMap(Writer& writer, const std::map<std::string, std::string>& map) {
-  writer.StartObject();
-  for (const auto& [key, value] : map) {
-    writeText(writer, key);
-    writeText(writer, value);
-  }
-  writer.EndObject();
+std::string textsJSON(const std::map<std::string, std::string>& map) {
+  std::vector<std::pair<std::string_view, std::string>> members;
+  for (const auto& [key, value] : map) members.emplace_back(key, json(value));
+  return jsonObject(members);
 }
 
 // The JSON in a body, without "data=" and Base64.
@@ -49,91 +42,44 @@ std::string secondsText(veltrano::internal::Duration time) {
 Trace::Trace(std::function<veltrano::internal::Duration()> now, Write write, Bodies bodies)
     : now_(std::move(now)), write_(std::move(write)), bodies_(bodies) {}
 
-template <class WriteMembers>
-void Trace::add(const WriteMembers& writeMembers) {
+void Trace::add(std::string_view key, const std::string& json, const std::string& more) {
   const std::lock_guard lock(mutex_);
-  const std::string at = secondsText(now_());
-  rapidjson::StringBuffer buffer;
-  Writer writer(buffer);
-  writer.StartObject();
-  writer.Key("at");
-  writer.RawValue(at.data(), at.size(), rapidjson::kNumberType);
-  writeMembers(writer);
-  writer.EndObject();
-  buffer.Put('\n');
-  write_({buffer.GetString(), buffer.GetSize()});
+  write_("{\"at\":" + secondsText(now_()) + ",\"" + std::string(key) + "\":" + json + more + "}\n");
 }
 
 void Trace::logged(std::string_view line) {
-  add([&](Writer& writer) {
-    writer.Key("log");
-    writeText(writer, line);
-  });
+  add("log", json(line));
 }
 
 void Trace::posted(const veltrano::internal::PostRequest& request) {
-  add([&](Writer& writer) {
-    writer.Key("post");
-    writer.StartObject();
-    writer.Key("url");
-    writeText(writer, request.baseURL);
-    writer.Key("method");
-    writer.String(request.httpMethod == veltrano::internal::HTTPMethod::post ? "POST" : "GET");
-    writer.Key("query");
-    writeMap(writer, request.qsParameters);
-    writer.Key("headers");
-    writeMap(writer, request.headerParameters);
-    writer.Key("body");
-    if (bodies_ == Bodies::decoded) {
-      const std::string json = decodedBody(request.httpBody);
-      writer.RawValue(json.data(), json.size(), rapidjson::kObjectType);
-    } else {
-      writeText(writer, request.httpBody);
-    }
-    writer.Key("authenticated");
-    writer.Bool(request.interceptor != nullptr);
-    writer.EndObject();
-  });
+  const bool isPost = request.httpMethod == veltrano::internal::HTTPMethod::post;
+  add("post", jsonObject({{"url", json(request.baseURL)},
+                          {"method", json(isPost ? "POST" : "GET")},
+                          {"query", textsJSON(request.qsParameters)},
+                          {"headers", textsJSON(request.headerParameters)},
+                          {"body", bodies_ == Bodies::decoded ? decodedBody(request.httpBody)
+                                                              : json(request.httpBody)},
+                          {"authenticated", json(request.interceptor != nullptr)}}));
 }
 
 void Trace::completed(const std::string& label, bool result) {
-  add([&](Writer& writer) {
-    writer.Key("completion");
-    writeText(writer, label);
-    writer.Key("result");
-    writer.Bool(result);
-  });
+  add("completion", json(label), ",\"result\":" + json(result));
 }
 
 void Trace::handled(const std::string& label) {
-  add([&](Writer& writer) {
-    writer.Key("handler");
-    writeText(writer, label);
-  });
+  add("handler", json(label));
 }
 
 void Trace::wroteDefaults(const std::string& key, double value) {
-  add([&](Writer& writer) {
-    writer.Key("defaults");
-    writer.StartObject();
-    writeText(writer, key);
-    writer.Double(value);
-    writer.EndObject();
-  });
+  add("defaults", jsonObject({{key, json(rapidjson::Value(value))}}));
 }
 
 void Trace::answered(std::string_view answer) {
-  add([&](Writer& writer) {
-    writer.Key("value");
-    writeText(writer, answer);
-  });
+  add("value", json(answer));
 }
 
 void Trace::answered(bool answer) {
-  add([&](Writer& writer) {
-    writer.Key("value");
-    writer.Bool(answer);
-  });
+  add("value", json(answer));
 }
 
 }  // namespace replay

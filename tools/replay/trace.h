@@ -36,8 +36,7 @@ class Trace {
   void close() { mutex_.lock(); }
 
  private:
-  template <class WriteMembers>
-  void add(const WriteMembers& writeMembers);
+  void add(std::string_view key, const std::string& json, const std::string& more = "");
 
   const std::function<veltrano::internal::Duration()> now_;
   const Write write_;

@@ -63,7 +63,7 @@ void Ledger::takeLogLine(std::string_view line) {
               status_ == 400 ? Fate::refused : Fate::delivered);
     removed_ = fates_.size();
   } else if (text.starts_with("Adding event of Heartbeat Failed ")) {
-    ++librarys_;
+    ++own_;
   }
 }
 
@@ -79,7 +79,7 @@ Ledger::Result Ledger::check(const std::vector<std::filesystem::path>& records,
   const auto violate = [&](const char* what, std::size_t count) {
     if (count > 0) result.violations[what] += count;
   };
-  result.tracked = result.failedHeartbeats = librarys_;
+  result.tracked = result.failedHeartbeats = own_;
   for (const std::size_t ofThread : tracked) result.tracked += ofThread;
   violate("tracked and not recorded", std::max(result.tracked, fates_.size()) - fates_.size());
   violate("recorded and not tracked", std::max(result.tracked, fates_.size()) - result.tracked);
@@ -95,7 +95,7 @@ Ledger::Result Ledger::check(const std::vector<std::filesystem::path>& records,
     result.trimmed += fate == Fate::trimmed;
     result.refused += fate == Fate::refused;
     violate("still waiting", fate == Fate::waiting);
-    const Event& event = arrived_[place];
+    const Arrival& event = arrived_[place];
     violate("lost", fate == Fate::delivered && event.thread == kUnknown);
     if (event.thread < 0) continue;
     const auto thread = static_cast<std::size_t>(event.thread);
@@ -132,7 +132,7 @@ void Ledger::checkRecord(const std::filesystem::path& record, Result& result) {
       for (const auto& event : request["body"].GetArray()) {
         const auto& properties = event["properties"];
         if (event["event"] == "Heartbeat Failed")
-          batch.events.push_back({kLibrarys, 0});
+          batch.events.push_back({kOwn, 0});
         else
           batch.events.push_back({properties["thread"].GetInt(), properties["number"].GetUint64()});
       }
@@ -153,7 +153,7 @@ void Ledger::checkBatch(const Batch& batch, Result& result) {
     result.violations["repeated without a reason"] += batch.events.size();
   upload->lastAnswer = batch.answer;
   for (std::size_t i = 0; i < batch.events.size(); ++i) {
-    Event& arrived = arrived_[upload->begin + i];
+    Arrival& arrived = arrived_[upload->begin + i];
     result.repeated += arrived.thread != kUnknown;
     arrived = batch.events[i];
   }
@@ -179,8 +179,8 @@ Ledger::Upload* Ledger::uploadOf(const Batch& batch) {
 bool Ledger::contains(const Upload& upload, const Batch& batch) const {
   if (upload.end - upload.begin != batch.events.size()) return false;
   for (std::size_t i = 0; i < batch.events.size(); ++i) {
-    const Event& known = arrived_[upload.begin + i];
-    const Event& event = batch.events[i];
+    const Arrival& known = arrived_[upload.begin + i];
+    const Arrival& event = batch.events[i];
     if (known.thread != kUnknown && (known.thread != event.thread || known.number != event.number))
       return false;
   }

@@ -54,15 +54,15 @@ class Ledger {
     int lastAnswer = -1;  // as the collector recorded it; -1: none
   };
 
-  struct Event {
+  struct Arrival {
     int thread = kUnknown;
     std::size_t number = 0;
   };
-  static constexpr int kUnknown = -2;   // not arrived
-  static constexpr int kLibrarys = -1;  // recorded by the library itself
+  static constexpr int kUnknown = -2;  // not arrived
+  static constexpr int kOwn = -1;      // recorded by the library itself
 
   struct Batch {
-    std::vector<Event> events;
+    std::vector<Arrival> events;
     Clock::time_point received;  // truncated to milliseconds
     int answer = 0;
   };
@@ -75,9 +75,9 @@ class Ledger {
   std::mutex mutex_;  // guards everything below
   std::vector<Fate> fates_;
   std::vector<Upload> uploads_;
-  std::vector<Event> arrived_;  // by place
-  std::size_t removed_ = 0;     // number of events that left the queue, oldest first
-  std::size_t librarys_ = 0;
+  std::vector<Arrival> arrived_;  // by place
+  std::size_t removed_ = 0;       // number of events that left the queue, oldest first
+  std::size_t own_ = 0;
   std::size_t miscounted_ = 0;
   int status_ = 0;
   bool isUploading_ = false;

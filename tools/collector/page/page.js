@@ -42,14 +42,6 @@ function clock(ms, digits = 3) {
 const plural = (count, noun) => `${count.toLocaleString()} ${noun}${count === 1 ? '' : 's'}`;
 const answerText = (answer) => (answer === 0 ? 'closed' : String(answer));
 
-function asText(value, indent) {
-  try {
-    return JSON.stringify(value, null, indent);
-  } catch {
-    return '(nested too deeply)';
-  }
-}
-
 // A list of rows of one height. Only those in view are in the document. It follows the newest row
 // while it is scrolled to the end.
 class List {
@@ -169,7 +161,7 @@ function addItem(kind, data) {
   const { time, duration, session_id: session } = body.properties; // hosts may replace the time
   const isTime = Number.isInteger(time) && Math.abs(time - item.received) < 7 * 24 * 3_600_000;
   Object.assign(item, { kind, json, name: body.event, time: isTime ? time : item.received });
-  item.text = json.includes('\\') ? asText(body) : json; // to search, without escapes
+  item.text = json.includes('\\') ? JSON.stringify(body) : json; // to search, without escapes
   if (kind === 'heartbeat') Object.assign(item, { session, start: item.time - duration });
   ++totals[kind];
   items.push(item);
@@ -247,7 +239,7 @@ function parseExactly(json) {
   try {
     return JSON.parse(json, (key, value, context) =>
       typeof value === 'number' ? JSON.rawJSON(context.source) : value);
-  } catch { // an older browser, or nested too deeply
+  } catch { // an older browser
     return JSON.parse(json);
   }
 }
@@ -269,11 +261,11 @@ function summaryOf(item) {
   if (item.kind === 'heartbeat') return `session ${item.session}`;
   const groups = propertiesOf(item);
   return [...groups[HOSTS], ...groups[EXTRA]]
-    .map(([key, value]) => `${key}=${asText(value)}`).join('  ').slice(0, 300);
+    .map(([key, value]) => `${key}=${JSON.stringify(value)}`).join('  ').slice(0, 300);
 }
 
 function valueCell(key, value) {
-  const text = asText(value, 2);
+  const text = JSON.stringify(value, null, 2);
   const isNumber = typeof value === 'number' || JSON.isRawJSON?.(value);
   const shown = element('td', {}, cell(isNumber ? 'number' : typeof value, text));
   const date = new Date(Number(text));
@@ -319,7 +311,7 @@ function showRefused(request) {
   const { received, method, path, answer, reason, headers, body } = request;
   const facts = { Received: clock(received), Request: `${method} ${path}`, Answer: `${answer}`,
     Reason: reason };
-  showDetails('Refused request', facts, asText(request, 2),
+  showDetails('Refused request', facts, JSON.stringify(request, null, 2),
     element('h3', {}, 'Headers'), element('pre', {}, headers.join('\n')),
     element('h3', {}, 'Body'), element('pre', {}, body || '(none)'));
 }

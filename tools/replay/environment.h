@@ -37,9 +37,9 @@ struct DeviceChange {
 };
 
 /// The outside world of a scenario. Used on the main thread.
-class Stage {
+class Environment {
  public:
-  virtual ~Stage() = default;
+  virtual ~Environment() = default;
 
   virtual Trace& trace() = 0;
 
