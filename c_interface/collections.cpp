@@ -12,7 +12,7 @@ template <class T, class Function>
 bool changed(veltrano_object* handle, Function change) {
   return guarded(false, [&] {
     if (handle == nullptr) return false;
-    expectLive(handle);
+    expectHandle(handle);
     auto* collection = std::get_if<T>(&handle->content);
     if (collection != nullptr) change(*collection);
     return collection != nullptr;

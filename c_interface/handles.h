@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <cassert>
 #include <cstddef>
 #include <memory>
 #include <new>
@@ -12,7 +13,6 @@
 #include <utility>
 #include <variant>
 
-#include "c_interface/handle_check.h"
 #include "c_interface/host_object.h"
 #include "platform/host_callback.h"
 #include "veltrano/veltrano_c.h"
@@ -22,13 +22,18 @@ struct veltrano_object {
   using Content = std::variant<veltrano::internal::Object, veltrano::internal::MutableArray,
                                veltrano::internal::MutableDictionary>;
 
-  explicit veltrano_object(Content what) : content(std::move(what)) {
-    veltrano::internal::noteMade(this);
-  }
-  static void* operator new(std::size_t size) { return ::operator new(size); }
-  static void operator delete(void* memory) { veltrano::internal::freeLater(memory); }
+  explicit veltrano_object(Content what) : content(std::move(what)) {}
 
   Content content;
+
+#ifndef NDEBUG
+  ~veltrano_object() {
+    mark = 0;
+  }
+
+  static constexpr unsigned kMark = 0x56656c74;
+  volatile unsigned mark = kMark;
+#endif
 };
 
 namespace veltrano::internal {
@@ -59,6 +64,12 @@ Result guarded(Result otherwise, Function function) {
   }
 }
 
+/// In debug builds, aborts a host that passes another pointer than a handle. AddressSanitizer finds
+/// handles that have been released.
+inline void expectHandle([[maybe_unused]] const veltrano_object* handle) {
+  assert(handle->mark == veltrano_object::kMark && "not a handle, or a released one");
+}
+
 /// Null for nil.
 inline veltrano_object* makeHandle(Object object) {
   return object.isNil() ? nullptr : new veltrano_object(std::move(object));
@@ -67,7 +78,7 @@ inline veltrano_object* makeHandle(Object object) {
 /// The object behind a handle; for a mutable collection, an immutable copy.
 inline Object objectOf(const veltrano_object* handle) {
   if (handle == nullptr) return Object();
-  expectLive(handle);
+  expectHandle(handle);
   if (const auto* array = std::get_if<MutableArray>(&handle->content)) return array->copy();
   if (const auto* dictionary = std::get_if<MutableDictionary>(&handle->content))
     return dictionary->copy();
@@ -77,7 +88,7 @@ inline Object objectOf(const veltrano_object* handle) {
 /// The contents of a dictionary with only string keys; none for any other handle.
 inline std::optional<HostMap> mapOf(const veltrano_object* handle) {
   if (handle == nullptr) return std::nullopt;
-  expectLive(handle);
+  expectHandle(handle);
   const auto* dictionary = std::get_if<MutableDictionary>(&handle->content);
   return dictionary != nullptr ? dictionary->map() : objectOf(handle).map();
 }

@@ -103,13 +103,13 @@ veltrano_object* veltrano_copy(const veltrano_object* object) {
 void veltrano_release(veltrano_object* object) {
   if (object == nullptr) return;
   const CancellationOff cancellationOff;
-  noteReleased(object);
+  expectHandle(object);
   delete object;
 }
 
 veltrano_text veltrano_string_text(const veltrano_object* object) {
   if (object == nullptr) return {};
-  expectLive(object);
+  expectHandle(object);
   const auto* immutable = std::get_if<Object>(&object->content);
   const auto text = immutable != nullptr ? immutable->text() : std::nullopt;
   if (!text) return {};

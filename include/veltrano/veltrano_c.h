@@ -16,7 +16,8 @@
  * (1) A function that returns a veltrano_object* returns a new handle, or NULL when memory runs
  *     out. The caller owns it and releases it once, with veltrano_release. Functions copy their
  *     arguments and never take ownership, not even of nested collections. Debug builds of the
- *     library abort with a message when a handle is used after its release.
+ *     library abort with a message when a pointer is no handle; AddressSanitizer finds the use of a
+ *     handle after its release.
  *
  * (2) NULL is allowed for every pointer. It means nil, absent text or no function.
  *
