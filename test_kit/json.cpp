@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <optional>
+#include <map>
+#include <utility>
 #include <vector>
 
+#include "encoding/utf8.h"
 #include "properties/flat.h"
 #include "veltrano/testing.h"
 
@@ -17,122 +19,106 @@ namespace veltrano::testing {
 namespace {
 
 namespace rapidjson = internal::rapidjson;
+using internal::FlatContents;
+using internal::FlatView;
 using internal::JSONWriter;
-using Member = SupportedParameterType::Member;
+using internal::Kind;
+using veltrano::detail::FlatAccess;
 
-// A number to compare. Integers are compared exactly; `real` may round them.
-struct Number {
-  double real = 0;
-  std::optional<std::int64_t> integer;
-  std::optional<std::uint64_t> large;  // above INT64_MAX
-};
-
-bool operator==(const Number& left, const Number& right) {
-  const auto isInteger = [](const Number& number) { return number.integer || number.large; };
-  if (isInteger(left) && isInteger(right))
-    return left.integer == right.integer && left.large == right.large;
-  return left.real == right.real;
+// What a value is sent as: a boxed number as another kind.
+Kind sentKind(FlatView value) {
+  return value.kind() == Kind::Number ? internal::kindOfBoxed(value.numberCode()) : value.kind();
 }
 
-Number numberOf(std::int64_t value) {
-  return {static_cast<double>(value), value, std::nullopt};
+double realIn(FlatView value) {
+  return value.kind() == Kind::Number ? value.numberAsDouble() : value.real();
 }
 
-Number numberOf(std::uint64_t value) {
-  if (value <= INT64_MAX) return numberOf(static_cast<std::int64_t>(value));
-  return {static_cast<double>(value), std::nullopt, value};
-}
-
-// The member that a boxed number is sent as.
-HostValue unboxed(const NSNumber& number) {
-  switch (internal::kindOfBoxed(number.storageTypeCode())) {
-    case internal::Kind::Int:
-      return number.integerValue();
-    case internal::Kind::Bool:
-      return number.boolValue();
-    default:
-      return number.doubleValue();
+template <class Function>
+void forEachEntry(FlatView dictionary, Function function) {
+  const FlatContents contents = dictionary.contents();
+  for (auto it = contents.begin(); it != contents.end(); ++it) {
+    const FlatView key = *it;
+    function(key, *++it);
   }
 }
 
-HostValue asSent(const HostValue& value) {
-  const auto number = value.number();
-  return number ? unboxed(*number) : value;
+bool hasTextKeys(FlatView dictionary) {
+  if (dictionary.kind() != Kind::Dictionary) return false;
+  bool hasOthers = false;
+  forEachEntry(dictionary,
+               [&](FlatView key, FlatView) { hasOthers |= key.kind() != Kind::String; });
+  return !hasOthers;
 }
 
-std::optional<Number> numberIn(const SupportedParameterType& value) {
-  switch (value.member()) {
-    case Member::Int:
-      return numberOf(*value.getIf<std::int64_t>());
-    case Member::UInt:
-      return numberOf(*value.getIf<std::uint64_t>());
-    case Member::Int64:
-      return numberOf(value.getIf<Int64>()->value);
-    case Member::Double:
-      return Number{*value.getIf<double>(), {}, {}};
-    case Member::Float:
-      return Number{*value.getIf<float>(), {}, {}};
-    default:
-      return std::nullopt;
+std::string scalarText(FlatView value, bool forComparison) {
+  JSONWriter writer;
+  switch (sentKind(value)) {
+    case Kind::Bool:
+      writer.boolean(value.kind() == Kind::Number ? value.numberAsDouble() != 0 : value.boolean());
+      break;
+    case Kind::Int:
+    case Kind::Int64:
+      writer.integer(value.kind() == Kind::Number ? value.numberAsInteger() : value.integer());
+      break;
+    case Kind::UInt:
+      writer.unsignedInteger(static_cast<std::uint64_t>(value.integer()));
+      break;
+    case Kind::Double:
+    case Kind::Float: {
+      const double real = realIn(value);
+      // Compared with integers, 3.0 is 3.
+      if (forComparison && real == std::floor(real) && std::abs(real) < 0x1p63)
+        writer.integer(static_cast<std::int64_t>(real));
+      else
+        writer.number(real);
+      break;
+    }
+    case Kind::Date:
+      writer.string(FlatAccess::date(value).iso8601());
+      break;
+    case Kind::String:
+    case Kind::URL:
+      writer.string(internal::wellFormedUTF8(value.text()));
+      break;
+    case Kind::NSNull:
+      writer.null();
+      break;
+    case Kind::Absent:
+      return "absent";
+    case Kind::OtherObject:
+    case Kind::Number:
+    case Kind::Array:
+    case Kind::Dictionary:
+      return "an object of another type";
   }
+  return std::string(writer.text());
 }
 
-std::optional<std::string> textIn(const SupportedParameterType& value) {
-  switch (value.member()) {
-    case Member::String:
-      return value.getIf<std::string>();
-    case Member::URL:
-      return value.getIf<URL>()->text();
-    case Member::Date:
-      return value.getIf<Date>()->iso8601();
-    default:
-      return std::nullopt;
+// The value as JSON, with dictionaries sorted by key. For comparison, equal values have equal texts
+// and what is never sent is left out; for messages, words stand for it.
+std::string textOf(FlatView value, bool forComparison) {
+  const auto isLeftOut = [&](FlatView inner) {
+    return forComparison && !internal::canBeHeld(inner);
+  };
+  if (!value.isContainer()) return scalarText(value, forComparison);
+  std::vector<std::string> items;
+  if (value.kind() == Kind::Array) {
+    for (const FlatView element : value.contents())
+      if (!isLeftOut(element)) items.push_back(textOf(element, forComparison));
+  } else {
+    std::map<std::string, std::optional<std::string>> entries;  // the last one of equal keys wins
+    forEachEntry(value, [&](FlatView key, FlatView held) {
+      auto& text = entries[textOf(key, forComparison)];
+      text.reset();
+      if (!isLeftOut(held)) text = textOf(held, forComparison);
+    });
+    for (const auto& [key, text] : entries)
+      if (text) items.push_back(key + ": " + *text);
   }
-}
-
-// Infinities and NaN are sent as null.
-bool isNull(const SupportedParameterType& value) {
-  const auto number = numberIn(value);
-  return value.member() == Member::NSNull || (number && !std::isfinite(number->real));
-}
-
-bool isSent(const HostValue& value) {
-  return internal::canBeHeld(internal::viewOf(value));
-}
-
-std::vector<HostValue> elementsOf(const Array& array) {
-  std::vector<HostValue> elements;
-  for (const HostValue& element : array)
-    if (isSent(element)) elements.push_back(element);
-  return elements;
-}
-
-std::vector<DictionaryEntry> entriesOf(const Dictionary& dictionary) {
-  std::vector<DictionaryEntry> entries;
-  for (const DictionaryEntry& entry : dictionary)
-    if (isSent(entry.value)) entries.push_back(entry);
-  return entries;
-}
-
-bool areEqual(const SupportedParameterType& left, const SupportedParameterType& right) {
-  if (isNull(left) || isNull(right)) return isNull(left) && isNull(right);
-  if (const auto number = numberIn(left)) {
-    const auto other = numberIn(right);
-    return other && *number == *other;
-  }
-  if (const auto text = textIn(left)) return text == textIn(right);
-  if (left.member() != right.member()) return false;
-  if (left.member() == Member::Bool) return left.getIf<bool>() == right.getIf<bool>();
-  if (left.member() == Member::Array)
-    return elementsOf(*left.getIf<Array>()) == elementsOf(*right.getIf<Array>());
-  const auto entries = entriesOf(*left.getIf<Dictionary>());
-  const auto others = entriesOf(*right.getIf<Dictionary>());
-  return entries.size() == others.size() &&
-         std::all_of(entries.begin(), entries.end(), [&](const DictionaryEntry& entry) {
-           return std::any_of(others.begin(), others.end(), [&](const DictionaryEntry& other) {
-             return entry.key == other.key && entry.value == other.value;
-           });
-         });
+  std::string text;
+  for (const std::string& item : items) text += (text.empty() ? "" : ", ") + item;
+  return value.kind() == Kind::Array ? '[' + text + ']' : '{' + text + '}';
 }
 
 // Writes a value with its type, as scenarios do: {"$": kind, "v": value}.
@@ -158,65 +144,93 @@ void writeReal(JSONWriter& writer, std::string_view kind, double value) {
   });
 }
 
-void writeScenarioDictionary(JSONWriter& writer, const Dictionary& dictionary) {
-  HostMap map;
+void writeNumber(JSONWriter& writer, FlatView number) {
+  writer.startObject();
+  writer.key("$");
+  writer.string("NSNumber");
+  writer.key("code");
+  writer.integer(number.numberCode());
+  writer.key("v");
+  // Scenarios cannot express infinities and NaN in an NSNumber.
+  const double real = number.numberAsDouble();
+  if (!std::isfinite(real) || static_cast<double>(number.numberAsInteger()) == real)
+    writer.integer(number.numberAsInteger());
+  else
+    writer.number(real);
+  writer.endObject();
+}
+
+void writeValue(JSONWriter& writer, FlatView value);
+
+void writeMap(JSONWriter& writer, FlatView map) {
+  writer.startObject();
+  forEachEntry(map, [&](FlatView key, FlatView held) {
+    writer.key(internal::wellFormedUTF8(key.text()));
+    writeValue(writer, held);
+  });
+  writer.endObject();
+}
+
+void writeDictionary(JSONWriter& writer, FlatView dictionary) {
   bool isMap = true;
-  for (const DictionaryEntry& entry : dictionary) {
-    const auto* key = entry.key.member();
-    const auto text = key != nullptr ? key->getIf<std::string>() : std::nullopt;
-    isMap = isMap && text && *text != "$";
-    if (isMap) map.set(*text, entry.value);
-  }
-  if (isMap) return writeScenarioMap(writer, map);
+  forEachEntry(dictionary, [&](FlatView key, FlatView) {
+    isMap &= key.kind() == Kind::String && key.text() != "$";
+  });
+  if (isMap) return writeMap(writer, dictionary);
   writeKind(writer, "Dictionary", [&] {
     writer.startArray();
-    for (const DictionaryEntry& entry : dictionary) {
+    forEachEntry(dictionary, [&](FlatView key, FlatView held) {
       writer.startArray();
-      writeScenarioValue(writer, entry.key);
-      writeScenarioValue(writer, entry.value);
+      writeValue(writer, key);
+      writeValue(writer, held);
       writer.endArray();
-    }
+    });
     writer.endArray();
   });
 }
 
-void writeScenarioMember(JSONWriter& writer, const SupportedParameterType& value) {
-  switch (value.member()) {
-    case Member::String:
-      return writer.string(*value.getIf<std::string>());
-    case Member::Int:
-      return writer.integer(*value.getIf<std::int64_t>());
-    case Member::UInt:
-      return writeKind(writer, "UInt",
-                       [&] { writer.unsignedInteger(*value.getIf<std::uint64_t>()); });
-    case Member::Int64:
-      return writeKind(writer, "Int64", [&] { writer.integer(value.getIf<Int64>()->value); });
-    case Member::Double:
-      return writeReal(writer, "Double", *value.getIf<double>());
-    case Member::Float:
-      return writeReal(writer, "Float", *value.getIf<float>());
-    case Member::Bool:
-      return writer.boolean(*value.getIf<bool>());
-    case Member::Date:
-      return writeKind(writer, "Date", [&] {
-        const std::chrono::duration<double> seconds = value.getIf<Date>()->sinceEpoch();
-        writer.number(seconds.count());
+void writeValue(JSONWriter& writer, FlatView value) {
+  switch (value.kind()) {
+    case Kind::String:
+      return writer.string(internal::wellFormedUTF8(value.text()));
+    case Kind::Int:
+      return writer.integer(value.integer());
+    case Kind::UInt:
+      return writeKind(writer, "UInt", [&] {
+        writer.unsignedInteger(static_cast<std::uint64_t>(value.integer()));
       });
-    case Member::URL:
-      return writeKind(writer, "URL", [&] { writer.string(value.getIf<URL>()->text()); });
-    case Member::NSNull:
+    case Kind::Int64:
+      return writeKind(writer, "Int64", [&] { writer.integer(value.integer()); });
+    case Kind::Double:
+      return writeReal(writer, "Double", value.real());
+    case Kind::Float:
+      return writeReal(writer, "Float", value.real());
+    case Kind::Bool:
+      return writer.boolean(value.boolean());
+    case Kind::Date:
+      return writeKind(writer, "Date", [&] {
+        const std::chrono::duration<double> time = FlatAccess::date(value).sinceEpoch();
+        writer.number(time.count());
+      });
+    case Kind::URL:
+      return writeKind(writer, "URL",
+                       [&] { writer.string(internal::wellFormedUTF8(value.text())); });
+    case Kind::Number:
+      return writeNumber(writer, value);
+    case Kind::Array:
+      writer.startArray();
+      for (const FlatView element : value.contents()) writeValue(writer, element);
+      return writer.endArray();
+    case Kind::Dictionary:
+      return writeDictionary(writer, value);
+    case Kind::Absent:
+      return writer.null();
+    case Kind::NSNull:
+    case Kind::OtherObject:
       writer.startObject();
       writer.key("$");
-      writer.string("NSNull");
+      writer.string(value.kind() == Kind::NSNull ? "NSNull" : "Object");
       return writer.endObject();
-    case Member::Array: {
-      const Array array = *value.getIf<Array>();
-      writer.startArray();
-      for (const HostValue& element : array) writeScenarioValue(writer, element);
-      return writer.endArray();
-    }
-    case Member::Dictionary:
-      return writeScenarioDictionary(writer, *value.getIf<Dictionary>());
   }
 }
 
@@ -240,106 +254,25 @@ HostValue valueOf(const rapidjson::Value& json) {
   return NSNull();
 }
 
-void appendReadable(std::string& text, const HostValue& value);
-
-template <class Items, class Append>
-void appendReadable(std::string& text, const char* brackets, const Items& items, Append append) {
-  text += brackets[0];
-  const char* separator = "";
-  for (const auto& item : items) {
-    text += std::exchange(separator, ", ");
-    append(item);
-  }
-  text += brackets[1];
-}
-
-void appendReadable(std::string& text, const HostValue& value) {
-  if (value.isAbsent()) {
-    text += "absent";
-  } else if (value.otherObject()) {
-    text += "an object of another type";
-  } else if (const auto number = value.number()) {
-    appendReadable(text, unboxed(*number));
-  } else if (const auto array = value.member()->getIf<Array>()) {
-    appendReadable(text, "[]", *array, [&](const HostValue& item) { appendReadable(text, item); });
-  } else if (const auto dictionary = value.member()->getIf<Dictionary>()) {
-    appendReadable(text, "{}", *dictionary, [&](const DictionaryEntry& entry) {
-      appendReadable(text, entry.key);
-      text += ": ";
-      appendReadable(text, entry.value);
-    });
-  } else {
-    const SupportedParameterType& member = *value.member();
-    JSONWriter writer;
-    if (isNull(member))
-      writer.null();
-    else if (const auto string = textIn(member))
-      writer.string(*string);
-    else if (const auto flag = member.getIf<bool>())
-      writer.boolean(*flag);
-    else if (const auto counted = *numberIn(member); counted.integer)
-      writer.integer(*counted.integer);
-    else if (counted.large)
-      writer.unsignedInteger(*counted.large);
-    else
-      writer.number(counted.real);
-    text += writer.text();
-  }
-}
-
 }  // namespace
 
 std::optional<HostMap> mapIn(const HostValue& value) {
-  const auto* member = value.member();
-  const auto dictionary = member != nullptr ? member->getIf<Dictionary>() : std::nullopt;
-  if (!dictionary || !dictionary->hasOnlyStringKeys()) return std::nullopt;
-  HostMap map;
-  for (const DictionaryEntry& entry : *dictionary)
-    map.set(*entry.key.member()->getIf<std::string>(), entry.value);
-  return map;
+  if (!hasTextKeys(internal::viewOf(value))) return std::nullopt;
+  return FlatAccess::make<HostMap>(FlatAccess::flat(value));
 }
 
 bool isNotFinite(const HostValue& value) {
-  const HostValue sent = asSent(value);
-  const auto number = sent.member() != nullptr ? numberIn(*sent.member()) : std::nullopt;
-  return number && !std::isfinite(number->real);
-}
-
-std::string readableText(const HostValue& value) {
-  std::string text;
-  appendReadable(text, value);
-  return text;
+  const FlatView number = internal::viewOf(value);
+  const Kind kind = sentKind(number);
+  return (kind == Kind::Double || kind == Kind::Float) && !std::isfinite(realIn(number));
 }
 
 void writeScenarioMap(JSONWriter& writer, const HostMap& map) {
-  writer.startObject();
-  for (const auto& [key, value] : map) {
-    writer.key(key);
-    writeScenarioValue(writer, value);
-  }
-  writer.endObject();
+  writeMap(writer, internal::viewOf(map));
 }
 
 void writeScenarioValue(JSONWriter& writer, const HostValue& value) {
-  if (value.member() != nullptr) return writeScenarioMember(writer, *value.member());
-  if (value.isAbsent()) return writer.null();
-  writer.startObject();
-  writer.key("$");
-  if (const auto number = value.number()) {
-    writer.string("NSNumber");
-    writer.key("code");
-    writer.integer(number->storageTypeCode());
-    writer.key("v");
-    // Scenarios cannot express infinities and NaN in an NSNumber.
-    const double real = number->doubleValue();
-    if (!std::isfinite(real) || static_cast<double>(number->integerValue()) == real)
-      writer.integer(number->integerValue());
-    else
-      writer.number(real);
-  } else {
-    writer.string("Object");
-  }
-  writer.endObject();
+  writeValue(writer, internal::viewOf(value));
 }
 
 HostValue parsedJSON(std::string_view text) {
@@ -353,15 +286,14 @@ HostValue parsedJSON(std::string_view text) {
 namespace veltrano {
 
 bool operator==(const HostValue& left, const HostValue& right) {
-  const HostValue l = testing::asSent(left);
-  const HostValue r = testing::asSent(right);
-  if (l.member() == nullptr || r.member() == nullptr)
-    return l.member() == nullptr && r.member() == nullptr && l.isAbsent() == r.isAbsent();
-  return testing::areEqual(*l.member(), *r.member());
+  const auto comparable = [](const HostValue& value) {
+    return testing::textOf(internal::viewOf(value), true);
+  };
+  return comparable(left) == comparable(right);
 }
 
 std::ostream& operator<<(std::ostream& out, const HostValue& value) {
-  return out << testing::readableText(value);
+  return out << testing::textOf(internal::viewOf(value), false);
 }
 
 }  // namespace veltrano

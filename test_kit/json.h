@@ -16,9 +16,6 @@ std::optional<HostMap> mapIn(const HostValue& value);
 /// Whether the value is an infinity or NaN, which JSON cannot express.
 bool isNotFinite(const HostValue& value);
 
-/// The value as it is sent, with words in place of what is never sent. For messages.
-std::string readableText(const HostValue& value);
-
 /// Writes a value in the format of scenarios, which preserves its type.
 void writeScenarioValue(internal::JSONWriter& writer, const HostValue& value);
 

@@ -53,8 +53,4 @@ bool Substitute::isInCallback() noexcept {
   return HostCall::isOnThisThread();
 }
 
-const char* Substitute::version() noexcept {
-  return VELTRANO_RELEASE;
-}
-
 }  // namespace veltrano::internal

@@ -12,6 +12,10 @@ namespace veltrano::internal {
 class CallObserver;
 class Installer;
 
+// The interface between the kit and the library changes with each release. This name lets the
+// linker refuse those of different ones.
+inline namespace VELTRANO_RELEASE_NAME {
+
 /// Replaces the process's library and installer as long as it lives. The only part of the test kit
 /// in the shared library, which holds the pointer to the process's library.
 class VELTRANO_EXPORT Substitute {
@@ -37,13 +41,12 @@ class VELTRANO_EXPORT Substitute {
   /// Whether this thread runs a callback of the host that a library calls.
   static bool isInCallback() noexcept;
 
-  /// The library's version, such as "1.0.0".
-  static const char* version() noexcept;
-
  private:
   struct State;
 
   const std::unique_ptr<State> state_;
 };
+
+}  // namespace VELTRANO_RELEASE_NAME
 
 }  // namespace veltrano::internal

@@ -316,7 +316,7 @@ using Complaints = List<std::string>;
 /// Warning: a heartbeat that is started on another thread is never sent; a complaint says so.
 class World {
  public:
-  /// Throws `Error` if there is a world already, or if the library is of another release.
+  /// Throws `Error` if there is a world already.
   World();
 
   /// Drops what is pending and restores the process's own library.

@@ -28,7 +28,7 @@ extern "C" {
 
 typedef struct veltrano_world veltrano_world;
 
-/* NULL if there is a world already, if the library is of another release, or if memory runs out. */
+/* NULL if there is a world already, or if memory runs out. */
 veltrano_world* veltrano_world_create(void);
 
 /* Warning: not in a callback, and not while another thread calls the library. */
