@@ -72,7 +72,7 @@ void World::Implementation::noteHeartbeat(const std::string& body) {
   heartbeats.emplace_back(propertiesIn(body), now());
 }
 
-void World::Implementation::arrive(const ThreadedNetwork::Post& post, const Answer& answer) {
+void World::Implementation::arrive(const WorldNetwork::Post& post, const Answer& answer) {
   if (onTransfer_) {
     TransferReport report;
     report.path = post.path;

@@ -8,6 +8,8 @@
 namespace veltrano::testing {
 namespace {
 
+using internal::ApplicationState;
+using internal::DeviceFacts;
 using internal::FlatView;
 using internal::JSONWriter;
 using internal::Kind;
@@ -67,7 +69,7 @@ bool isCut(FlatView value, int level = 1) {
 
 void World::Implementation::called(std::string_view operation, const HostMapView& arguments) {
   const HostMap given(arguments);  // copies the host's containers
-  recorder_.addCall(operation, given, mainThread_.isCurrent());
+  recorder_.addCall(operation, given, isOnMainThread());
   std::string name(operation);
   std::vector<std::string> changed;
   for (const auto& [key, value] : given) {
@@ -79,7 +81,7 @@ void World::Implementation::called(std::string_view operation, const HostMapView
   for (const std::string& what : changed) complain(std::string(name).append(": ").append(what));
   if (operation != "track") return;
   const std::lock_guard lock(mutex_);
-  if (!firstTracked_) firstTracked_ = device_.facts();
+  if (!firstTracked_) firstTracked_ = simulated_.device.facts();
   unsettled_.push_back(std::move(name));
 }
 
@@ -117,7 +119,7 @@ std::string World::Implementation::install(PosixOptions options, std::string err
     return "The library is in use already; install the platform before its first use.";
   }
   isInstalled_ = true;
-  if (!mainThread_.isCurrent())
+  if (!isOnMainThread())
     complain("The platform was installed on another thread than the world's, the main thread.");
   substitute_->setCollectionHost(std::move(options.collectionHost));
   simulated_.bundles.mainInfo = std::move(options.infoDictionary);
@@ -127,15 +129,15 @@ std::string World::Implementation::install(PosixOptions options, std::string err
     };
   onTransfer_ = std::move(options.onTransfer);
   token_.function = std::move(options.sessionToken);
-  device_.change([&](SimulatedDevice& device) {
-    device.name = options.systemName.value_or(device.name);
-    device.version = options.systemVersion.value_or(device.version);
-    device.screen = {options.screenWidth, options.screenHeight};
-    device.applicationState = static_cast<ApplicationState>(options.applicationState);
-    device.screenOrientation = options.interfaceOrientation;
-    device.deviceOrientation = options.deviceOrientation;
-  });
-  recordState(device_.facts().applicationState);
+  internal::SimulatedDevice& device = simulated_.device;
+  if (options.systemName) device.set(&DeviceFacts::name, *options.systemName);
+  if (options.systemVersion) device.set(&DeviceFacts::version, *options.systemVersion);
+  setScreenSize({options.screenWidth, options.screenHeight});
+  device.set(&DeviceFacts::applicationState,
+             static_cast<ApplicationState>(options.applicationState));
+  device.set(&DeviceFacts::screenOrientation, options.interfaceOrientation);
+  device.set(&DeviceFacts::deviceOrientation, options.deviceOrientation);
+  recordState(simulated_.device.facts().applicationState);
   recordValue("interfaceOrientation", options.interfaceOrientation);
   recordValue("deviceOrientation", options.deviceOrientation);
   setCarrierName(std::move(options.carrierName));
@@ -149,7 +151,7 @@ void World::Implementation::onMainThread(std::function<void()> report) {
   auto unlessShutDown = [this, report = std::move(report)] {
     if (!isShutDown_) report();
   };
-  if (mainThread_.isCurrent())
+  if (isOnMainThread())
     unlessShutDown();
   else
     loop_.perform(std::move(unlessShutDown));
@@ -160,7 +162,7 @@ void World::Implementation::post(std::string_view notification) {
     writer.key("name");
     writer.string(notification);
   });
-  notifications_.post(std::string(notification));
+  simulated_.notificationCenter.post(std::string(notification));
 }
 
 void World::Implementation::recordState(ApplicationState state) {
@@ -187,7 +189,7 @@ void World::Implementation::recordDevice(const char* key, const Recorder::WriteF
 
 void World::Implementation::enter(ApplicationState state, std::string_view notification) {
   onMainThread([this, state, notification] {
-    device_.change([&](SimulatedDevice& device) { device.applicationState = state; });
+    simulated_.device.set(&DeviceFacts::applicationState, state);
     recordState(state);
     post(notification);
   });
@@ -195,7 +197,7 @@ void World::Implementation::enter(ApplicationState state, std::string_view notif
 
 void World::Implementation::setInterfaceOrientation(int orientation) {
   onMainThread([this, orientation] {
-    device_.change([&](SimulatedDevice& device) { device.screenOrientation = orientation; });
+    simulated_.device.set(&DeviceFacts::screenOrientation, orientation);
     recordValue("interfaceOrientation", orientation);
     post(internal::kApplicationDidChangeStatusBarOrientation);
   });
@@ -203,24 +205,24 @@ void World::Implementation::setInterfaceOrientation(int orientation) {
 
 void World::Implementation::setDeviceOrientation(int orientation) {
   onMainThread([this, orientation] {
-    device_.change([&](SimulatedDevice& device) { device.deviceOrientation = orientation; });
+    simulated_.device.set(&DeviceFacts::deviceOrientation, orientation);
     recordValue("deviceOrientation", orientation);
     post(internal::kDeviceOrientationDidChange);
   });
 }
 
 void World::Implementation::setScreenSize(internal::ScreenSize size) {
-  device_.change([&](SimulatedDevice& device) { device.screen = size; });
+  simulated_.device.set(&DeviceFacts::screen, size);
 }
 
 void World::Implementation::setCarrierName(std::optional<std::string> name) {
   recordDevice("carrier", [&](JSONWriter& writer) { name ? writer.string(*name) : writer.null(); });
-  device_.change([&](SimulatedDevice& device) { device.carrier.swap(name); });
+  simulated_.device.set(&DeviceFacts::carrier, std::move(name));
 }
 
 void World::Implementation::setTrackingAuthorizationStatus(std::uint64_t status) {
   recordDevice("attStatus", [&](JSONWriter& writer) { writer.unsignedInteger(status); });
-  device_.change([&](SimulatedDevice& device) { device.trackingStatus = status; });
+  simulated_.device.set(&DeviceFacts::trackingStatus, status);
 }
 
 // Anything but a UUID counts as no identifier.
@@ -228,12 +230,12 @@ void World::Implementation::setAdvertisingIdentifier(std::optional<std::string> 
   std::string text = internal::canonicalUUID(identifier.value_or(""))
                          .value_or(internal::ASIdentifierManager().advertisingIdentifier());
   recordDevice("advertisingIdentifier", [&](JSONWriter& writer) { writer.string(text); });
-  device_.change([&](SimulatedDevice& device) { device.identifier.swap(text); });
+  simulated_.device.set(&DeviceFacts::identifier, std::move(text));
 }
 
 void World::Implementation::setWiFi(bool isConnected) {
   recordDevice("wifi", [&](JSONWriter& writer) { writer.boolean(isConnected); });
-  device_.change([&](SimulatedDevice& device) { device.isOnWiFi = isConnected; });
+  simulated_.device.set(&DeviceFacts::isOnWiFi, isConnected);
 }
 
 }  // namespace veltrano::testing

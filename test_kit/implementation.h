@@ -13,12 +13,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "installation/platform_backend.h"
 #include "test_kit/recorder.h"
 #include "test_kit/substitute.h"
-#include "test_kit/threaded_platform.h"
+#include "test_kit/world_network.h"
 #include "tracker/call_observer.h"
 #include "veltrano/posix_platform.h"
 #include "veltrano/testing.h"
@@ -68,11 +69,11 @@ class World::Implementation final : public internal::CallObserver,
   bool needsFiles() const override { return false; }
   std::string install(PosixOptions options, std::string error) override;
   PlatformBackend* installed() override { return isInstalled_ ? this : nullptr; }
-  RunLoop* currentRunLoop() override { return mainThread_.isCurrent() ? &loop_ : nullptr; }
+  RunLoop* currentRunLoop() override { return isOnMainThread() ? &loop_ : nullptr; }
 
   // PlatformBackend.
   RunLoop& mainRunLoop() override { return loop_; }
-  void enter(ApplicationState state, std::string_view notification) override;
+  void enter(internal::ApplicationState state, std::string_view notification) override;
   void setInterfaceOrientation(int orientation) override;
   void setDeviceOrientation(int orientation) override;
   void setScreenSize(internal::ScreenSize size) override;
@@ -89,7 +90,7 @@ class World::Implementation final : public internal::CallObserver,
   std::vector<std::string> waitingNames() const;
   std::string trace() const;
 
-  Duration now() const { return clock_.elapsed(); }
+  Duration now() const { return simulated_.timeline.now(); }
 
   // Main thread.
   std::map<std::string, Network, std::less<>> networks;
@@ -140,7 +141,8 @@ class World::Implementation final : public internal::CallObserver,
     return purpose == Purpose::advance || purpose == Purpose::mainRunLoop;
   }
 
-  bool canRun() const { return mainThread_.isCurrent() && substitute_; }
+  bool isOnMainThread() const { return mainThread_ == std::this_thread::get_id(); }
+  bool canRun() const { return isOnMainThread() && substitute_; }
   bool run(Duration target, Purpose purpose);
   std::optional<bool> wasComplete() const;
   bool shutDownWithin(Duration time);
@@ -148,29 +150,24 @@ class World::Implementation final : public internal::CallObserver,
   bool takeTurn();
   void stopSoon();
   Answer choose(const internal::PostRequest& post);
-  void arrive(const ThreadedNetwork::Post& post, const Answer& answer);
+  void arrive(const WorldNetwork::Post& post, const Answer& answer);
   void beginBatch(std::string_view body);
   void noteHeartbeat(const std::string& body);
   void complain(const std::string& text);
   // Runs `report` at once on the main thread; else posts it to the main run loop.
   void onMainThread(std::function<void()> report);
   void post(std::string_view notification);
-  void recordState(ApplicationState state);
+  void recordState(internal::ApplicationState state);
   void recordDevice(const char* key, const Recorder::WriteFields& writeValue);
   void recordValue(std::string_view operation, int value);
 
   const Place place_;
-  const MainThread mainThread_;
-  SimulatedPlatform simulated_;
-  ThreadedClock clock_{mainThread_, simulated_.clock};
-  Recorder recorder_{[this] { return clock_.elapsed(); }};
-  ThreadedQueue queue_{mainThread_, simulated_.workQueue};
-  ThreadedNotifications notifications_;
-  ThreadedTimers timers_{mainThread_, simulated_.timers};
-  ThreadedDevice device_;
-  ThreadedNetwork network_{simulated_.timeline, [this](const auto& post) { return choose(post); },
-                           [this](const auto& post, const auto& answer) { arrive(post, answer); }};
-  ThreadedToken token_;
+  const std::thread::id mainThread_ = std::this_thread::get_id();
+  internal::SimulatedPlatform simulated_;
+  Recorder recorder_{[this] { return now(); }};
+  WorldNetwork network_{simulated_.timeline, [this](const auto& post) { return choose(post); },
+                        [this](const auto& post, const auto& answer) { arrive(post, answer); }};
+  HostsToken token_;
   Loop loop_{*this};
 
   // Main thread.
@@ -190,10 +187,10 @@ class World::Implementation final : public internal::CallObserver,
   std::atomic<bool> isInstalled_{false};
 
   mutable std::mutex mutex_;
-  std::vector<std::string> unsettled_;           // guarded by mutex_; events since the last run
-  std::vector<std::string> complaints_;          // guarded by mutex_
-  std::optional<SimulatedDevice> firstTracked_;  // guarded by mutex_; the device then
-  std::optional<bool> wasComplete_;              // guarded by mutex_; the result of a shutdown
+  std::vector<std::string> unsettled_;   // guarded by mutex_; events since the last run
+  std::vector<std::string> complaints_;  // guarded by mutex_
+  std::optional<internal::DeviceFacts> firstTracked_;  // guarded by mutex_; the device then
+  std::optional<bool> wasComplete_;  // guarded by mutex_; the result of a shutdown
 
   std::optional<internal::Substitute> substitute_;
 };

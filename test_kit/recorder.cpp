@@ -171,7 +171,7 @@ std::string Recorder::posts() const {
   return posts_;
 }
 
-std::string Recorder::scenario(const SimulatedDevice& device,
+std::string Recorder::scenario(const internal::DeviceFacts& device,
                                const std::optional<HostMap>& info) const {
   const auto writeConfiguration = [&](JSONWriter& writer) {
     writer.key("screen");

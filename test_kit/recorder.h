@@ -9,7 +9,8 @@
 #include <vector>
 
 #include "encoding/json_writer.h"
-#include "test_kit/threaded_platform.h"
+#include "platform/simulated/simulated_platform.h"
+#include "veltrano/testing.h"
 #include "veltrano/value.h"
 
 namespace veltrano::testing {
@@ -48,7 +49,8 @@ class Recorder {
 
   /// The scenario: the configuration of `device` and `info`, the steps, and an end at the current
   /// time unless it has ended.
-  std::string scenario(const SimulatedDevice& device, const std::optional<HostMap>& info) const;
+  std::string scenario(const internal::DeviceFacts& device,
+                       const std::optional<HostMap>& info) const;
 
  private:
   struct Step {

@@ -28,7 +28,7 @@ Duration timeUntil(std::chrono::steady_clock::time_point deadline) {
 
 void World::Implementation::advance(Duration time) {
   if (!substitute_) throw Error("The world has ended.");
-  if (!mainThread_.isCurrent()) throw Error("A world is advanced by the thread that made it.");
+  if (!isOnMainThread()) throw Error("A world is advanced by the thread that made it.");
   if (time < Duration::zero()) throw Error("A world cannot go back in time.");
   if (time > kMaxAdvance) throw Error("A world advances by a hundred years at most.");
   refuseInCallback("A callback cannot advance the world that calls it.");
@@ -58,7 +58,6 @@ bool World::Implementation::run(Duration target, Purpose purpose) {
       world.purpose_ = outerPurpose;
       world.isStopping_ = wasOuterStopping;
       world.recorder_.setBeforeAll(true);
-      world.clock_.publish();
       const std::lock_guard lock(world.mutex_);
       world.unsettled_.clear();
     }
@@ -84,14 +83,13 @@ bool World::Implementation::run(Duration target, Purpose purpose) {
 }
 
 bool World::Implementation::takeTurn() {
-  clock_.publish();
   if (runsFunctions(purpose_)) loop_.scheduleFunctions(now() + kInstant);
   if (purpose_ == Purpose::mainRunLoop && !isStopping_ && loop_.takeStop()) {
     isStopping_ = true;
     stopSoon();
   }
   if (purpose_ == Purpose::lastAnswers && network_.isIdle()) simulated_.timeline.stop();
-  return queue_.takeSubmissions(now());
+  return simulated_.workQueue.takeSubmissions();
 }
 
 void World::Implementation::stopSoon() {
@@ -105,7 +103,7 @@ bool World::Implementation::shutDown(Clock::time_point deadline) {
   if (internal::HostCall::isOnThisThread()) return false;
   if (const auto result = wasComplete()) return *result;
   const Duration time = timeUntil(deadline);
-  if (mainThread_.isCurrent()) return isRunning_ && !runsFunction_ ? false : shutDownWithin(time);
+  if (isOnMainThread()) return isRunning_ && !runsFunction_ ? false : shutDownWithin(time);
   const auto result = std::make_shared<std::promise<bool>>();
   loop_.perform([this, time, result] { result->set_value(shutDownWithin(time)); });
   auto outcome = result->get_future();
@@ -132,7 +130,7 @@ bool World::Implementation::shutDownWithin(Duration time) {
   network_.fail();
   run(now(), Purpose::flush);  // the flush that waited for an upload
   simulated_.timeline.dropScheduled();
-  notifications_.drop();
+  simulated_.notificationCenter.drop();
   substitute_->shutDown();
   const Statistics last = statistics();
   isComplete &= last.droppedByShutDown + last.inFlight == 0;
@@ -143,14 +141,14 @@ bool World::Implementation::shutDownWithin(Duration time) {
 
 // As the POSIX platform does.
 void World::Implementation::flushUntil(Duration deadline) {
-  device_.change(
-      [](SimulatedDevice& device) { device.applicationState = ApplicationState::background; });
-  recordState(ApplicationState::background);
+  simulated_.device.set(&internal::DeviceFacts::applicationState,
+                        internal::ApplicationState::background);
+  recordState(internal::ApplicationState::background);
   const auto flush = [&] {
     post(internal::kApplicationDidEnterBackground);
     const auto isFlushed = std::make_shared<bool>(false);
-    queue_.async([this, isFlushed] {
-      queue_.async([this, isFlushed] {
+    simulated_.workQueue.async([this, isFlushed] {
+      simulated_.workQueue.async([this, isFlushed] {
         *isFlushed = true;
         simulated_.timeline.stop();
       });
@@ -169,7 +167,6 @@ void World::Implementation::flushUntil(Duration deadline) {
 void World::Implementation::jumpClock(Duration distance) {
   distance = std::clamp(distance, -kMaxJump, kMaxJump);
   simulated_.clock.jump(distance);
-  clock_.publish();
   recorder_.add("clockJump", [&](internal::JSONWriter& writer) {
     writer.key("seconds");
     writer.number(std::chrono::duration<double>(distance).count());

@@ -6,10 +6,12 @@
 #include <utility>
 
 #include "test_kit/implementation.h"
-#include "test_kit/version_check.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano::testing {
+
+using internal::ApplicationState;
+
 namespace {
 
 std::string countedEvents(std::uint64_t count) {
@@ -19,26 +21,17 @@ std::string countedEvents(std::uint64_t count) {
 }  // namespace
 
 World::Implementation::Implementation() {
-  expectLibraryOfThisRelease();
   simulated_.timeline.pollWith([this] { return takeTurn(); });
-  notifications_.onFirstUse = [this] {
+  simulated_.timeline.isOnItsThread = [this] { return isOnMainThread(); };
+  simulated_.notificationCenter.onFirstUse = [this] {
     isUsed_ = true;
     recorder_.add("shared");
   };
-  timers_.onLostTimer = [this] {
+  simulated_.timers.keepsTolerance = true;
+  simulated_.timers.onLostTimer = [this] {
     complain("A heartbeat was started on a thread that is not the main thread: it is never sent.");
   };
   internal::Platform platform = simulated_.services();
-  platform.wallClock = &clock_;
-  platform.workQueue = &queue_;
-  platform.timers = &timers_;
-  platform.notificationCenter = &notifications_;
-  platform.application = &device_;
-  platform.device = &device_;
-  platform.telephony = &device_;
-  platform.trackingManager = &device_;
-  platform.identifierManager = &device_;
-  platform.connectivity = &device_;
   platform.urlSession = &network_;
   platform.sessionTokenProvider = &token_;
   substitute_.emplace(platform, *this, *this);
@@ -60,7 +53,7 @@ void World::Implementation::end() {
   Veltrano::isLoggerEnabled = false;
   network_.drop();  // before the library, which its callbacks use
   substitute_.reset();
-  notifications_.drop();
+  simulated_.notificationCenter.drop();
 }
 
 void World::Implementation::complain(const std::string& text) {
@@ -99,12 +92,13 @@ std::vector<std::string> World::Implementation::waitingNames() const {
 }
 
 std::string World::Implementation::trace() const {
-  std::optional<SimulatedDevice> device;
+  std::optional<internal::DeviceFacts> device;
   {
     const std::lock_guard lock(mutex_);
     device = firstTracked_;
   }
-  return recorder_.scenario(device ? *device : device_.facts(), simulated_.bundles.mainInfo);
+  return recorder_.scenario(device ? *device : simulated_.device.facts(),
+                            simulated_.bundles.mainInfo);
 }
 
 World::World() : implementation_(std::make_unique<Implementation>()) {}

@@ -19,13 +19,16 @@ struct SimulatedTimer final : Timer {
 void SimulatedClock::jump(Duration distance) {
   // The largest offset at which clock arithmetic cannot overflow.
   constexpr Duration kFarthest = std::chrono::seconds(4'000'000'000'000);
-  jumped = std::clamp(jumped + std::clamp(distance, -kFarthest, kFarthest), -kFarthest, kFarthest);
+  jumped = std::clamp(jumped.load() + std::clamp(distance, -kFarthest, kFarthest), -kFarthest,
+                      kFarthest);
 }
 
-std::shared_ptr<Timer> SimulatedTimers::schedule(Duration delay, Duration,
+std::shared_ptr<Timer> SimulatedTimers::schedule(Duration delay, Duration tolerance,
                                                  std::function<void()> action) {
   auto timer = std::make_shared<SimulatedTimer>();
-  if (!threadRunsRunLoop) return timer;
+  if (!timeline.isOnItsThread()) onLostTimer();
+  if (!timeline.isOnItsThread() || !threadRunsRunLoop) return timer;
+  if (keepsTolerance) delay = std::max(delay, tolerance);
   timeline.schedule(delay, [timer, action = std::move(action)] {
     if (std::exchange(timer->isValid, false)) action();
   });
@@ -34,14 +37,29 @@ std::shared_ptr<Timer> SimulatedTimers::schedule(Duration delay, Duration,
 
 void SimulatedNotificationCenter::addObserver(std::string_view name,
                                               std::function<void()> observer) {
+  std::unique_lock lock(mutex);
+  if (!std::exchange(isUsed, true)) {
+    lock.unlock();
+    onFirstUse();
+    lock.lock();
+  }
   observers[std::string(name)].push_back(std::move(observer));
 }
 
 void SimulatedNotificationCenter::post(const std::string& name) const {
-  const auto registered = observers.find(name);
-  if (registered == observers.end()) return;
   // A copy: observers added meanwhile are not called for this posting.
-  for (const auto& observer : std::vector(registered->second)) observer();
+  std::vector<std::function<void()>> called;
+  {
+    const std::lock_guard lock(mutex);
+    if (const auto registered = observers.find(name); registered != observers.end())
+      called = registered->second;
+  }
+  for (const auto& observer : called) observer();
+}
+
+void SimulatedNotificationCenter::drop() {
+  const std::lock_guard lock(mutex);
+  observers.clear();
 }
 
 double SimulatedDefaults::doubleForKey(std::string_view key) const {

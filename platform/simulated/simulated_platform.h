@@ -1,13 +1,19 @@
 // A platform in virtual time: one timeline, no thread, no sleeping. Tests set inputs through
 // members and observe effects through hooks.
+//
+// Other threads of a host may use the clock, the work queue, the notifications, the timers and the
+// device. Everything else belongs to the timeline's thread.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/platform.h"
@@ -22,7 +28,7 @@ inline constexpr const char* kSimulatedCollectionHost = "collect.veltrano.exampl
 
 struct SimulatedClock final : WallClock {
   explicit SimulatedClock(const Timeline& line) : timeline(line) {}
-  WallTime now() const override { return {start + timeline.now() + jumped}; }
+  WallTime now() const override { return {start + timeline.now() + jumped.load()}; }
   Duration elapsed() const override { return timeline.now(); }
   std::chrono::seconds localTimeOffset(WallTime) const override { return {}; }
 
@@ -31,7 +37,7 @@ struct SimulatedClock final : WallClock {
 
   const Timeline& timeline;
   Duration start = std::chrono::seconds(1'700'000'000);  // the wall clock at the start
-  Duration jumped{0};                                    // how far it has been set since
+  std::atomic<Duration> jumped{Duration(0)};             // how far it has been set since
 };
 
 struct SimulatedOutput final : StandardOutput {
@@ -47,13 +53,26 @@ struct SimulatedTimers final : Timers {
 
   Timeline& timeline;
   bool threadRunsRunLoop = true;  // whether timers scheduled from now on ever fire
+  bool keepsTolerance = false;    // as in production: one fires at most once per tolerance
+
+  /// Called for each timer that another thread schedules: it never fires.
+  std::function<void()> onLostTimer = [] {};
 };
 
 struct SimulatedNotificationCenter final : NotificationCenter {
   void addObserver(std::string_view name, std::function<void()> observer) override;
   void post(const std::string& name) const;
 
-  std::map<std::string, std::vector<std::function<void()>>> observers;
+  /// Removes the observers once their library has ended.
+  void drop();
+
+  std::map<std::string, std::vector<std::function<void()>>> observers;  // guarded by mutex
+
+  /// Called before the first observer is added, which is when the library is first used.
+  std::function<void()> onFirstUse = [] {};
+
+  mutable std::mutex mutex;
+  bool isUsed = false;  // guarded by mutex
 };
 
 struct SimulatedDefaults final : UserDefaults {
@@ -83,25 +102,8 @@ struct SimulatedBundles final : Bundles {
       HostMap{{"CFBundleShortVersionString", "1.0.0"}};  // none: there is no resource bundle
 };
 
-/// Everything that the device answers by itself.
-struct SimulatedDevice final : Device,
-                               Application,
-                               CTTelephonyNetworkInfo,
-                               ATTrackingManager,
-                               ASIdentifierManager,
-                               ZKConnectivityManager {
-  ScreenSize mainScreenSize() const override { return screen; }
-  std::string systemName() const override { return name; }
-  std::string systemVersion() const override { return version; }
-  std::string machine() const override { return machineName; }
-  int orientation() const override { return deviceOrientation; }
-  ApplicationState state() const override { return applicationState; }
-  int interfaceOrientation() const override { return screenOrientation; }
-  std::optional<std::string> carrierName() const override { return carrier; }
-  std::uint64_t trackingAuthorizationStatus() const override { return trackingStatus; }
-  std::string advertisingIdentifier() const override { return identifier; }
-  bool isReachableOnWiFi() const override { return isOnWiFi; }
-
+/// What the device answers.
+struct DeviceFacts {
   ScreenSize screen{390, 844};
   std::string name = "iOS";
   std::string version = "17.0";
@@ -111,8 +113,51 @@ struct SimulatedDevice final : Device,
   ApplicationState applicationState = ApplicationState::active;
   std::optional<std::string> carrier;
   std::uint64_t trackingStatus = 0;
-  std::string identifier = ASIdentifierManager::advertisingIdentifier();
+  std::string identifier = ASIdentifierManager().advertisingIdentifier();
   bool isOnWiFi = false;
+};
+
+/// One thread may set its facts as they are; several use `set` and `facts`.
+class SimulatedDevice final : public DeviceFacts,
+                              public Device,
+                              public Application,
+                              public CTTelephonyNetworkInfo,
+                              public ATTrackingManager,
+                              public ASIdentifierManager,
+                              public ZKConnectivityManager {
+ public:
+  ScreenSize mainScreenSize() const override { return get(&DeviceFacts::screen); }
+  std::string systemName() const override { return get(&DeviceFacts::name); }
+  std::string systemVersion() const override { return get(&DeviceFacts::version); }
+  std::string machine() const override { return get(&DeviceFacts::machineName); }
+  int orientation() const override { return get(&DeviceFacts::deviceOrientation); }
+  ApplicationState state() const override { return get(&DeviceFacts::applicationState); }
+  int interfaceOrientation() const override { return get(&DeviceFacts::screenOrientation); }
+  std::optional<std::string> carrierName() const override { return get(&DeviceFacts::carrier); }
+  std::uint64_t trackingAuthorizationStatus() const override {
+    return get(&DeviceFacts::trackingStatus);
+  }
+  std::string advertisingIdentifier() const override { return get(&DeviceFacts::identifier); }
+  bool isReachableOnWiFi() const override { return get(&DeviceFacts::isOnWiFi); }
+
+  DeviceFacts facts() const {
+    const std::lock_guard lock(mutex_);
+    return *this;
+  }
+  template <class Fact, class Value>
+  void set(Fact DeviceFacts::*fact, Value value) {
+    const std::lock_guard lock(mutex_);
+    this->*fact = std::move(value);
+  }
+
+ private:
+  template <class Fact>
+  Fact get(Fact DeviceFacts::*fact) const {
+    const std::lock_guard lock(mutex_);
+    return this->*fact;
+  }
+
+  mutable std::mutex mutex_;
 };
 
 class SimulatedPlatform {

@@ -5,15 +5,63 @@
 namespace veltrano::internal {
 
 void SimulatedWorkQueue::async(std::unique_ptr<Block> block) {
-  if (isStopped_) return block->drop();
-  ready_.push_back(std::move(block));
-  becomeReady();
+  submit({std::move(block), {}, nullptr});
 }
 
 void SimulatedWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) {
-  auto submit = [this, item = std::move(item)] { async([item] { item->run(); }); };
-  if (delay <= Duration::zero()) return submit();
-  timeline_.schedule(delay, std::move(submit));
+  submit({nullptr, delay, std::move(item)});
+}
+
+void SimulatedWorkQueue::submit(Submission submission) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (!timeline_.isOnItsThread() || !submissions_.empty())
+      return submissions_.push_back(std::move(submission));
+  }
+  accept(std::move(submission));
+}
+
+void SimulatedWorkQueue::accept(Submission submission) {
+  if (submission.block == nullptr && submission.delay > Duration::zero())
+    return timeline_.schedule(submission.delay, [this, item = std::move(submission.item)] {
+      accept({nullptr, Duration(0), item});
+    });
+  if (isStopped_) {
+    if (submission.block != nullptr) submission.block->drop();
+    return;
+  }
+  struct ItemBlock final : Block {
+    explicit ItemBlock(std::shared_ptr<WorkItem> work) : item(std::move(work)) {}
+    void run() override { item->run(); }
+    const std::shared_ptr<WorkItem> item;
+  };
+  ready_.push_back(submission.block != nullptr
+                       ? std::move(submission.block)
+                       : std::make_unique<ItemBlock>(std::move(submission.item)));
+  becomeReady();
+}
+
+bool SimulatedWorkQueue::isNewest(const Block& block) const {
+  const std::lock_guard lock(mutex_);
+  if (!submissions_.empty()) return submissions_.back().block.get() == &block;
+  return timeline_.isOnItsThread() && !ready_.empty() && ready_.back().get() == &block;
+}
+
+bool SimulatedWorkQueue::takeSubmissions() {
+  // Threads that submit faster than this takes would hold the time forever.
+  constexpr std::size_t kPerInstant = 1'000;
+  const Duration now = timeline_.now();
+  const bool isFirst = std::exchange(latestTaken_, now) != now;
+  if (isFirst) takenAgain_ = 0;
+  if (takenAgain_ > kPerInstant) return false;
+  std::deque<Submission> taken;
+  {
+    const std::lock_guard lock(mutex_);
+    taken.swap(submissions_);
+  }
+  if (!isFirst) takenAgain_ += taken.size();
+  for (Submission& submission : taken) accept(std::move(submission));
+  return !taken.empty();
 }
 
 void SimulatedWorkQueue::wait(DispatchGroup& group, std::function<void()> then) {

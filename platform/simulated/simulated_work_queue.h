@@ -3,6 +3,8 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <optional>
 
 #include "platform/simulated/timeline.h"
 #include "platform/work_queue.h"
@@ -10,7 +12,7 @@
 namespace veltrano::internal {
 
 /// A work queue whose blocks run between the entries of a timeline. Both must live until the last
-/// run of the timeline.
+/// run of the timeline. What other threads submit waits until it is taken.
 class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
  public:
   explicit SimulatedWorkQueue(Timeline& timeline) : timeline_(timeline) {}
@@ -20,16 +22,26 @@ class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
   using WorkQueue::async;
   void async(std::unique_ptr<Block> block) override;
   void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override;
-  bool isNewest(const Block& block) const override {
-    return !ready_.empty() && ready_.back().get() == &block;
-  }
+  bool isNewest(const Block& block) const override;
   void wait(DispatchGroup& group, std::function<void()> then) override;
+
+  /// Takes what other threads have submitted. False if there was nothing, or if much has been
+  /// submitted since this was first called at this time: that waits for a later time.
+  bool takeSubmissions();
 
   /// Drops pending blocks, and later ones. What follows a wait still runs.
   void stop();
 
  private:
+  struct Submission {
+    std::unique_ptr<Block> block;  // null: an item instead
+    Duration delay{0};
+    std::shared_ptr<WorkItem> item;
+  };
+
   bool takeOne() override;
+  void submit(Submission submission);
+  void accept(Submission submission);
   void becomeReady();
 
   Timeline& timeline_;
@@ -38,6 +50,11 @@ class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
   bool isStopped_ = false;
   bool isParked_ = false;    // waits for a dispatch group
   bool takesTurns_ = false;  // is in the timeline's list of what is ready
+
+  std::optional<Duration> latestTaken_;  // when submissions were taken
+  std::size_t takenAgain_ = 0;           // how many then, after the first time
+  mutable std::mutex mutex_;
+  std::deque<Submission> submissions_;  // of other threads, and what follows; guarded by mutex_
 };
 
 }  // namespace veltrano::internal

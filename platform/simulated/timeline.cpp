@@ -15,7 +15,7 @@ void Timeline::addFollowUp(Duration time, Action action) {
 }
 
 void Timeline::schedule(Duration delay, Action action) {
-  add(now_ + std::max(delay, Duration::zero()), Kind::scheduled, std::move(action));
+  add(now() + std::max(delay, Duration::zero()), Kind::scheduled, std::move(action));
 }
 
 void Timeline::add(Duration time, Kind kind, Action action, bool restartsBudget) {
@@ -27,8 +27,8 @@ bool Timeline::runUntil(Duration time) {
   for (takeTurns(); !isStopped_ && !entries_.empty(); takeTurns()) {
     const auto [due, kind, order] = entries_.front().place;
     if (due > time) break;
-    if (due > now_ || kind == Kind::step) entriesAtInstant_ = turnsAtInstant_ = 0;
-    now_ = std::max(now_, due);
+    if (due > now() || kind == Kind::step) entriesAtInstant_ = turnsAtInstant_ = 0;
+    now_ = std::max(now(), due);
     if (entries_.front().restartsBudget) restartBudget();
     ++entriesSinceStep_;
     ++entriesAtInstant_;
@@ -38,7 +38,7 @@ bool Timeline::runUntil(Duration time) {
     entries_.pop_back();
     action();
   }
-  if (!isStopped_) now_ = std::max(now_, time);
+  if (!isStopped_) now_ = std::max(now(), time);
   return !isStopped_;
 }
 
@@ -57,16 +57,16 @@ Duration Timeline::begin() {
   drop(Kind::step);
   isStopped_ = isRunaway_ = false;
   restartBudget();
-  return now_;
+  return now();
 }
 
 void Timeline::restartBudget() {
-  latestStep_ = now_;
+  latestStep_ = now();
   entriesSinceStep_ = entriesAtInstant_ = turnsAtInstant_ = 0;
 }
 
 bool Timeline::isOverBudget() const {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(now_ - latestStep_).count();
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(now() - latestStep_).count();
   return entriesAtInstant_ > kEntriesPerInstant ||
          (entriesSinceStep_ - kEntriesPerStep) / kEntriesPerSecond > seconds;
 }

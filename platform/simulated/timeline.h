@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -13,7 +14,7 @@ namespace veltrano::internal {
 
 /// Virtual time. Runs entries one at a time, ordered by time, and moves the clock from one to the
 /// next. At equal times, steps run first, in the order of addition, then scheduled entries, in the
-/// order of scheduling. Single-threaded.
+/// order of scheduling. Belongs to one thread; others may only ask for the time.
 class Timeline {
  public:
   using Action = std::function<void()>;
@@ -27,6 +28,9 @@ class Timeline {
 
   /// Time since the start.
   Duration now() const { return now_; }
+
+  /// Whether this thread is the timeline's. Set where a host's threads use the platform, too.
+  std::function<bool()> isOnItsThread = [] { return true; };
 
   /// Adds an input from outside the system.
   void addStep(Duration time, Action action);
@@ -87,7 +91,7 @@ class Timeline {
   void restartBudget();
   bool isOverBudget() const;
 
-  Duration now_{0};
+  std::atomic<Duration> now_{Duration(0)};
   std::vector<Entry> entries_;  // a heap; the earliest is in front
   std::deque<Turns*> ready_;
   std::function<bool()> poll_ = [] { return false; };
