@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 
 namespace veltrano::internal {
 
@@ -16,6 +17,16 @@ struct WallTime {
 /// Negative when the clock was set back in between.
 constexpr Duration operator-(WallTime later, WallTime earlier) {
   return later.sinceEpoch - earlier.sinceEpoch;
+}
+
+/// Whole milliseconds as an event has them: rounded, halves away from zero.
+constexpr std::int64_t roundedMilliseconds(Duration duration) {
+  return (duration.count() + (duration.count() < 0 ? -500 : 500)) / 1000;
+}
+
+/// Whole milliseconds as everything else has them: without the fraction.
+constexpr std::int64_t wholeMilliseconds(Duration duration) {
+  return duration.count() / 1000;
 }
 
 /// `seconds` rounded to the nearest microsecond and limited to some 100,000 years; zero for NaN.

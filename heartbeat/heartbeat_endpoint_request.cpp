@@ -12,11 +12,6 @@
 namespace veltrano::internal {
 namespace {
 
-// Truncates to whole milliseconds.
-std::int64_t milliseconds(Duration duration) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
-}
-
 std::string bodyJSON(const CollectionClient& client, const HeartbeatFacts& facts,
                      const std::string& uid, const std::string& sessionID, double sessionDuration) {
   const Platform& platform = client.platform;
@@ -36,11 +31,11 @@ std::string bodyJSON(const CollectionClient& client, const HeartbeatFacts& facts
   writeText("uid", uid);
   writeText("session_id", sessionID);
   writer.key("time");
-  writer.integer(milliseconds(platform.wallClock->now().sinceEpoch));
+  writer.integer(wholeMilliseconds(platform.wallClock->now().sinceEpoch));
   writer.key("duration");
   // Via whole microseconds, the clock's resolution: as a double, the seconds may lie just below the
   // millisecond that they mean.
-  writer.integer(milliseconds(durationFromSeconds(sessionDuration)));
+  writer.integer(wholeMilliseconds(durationFromSeconds(sessionDuration)));
   writeText("screen_orientation", facts.screenOrientation);
   writeText("device_orientation", facts.deviceOrientation);
   writer.endObject();

@@ -8,6 +8,7 @@
 #include "encoding/utf8.h"
 #include "log/log.h"
 #include "properties/flat.h"
+#include "veltrano/value.h"
 
 namespace veltrano::internal {
 namespace {
@@ -56,25 +57,32 @@ void appendQuoted(std::string& line, std::string_view text) {
   line += '"';
 }
 
-// The shortest digits that read back as the same number; without an exponent up to the largest
-// magnitude at which every integer is exact.
+// The shortest digits that read back as the same number. Without an exponent up to the largest
+// magnitude at which every integer is exact, and above, below 1e16, where that is shorter.
 template <std::floating_point Number>
 void appendNumber(std::string& line, Number number) {
   if (!std::isfinite(number)) {
     line += std::isnan(number) ? "nan" : number < 0 ? "-inf" : "inf";
     return;
   }
+  const auto digits = [number](std::array<char, 64>& into, std::chars_format format) {
+    const auto* const end =
+        std::to_chars(into.data(), into.data() + into.size(), number, format).ptr;
+    return std::string_view(into.data(), static_cast<std::size_t>(end - into.data()));
+  };
   constexpr Number kLargestExactInteger = sizeof(Number) == 8 ? Number(0x1p53) : Number(0x1p24);
   const Number size = std::abs(number);
-  const bool isPlain = size == 0 || (size >= Number(1e-4) && size <= kLargestExactInteger);
-  std::array<char, 64> digits;
-  const auto* end =
-      std::to_chars(digits.data(), digits.data() + digits.size(), number,
-                    isPlain ? std::chars_format::fixed : std::chars_format::scientific)
-          .ptr;
-  const std::string_view text(digits.data(), static_cast<std::size_t>(end - digits.data()));
-  line += text;
-  if (isPlain && text.find('.') == std::string_view::npos) line += ".0";
+  std::array<char, 64> plain, scientific;
+  const std::string_view exponential = digits(scientific, std::chars_format::scientific);
+  if (size == 0 || (size >= Number(1e-4) && size < Number(1e16))) {
+    std::string fixed(digits(plain, std::chars_format::fixed));
+    if (fixed.find('.') == std::string::npos) fixed += ".0";
+    if (size <= kLargestExactInteger || fixed.size() < exponential.size()) {
+      line += fixed;
+      return;
+    }
+  }
+  line += exponential;
 }
 
 void appendDebugForm(std::string& line, FlatView value) {

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "veltrano/value.h"
+#include "veltrano/detail/arguments.h"
 
 namespace veltrano::internal {
 

@@ -28,7 +28,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "veltrano/value.h"
+#include "veltrano/detail/arguments.h"
 
 namespace veltrano::internal {
 
@@ -69,7 +69,7 @@ class FlatView {
   explicit FlatView(const std::string& bytes) : at_(bytes.data()) {}
 
   Kind kind() const { return static_cast<Kind>(*at_); }
-  bool isMember() const { return kind() <= Kind::Dictionary; }
+  bool isMember() const { return kind() < Kind::Number; }
   bool isContainer() const { return kind() == Kind::Array || kind() == Kind::Dictionary; }
   std::string_view bytes() const { return {at_, size()}; }
   const char* data() const { return at_; }
@@ -96,9 +96,30 @@ class FlatView {
   static constexpr std::size_t kContainerHead = 6;
 
   static constexpr std::size_t scalarSize(Kind kind) {
-    constexpr unsigned char kSizes[] = {0, 9, 9, 9, 9, 5, 2, 9, 0, 1, 0, 0, 21, 1, 1};
-    static_assert(std::size(kSizes) == static_cast<std::size_t>(Kind::Absent) + 1);
-    return kSizes[static_cast<std::size_t>(kind)];
+    switch (kind) {
+      case Kind::Int:
+      case Kind::UInt:
+      case Kind::Int64:
+      case Kind::Double:
+      case Kind::Date:
+        return 9;
+      case Kind::Float:
+        return 5;
+      case Kind::Bool:
+        return 2;
+      case Kind::NSNull:
+      case Kind::OtherObject:
+      case Kind::Absent:
+        return 1;
+      case Kind::Number:
+        return 21;
+      case Kind::String:
+      case Kind::URL:
+      case Kind::Array:
+      case Kind::Dictionary:
+        break;
+    }
+    return 0;
   }
 
  private:

@@ -13,14 +13,10 @@ namespace {
 
 template <class Writer>
 void writeNumber(Writer& writer, FlatView number) {
-  switch (kindOfBoxed(number.numberCode())) {
-    case Kind::Int:
-      return writer.value(number.numberAsInteger());
-    case Kind::Bool:
-      return writer.value(number.numberAsDouble() != 0);
-    default:
-      return writer.value(number.numberAsDouble());
-  }
+  const Kind kind = kindOfBoxed(number.numberCode());
+  if (kind == Kind::Int) return writer.value(number.numberAsInteger());
+  if (kind == Kind::Bool) return writer.value(number.numberAsDouble() != 0);
+  writer.value(number.numberAsDouble());
 }
 
 }  // namespace
@@ -56,7 +52,16 @@ void FlatCopier::copy(Writer& writer, FlatView value, bool converts) {
     case Kind::Number:
       if (converts) return writeNumber(writer, value);
       break;
-    default:
+    case Kind::Int:
+    case Kind::UInt:
+    case Kind::Int64:
+    case Kind::Double:
+    case Kind::Float:
+    case Kind::Bool:
+    case Kind::Date:
+    case Kind::NSNull:
+    case Kind::OtherObject:
+    case Kind::Absent:
       break;
   }
   writer.flat(value.data());

@@ -34,7 +34,13 @@ void JSONValueWriter::flat(const char* value) {
       return json_.string(detail::FlatAccess::date(given).iso8601());
     case Kind::NSNull:
       return json_.null();
-    default:
+    case Kind::String:
+    case Kind::URL:
+    case Kind::Array:
+    case Kind::Dictionary:
+    case Kind::Number:
+    case Kind::OtherObject:
+    case Kind::Absent:
       isGood_ = false;
   }
 }

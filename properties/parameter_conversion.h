@@ -3,7 +3,6 @@
 #include <optional>
 
 #include "properties/property_map.h"
-#include "veltrano/value.h"
 
 namespace veltrano::internal {
 

@@ -1,6 +1,7 @@
 #include "properties/property_map.h"
 
 #include "properties/flat_copier.h"
+#include "veltrano/value.h"
 
 namespace veltrano::internal {
 

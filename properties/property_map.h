@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "properties/flat.h"
-#include "veltrano/value.h"
+#include "veltrano/detail/arguments.h"
 
 namespace veltrano::internal {
 

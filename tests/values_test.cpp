@@ -357,12 +357,26 @@ TEST(Values, DebugForms) {
   EXPECT_EQ(rendered(UINT64_MAX), "Optional(18446744073709551615)");
   EXPECT_EQ(rendered(true), "Optional(true)");
   const std::pair<double, std::string> numbers[] = {
-      {1, "1.0"},         {0.1, "0.1"},      {100000, "100000.0"}, {0.0001, "0.0001"},
-      {0.00001, "1e-05"}, {1e16, "1e+16"},   {-0.0, "-0.0"},       {123456789.125, "123456789.125"},
-      {1e300, "1e+300"},  {HUGE_VAL, "inf"},
+      {1, "1.0"},
+      {0.1, "0.1"},
+      {100000, "100000.0"},
+      {0.0001, "0.0001"},
+      {0.00001, "1e-05"},
+      {1e16, "1e+16"},
+      {-0.0, "-0.0"},
+      {123456789.125, "123456789.125"},
+      {1e300, "1e+300"},
+      {HUGE_VAL, "inf"},
+      {0x1p53, "9007199254740992.0"},
+      {0x1p53 + 2, "9007199254740994.0"},
+      {-(0x1p53 + 2), "-9007199254740994.0"},
+      {9.1e15, "9.1e+15"},
+      {12345678901234568, "1.2345678901234568e+16"},
   };
   for (const auto& [number, form] : numbers) EXPECT_EQ(rendered(number), "Optional(" + form + ")");
   EXPECT_EQ(rendered(0.1F), "Optional(0.1)");
+  EXPECT_EQ(rendered(0x1p24F + 2), "Optional(16777218.0)");
+  EXPECT_EQ(rendered(2e7F), "Optional(2e+07)");
   EXPECT_EQ(rendered(Array{NSNumber(6, 0.5)}), "Optional([0.5])");
   EXPECT_EQ(rendered({1, "a", Array()}), "Optional([1, \"a\", []])");
   EXPECT_EQ(rendered({{"b", NSNull{}}, {"a", 0.5}}), "Optional([\"a\": 0.5, \"b\": <null>])");

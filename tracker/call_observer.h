@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "properties/property_map.h"
-#include "veltrano/value.h"
+#include "veltrano/detail/arguments.h"
 
 namespace veltrano::internal {
 

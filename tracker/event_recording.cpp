@@ -7,15 +7,6 @@
 #include "tracker/tracker.h"
 
 namespace veltrano::internal {
-namespace {
-
-// Rounded to the nearest millisecond, halves away from zero.
-std::int64_t millisecondsSinceEpoch(WallTime time) {
-  const std::int64_t microseconds = time.sinceEpoch.count();
-  return (microseconds + (microseconds < 0 ? -500 : 500)) / 1000;
-}
-
-}  // namespace
 
 void Tracker::track(std::string_view eventName, const HostMapView& eventProperties,
                     FlushCompletion&& completion) {
@@ -23,7 +14,7 @@ void Tracker::track(std::string_view eventName, const HostMapView& eventProperti
     if (!refreshTriggers_.callHandlerFor(eventName)) return;
     log_("Adding event of ", HostText{eventName}, " to current ", eventQueue_.count(), " events");
     AutomaticProperties automatic;
-    automatic.timeInMilliseconds = millisecondsSinceEpoch(platform_.wallClock->now());
+    automatic.timeInMilliseconds = roundedMilliseconds(platform_.wallClock->now().sinceEpoch);
     automatic.isOnWiFi = platform_.connectivity->isReachableOnWiFi();
     const auto carrier = platform_.telephony->carrierName();
     automatic.trackingAuthorizationStatus =

@@ -172,7 +172,7 @@ class VELTRANO_EXPORT HostValue {
 
   /// The value as a member of the closed set, or null. Valid as long as this value.
   const SupportedParameterType* member() const noexcept {
-    return value_.flat_.kind() <= detail::Kind::Dictionary ? &value_ : nullptr;
+    return value_.flat_.kind() < detail::Kind::Number ? &value_ : nullptr;
   }
 
   /// The boxed number or the object of another type, if the value is one.

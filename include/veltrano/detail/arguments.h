@@ -35,7 +35,8 @@ class ArrayElement;
 class MapElement;
 struct FlatAccess;
 
-/// The type of a value. The members of the closed set come first.
+/// The type of a value. The members of the closed set come first; what else a host can pass starts
+/// at 128, because hosts have the numbers compiled in and the set may grow.
 enum class Kind : std::uint8_t {
   String,
   Int,
@@ -49,7 +50,7 @@ enum class Kind : std::uint8_t {
   NSNull,
   Array,
   Dictionary,
-  Number,
+  Number = 128,
   OtherObject,
   Absent,
 };

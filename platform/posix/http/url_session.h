@@ -11,7 +11,7 @@
 #include "encoding/time.h"
 #include "platform/url_session.h"
 #include "upload/rules/retry.h"
-#include "veltrano/posix_platform.h"
+#include "veltrano/transfer_report.h"
 
 namespace veltrano::internal {
 

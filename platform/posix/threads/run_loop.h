@@ -16,7 +16,7 @@
 
 #include "platform/posix/system/system.h"
 #include "platform/timer.h"
-#include "veltrano/posix_platform.h"
+#include "veltrano/run_loop.h"
 
 namespace veltrano::internal {
 
