@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -428,6 +429,17 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
     PosixOptions bad = options;
     bad.*c.option = c.value;
     EXPECT_NE(PosixPlatform::install(bad).error.find(c.complaint), std::string::npos) << c.value;
+  }
+  {  // without a descriptor, the file is not blamed
+    PosixOptions good = options;
+    good.certificateAuthorities = noCertificate;
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none = {0, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    const std::string error = PosixPlatform::install(good).error;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(error, "The platform could not be set up: Too many open files.");
   }
   PosixOptions turned = options;
   turned.deviceOrientation = 7;

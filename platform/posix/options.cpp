@@ -6,6 +6,7 @@
 #include <cmath>
 #include <filesystem>
 #include <string_view>
+#include <system_error>
 
 #include "encoding/uuid.h"
 #include "platform/posix/http/option_checks.h"
@@ -25,6 +26,13 @@ std::string about(std::string_view start, const std::string& name, std::string_v
   return sentence;
 }
 
+// Throws std::system_error if the process has no descriptor left.
+FileContents readNamedFile(const std::string& path) {
+  FileContents file = readFile(path);
+  if (file.lacksDescriptor) throw std::system_error(EMFILE, std::generic_category());
+  return file;
+}
+
 std::string checkSettingsFile(const std::string& path) {
   if (path.empty()) return {};
   const std::string directory = std::filesystem::path(path).parent_path().string();
@@ -37,7 +45,7 @@ std::string checkSettingsFile(const std::string& path) {
   struct stat status;
   if (lstat((path + ".damaged").c_str(), &status) != 0 && errno == ENAMETOOLONG)
     return about("The name of the settings file", path, " is too long.");
-  const FileContents file = readFile(path);
+  const FileContents file = readNamedFile(path);
   if (file.exists && !file.contents)
     return about("The settings file", path, " cannot be read or is not a regular file.");
   return {};
@@ -62,7 +70,7 @@ std::string completeOptions(PosixOptions& options, bool needsFiles) {
     if (std::string error = checkSettingsFile(options.userDefaultsFile); !error.empty())
       return error;
   if (!options.infoDictionary && !options.infoPropertyListFile.empty()) {
-    const std::string list = readFile(options.infoPropertyListFile).contents.value_or("");
+    const std::string list = readNamedFile(options.infoPropertyListFile).contents.value_or("");
     if (isBinaryPropertyList(list))
       return about("The Info property list", options.infoPropertyListFile,
                    " is in the binary form; convert it to XML first.");
@@ -71,7 +79,7 @@ std::string completeOptions(PosixOptions& options, bool needsFiles) {
       return about("The Info property list", options.infoPropertyListFile, " cannot be read.");
   }
   if (needsFiles && !options.certificateAuthorities.empty() &&
-      !holdsCertificates(readFile(options.certificateAuthorities).contents.value_or("")))
+      !holdsCertificates(readNamedFile(options.certificateAuthorities).contents.value_or("")))
     return about("The file", options.certificateAuthorities,
                  " cannot be read or holds no certificate in PEM form.");
   if (!options.pinnedPublicKey.empty() && !isPublicKeyPin(options.pinnedPublicKey))

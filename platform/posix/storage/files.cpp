@@ -72,17 +72,18 @@ void syncDirectory(const std::string& path) {
 FileContents readFile(const std::string& path) {
   // Non-blocking, because there may be a FIFO or a device at the path.
   const Descriptor file(openForReading(path, O_NONBLOCK));
-  if (!file.isOpen()) return {errno != ENOENT && errno != ENOTDIR, std::nullopt};
+  if (!file.isOpen())
+    return {errno != ENOENT && errno != ENOTDIR, std::nullopt, errno == EMFILE || errno == ENFILE};
   struct stat status;
-  if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {true, std::nullopt};
+  if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {.exists = true};
   // Reads to the end: files in /proc report no size.
   std::string contents;
   char part[16 * 1024];
   for (;;) {
     const ssize_t count = uninterrupted([&] { return read(file.get(), part, sizeof part); });
-    if (count == 0) return {true, std::move(contents)};
+    if (count == 0) return {.exists = true, .contents = std::move(contents)};
     if (count < 0 || contents.size() + static_cast<std::size_t>(count) > kLargestFile)
-      return {true, std::nullopt};
+      return {.exists = true};
     contents.append(part, static_cast<std::size_t>(count));
   }
 }

@@ -9,7 +9,8 @@ namespace veltrano::internal {
 /// What was found at a path. If it exists without contents, it could not be read.
 struct FileContents {
   bool exists = false;
-  std::optional<std::string> contents;
+  std::optional<std::string> contents = {};
+  bool lacksDescriptor = false;  // the process has none left, and the file is not to blame
 };
 
 /// Reads a regular file of up to 4 MiB, including files in /proc; anything else counts as
