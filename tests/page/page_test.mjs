@@ -72,6 +72,8 @@ test('filters by name, user and text', async () => {
   for (const [label, text, count] of cases) {
     await page.getByLabel(label).fill(text);
     await page.getByText(count, { exact: true }).waitFor();
+    const rows = await page.getByRole('listbox', { name: 'Events' }).getByRole('option').count();
+    assert.ok(rows <= parseInt(count), `${rows} rows are shown of ${count}`);
     await page.getByLabel(label).fill('');
   }
 });
@@ -119,6 +121,39 @@ test('shows what was wrong with a refused request, and no request becomes part o
   assert.equal(await page.locator('img').count(), 0);
 });
 
+test('pauses and goes on', async () => {
+  await page.getByRole('button', { name: 'Pause' }).click();
+  await track(batch([record('Late', { time: Date.now() - 90_000_000 })]));
+  await page.getByText('paused, 1 new').waitFor();
+  assert.equal(await choose('Events', 'Late').count(), 0);
+  await page.getByRole('button', { name: 'Resume' }).click();
+  const date = new Date(Date.now() - 90_000_000)
+    .toLocaleDateString('en-US', { day: '2-digit', month: '2-digit' });
+  await choose('Events', `${date} `).filter({ hasText: 'Late' }).waitFor();
+});
+
+for (const width of [390, 1110, 1280, 1440, 1920]) {
+  test(`no two controls overlap at a width of ${width}`, async () => {
+    await page.setViewportSize({ width, height: 900 });
+    const overlaps = await page.evaluate(() => {
+      const boxes = [...document.querySelectorAll('button, input, select, output')]
+        .filter((control) => !control.closest('#details'))
+        .map((control) => [control.id || control.name || control.ariaLabel,
+          control.getBoundingClientRect()]);
+      const narrow = boxes.filter(([name, { width }]) =>
+        ['name', 'uid', 'text', 'kind'].includes(name) && width < 90);
+      const pairs = boxes.flatMap(([name, a], i) => boxes.slice(i + 1)
+        .filter(([, b]) => a.left < b.right && b.left < a.right && a.top < b.bottom && b.top < a.bottom)
+        .map(([other]) => [name, other]));
+      const wide = document.documentElement.scrollWidth > innerWidth ? ['the page'] : [];
+      return [...narrow.map(([name]) => [name]), ...pairs, ...wide];
+    });
+    await page.screenshot({ path: `${output}/page-${width}.png` });
+    await page.setViewportSize({ width: 1440, height: 900 });
+    assert.deepEqual(overlaps, []);
+  });
+}
+
 for (const colorScheme of ['light', 'dark']) {
   test(`is accessible when ${colorScheme}`, async () => {
     await page.emulateMedia({ colorScheme });
@@ -129,13 +164,15 @@ for (const colorScheme of ['light', 'dark']) {
   });
 }
 
-test('scrolls through ten thousand events', async (t) => {
+test('scrolls through ten thousand events, and keeps the sessions', async (t) => {
+  const session = await page.getByText(/ s, 2 heartbeats, \d+ events/).textContent();
   await page.getByRole('listbox', { name: 'Events' }).focus();
   await page.keyboard.press('End'); // follows what arrives
   for (let i = 0; i < 50; ++i)
     await track(batch(Array.from({ length: 200 }, (_, j) =>
       record('Song Played', { track: i * 200 + j, room: 'x'.repeat(400) }))));
   await choose('Events', 'track=9999').waitFor();
+  await page.getByText(session, { exact: true }).waitFor();
   await page.getByRole('listbox', { name: 'Events' }).hover();
   const frames = page.evaluate(() => new Promise((resolve) => {
     const times = [];

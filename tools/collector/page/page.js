@@ -4,6 +4,7 @@ const LIMIT = 10_000; // of events and heartbeats together, and of refused reque
 const ROW = 26; // pixels, as in the style sheet
 const MINUTES = 30;
 const MAXIMUM_LANES = 100;
+const MAXIMUM_MARKS = 100_000; // of events and heartbeats, on the lanes
 
 const $ = (id) => document.getElementById(id);
 
@@ -37,6 +38,16 @@ function clock(ms, digits = 3) {
   const date = new Date(ms);
   const time = date.toTimeString().slice(0, 8);
   return digits ? `${time}.${String(date.getMilliseconds()).padStart(digits, '0')}` : time;
+}
+
+const dated = (ms) => `${new Date(ms).toLocaleDateString()} ${clock(ms)}`;
+
+// The time, with the date in place of the seconds unless it is today's.
+function stamp(ms, digits) {
+  const date = new Date(ms);
+  if (date.toDateString() === new Date().toDateString()) return clock(ms, digits);
+  return `${date.toLocaleDateString(undefined, { day: '2-digit', month: '2-digit' })} ` +
+    clock(ms).slice(0, 5);
 }
 
 const plural = (count, noun) => `${count.toLocaleString()} ${noun}${count === 1 ? '' : 's'}`;
@@ -84,18 +95,20 @@ class List {
     const end = Math.min(items.length, first + Math.ceil(container.clientHeight / ROW) + 6);
     while (this.#rows.length < end - first) this.#addRow();
     container.removeAttribute('aria-activedescendant');
-    this.#rows.forEach((row, i) => {
-      const item = items[first + i];
-      row.hidden = first + i >= end;
-      if (row.hidden) return;
-      row.style.transform = `translateY(${(first + i) * ROW}px)`;
-      row.ariaPosInSet = first + i + 1;
+    // An item keeps its row while it is in view.
+    const rows = this.#rows;
+    for (let at = first; at < first + rows.length; ++at) {
+      const [row, item] = [rows[at % rows.length], items[at]];
+      row.hidden = at >= end;
+      row.ariaSelected = !row.hidden && item === this.selected;
+      if (row.hidden) continue;
+      row.style.transform = `translateY(${at * ROW}px)`;
+      row.ariaPosInSet = at + 1;
       row.ariaSetSize = items.length;
-      row.ariaSelected = item === this.selected;
       if (item === this.selected) container.setAttribute('aria-activedescendant', row.id);
       if (row.item !== item) this.fill(row, item);
       row.item = item;
-    });
+    }
   });
 
   #addRow() {
@@ -136,18 +149,21 @@ class List {
 
 const totals = { event: 0, heartbeat: 0, refused: 0 };
 let items = []; // events and heartbeats
+let marks = []; // the same on the lanes, where more are kept
 const minutes = new Map(); // since 1970, to the number of requests by their outcome
 
 const events = new List($('events'), (row, item) => {
   row.className = item.kind;
-  row.replaceChildren(cell('time', clock(item.received)), cell('name', item.name),
+  row.title = `arrived ${dated(item.received)}, recorded ${dated(item.time)}`;
+  row.replaceChildren(cell('time', stamp(item.received)), cell('time', stamp(item.time)),
+    cell('name', item.name),
     cell('uid', item.uid || '–'), cell('summary', summaryOf(item)),
     cell('answer', item.answer === 200 ? '' : answerText(item.answer)));
 }, showItem);
 
 const refused = new List($('refused'), (row, { received, reason }) => {
-  row.title = reason;
-  row.replaceChildren(cell('time', clock(received, 0)), cell('summary', reason));
+  row.title = `${dated(received)}\n${reason}`;
+  row.replaceChildren(cell('time', stamp(received, 0)), cell('summary', reason));
 }, showRefused);
 
 // A list may exceed the limit a little, because dropping moves all that is kept.
@@ -165,11 +181,15 @@ function addItem(kind, data) {
   if (kind === 'heartbeat') Object.assign(item, { session, start: item.time - duration });
   ++totals[kind];
   items.push(item);
-  if (matches(item)) events.items.push(item);
+  marks.push({ kind, uid: item.uid, session: item.session, start: item.start, time: item.time });
+  if (marks.length > MAXIMUM_MARKS * 1.05) marks = marks.slice(-MAXIMUM_MARKS);
+  if (isPaused) ++missed;
+  else if (matches(item)) events.items.push(item);
 
   const dropped = excess(items);
   if (!dropped) return;
   items.splice(0, dropped);
+  if (isPaused) return; // what is shown stays
   const kept = events.items.findIndex(({ number }) => number >= items[0].number);
   events.dropFirst(kept < 0 ? events.items.length : kept);
 }
@@ -196,6 +216,8 @@ const receivers = {
   faults: (data) => showFaults(JSON.parse(data)),
   clear: () => {
     items = [];
+    marks = [];
+    setPaused(false);
     Object.assign(totals, { event: 0, heartbeat: 0, refused: 0 });
     minutes.clear();
     events.show([]);
@@ -207,6 +229,16 @@ const receivers = {
 // ---- Filter
 
 let matches = () => true;
+let isPaused = false;
+let missed = 0; // while paused
+
+function setPaused(value) {
+  [isPaused, missed] = [value, 0];
+  $('pause').textContent = value ? 'Resume' : 'Pause';
+  $('events').classList.toggle('paused', value);
+  if (!value) applyFilter();
+  refresh();
+}
 
 function applyFilter() {
   const wanted = Object.fromEntries(new FormData($('filter')));
@@ -216,7 +248,8 @@ function applyFilter() {
   });
   if (wanted.kind) tests.push((item) => item.kind === wanted.kind);
   matches = (item) => tests.every((test) => test(item));
-  events.show(items.filter(matches));
+  // While paused, only what had arrived before.
+  events.show(items.slice(0, items.length - Math.min(missed, items.length)).filter(matches));
   refresh();
 }
 
@@ -270,7 +303,7 @@ function valueCell(key, value) {
   const shown = element('td', {}, cell(isNumber ? 'number' : typeof value, text));
   const date = new Date(Number(text));
   if (key === 'time' && isNumber && !isNaN(date))
-    shown.append(cell('note', `\n${date.toLocaleDateString()} ${clock(date)}`));
+    shown.append(cell('note', `\n${dated(date)}`));
   return shown;
 }
 
@@ -300,8 +333,8 @@ function showDetails(title, facts, json, ...parts) {
 
 function showItem(item) {
   refused.select(null);
-  const { received, uid, answer } = item;
-  const facts = { Received: clock(received), User: uid || '(none)', Answer: answerText(answer) };
+  const { received, time, uid, answer } = item;
+  const facts = { Arrived: dated(received), Recorded: dated(time), User: uid || '(none)', Answer: answerText(answer) };
   const groups = Object.entries(propertiesOf(item)).filter(([, properties]) => properties.length);
   showDetails(item.name, facts, item.json, ...groups.map((group) => foldable(...group)));
 }
@@ -309,7 +342,7 @@ function showItem(item) {
 function showRefused(request) {
   events.select(null);
   const { received, method, path, answer, reason, headers, body } = request;
-  const facts = { Received: clock(received), Request: `${method} ${path}`, Answer: `${answer}`,
+  const facts = { Arrived: dated(received), Request: `${method} ${path}`, Answer: `${answer}`,
     Reason: reason };
   showDetails('Refused request', facts, JSON.stringify(request, null, 2),
     element('h3', {}, 'Headers'), element('pre', {}, headers.join('\n')),
@@ -318,13 +351,13 @@ function showRefused(request) {
 
 // ---- Sessions as lanes
 
-function lanesOf(items) {
+function lanesOf(marks) {
   const lanes = new Map();
   const lane = (key, uid, session, start) => {
     if (!lanes.has(key)) lanes.set(key, { uid, session, start, end: start, beats: [], events: [] });
     return lanes.get(key);
   };
-  for (const { kind, uid, session, start, time } of items) {
+  for (const { kind, uid, session, start, time } of marks) {
     if (kind !== 'heartbeat') continue;
     const found = lane(session, uid, session, start);
     found.start = Math.min(found.start, start);
@@ -333,7 +366,7 @@ function lanesOf(items) {
   }
   // An event belongs to its user's last session that had begun.
   const sessions = Object.groupBy([...lanes.values()], ({ uid }) => uid);
-  for (const { kind, uid, time } of items) {
+  for (const { kind, uid, time } of marks) {
     if (kind !== 'event') continue;
     const found = sessions[uid]?.findLast(({ start }) => start <= time);
     (found ?? lane(`no session of ${uid}`, uid, null, time)).events.push(time);
@@ -342,7 +375,7 @@ function lanesOf(items) {
 }
 
 function showLanes() {
-  const lanes = lanesOf(items);
+  const lanes = lanesOf(marks);
   let [from, to] = [Infinity, -Infinity];
   for (const { start, end, events } of lanes)
     for (const time of [start, end, ...events]) [from, to] = [Math.min(from, time), Math.max(to, time)];
@@ -360,8 +393,8 @@ function showLanes() {
     if (session) parts.unshift(`${Math.round((end - start) / 1000)} s`, plural(beats.length, 'heartbeat'));
     return [cell('lane', name), picture, cell('note', parts.join(', '))];
   }));
-  $('from').textContent = lanes.length ? clock(from, 0) : '';
-  $('to').textContent = lanes.length ? clock(to, 0) : '';
+  $('from').textContent = lanes.length ? stamp(from, 0) : '';
+  $('to').textContent = lanes.length ? stamp(to, 0) : '';
 }
 
 // ---- Requests a minute
@@ -459,7 +492,8 @@ const refresh = onceAFrame(() => {
   events.render();
   refused.render();
   const [shown, all] = [events.items, items].map(({ length }) => length.toLocaleString());
-  $('matches').textContent = shown === all ? '' : `${shown} of ${all}`;
+  $('count').textContent = isPaused ? `paused, ${missed.toLocaleString()} new`
+    : shown === all ? '' : `${shown} of ${all}`;
   $('totals').textContent = `${plural(totals.event, 'event')} · ` +
     `${plural(totals.heartbeat, 'heartbeat')} · ${totals.refused.toLocaleString()} refused`;
   if (overviewIsDue) return;
@@ -473,6 +507,7 @@ const refresh = onceAFrame(() => {
 
 $('filter').addEventListener('input', applyFilter);
 $('filter').addEventListener('submit', (event) => event.preventDefault());
+$('pause').addEventListener('click', () => setPaused(!isPaused));
 $('clear').addEventListener('click', () => fetch('reset', { method: 'POST' }));
 setInterval(showPlot, 10_000);
 
