@@ -5,8 +5,7 @@ run = directory . "/intervals.csv"
 set datafile separator comma
 stats run using "in_outage" name "outage" nooutput
 stats run using "delivered" name "delivered" nooutput
-stats run using (column("recorded") - column("delivered_in_all") - column("waiting") - column("in_flight")) \
-      name "dropped" nooutput
+stats run using (column("dropped_by_trimming") + column("dropped_as_refused")) name "dropped" nooutput
 set terminal svg size 860,380 font "Helvetica,12" background "white"
 set key above left Left reverse samplen 2
 set title font ",15"
@@ -26,9 +25,11 @@ set style line 2 linecolor "#d55e00" linewidth 1.5
 set style line 3 linecolor "#009e73" linewidth 1.5
 set style line 4 linecolor "#aaaaaa"
 
-shade = "run using 'start_s':'in_outage' axes x1y2 with fillsteps linecolor '#fbe3d6' " . \
+shade = "run using (middle(0)):(column('in_outage') > 0 ? 1 : NaN):(column('length_s')) " . \
+        "axes x1y2 with boxes linecolor '#fbe3d6' " . \
         (outage_max > 0 ? "title 'outage'" : "notitle")
 middle(unused) = column("start_s") + column("length_s") / 2
+delay(name) = strlen(stringcolumn(name)) > 0 ? column(name) : NaN  # a gap
 rate(name) = column(name) / column("length_s")
 
 set macros
@@ -65,7 +66,7 @@ set logscale y
 set yrange [*:*]
 set ytics ("1 ms" 0.001, "10 ms" 0.01, "0.1 s" 0.1, "1 s" 1, "10 s" 10, "1 min" 60, \
            "10 min" 600, "1 h" 3600, "10 h" 36000, "1 d" 86400, "10 d" 864000)
-plot @shade, run using (middle(0)):(column("delay_longest_s")) linestyle 4 title "longest", \
-     "" using (middle(0)):(column("delay_99_s")) linestyle 2 title "99 %", \
-     "" using (middle(0)):(column("delay_90_s")) linestyle 3 title "90 %", \
-     "" using (middle(0)):(column("delay_median_s")) linestyle 1 title "median"
+plot @shade, run using (middle(0)):(delay("delay_longest_s")) linestyle 4 title "longest", \
+     "" using (middle(0)):(delay("delay_99_s")) linestyle 2 title "99 %", \
+     "" using (middle(0)):(delay("delay_90_s")) linestyle 3 title "90 %", \
+     "" using (middle(0)):(delay("delay_median_s")) linestyle 1 title "median"
