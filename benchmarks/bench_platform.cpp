@@ -39,7 +39,6 @@ void installBenchPlatform(veltrano::internal::ZKURLSessionManager& session,
     std::fputs("There is a platform already.\n", stderr);
     std::exit(1);
   }
-  services().connectivity.startWatching();
 }
 
 void enterBackground() {

@@ -73,7 +73,6 @@ class SystemInstaller final : public Installer {
     if (!Library::install(backend->platform()))
       return "The library is in use already; install the platform before its first use.";
     backend_ = backend.release();  // the library uses it from now on
-    dropExceptions([&] { backend_.load()->connectivity.startWatching(); });
     return {};
   }
 

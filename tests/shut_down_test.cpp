@@ -222,15 +222,21 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
     isRunning.wait();
     expect(!it.shutDown(std::chrono::milliseconds(100)), "something was left");
   });
-  expectExit([] {  // the function that gets the report on the upload hangs
-    Host& it = host();
+  // The function that gets the report on the upload hangs, whether the collection host answers or
+  // hangs, too.
+  static constexpr auto hangInReports = [](const TLSServer::Handler& handler) {
+    Host& it = host(handler);
     it.onTransfer = [](const TransferReport&) {
       for (;;) pause();
     };
-    Veltrano::shared().track("E");
+    const auto held = std::make_shared<int>();
+    Veltrano::shared().track("E", {}, [held](bool) {});
     expect(!it.shutDown(std::chrono::milliseconds(100)), "something was left");
     expect(left() == 1, "the upload was given up");
-  });
+    expect(held.use_count() == 1, "the completion was released");
+  };
+  expectExit([] { hangInReports(accept); });
+  expectExit([] { hangInReports([](int) { return TLSServer::Reply{}; }); });
 }
 
 TEST_F(ShutDown, WithADeadlineThatHasPassedSendsAndForgetsNothing) {

@@ -395,16 +395,17 @@ TEST(URLSession, CallsBackOncePerPost) {
   constexpr int kCalls = 8 * 12 * 2;
   std::atomic<int> calls{0};
   std::promise<void> all;
-  const auto count = [&](auto, auto response, auto) {
-    EXPECT_TRUE(response);
+  const auto count = [&](auto, auto response, auto error) {
+    EXPECT_TRUE(response) << (error ? error->reason : "");
     if (++calls == kCalls) all.set_value();
   };
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 8; ++thread) {
     threads.emplace_back([&] {
       for (int i = 0; i < 12; ++i) {
-        session.postData(requestTo(server.url()), [&](auto data, auto response, auto error) {
-          session.postData(requestTo(server.url()), count);
+        const auto request = requestTo(server.url() + (i % 2 == 0 ? "/track" : "/heartbeat"));
+        session.postData(request, [&, request](auto data, auto response, auto error) {
+          session.postData(request, count);
           count(data, response, error);
         });
       }
@@ -412,9 +413,9 @@ TEST(URLSession, CallsBackOncePerPost) {
   }
   for (auto& thread : threads) thread.join();
   all.get_future().wait();
-  post(session, requestTo(server.url()));
+  post(session, requestTo(server.url() + "/track"));
   EXPECT_EQ(calls, kCalls);
-  EXPECT_EQ(server.connections(), 1);
+  EXPECT_LE(server.connections(), 2) << "one for each path";
 }
 
 }  // namespace

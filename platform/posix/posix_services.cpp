@@ -21,7 +21,9 @@ PosixServices::PosixServices(PosixOptions options)
                   .pinnedPublicKey = std::move(options.pinnedPublicKey),
                   .proxy = std::move(options.proxy),
                   .proxyFromEnvironment = options.proxyFromEnvironment,
-                  .onTransfer = std::move(options.onTransfer)}),
+                  .onTransfer = std::move(options.onTransfer),
+                  .interceptorsMayBlock = bool(options.sessionToken),
+                  .onNetworkChange = [this] { connectivity.look(); }}),
       tokenRepository(std::move(options.sessionToken)) {
   device.setMainScreenSize({options.screenWidth, options.screenHeight});
   device.setOrientation(options.deviceOrientation);

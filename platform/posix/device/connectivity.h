@@ -9,15 +9,14 @@ namespace veltrano::internal {
 /// Remembers whether the process is on Wi-Fi, so that asking costs nothing.
 class PosixConnectivity final : public ZKConnectivityManager {
  public:
-  /// Checks the network now and, on a thread of its own, after each change that the system reports.
-  /// Call once, and never destroy the object afterwards.
-  void startWatching();
+  PosixConnectivity() { look(); }
+
+  /// Call after each change of the network.
+  void look() noexcept;
 
   bool isReachableOnWiFi() const override { return isOnWiFi_.load(std::memory_order_relaxed); }
 
  private:
-  void look();
-
   std::atomic<bool> isOnWiFi_{false};
 };
 

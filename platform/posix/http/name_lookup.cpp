@@ -1,5 +1,6 @@
 #include "platform/posix/http/name_lookup.h"
 
+#include <arpa/inet.h>
 #include <curl/curl.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -7,12 +8,10 @@
 
 #include <cstring>
 #include <memory>
-#include <utility>
+#include <new>
 
 namespace veltrano::internal {
 namespace {
-
-constexpr std::chrono::minutes kKeptFor{1};
 
 struct Free {
   void operator()(CURLU* url) const { curl_url_cleanup(url); }
@@ -26,12 +25,30 @@ std::string part(CURLU* url, CURLUPart which) {
   return std::unique_ptr<char, Free>(text).get();
 }
 
-// Separated by commas; empty if the lookup failed.
-std::string addressesOf(const std::string& host, const std::string& port) {
+}  // namespace
+
+std::optional<HostName> hostNameIn(const std::string& url, const char* defaultPort) {
+  const std::unique_ptr<CURLU, Free> parsed(curl_url());
+  if (!parsed) throw std::bad_alloc();
+  if (curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(),
+                   CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
+    return std::nullopt;
+  HostName name{part(parsed.get(), CURLUPART_HOST), part(parsed.get(), CURLUPART_PORT)};
+  if (name.host.empty() || name.host.front() == '[') return std::nullopt;
+  if (name.port.empty()) name.port = defaultPort;
+  return name;
+}
+
+std::string literalAddress(const HostName& name) {
+  in_addr address;
+  return inet_pton(AF_INET, name.host.c_str(), &address) == 1 ? name.host : "";
+}
+
+std::string lookUp(const HostName& name) {
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
-  if (getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) return {};
+  if (getaddrinfo(name.host.c_str(), name.port.c_str(), &hints, &found) != 0) return {};
   const std::unique_ptr<addrinfo, Free> owner(found);
   std::string addresses;
   for (; found != nullptr; found = found->ai_next) {
@@ -44,28 +61,6 @@ std::string addressesOf(const std::string& host, const std::string& port) {
     addresses += found->ai_family == AF_INET6 ? "[" + std::string(text) + "]" : text;
   }
   return addresses;
-}
-
-}  // namespace
-
-std::optional<std::string> NameLookup::addresses(const std::string& url, const char* defaultPort) {
-  const std::unique_ptr<CURLU, Free> parsed(curl_url());
-  if (!parsed || curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(),
-                              CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
-    return "";
-  const std::string host = part(parsed.get(), CURLUPART_HOST);
-  std::string port = part(parsed.get(), CURLUPART_PORT);
-  if (port.empty()) port = defaultPort;
-  if (host.empty() || host.front() == '[') return "";
-
-  const std::string key = host + ':' + port + ':';
-  Known& known = known_[key];
-  const auto now = Clock::now();
-  if (known.addresses.empty() || now - known.since > kKeptFor) {
-    if (auto fresh = addressesOf(host, port); !fresh.empty()) known = {std::move(fresh), now};
-  }
-  if (known.addresses.empty()) return std::nullopt;
-  return key + known.addresses;
 }
 
 }  // namespace veltrano::internal

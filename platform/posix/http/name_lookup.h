@@ -1,32 +1,29 @@
 #pragma once
 
-#include <chrono>
-#include <map>
 #include <optional>
 #include <string>
 
 namespace veltrano::internal {
 
-/// Looks up host names on the calling thread. libcurl would start a thread per lookup and leak it
-/// when the lookup hangs. Not thread-safe.
-class NameLookup {
- public:
-  /// The addresses of the host of `url` as "host:port:address,...", for CURLOPT_RESOLVE.
-  /// `defaultPort` is used when the URL has no port. Empty when libcurl needs no lookup: for an
-  /// IPv6 address, and when `url` is not a URL. None when the lookup failed. Blocks as long as the
-  /// system's resolver.
-  ///
-  /// Caches addresses for a minute, and longer while the next lookup fails.
-  std::optional<std::string> addresses(const std::string& url, const char* defaultPort);
+/// A name that libcurl must not look up itself: it would start a thread per lookup and leak it when
+/// the lookup hangs.
+struct HostName {
+  std::string host;
+  std::string port;
 
- private:
-  using Clock = std::chrono::steady_clock;
-  struct Known {
-    std::string addresses;
-    Clock::time_point since;
-  };
-
-  std::map<std::string, Known> known_;  // by "host:port:"
+  /// The start of an entry for CURLOPT_RESOLVE, which the addresses complete.
+  std::string key() const { return host + ':' + port + ':'; }
 };
+
+/// The host of `url`, with `defaultPort` if it has no port. None when libcurl looks nothing up: for
+/// an IPv6 address, and when `url` is not a URL.
+std::optional<HostName> hostNameIn(const std::string& url, const char* defaultPort);
+
+/// The address that the name is itself, if it is one; else empty.
+std::string literalAddress(const HostName& name);
+
+/// The addresses, separated by commas; empty when the lookup failed. Blocks as long as the system's
+/// resolver.
+std::string lookUp(const HostName& name);
 
 }  // namespace veltrano::internal

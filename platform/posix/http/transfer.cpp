@@ -92,9 +92,8 @@ void HTTPTransfer::setConnectionOptions(const URLSessionOptions& options) {
   }
 
   set(CURLOPT_OPENSOCKETFUNCTION, openSocket);
-  set(CURLOPT_OPENSOCKETDATA, this);
   set(CURLOPT_CLOSESOCKETFUNCTION, closeSocket);
-  set(CURLOPT_CLOSESOCKETDATA, &sockets_);  // not `this`: the connection may outlive the transfer
+  set(CURLOPT_CLOSESOCKETDATA, &sockets_);  // not `this`: the connection may live longer
 }
 
 void HTTPTransfer::setSecurityOptions(const URLSessionOptions& options) {
@@ -179,27 +178,19 @@ int HTTPTransfer::refuseLookup(void*, void*, void* transfer) {
   return 1;
 }
 
-curl_socket_t HTTPTransfer::openSocket(void* transfer, curlsocktype, curl_sockaddr* address) {
-  auto& sockets = static_cast<HTTPTransfer*>(transfer)->sockets_;
-  try {
-    sockets.reserve(sockets.size() + 1);
-  } catch (...) {
-    return CURL_SOCKET_BAD;
-  }
-  const auto socket = internal::openSocket(address->family, address->socktype, address->protocol);
-  if (socket != CURL_SOCKET_BAD) sockets.push_back(socket);
-  return socket;
+curl_socket_t HTTPTransfer::openSocket(void*, curlsocktype, curl_sockaddr* address) {
+  return veltrano::internal::openSocket(address->family, address->socktype, address->protocol);
 }
 
 int HTTPTransfer::closeSocket(void* sockets, curl_socket_t socket) {
-  auto& open = *static_cast<std::vector<curl_socket_t>*>(sockets);
-  open.erase(std::remove(open.begin(), open.end(), socket), open.end());
+  std::erase(*static_cast<std::vector<curl_socket_t>*>(sockets), socket);
   return ::close(socket);
 }
 
 // Called each time libcurl is about to send the request on a connection.
-int HTTPTransfer::beforeRequest(void* transfer, char*, char*, int, int) {
+int HTTPTransfer::beforeRequest(void* transfer, char*, char*, int, int localPort) {
   auto& self = *static_cast<HTTPTransfer*>(transfer);
+  self.localPort_ = localPort;
   if (std::exchange(self.hasBegunRequest_, true)) {
     // A reused connection broke without a response, and libcurl retries on a new one. But the
     // server may have read the first request.
@@ -212,7 +203,7 @@ int HTTPTransfer::beforeRequest(void* transfer, char*, char*, int, int) {
 
 int HTTPTransfer::progress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
   auto& self = *static_cast<HTTPTransfer*>(transfer);
-  if (self.isOver()) {
+  if (self.isStopped_ || std::chrono::steady_clock::now() >= self.attempt_.deadline) {
     self.cutOff(CURLE_OPERATION_TIMEDOUT);
     return 1;
   }

@@ -38,8 +38,9 @@ struct TransferResult {
 /// Performs one attempt. Sends the request at most once. Not thread-safe.
 class HTTPTransfer {
  public:
-  /// `sockets` contains the connection's socket while it is open. All arguments must outlive the
-  /// transfer. It ends soon after any thread sets `isStopped`.
+  /// Removes the connection's socket from `sockets` when the connection is closed; they must
+  /// outlive the connection, the other arguments the transfer. The transfer ends soon after any
+  /// thread sets `isStopped`.
   HTTPTransfer(std::vector<curl_socket_t>& sockets, const URLSessionOptions& options,
                const Attempt& attempt, const std::atomic<bool>& isStopped);
   HTTPTransfer(const HTTPTransfer&) = delete;
@@ -47,10 +48,8 @@ class HTTPTransfer {
   /// The handle to add to a multi handle; null when the transfer could not be set up.
   CURL* handle() const { return setUp_ == CURLE_OK ? easy_.get() : nullptr; }
 
-  /// Whether the transfer must end, even if libcurl is still waiting.
-  bool isOver() const {
-    return isStopped_ || std::chrono::steady_clock::now() >= attempt_.deadline;
-  }
+  /// The port of our end of the connection that the request is on; 0 before there is one.
+  int localPort() const { return localPort_; }
 
   /// Call once, after removing `handle` from its multi handle. `code` is libcurl's result.
   TransferResult result(CURLcode code);
@@ -69,9 +68,9 @@ class HTTPTransfer {
   std::size_t cutOff(CURLcode reason);
 
   static int refuseLookup(void*, void*, void* transfer);
-  static curl_socket_t openSocket(void* transfer, curlsocktype, curl_sockaddr* address);
+  static curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address);
   static int closeSocket(void* sockets, curl_socket_t socket);
-  static int beforeRequest(void* transfer, char*, char*, int, int);
+  static int beforeRequest(void* transfer, char*, char*, int, int localPort);
   static int progress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
   static std::size_t receiveHeader(char* bytes, std::size_t, std::size_t count, void* transfer);
   static std::size_t receive(char* bytes, std::size_t, std::size_t count, void* transfer);
@@ -87,6 +86,7 @@ class HTTPTransfer {
   char errorText_[CURL_ERROR_SIZE] = "";
   bool lacksAddresses_ = false;
   bool hasBegunRequest_ = false;
+  int localPort_ = 0;
   // Read from the connection, earlier responses included.
   std::uint64_t bytesBefore_ = 0;  // when the request began
   std::uint64_t bytesRead_ = 0;    // by now

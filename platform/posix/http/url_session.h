@@ -1,9 +1,6 @@
 #pragma once
 
-#include <array>
-#include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -15,7 +12,7 @@
 
 namespace veltrano::internal {
 
-class Endpoint;
+class NetworkThread;
 
 struct URLSessionOptions {
   std::string certificateAuthorities = {};  // a PEM file; empty: the system's own
@@ -24,21 +21,24 @@ struct URLSessionOptions {
   std::string noProxy = {};                 // hosts without a proxy, in the format of no_proxy
   bool proxyFromEnvironment = false;        // read by the constructor, unless `proxy` is set
   std::function<void(const TransferReport&)> onTransfer = {};
+  bool interceptorsMayBlock = true;               // otherwise they run on the network thread
+  std::function<void()> onNetworkChange = [] {};  // called on the network thread; must not block
   Duration firstBackOff = RequestLimits().firstBackOff;
   Duration connectTimeout = RequestLimits().connectTimeout;
   Duration attemptTimeout = RequestLimits().attemptTimeout;
   Duration requestTimeout = RequestLimits().requestTimeout;
 };
 
-/// Posts over HTTPS. Posts to the same base URL run one at a time; the first two base URLs run
-/// independently of each other, further ones share the threads of the second. The first post
-/// initialises libcurl and OpenSSL.
+/// Posts over HTTPS, on one thread. Posts to the same base URL run one at a time; the first two
+/// base URLs run independently of each other, further ones count as the second. What may block in
+/// the host's code or in a name lookup runs on further threads and holds up nothing else. The first
+/// post initialises libcurl and OpenSSL.
 ///
 /// A request that the server may have seen is retried only after a 502, 503 or 504, minus the codes
 /// in `dontRetryStatusCodesSet`. In a forked child posts are dropped.
 class PosixURLSession final : public ZKURLSessionManager {
  public:
-  /// Starts the threads that call back. Throws std::system_error when that fails.
+  /// Starts the network thread and one that calls back. Throws std::system_error when that fails.
   explicit PosixURLSession(URLSessionOptions options);
   /// Shuts down at once.
   ~PosixURLSession() override;
@@ -50,21 +50,15 @@ class PosixURLSession final : public ZKURLSessionManager {
   /// Ignores Retry-After from now on, also for retries already scheduled.
   void ignoreRetryAfter();
 
-  /// Ends the session. New posts fail; pending ones fail at `deadline`. Returns when all have been
-  /// called back, at most half a second after the deadline. Afterwards posts are dropped without a
+  /// Ends the session. New posts fail; pending ones fail at `deadline`, or at that of a concurrent
+  /// shutdown if it is earlier. Returns when all have been called back, at most half a second after
+  /// the deadline. Afterwards posts are dropped without a
   /// callback. The threads end; one in the host's code or in a name lookup ends when that returns.
   /// Returns true if all posts finished in time. Must not be called from a callback.
   bool shutDown(std::chrono::steady_clock::time_point deadline);
 
  private:
-  struct OwnEndpoint {
-    std::atomic<std::size_t> url{0};     // a hash of the base URL; 0: unused
-    std::shared_ptr<Endpoint> endpoint;  // shared with its threads
-  };
-
-  Endpoint& endpointFor(const std::string& baseURL);
-
-  std::array<OwnEndpoint, 2> endpoints_;
+  const std::shared_ptr<NetworkThread> thread_;
 };
 
 }  // namespace veltrano::internal

@@ -11,9 +11,9 @@ namespace veltrano::internal {
 /// Names the calling thread for debuggers, if the system can. A long name is truncated.
 void nameThisThread(const char* name);
 
-/// Gives the calling thread its own, empty descriptor table, if the system can. Only the standard
-/// error stays, for crash reports. Otherwise the thread keeps the shared table.
-void separateDescriptors();
+/// Gives the calling thread its own descriptor table, if the system can. In it stay `kept` and the
+/// standard error, for crash reports. Otherwise the thread keeps the shared table.
+void separateDescriptors(int kept);
 
 /// Like socket(2). Executed programs do not inherit the descriptor.
 int openSocket(int family, int type, int protocol);
@@ -22,7 +22,7 @@ int openSocket(int family, int type, int protocol);
 /// not say. Throws std::bad_alloc.
 bool isOnWiFi();
 
-/// Waits for changes of the network's interfaces and routes. Not thread-safe.
+/// Notices changes of the network's interfaces and routes. Not thread-safe.
 class NetworkChanges {
  public:
   /// Misses no change from here on.
@@ -31,11 +31,11 @@ class NetworkChanges {
   NetworkChanges(const NetworkChanges&) = delete;
   NetworkChanges& operator=(const NetworkChanges&) = delete;
 
-  /// Whether the system reports changes to this process.
-  bool isOpen() const { return descriptor_ >= 0; }
+  /// Has input after a change. -1 when the system reports none to this process.
+  int descriptor() const { return descriptor_; }
 
-  /// Returns after the next change, or several; false when there is nothing to wait for any more.
-  bool wait() const;
+  /// Takes all changes so far.
+  void clear();
 
  private:
   int descriptor_ = -1;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/posix/system/system.h"
 
@@ -11,10 +12,10 @@ namespace veltrano::internal {
 namespace {
 
 // Receives one message. Its content does not matter: something changed. An overrun means the same.
-bool receiveChange(int changes, int flags) {
+bool receiveChange(int changes) {
   char message[1];
-  return recv(changes, message, sizeof message, flags | MSG_TRUNC) >= 0 || errno == ENOBUFS ||
-         errno == EINTR;
+  return recv(changes, message, sizeof message, MSG_DONTWAIT | MSG_TRUNC) >= 0 ||
+         errno == ENOBUFS || errno == EINTR;
 }
 
 }  // namespace
@@ -33,14 +34,14 @@ NetworkChanges::NetworkChanges() {
 }
 
 NetworkChanges::~NetworkChanges() {
-  if (isOpen()) close(descriptor_);
+  if (descriptor_ >= 0) close(descriptor_);
 }
 
-bool NetworkChanges::wait() const {
-  if (!receiveChange(descriptor_, 0)) return false;
-  while (receiveChange(descriptor_, MSG_DONTWAIT)) {
+void NetworkChanges::clear() {
+  while (receiveChange(descriptor_)) {
   }
-  return true;
+  if (errno == EAGAIN) return;
+  close(std::exchange(descriptor_, -1));  // broken: would have input for ever
 }
 
 }  // namespace veltrano::internal

@@ -21,9 +21,11 @@ void nameThisThread(const char* name) {
 
 // Closes the host's descriptors in the new table, so that a pipe still ends when the host closes
 // it. ThreadSanitizer identifies descriptors by number alone.
-void separateDescriptors() {
-  if (__tsan_init != nullptr) return;
-  if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_UNSHARE) != 0) return;
+void separateDescriptors(int kept) {
+  if (__tsan_init != nullptr || kept <= STDERR_FILENO) return;
+  const auto number = static_cast<unsigned>(kept);
+  if (close_range(number + 1, ~0U, CLOSE_RANGE_UNSHARE) != 0) return;
+  if (kept > STDERR_FILENO + 1) close_range(STDERR_FILENO + 1, number - 1, 0);
   const int nothing = open("/", O_PATH | O_CLOEXEC);
   if (nothing < 0) return;
   dup2(nothing, STDIN_FILENO);

@@ -6,8 +6,6 @@ NetworkChanges::NetworkChanges() = default;
 
 NetworkChanges::~NetworkChanges() = default;
 
-bool NetworkChanges::wait() const {
-  return false;
-}
+void NetworkChanges::clear() {}
 
 }  // namespace veltrano::internal

@@ -7,7 +7,7 @@ namespace veltrano::internal {
 
 void nameThisThread(const char* /*name*/) {}
 
-void separateDescriptors() {}
+void separateDescriptors(int /*kept*/) {}
 
 // A program that is executed between the two calls inherits the descriptor.
 int openSocket(int family, int type, int protocol) {

@@ -1,0 +1,588 @@
+#include "platform/posix/http/network_thread.h"
+
+#include <netinet/in.h>
+#include <openssl/crypto.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "platform/host_callback.h"
+#include "platform/posix/http/exit_gate.h"
+#include "platform/posix/http/name_lookup.h"
+#include "platform/posix/http/request_text.h"
+#include "platform/posix/system/background_thread.h"
+
+namespace veltrano::internal {
+namespace {
+
+constexpr int kMaxUnfinished = 256;  // posts of an endpoint; later ones fail
+constexpr std::chrono::minutes kAddressesLast{1};
+// How long the end of a session waits for what is stuck.
+constexpr std::chrono::milliseconds kGrace{250};
+
+std::string reasonOf(const TransferResult& result) {
+  const bool isPlain = result.error == CURLE_OK || !result.reason.empty();
+  return isPlain ? result.reason : curl_easy_strerror(result.error);
+}
+
+TransportError transportError(const TransferResult& result) noexcept {
+  try {
+    return {reasonOf(result)};
+  } catch (...) {
+    return {"out of memory"};  // short enough not to allocate
+  }
+}
+
+void callBack(const URLSessionCallback& callback, TransferResult& result) {
+  std::optional<std::string> data;
+  std::optional<URLResponse> response;
+  std::optional<TransportError> error;
+  if (result.attempt.httpStatusCode) response = URLResponse{result.attempt.httpStatusCode};
+  if (result.error == CURLE_OK) {
+    data = std::move(result.body);
+  } else {
+    error = transportError(result);
+  }
+  dropExceptions([&] { callback(std::move(data), response, std::move(error)); });
+}
+
+// The port of the socket's own end; 0 if it is not connected.
+int localPortOf(curl_socket_t socket) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
+  return ntohs(address.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6&>(address).sin6_port
+                                             : reinterpret_cast<sockaddr_in&>(address).sin_port);
+}
+
+}  // namespace
+
+/// A post, and the call with its outcome. Used by the network thread until it is over.
+struct NetworkThread::Post final : Call {
+  ~Post() override {
+    callback = nullptr;
+    if (owner != nullptr && !isForkedChild()) owner->postEnded(*endpoint);
+  }
+
+  void run() override { callBack(callback, result); }
+
+  std::shared_ptr<NetworkThread> owner;
+  Endpoint* endpoint = nullptr;
+  PostRequest request;
+  URLSessionCallback callback;
+  RetryRules rules;
+  std::int32_t retries = 0;
+  Clock::time_point deadline;  // of the whole request
+  Clock::time_point limit;     // of the stage
+  Clock::time_point due;       // when it may leave the stage `waiting`
+  Clock::time_point began;     // when the attempt did
+  Clock::time_point lookupBegan;
+  Stage stage = Stage::waiting;
+  std::shared_ptr<Preparation> preparation;
+  Attempt attempt;
+  TransferResult result;
+};
+
+/// The call of a post's interceptor, on a copy of what the interceptor may change.
+struct NetworkThread::Preparation final : Call {
+  Preparation(std::shared_ptr<NetworkThread> its, std::shared_ptr<const ZKInterceptor> calls,
+              URLRequest unmodified)
+      : owner(std::move(its)),
+        interceptor(std::move(calls)),
+        request(std::move(unmodified)),
+        intercepted(request) {}
+
+  void run() override {
+    if (isDone) return;  // the post's time was up
+    struct End {         // also when the host ends the thread
+      ~End() {
+        if (isForkedChild()) return;
+        preparation.isDone = true;
+        preparation.owner->wake();
+      }
+      Preparation& preparation;
+    };
+    const End end{*this};
+    dropExceptions([&] {
+      interceptor->intercept(intercepted);
+      request = std::move(intercepted);
+    });
+  }
+
+  const std::shared_ptr<NetworkThread> owner;
+  const std::shared_ptr<const ZKInterceptor> interceptor;
+  URLRequest request;
+  URLRequest intercepted;
+  std::atomic<bool> isDone{false};
+};
+
+/// The lookup of a name.
+struct NetworkThread::Lookup final : Call {
+  Lookup(std::shared_ptr<NetworkThread> its, HostName which, Name& known)
+      : owner(std::move(its)), host(std::move(which)), name(known) {}
+
+  void run() override {
+    std::string addresses;
+    dropExceptions([&] { addresses = lookUp(host); });
+    {
+      const std::lock_guard lock(owner->mutex_);
+      name.isBeingLookedUp = false;
+      name.triedAt = Clock::now();
+      if (!addresses.empty()) {
+        name.since = name.triedAt;
+        name.addresses.swap(addresses);
+      }
+    }
+    owner->wake();
+  }
+
+  const std::shared_ptr<NetworkThread> owner;
+  const HostName host;
+  Name& name;
+};
+
+/// The call with the report on an attempt.
+struct NetworkThread::Report final : Call {
+  void run() override { callHost(owner->options_.onTransfer, report); }
+
+  std::shared_ptr<NetworkThread> owner;
+  TransferReport report;
+};
+
+NetworkThread::NetworkThread(URLSessionOptions options)
+    : options_(std::move(options)),
+      calls_(std::make_shared<CallThreads>()),
+      wakeUp_(std::in_place),
+      random_(static_cast<unsigned>(Clock::now().time_since_epoch().count())),
+      looksUpHost_(options_.proxy.empty()) {
+  for (std::size_t i = 0; i < kEndpoints; ++i) endpoints_[i].path = i;
+  sockets_.reserve(4 * kEndpoints);  // more than libcurl keeps
+  spare_.push_back(std::make_shared<Post>());
+}
+
+void NetworkThread::start() {
+  const std::lock_guard lock(mutex_);
+  wakeUpDescriptor_ = wakeUp_->descriptor();
+  if (wakeUpDescriptor_ < 0)
+    throw std::system_error(EMFILE, std::generic_category(), "no descriptor for the network");
+  isRunning_ = calls_->start() &&
+               startBackgroundThread("veltrano.net", [self = shared_from_this()] { self->run(); });
+  if (isRunning_) return;
+  calls_->shutDown(Clock::now());
+  throw std::system_error(EAGAIN, std::generic_category(), "no thread for the network");
+}
+
+void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noexcept {
+  ExitGate::closeAtExit();
+  std::unique_lock lock(mutex_);
+  if (isStopped_) return;  // nobody would report it
+  Endpoint& endpoint = endpointFor(request);
+  Posts added;
+  CURLcode failure = CURLE_OK;
+  try {
+    added.push_back(std::make_shared<Post>());
+  } catch (const std::bad_alloc&) {
+    failure = CURLE_OUT_OF_MEMORY;
+    added.splice(added.end(), spare_);
+  }
+  if (added.empty() || !calls_->expect(endpoint.path)) {
+    // Without memory or a thread, the callback cannot be deferred.
+    lock.unlock();
+    TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
+    return callBack(callback, result);
+  }
+  dropExceptions([&] {
+    if (spare_.empty()) spare_.push_back(std::make_shared<Post>());
+  });
+
+  if (isClosed_ || endpoint.unfinished >= kMaxUnfinished) failure = CURLE_NO_CONNECTION_AVAILABLE;
+  ++endpoint.unfinished;
+  Post& post = *added.front();
+  post.owner = shared_from_this();
+  post.endpoint = &endpoint;
+  post.callback = std::move(callback);
+  if (failure != CURLE_OK) {
+    post.result.error = failure;
+    return end(std::move(added.front()));
+  }
+  post.due = Clock::now();
+  post.limit = post.deadline = post.due + options_.requestTimeout;
+  post.rules.firstBackOff = options_.firstBackOff;
+  if (request.maxRetries) post.rules.maxRetries = *request.maxRetries;
+  if (request.dontRetryStatusCodesSet)
+    post.rules.dontRetryStatusCodes = std::move(*request.dontRetryStatusCodesSet);
+  post.request = std::move(request);
+  incoming_.splice(incoming_.end(), added);
+  wakeUp_->set(post.due);
+}
+
+// The endpoint of the request's base URL. Called with mutex_ held.
+NetworkThread::Endpoint& NetworkThread::endpointFor(const PostRequest& request) {
+  const std::size_t url = std::hash<std::string>()(request.baseURL) | 1;
+  for (Endpoint& endpoint : endpoints_) {
+    if (endpoint.url == url) return endpoint;
+    if (endpoint.url != 0) continue;
+    endpoint.url = url;
+    dropExceptions([&] { calls_->setName(endpoint.path, "veltrano" + request.path()); });
+    return endpoint;
+  }
+  return endpoints_.back();
+}
+
+void NetworkThread::ignoreRetryAfter() {
+  ignoresRetryAfter_ = true;
+  wake();
+}
+
+bool NetworkThread::shutDown(Clock::time_point deadline) {
+  std::unique_lock lock(mutex_);
+  const auto isIdle = [this] {
+    return std::all_of(endpoints_.begin(), endpoints_.end(),
+                       [](const Endpoint& endpoint) { return endpoint.unfinished == 0; });
+  };
+  isClosed_ = true;
+  // Another shutdown may have an earlier deadline.
+  changed_.wait_until(lock, deadline, [&] { return isIdle() || isStopped_; });
+  const bool isComplete = isIdle();
+  isStopped_ = true;  // the remaining posts fail now
+  changed_.notify_all();
+  if (wakeUp_) wakeUp_->set(Clock::now());
+  const auto end = Clock::now() + kGrace;
+  changed_.wait_until(lock, end, [&] { return isIdle() && !isRunning_; });
+  if (!isRunning_) wakeUp_.reset();
+  lock.unlock();
+  calls_->shutDown(end);
+  return isComplete;
+}
+
+void NetworkThread::wake() {
+  const std::lock_guard lock(mutex_);
+  if (wakeUp_) wakeUp_->set(Clock::now());
+}
+
+void NetworkThread::postEnded(Endpoint& endpoint) {
+  const std::lock_guard lock(mutex_);
+  --endpoint.unfinished;
+  changed_.notify_all();
+}
+
+void NetworkThread::run() {
+  separateDescriptors(wakeUpDescriptor_);  // libcurl opens some that programs would inherit
+  {
+    ExitGate::Inside inside;
+    networkChanges_.emplace();
+    options_.onNetworkChange();
+    for (bool isLast = false; !isLast;) {
+      isLast = isStopped_;  // before the step: no post arrives afterwards
+      const auto next = step();
+      if (!isLast) inside.wait([&] { wait(next); });
+    }
+    multi_.reset();
+    networkChanges_.reset();
+    OPENSSL_thread_stop();  // inside the gate, because exit does not wait for the thread to end
+  }
+  const std::lock_guard lock(mutex_);
+  isRunning_ = false;
+  changed_.notify_all();
+}
+
+// Takes everything as far as it goes. Returns when it goes on without input.
+NetworkThread::Clock::time_point NetworkThread::step() {
+  {
+    const std::lock_guard lock(mutex_);
+    wakeUp_->set(std::nullopt);
+    while (!incoming_.empty()) {
+      auto& posts = incoming_.front()->endpoint->posts;
+      posts.splice(posts.end(), incoming_, incoming_.begin());
+    }
+  }
+  if (std::exchange(hasNetworkChanged_, false)) {
+    networkChanges_->clear();
+    options_.onNetworkChange();
+  }
+  perform();
+  auto next = Clock::time_point::max();
+  for (Endpoint& endpoint : endpoints_) {
+    advance(endpoint);
+    for (const auto& post : endpoint.posts) {
+      next = std::min(next, post->limit);
+      if (endpoint.current == nullptr) next = std::min(next, post->due);
+    }
+  }
+  return next;
+}
+
+// Lets libcurl work, and notes the transfers that have ended.
+void NetworkThread::perform() {
+  if (!multi_) return;
+  int running = 0;
+  const CURLMcode code = curl_multi_perform(multi_.get(), &running);
+  int left = 0;
+  while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left))
+    for (Endpoint& endpoint : endpoints_)
+      if (endpoint.transfer && endpoint.transfer->handle() == message->easy_handle)
+        endpoint.ended = message->data.result;
+  for (Endpoint& endpoint : endpoints_)
+    if (code != CURLM_OK && endpoint.transfer && !endpoint.ended)
+      endpoint.ended = CURLE_OUT_OF_MEMORY;
+}
+
+void NetworkThread::wait(Clock::time_point until) {
+  using std::chrono::milliseconds;
+  constexpr milliseconds kLongest = std::chrono::hours(24);
+  const auto now = Clock::now();
+  const auto time = until < now + kLongest
+                        ? std::max(std::chrono::ceil<milliseconds>(until - now), milliseconds(0))
+                        : kLongest;
+  const int limit = static_cast<int>(time.count());
+  const int changes = networkChanges_->descriptor();
+  bool hasWaited = false;
+  if (multi_) {
+    curl_waitfd inputs[] = {{wakeUpDescriptor_, CURL_WAIT_POLLIN, 0},
+                            {changes, CURL_WAIT_POLLIN, 0}};
+    hasWaited =
+        curl_multi_poll(multi_.get(), inputs, changes < 0 ? 1 : 2, limit, nullptr) == CURLM_OK;
+    hasNetworkChanged_ = changes >= 0 && inputs[1].revents != 0;
+  } else {
+    pollfd inputs[] = {{wakeUpDescriptor_, POLLIN, 0}, {changes, POLLIN, 0}};
+    hasWaited = poll(inputs, 2, limit) >= 0;
+    hasNetworkChanged_ = changes >= 0 && inputs[1].revents != 0;
+  }
+  if (!hasWaited) std::this_thread::sleep_for(milliseconds(200));  // avoids a busy loop
+}
+
+// Ends the posts whose time is up, and takes the others as far as they go.
+void NetworkThread::advance(Endpoint& endpoint) {
+  const auto now = Clock::now();
+  for (auto next = endpoint.posts.begin(); next != endpoint.posts.end();) {
+    Post& post = **next++;
+    if (ignoresRetryAfter_) post.due = std::min(post.due, now + options_.firstBackOff);
+    const bool hasEnded = &post == endpoint.current && endpoint.ended;
+    if (hasEnded || (post.limit > now && !isStopped_)) continue;
+    settle(endpoint, post,
+           post.stage == Stage::sending ? endTransfer(endpoint, CURLE_OPERATION_TIMEDOUT)
+                                        : TransferResult{{}, {}, CURLE_OPERATION_TIMEDOUT});
+  }
+  do {
+    if (endpoint.current == nullptr) {
+      const auto due = std::find_if(endpoint.posts.begin(), endpoint.posts.end(),
+                                    [&](const auto& post) { return post->due <= now; });
+      if (due == endpoint.posts.end()) return;
+      endpoint.current = due->get();
+    }
+  } while (takeNextStep(endpoint, *endpoint.current));
+}
+
+// Returns whether the endpoint can take another step at once.
+bool NetworkThread::takeNextStep(Endpoint& endpoint, Post& post) {
+  TransferResult failure;
+  try {
+    switch (post.stage) {
+      case Stage::waiting:
+        prepare(endpoint, post);
+        return true;
+      case Stage::preparing:
+        if (!post.preparation->isDone) return false;
+        post.attempt.request = std::move(post.preparation->request);
+        startLookingUp(post);
+        return true;
+      case Stage::lookingUp:
+        failure.error = lookUpNames(endpoint, post);
+        if (failure.error == CURLE_AGAIN) return false;
+        failure.attempt.failedToConnect = failure.error == CURLE_COULDNT_RESOLVE_HOST ||
+                                          failure.error == CURLE_COULDNT_RESOLVE_PROXY;
+        if (failure.error == CURLE_OK) failure.error = send(endpoint, post);
+        if (failure.error == CURLE_OK) return false;
+        break;
+      case Stage::sending:
+        if (!endpoint.ended) return false;
+        settle(endpoint, post, endTransfer(endpoint, *endpoint.ended));
+        return true;
+    }
+  } catch (const std::exception&) {
+    failure.error = CURLE_OUT_OF_MEMORY;
+  }
+  settle(endpoint, post, std::move(failure));
+  return true;
+}
+
+void NetworkThread::prepare(const Endpoint& endpoint, Post& post) {
+  PostRequest& request = post.request;
+  post.began = Clock::now();
+  post.attempt = {{urlWithQuery(request.baseURL, request.qsParameters), request.headerParameters},
+                  request.httpMethod,
+                  &request.httpBody,
+                  {},
+                  {}};
+  if (request.interceptor == nullptr) return startLookingUp(post);
+  if (!options_.interceptorsMayBlock) {
+    request.interceptor->intercept(post.attempt.request);
+    return startLookingUp(post);
+  }
+  post.preparation = std::make_shared<Preparation>(shared_from_this(), request.interceptor,
+                                                   std::move(post.attempt.request));
+  calls_->add(endpoint.path, CallThreads::preparation, post.preparation);
+  post.stage = Stage::preparing;
+}
+
+void NetworkThread::startLookingUp(Post& post) {
+  post.stage = Stage::lookingUp;
+  post.lookupBegan = Clock::now();
+  post.limit = std::min(post.deadline, post.lookupBegan + options_.connectTimeout);
+}
+
+// CURLE_AGAIN while a lookup is under way.
+CURLcode NetworkThread::lookUpNames(const Endpoint& endpoint, Post& post) {
+  CURLcode code = CURLE_OK;
+  post.attempt.addresses.clear();
+  const std::string& proxy = options_.proxy;
+  if (!proxy.empty())
+    code = addAddresses(endpoint, post,
+                        hostNameIn(proxy, proxy.rfind("https:", 0) == 0 ? "443" : "1080"),
+                        CURLE_COULDNT_RESOLVE_PROXY);
+  if (code == CURLE_OK && looksUpHost_)
+    code = addAddresses(endpoint, post, hostNameIn(post.request.baseURL, "443"),
+                        CURLE_COULDNT_RESOLVE_HOST);
+  return code;
+}
+
+CURLcode NetworkThread::addAddresses(const Endpoint& endpoint, Post& post,
+                                     const std::optional<HostName>& host, CURLcode failure) {
+  std::string addresses = host ? literalAddress(*host) : "";
+  if (host && addresses.empty()) {
+    const std::lock_guard lock(mutex_);
+    Name& name = names_[host->key()];
+    const bool isFresh = !name.addresses.empty() && Clock::now() - name.since <= kAddressesLast;
+    if (!isFresh && name.triedAt < post.lookupBegan) {
+      if (name.isBeingLookedUp) return CURLE_AGAIN;
+      calls_->add(endpoint.path, CallThreads::lookup,
+                  std::make_shared<Lookup>(shared_from_this(), *host, name));
+      name.isBeingLookedUp = true;
+      return CURLE_AGAIN;
+    }
+    if (name.addresses.empty()) return failure;
+    addresses = name.addresses;  // possibly old ones
+  }
+  post.attempt.addresses.push_back(host ? host->key() + addresses : "");
+  return CURLE_OK;
+}
+
+CURLcode NetworkThread::send(Endpoint& endpoint, Post& post) {
+  if (!multi_) {
+    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) return CURLE_OUT_OF_MEMORY;
+    multi_.reset(curl_multi_init());
+    if (!multi_) return CURLE_OUT_OF_MEMORY;
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, long{kEndpoints});
+  }
+  endDeadConnections();
+  post.limit = post.attempt.deadline =
+      std::min(post.deadline, Clock::now() + options_.attemptTimeout);
+  auto transfer = std::make_unique<HTTPTransfer>(sockets_, options_, post.attempt, isStopped_);
+  if (transfer->handle() == nullptr ||
+      curl_multi_add_handle(multi_.get(), transfer->handle()) != CURLM_OK)
+    return CURLE_FAILED_INIT;
+  endpoint.transfer = std::move(transfer);
+  post.stage = Stage::sending;
+  return CURLE_OK;
+}
+
+// If data arrives on an idle connection, the server is closing it. libcurl would take the closing
+// message for a sign that the connection is alive.
+void NetworkThread::endDeadConnections() const {
+  for (const curl_socket_t socket : sockets_) {
+    const int port = localPortOf(socket);
+    const bool isInUse =
+        std::any_of(endpoints_.begin(), endpoints_.end(), [&](const Endpoint& endpoint) {
+          return endpoint.transfer && endpoint.transfer->localPort() == port;
+        });
+    char bytes[1024];
+    if (isInUse || recv(socket, bytes, 1, MSG_PEEK | MSG_DONTWAIT) < 0) continue;
+    shutdown(socket, SHUT_RDWR);
+    while (recv(socket, bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
+    }
+  }
+}
+
+TransferResult NetworkThread::endTransfer(Endpoint& endpoint, CURLcode code) noexcept {
+  const auto transfer = std::move(endpoint.transfer);
+  CURL* const easy = transfer->handle();
+  // Only now does libcurl tell its connection, if that stays open.
+  curl_socket_t socket = CURL_SOCKET_BAD;
+  if (endpoint.ended) curl_easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &socket);
+  endpoint.ended.reset();
+  if (socket != CURL_SOCKET_BAD &&
+      std::find(sockets_.begin(), sockets_.end(), socket) == sockets_.end())
+    sockets_.push_back(socket);
+  curl_multi_remove_handle(multi_.get(), easy);
+  try {
+    return transfer->result(code);
+  } catch (const std::exception&) {
+    return {{}, {}, CURLE_OUT_OF_MEMORY};
+  }
+}
+
+// Ends an attempt: the post waits for its retry, or is over.
+void NetworkThread::settle(Endpoint& endpoint, Post& post, TransferResult result) {
+  const auto now = Clock::now();
+  if (endpoint.current == &post) endpoint.current = nullptr;
+  if (post.preparation != nullptr) post.preparation->isDone = true;  // do not start it any more
+  post.preparation = nullptr;
+  post.stage = Stage::waiting;
+  post.limit = post.deadline;
+  if (result.lacksAddresses && !looksUpHost_) {
+    looksUpHost_ = true;
+    return;  // due since before
+  }
+  if (ignoresRetryAfter_) result.attempt.retryAfter.reset();
+  const double random = std::uniform_real_distribution<double>(0, 1)(random_);
+  const auto timeLeft =
+      isStopped_ ? Duration::zero() : std::chrono::duration_cast<Duration>(post.deadline - now);
+  const auto delay = delayBeforeRetry(result.attempt, post.rules, post.retries, timeLeft, random);
+  report(endpoint, post, result, delay.has_value());
+  if (delay) {
+    ++post.retries;
+    post.began = {};
+    post.due = now + *delay;
+    return;
+  }
+  post.result = std::move(result);
+  const auto its = std::find_if(endpoint.posts.begin(), endpoint.posts.end(),
+                                [&](const auto& each) { return each.get() == &post; });
+  end(std::move(*its));
+  endpoint.posts.erase(its);
+}
+
+void NetworkThread::end(std::shared_ptr<Post> post) {
+  const std::size_t path = post->endpoint->path;
+  calls_->add(path, CallThreads::outcome, std::move(post), true);
+}
+
+// Reports an attempt, if the host wants that.
+void NetworkThread::report(const Endpoint& endpoint, const Post& post, const TransferResult& result,
+                           bool willRetry) {
+  if (!options_.onTransfer) return;
+  dropExceptions([&] {
+    const auto call = std::make_shared<Report>();
+    call->owner = shared_from_this();
+    TransferReport& report = call->report;
+    report.path = post.request.path();
+    report.attempt = post.retries + 1;
+    if (post.began != Clock::time_point())
+      report.duration =
+          std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - post.began);
+    report.bytesSent = result.bytesSent;
+    report.bytesReceived = result.bytesReceived;
+    report.status = result.attempt.httpStatusCode.value_or(0);
+    report.reason = reasonOf(result);
+    report.willRetry = willRetry;
+    calls_->add(endpoint.path, CallThreads::outcome, call);
+  });
+}
+
+}  // namespace veltrano::internal

@@ -1,0 +1,131 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/posix/http/call_threads.h"
+#include "platform/posix/http/name_lookup.h"
+#include "platform/posix/http/transfer.h"
+#include "platform/posix/http/url_session.h"
+#include "platform/posix/system/system.h"
+
+namespace veltrano::internal {
+
+/// The thread that drives the posts to all endpoints, with one multi handle, and watches the
+/// network. It waits for nothing but input and time; what may block is for `CallThreads`:
+///
+///     waiting --> preparing --> looking up --> sending --> over
+///        ^      (interceptor)   (resolver)        |     (report, callback)
+///        +------------------- retry --------------+
+///
+/// An endpoint has one post between waiting and over. When a post's time is up, whatever its stage,
+/// it is over; an interceptor or a lookup that is stuck then goes on alone.
+class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  explicit NetworkThread(URLSessionOptions options);
+
+  /// Starts the threads. Throws std::system_error when that fails.
+  void start();
+
+  /// As `ZKURLSessionManager::postData`.
+  void post(PostRequest& request, URLSessionCallback& callback) noexcept;
+
+  /// As in `PosixURLSession`.
+  void ignoreRetryAfter();
+  bool shutDown(Clock::time_point deadline);
+
+ private:
+  static constexpr std::size_t kEndpoints = CallThreads::kPaths;
+
+  enum class Stage { waiting, preparing, lookingUp, sending };
+  struct Post;
+  struct Preparation;
+  struct Lookup;
+  struct Report;
+  using Posts = std::list<std::shared_ptr<Post>>;
+
+  struct Endpoint {
+    std::size_t path = 0;  // to calls_
+    std::size_t url = 0;   // a hash of the base URL, 0 while unused; guarded by mutex_
+    int unfinished = 0;    // posts that have not been called back; guarded by mutex_
+
+    Posts posts;  // network thread, as is what follows
+    Post* current = nullptr;
+    std::unique_ptr<HTTPTransfer> transfer;  // of `current`, while it is being sent
+    std::optional<CURLcode> ended;           // how the transfer did
+  };
+
+  /// What is known about a host's name. Guarded by mutex_.
+  struct Name {
+    std::string addresses;
+    Clock::time_point since;    // of the addresses
+    Clock::time_point triedAt;  // the end of the last lookup
+    bool isBeingLookedUp = false;
+  };
+
+  Endpoint& endpointFor(const PostRequest& request);
+  void wake();
+  void postEnded(Endpoint& endpoint);
+
+  void run();
+  Clock::time_point step();
+  void perform();
+  void wait(Clock::time_point until);
+  void advance(Endpoint& endpoint);
+  bool takeNextStep(Endpoint& endpoint, Post& post);
+  void prepare(const Endpoint& endpoint, Post& post);
+  void startLookingUp(Post& post);
+  CURLcode lookUpNames(const Endpoint& endpoint, Post& post);
+  CURLcode addAddresses(const Endpoint& endpoint, Post& post, const std::optional<HostName>& host,
+                        CURLcode failure);
+  CURLcode send(Endpoint& endpoint, Post& post);
+  void endDeadConnections() const;
+  TransferResult endTransfer(Endpoint& endpoint, CURLcode code) noexcept;
+  void settle(Endpoint& endpoint, Post& post, TransferResult result);
+  void end(std::shared_ptr<Post> post);
+  void report(const Endpoint& endpoint, const Post& post, const TransferResult& result,
+              bool willRetry);
+
+  const URLSessionOptions options_;
+  const std::shared_ptr<CallThreads> calls_;
+  std::atomic<bool> isStopped_{false};  // changed under mutex_
+  std::atomic<bool> ignoresRetryAfter_{false};
+
+  std::mutex mutex_;  // guards what follows, as far as it says nothing else
+  std::condition_variable changed_;
+  std::optional<WakeUp> wakeUp_;
+  Posts incoming_;
+  Posts spare_;  // one post, for when memory runs out
+  std::map<std::string, Name> names_;
+  bool isClosed_ = false;
+  bool isRunning_ = false;
+
+  std::array<Endpoint, kEndpoints> endpoints_;
+
+  // Network thread.
+  int wakeUpDescriptor_ = -1;
+  std::optional<NetworkChanges> networkChanges_;
+  bool hasNetworkChanged_ = false;
+  std::vector<curl_socket_t> sockets_;  // of connections to be reused; must outlive multi_
+  std::unique_ptr<CURLM, CURLMcode (*)(CURLM*)> multi_{nullptr, curl_multi_cleanup};
+  std::minstd_rand random_;
+  bool looksUpHost_;  // in addition to the proxy
+};
+
+}  // namespace veltrano::internal
