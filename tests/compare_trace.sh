@@ -1,5 +1,10 @@
 #!/usr/bin/env bash
-# compare_trace.sh PROGRAM SCENARIO: replays a scenario and compares its trace with the recorded
-# one.
+# compare_trace.sh PROGRAM SCENARIO...: replays scenarios and compares their traces with the recorded
+# ones.
 set -euo pipefail
-diff -u --label expected --label replayed "${2%.jsonl}.trace" <("$1" --readable "$2")
+failed=0
+for scenario in "${@:2}"; do
+  diff -u --label expected --label replayed "${scenario%.jsonl}.trace" \
+    <("$1" --readable "$scenario") || failed=1
+done
+exit $failed
