@@ -44,6 +44,13 @@ endif()
 # call runs, such as submitting to the work queue, is short.
 set(VELTRANO_SMALL $<$<CONFIG:Release>:-Os>)
 
+# The same commit is the same bytes, wherever it is built. Debuggers find the sources of other builds
+# where they are.
+add_compile_options($<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>)
+# Link-time optimisation writes paths, too.
+add_link_options(
+  $<$<AND:$<CONFIG:Release>,$<CXX_COMPILER_ID:GNU>>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>)
+
 # For --gc-sections, which removes unused code from the shared library.
 add_compile_options(-ffunction-sections -fdata-sections)
 

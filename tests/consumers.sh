@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# consumers.sh BUILD: uses the library as hosts do. Installs BUILD, which has a shared library, and
+# consumers.sh BUILD [all]: uses the library as hosts do, in the most common ways or in all of them. Installs BUILD, which has a shared library, and
 # a static one into empty prefixes and moves them; then builds hosts against both in many ways, and
 # against BUILD's Debian packages if there are any. Each host sends an event to a collector, which
 # shows where it has its version from.
@@ -10,7 +10,7 @@ if [[ -z ${VELTRANO_COLLECTOR_PORT:-} ]]; then
   trap 'rm -rf "$place"' EXIT
   export place
   "$root/scripts/with-collector" "$1/bin/veltrano-collector" --output "$place/records" -- \
-    "${BASH_SOURCE[0]}" "$1"
+    "${BASH_SOURCE[0]}" "$@"
   exit
 fi
 host=$root/tests/consumers/host
@@ -21,8 +21,8 @@ strict='-O2 -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror'
 flags() {
   local static=
   [[ $1 == shared ]] || static=--static
-  PKG_CONFIG_PATH=$place/$1/lib/pkgconfig pkg-config ${static:+"$static"} "$3" "$2"
-  [[ $3 == --cflags || $1 == static ]] || echo "-Wl,-rpath,$place/shared/lib"
+  PKG_CONFIG_PATH=$place/$1/$lib/pkgconfig pkg-config ${static:+"$static"} "$3" "$2"
+  [[ $3 == --cflags || $1 == static ]] || echo "-Wl,-rpath,$place/shared/$lib"
 }
 
 # sends NAME PROGRAM...: fails unless the program sends its event, NAME.
@@ -130,7 +130,7 @@ sanitized_tests() {
 
 # Loads the library at its new place.
 load() {
-  python3 "$root/tests/c_interface_test.py" "$place/shared/lib/libveltrano.so" \
+  python3 "$root/tests/c_interface_test.py" "$place/shared/$lib/libveltrano.so" \
     "$1/bin/veltrano-collector"
 }
 
@@ -151,10 +151,12 @@ export -f sanitized_tests load consumer
 
 cmake --install "$1" --prefix "$place/first"
 mv "$place/first" "$place/shared"
-sed -i 's|<string>.*<|<string>from the bundle<|' "$place/shared/lib/veltrano/Veltrano.bundle/Info.plist"
+lib=$(cd "$place/shared" && dirname "$(find . -name libveltrano.so)")
+export lib
+sed -i 's|<string>.*<|<string>from the bundle<|' "$place/shared/$lib/veltrano/Veltrano.bundle/Info.plist"
 
 cmake -S "$root" -B "$1/static" -G Ninja -DBUILD_SHARED_LIBS=OFF -DVELTRANO_DEVELOPER=OFF \
-  -DCMAKE_BUILD_TYPE=None
+  -DCMAKE_BUILD_TYPE=None -DCMAKE_INSTALL_LIBDIR="$lib"
 cmake --build "$1/static"
 cmake --install "$1/static" --prefix "$place/second"
 mv "$place/second" "$place/static"
@@ -162,36 +164,37 @@ mv "$place/second" "$place/static"
 more=("first shared cpp first_program.cpp")
 for package in "$1"/*.deb; do [[ ! -e $package ]] || dpkg -x "$package" "$place/packages"; done
 [[ ! -e $place/packages ]] || more+=("first packages/usr cpp first_program.cpp")
-[[ ! -e $place/shared/lib/pkgconfig/veltrano_objc.pc ]] || more+=(objective_c)
+[[ ! -e $place/shared/$lib/pkgconfig/veltrano_objc.pc ]] || more+=(objective_c)
 
-xargs -d '\n' -P "$(nproc)" -n 1 bash -c 'consumer "$0"' <<TABLE
-subproject
+common='subproject
 tests gcc g++ shared
-tests clang clang++ static
-load $1
+load '$1'
 first static c c_host.c
-$(printf '%s\n' "${more[@]}")
 program cpp g++ -std=c++17
+program cpp clang++ -std=c++20 -fno-exceptions -fno-rtti
+program c gcc -std=c89
+plugin gcc
+sanitized g++'
+rare='tests clang clang++ static
 program cpp g++ -std=c++20 -fno-exceptions -fno-rtti
 program cpp g++ -std=c++23
 program cpp clang++ -std=c++17 -fno-exceptions -fno-rtti
 program cpp clang++ -std=c++20
 program cpp clang++ -std=c++2b
-program c gcc -std=c89
 program c gcc -std=c99
 program c clang -std=c89 -Wno-c99-extensions
 program c clang -std=c99
-plugin gcc
-sanitized g++
 sanitized clang++
 sanitized_tests gcc g++ address,undefined
 sanitized_tests gcc g++ thread
 sanitized_tests clang clang++ address,undefined
-sanitized_tests clang clang++ thread
-TABLE
+sanitized_tests clang clang++ thread'
+[[ ${2:-} == all ]] || rare=
+printf '%s\n' "$common" "${more[@]}" ${rare:+"$rare"} |
+  xargs -d '\n' -P "$(nproc)" -n 1 bash -c 'consumer "$0"'
 
 # Each event has the version of its library's bundle, or without one the version compiled in.
-version=$(PKG_CONFIG_PATH=$place/static/lib/pkgconfig pkg-config --modversion veltrano)
+version=$(PKG_CONFIG_PATH=$place/static/$lib/pkgconfig pkg-config --modversion veltrano)
 unexpected=$(sed -n '/"event":"shared/{/"lib_version":"from the bundle"/!p}
   /"event":"\(static\|subproject\)/{/"lib_version":"'"$version"'"/!p}' "$place/records")
 [[ -s $place/records && -z $unexpected ]] || { echo "$unexpected" && exit 1; }
