@@ -11,7 +11,7 @@
 namespace veltrano::internal {
 namespace {
 
-std::string seconds(Duration duration) {
+std::string secondsText(Duration duration) {
   const auto whole = std::chrono::ceil<std::chrono::seconds>(duration).count();
   return std::to_string(std::max<std::int64_t>(whole, 0)) + " s";
 }
@@ -46,7 +46,7 @@ std::string describe(const std::array<LastRequest, 2>& requests, std::optional<D
     if (request.status) text += "status " + std::to_string(*request.status);
     if (request.status && !request.reason.empty()) text += ", ";
     text += request.reason;
-    if (now) text += ", " + seconds(*now - request.endedAt) + " ago";
+    if (now) text += ", " + secondsText(*now - request.endedAt) + " ago";
     text += "\n";
   }
   return text.empty() ? "Last request: none has ended yet\n" : text;
@@ -72,7 +72,7 @@ std::string Library::status() {
                      counts(statistics) + describe(library->accounting_.lastRequests(), now) +
                      "Next flush: ";
   if (const auto due = library->tracker_.nextFlush()) {
-    text += "in " + seconds(*due - now);
+    text += "in " + secondsText(*due - now);
   } else if (statistics.inFlight > 0) {
     text += "after the upload in progress";
   } else {
