@@ -56,6 +56,9 @@ add_compile_options(-ffunction-sections -fdata-sections)
 
 if(VELTRANO_DEVELOPER)
   add_compile_options(-Wall -Wextra -Wpedantic -Wshadow)
+  if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety> -Werror=thread-safety)
+  endif()
 endif()
 if(VELTRANO_SANITIZER)
   add_compile_options(-fsanitize=${VELTRANO_SANITIZER} -fno-sanitize-recover=all

@@ -14,7 +14,7 @@ void Announcements::announce(std::string_view name, std::function<void()> change
       center_.post(name);
     };
     {
-      const std::lock_guard lock(mutex_);
+      const Lock lock(mutex_);
       pending_.push_back(std::move(announcement));
     }
     if (mainRunLoop_.isOwnThread()) {
@@ -30,7 +30,7 @@ void Announcements::announcePending() {
   for (;;) {
     std::function<void()> next;
     {
-      const std::lock_guard lock(mutex_);
+      const Lock lock(mutex_);
       if (pending_.empty()) return;
       next = std::move(pending_.front());
       pending_.pop_front();

@@ -3,9 +3,9 @@
 #include <atomic>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string_view>
 
+#include "platform/mutex.h"
 #include "platform/notification_center.h"
 #include "platform/posix/threads/notification_center.h"
 #include "platform/posix/threads/run_loop.h"
@@ -31,8 +31,8 @@ class Announcements {
   PosixRunLoop& mainRunLoop_;
   PosixNotificationCenter& center_;
   std::atomic<bool> isStopped_{false};
-  std::mutex mutex_;
-  std::deque<std::function<void()>> pending_;  // guarded by mutex_
+  Mutex mutex_;
+  std::deque<std::function<void()>> pending_ GUARDED_BY(mutex_);
 };
 
 }  // namespace veltrano::internal

@@ -25,7 +25,7 @@ bool stopCallingHost(Shutdown::Clock::time_point deadline) {
 }  // namespace
 
 bool Shutdown::run(Clock::time_point deadline) {
-  std::unique_lock lock(mutex_);
+  Lock lock(mutex_);
   const bool isEarlier = deadline < deadline_;
   deadline_ = std::min(deadline_, deadline);
   changed_.notify_all();
@@ -40,13 +40,14 @@ bool Shutdown::run(Clock::time_point deadline) {
     stage_ = Stage::ended;
     changed_.notify_all();
   } else if (thread_ != std::this_thread::get_id()) {
-    changed_.wait(lock, [&] { return stage_ >= (isEarlier ? Stage::stopping : Stage::ended); });
+    const Stage awaited = isEarlier ? Stage::stopping : Stage::ended;
+    while (stage_ < awaited) changed_.wait(lock.standard());
     if (stage_ == Stage::stopping) {
       lock.unlock();
       services_.urlSession.shutDown(deadline);
       lock.lock();
     }
-    changed_.wait(lock, [this] { return stage_ == Stage::ended; });
+    while (stage_ != Stage::ended) changed_.wait(lock.standard());
   }  // else it is running below, on this thread: it destroys what callbacks captured
   return wasComplete_;
 }
@@ -64,14 +65,14 @@ void Shutdown::flush() {
 bool Shutdown::flushOnce() {
   struct Pending {
     ~Pending() {
-      const std::lock_guard lock(shutdown.mutex_);
+      const Lock lock(shutdown.mutex_);
       shutdown.isFlushed_ = true;
       shutdown.changed_.notify_all();
     }
     Shutdown& shutdown;
   };
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (hasPassed() || ExitGate::isClosed()) return false;
     isFlushed_ = false;
   }
@@ -80,16 +81,16 @@ bool Shutdown::flushOnce() {
   // the final flush, queued after round one; that flush's completion may track more, queued
   // after round two.
   keepForRounds(3, std::shared_ptr<Pending>(new Pending{*this}));
-  std::unique_lock lock(mutex_);
-  while (!isFlushed_ && !hasPassed()) changed_.wait_until(lock, deadline_);
+  Lock lock(mutex_);
+  while (!isFlushed_ && !hasPassed()) changed_.wait_until(lock.standard(), deadline_);
   return isFlushed_;
 }
 
 // False if the deadline comes first.
 bool Shutdown::pause(Duration time) {
   const auto end = Clock::now() + time;
-  std::unique_lock lock(mutex_);
-  while (end < deadline_ && Clock::now() < end) changed_.wait_until(lock, end);
+  Lock lock(mutex_);
+  while (end < deadline_ && Clock::now() < end) changed_.wait_until(lock.standard(), end);
   return end < deadline_;
 }
 
@@ -106,7 +107,7 @@ bool Shutdown::stop() {
   Library& library = Library::replaceCurrent(inertLibrary());
   services_.timers.stop();
   services_.workQueue.stop();
-  std::unique_lock lock(mutex_);
+  Lock lock(mutex_);
   stage_ = Stage::stopping;
   changed_.notify_all();
   const auto deadline = deadline_;

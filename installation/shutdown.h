@@ -4,9 +4,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <thread>
 
+#include "platform/mutex.h"
 #include "platform/posix/posix_services.h"
 
 namespace veltrano::internal {
@@ -25,7 +25,7 @@ class Shutdown {
  private:
   enum class Stage { unstarted, flushing, stopping, ended };
 
-  bool hasPassed() const { return Clock::now() >= deadline_; }
+  bool hasPassed() const REQUIRES(mutex_) { return Clock::now() >= deadline_; }
   void flush();
   bool flushOnce();
   bool pause(Duration time);
@@ -33,13 +33,14 @@ class Shutdown {
   bool stop();
 
   PosixServices& services_;
-  std::mutex mutex_;  // guards everything below
+  Mutex mutex_;
   std::condition_variable changed_;
-  Stage stage_ = Stage::unstarted;
-  std::thread::id thread_;                                 // that shuts down
-  Clock::time_point deadline_ = Clock::time_point::max();  // later calls may bring it forward
-  bool isFlushed_ = false;
-  bool wasComplete_ = false;
+  Stage stage_ GUARDED_BY(mutex_) = Stage::unstarted;
+  std::thread::id thread_ GUARDED_BY(mutex_);  // that shuts down
+  // Later calls may bring it forward.
+  Clock::time_point deadline_ GUARDED_BY(mutex_) = Clock::time_point::max();
+  bool isFlushed_ GUARDED_BY(mutex_) = false;
+  bool wasComplete_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace veltrano::internal

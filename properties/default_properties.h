@@ -7,6 +7,7 @@
 
 #include "platform/bundles.h"
 #include "platform/device.h"
+#include "platform/mutex.h"
 #include "properties/property_map.h"
 
 namespace veltrano::internal {
@@ -36,7 +37,7 @@ class DefaultProperties {
     template <class Compute>
     const Value& get(const Compute& compute) {
       if (!isComputed_.load(std::memory_order_acquire)) {
-        const std::lock_guard lock(mutex_);
+        const Lock lock(mutex_);
         if (!value_) value_.emplace(compute());
         isComputed_.store(true, std::memory_order_release);
       }
@@ -45,7 +46,7 @@ class DefaultProperties {
 
    private:
     std::atomic<bool> isComputed_{false};
-    std::mutex mutex_;
+    Mutex mutex_;
     std::optional<Value> value_;  // set under mutex_
   };
 

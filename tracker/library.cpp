@@ -47,7 +47,7 @@ void Library::end() {
 void Library::start() {
   try {
     {
-      const std::lock_guard lock(startMutex_);
+      const Lock lock(startMutex_);
       tracker_.registerForNotifications();
       if (isStarted_.exchange(true)) return;
     }
@@ -59,7 +59,7 @@ void Library::start() {
 }
 
 HeartbeatManager& Library::heartbeatManager() {
-  const std::lock_guard lock(heartbeatMutex_);
+  const Lock lock(heartbeatMutex_);
   if (!heartbeatManager_)
     heartbeatManager_.emplace(platform_,
                               std::make_unique<RemoteHeartbeatRepository>(

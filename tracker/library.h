@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -9,6 +8,7 @@
 #include "heartbeat/heartbeat_manager.h"
 #include "log/log.h"
 #include "platform/host_callback.h"
+#include "platform/mutex.h"
 #include "platform/platform.h"
 #include "properties/default_properties.h"
 #include "tracker/call_observer.h"
@@ -91,9 +91,9 @@ class Library {
   const CollectionClient client_{platform_, defaultProperties_, log_, accounting_};
   Tracker tracker_;
   std::atomic<Library*> predecessor_{nullptr};  // see replaceCurrent
-  std::mutex startMutex_;
+  Mutex startMutex_;
   std::atomic<bool> isStarted_{false};  // set under startMutex_
-  std::mutex heartbeatMutex_;
+  Mutex heartbeatMutex_;
   std::optional<HeartbeatManager> heartbeatManager_;  // its creation is guarded by heartbeatMutex_
 };
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <utility>
 
+#include "platform/mutex.h"
 #include "properties/property_map.h"
 
 namespace veltrano::internal {
@@ -16,19 +16,19 @@ class SuperProperties {
 
   /// The current properties. Thread-safe.
   std::shared_ptr<const PropertyMap> snapshot() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return properties_;
   }
 
   void replace(PropertyMap properties) {
     // Declared before the lock, so that the old properties are destroyed after its release.
     auto replaced = std::make_shared<const PropertyMap>(std::move(properties));
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     properties_.swap(replaced);
   }
 
  private:
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   // Written by the work queue under mutex_; the work queue reads it without the lock.
   std::shared_ptr<const PropertyMap> properties_ = std::make_shared<PropertyMap>();
 };

@@ -18,24 +18,24 @@ PosixDevice::PosixDevice(std::optional<std::string> systemName,
 }
 
 void PosixDevice::setMainScreenSize(ScreenSize size) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   screenSize_ = size;
 }
 
 ScreenSize PosixDevice::mainScreenSize() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return screenSize_;
 }
 
 void ReportedText::set(std::optional<std::string> text) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   text_.swap(text);
   isPresent_.store(text_.has_value(), std::memory_order_relaxed);
 }
 
 std::optional<std::string> ReportedText::get() const {
   if (!isPresent_.load(std::memory_order_relaxed)) return std::nullopt;
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return text_;
 }
 

@@ -4,12 +4,12 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include "platform/device.h"
+#include "platform/mutex.h"
 
 namespace veltrano::internal {
 
@@ -47,8 +47,8 @@ class PosixDevice final : public Device {
   std::string systemName_;
   std::string systemVersion_;
   std::string machine_;
-  mutable std::mutex mutex_;
-  ScreenSize screenSize_;  // guarded by mutex_; read once per process
+  mutable Mutex mutex_;
+  ScreenSize screenSize_ GUARDED_BY(mutex_);  // read once per process
   std::atomic<int> orientation_{0};
 };
 
@@ -61,8 +61,8 @@ class ReportedText {
 
  private:
   std::atomic<bool> isPresent_{false};
-  mutable std::mutex mutex_;
-  std::optional<std::string> text_;  // guarded by mutex_
+  mutable Mutex mutex_;
+  std::optional<std::string> text_ GUARDED_BY(mutex_);
 };
 
 class PosixTelephony final : public CTTelephonyNetworkInfo {

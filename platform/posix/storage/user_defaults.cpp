@@ -55,19 +55,19 @@ PosixUserDefaults::PosixUserDefaults(std::string path) : path_(std::move(path)) 
 }
 
 double PosixUserDefaults::doubleForKey(std::string_view key) const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return numberIn(numbers_, key);
 }
 
 bool PosixUserDefaults::isStored(double value, std::string_view key) const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return numberIn(numbers_, key) == value && (path_.empty() || numberIn(stored_, key) == value);
 }
 
 void PosixUserDefaults::setDouble(double value, std::string_view key) {
   try {
     {
-      const std::lock_guard lock(mutex_);
+      const Lock lock(mutex_);
       numbers_.insert_or_assign(std::string(key), value);
     }
     if (!path_.empty()) writeFile();
@@ -78,10 +78,10 @@ void PosixUserDefaults::setDouble(double value, std::string_view key) {
 
 // Concurrent callers wait for the one that writes.
 void PosixUserDefaults::writeFile() {
-  const std::lock_guard onlyWriter(writing_);
+  const Lock onlyWriter(writing_);
   Numbers numbers;
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (numbers_ == stored_) return;
     numbers = numbers_;
   }
@@ -89,7 +89,7 @@ void PosixUserDefaults::writeFile() {
   isDamaged_ = false;
   if (!replaceFile(path_, textOf(numbers))) return;
 
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   stored_ = std::move(numbers);
 }
 

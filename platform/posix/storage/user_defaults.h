@@ -2,10 +2,10 @@
 
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <string_view>
 
+#include "platform/mutex.h"
 #include "platform/user_defaults.h"
 
 namespace veltrano::internal {
@@ -32,11 +32,11 @@ class PosixUserDefaults final : public UserDefaults {
 
   const std::string path_;
 
-  std::mutex writing_;  // taken before mutex_
-  bool isDamaged_;      // the file; guarded by writing_
-  mutable std::mutex mutex_;
-  Numbers stored_;   // in the file; guarded by mutex_, like the following
-  Numbers numbers_;  // that apply
+  Mutex writing_;                        // taken before mutex_
+  bool isDamaged_ GUARDED_BY(writing_);  // the file
+  mutable Mutex mutex_;
+  Numbers stored_ GUARDED_BY(mutex_);   // in the file
+  Numbers numbers_ GUARDED_BY(mutex_);  // that apply
 };
 
 }  // namespace veltrano::internal

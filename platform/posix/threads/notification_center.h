@@ -3,11 +3,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/mutex.h"
 #include "platform/notification_center.h"
 
 namespace veltrano::internal {
@@ -22,8 +22,8 @@ class PosixNotificationCenter final : public NotificationCenter {
  private:
   using Observers = std::vector<std::shared_ptr<const std::function<void()>>>;
 
-  mutable std::mutex mutex_;
-  std::map<std::string, Observers, std::less<>> observers_;  // guarded by mutex_
+  mutable Mutex mutex_;
+  std::map<std::string, Observers, std::less<>> observers_ GUARDED_BY(mutex_);
 };
 
 }  // namespace veltrano::internal
