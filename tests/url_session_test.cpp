@@ -104,6 +104,8 @@ TEST(URLSession, RepeatsOnlyWhatTheServerPutsOff) {
       {{answer("502 Bad"), answer("504 Late"), answer("503 Busy")}, {}, 503, 3},
       {{answer("503 Busy")}, {{503}}, 503, 1},
       {{answer("503 Busy", "", "Retry-After: 3600\r\n")}, {}, 503, 1},
+      // An hour ahead by the session's clock, which stands still at 1970.
+      {{answer("503 Busy", "", "Retry-After: Thu, 01 Jan 1970 01:00:00 GMT\r\n")}, {}, 503, 1},
       {{answer("307 Moved", "", "Location: /elsewhere\r\n")}, {}, 307, 1},
   };
   for (const auto& c : cases) {

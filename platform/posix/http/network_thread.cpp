@@ -521,7 +521,7 @@ TransferResult NetworkThread::endTransfer(Endpoint& endpoint, CURLcode code) noe
     sockets_.push_back(socket);
   curl_multi_remove_handle(multi_.get(), easy);
   try {
-    return transfer->result(code);
+    return transfer->result(code, options_.wallClock->now());
   } catch (const std::exception&) {
     return {{}, {}, CURLE_OUT_OF_MEMORY};
   }

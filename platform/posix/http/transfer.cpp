@@ -24,11 +24,6 @@ long milliseconds(Duration duration) {
   return std::max(1L, static_cast<long>(duration / std::chrono::milliseconds(1)));
 }
 
-WallTime wallClockNow() {
-  return {
-      std::chrono::duration_cast<Duration>(std::chrono::system_clock::now().time_since_epoch())};
-}
-
 std::optional<std::string> responseHeader(CURL* easy, const char* name) {
   curl_header* header = nullptr;
   constexpr int kLastRequest = -1;
@@ -259,7 +254,7 @@ std::uint64_t HTTPTransfer::count(CURLINFO info) const {
   return static_cast<std::uint64_t>(bytes);
 }
 
-TransferResult HTTPTransfer::result(CURLcode code) {
+TransferResult HTTPTransfer::result(CURLcode code, WallTime now) {
   TransferResult result;
   // libcurl takes a header line of more than 100 KB for a lack of memory.
   const bool isHeadTooLarge =
@@ -289,7 +284,7 @@ TransferResult HTTPTransfer::result(CURLcode code) {
        result.error == CURLE_COULDNT_CONNECT || result.error == CURLE_OPERATION_TIMEDOUT);
   if (!statusCode_) return result;
   if (const auto text = responseHeader(easy_.get(), "Retry-After"))
-    result.attempt.retryAfter = parseRetryAfter(*text, wallClockNow());
+    result.attempt.retryAfter = parseRetryAfter(*text, now);
   result.body = std::move(received_);
   return result;
 }

@@ -52,7 +52,7 @@ class HTTPTransfer {
   int localPort() const { return localPort_; }
 
   /// Call once, after removing `handle` from its multi handle. `code` is libcurl's result.
-  TransferResult result(CURLcode code);
+  TransferResult result(CURLcode code, WallTime now);
 
  private:
   template <class Type>

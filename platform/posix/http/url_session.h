@@ -6,7 +6,7 @@
 #include <string>
 
 #include "encoding/time.h"
-#include "platform/url_session.h"
+#include "platform/platform.h"
 #include "upload/rules/retry.h"
 #include "veltrano/transfer_report.h"
 
@@ -15,11 +15,12 @@ namespace veltrano::internal {
 class NetworkThread;
 
 struct URLSessionOptions {
-  std::string certificateAuthorities = {};  // a PEM file; empty: the system's own
-  std::string pinnedPublicKey = {};         // see isPublicKeyPin; empty: no pinning
-  std::string proxy = {};                   // see isProxy; empty: none
-  std::string noProxy = {};                 // hosts without a proxy, in the format of no_proxy
-  bool proxyFromEnvironment = false;        // read by the constructor, unless `proxy` is set
+  const WallClock* wallClock = nothing<WallClock>();  // for dates in answers
+  std::string certificateAuthorities = {};            // a PEM file; empty: the system's own
+  std::string pinnedPublicKey = {};                   // see isPublicKeyPin; empty: no pinning
+  std::string proxy = {};                             // see isProxy; empty: none
+  std::string noProxy = {};           // hosts without a proxy, in the format of no_proxy
+  bool proxyFromEnvironment = false;  // read by the constructor, unless `proxy` is set
   std::function<void(const TransferReport&)> onTransfer = {};
   bool interceptorsMayBlock = true;               // otherwise they run on the network thread
   std::function<void()> onNetworkChange = [] {};  // called on the network thread; must not block
