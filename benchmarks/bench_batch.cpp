@@ -130,7 +130,9 @@ class Batch {
 
   void send(const std::deque<veltrano::internal::EventRecord>& records) {
     veltrano::internal::CorvaneEndpointRequest(client_, records, superProperties_)
-        .send([](veltrano::internal::UploadOutcome, std::optional<int>) {});
+        .send(
+            veltrano::internal::Urgency::ordinary, [] {},
+            [](const veltrano::internal::UploadOutcome&) {});
   }
 
   std::string_view referenceJSON() { return reference_.batch(events_, base_); }

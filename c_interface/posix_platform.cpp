@@ -56,14 +56,17 @@ PosixOptions cppOptions(const veltrano_options& given) {
   if (given.on_transfer != nullptr) {
     options.onTransfer = [function = given.on_transfer,
                           context = given.on_transfer_context](const TransferReport& report) {
-      const veltrano_transfer transfer{textOf(report.path),
-                                       report.attempt,
-                                       std::chrono::duration<double>(report.duration).count(),
-                                       report.bytesSent,
-                                       report.bytesReceived,
-                                       report.status,
-                                       textOf(report.reason),
-                                       report.willRetry};
+      const auto putOffUntil = report.putOffUntil.value_or(std::chrono::system_clock::time_point());
+      const veltrano_transfer transfer{
+          textOf(report.path),
+          report.attempt,
+          std::chrono::duration<double>(report.duration).count(),
+          report.bytesSent,
+          report.bytesReceived,
+          report.status,
+          textOf(report.reason),
+          report.willRetry,
+          std::chrono::duration<double>(putOffUntil.time_since_epoch()).count()};
       function(context, &transfer);
     };
   }

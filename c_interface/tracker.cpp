@@ -137,8 +137,10 @@ bool veltrano_get_statistics(veltrano_statistics* statistics) {
         .uploads_failed_in_transport = now.uploadsFailedInTransport,
         .uploads_failed_by_status = now.uploadsFailedByStatus,
         .uploads_failed_for_memory = now.uploadsFailedForMemory,
+        .uploads_put_off = now.uploadsPutOff,
         .heartbeats_sent = now.heartbeatsSent,
         .heartbeats_failed = now.heartbeatsFailed,
+        .heartbeats_put_off = now.heartbeatsPutOff,
     };
     // A host built with an older header has room for fewer fields.
     std::memcpy(statistics, &counts, std::min(statistics->size, sizeof counts));

@@ -103,10 +103,16 @@ void HeartbeatEndpointRequest::send(std::function<void(bool)> completion) const 
   auto interceptor = std::make_shared<ZKAuthInterceptor>([](const URLRequest&) { return true; },
                                                          *platform.sessionTokenProvider,
                                                          *platform.userSessionManager);
-  client_.post("/heartbeat", uid_, *superProperties_, json, std::move(interceptor),
+  client_.post(EndpointPath::heartbeat, Urgency::ordinary, uid_, *superProperties_, json,
+               std::move(interceptor),
                [&client = client_, completion = std::move(completion)](
                    const auto& data, const auto& response, const auto& error) {
-                 completion(takeAnswer(client, data, response, error));
+                 const bool wasAccepted = takeAnswer(client, data, response, error);
+                 if (error && error->wasPutOff)
+                   client.accounting.heartbeatPutOff();
+                 else if (!wasAccepted)
+                   client.accounting.heartbeatFailed();
+                 completion(wasAccepted);
                });
 }
 

@@ -1,6 +1,7 @@
-// The request to "/heartbeat" and its response.
+// The request of a heartbeat and its response.
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -50,8 +51,13 @@ class RemoteHeartbeatRepository final : public HeartbeatRepository {
   void send(const std::string& uid, const std::string& sessionID, double sessionDuration,
             std::function<void(bool)> completion) override {
     client_.accounting.heartbeatSent();
-    HeartbeatEndpointRequest(client_, takeFacts_(), uid, sessionID, sessionDuration)
-        .send(std::move(completion));
+    try {
+      HeartbeatEndpointRequest(client_, takeFacts_(), uid, sessionID, sessionDuration)
+          .send(std::move(completion));
+    } catch (const std::exception&) {
+      client_.accounting.heartbeatFailed();
+      throw;
+    }
   }
 
  private:

@@ -24,20 +24,33 @@ std::string jsonIn(std::string_view body) {
 
 }  // namespace
 
-Answer World::Implementation::choose(const internal::PostRequest& post) {
+Answer World::Implementation::choose(const internal::PostRequest& post, bool isPutOff) {
+  recorder_.addPost(post);
+  if (isPutOff) {
+    Answer failure;
+    failure.isTransportError = true;  // to a replay, which has no rests
+    recorder_.addAnswer(post.path(), failure);
+    return failure;
+  }
   internal::URLRequest sent{post.baseURL, post.headerParameters};
   if (post.interceptor != nullptr)
     internal::dropExceptions([&] { post.interceptor->intercept(sent); });
   Request request{post.path(), post.qsParameters, std::move(sent.headers), jsonIn(post.httpBody),
                   now()};
-  if (request.path == "/track") beginBatch(request.body);
-  if (request.path == "/heartbeat") noteHeartbeat(request.body);
+  const auto path = *internal::endpointPath(request.path);
   Answer answer;
-  if (request.path == "/heartbeat") answer.body = "{}";
+  switch (path) {
+    case internal::EndpointPath::track:
+      beginBatch(request.body);
+      break;
+    case internal::EndpointPath::heartbeat:
+      noteHeartbeat(request.body);
+      answer.body = "{}";
+      break;
+  }
   try {
     const internal::HostCall call;
-    const auto rules = networks.find(request.path);
-    if (rules != networks.end()) answer = rules->second.answerTo(request).value_or(answer);
+    answer = networks[internal::indexOf(path)].answerTo(request).value_or(answer);
   } catch (const std::exception& exception) {
     complain(std::string("The answer to a post could not be made: ") + exception.what());
     answer = {};
@@ -47,7 +60,6 @@ Answer World::Implementation::choose(const internal::PostRequest& post) {
     answer = {};
     answer.isTransportError = true;
   }
-  recorder_.addPost(post);
   recorder_.addAnswer(request.path, answer);
   requests.push_back(std::move(request));
   return answer;
@@ -72,10 +84,11 @@ void World::Implementation::noteHeartbeat(const std::string& body) {
   heartbeats.emplace_back(propertiesIn(body), now());
 }
 
-void World::Implementation::arrive(const WorldNetwork::Post& post, const Answer& answer) {
+void World::Implementation::arrive(const WorldNetwork::Post& post, const Answer& answer,
+                                   std::optional<internal::Rest> rest) {
   if (onTransfer_) {
     TransferReport report;
-    report.path = post.path;
+    report.path = text(post.path);
     report.duration = now() - post.at;
     report.bytesSent = post.bytes;
     if (answer.isTransportError) {
@@ -84,9 +97,13 @@ void World::Implementation::arrive(const WorldNetwork::Post& post, const Answer&
       report.bytesReceived = answer.body.value_or("").size();
       report.status = answer.status;
     }
+    if (rest)
+      report.putOffUntil = std::chrono::system_clock::time_point(
+          std::chrono::duration_cast<std::chrono::system_clock::duration>(
+              simulated_.clock.now().sinceEpoch + rest->left));
     internal::callHost(onTransfer_, report);
   }
-  if (post.path != "/track" || answer.isTransportError) return;
+  if (post.path != internal::EndpointPath::track || answer.isTransportError) return;
   if (answer.status != 200 && answer.status != 400) return;
   const auto end = waiting_.begin() + static_cast<std::ptrdiff_t>(batch_);
   std::string names;

@@ -236,6 +236,7 @@ void World::Implementation::setAdvertisingIdentifier(std::optional<std::string> 
 void World::Implementation::setWiFi(bool isConnected) {
   recordDevice("wifi", [&](JSONWriter& writer) { writer.boolean(isConnected); });
   simulated_.device.set(&DeviceFacts::isOnWiFi, isConnected);
+  if (isConnected) network_.routeReturned();
 }
 
 }  // namespace veltrano::testing

@@ -2,13 +2,13 @@
 // in host_calls.cpp, requests and answers in collection_host.cpp.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -93,7 +93,7 @@ class World::Implementation final : public internal::CallObserver,
   Duration now() const { return simulated_.timeline.now(); }
 
   // Main thread.
-  std::map<std::string, Network, std::less<>> networks;
+  std::array<Network, internal::kEndpointPathCount> networks;
   std::vector<testing::Event> delivered;
   std::vector<Heartbeat> heartbeats;
   std::vector<Request> requests;
@@ -149,8 +149,9 @@ class World::Implementation final : public internal::CallObserver,
   void flushUntil(Duration deadline);
   bool takeTurn();
   void stopSoon();
-  Answer choose(const internal::PostRequest& post);
-  void arrive(const WorldNetwork::Post& post, const Answer& answer);
+  Answer choose(const internal::PostRequest& post, bool isPutOff);
+  void arrive(const WorldNetwork::Post& post, const Answer& answer,
+              std::optional<internal::Rest> rest);
   void beginBatch(std::string_view body);
   void noteHeartbeat(const std::string& body);
   void complain(const std::string& text);
@@ -165,8 +166,10 @@ class World::Implementation final : public internal::CallObserver,
   const std::thread::id mainThread_ = std::this_thread::get_id();
   internal::SimulatedPlatform simulated_;
   Recorder recorder_{[this] { return now(); }};
-  WorldNetwork network_{simulated_.timeline, [this](const auto& post) { return choose(post); },
-                        [this](const auto& post, const auto& answer) { arrive(post, answer); }};
+  WorldNetwork network_{
+      simulated_.timeline, simulated_.clock,
+      [this](const auto& post, bool isPutOff) { return choose(post, isPutOff); },
+      [this](const auto& post, const auto& answer, auto rest) { arrive(post, answer, rest); }};
   HostsToken token_;
   Loop loop_{*this};
 

@@ -132,8 +132,11 @@ Rule& Rule::after(Duration latency) {
   return *this;
 }
 
-Rule& Network::answer(int status, std::optional<std::string> body) {
-  return answer(Answer{status, std::move(body)});
+Rule& Network::answer(int status, std::optional<std::string> body,
+                      std::map<std::string, std::string> headers) {
+  Answer given{status, std::move(body)};
+  given.headers = std::move(headers);
+  return answer(std::move(given));
 }
 
 Rule& Network::answer(Answer answer) {

@@ -144,6 +144,7 @@ void World::Implementation::flushUntil(Duration deadline) {
   simulated_.device.set(&internal::DeviceFacts::applicationState,
                         internal::ApplicationState::background);
   recordState(internal::ApplicationState::background);
+  network_.endRests();
   const auto flush = [&] {
     post(internal::kApplicationDidEnterBackground);
     const auto isFlushed = std::make_shared<bool>(false);

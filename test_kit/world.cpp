@@ -117,10 +117,12 @@ void World::jumpClock(Duration distance) {
 }
 
 Network& World::network(std::string_view path) {
-  if (path != "/track" && path != "/heartbeat")
-    throw Error("The library sends nothing to \"" + std::string(path) +
-                "\", only to \"/track\" and \"/heartbeat\".");
-  return implementation_->networks[std::string(path)];
+  if (const auto known = internal::endpointPath(path))
+    return implementation_->networks[internal::indexOf(*known)];
+  std::string paths;
+  for (const auto known : internal::kEndpointPaths)
+    paths.append(paths.empty() ? "\"" : " and \"").append(text(known)) += '"';
+  throw Error("The library sends nothing to \"" + std::string(path) + "\", only to " + paths + '.');
 }
 
 Events World::delivered() const {

@@ -1,14 +1,35 @@
 #include "test_kit/world_network.h"
 
+#include <algorithm>
+#include <cctype>
+#include <string_view>
+
 #include "platform/host_callback.h"
 
 namespace veltrano::testing {
+namespace {
+
+// `name` is in lower case.
+std::optional<std::string> headerOf(const Answer& answer, std::string_view name) {
+  const auto isEqual = [](unsigned char a, char b) { return std::tolower(a) == b; };
+  for (const auto& [key, value] : answer.headers)
+    if (std::equal(key.begin(), key.end(), name.begin(), name.end(), isEqual)) return value;
+  return std::nullopt;
+}
+
+}  // namespace
 
 void WorldNetwork::postData(internal::PostRequest request, internal::URLSessionCallback callback) {
-  const Answer answer = choose_(request);
+  const internal::EndpointPath path = *internal::endpointPath(request.path());
+  bool isPutOff = false;
+  {
+    const std::lock_guard lock(mutex_);
+    isPutOff = rests_.of(path).puttingOff(timeline_.now(), request.urgency).has_value();
+  }
+  const Answer answer = choose_(request, isPutOff);
   const std::uint64_t number = posts_++;
   underWay_.emplace(
-      number, Post{request.path(), request.httpBody.size(), timeline_.now(), std::move(callback)});
+      number, Post{path, request.httpBody.size(), timeline_.now(), isPutOff, std::move(callback)});
   timeline_.schedule(answer.latency, [this, number, answer] { finish(number, answer); });
 }
 
@@ -16,11 +37,36 @@ void WorldNetwork::finish(std::uint64_t number, const Answer& answer) {
   const auto node = underWay_.extract(number);
   if (node.empty()) return;
   const Post& post = node.mapped();
-  arrive_(post, answer);
+  if (!post.isPutOff) arrive_(post, answer, requestEnded(post, answer));
   if (answer.isTransportError)
-    post.callback(std::nullopt, std::nullopt, internal::TransportError{"simulated"});
+    post.callback(std::nullopt, std::nullopt, internal::TransportError{"simulated", post.isPutOff});
   else
     post.callback(answer.body, internal::URLResponse{answer.status}, std::nullopt);
+}
+
+std::optional<internal::Rest> WorldNetwork::requestEnded(const Post& post, const Answer& answer) {
+  internal::AttemptResult result;
+  result.failedToConnect = answer.isTransportError;
+  if (!answer.isTransportError) result.httpStatusCode = answer.status;
+  if (const auto text = headerOf(answer, "retry-after"))
+    result.retryAfter = internal::parseRetryAfter(*text, clock_.now());
+  const std::lock_guard lock(mutex_);
+  return rests_.of(post.path).requestEnded(timeline_.now(), result, 1);
+}
+
+std::optional<internal::Rest> WorldNetwork::restOf(internal::EndpointPath path) {
+  const std::lock_guard lock(mutex_);
+  return rests_.of(path).restAt(timeline_.now());
+}
+
+void WorldNetwork::routeReturned() {
+  const std::lock_guard lock(mutex_);
+  rests_.forEach([](internal::Rests& rests) { rests.routeReturned(); });
+}
+
+void WorldNetwork::endRests() {
+  const std::lock_guard lock(mutex_);
+  rests_.forEach([](internal::Rests& rests) { rests.end(); });
 }
 
 void WorldNetwork::fail() {

@@ -160,7 +160,7 @@ TEST(Rules, AreUsedUpInTheirOrder) {
   EXPECT_EQ(world.statistics().uploadsFailedByStatus, 2u);
   EXPECT_EQ(world.statistics().uploadsFailedInTransport, 1u);
   EXPECT_TRUE(hasOne(world.complaints(), "oops")) << world.complaints();
-  world.advance(1s);
+  world.advance(10s);  // until the rest is over
   post();
   EXPECT_EQ(world.statistics().uploadsFailedByStatus, 3u);
   track.answer(200);
@@ -174,6 +174,79 @@ TEST(Rules, AreUsedUpInTheirOrder) {
   world.advance(25s);
   EXPECT_GT(world.heartbeats().size(), 10u);
   EXPECT_LT(world.heartbeats().size(), 100u) << "timers have a tolerance";
+}
+
+TEST(Rests, AreGrantedToACollectionHostThatAsks) {
+  kit::World world;
+  auto given = options();
+  std::vector<veltrano::TransferReport> reports;
+  given.onTransfer = [&](const veltrano::TransferReport& report) { reports.push_back(report); };
+  ASSERT_TRUE(PosixPlatform::install(std::move(given)));
+  world.network("/track").answer(429, std::nullopt, {{"retry-After", "600"}}).once();
+  std::vector<bool> outcomes;
+  const auto post = [&] {
+    Veltrano::shared().track("E", {}, [&](bool accepted) { outcomes.push_back(accepted); });
+    world.advance(0s);
+  };
+  post();
+  const auto worldsStart = std::chrono::system_clock::from_time_t(1'700'000'000);
+  EXPECT_EQ(reports.back().putOffUntil, worldsStart + 600s);
+  post();
+  world.enterBackground();
+  world.advance(1s);
+  world.enterForeground();
+  EXPECT_EQ(outcomes, (std::vector<bool>{false, false}));
+  EXPECT_EQ(world.requests().size(), 1u);
+  EXPECT_EQ(reports.size(), 1u);
+  EXPECT_EQ(world.statistics().uploadsFailedByStatus, 1u);
+  EXPECT_EQ(world.statistics().uploadsPutOff, 2u);
+  EXPECT_NE(Veltrano::status().find("Requests to /track: put off for 599 s, because the collection "
+                                    "host asked for it\n"),
+            std::string::npos)
+      << Veltrano::status();
+  EXPECT_NE(Veltrano::status().find("Last request to /track: status 429"), std::string::npos);
+  EXPECT_NE(world.trace().find("\"error\":true"), std::string::npos);
+  world.advance(598s);
+  EXPECT_EQ(world.delivered().size(), 0u);
+  world.advance(22s);
+  EXPECT_EQ(world.delivered().size(), 2u);
+  EXPECT_EQ(Veltrano::status().find("put off for"), std::string::npos);
+}
+
+TEST(Rests, OfOurOwnAreSkippedByFlushesThatCannotWait) {
+  kit::World world;
+  Veltrano::shared().setUserId("user");
+  world.network("/track").answer(413);
+  world.network("/heartbeat").answer(500);
+  const auto uploads = [&] {
+    std::size_t count = 0;
+    for (const auto& request : world.requests()) count += request.path == "/track";
+    return count;
+  };
+  world.advance(240s);
+  const auto beats = world.heartbeats().size();
+  EXPECT_LT(beats, 9u);  // of 12
+  const auto counts = world.statistics();
+  EXPECT_EQ(counts.heartbeatsSent, 12u);
+  EXPECT_EQ(counts.heartbeatsFailed, beats);
+  EXPECT_EQ(counts.heartbeatsPutOff, 12 - beats);
+  EXPECT_EQ(counts.recorded, 12u);  // "Heartbeat Failed"
+  EXPECT_NE(Veltrano::status().find("because several failed in a row"), std::string::npos);
+  for (int i = 0; i < 12; ++i) Veltrano::shared().track("E");
+  const auto before = uploads();
+  world.advance(0s);
+  EXPECT_EQ(uploads(), before) << "the threshold's flush is not one of those";
+  const auto post = [&](kit::Duration pause) {
+    Veltrano::shared().track("E", {}, [](bool) {});
+    world.advance(pause);
+  };
+  post(1s);
+  post(1500ms);
+  post(1500ms);
+  EXPECT_EQ(uploads(), before + 2);
+  world.enterBackground();
+  world.advance(1s);
+  EXPECT_EQ(uploads(), before + 3);
 }
 
 TEST(Complaints, NameWhatNobodyNotices) {

@@ -8,6 +8,9 @@
 
 namespace veltrano::internal {
 
+constexpr UploadOutcome kNothingToSend;
+constexpr UploadOutcome kFailedForMemory{true, &Statistics::uploadsFailedForMemory};
+
 // An upload that the work queue waits for. Ends with the outcome passed to `end`. If the host ends
 // the thread that would have called it, dropping the last reference ends the upload as failed.
 class Tracker::Upload {
@@ -15,26 +18,33 @@ class Tracker::Upload {
   explicit Upload(Tracker& tracker) : tracker_(tracker) { tracker_.uploads_.enter(); }
   ~Upload() {
     if (hasEnded_) return;
-    const bool isUnderWay = tracker_.accounting_.statistics().inFlight > 0;
-    tracker_.settle(isUnderWay ? UploadOutcome::failedInTransport : UploadOutcome::nothingToSend);
+    tracker_.settle(hasBegun_ ? UploadOutcome{true, &Statistics::uploadsFailedInTransport}
+                              : kNothingToSend);
     tracker_.needsFlush_ = true;
     tracker_.uploads_.leave();
   }
   Upload(const Upload&) = delete;
   Upload& operator=(const Upload&) = delete;
 
-  void end(UploadOutcome outcome, std::optional<int> status) {
+  void begin() {
+    hasBegun_ = true;
+    tracker_.accounting_.uploadBegan();
+  }
+
+  void end(const UploadOutcome& outcome) {
     if (std::exchange(hasEnded_, true)) return;
     struct Leave {
       ~Leave() { uploads.leave(); }
       DispatchGroup& uploads;
     };
     const Leave leave{tracker_.uploads_};
-    tracker_.finishFlush(outcome, status);
+    if (outcome.cause != nullptr && !hasBegun_) begin();  // without memory it counts all the same
+    tracker_.finishFlush(outcome);
   }
 
  private:
   Tracker& tracker_;
+  bool hasBegun_ = false;
   bool hasEnded_ = false;
 };
 
@@ -99,40 +109,47 @@ void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion comp
 
 void Tracker::flushQueue(FlushCompletion completion) {
   flushCompletion_ = std::move(completion);
-  wasDelivered_ = false;
+  batchEnded_ = false;
   log_("Entered dispatch group");
   upload();
   log_("Dispatch group waiting");
   dispatchQueue_.wait(uploads_, [this] {
     const FlushCompletion waiting = std::exchange(flushCompletion_, nullptr);
-    if (waiting && !callHost(waiting, wasDelivered_)) return;
+    if (waiting && !callHost(waiting, batchEnded_)) return;
     log_("Dispatch group finished waiting");
   });
 }
 
 void Tracker::upload() {
+  // In the background, only the flush on entering it runs.
+  const Urgency urgency = !isRunning_        ? Urgency::enteringBackground
+                          : flushCompletion_ ? Urgency::completion
+                                             : Urgency::ordinary;
   std::shared_ptr<Upload> upload;
   try {
     upload = std::make_shared<Upload>(*this);
     CorvaneEndpointRequest(client_, eventQueue_.events(), superProperties_.current())
-        .send([this, upload](UploadOutcome outcome, std::optional<int> status) {
-          upload->end(outcome, status);
-          log_("Exiting completion block of Endpoint request");
-        });
+        .send(
+            urgency, [&] { upload->begin(); },
+            [this, upload](const UploadOutcome& outcome) {
+              upload->end(outcome);
+              log_("Exiting completion block of Endpoint request");
+            });
   } catch (const std::exception&) {
-    if (upload == nullptr) return finishFlush(UploadOutcome::failedForMemory, std::nullopt);
-    upload->end(UploadOutcome::failedForMemory, std::nullopt);
+    if (upload != nullptr) return upload->end(kFailedForMemory);
+    accounting_.uploadBegan();
+    finishFlush(kFailedForMemory);
   }
 }
 
 // The host may end this thread in its log sink. By then only the next flush is missing, and the
 // next event schedules it.
-void Tracker::finishFlush(UploadOutcome outcome, std::optional<int> status) {
+void Tracker::finishFlush(const UploadOutcome& outcome) {
   settle(outcome);
   try {
-    if (status) log_("Got response: ", *status);
-    log_("Got the response from endpoint. Clear queue: ", endsBatch(outcome));
-    if (endsBatch(outcome)) log_("Clearing the queue");
+    if (outcome.status) log_("Got response: ", *outcome.status);
+    log_("Got the response from endpoint. Clear queue: ", !outcome.keepsEvents);
+    if (!outcome.keepsEvents) log_("Clearing the queue");
     if (isRunning_) startFlushCycle();
   } catch (...) {
     needsFlush_ = true;
@@ -141,15 +158,15 @@ void Tracker::finishFlush(UploadOutcome outcome, std::optional<int> status) {
 }
 
 // Neither throws nor calls the host.
-void Tracker::settle(UploadOutcome outcome) {
-  accounting_.uploadEnded(outcome);
-  if (endsBatch(outcome)) eventQueue_.clear();
+void Tracker::settle(const UploadOutcome& outcome) {
+  accounting_.flushEnded(outcome);
+  if (!outcome.keepsEvents) eventQueue_.clear();
   // An event too large to send must not block the others.
-  if (outcome == UploadOutcome::failedForMemory && eventQueue_.count() > 0) {
+  if (outcome.cause == kFailedForMemory.cause && eventQueue_.count() > 0) {
     eventQueue_.dropLargest();
     accounting_.waitingEventLostForMemory();
   }
-  wasDelivered_ = endsBatch(outcome);
+  batchEnded_ = !outcome.keepsEvents;
 }
 
 }  // namespace veltrano::internal

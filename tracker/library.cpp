@@ -64,10 +64,8 @@ HeartbeatManager& Library::heartbeatManager() {
     heartbeatManager_.emplace(platform_,
                               std::make_unique<RemoteHeartbeatRepository>(
                                   client_, [this] { return tracker_.heartbeatFacts(); }),
-                              std::chrono::seconds(1), [this] {
-                                accounting_.heartbeatFailed();
-                                tracker_.track("Heartbeat Failed", {}, nullptr);
-                              });
+                              std::chrono::seconds(1),
+                              [this] { tracker_.track("Heartbeat Failed", {}, nullptr); });
   return *heartbeatManager_;
 }
 

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -14,6 +13,10 @@ namespace {
 std::string secondsText(Duration duration) {
   const auto whole = std::chrono::ceil<std::chrono::seconds>(duration).count();
   return std::to_string(std::max<std::int64_t>(whole, 0)) + " s";
+}
+
+std::string putOff(std::uint64_t count) {
+  return count > 0 ? ", " + std::to_string(count) + " put off" : "";
 }
 
 std::string counts(const Statistics& now) {
@@ -33,23 +36,44 @@ std::string counts(const Statistics& now) {
   const std::uint64_t failed =
       now.uploadsFailedInTransport + now.uploadsFailedByStatus + now.uploadsFailedForMemory;
   return text + "\nUploads: " + std::to_string(now.uploadsAttempted) + " attempted, " +
-         std::to_string(failed) + " failed\nHeartbeats: " + std::to_string(now.heartbeatsSent) +
-         " sent, " + std::to_string(now.heartbeatsFailed) + " failed\n";
+         std::to_string(failed) + " failed" + putOff(now.uploadsPutOff) +
+         "\nHeartbeats: " + std::to_string(now.heartbeatsSent) + " sent, " +
+         std::to_string(now.heartbeatsFailed) + " failed" + putOff(now.heartbeatsPutOff) + "\n";
 }
 
 // Without `now`, does not say how long ago they ended.
-std::string describe(const std::array<LastRequest, 2>& requests, std::optional<Duration> now) {
-  std::string text;
-  for (const LastRequest& request : requests) {
-    if (request.path.empty()) continue;
-    text += "Last request to " + std::string(request.path) + ": ";
-    if (request.status) text += "status " + std::to_string(*request.status);
-    if (request.status && !request.reason.empty()) text += ", ";
-    text += request.reason;
-    if (now) text += ", " + secondsText(*now - request.endedAt) + " ago";
-    text += "\n";
+std::string describe(const LastRequests& requests, std::optional<Duration> now) {
+  std::string lines;
+  for (const EndpointPath path : kEndpointPaths) {
+    const auto& request = requests[indexOf(path)];
+    if (!request) continue;
+    lines.append("Last request to ").append(text(path)) += ": ";
+    if (request->status) lines += "status " + std::to_string(*request->status);
+    if (request->status && !request->reason.empty()) lines += ", ";
+    lines += request->reason;
+    if (now) lines += ", " + secondsText(*now - request->endedAt) + " ago";
+    lines += "\n";
   }
-  return text.empty() ? "Last request: none has ended yet\n" : text;
+  return lines.empty() ? "Last request: none has ended yet\n" : lines;
+}
+
+std::string reason(RestCause cause) {
+  switch (cause) {
+    case RestCause::server:
+      return "because the collection host asked for it";
+    case RestCause::trouble:
+      return "because several failed in a row";
+  }
+  return {};
+}
+
+std::string rests(ZKURLSessionManager& session) {
+  std::string lines;
+  for (const EndpointPath path : kEndpointPaths)
+    if (const auto rest = session.restOf(path))
+      lines.append("Requests to ").append(text(path)) +=
+          ": put off for " + secondsText(rest->left) + ", " + reason(rest->cause) + "\n";
+  return lines;
 }
 
 }  // namespace
@@ -70,7 +94,7 @@ std::string Library::status() {
   const Statistics statistics = library->accounting_.statistics();
   std::string text = "Collection host: " + library->platform_.collectionHost + "\n" +
                      counts(statistics) + describe(library->accounting_.lastRequests(), now) +
-                     "Next flush: ";
+                     rests(*library->platform_.urlSession) + "Next flush: ";
   if (const auto due = library->tracker_.nextFlush()) {
     text += "in " + secondsText(*due - now);
   } else if (statistics.inFlight > 0) {

@@ -110,8 +110,8 @@ class Tracker {
   class Upload;
   void flushQueue(FlushCompletion completion);
   void upload();
-  void finishFlush(UploadOutcome outcome, std::optional<int> status);
-  void settle(UploadOutcome outcome);
+  void finishFlush(const UploadOutcome& outcome);
+  void settle(const UploadOutcome& outcome);
 
   static constexpr std::size_t kQueueFlushThreshold = 10;
   static constexpr std::chrono::seconds kQueueFlushInterval{20};
@@ -147,7 +147,7 @@ class Tracker {
   // The current flush.
   DispatchGroup uploads_;
   FlushCompletion flushCompletion_;  // work queue
-  bool wasDelivered_ = false;        // work queue, and the end of an upload while the queue waits
+  bool batchEnded_ = false;          // work queue, and the end of an upload while the queue waits
 
   RefreshTriggers refreshTriggers_;
 };

@@ -5,32 +5,31 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "encoding/time.h"
+#include "platform/endpoint_path.h"
 #include "veltrano/statistics.h"
 
 namespace veltrano::internal {
 
 /// How an upload ended.
-enum class UploadOutcome {
-  nothingToSend,
-  notEncodable,
-  delivered,
-  refused,  // with status 400
-  failedByStatus,
-  failedInTransport,
-  failedForMemory,
+struct UploadOutcome {
+  using Count = std::uint64_t Statistics::*;
+
+  bool keepsEvents = true;  // for the next upload
+  Count cause = nullptr;    // counts the uploads that end so; null if there was nothing to send
+  Count batchAs = nullptr;  // counts the events that are not kept
+  std::optional<int> status = {};  // of the response, if there is one
 };
 
 /// How the last request to a path of the collection host ended, after all its retries.
 struct LastRequest {
-  std::string_view path;  // a literal; empty before the first request
-  std::optional<int> status = {};
+  std::optional<int> status;
   std::string reason = {};  // why there is no complete response
   Duration endedAt{0};      // by the clock's `elapsed`
 };
+using LastRequests = std::array<std::optional<LastRequest>, kEndpointPathCount>;
 
 /// Counts events, uploads and heartbeats. Thread-safe.
 class Accounting {
@@ -60,58 +59,37 @@ class Accounting {
     statistics_.droppedByShutDown += std::exchange(statistics_.waiting, 0);
   }
 
-  /// All waiting events are in flight until `uploadEnded`.
+  /// All waiting events are in flight until `flushEnded`.
   void uploadBegan() {
     const std::lock_guard lock(mutex_);
     ++statistics_.uploadsAttempted;
     statistics_.inFlight = std::exchange(statistics_.waiting, 0);
   }
 
-  void uploadEnded(UploadOutcome outcome) {
+  void flushEnded(const UploadOutcome& outcome) {
     const std::lock_guard lock(mutex_);
     Statistics& now = statistics_;
-    const std::uint64_t batch = std::exchange(now.inFlight, 0);
-    switch (outcome) {
-      case UploadOutcome::nothingToSend:
-        return;
-      case UploadOutcome::notEncodable:
-        now.droppedAsNotEncodable += std::exchange(now.waiting, 0);
-        return;
-      case UploadOutcome::delivered:
-        now.delivered += batch;
-        ++now.uploadsSucceeded;
-        return;
-      case UploadOutcome::refused:
-        now.droppedAsRefused += batch;
-        ++now.uploadsFailedByStatus;
-        return;
-      case UploadOutcome::failedByStatus:
-        ++now.uploadsFailedByStatus;
-        break;
-      case UploadOutcome::failedInTransport:
-        ++now.uploadsFailedInTransport;
-        break;
-      case UploadOutcome::failedForMemory:
-        if (batch == 0) ++now.uploadsAttempted;  // it failed before it began
-        ++now.uploadsFailedForMemory;
-        break;
-    }
-    waiting() += batch;
+    if (outcome.cause != nullptr) ++(now.*outcome.cause);
+    // What cannot be encoded has not been in flight.
+    const std::uint64_t batch = std::exchange(now.inFlight, 0) + std::exchange(now.waiting, 0);
+    (outcome.keepsEvents ? waiting() : now.*outcome.batchAs) += batch;
   }
 
-  void requestEnded(LastRequest request) {
+  void requestEnded(EndpointPath path, LastRequest request) {
+    std::optional<LastRequest> ended = std::move(request);  // destroyed without the lock
     const std::lock_guard lock(mutex_);
-    std::swap(lastRequests_[request.path == "/track" ? 0 : 1], request);
+    lastRequests_[indexOf(path)].swap(ended);
   }
 
-  /// The last upload and the last heartbeat.
-  std::array<LastRequest, 2> lastRequests() const {
+  /// For each path; none before the first request.
+  LastRequests lastRequests() const {
     const std::lock_guard lock(mutex_);
     return lastRequests_;
   }
 
   void heartbeatSent() { add(&Statistics::heartbeatsSent); }
   void heartbeatFailed() { add(&Statistics::heartbeatsFailed); }
+  void heartbeatPutOff() { add(&Statistics::heartbeatsPutOff); }
 
  private:
   template <class... Counts>
@@ -132,9 +110,9 @@ class Accounting {
   }
 
   mutable std::mutex mutex_;
-  bool hasEnded_ = false;                    // guarded by mutex_
-  Statistics statistics_;                    // guarded by mutex_
-  std::array<LastRequest, 2> lastRequests_;  // guarded by mutex_
+  bool hasEnded_ = false;      // guarded by mutex_
+  Statistics statistics_;      // guarded by mutex_
+  LastRequests lastRequests_;  // guarded by mutex_
 };
 
 }  // namespace veltrano::internal

@@ -7,13 +7,13 @@
 
 namespace veltrano::internal {
 
-void CollectionClient::post(std::string_view path, std::string_view uid,
+void CollectionClient::post(EndpointPath path, Urgency urgency, std::string_view uid,
                             const PropertyMap& superProperties,
                             std::span<const std::string_view> json,
                             std::shared_ptr<const ZKInterceptor> interceptor,
                             URLSessionCallback callback) const {
   PostRequest request;
-  request.baseURL = "https://" + platform.collectionHost + std::string(path);
+  request.baseURL = "https://" + platform.collectionHost + std::string(text(path));
   request.headerParameters = {
       {"lib_version", "ios_" + superProperties.text("lib_version").value_or("0.0")},
       {"publisher_version", "ios_" + defaultProperties.publisherVersion()},
@@ -23,11 +23,14 @@ void CollectionClient::post(std::string_view path, std::string_view uid,
   request.httpBody = "data=";
   appendBase64(request.httpBody, json);
   request.interceptor = std::move(interceptor);
+  request.urgency = urgency;
   platform.urlSession->postData(std::move(request), [this, path, callback = std::move(callback)](
                                                         auto data, auto response, auto error) {
+    // One that was put off says less than the one before it.
     dropExceptions([&] {
-      accounting.requestEnded({path, response ? response->httpStatusCode : std::nullopt,
-                               error ? error->reason : "", platform.wallClock->elapsed()});
+      if (error && error->wasPutOff) return;
+      accounting.requestEnded(path, {response ? response->httpStatusCode : std::nullopt,
+                                     error ? error->reason : "", platform.wallClock->elapsed()});
     });
     callback(std::move(data), std::move(response), std::move(error));
   });

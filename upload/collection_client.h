@@ -14,11 +14,11 @@ namespace veltrano::internal {
 
 /// Posts to the collection host. Holds what every request needs.
 struct CollectionClient {
-  /// Posts the pieces of `json` to `path`, a literal, for the user `uid`. The body is "data="
-  /// followed by the Base64 of the JSON. `superProperties` provide the version of the library for
-  /// its header. `interceptor` may be null.
-  void post(std::string_view path, std::string_view uid, const PropertyMap& superProperties,
-            std::span<const std::string_view> json,
+  /// Posts the pieces of `json` to `path` for the user `uid`. The body is "data=" followed by the
+  /// Base64 of the JSON. `superProperties` provide the version of the library for its header.
+  /// `interceptor` may be null.
+  void post(EndpointPath path, Urgency urgency, std::string_view uid,
+            const PropertyMap& superProperties, std::span<const std::string_view> json,
             std::shared_ptr<const ZKInterceptor> interceptor, URLSessionCallback callback) const;
 
   const Platform& platform;

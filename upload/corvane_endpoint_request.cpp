@@ -20,16 +20,16 @@ std::vector<std::string_view> batchJSON(const std::deque<EventRecord>& events) {
   return pieces;
 }
 
-UploadOutcome outcomeOf(std::optional<int> status) {
-  if (!status) return UploadOutcome::failedInTransport;
-  switch (*status) {
-    case 200:
-      return UploadOutcome::delivered;
-    case 400:
-      return UploadOutcome::refused;
-    default:
-      return UploadOutcome::failedByStatus;
-  }
+// A refused batch would only be refused again.
+UploadOutcome outcomeOf(const std::optional<URLResponse>& response,
+                        const std::optional<TransportError>& error) {
+  if (error && error->wasPutOff) return {true, &Statistics::uploadsPutOff};
+  const auto status = response ? response->httpStatusCode : std::nullopt;
+  if (!status) return {true, &Statistics::uploadsFailedInTransport};
+  if (status == 200) return {false, &Statistics::uploadsSucceeded, &Statistics::delivered, status};
+  if (status == 400)
+    return {false, &Statistics::uploadsFailedByStatus, &Statistics::droppedAsRefused, status};
+  return {true, &Statistics::uploadsFailedByStatus, nullptr, status};
 }
 
 }  // namespace
@@ -39,19 +39,19 @@ CorvaneEndpointRequest::CorvaneEndpointRequest(const CollectionClient& client,
                                                const PropertyMap& superProperties)
     : client_(client), eventsBeingSent_(events), superProperties_(superProperties) {}
 
-void CorvaneEndpointRequest::send(Completion completion) const {
-  if (eventsBeingSent_.empty()) return completion(UploadOutcome::nothingToSend, std::nullopt);
+void CorvaneEndpointRequest::send(Urgency urgency, const std::function<void()>& begin,
+                                  Completion completion) const {
+  if (eventsBeingSent_.empty()) return completion({});
   client_.log("Sending to the Corvane Endpoint");
   if (std::any_of(eventsBeingSent_.begin(), eventsBeingSent_.end(),
                   [](const EventRecord& event) { return event.json.empty(); }))
-    return completion(UploadOutcome::notEncodable, std::nullopt);
-  client_.accounting.uploadBegan();
+    return completion({false, nullptr, &Statistics::droppedAsNotEncodable});
+  begin();
   client_.post(
-      "/track", superProperties_.text("uid").value_or(""), superProperties_,
+      EndpointPath::track, urgency, superProperties_.text("uid").value_or(""), superProperties_,
       batchJSON(eventsBeingSent_), nullptr,
-      [completion = std::move(completion)](const auto&, const auto& response, const auto&) {
-        const auto status = response ? response->httpStatusCode : std::nullopt;
-        completion(outcomeOf(status), status);
+      [completion = std::move(completion)](const auto&, const auto& response, const auto& error) {
+        completion(outcomeOf(response, error));
       });
 }
 

@@ -2,7 +2,6 @@
 
 #include <deque>
 #include <functional>
-#include <optional>
 #include <string>
 
 #include "properties/property_map.h"
@@ -16,25 +15,19 @@ struct EventRecord {
   std::string json;  // empty when the properties cannot be encoded
 };
 
-/// Whether the batch is not uploaded again. A refused or unencodable one would only fail again.
-constexpr bool endsBatch(UploadOutcome outcome) {
-  return outcome == UploadOutcome::notEncodable || outcome == UploadOutcome::delivered ||
-         outcome == UploadOutcome::refused;
-}
-
-/// The request to "/track" that uploads a batch of events. Used on the work queue.
+/// The request that uploads a batch of events. Used on the work queue.
 class CorvaneEndpointRequest {
  public:
-  /// Takes the outcome, and the status of the response if there is one.
-  using Completion = std::function<void(UploadOutcome outcome, std::optional<int> status)>;
+  using Completion = std::function<void(const UploadOutcome& outcome)>;
 
   /// `events` (oldest first) and `superProperties` must outlive the request and not change.
   CorvaneEndpointRequest(const CollectionClient& client, const std::deque<EventRecord>& events,
                          const PropertyMap& superProperties);
 
   /// Calls `completion` exactly once: before returning when there is nothing to send or an event
-  /// cannot be encoded, else later, on a thread of the networking framework.
-  void send(Completion completion) const;
+  /// cannot be encoded, else later, on a thread of the networking framework. Calls `begin` first if
+  /// it posts.
+  void send(Urgency urgency, const std::function<void()>& begin, Completion completion) const;
 
  private:
   const CollectionClient& client_;

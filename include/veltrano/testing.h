@@ -218,7 +218,8 @@ class Heartbeat : public Properties {
 std::ostream& operator<<(std::ostream& out, const Heartbeat& heartbeat);
 
 /// A request that the library posted. Worlds do not retry: one request stands for all the attempts
-/// that it would take in production.
+/// that it would take in production. One that is put off does not arrive here: worlds let a failing
+/// collection host rest by the rules of production, without the jitter.
 struct Request {
   std::string path;  // "/track" or "/heartbeat"
   std::map<std::string, std::string> query;
@@ -233,7 +234,8 @@ struct Answer {
   int status = 200;
   std::optional<std::string> body = std::nullopt;
   Duration latency{0};            // `Duration::max()`: for ever
-  bool isTransportError = false;  // no answer arrives; status and body are ignored
+  bool isTransportError = false;  // no answer arrives; status, body and headers are ignored
+  std::map<std::string, std::string> headers = {};  // the library reads "Retry-After"
 };
 
 /// Answers posts to one path: all of them, or a limited number.
@@ -264,7 +266,8 @@ class Rule {
 class Network {
  public:
   /// Throws `Error` if the status is not between 0 and 999.
-  Rule& answer(int status, std::optional<std::string> body = std::nullopt);
+  Rule& answer(int status, std::optional<std::string> body = std::nullopt,
+               std::map<std::string, std::string> headers = {});
   Rule& answer(Answer answer);
 
   /// Calls `answer` for each post, on the main thread. If it throws or its status is not between 0
@@ -375,7 +378,7 @@ class World {
   void setDeviceOrientation(int orientation);
   void setScreenSize(double width, double height);
   void setCarrierName(std::optional<std::string> name);
-  void setWiFi(bool isConnected);
+  void setWiFi(bool isConnected);  // connected, a rest that began with a transport error ends
   void setTrackingAuthorizationStatus(std::uint64_t status);
   void setAdvertisingIdentifier(const std::string& identifier);
 

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace veltrano {
@@ -17,6 +18,9 @@ struct TransferReport {
   int status = 0;          // of the response; 0 without one. 200 is a delivery; 400 drops the batch
   std::string reason;      // why there is no complete response, in words; empty if there is one
   bool willRetry = false;  // of this request; if false, events wait for the next flush
+
+  /// Set when this attempt begins a rest: requests to the path are put off until then.
+  std::optional<std::chrono::system_clock::time_point> putOffUntil;
 };
 
 }  // namespace veltrano

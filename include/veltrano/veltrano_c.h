@@ -334,9 +334,11 @@ typedef struct veltrano_statistics {
   uint64_t uploads_failed_in_transport; /* got no response */
   uint64_t uploads_failed_by_status;    /* answered with another status */
   uint64_t uploads_failed_for_memory;   /* not sent, because memory ran out */
+  uint64_t uploads_put_off;             /* not sent, to let the collection host rest */
 
-  uint64_t heartbeats_sent;   /* also those that memory did not suffice to build */
-  uint64_t heartbeats_failed; /* of those sent: not accepted, or not built */
+  uint64_t heartbeats_sent;    /* also those that memory did not suffice to build */
+  uint64_t heartbeats_failed;  /* of those sent: not accepted, or not built */
+  uint64_t heartbeats_put_off; /* of those sent: not attempted, to let the host rest */
 } veltrano_statistics;
 
 /* Fills in the counts that fit into `size`. False when `statistics` is NULL or its size is 0. Call
@@ -371,6 +373,8 @@ typedef struct veltrano_transfer {
   int status;           /* of the response; 0 without one. 200 is a delivery; 400 drops the batch */
   veltrano_text reason; /* why there is no complete response, in words; empty if there is one */
   bool will_retry;      /* of this request; if false, events wait for the next flush */
+  double put_off_until; /* requests to this path are put off until then, in seconds since 1970; 0 if
+                           they are not */
 } veltrano_transfer;
 
 /* Set `size` to sizeof(veltrano_options) and zero what you do not use; only the collection host is

@@ -92,7 +92,7 @@ std::optional<Bundle> SimulatedBundles::bundleAtPath(std::string_view path) cons
 }
 
 SimulatedPlatform::SimulatedPlatform(std::shared_ptr<Timeline> line) : timeline_(std::move(line)) {
-  network.answers["/heartbeat"].body = "{}";
+  network.answers[std::string(text(EndpointPath::heartbeat))].body = "{}";
 }
 
 Platform SimulatedPlatform::services() {

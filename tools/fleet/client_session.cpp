@@ -7,6 +7,7 @@ namespace fleet {
 
 using veltrano::internal::AttemptResult;
 using veltrano::internal::PostRequest;
+using veltrano::internal::Rests;
 using veltrano::internal::TransportError;
 using veltrano::internal::URLResponse;
 using veltrano::internal::URLSessionCallback;
@@ -32,7 +33,8 @@ AttemptResult resultOf(const CollectionHost::Reply& reply) {
 
 void ClientSession::postData(PostRequest request, URLSessionCallback callback) {
   auto post = std::make_shared<Post>();
-  post->endpoint = request.baseURL.ends_with("/track") ? kTrack : kHeartbeat;
+  post->path = *veltrano::internal::endpointPath(request.path());
+  post->urgency = request.urgency;
   post->body = std::move(request.httpBody);
   post->callback = std::move(callback);
   post->deadline = timeline_.now() + kLimits.requestTimeout;
@@ -41,7 +43,7 @@ void ClientSession::postData(PostRequest request, URLSessionCallback callback) {
 }
 
 void ClientSession::attempt(const Pointer& post) {
-  Line& line = lines_[post->endpoint];
+  Line& line = lines_[indexOf(post->path)];
   line.due.push_back(post);
   if (!line.isBusy) attemptNext(line);
 }
@@ -51,7 +53,9 @@ void ClientSession::attemptNext(Line& line) {
   line.isBusy = true;
   const Pointer post = std::move(line.due.front());
   line.due.pop_front();
-  post->reply = send(*post);
+  post->wasPutOff =
+      post->retries == 0 && rests_.of(post->path).puttingOff(timeline_.now(), post->urgency);
+  post->reply = post->wasPutOff ? CollectionHost::Reply() : send(*post);
   timeline_.schedule(post->reply.after, [this, post] { end(post); });
 }
 
@@ -60,7 +64,7 @@ CollectionHost::Reply ClientSession::send(const Post& post) {
   const Failure silence{Failure::Kind::silence, 0};
   if (post.deadline <= now) return {silence, Duration::zero()};
   const Duration limit = std::min(kLimits.attemptTimeout, post.deadline - now);
-  auto reply = host_.receive(post.endpoint, post.body, now, limit);
+  auto reply = host_.receive(post.path, post.body, now, limit);
   if (reply.failure && !reply.failure->connects())
     return {reply.failure, std::min({reply.after, limit, Duration(kLimits.connectTimeout)})};
   if (reply.after <= limit) return reply;
@@ -68,11 +72,9 @@ CollectionHost::Reply ClientSession::send(const Post& post) {
 }
 
 void ClientSession::end(const Pointer& post) {
-  Line& line = lines_[post->endpoint];
+  Line& line = lines_[indexOf(post->path)];
   line.isBusy = false;
-  const double random = std::generate_canonical<double, 53>(random_);
-  const auto delay = delayBeforeRetry(resultOf(post->reply), post->rules, post->retries,
-                                      post->deadline - timeline_.now(), random);
+  const auto delay = post->wasPutOff ? std::nullopt : delayBeforeRetry(*post);
   if (delay) {
     ++post->retries;
     timeline_.schedule(*delay, [this, post] { attempt(post); });
@@ -82,11 +84,25 @@ void ClientSession::end(const Pointer& post) {
   if (!line.isBusy) attemptNext(line);
 }
 
+// None if this was the last attempt, which may begin a rest.
+std::optional<Duration> ClientSession::delayBeforeRetry(const Post& post) {
+  const Duration now = timeline_.now();
+  const auto result = resultOf(post.reply);
+  Rests& rests = rests_.of(post.path);
+  const double random = std::generate_canonical<double, 53>(random_);
+  const auto delay = rests.mayRetry()
+                         ? veltrano::internal::delayBeforeRetry(result, post.rules, post.retries,
+                                                                post.deadline - now, random)
+                         : std::nullopt;
+  if (!delay) rests.requestEnded(now, result, std::generate_canonical<double, 53>(random_));
+  return delay;
+}
+
 void ClientSession::report(const Post& post) {
   const auto result = resultOf(post.reply);
-  if (!result.httpStatusCode)
-    return post.callback(std::nullopt, std::nullopt, TransportError{"simulated"});
-  if (!post.reply.failure) host_.accept(post.endpoint, post.body, clock_.now().sinceEpoch);
+  if (post.wasPutOff || !result.httpStatusCode)
+    return post.callback(std::nullopt, std::nullopt, TransportError{"simulated", post.wasPutOff});
+  if (!post.reply.failure) host_.accept(post.path, post.body, clock_.now().sinceEpoch);
   post.callback(post.reply.body, URLResponse{result.httpStatusCode}, std::nullopt);
 }
 

@@ -8,12 +8,12 @@
 
 #include "platform/simulated/simulated_platform.h"
 #include "tools/fleet/collection_host.h"
-#include "upload/rules/retry.h"
+#include "upload/rules/rests.h"
 
 namespace fleet {
 
-/// Posts to the collection host in virtual time, with the retries and time limits of the POSIX
-/// platform. Each endpoint makes one attempt at a time.
+/// Posts to the collection host in virtual time, with the retries, rests and time limits of the
+/// POSIX platform. Each endpoint makes one attempt at a time.
 class ClientSession final : public veltrano::internal::ZKURLSessionManager {
  public:
   ClientSession(veltrano::internal::SimulatedClock& clock, veltrano::internal::Timeline& timeline,
@@ -25,12 +25,14 @@ class ClientSession final : public veltrano::internal::ZKURLSessionManager {
 
  private:
   struct Post {
-    Endpoint endpoint;
+    EndpointPath path;
+    veltrano::internal::Urgency urgency;
     std::string body;
     veltrano::internal::URLSessionCallback callback;
     Duration deadline;
     veltrano::internal::RetryRules rules;
     int retries = 0;
+    bool wasPutOff = false;
     CollectionHost::Reply reply;  // to the latest attempt
   };
   using Pointer = std::shared_ptr<Post>;
@@ -42,6 +44,7 @@ class ClientSession final : public veltrano::internal::ZKURLSessionManager {
   void attempt(const Pointer& post);
   void attemptNext(Line& line);
   CollectionHost::Reply send(const Post& post);
+  std::optional<Duration> delayBeforeRetry(const Post& post);
   void end(const Pointer& post);
   void report(const Post& post);
 
@@ -49,7 +52,8 @@ class ClientSession final : public veltrano::internal::ZKURLSessionManager {
   veltrano::internal::Timeline& timeline_;
   CollectionHost& host_;
   std::minstd_rand random_;
-  std::array<Line, kEndpoints> lines_;
+  std::array<Line, kEndpointPathCount> lines_;
+  veltrano::internal::RestsByPath rests_;
 };
 
 }  // namespace fleet

@@ -76,7 +76,7 @@ void CollectionHost::noteLoad(Duration now) {
   ++loadCount_;
 }
 
-CollectionHost::Reply CollectionHost::receive(Endpoint endpoint, const std::string& body,
+CollectionHost::Reply CollectionHost::receive(EndpointPath path, const std::string& body,
                                               Duration now, Duration patience) {
   noteLoad(now);
   const auto isAway = [now](const Outage& o) { return o.from <= now && now < o.to; };
@@ -90,10 +90,10 @@ CollectionHost::Reply CollectionHost::receive(Endpoint endpoint, const std::stri
     failure = options_.overload;
   const bool connects = !failure || failure->connects();
   const bool isAccepted = !failure && wait + options_.latency <= patience;
-  measurements_.received(endpoint, now, connects ? body.size() : 0, isAccepted);
+  measurements_.received(path, now, connects ? body.size() : 0, isAccepted);
   if (failure) return failed(*failure);
   busyUntil_ += veltrano::internal::durationFromSeconds(1 / options_.capacity);
-  return {{}, wait + options_.latency, {}, endpoint == kHeartbeat ? heartbeatAnswer() : ""};
+  return {{}, wait + options_.latency, {}, bodyOfAnswer(path)};
 }
 
 CollectionHost::Reply CollectionHost::failed(const Failure& failure) const {
@@ -103,6 +103,16 @@ CollectionHost::Reply CollectionHost::failed(const Failure& failure) const {
           options_.retryAfter};
 }
 
+std::string CollectionHost::bodyOfAnswer(EndpointPath path) const {
+  switch (path) {
+    case EndpointPath::track:
+      return "";
+    case EndpointPath::heartbeat:
+      return heartbeatAnswer();
+  }
+  return "";
+}
+
 std::string CollectionHost::heartbeatAnswer() const {
   if (!options_.backOff) return "{}";
   const bool isBusy = load_ >= options_.backOffAbove * options_.capacity;
@@ -110,8 +120,8 @@ std::string CollectionHost::heartbeatAnswer() const {
   return "{\"back_off_seconds\":" + std::to_string(seconds) + "}";
 }
 
-void CollectionHost::accept(Endpoint endpoint, const std::string& body, Duration wallTime) {
-  if (endpoint != kTrack) return;
+void CollectionHost::accept(EndpointPath path, const std::string& body, Duration wallTime) {
+  if (path != EndpointPath::track) return;
   std::string json = decoded(body);
   const auto onName = [this](std::string_view name) {
     ++events_;

@@ -24,10 +24,10 @@ class CollectionHost {
       : options_(options), measurements_(measurements) {}
 
   /// Decides the answer to a request that arrives at `now`, whose sender gives up after `patience`.
-  Reply receive(Endpoint endpoint, const std::string& body, Duration now, Duration patience);
+  Reply receive(EndpointPath path, const std::string& body, Duration now, Duration patience);
 
   /// Counts an accepted request when its answer leaves. `wallTime` is the time since 1970.
-  void accept(Endpoint endpoint, const std::string& body, Duration wallTime);
+  void accept(EndpointPath path, const std::string& body, Duration wallTime);
 
   std::uint64_t events() const { return events_; }
   /// How many of them report a failed heartbeat.
@@ -35,6 +35,7 @@ class CollectionHost {
 
  private:
   Reply failed(const Failure& failure) const;
+  std::string bodyOfAnswer(EndpointPath path) const;
   std::string heartbeatAnswer() const;
   void noteLoad(Duration now);
 

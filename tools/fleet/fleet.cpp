@@ -17,13 +17,14 @@ namespace {
 constexpr Duration kMaxEndTime = std::chrono::minutes(5);
 
 void add(Statistics& sum, const Statistics& one) {
-  for (const auto count : {&Statistics::recorded, &Statistics::waiting, &Statistics::inFlight,
-                           &Statistics::delivered, &Statistics::droppedByTrimming,
-                           &Statistics::droppedAsRefused, &Statistics::droppedAsNotEncodable,
-                           &Statistics::droppedForMemory, &Statistics::uploadsAttempted,
-                           &Statistics::uploadsSucceeded, &Statistics::uploadsFailedInTransport,
-                           &Statistics::uploadsFailedByStatus, &Statistics::uploadsFailedForMemory,
-                           &Statistics::heartbeatsSent, &Statistics::heartbeatsFailed})
+  for (const auto count :
+       {&Statistics::recorded, &Statistics::waiting, &Statistics::inFlight, &Statistics::delivered,
+        &Statistics::droppedByTrimming, &Statistics::droppedAsRefused,
+        &Statistics::droppedAsNotEncodable, &Statistics::droppedForMemory,
+        &Statistics::uploadsAttempted, &Statistics::uploadsSucceeded,
+        &Statistics::uploadsFailedInTransport, &Statistics::uploadsFailedByStatus,
+        &Statistics::uploadsFailedForMemory, &Statistics::uploadsPutOff,
+        &Statistics::heartbeatsSent, &Statistics::heartbeatsFailed, &Statistics::heartbeatsPutOff})
     sum.*count += one.*count;
 }
 

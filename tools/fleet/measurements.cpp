@@ -19,13 +19,13 @@ Delays delaysOf(std::vector<float> seconds) {
 
 }  // namespace
 
-void Measurements::received(Endpoint endpoint, Duration now, std::size_t bodyBytes,
+void Measurements::received(EndpointPath path, Duration now, std::size_t bodyBytes,
                             bool isAccepted) {
   const auto second = std::chrono::floor<std::chrono::seconds>(now);
   if (second != second_) endSecond();
   second_ = second;
   ++inSecond_;
-  Requests& requests = current_.requests[endpoint];
+  Requests& requests = current_.requests[indexOf(path)];
   ++requests.received;
   requests.accepted += isAccepted;
   requests.bodyBytes += bodyBytes;
@@ -53,10 +53,10 @@ void Measurements::endInterval(const veltrano::Statistics& all, std::uint64_t in
 Interval Measurements::total() const {
   Interval total;
   for (const Interval& interval : intervals_) {
-    for (int endpoint = 0; endpoint < kEndpoints; ++endpoint) {
-      total.requests[endpoint].received += interval.requests[endpoint].received;
-      total.requests[endpoint].accepted += interval.requests[endpoint].accepted;
-      total.requests[endpoint].bodyBytes += interval.requests[endpoint].bodyBytes;
+    for (std::size_t path = 0; path < kEndpointPathCount; ++path) {
+      total.requests[path].received += interval.requests[path].received;
+      total.requests[path].accepted += interval.requests[path].accepted;
+      total.requests[path].bodyBytes += interval.requests[path].bodyBytes;
     }
     total.mostInASecond = std::max(total.mostInASecond, interval.mostInASecond);
     total.deliveredEvents += interval.deliveredEvents;

@@ -2,15 +2,22 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
+#include "platform/endpoint_path.h"
 #include "tools/fleet/scenario.h"
 #include "veltrano/statistics.h"
 
 namespace fleet {
 
-enum Endpoint { kTrack, kHeartbeat, kEndpoints };
+using veltrano::internal::EndpointPath;
+using veltrano::internal::indexOf;
+using veltrano::internal::kEndpointPathCount;
+
+inline constexpr std::size_t kTrack = indexOf(EndpointPath::track);
+inline constexpr std::size_t kHeartbeat = indexOf(EndpointPath::heartbeat);
 
 /// Requests to the collection host. Each attempt counts, even one that gets no connection and sends
 /// nothing.
@@ -28,7 +35,7 @@ struct Delays {
 /// What happened during an interval, and the state at its end.
 struct Interval {
   Duration start{0};
-  std::array<Requests, kEndpoints> requests;
+  std::array<Requests, kEndpointPathCount> requests;
   std::uint64_t mostInASecond = 0;  // requests to both endpoints
   std::uint64_t deliveredEvents = 0;
   Delays delays;               // of these events
@@ -40,7 +47,7 @@ class Measurements {
  public:
   explicit Measurements(Duration resolution) : resolution_(resolution) {}
 
-  void received(Endpoint endpoint, Duration now, std::size_t bodyBytes, bool isAccepted);
+  void received(EndpointPath path, Duration now, std::size_t bodyBytes, bool isAccepted);
   void delivered(Duration delay);
 
   /// Ends the current interval and begins the next one.

@@ -105,7 +105,7 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
   };
   output << '\n';
   count("events of applications", outcome.tracked);
-  count("\"Heartbeat Failed\" events", end.heartbeatsFailed);
+  count("\"Heartbeat Failed\" events", end.heartbeatsFailed + end.heartbeatsPutOff);
   count("recorded", end.recorded);
   count("  waiting", end.waiting);
   count("  in flight", end.inFlight);
@@ -130,7 +130,8 @@ void writeCSV(std::ostream& output, const Scenario& scenario, const Outcome& out
             "delivered,"
             "delay_median_s,delay_90_s,delay_99_s,delay_longest_s,in_foreground,recorded,waiting,"
             "in_flight,delivered_in_all,dropped_by_trimming,dropped_as_refused,"
-            "dropped_as_not_encodable,dropped_for_memory,heartbeats_sent,heartbeats_failed\n";
+            "dropped_as_not_encodable,dropped_for_memory,uploads_put_off,heartbeats_sent,"
+            "heartbeats_failed,heartbeats_put_off\n";
   for (const Interval& interval : outcome.measurements.intervals()) {
     const auto number = [&](std::uint64_t value) { output << ',' << value; };
     const auto overlaps = [&](const Outage& outage) {
@@ -153,8 +154,8 @@ void writeCSV(std::ostream& output, const Scenario& scenario, const Outcome& out
     const Statistics& end = interval.atEnd;
     for (const std::uint64_t value :
          {end.recorded, end.waiting, end.inFlight, end.delivered, end.droppedByTrimming,
-          end.droppedAsRefused, end.droppedAsNotEncodable, end.droppedForMemory, end.heartbeatsSent,
-          end.heartbeatsFailed})
+          end.droppedAsRefused, end.droppedAsNotEncodable, end.droppedForMemory, end.uploadsPutOff,
+          end.heartbeatsSent, end.heartbeatsFailed, end.heartbeatsPutOff})
       number(value);
     output << '\n';
   }

@@ -336,7 +336,8 @@ bool Soak::report() {
   agree(counts.droppedAsRefused, result.refused, "refused events in the statistics");
   agree(counts.uploadsAttempted, result.uploads, "uploads in the statistics");
   agree(counts.uploadsSucceeded, result.successes, "successful uploads in the statistics");
-  agree(counts.heartbeatsFailed, result.failedHeartbeats, "failed heartbeats in the statistics");
+  agree(counts.heartbeatsFailed + counts.heartbeatsPutOff, result.failedHeartbeats,
+        "failed heartbeats in the statistics");
   const std::size_t complaints = collector_.complaints();
   expect(complaints == 0, "requests found malformed", complaints);
   const Usage before = most(samples_, 0, 0.5);

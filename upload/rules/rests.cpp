@@ -57,9 +57,8 @@ std::optional<Rest> Rests::requestEnded(Duration now, const AttemptResult& last,
   const int status = last.httpStatusCode.value_or(0);
   const auto asked = status == 429 || status == 503 ? last.retryAfter : std::nullopt;
   if (asked) askedUntil_ = now + std::min(*asked, kLongestAskedRest);
-  // A shorter wait is one that a request could have spent on its retries.
-  const bool decidesAlone = asked && *asked >= RequestLimits().requestTimeout;
-  const bool startsOwn = !decidesAlone && troublesInARow_ >= kTroublesBeforeRest;
+  // Also when the server asks: it may ask for little, again and again.
+  const bool startsOwn = troublesInARow_ >= kTroublesBeforeRest;
   if (startsOwn) ownUntil_ = now + lengthAfter(troublesInARow_, random);
   if (!asked && !startsOwn) return std::nullopt;
   const auto rest = restAt(now);

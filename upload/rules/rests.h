@@ -1,6 +1,7 @@
 // When requests to a server in trouble are put off. Platforms ask these rules.
 #pragma once
 
+#include <array>
 #include <optional>
 
 #include "encoding/time.h"
@@ -50,6 +51,21 @@ class Rests {
   Duration ownUntil_ = Duration::min();
   std::optional<Duration> skippedAt_;  // when a completion last skipped a rest of our own
   bool hasEnded_ = false;
+};
+
+/// The rests of all paths.
+class RestsByPath {
+ public:
+  Rests& of(EndpointPath path) { return rests_[indexOf(path)]; }
+
+  template <class Function>
+  void forEach(Function function) {
+    for (Rests& rests : rests_) function(rests);
+  }
+
+ private:
+  std::array<Rests, kEndpointPathCount> rests_{Rests(EndpointPath::track),
+                                               Rests(EndpointPath::heartbeat)};
 };
 
 }  // namespace veltrano::internal
