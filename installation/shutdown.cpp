@@ -5,7 +5,7 @@
 
 #include "installation/inert_library.h"
 #include "platform/host_callback.h"
-#include "platform/posix/http/exit_gate.h"
+#include "platform/posix/system/exit_gate.h"
 #include "upload/rules/final_flush.h"
 
 namespace veltrano::internal {

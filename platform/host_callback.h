@@ -2,7 +2,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <exception>
+#include <functional>
 #include <utility>
 
 namespace veltrano::internal {
@@ -34,6 +36,47 @@ void dropExceptions(Function&& function, Arguments&&... arguments) {
     if (isForcedUnwinding()) throw;
   }
 }
+
+/// Exists while code of the host runs: a callback, or the destructor of what one captured. What it
+/// uses may be destroyed while the process exits. Therefore one of the library's threads then
+/// leaves neither the constructor nor the destructor, and exit waits for those in between. On the
+/// host's own threads, and within another `HostCode`, it does nothing.
+class HostCode {
+ public:
+  HostCode() {
+    if (!isLibraryThread || depth++ > 0) return;
+    ++threads;
+    if (!isProcessExiting) return;
+    --threads;
+    park();
+  }
+  ~HostCode() {
+    if (!isLibraryThread || --depth > 0) return;
+    --threads;
+    if (isProcessExiting) park();
+  }
+  HostCode(const HostCode&) = delete;
+  HostCode& operator=(const HostCode&) = delete;
+
+  /// Never returns: ending the thread would run thread-local destructors of OpenSSL and the host.
+  [[noreturn]] static void park() noexcept {
+    for (;;) isProcessExiting.wait(true);
+  }
+
+  /// Makes the calling thread one of the host's, as it exits the process.
+  static void leaveForExit() noexcept {
+    if (std::exchange(isLibraryThread, false) && depth > 0) --threads;
+  }
+
+  /// Whether the platform started the calling thread.
+  static inline constinit thread_local bool isLibraryThread = false;
+  /// Sequentially consistent with `threads`: once this is set and that is 0, none will get in.
+  static inline std::atomic<bool> isProcessExiting{false};
+  static inline std::atomic<int> threads{0};  // the library's that run code of the host
+
+ private:
+  static inline constinit thread_local int depth = 0;
+};
 
 /// Set when the library is shut down; no callback starts after that. Process-wide, like the count
 /// below: whichever object holds it, a host's context must stay untouched. The test kit resets it.
@@ -68,10 +111,37 @@ class HostCall {
 /// return without using the platform.
 template <class Callback, class... Arguments>
 bool callHost(const Callback& callback, Arguments&&... arguments) {
+  const HostCode code;
   const HostCall call;
   if (isForkedChild() || callbacksDisabled) return false;
   dropExceptions(callback, std::forward<Arguments>(arguments)...);
   return !isForkedChild();
 }
+
+/// A function of the host: called by `callHost`, and destroyed as its code.
+template <class... Arguments>
+class HostFunction {
+ public:
+  HostFunction() = default;
+  HostFunction(std::nullptr_t) {}
+  HostFunction(std::function<void(Arguments...)> function) : function_(std::move(function)) {}
+  HostFunction(HostFunction&& other) noexcept
+      : function_(std::exchange(other.function_, nullptr)) {}
+  HostFunction& operator=(HostFunction&& other) noexcept {
+    std::swap(function_, other.function_);
+    return *this;
+  }
+  ~HostFunction() {
+    if (!function_) return;
+    const HostCode code;
+    function_ = nullptr;
+  }
+
+  explicit operator bool() const { return static_cast<bool>(function_); }
+  bool call(Arguments... arguments) const { return callHost(function_, arguments...); }
+
+ private:
+  std::function<void(Arguments...)> function_;
+};
 
 }  // namespace veltrano::internal

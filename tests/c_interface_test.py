@@ -1,9 +1,10 @@
 """Loads the shared library as a host in another language does, uses all of it, and shuts it down.
-Then runs hosts that exit without a shutdown while a callback runs.
+Then runs hosts that exit while a callback runs: without a shutdown, or with one in an exit handler.
 
     c_interface_test.py LIBRARY COLLECTOR
     c_interface_test.py LIBRARY --exit-in CALLBACK
 """
+import atexit
 import ctypes
 import json
 import os
@@ -281,6 +282,8 @@ def exit_in(callback):
 
     def stay():
         is_running.set()
+        if callback == "any":
+            return
         stop(main_loop())
         while True:
             pass
@@ -291,11 +294,15 @@ def exit_in(callback):
     in_handler = Block(lambda _: stay())
     kept.extend([in_sink, in_token, in_completion, in_handler])
     options = Options(size=ctypes.sizeof(Options), collection_host=text("localhost:1"))
-    if callback == "sink":
+    if callback in ("sink", "any"):
         options.log_sink = in_sink
         declare("set_logger_enabled", None, c_bool)(True)
     options.session_token = in_token
     assert install(ctypes.byref(options), None)
+    if callback == "any":
+        # As in veltrano_c.h.
+        library.veltrano_shut_down.argtypes = [ctypes.c_double]
+        atexit.register(library.veltrano_shut_down, 2.0)
     if callback == "token":
         call("set_user_id", b"user")
         run_for(main_loop(), 30)
@@ -305,12 +312,13 @@ def exit_in(callback):
             trigger, 1, in_handler, None)
         threading.Thread(target=call, args=["track", b"E", None, None, None], daemon=True).start()
     else:
-        call("track", b"E", None, in_completion, None)
+        for _ in range(100 if callback == "any" else 1):
+            call("track", b"E", None, in_completion, None)
     assert is_running.wait(30)
 
 
 def check_exits():
-    for callback in ("sink", "completion", "token", "handler"):
+    for callback in ("sink", "completion", "token", "handler", "any"):
         host = subprocess.run([sys.executable, sys.argv[0], sys.argv[1], "--exit-in", callback],
                               capture_output=True, text=True, timeout=60)
         check((callback, host.returncode, host.stderr), (callback, 0, ""))

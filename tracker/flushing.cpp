@@ -115,7 +115,7 @@ void Tracker::flushQueue(FlushCompletion completion) {
   log_("Dispatch group waiting");
   dispatchQueue_.wait(uploads_, [this] {
     const FlushCompletion waiting = std::exchange(flushCompletion_, nullptr);
-    if (waiting && !callHost(waiting, batchEnded_)) return;
+    if (waiting && !waiting.call(batchEnded_)) return;
     log_("Dispatch group finished waiting");
   });
 }

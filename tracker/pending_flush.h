@@ -11,6 +11,7 @@
 
 #include "encoding/time.h"
 #include "platform/clock.h"
+#include "platform/host_callback.h"
 #include "platform/work_queue.h"
 
 namespace veltrano::internal {
@@ -18,7 +19,7 @@ namespace veltrano::internal {
 /// The next flush; there is at most one. Thread-safe.
 class PendingFlush {
  public:
-  using Completion = std::function<void(bool)>;
+  using Completion = HostFunction<bool>;
   using Run = std::function<void(std::chrono::seconds delay, Completion completion)>;
 
   /// Calls `run` on `queue` when a flush is due.
@@ -42,7 +43,7 @@ class PendingFlush {
     if (delay == delay.zero()) {
       // While a backlog of events is recorded, each one forces a flush: reuse the newest block.
       if (pending_.block != nullptr && queue_.isNewest(*pending_.block))
-        return pending_.completion.swap(completion);
+        return std::swap(pending_.completion, completion);
       std::unique_ptr<Block> block = std::make_unique<FlushBlock>(*this, next_);
       const Block* const forced = block.get();
       queue_.async(std::move(block));

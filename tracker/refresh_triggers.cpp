@@ -5,7 +5,6 @@
 
 #include "encoding/canonical_equivalence.h"
 #include "encoding/utf8.h"
-#include "platform/host_callback.h"
 
 namespace veltrano::internal {
 namespace {
@@ -18,7 +17,7 @@ std::string decomposed(std::string_view text) {
 }  // namespace
 
 void RefreshTriggers::set(const std::optional<std::vector<std::string>>& triggers,
-                          Handler handler) {
+                          HostFunction<> handler) {
   std::shared_ptr<Pair> pair;
   if (triggers && handler) {
     pair = std::make_shared<Pair>();
@@ -41,7 +40,7 @@ bool RefreshTriggers::callHandlerIfTriggered(std::string_view eventName) const {
   if (!pair) return true;
   const auto& triggers = pair->decomposedTriggers;
   return std::find(triggers.begin(), triggers.end(), decomposed(eventName)) == triggers.end() ||
-         callHost(pair->handler);
+         pair->handler.call();
 }
 
 }  // namespace veltrano::internal

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -9,15 +8,15 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/host_callback.h"
+
 namespace veltrano::internal {
 
 /// The host's refresh handler and the event names that trigger it, replaced atomically.
 /// Thread-safe.
 class RefreshTriggers {
  public:
-  using Handler = std::function<void()>;
-
-  void set(const std::optional<std::vector<std::string>>& triggers, Handler handler);
+  void set(const std::optional<std::vector<std::string>>& triggers, HostFunction<> handler);
 
   /// Calls the handler if `eventName` is canonically equivalent to a trigger. False in a child that
   /// the handler forked.
@@ -28,7 +27,7 @@ class RefreshTriggers {
  private:
   struct Pair {
     std::vector<std::string> decomposedTriggers;
-    Handler handler;
+    HostFunction<> handler;
   };
 
   bool callHandlerIfTriggered(std::string_view eventName) const;

@@ -138,7 +138,7 @@ constinit thread_local TrackCall::Memory::Thread TrackCall::Memory::callingThrea
 std::unique_ptr<Block> TrackCall::make(Tracker& tracker, const AutomaticProperties& automatic,
                                        const std::optional<std::string>& carrier,
                                        std::string_view eventName, const HostMapView& properties,
-                                       Veltrano::FlushCompletion&& completion) {
+                                       HostFunction<bool>&& completion) {
   Memory memory;
   memory.text(Kind::String, eventName);
   if (carrier)

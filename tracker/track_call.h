@@ -6,10 +6,10 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host_callback.h"
 #include "platform/work_queue.h"
 #include "properties/flat.h"
 #include "tracker/event_encoder.h"
-#include "veltrano/veltrano.h"
 
 namespace veltrano::internal {
 
@@ -29,7 +29,7 @@ class TrackCall final : public Block {
   static std::unique_ptr<Block> make(Tracker& tracker, const AutomaticProperties& automatic,
                                      const std::optional<std::string>& carrier,
                                      std::string_view eventName, const HostMapView& properties,
-                                     Veltrano::FlushCompletion&& completion);
+                                     HostFunction<bool>&& completion);
 
   static void operator delete(TrackCall* call, std::destroying_delete_t);
 
@@ -40,8 +40,8 @@ class TrackCall final : public Block {
   class Memory;
   struct Chunk;
 
-  TrackCall(Tracker& tracker, const AutomaticProperties& automatic,
-            Veltrano::FlushCompletion&& completion, Chunk& chunk)
+  TrackCall(Tracker& tracker, const AutomaticProperties& automatic, HostFunction<bool>&& completion,
+            Chunk& chunk)
       : tracker_(tracker),
         automatic_(automatic),
         completion_(std::move(completion)),
@@ -49,7 +49,7 @@ class TrackCall final : public Block {
 
   Tracker& tracker_;
   const AutomaticProperties automatic_;
-  Veltrano::FlushCompletion completion_;
+  HostFunction<bool> completion_;
   Chunk& chunk_;
 };
 

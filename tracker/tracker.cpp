@@ -39,7 +39,7 @@ void Tracker::changeSuperProperties(PropertyMap changed) {
 }
 
 void Tracker::setRefreshTriggers(const std::optional<std::vector<std::string>>& triggers,
-                                 std::function<void()> handler) {
+                                 HostFunction<> handler) {
   const auto list = triggers ? std::optional(*HostValue(*triggers).member()) : std::nullopt;
   log_("Setting refresh triggers: ", DebugForm{list});
   refreshTriggers_.set(triggers, std::move(handler));

@@ -13,6 +13,7 @@
 
 #include "heartbeat/heartbeat_endpoint_request.h"
 #include "log/log.h"
+#include "platform/host_callback.h"
 #include "platform/platform.h"
 #include "properties/default_properties.h"
 #include "tracker/call_observer.h"
@@ -30,7 +31,7 @@ namespace veltrano::internal {
 /// operations are thread-safe, except `start`.
 class Tracker {
  public:
-  using FlushCompletion = Veltrano::FlushCompletion;
+  using FlushCompletion = HostFunction<bool>;
 
   /// A handler, called by its selector and by its notification, if it has one.
   struct Handler {
@@ -60,7 +61,7 @@ class Tracker {
   void setSuperProperties(const HostMapView& properties);
   void removeSuperProperty(std::string key);
   void setRefreshTriggers(const std::optional<std::vector<std::string>>& triggers,
-                          std::function<void()> handler);
+                          HostFunction<> handler);
 
   // Orientation, read from the device on every call.
   std::string getScreenOrientation() const;

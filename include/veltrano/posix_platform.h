@@ -6,6 +6,15 @@
 // until the process ends, shut down or not. In a child that is forked after the installation, the
 // library is inert.
 //
+// Once static objects that are younger than the installation are destroyed at exit, no thread of
+// the library starts a callback, or the destructor of what one captured; exit waits for one that is
+// running, two seconds at most. Callbacks may thus use static objects that were constructed before
+// the installation.
+//
+// Warning: a younger one, such as a function-local static of a log sink, dies while callbacks still
+// run. Construct it before the installation, never destroy it, or call `shutDown` in its
+// destructor.
+//
 //     veltrano::PosixOptions options;
 //     options.collectionHost = "events.example.com";
 //     options.userDefaultsFile = "/var/lib/player/analytics-settings";

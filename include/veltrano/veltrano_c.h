@@ -36,7 +36,12 @@
  *     longjmp, no pthread_exit. C++ exceptions that it throws are dropped; one in Objective-C ends
  *     the process. The library's threads run until the process ends or the library is shut down
  *     (veltrano_shut_down), so callbacks and contexts must stay valid as long as they can be
- *     called.
+ *     called. At exit none starts any more once the exit handlers that were registered after the
+ *     installation have run; exit waits for one that is running, two seconds at most.
+ *     Warning: an interpreter ends before the process exits, and the library cannot know. Shut the
+ *     library down before; in Python with these two lines after the installation:
+ *         library.veltrano_shut_down.argtypes = [ctypes.c_double]
+ *         atexit.register(library.veltrano_shut_down, 2.0)
  *
  * (7) Cancellation of a thread is deferred until its call into the library returns. A thread whose
  *     cancellation is asynchronous must not call the library.

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -39,9 +40,17 @@ void useLibrary() {
   tracker.getScreenOrientation();
 }
 
+// Older than the installation: the library's threads may use it until it is destroyed.
+bool isGone = false;
+void useObjects() {
+  if (isGone) _exit(9);
+}
+
 struct StaticObject {
   ~StaticObject() {
     if (ending == "destructor" || ending == "fork") useLibrary();
+    isGone = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(state == "calling back" ? 50 : 0));
   }
 } const staticObject;
 
@@ -124,6 +133,11 @@ void reach() {
       }).detach();
     while (calls < 1000) std::this_thread::yield();
     stop(true);
+  } else if (state == "calling back") {
+    const auto witness = [] { return std::shared_ptr<void>(nullptr, [](void*) { useObjects(); }); };
+    for (int i = 0; i < 500; ++i)
+      tracker.track("E", {}, [witness = witness()](bool) { useObjects(); });
+    stop(true);
   } else if (state == "heartbeat" || state == "in a token function") {
     tracker.setUserId("user");
   } else {
@@ -162,7 +176,9 @@ int main(int, char** arguments) {
     if (state == "in a token function") stay();
     return std::nullopt;
   };
+  options.onTransfer = [](const veltrano::TransferReport&) { useObjects(); };
   options.logSink = [](std::string_view line) {
+    useObjects();
     if (!line.ends_with("| Dispatch group waiting")) return;
     if (state == "in a sink") stay();
     if (state == "black hole") mainLoop->stop();
@@ -170,7 +186,8 @@ int main(int, char** arguments) {
   const auto installation = veltrano::PosixPlatform::install(options);
   if (!installation) return 2;
   mainLoop = &installation.platform->mainRunLoop();
-  Veltrano::isLoggerEnabled = state == "in a sink" || state == "black hole";
+  Veltrano::isLoggerEnabled =
+      state == "in a sink" || state == "black hole" || state == "calling back";
   std::thread([] {
     char byte;
     if (read(STDIN_FILENO, &byte, 1) == 1) mainLoop->stop();

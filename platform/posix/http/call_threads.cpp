@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "platform/host_callback.h"
-#include "platform/posix/http/exit_gate.h"
 #include "platform/posix/system/background_thread.h"
 #include "platform/posix/system/system.h"
 
@@ -114,7 +113,6 @@ void CallThreads::serve() {
                      : kind == lookup    ? kLookup
                                          : path->name.c_str());
       lock.unlock();
-      ExitGate::pass();
       call->run();
       call = nullptr;
       if (isForkedChild()) return;  // the call forked, and this is the child

@@ -13,9 +13,9 @@
 #include <utility>
 
 #include "platform/host_callback.h"
-#include "platform/posix/http/exit_gate.h"
 #include "platform/posix/http/name_lookup.h"
 #include "platform/posix/http/request_text.h"
+#include "platform/posix/system/exit_gate.h"
 #include "platform/posix/system/background_thread.h"
 
 namespace veltrano::internal {
@@ -179,7 +179,6 @@ void NetworkThread::start() {
 }
 
 void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noexcept {
-  ExitGate::closeAtExit();
   std::unique_lock lock(mutex_);
   if (isStopped_) return;  // nobody would report it
   Endpoint& endpoint = endpointFor(request);

@@ -13,8 +13,6 @@
 namespace veltrano::internal {
 namespace {
 
-constinit thread_local bool isBackground = false;
-
 struct Start {
   std::string name;
   std::function<void()> body;
@@ -22,7 +20,7 @@ struct Start {
 
 void* runThread(void* argument) {
   const std::unique_ptr<Start> start(static_cast<Start*>(argument));
-  isBackground = true;
+  HostCode::isLibraryThread = true;
   nameThisThread(start->name.c_str());
   dropExceptions(start->body);  // losing this thread is better than ending the process
   return nullptr;
@@ -54,7 +52,7 @@ bool startBackgroundThread(std::string_view name, std::function<void()> body) {
 }
 
 bool isBackgroundThread() noexcept {
-  return isBackground;
+  return HostCode::isLibraryThread;
 }
 
 }  // namespace veltrano::internal
