@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -54,10 +53,8 @@ class DispatchGroup {
   void leave() {
     std::function<void()> then;
     {
-      // Notifies under the lock: a waiter that sees the group empty may destroy it at once.
       const std::lock_guard lock(mutex_);
       if (--entered_ > 0) return;
-      emptied_.notify_all();
       then = std::exchange(then_, nullptr);
     }
     if (then) then();
@@ -68,22 +65,21 @@ class DispatchGroup {
     return entered_ == 0;
   }
 
-  /// Calls `then` without a lock from the next `leave` that empties the group. Replaces an earlier
-  /// `then`.
+  /// Calls `then` without a lock: now if the group is empty, else from the `leave` that empties it.
+  /// Replaces an earlier `then`.
   void notify(std::function<void()> then) {
-    const std::lock_guard lock(mutex_);
-    then_ = std::move(then);
-  }
-
-  /// Blocks the calling thread until the group is empty.
-  void wait() {
-    std::unique_lock lock(mutex_);
-    emptied_.wait(lock, [this] { return entered_ == 0; });
+    {
+      const std::lock_guard lock(mutex_);
+      if (entered_ > 0) {
+        then_ = std::move(then);
+        return;
+      }
+    }
+    then();
   }
 
  private:
   mutable std::mutex mutex_;
-  std::condition_variable emptied_;
   int entered_ = 0;             // guarded by mutex_
   std::function<void()> then_;  // guarded by mutex_
 };
@@ -108,7 +104,8 @@ class WorkQueue {
   }
 
   /// Submits `item` after `delay`; without a delay at once, in order with `async`. Items due at the
-  /// same time keep their order.
+  /// same time keep their order. One that falls due during a wait takes its place then; one that
+  /// falls due while a block runs takes it when the block has returned, at the latest.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void asyncAfter(Duration /*delay*/, std::shared_ptr<WorkItem> /*item*/) {}
 

@@ -136,6 +136,12 @@ TYPED_TEST(PlatformContract, WaitingParksTheQueueUntilTheGroupIsEmpty) {
     this->log.push_back("left");
     group.leave();
   });
+  // Items keep their places among blocks that are submitted during the wait.
+  this->world.timers.schedule(milliseconds(5), Duration(0), [&] {
+    queue.asyncAfter(milliseconds(5), this->item("delayed meanwhile"));
+  });
+  this->world.timers.schedule(milliseconds(15), Duration(0),
+                              [&] { queue.async(this->note("late block")); });
   queue.async([&] {
     queue.async(this->note("block"));
     queue.asyncAfter(milliseconds(1), this->item("delayed"));
@@ -146,8 +152,8 @@ TYPED_TEST(PlatformContract, WaitingParksTheQueueUntilTheGroupIsEmpty) {
   });
   queue.asyncAfter(milliseconds(40), this->lastItem());
   this->world.runUntilDone();
-  EXPECT_EQ(this->log,
-            (typename TestFixture::Log{"left", "then", "empty group", "block", "delayed"}));
+  EXPECT_EQ(this->log, (typename TestFixture::Log{"left", "then", "empty group", "block", "delayed",
+                                                  "delayed meanwhile", "late block"}));
 }
 
 TYPED_TEST(PlatformContract, TimersFireOnceByDueTimeUnlessInvalidated) {

@@ -170,7 +170,7 @@ TEST(DelayedItemsTest, CancelledItemsDoNotPileUp) {
   for (int i = 0; i < 1000; ++i) {
     auto item = std::make_shared<WorkItem>([] {});
     if (i % 100 != 50) item->cancel();
-    givenBack += items.add(due, std::move(item)).size();
+    givenBack += items.add(due, std::make_unique<DelayedBlock>(std::move(item))).size();
     ASSERT_LE(items.size(), 40u);
   }
   while (items.takeCancelled() != nullptr) ++givenBack;

@@ -49,8 +49,8 @@ class Tracker::Upload {
 };
 
 void Tracker::startFlushCycle(bool isFirst) {
-  log_("Scheduling the next flush with default interval");
-  scheduleFlush(kQueueFlushInterval, nullptr, isFirst);
+  scheduleFlush(kQueueFlushInterval, nullptr, {"Scheduling the next flush with default interval"},
+                isFirst);
 }
 
 void Tracker::trimQueueIfNecessary() {
@@ -62,27 +62,40 @@ void Tracker::trimQueueIfNecessary() {
 }
 
 void Tracker::flushQueueIfNecessary(FlushCompletion completion) {
-  if (needsFlush_.load(std::memory_order_relaxed)) scheduleFlush(std::chrono::seconds(0), nullptr);
+  if (needsFlush_.load(std::memory_order_relaxed)) scheduleFlush(std::chrono::seconds(0));
   if (!isRunning_) return;
   if (eventQueue_.count() < kQueueFlushThreshold && !completion) return;
   log_("Current event count: ", eventQueue_.count(), " reached/over threshold, flushing");
-  log_("Forcing a flush right now");
-  scheduleFlush(std::chrono::seconds(0), std::move(completion));
+  scheduleFlush(std::chrono::seconds(0), std::move(completion), {"Forcing a flush right now"});
 }
 
-void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completion, bool isFirst) {
-  const bool isForced = delay == delay.zero();
-  if (isForced) {
+void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completion,
+                            std::initializer_list<const char*> announcements, bool isFirst) {
+  // The host may end this thread in its log sink: the flush is scheduled all the same.
+  struct AtEnd {
+    ~AtEnd() { tracker.scheduleSilently(delay, std::move(completion), isFirst); }
+    Tracker& tracker;
+    const std::chrono::seconds delay;
+    FlushCompletion completion;
+    const bool isFirst;
+  };
+  const AtEnd atEnd{*this, delay, std::move(completion), isFirst};
+  for (const char* const line : announcements) log_(line);
+  if (delay == delay.zero()) {
     log_("Scheduling a flush that is forced");
   } else {
     log_("Scheduling a flush with delay of ", delay.count(), " secs");
   }
   log_("Canceling scheduled flush!");
-  // A periodic flush must not replace the final one if an upload ends just as the application
-  // enters the background. The tracker's first flush must not replace one that another thread has
-  // forced.
+}
+
+// A periodic flush must not replace the final one if an upload ends just as the application enters
+// the background. The tracker's first flush must not replace one that another thread has forced.
+void Tracker::scheduleSilently(std::chrono::seconds delay, FlushCompletion completion,
+                               bool isFirst) noexcept {
   try {
-    pendingFlush_.schedule(delay, std::move(completion), isForced ? nullptr : &isRunning_, isFirst);
+    pendingFlush_.schedule(delay, std::move(completion),
+                           delay == delay.zero() ? nullptr : &isRunning_, isFirst);
     needsFlush_ = false;
   } catch (const std::exception&) {
     needsFlush_ = true;
@@ -100,7 +113,7 @@ void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion comp
     }
     flushQueue(std::move(completion));
   } catch (...) {
-    uploads_.wait();
+    dispatchQueue_.wait(uploads_, [] {});
     flushCompletion_ = nullptr;
     needsFlush_ = true;
     throw;

@@ -26,15 +26,14 @@ void Tracker::registerForNotifications() {
 
 void Tracker::handleWillEnterForeground() {
   isRunning_ = true;
-  log_("App becoming active!");
-  startFlushCycle();
+  scheduleFlush(kQueueFlushInterval, nullptr,
+                {"App becoming active!", "Scheduling the next flush with default interval"});
 }
 
 void Tracker::handleDidEnterBackground() {
   isRunning_ = false;
-  log_("App entered background!");
-  log_("Forcing a flush right now");
-  scheduleFlush(std::chrono::seconds(0), nullptr);
+  scheduleFlush(std::chrono::seconds(0), nullptr,
+                {"App entered background!", "Forcing a flush right now"});
 }
 
 HeartbeatFacts Tracker::heartbeatFacts() const {

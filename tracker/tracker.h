@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -102,7 +103,10 @@ class Tracker {
   void changeSuperProperties(PropertyMap changed);
 
   // The next flush, from any thread.
-  void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion, bool isFirst = false);
+  void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion = nullptr,
+                     std::initializer_list<const char*> announcements = {}, bool isFirst = false);
+  void scheduleSilently(std::chrono::seconds delay, FlushCompletion completion,
+                        bool isFirst) noexcept;
   void runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion);
 
   // The event queue, on the work queue.

@@ -10,12 +10,13 @@ bool DelayedItems::isLater(const Entry& a, const Entry& b) {
   return std::tie(a.due, a.order) > std::tie(b.due, b.order);
 }
 
-DelayedItems::Items DelayedItems::add(Clock::time_point due, std::shared_ptr<WorkItem> item) {
+DelayedItems::Items DelayedItems::add(Clock::time_point due, Item item) {
   Items cancelled;
   if (heap_.size() >= clearAt_) {
     cancelled.reserve(heap_.size());  // so that moving the items cannot throw
-    const auto end = std::partition(heap_.begin(), heap_.end(),
-                                    [](const Entry& entry) { return !entry.item->isCancelled(); });
+    const auto end = std::partition(heap_.begin(), heap_.end(), [](const Entry& entry) {
+      return !entry.item->item->isCancelled();
+    });
     for (auto entry = end; entry != heap_.end(); ++entry)
       cancelled.push_back(std::move(entry->item));
     heap_.erase(end, heap_.end());
@@ -27,8 +28,8 @@ DelayedItems::Items DelayedItems::add(Clock::time_point due, std::shared_ptr<Wor
   return cancelled;
 }
 
-std::shared_ptr<WorkItem> DelayedItems::takeCancelled() {
-  if (heap_.empty() || !heap_.front().item->isCancelled()) return nullptr;
+DelayedItems::Item DelayedItems::takeCancelled() {
+  if (heap_.empty() || !heap_.front().item->item->isCancelled()) return nullptr;
   return takeFirst();
 }
 
@@ -37,12 +38,12 @@ std::optional<DelayedItems::Clock::time_point> DelayedItems::nextDue() const {
   return heap_.front().due;
 }
 
-std::shared_ptr<WorkItem> DelayedItems::takeDue(Clock::time_point now) {
+DelayedItems::Item DelayedItems::takeDue(Clock::time_point now) {
   if (heap_.empty() || heap_.front().due > now) return nullptr;
   return takeFirst();
 }
 
-std::shared_ptr<WorkItem> DelayedItems::takeFirst() {
+DelayedItems::Item DelayedItems::takeFirst() {
   std::pop_heap(heap_.begin(), heap_.end(), isLater);
   auto item = std::move(heap_.back().item);
   heap_.pop_back();

@@ -5,32 +5,42 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "platform/work_queue.h"
 
 namespace veltrano::internal {
 
+/// A delayed item in the form in which it is submitted when it is due: that allocates nothing.
+struct DelayedBlock final : Block {
+  explicit DelayedBlock(std::shared_ptr<WorkItem> work) : item(std::move(work)) {}
+  void run() override { item->run(); }
+
+  const std::shared_ptr<WorkItem> item;
+};
+
 /// Delayed work, ordered by due time. Not thread-safe. Returned items may own the host's objects:
 /// destroy them only while no lock is held.
 class DelayedItems {
  public:
   using Clock = std::chrono::steady_clock;
-  using Items = std::vector<std::shared_ptr<WorkItem>>;
+  using Item = std::unique_ptr<DelayedBlock>;
+  using Items = std::vector<Item>;
 
   /// Adds `item` and returns cancelled items that it removed. That happens each time the collection
   /// has doubled, so that cancelled items cannot pile up.
-  [[nodiscard]] Items add(Clock::time_point due, std::shared_ptr<WorkItem> item);
+  [[nodiscard]] Items add(Clock::time_point due, Item item);
 
   /// Removes the first item if it is cancelled, which saves a wake-up. Null if it is not.
-  [[nodiscard]] std::shared_ptr<WorkItem> takeCancelled();
+  [[nodiscard]] Item takeCancelled();
 
   /// When the first item is due, cancelled or not.
   std::optional<Clock::time_point> nextDue() const;
 
   /// Removes the first item that is due at `now`, or null. Items due at the same time keep their
   /// order.
-  [[nodiscard]] std::shared_ptr<WorkItem> takeDue(Clock::time_point now);
+  [[nodiscard]] Item takeDue(Clock::time_point now);
 
   std::size_t size() const { return heap_.size(); }
 
@@ -38,10 +48,10 @@ class DelayedItems {
   struct Entry {
     Clock::time_point due;
     std::uint64_t order;
-    std::shared_ptr<WorkItem> item;
+    Item item;
   };
   static bool isLater(const Entry& a, const Entry& b);
-  std::shared_ptr<WorkItem> takeFirst();
+  Item takeFirst();
 
   std::vector<Entry> heap_;  // the earliest is in front
   std::uint64_t nextOrder_ = 0;

@@ -26,27 +26,35 @@ void PosixWorkQueue::async(std::unique_ptr<Block> block) {
 }
 
 void PosixWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) {
-  if (delay <= Duration::zero()) {
-    async([item = std::move(item)] { item->run(); });
-    return;
-  }
+  auto block = std::make_unique<DelayedBlock>(std::move(item));
+  if (delay <= Duration::zero()) return async(std::unique_ptr<Block>(std::move(block)));
   const auto due = dueTime(Clock::now(), delay);
   DelayedItems::Items cancelled;
   {
     const std::lock_guard lock(mutex_);
     if (isStopped_) return;
     const auto firstDue = delayed_.nextDue();
-    cancelled = delayed_.add(due, std::move(item));
-    const State state = state_.load();
-    if (state == State::unstarted) start();
-    if (state == State::asleep && (!firstDue || due < *firstDue)) wakeUp_.notify_one();
+    cancelled = delayed_.add(due, std::move(block));
+    if (state_.load() == State::unstarted) start();
+    if (!firstDue || due < *firstDue) wakeUp_.notify_one();
   }
   // Destroys them on the queue's thread; if memory runs out, on this one.
   if (!cancelled.empty()) dropExceptions([&] { async([cancelled = std::move(cancelled)] {}); });
 }
 
 void PosixWorkQueue::wait(DispatchGroup& group, std::function<void()> then) {
-  group.wait();
+  bool isEmpty = false;  // guarded by mutex_
+  group.notify([&] {
+    const std::lock_guard lock(mutex_);
+    isEmpty = true;
+    wakeUp_.notify_one();
+  });
+  std::unique_lock lock(mutex_);
+  while (!isEmpty) {
+    submitDue();
+    sleepUntilNextDue(lock);
+  }
+  lock.unlock();
   then();
 }
 
@@ -102,7 +110,7 @@ void PosixWorkQueue::endThread() {
 void PosixWorkQueue::destroyPending() {
   for (;;) {
     std::unique_ptr<Block> block;
-    std::shared_ptr<WorkItem> item;
+    DelayedItems::Item item;
     {
       const std::lock_guard lock(mutex_);
       block.reset(submitted_.takeOldest());
@@ -137,42 +145,37 @@ void PosixWorkQueue::work() {
   }
 }
 
-// Delayed items run after everything submitted before they were due. Reading the clock first
-// ensures that all of that is taken.
-//
 // Returns whether anything had been submitted: more may follow soon, so polling is worthwhile.
 // Delayed items do not count.
 bool PosixWorkQueue::runWhatIsReady() {
-  const auto now = Clock::now();
-  const bool hadSubmissions = runSubmitted();
-  // One at a time: collecting them first could run out of memory and lose items.
-  while (goesOn()) {
-    std::shared_ptr<WorkItem> item;
-    {
-      const std::lock_guard lock(mutex_);
-      item = delayed_.takeDue(now);
-    }
-    if (item == nullptr) break;
-    dropExceptions([&] { item->run(); });
+  const bool hadSubmissions = !submitted_.isEmpty();
+  {
+    const std::lock_guard lock(mutex_);
+    submitDue();
   }
+  runSubmitted();
   return hadSubmissions;
 }
 
-// Runs everything submitted before the call. Returns whether there was anything.
-bool PosixWorkQueue::runSubmitted() {
+// Gives the delayed items that are due their places, after everything submitted so far. Called with
+// mutex_ held.
+void PosixWorkQueue::submitDue() {
+  const auto now = Clock::now();
+  while (auto item = delayed_.takeDue(now)) submitted_.push(item.release());
+}
+
+// Runs everything submitted before the call.
+void PosixWorkQueue::runSubmitted() {
   const Block* const last = submitted_.newest();
-  bool hasRun = false;
   for (bool isDone = submitted_.hasReached(last); !isDone && goesOn();) {
     const std::unique_ptr<Block> block(submitted_.takeOldest());
     if (block != nullptr) {
       isDone = block.get() == last || submitted_.hasReached(last);
       dropExceptions([&] { block->run(); });
-      hasRun = true;
     } else {
       std::this_thread::sleep_for(kPollInterval);  // a submitter has not linked its block yet
     }
   }
-  return hasRun;
 }
 
 void PosixWorkQueue::nap() {
@@ -186,7 +189,7 @@ void PosixWorkQueue::nap() {
 
 void PosixWorkQueue::dropCancelled() {
   for (;;) {
-    std::shared_ptr<WorkItem> cancelled;  // destroyed after the lock is released
+    DelayedItems::Item cancelled;  // destroyed after the lock is released
     const std::lock_guard lock(mutex_);
     cancelled = delayed_.takeCancelled();
     if (cancelled == nullptr) return;
@@ -197,16 +200,18 @@ void PosixWorkQueue::sleep() {
   std::unique_lock lock(mutex_);
   state_.store(State::asleep, std::memory_order_seq_cst);
   while (state_.load() == State::asleep && submitted_.isEmpty() && !isStopped_) {
-    const auto due = delayed_.nextDue();
-    if (!due) {
-      wakeUp_.wait(lock);
-    } else if (*due > Clock::now()) {
-      wakeUp_.wait_until(lock, *due);
-    } else {
-      break;
-    }
+    if (delayed_.nextDue().value_or(Clock::time_point::max()) <= Clock::now()) break;
+    sleepUntilNextDue(lock);
   }
   state_.store(State::awake);
+}
+
+void PosixWorkQueue::sleepUntilNextDue(std::unique_lock<std::mutex>& lock) {
+  if (const auto due = delayed_.nextDue()) {
+    wakeUp_.wait_until(lock, *due);
+  } else {
+    wakeUp_.wait(lock);
+  }
 }
 
 }  // namespace veltrano::internal

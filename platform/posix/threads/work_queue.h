@@ -45,10 +45,12 @@ class PosixWorkQueue final : public WorkQueue {
   bool goesOn() const;
   void work();
   bool runWhatIsReady();
-  bool runSubmitted();
+  void submitDue();
+  void runSubmitted();
   void nap();
   void dropCancelled();
   void sleep();
+  void sleepUntilNextDue(std::unique_lock<std::mutex>& lock);
 
   const std::string label_;
   Submissions submitted_;
