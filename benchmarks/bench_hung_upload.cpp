@@ -37,6 +37,7 @@ int main(int argc, char** argv) {
     tracker.track("Hangs", {}, [](bool) {});
     session.awaitPost();
 
+    const auto droppedBefore = tracker.statistics().droppedByBacklog;
     std::binary_semaphore caughtUp(0);
     for (int i = 1; i < kCalls; ++i) {
       tracker.track(
@@ -45,17 +46,17 @@ int main(int argc, char** argv) {
     }
     tracker.track("Bought", {}, [&](bool) { caughtUp.release(); });
 
+    const auto dropped = tracker.statistics().droppedByBacklog - droppedBefore;
     const auto release = Clock::now();
     session.setAnswer(Answer::accept);
     caughtUp.acquire();
-    rates.push_back(kCalls /
+    rates.push_back(static_cast<double>(kCalls - dropped) /
                     std::chrono::duration<double, std::micro>(Clock::now() - release).count());
     if (round == 0) peak = bench::peakResidentBytes() - before;
   }
   const double rate = bench::median(rates);
-  bench::print({"a million calls while an upload hangs: peak memory", bench::sizeText(peak),
-                bench::sizeText(peak / kCalls) + " a call", "",
-                bench::goalText("at most 250 MB", peak <= 250e6)});
+  bench::print({"a million calls while an upload hangs: peak memory", bench::sizeText(peak), "", "",
+                bench::goalText("at most 80 MB", peak <= 80e6)});
   bench::print({"the same: the work queue catches up", fmt::format("{:.2f} million a second", rate),
                 "", "", bench::goalText("at least 2 million a second", rate >= 2)});
   std::_Exit(0);

@@ -141,6 +141,7 @@ bool veltrano_get_statistics(veltrano_statistics* statistics) {
         .heartbeats_sent = now.heartbeatsSent,
         .heartbeats_failed = now.heartbeatsFailed,
         .heartbeats_put_off = now.heartbeatsPutOff,
+        .dropped_by_backlog = now.droppedByBacklog,
     };
     // A host built with an older header has room for fewer fields.
     std::memcpy(statistics, &counts, std::min(statistics->size, sizeof counts));

@@ -11,6 +11,7 @@
 #include "platform/notification_center.h"
 #include "platform/random_source.h"
 #include "platform/standard_output.h"
+#include "platform/thread_ends.h"
 #include "platform/timer.h"
 #include "platform/url_session.h"
 #include "platform/user_defaults.h"
@@ -32,6 +33,7 @@ struct Platform {
   WallClock* wallClock = nothing<WallClock>();
   StandardOutput* standardOutput = nothing<StandardOutput>();
   WorkQueue* workQueue = nothing<WorkQueue>();  // not shared between libraries
+  ThreadEnds* threadEnds = nothing<ThreadEnds>();
   Timers* timers = nothing<Timers>();
   NotificationCenter* notificationCenter = nothing<NotificationCenter>();
   UserDefaults* userDefaults = nothing<UserDefaults>();

@@ -72,6 +72,7 @@ Complaints World::Implementation::complaints() const {
   const std::pair<std::uint64_t, const char*> losses[] = {
       {counts.droppedByTrimming, " dropped, the oldest first, because too many waited."},
       {counts.droppedForMemory, " dropped because memory ran out."},
+      {counts.droppedByBacklog, " dropped because 64 MiB of calls waited for an upload."},
       {counts.droppedByShutDown, " dropped by the shutdown."},
   };
   for (const auto& [count, why] : losses)

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <fstream>
 #include <future>
 #include <latch>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "platform/posix/posix_services.h"
 #include "platform/posix/system/background_thread.h"
 #include "tracker/library.h"
+#include "tracker/track_call.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano::internal {
@@ -194,6 +196,81 @@ struct AcceptingNetwork final : ZKURLSessionManager {
     });
   }
 };
+
+// Keeps its first post until `release`.
+struct HangingNetwork final : ZKURLSessionManager {
+  void postData(PostRequest request, URLSessionCallback callback) override {
+    if (hasHung.exchange(true)) return network.postData(std::move(request), std::move(callback));
+    hanging = std::move(callback);
+    isHanging.count_down();
+  }
+  void release() { network.postData({}, std::move(hanging)); }
+
+  AcceptingNetwork network;
+  std::atomic<bool> hasHung{false};
+  URLSessionCallback hanging;
+  std::latch isHanging{1};
+};
+
+std::size_t residentMemory() {
+  std::size_t size = 0, resident = 0;
+  std::ifstream("/proc/self/statm") >> size >> resident;
+  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+TEST_F(HostFaults, CallsWaitForAHangingUploadInBoundedMemory) {
+  constexpr int kThreads = 8;
+  constexpr int kCallsPerThread = 100'000;
+  static HangingNetwork network;
+  Platform platform = (new PosixServices(PosixOptions()))->platform();
+  platform.urlSession = &network;
+  use(platform);
+  Veltrano::isLoggerEnabled = false;
+  auto& tracker = Veltrano::shared();
+  tracker.track("first", {}, [](bool) {});
+  network.isHanging.wait();
+
+  const std::size_t before = residentMemory();
+  runTogether(kThreads, [&](int i) {
+    for (int n = 0; n < kCallsPerThread; ++n)
+      tracker.track("E", {{"thread", i}, {"n", n}, {"plan", "pro"}, {"store", "north"}});
+  });
+  const std::size_t growth = residentMemory() - before;
+  EXPECT_GT(growth, WaitingMemory::kLimit / 2);
+  EXPECT_LT(growth, WaitingMemory::kLimit * 3 / 2);
+  const auto dropped = tracker.statistics().droppedByBacklog;
+  EXPECT_GT(dropped, 0U);
+
+  std::promise<bool> outcome;  // never dropped
+  tracker.track("last", {}, [&](bool wasDelivered) { outcome.set_value(wasDelivered); });
+  network.release();
+  EXPECT_TRUE(outcome.get_future().get());
+  const Statistics counts = tracker.statistics();
+  EXPECT_EQ(counts.recorded, kThreads * kCallsPerThread + 2U);
+  EXPECT_EQ(counts.recorded,
+            counts.waiting + counts.inFlight + counts.delivered + counts.dropped());
+  EXPECT_EQ(counts.droppedByBacklog, dropped);
+}
+
+// The library is started on a thread that its first, second or third line ends.
+TEST_F(HostFaults, ALogSinkMayEndTheThreadThatStartsTheLibrary) {
+  for (int line = 0; line < 3; ++line) {
+    PosixOptions options;
+    options.collectionHost = "localhost:1";
+    options.logSink = [left = std::make_shared<int>(line)](std::string_view) {
+      if ((*left)-- == 0) pthread_exit(nullptr);
+    };
+    use((new PosixServices(options))->platform());
+    pthread_t thread;
+    const auto start = [](void*) -> void* { return &Veltrano::shared(); };
+    ASSERT_EQ(pthread_create(&thread, nullptr, start, nullptr), 0);
+    void* result = &thread;
+    EXPECT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, nullptr) << "the thread should have ended at line " << line;
+    const std::string status = Veltrano::status();
+    EXPECT_NE(status.find("Next flush: in "), std::string::npos) << line << ": " << status;
+  }
+}
 
 // For each line that the library's threads log during an upload, ends the thread at that line. The
 // upload must still finish and be counted.

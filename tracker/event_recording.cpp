@@ -21,8 +21,12 @@ void Tracker::track(std::string_view eventName, const HostMapView& eventProperti
         platform_.trackingManager->trackingAuthorizationStatus();
     // Computes them on the first caller's thread rather than on the work queue.
     defaultProperties_.properties();
-    dispatchQueue_.async(TrackCall::make(*this, automatic, carrier, eventName, eventProperties,
-                                         std::move(completion)));
+    auto call = TrackCall::make(*this, automatic, carrier, eventName, eventProperties,
+                                std::move(completion));
+    if (call != nullptr)
+      dispatchQueue_.async(std::move(call));
+    else
+      accounting_.callDroppedByBacklog();
   } catch (const std::bad_alloc&) {
     accounting_.eventLostForMemory();
   } catch (const std::length_error&) {

@@ -30,6 +30,7 @@ std::string counts(const Statistics& now) {
       {now.droppedAsNotEncodable, "dropped, because JSON cannot represent them"},
       {now.droppedForMemory, "dropped, because memory ran out"},
       {now.droppedByShutDown, "dropped, because the library was shut down"},
+      {now.droppedByBacklog, "dropped, because 64 MiB of calls waited for an upload to end"},
   };
   for (const auto& [count, what] : parts)
     if (count > 0) text += "; " + std::to_string(count) + " " + what;

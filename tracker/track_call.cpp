@@ -23,11 +23,16 @@ struct alignas(kAlignment) TrackCall::Chunk {
   static Chunk* make(std::size_t size) { return new (::operator new(size)) Chunk(size); }
 
   /// Called by the filling thread when it adds no more calls.
-  void retire() { drop(kOpen - made); }
+  void retire() {
+    handedOver.emplace(size);
+    drop(kOpen - made);
+  }
 
   void drop(std::int32_t count) {
-    if (live.fetch_sub(count, std::memory_order_acq_rel) == count) ::operator delete(this);
+    if (live.fetch_sub(count, std::memory_order_acq_rel) == count) delete this;
   }
+
+  static void operator delete(void* chunk) { ::operator delete(chunk); }
 
   char* bytes() { return reinterpret_cast<char*>(this); }
 
@@ -40,6 +45,7 @@ struct alignas(kAlignment) TrackCall::Chunk {
   std::size_t used = sizeof(Chunk);  // filling thread only
   std::int32_t made = 0;             // filling thread only; calls in this chunk
   std::atomic<std::int32_t> live{kOpen};
+  std::optional<WaitingMemory> handedOver;  // once retired
 
  private:
   explicit Chunk(std::size_t sizeInBytes) : size(sizeInBytes) {}
@@ -48,12 +54,21 @@ struct alignas(kAlignment) TrackCall::Chunk {
 /// Writes a call at the end of the thread's chunk. Uses up no memory until `finish`.
 class TrackCall::Memory final : public FlatWriter {
  public:
-  Memory() : FlatWriter(nullptr, nullptr, -1), chunk_(std::exchange(thread_.chunk, nullptr)) {
+  /// The calling thread's chunk, with room for a call. Null when that takes a new one, the calls
+  /// that wait have reached their limit, and this one `isDroppable`.
+  static Chunk* take(ThreadEnds& threadEnds, bool isDroppable) {
+    Thread& thread = callingThread;
     constexpr std::size_t kLeast = sizeof(TrackCall) + 64;
-    if (chunk_ != nullptr && chunk_->size - chunk_->used < kLeast)
-      std::exchange(chunk_, nullptr)->retire();
-    if (chunk_ == nullptr)
-      chunk_ = makeChunk(thread_.stage == Stage::firstCall ? kFirstSize : kChunkSize);
+    if (thread.chunk != nullptr && thread.chunk->size - thread.chunk->used < kLeast)
+      std::exchange(thread.chunk, nullptr)->retire();
+    if (thread.chunk != nullptr) return std::exchange(thread.chunk, nullptr);
+    if (isDroppable && WaitingMemory::isFull()) return nullptr;
+    if (thread.stage == Stage::secondCall)
+      thread.stage = threadEnds.callAtEnd(endThread) ? Stage::keepsChunk : Stage::keepsNothing;
+    return makeChunk(thread, thread.stage == Stage::keepsChunk ? kChunkSize : kFirstSize);
+  }
+
+  explicit Memory(Chunk& chunk) : FlatWriter(nullptr, nullptr, -1), chunk_(&chunk) {
     begin_ = chunk_->bytes() + chunk_->used;
     end_ = chunk_->bytes() + chunk_->size;
     at_ = begin_ + sizeof(TrackCall);
@@ -62,7 +77,7 @@ class TrackCall::Memory final : public FlatWriter {
   /// Returns the chunk to the thread, unless it has got another one: a host's container may track
   /// while it is read.
   ~Memory() {
-    if (thread_.stage == Stage::firstCall) thread_.stage = Stage::keepsChunk;
+    if (thread_.stage == Stage::firstCall) thread_.stage = Stage::secondCall;
     if (thread_.chunk == nullptr && chunk_->isCached)
       thread_.chunk = chunk_;
     else
@@ -80,30 +95,23 @@ class TrackCall::Memory final : public FlatWriter {
   }
 
  private:
-  // A thread caches a chunk from its second call until its thread-local destructors run. Before and
-  // after that, each call frees its own memory.
-  enum class Stage : std::uint8_t { firstCall, keepsChunk, ended };
+  // A thread keeps a chunk from its second call until it ends. Otherwise, and if its end would go
+  // unnoticed, each call frees its own memory.
+  enum class Stage : std::uint8_t { firstCall, secondCall, keepsChunk, keepsNothing };
 
   struct Thread {
     Chunk* chunk = nullptr;
     Stage stage = Stage::firstCall;
   };
 
-  struct EndOfThread {
-    ~EndOfThread() {
-      thread.stage = Stage::ended;
-      if (thread.chunk != nullptr) std::exchange(thread.chunk, nullptr)->retire();
-    }
-    Thread& thread;
-  };
+  static void endThread() {
+    callingThread.stage = Stage::keepsNothing;
+    if (callingThread.chunk != nullptr) std::exchange(callingThread.chunk, nullptr)->retire();
+  }
 
-  Chunk* makeChunk(std::size_t size) const {
+  static Chunk* makeChunk(const Thread& thread, std::size_t size) {
     Chunk* const chunk = Chunk::make(size);
-    chunk->isCached = size == kChunkSize && thread_.stage == Stage::keepsChunk;
-    if (chunk->isCached) {
-      thread_local const EndOfThread end{thread_};
-      static_cast<void>(end);
-    }
+    chunk->isCached = size == kChunkSize && thread.stage == Stage::keepsChunk;
     return chunk;
   }
 
@@ -113,7 +121,7 @@ class TrackCall::Memory final : public FlatWriter {
     // A large call gets its own chunk, sized tightly if one large text fills it.
     const bool isLarge = least > kChunkSize / 2;
     const std::size_t spare = std::exchange(isLarge_, isLarge) ? least : kFirstSize;
-    Chunk* const larger = makeChunk(isLarge ? least + spare : kChunkSize);
+    Chunk* const larger = makeChunk(thread_, isLarge ? least + spare : kChunkSize);
     char* const begin = larger->bytes() + larger->used;
     std::memcpy(begin + sizeof(TrackCall), begin_ + sizeof(TrackCall), used - sizeof(TrackCall));
     Chunk* const left = std::exchange(chunk_, larger);
@@ -139,7 +147,9 @@ std::unique_ptr<Block> TrackCall::make(Tracker& tracker, const AutomaticProperti
                                        const std::optional<std::string>& carrier,
                                        std::string_view eventName, const HostMapView& properties,
                                        HostFunction<bool>&& completion) {
-  Memory memory;
+  Chunk* const taken = Memory::take(*tracker.platform_.threadEnds, !completion);
+  if (taken == nullptr) return nullptr;
+  Memory memory(*taken);
   memory.text(Kind::String, eventName);
   if (carrier)
     memory.text(Kind::String, *carrier);

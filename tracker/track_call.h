@@ -1,10 +1,13 @@
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/host_callback.h"
 #include "platform/work_queue.h"
@@ -14,6 +17,24 @@
 namespace veltrano::internal {
 
 class Tracker;
+
+/// Memory of calls that wait for the work queue, handed over to it. Counted for the whole process.
+class WaitingMemory {
+ public:
+  static constexpr std::size_t kLimit = std::size_t{64} << 20;
+
+  explicit WaitingMemory(std::size_t size) : size_(size) { inAll += size_; }
+  WaitingMemory(WaitingMemory&& other) noexcept : size_(std::exchange(other.size_, 0)) {}
+  WaitingMemory& operator=(WaitingMemory&&) = delete;
+  ~WaitingMemory() { inAll -= size_; }
+
+  static bool isFull() { return inAll.load(std::memory_order_relaxed) >= kLimit; }
+
+ private:
+  static inline std::atomic<std::size_t> inAll{0};
+
+  std::size_t size_;
+};
 
 /// One call of `track` on its way to the work queue. The host's arguments are copied unchanged
 /// behind the object and read on the work queue:
@@ -26,6 +47,8 @@ class Tracker;
 /// full chunk.
 class TrackCall final : public Block {
  public:
+  /// Null when the calls that wait take `WaitingMemory::kLimit` already and this one has no
+  /// completion.
   static std::unique_ptr<Block> make(Tracker& tracker, const AutomaticProperties& automatic,
                                      const std::optional<std::string>& carrier,
                                      std::string_view eventName, const HostMapView& properties,

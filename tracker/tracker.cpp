@@ -4,7 +4,9 @@
 
 #include "encoding/utf8.h"
 #include "log/value_rendering.h"
+#include "properties/flat.h"
 #include "properties/parameter_conversion.h"
+#include "tracker/track_call.h"
 
 namespace veltrano::internal {
 
@@ -18,7 +20,9 @@ void Tracker::releaseCallbacks() {
 }
 
 void Tracker::setSuperProperties(const HostMapView& properties) {
-  dispatchQueue_.async([this, given = HostMap(properties)] {
+  HostMap copy(properties);
+  WaitingMemory memory(viewOf(copy).bytes().size());
+  dispatchQueue_.async([this, given = std::move(copy), memory = std::move(memory)] {
     if (const auto converted = ParameterConversion::convert(given))
       changeSuperProperties(superProperties_.current() + *converted);
   });

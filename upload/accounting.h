@@ -44,6 +44,7 @@ class Accounting {
     ++statistics_.recorded;
     ++waiting();
   }
+  void callDroppedByBacklog() { add(&Statistics::recorded, &Statistics::droppedByBacklog); }
   void eventLostForMemory() { add(&Statistics::recorded, &Statistics::droppedForMemory); }
 
   void waitingEventTrimmed() { dropWaiting(&Statistics::droppedByTrimming); }

@@ -9,7 +9,7 @@ namespace veltrano {
 /// `recorded == waiting + inFlight + delivered + dropped()`.
 ///
 /// An event counts as recorded when it joins the queue; events tracked during an upload join when
-/// the upload ends.
+/// the upload ends. Calls that are dropped before count as recorded, too.
 struct Statistics {
   std::uint64_t recorded = 0;
 
@@ -22,10 +22,11 @@ struct Statistics {
   std::uint64_t droppedAsNotEncodable = 0;  // with a batch that JSON cannot represent
   std::uint64_t droppedForMemory = 0;       // memory ran out while recording or sending
   std::uint64_t droppedByShutDown = 0;      // left when the library was shut down, recorded or not
+  std::uint64_t droppedByBacklog = 0;  // calls without a completion, when 64 MiB of calls waited
 
   std::uint64_t dropped() const {
     return droppedByTrimming + droppedAsRefused + droppedAsNotEncodable + droppedForMemory +
-           droppedByShutDown;
+           droppedByShutDown + droppedByBacklog;
   }
 
   /// An upload is one request with all its retries. One that is in progress counts as attempted.

@@ -318,7 +318,7 @@ VELTRANO_EXPORT bool veltrano_responds(const char* selector);
  * dropped events.
  *
  * An event counts as recorded when it joins the queue; events tracked during an upload join when
- * the upload ends. */
+ * the upload ends. Calls that are dropped before count as recorded, too. */
 typedef struct veltrano_statistics {
   size_t size;
 
@@ -344,6 +344,8 @@ typedef struct veltrano_statistics {
   uint64_t heartbeats_sent;    /* also those that memory did not suffice to build */
   uint64_t heartbeats_failed;  /* of those sent: not accepted, or not built */
   uint64_t heartbeats_put_off; /* of those sent: not attempted, to let the host rest */
+
+  uint64_t dropped_by_backlog; /* calls without a completion, when 64 MiB of calls waited */
 } veltrano_statistics;
 
 /* Fills in the counts that fit into `size`. False when `statistics` is NULL or its size is 0. Call

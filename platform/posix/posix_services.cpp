@@ -39,6 +39,7 @@ Platform PosixServices::platform() {
       .wallClock = &clock,
       .standardOutput = &standardOutput,
       .workQueue = &workQueue,
+      .threadEnds = &threadEnds,
       .timers = &timers,
       .notificationCenter = &notificationCenter,
       .userDefaults = &userDefaults,

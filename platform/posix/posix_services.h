@@ -14,6 +14,7 @@
 #include "platform/posix/http/url_session.h"
 #include "platform/posix/storage/bundles.h"
 #include "platform/posix/storage/user_defaults.h"
+#include "platform/posix/system/thread_key.h"
 #include "platform/posix/threads/notification_center.h"
 #include "platform/posix/threads/run_loop.h"
 #include "platform/posix/threads/work_queue.h"
@@ -51,6 +52,7 @@ struct PosixServices {
   PosixClock clock;
   PosixStandardOutput standardOutput;
   PosixWorkQueue workQueue{"com.veltrano"};
+  PosixThreadEnds threadEnds;
   PosixTimers timers;
   PosixNotificationCenter notificationCenter;
   PosixUserDefaults userDefaults;

@@ -1,24 +1,23 @@
 #include "platform/posix/threads/run_loop.h"
 
 #include <algorithm>
+#include <exception>
 #include <new>
 
 #include "platform/host_callback.h"
+#include "platform/posix/system/thread_key.h"
 #include "platform/posix/threads/due_time.h"
 
 namespace veltrano::internal {
 namespace {
 
-// A plain pointer, so that it can be read while other thread-locals are being destroyed. Owns its
-// reference to the loop.
-thread_local std::shared_ptr<PosixRunLoop>* ownLoop = nullptr;
+using OwnLoop = std::shared_ptr<PosixRunLoop>;
 
-struct EndOfThread {
-  // Destroying a loop may destroy objects of the host that ask for a new one.
-  ~EndOfThread() {
-    while (ownLoop != nullptr) delete std::exchange(ownLoop, nullptr);
-  }
-};
+// Each thread's own reference to its loop.
+const ThreadKey& ownLoops() {
+  static const ThreadKey only([](void* own) { delete static_cast<OwnLoop*>(own); });
+  return only;
+}
 
 constexpr std::chrono::seconds kRetryDelay{1};
 
@@ -49,12 +48,10 @@ class PosixRunLoop::LoopTimer final : public Timer {
 };
 
 std::shared_ptr<PosixRunLoop> PosixRunLoop::ofThisThread() {
-  if (ownLoop == nullptr) {
-    ownLoop = new std::shared_ptr<PosixRunLoop>(std::make_shared<PosixRunLoop>());
-    thread_local const EndOfThread end;
-    static_cast<void>(end);
-  }
-  return *ownLoop;
+  if (const void* const own = ownLoops().get()) return *static_cast<const OwnLoop*>(own);
+  auto own = std::make_unique<OwnLoop>(std::make_shared<PosixRunLoop>());
+  if (!ownLoops().set(own.get())) throw std::bad_alloc();
+  return *own.release();
 }
 
 void PosixRunLoop::run() {
@@ -223,7 +220,7 @@ std::shared_ptr<Timer> PosixTimers::schedule(Duration delay, Duration tolerance,
 RunLoop& currentSystemRunLoop() {
   try {
     return *PosixRunLoop::ofThisThread();
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {
     static NoRunLoop none;
     return none;
   }

@@ -25,7 +25,7 @@ namespace veltrano::internal {
 class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<PosixRunLoop> {
  public:
   /// The calling thread's loop. The thread drops its reference on exit; the last reference destroys
-  /// pending work.
+  /// pending work. Throws when memory or the process's keys run out.
   static std::shared_ptr<PosixRunLoop> ofThisThread();
 
   PosixRunLoop() = default;
