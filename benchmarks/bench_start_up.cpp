@@ -66,8 +66,8 @@ int main(int argc, char** argv) {
   const std::string withCurl = directory / "bench_host_curl";
   const std::string touching = directory / "bench_host_touching";
 
-  std::vector<double> plainTimes, linkedTimes, curlTimes, touchingTimes, installTimes, touchTimes;
-  long curlInitialisations = 0;
+  std::vector<double> plainTimes, linkedTimes, curlTimes, touchingTimes, tlsTimes, installTimes,
+      touchTimes;
   for (int round = -1; round < rounds; ++round) {
     const Run runs[] = {runProgram(plain), runProgram(linked), runProgram(withCurl),
                         runProgram(touching)};
@@ -77,9 +77,9 @@ int main(int argc, char** argv) {
     curlTimes.push_back(runs[2].nanoseconds);
     touchingTimes.push_back(runs[3].nanoseconds);
     char* rest = nullptr;
-    installTimes.push_back(std::strtod(runs[3].output.c_str(), &rest));
+    tlsTimes.push_back(std::strtod(runs[3].output.c_str(), &rest));
+    installTimes.push_back(tlsTimes.back() + std::strtod(rest, &rest));
     touchTimes.push_back(std::strtod(rest, &rest));
-    curlInitialisations += std::strtol(rest, nullptr, 10);
   }
 
   using bench::median;
@@ -95,9 +95,8 @@ int main(int argc, char** argv) {
                     median(touchingTimes) / plainTime);
   bench::print(
       {"installing the POSIX platform", timeText(median(installTimes)), "", "", "reported"});
+  bench::print(
+      {"of this, starting OpenSSL and libcurl", timeText(median(tlsTimes)), "", "", "reported"});
   bench::print({"first touch of `shared` on it", timeText(median(touchTimes)), "", "", "reported"});
-  bench::print({"libcurl initialised before the first upload",
-                curlInitialisations == 0 ? "no" : "yes", "", "",
-                bench::goalText("no", curlInitialisations == 0)});
   return 0;
 }

@@ -132,6 +132,7 @@ bool veltrano_get_statistics(veltrano_statistics* statistics) {
         .dropped_as_not_encodable = now.droppedAsNotEncodable,
         .dropped_for_memory = now.droppedForMemory,
         .dropped_by_shut_down = now.droppedByShutDown,
+        .dropped_by_backlog = now.droppedByBacklog,
         .uploads_attempted = now.uploadsAttempted,
         .uploads_succeeded = now.uploadsSucceeded,
         .uploads_failed_in_transport = now.uploadsFailedInTransport,
@@ -141,7 +142,6 @@ bool veltrano_get_statistics(veltrano_statistics* statistics) {
         .heartbeats_sent = now.heartbeatsSent,
         .heartbeats_failed = now.heartbeatsFailed,
         .heartbeats_put_off = now.heartbeatsPutOff,
-        .dropped_by_backlog = now.droppedByBacklog,
     };
     // A host built with an older header has room for fewer fields.
     std::memcpy(statistics, &counts, std::min(statistics->size, sizeof counts));

@@ -1,5 +1,6 @@
 // The library when memory runs out: drops and counts what it cannot store, and keeps working.
 #include <gtest/gtest.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -63,6 +64,25 @@ int shutDownWithout(int first, int count) {
   return isComplete ? 2 : 1;
 }
 
+// Uses the library on a new thread for the first time. Runs in a child process.
+int useOnThreadWithout(int first, int count) {
+  alarm(30);
+  PosixOptions options;
+  options.collectionHost = "localhost:1";
+  if (!PosixPlatform::install(options)) return 1;
+  auto& tracker = Veltrano::shared();
+  std::thread([&] {
+    runWithout(first, count, [&] {
+      for (int i = 0; i < 3; ++i) tracker.track("E", kProperties);
+      RunLoop::current().perform([] {});
+    });
+  }).join();
+  const bool hasFailed = failures::stopFailing();
+  tracker.track("last");
+  while (tracker.statistics().recorded < 4) std::this_thread::yield();
+  return hasFailed ? 0 : 2;
+}
+
 // Runs `work` in a child process for each allocation that can fail. It returns 0, or 2 once none
 // has failed.
 void failEachAllocation(int (*work)(int first, int count)) {
@@ -78,13 +98,39 @@ void failEachAllocation(int (*work)(int first, int count)) {
   }
 }
 
-// These two run first: the children must not inherit a platform.
+// These run first: the children must not inherit a platform.
 TEST(MemoryTest, AnInstallationAndAFirstTouchThatFailAreTriedAgain) {
   failEachAllocation(installWithout);
 }
 
 TEST(MemoryTest, AShutdownDoesNotWaitInVain) {
   failEachAllocation(shutDownWithout);
+}
+
+TEST(MemoryTest, ANewThreadMayUseTheLibrary) {
+  failEachAllocation(useOnThreadWithout);
+}
+
+// Runs a host in a process of its own for each amount of memory that its installation may take.
+TEST(MemoryTest, AnInstallationThatFindsTooLittleMemoryIsTriedAgain) {
+#ifdef VELTRANO_SANITIZED
+  GTEST_SKIP() << "The host replaces malloc, as the sanitizer does.";
+#else
+  TLSServer server([](int) { return answer("200 OK"); });
+  const std::string host = "127.0.0.1:" + std::to_string(server.port());
+  int status = 0;
+  for (int bytes = 0; status == 0; bytes += 16 * 1024) {
+    std::string words[] = {STARTING_HOST, std::to_string(bytes), host, server.authorities()};
+    char* const arguments[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(),
+                               nullptr};
+    pid_t process = -1;
+    ASSERT_EQ(posix_spawn(&process, STARTING_HOST, nullptr, nullptr, arguments, environ), 0);
+    ASSERT_EQ(waitpid(process, &status, 0), process);
+    // 2: there was enough memory.
+    ASSERT_TRUE(status == 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 2))
+        << status << " with " << bytes << " bytes";
+  }
+#endif
 }
 
 TEST(MemoryTest, WorkThatFoundNoThreadRunsWithTheNextSubmission) {

@@ -332,6 +332,7 @@ typedef struct veltrano_statistics {
   uint64_t dropped_as_not_encodable; /* with a batch that JSON cannot represent */
   uint64_t dropped_for_memory;       /* memory ran out while recording or sending */
   uint64_t dropped_by_shut_down;     /* left when the library was shut down, recorded or not */
+  uint64_t dropped_by_backlog;       /* calls without a completion, when 64 MiB of calls waited */
 
   /* An upload is one request with all its retries. One that is in progress counts as attempted. */
   uint64_t uploads_attempted;
@@ -344,8 +345,6 @@ typedef struct veltrano_statistics {
   uint64_t heartbeats_sent;    /* also those that memory did not suffice to build */
   uint64_t heartbeats_failed;  /* of those sent: not accepted, or not built */
   uint64_t heartbeats_put_off; /* of those sent: not attempted, to let the host rest */
-
-  uint64_t dropped_by_backlog; /* calls without a completion, when 64 MiB of calls waited */
 } veltrano_statistics;
 
 /* Fills in the counts that fit into `size`. False when `statistics` is NULL or its size is 0. Call

@@ -38,7 +38,8 @@ void* curlMalloc(std::size_t size) {
   return fails() ? nullptr : std::malloc(size);
 }
 void* curlCalloc(std::size_t count, std::size_t size) {
-  return fails() ? nullptr : std::calloc(count, size);
+  void* const memory = curlMalloc(count * size);
+  return memory != nullptr ? std::memset(memory, 0, count * size) : nullptr;
 }
 void* curlRealloc(void* old, std::size_t size) {
   return fails() ? nullptr : std::realloc(old, size);
@@ -73,6 +74,16 @@ namespace failures = veltrano::failures;
 #if __has_feature(thread_sanitizer)
 #define VELTRANO_OTHER_NEW  // ThreadSanitizer's own
 #endif
+#endif
+
+#ifndef VELTRANO_SANITIZED
+// Also for the C library itself, which keeps what belongs to threads in such memory.
+extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
+extern "C" void* calloc(std::size_t count, std::size_t size) noexcept {
+  if (!failures::fails()) return __libc_calloc(count, size);
+  errno = ENOMEM;
+  return nullptr;
+}
 #endif
 
 #ifndef VELTRANO_OTHER_NEW

@@ -16,7 +16,8 @@ inline std::atomic<bool> areLookupsStuck{false};
 inline std::atomic<int> stuckLookups{0};
 
 /// Makes `count` allocations of the library fail, starting with number `first`, counted from 0. The
-/// library's are those of its threads, of a thread that has set `isLibrarys`, and of libcurl.
+/// library's are those of its threads, of a thread that has set `isLibrarys`, and of libcurl; with
+/// `new` and, unless a sanitizer has its own, `calloc`.
 void failAllocations(int first, int count);
 /// Stops that. Returns whether any allocation has failed.
 bool stopFailing();

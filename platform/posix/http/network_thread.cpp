@@ -15,8 +15,8 @@
 #include "platform/host_callback.h"
 #include "platform/posix/http/name_lookup.h"
 #include "platform/posix/http/request_text.h"
-#include "platform/posix/system/exit_gate.h"
 #include "platform/posix/system/background_thread.h"
+#include "platform/posix/system/exit_gate.h"
 
 namespace veltrano::internal {
 namespace {
@@ -474,7 +474,6 @@ CURLcode NetworkThread::addAddresses(const Endpoint& endpoint, Post& post,
 
 CURLcode NetworkThread::send(Endpoint& endpoint, Post& post) {
   if (!multi_) {
-    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) return CURLE_OUT_OF_MEMORY;
     multi_.reset(curl_multi_init());
     if (!multi_) return CURLE_OUT_OF_MEMORY;
     curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, long{kEndpoints});

@@ -1,7 +1,6 @@
 #include "platform/posix/http/option_checks.h"
 
 #include <arpa/inet.h>
-#include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -11,6 +10,7 @@
 #include <memory>
 
 #include "platform/posix/http/request_text.h"
+#include "platform/posix/http/tls_start.h"
 
 namespace veltrano::internal {
 namespace {
@@ -73,7 +73,7 @@ bool isCollectionHost(std::string_view text) {
 }
 
 bool holdsCertificates(const std::string& pem) {
-  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);  // or it would clean up amid transfers
+  startTLS();
   const std::unique_ptr<BIO, int (*)(BIO*)> bytes(
       BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), BIO_free);
   ERR_set_mark();  // keeps the host's errors of this thread

@@ -1,13 +1,11 @@
 #include "platform/posix/http/url_session.h"
 
-#include <openssl/crypto.h>
-
 #include <cstdlib>
-#include <new>
 #include <utility>
 
 #include "platform/host_callback.h"
 #include "platform/posix/http/network_thread.h"
+#include "platform/posix/http/tls_start.h"
 #include "platform/posix/system/exit_gate.h"
 
 namespace veltrano::internal {
@@ -33,9 +31,7 @@ URLSessionOptions withProxy(URLSessionOptions options) {
 
 PosixURLSession::PosixURLSession(URLSessionOptions options)
     : thread_(std::make_shared<NetworkThread>(withProxy(std::move(options)))) {
-  // Exit handlers run in reverse order. If the host registered OpenSSL's, it is older than ours and
-  // runs later; otherwise INIT_NO_ATEXIT keeps it from ever being registered.
-  if (OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) != 1) throw std::bad_alloc();
+  startTLS();
   ExitGate::closeAtExit();
   thread_->start();
 }

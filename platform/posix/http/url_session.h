@@ -32,14 +32,13 @@ struct URLSessionOptions {
 
 /// Posts over HTTPS, on one thread. Posts to the same base URL run one at a time; the first two
 /// base URLs run independently of each other, further ones count as the second. What may block in
-/// the host's code or in a name lookup runs on further threads and holds up nothing else. The first
-/// post initialises libcurl and OpenSSL.
+/// the host's code or in a name lookup runs on further threads and holds up nothing else.
 ///
 /// A request that the server may have seen is retried only after a 502, 503 or 504, minus the codes
 /// in `dontRetryStatusCodesSet`. In a forked child posts are dropped.
 class PosixURLSession final : public ZKURLSessionManager {
  public:
-  /// Starts the network thread and one that calls back. Throws std::system_error when that fails.
+  /// Starts OpenSSL, the network thread and one that calls back. Throws when that fails.
   explicit PosixURLSession(URLSessionOptions options);
   /// Shuts down at once.
   ~PosixURLSession() override;
