@@ -59,7 +59,7 @@ enum class Urgency {
 };
 
 /// A response together with an error means that the status arrived but not the whole body; `data`
-/// is absent then.
+/// is absent then. Without an error and `data`, the body is too long to be read.
 using URLSessionCallback =
     std::function<void(std::optional<std::string> data, std::optional<URLResponse> response,
                        std::optional<TransportError> error)>;

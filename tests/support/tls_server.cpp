@@ -99,7 +99,7 @@ void TLSServer::serve(int socket) {
   setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
   SSL* const tls = SSL_new(context_);
   SSL_set_fd(tls, socket);
-  bool isOpen = actAsProxy(socket) && SSL_accept(tls) == 1;
+  bool isOpen = !reset(socket) && actAsProxy(socket) && SSL_accept(tls) == 1;
   while (isOpen) {
     const std::string request = readRequest(tls);
     if (request.empty()) break;
@@ -119,6 +119,16 @@ void TLSServer::serve(int socket) {
   const std::lock_guard lock(mutex_);
   ++ended_;
   changed_.notify_all();
+}
+
+// Resets the connection, if it is one of the first ones that are to be.
+bool TLSServer::reset(int socket) {
+  if (connections() > options_.resets) return false;
+  char hello;
+  recv(socket, &hello, 1, MSG_PEEK);
+  const sockaddr nobody{AF_UNSPEC, {}};
+  connect(socket, &nobody, sizeof nobody);
+  return true;
 }
 
 /// Returns whether to continue with TLS.

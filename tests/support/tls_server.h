@@ -24,6 +24,7 @@ struct TLSServerOptions {
   TLSCertificate certificate = {};
   int newestProtocol = 0;                // such as TLS1_1_VERSION; 0: OpenSSL's newest
   bool readsBodies = true;               // false: answers as soon as the head has arrived
+  int resets = 0;                        // so many connections are reset before their handshake
   std::optional<TLSReply> asProxy = {};  // first answers a CONNECT, without TLS
 };
 
@@ -50,6 +51,7 @@ class TLSServer {
  private:
   void accept();
   void serve(int socket);
+  bool reset(int socket);
   bool actAsProxy(int socket);
   std::string readRequest(SSL* tls) const;
   template <class Write>

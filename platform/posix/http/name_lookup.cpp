@@ -1,42 +1,28 @@
 #include "platform/posix/http/name_lookup.h"
 
 #include <arpa/inet.h>
-#include <curl/curl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <cstring>
 #include <memory>
-#include <new>
+
+#include "platform/posix/http/url_parts.h"
 
 namespace veltrano::internal {
 namespace {
 
 struct Free {
-  void operator()(CURLU* url) const { curl_url_cleanup(url); }
-  void operator()(char* text) const { curl_free(text); }
   void operator()(addrinfo* list) const { freeaddrinfo(list); }
 };
-
-std::string part(CURLU* url, CURLUPart which) {
-  char* text = nullptr;
-  if (curl_url_get(url, which, &text, 0) != CURLUE_OK) return {};
-  return std::unique_ptr<char, Free>(text).get();
-}
 
 }  // namespace
 
 std::optional<HostName> hostNameIn(const std::string& url, const char* defaultPort) {
-  const std::unique_ptr<CURLU, Free> parsed(curl_url());
-  if (!parsed) throw std::bad_alloc();
-  if (curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(),
-                   CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
-    return std::nullopt;
-  HostName name{part(parsed.get(), CURLUPART_HOST), part(parsed.get(), CURLUPART_PORT)};
-  if (name.host.empty() || name.host.front() == '[') return std::nullopt;
-  if (name.port.empty()) name.port = defaultPort;
-  return name;
+  const auto parts = partsOf(url);
+  if (!parts || parts->host.empty() || parts->host.front() == '[') return std::nullopt;
+  return HostName{parts->host, parts->port.empty() ? defaultPort : parts->port};
 }
 
 std::string literalAddress(const HostName& name) {

@@ -1,9 +1,7 @@
 #include "platform/posix/http/network_thread.h"
 
-#include <netinet/in.h>
 #include <openssl/crypto.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -46,19 +44,10 @@ void callBack(const URLSessionCallback& callback, TransferResult& result) {
   if (result.attempt.httpStatusCode) response = URLResponse{result.attempt.httpStatusCode};
   if (result.error == CURLE_OK) {
     data = std::move(result.body);
-  } else {
+  } else if (!response || result.error != CURLE_FILESIZE_EXCEEDED) {
     error = transportError(result);
   }
   dropExceptions([&] { callback(std::move(data), response, std::move(error)); });
-}
-
-// The port of the socket's own end; 0 if it is not connected.
-int localPortOf(curl_socket_t socket) {
-  sockaddr_storage address{};
-  socklen_t size = sizeof address;
-  getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
-  return ntohs(address.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6&>(address).sin6_port
-                                             : reinterpret_cast<sockaddr_in&>(address).sin_port);
 }
 
 }  // namespace
@@ -162,7 +151,6 @@ NetworkThread::NetworkThread(URLSessionOptions options)
       random_(static_cast<unsigned>(Clock::now().time_since_epoch().count())),
       looksUpHost_(options_.proxy.empty()) {
   for (std::size_t i = 0; i < kEndpoints; ++i) endpoints_[i].path = i;
-  sockets_.reserve(4 * kEndpoints);  // more than libcurl keeps
   spare_.push_back(std::make_shared<Post>());
 }
 
@@ -478,7 +466,6 @@ CURLcode NetworkThread::send(Endpoint& endpoint, Post& post) {
     if (!multi_) return CURLE_OUT_OF_MEMORY;
     curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, long{kEndpoints});
   }
-  endDeadConnections();
   post.limit = post.attempt.deadline =
       std::min(post.deadline, Clock::now() + options_.attemptTimeout);
   auto transfer = std::make_unique<HTTPTransfer>(sockets_, options_, post.attempt, isStopped_);
@@ -490,33 +477,10 @@ CURLcode NetworkThread::send(Endpoint& endpoint, Post& post) {
   return CURLE_OK;
 }
 
-// If data arrives on an idle connection, the server is closing it. libcurl would take the closing
-// message for a sign that the connection is alive.
-void NetworkThread::endDeadConnections() const {
-  for (const curl_socket_t socket : sockets_) {
-    const int port = localPortOf(socket);
-    const bool isInUse =
-        std::any_of(endpoints_.begin(), endpoints_.end(), [&](const Endpoint& endpoint) {
-          return endpoint.transfer && endpoint.transfer->localPort() == port;
-        });
-    char bytes[1024];
-    if (isInUse || recv(socket, bytes, 1, MSG_PEEK | MSG_DONTWAIT) < 0) continue;
-    shutdown(socket, SHUT_RDWR);
-    while (recv(socket, bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
-    }
-  }
-}
-
 TransferResult NetworkThread::endTransfer(Endpoint& endpoint, CURLcode code) noexcept {
   const auto transfer = std::move(endpoint.transfer);
   CURL* const easy = transfer->handle();
-  // Only now does libcurl tell its connection, if that stays open.
-  curl_socket_t socket = CURL_SOCKET_BAD;
-  if (endpoint.ended) curl_easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &socket);
   endpoint.ended.reset();
-  if (socket != CURL_SOCKET_BAD &&
-      std::find(sockets_.begin(), sockets_.end(), socket) == sockets_.end())
-    sockets_.push_back(socket);
   curl_multi_remove_handle(multi_.get(), easy);
   try {
     return transfer->result(code, options_.wallClock->now());

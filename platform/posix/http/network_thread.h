@@ -95,7 +95,6 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   CURLcode addAddresses(const Endpoint& endpoint, Post& post, const std::optional<HostName>& host,
                         CURLcode failure);
   CURLcode send(Endpoint& endpoint, Post& post);
-  void endDeadConnections() const;
   TransferResult endTransfer(Endpoint& endpoint, CURLcode code) noexcept;
   void settle(Endpoint& endpoint, Post& post, TransferResult result);
   void end(std::shared_ptr<Post> post);
@@ -122,7 +121,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   int wakeUpDescriptor_ = -1;
   std::optional<NetworkChanges> networkChanges_;
   bool hasNetworkChanged_ = false;
-  std::vector<curl_socket_t> sockets_;  // of connections to be reused; must outlive multi_
+  std::vector<curl_socket_t> sockets_;  // of its connections
   std::unique_ptr<CURLM, CURLMcode (*)(CURLM*)> multi_{nullptr, curl_multi_cleanup};
   std::minstd_rand random_;
   bool looksUpHost_;  // in addition to the proxy

@@ -1,33 +1,35 @@
 #include "platform/posix/http/request_text.h"
 
+#include <curl/curl.h>
+
 #include <algorithm>
 #include <iterator>
+#include <memory>
+#include <new>
 #include <utility>
 
 namespace veltrano::internal {
 namespace {
 
+void appendPercentEncoded(std::string& url, const std::string& text) {
+  const std::unique_ptr<char, void (*)(void*)> encoded(
+      curl_easy_escape(nullptr, text.c_str(), static_cast<int>(text.size())), curl_free);
+  if (!encoded) throw std::bad_alloc();
+  url += encoded.get();
+}
+
 // Not from <cctype>, which depends on the host's locale.
-void appendPercentEncoded(std::string& url, std::string_view text) {
-  constexpr std::string_view kUnreservedMarks = "-._~";
-  constexpr char kDigits[] = "0123456789ABCDEF";
-  for (const char c : text) {
-    if (isLetterOrDigit(c) || kUnreservedMarks.find(c) != kUnreservedMarks.npos) {
-      url += c;
-      continue;
-    }
-    const auto byte = static_cast<unsigned char>(c);
-    url += {'%', kDigits[byte >> 4], kDigits[byte & 0xF]};
-  }
+bool isLetterOrDigit(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
 }
 
 // HTTP's token characters.
-bool canStandInName(char c) {
+bool isTokenCharacter(char c) {
   constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
   return isLetterOrDigit(c) || kMarks.find(c) != kMarks.npos;
 }
 
-bool canStandInValue(char c) {
+bool isValueCharacter(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte == '\t' || (byte >= 0x20 && byte != 0x7F);
 }
@@ -46,10 +48,6 @@ std::string_view trimmed(std::string_view text) {
 
 }  // namespace
 
-bool isLetterOrDigit(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
-}
-
 std::string urlWithQuery(std::string_view baseURL,
                          const std::map<std::string, std::string>& parameters) {
   std::string url(baseURL);
@@ -67,9 +65,9 @@ std::string urlWithQuery(std::string_view baseURL,
 std::vector<std::string> headerLines(const std::map<std::string, std::string>& headers) {
   std::vector<std::string> lines;
   for (const auto& [name, value] : headers) {
-    std::string line = filtered(name, canStandInName);
+    std::string line = filtered(name, isTokenCharacter);
     if (line.empty()) continue;
-    const std::string kept = filtered(value, canStandInValue);
+    const std::string kept = filtered(value, isValueCharacter);
     const auto text = trimmed(kept);
     // For libcurl, "Name:" removes the header and "Name;" sends it without a value.
     if (text.empty()) {

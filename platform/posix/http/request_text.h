@@ -7,8 +7,6 @@
 
 namespace veltrano::internal {
 
-bool isLetterOrDigit(char c);  // of ASCII
-
 /// Appends percent-encoded `parameters` as the query of `baseURL`, which has none.
 std::string urlWithQuery(std::string_view baseURL,
                          const std::map<std::string, std::string>& parameters);

@@ -1,9 +1,12 @@
 #include "platform/posix/http/transfer.h"
 
+#include <netinet/in.h>
 #include <openssl/ssl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <string_view>
 #include <utility>
@@ -32,6 +35,15 @@ std::optional<std::string> responseHeader(CURL* easy, const char* name) {
   return header->value;
 }
 
+// The port of the socket's own end; 0 if it is not connected.
+int localPortOf(curl_socket_t socket) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
+  return ntohs(address.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6&>(address).sin6_port
+                                             : reinterpret_cast<sockaddr_in&>(address).sin_port);
+}
+
 // Overrides the environment: OPENSSL_CONF may lower the security level, and SSLKEYLOGFILE makes
 // libcurl log the keys. libcurl still creates that file, but it stays empty.
 CURLcode secure(CURL*, void* sslContext, void*) {
@@ -48,7 +60,10 @@ CURLcode secure(CURL*, void* sslContext, void*) {
 
 HTTPTransfer::HTTPTransfer(std::vector<curl_socket_t>& sockets, const URLSessionOptions& options,
                            const Attempt& attempt, const std::atomic<bool>& isStopped)
-    : sockets_(sockets), attempt_(attempt), isStopped_(isStopped) {
+    : sockets_(sockets),
+      attempt_(attempt),
+      isStopped_(isStopped),
+      usesSystemsAuthorities_(options.certificateAuthorities.empty()) {
   if (!easy_) setUp_ = CURLE_OUT_OF_MEMORY;
   setConnectionOptions(options);
   setSecurityOptions(options);
@@ -88,6 +103,7 @@ void HTTPTransfer::setConnectionOptions(const URLSessionOptions& options) {
 
   set(CURLOPT_OPENSOCKETFUNCTION, openSocket);
   set(CURLOPT_CLOSESOCKETFUNCTION, closeSocket);
+  set(CURLOPT_OPENSOCKETDATA, this);
   set(CURLOPT_CLOSESOCKETDATA, &sockets_);  // not `this`: the connection may live longer
 }
 
@@ -173,8 +189,18 @@ int HTTPTransfer::refuseLookup(void*, void*, void* transfer) {
   return 1;
 }
 
-curl_socket_t HTTPTransfer::openSocket(void*, curlsocktype, curl_sockaddr* address) {
-  return veltrano::internal::openSocket(address->family, address->socktype, address->protocol);
+curl_socket_t HTTPTransfer::openSocket(void* transfer, curlsocktype, curl_sockaddr* address) {
+  auto& self = *static_cast<HTTPTransfer*>(transfer);
+  try {
+    self.sockets_.reserve(self.sockets_.size() + 1);
+  } catch (const std::bad_alloc&) {
+    return CURL_SOCKET_BAD;
+  }
+  const auto socket =
+      internal::openSocket(address->family, address->socktype, address->protocol);
+  if (socket != CURL_SOCKET_BAD) self.sockets_.push_back(socket);
+  self.hasConnected_ = true;
+  return socket;
 }
 
 int HTTPTransfer::closeSocket(void* sockets, curl_socket_t socket) {
@@ -182,10 +208,23 @@ int HTTPTransfer::closeSocket(void* sockets, curl_socket_t socket) {
   return ::close(socket);
 }
 
+// If data arrives on an idle connection, the server is closing it. libcurl takes the closing message
+// for a sign that the connection is alive. Shut down, the connection fails before it can send
+// anything, and libcurl makes another.
+bool HTTPTransfer::hasReusedDeadConnection(int localPort) const {
+  if (hasConnected_) return false;
+  return std::any_of(sockets_.begin(), sockets_.end(), [&](curl_socket_t socket) {
+    char byte;
+    return localPortOf(socket) == localPort &&
+           recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0 &&
+           shutdown(socket, SHUT_RDWR) == 0;
+  });
+}
+
 // Called each time libcurl is about to send the request on a connection.
 int HTTPTransfer::beforeRequest(void* transfer, char*, char*, int, int localPort) {
   auto& self = *static_cast<HTTPTransfer*>(transfer);
-  self.localPort_ = localPort;
+  if (self.hasReusedDeadConnection(localPort)) return CURL_PREREQFUNC_OK;
   if (std::exchange(self.hasBegunRequest_, true)) {
     // A reused connection broke without a response, and libcurl retries on a new one. But the
     // server may have read the first request.
@@ -268,6 +307,8 @@ TransferResult HTTPTransfer::result(CURLcode code, WallTime now) {
     result.reason = isHeadTooLarge ? "The head of the answer exceeds 64 KiB"
                     : isLibcurls   ? errorText_
                                    : curl_easy_strerror(result.error);
+    if (result.error == CURLE_SSL_CACERT_BADFILE && usesSystemsAuthorities_)
+      result.reason = "The system has no certificate authorities";
     if (refusal_) result.reason = "The proxy answered with status " + std::to_string(*refusal_);
   }
   // The request's size includes a body that libcurl sent together with the head.
@@ -278,10 +319,14 @@ TransferResult HTTPTransfer::result(CURLcode code, WallTime now) {
       count<long>(CURLINFO_HEADER_SIZE) + count<curl_off_t>(CURLINFO_SIZE_DOWNLOAD_T);
   result.lacksAddresses = lacksAddresses_;
   result.attempt.httpStatusCode = statusCode_;
+  long systemError = 0;
+  curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &systemError);
+  // Among others, refused certificates are for good.
   result.attempt.failedToConnect =
       !hasBegunRequest_ &&
       (result.error == CURLE_COULDNT_RESOLVE_HOST || result.error == CURLE_COULDNT_RESOLVE_PROXY ||
-       result.error == CURLE_COULDNT_CONNECT || result.error == CURLE_OPERATION_TIMEDOUT);
+       result.error == CURLE_COULDNT_CONNECT || result.error == CURLE_OPERATION_TIMEDOUT ||
+       systemError == ECONNRESET);
   if (!statusCode_) return result;
   if (const auto text = responseHeader(easy_.get(), "Retry-After"))
     result.attempt.retryAfter = parseRetryAfter(*text, now);

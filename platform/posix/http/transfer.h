@@ -48,9 +48,6 @@ class HTTPTransfer {
   /// The handle to add to a multi handle; null when the transfer could not be set up.
   CURL* handle() const { return setUp_ == CURLE_OK ? easy_.get() : nullptr; }
 
-  /// The port of our end of the connection that the request is on; 0 before there is one.
-  int localPort() const { return localPort_; }
-
   /// Call once, after removing `handle` from its multi handle. `code` is libcurl's result.
   TransferResult result(CURLcode code, WallTime now);
 
@@ -64,6 +61,7 @@ class HTTPTransfer {
   void setRequestOptions();
   void addLine(std::unique_ptr<curl_slist, void (*)(curl_slist*)>& list, const char* line);
   bool hasSentEverything() const;
+  bool hasReusedDeadConnection(int localPort) const;
   std::uint64_t encryptedBytesRead() const;
   std::size_t cutOff(CURLcode reason);
 
@@ -84,9 +82,10 @@ class HTTPTransfer {
   CURLcode setUp_ = CURLE_OK;   // the first error
   CURLcode cutOff_ = CURLE_OK;  // why one of our callbacks ended the transfer
   char errorText_[CURL_ERROR_SIZE] = "";
+  const bool usesSystemsAuthorities_;
   bool lacksAddresses_ = false;
+  bool hasConnected_ = false;  // rather than reused a connection
   bool hasBegunRequest_ = false;
-  int localPort_ = 0;
   // Read from the connection, earlier responses included.
   std::uint64_t bytesBefore_ = 0;  // when the request began
   std::uint64_t bytesRead_ = 0;    // by now

@@ -1,0 +1,39 @@
+#include "platform/posix/http/url_parts.h"
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <new>
+
+namespace veltrano::internal {
+namespace {
+
+struct Free {
+  void operator()(CURLU* url) const { curl_url_cleanup(url); }
+  void operator()(char* text) const { curl_free(text); }
+};
+
+std::string part(CURLU* url, CURLUPart which) {
+  char* text = nullptr;
+  const CURLUcode code = curl_url_get(url, which, &text, 0);
+  const std::unique_ptr<char, Free> owner(text);
+  if (code == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
+  return code == CURLUE_OK ? text : "";
+}
+
+}  // namespace
+
+std::optional<URLParts> partsOf(const std::string& url) {
+  const std::unique_ptr<CURLU, Free> parsed(curl_url());
+  if (!parsed) throw std::bad_alloc();
+  const CURLUcode code = curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(),
+                                      CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME);
+  if (code == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
+  if (code != CURLUE_OK) return std::nullopt;
+  return URLParts{part(parsed.get(), CURLUPART_SCHEME), part(parsed.get(), CURLUPART_USER),
+                  part(parsed.get(), CURLUPART_HOST),   part(parsed.get(), CURLUPART_PORT),
+                  part(parsed.get(), CURLUPART_PATH),   part(parsed.get(), CURLUPART_QUERY),
+                  part(parsed.get(), CURLUPART_FRAGMENT)};
+}
+
+}  // namespace veltrano::internal
