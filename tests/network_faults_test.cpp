@@ -2,8 +2,12 @@
 // end of the session or of the process.
 #include <curl/curl.h>
 #include <gtest/gtest.h>
+#include <net/if.h>
+#include <net/route.h>
 #include <openssl/ssl.h>
 #include <pthread.h>
+#include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -218,6 +222,53 @@ TEST(NetworkFaults, CodeOfTheHostThatBlocksHoldsUpNothingElse) {
   EXPECT_EQ(post(session, heartbeat).status(), 200);
   threads(2);
   for (const int end : ends) close(end);
+}
+
+// Takes the network away and returns it, in a network namespace of its own. Returns 0; 77 without
+// the permission.
+int restUntilARouteReturns() {
+  if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return 77;
+  const int control = socket(AF_INET, SOCK_DGRAM, 0);
+  const auto setLoopback = [&](short flags) {
+    ifreq loopback{{"lo"}, {}};
+    loopback.ifr_flags = flags;
+    return ioctl(control, SIOCSIFFLAGS, &loopback) == 0;
+  };
+  if (!setLoopback(IFF_UP)) return 1;
+  TLSServer server([](int) { return answer("200 OK"); });
+  auto options = trusting(server.authorities());
+  options.connectTimeout = 100ms;
+  PosixURLSession session(options);
+  auto upload = requestTo("https://127.0.0.1:" + std::to_string(server.port()) + "/track");
+  if (!setLoopback(0)) return 2;
+  upload.maxRetries = 0;
+  upload.urgency = Urgency::enteringBackground;
+  for (int i = 0; i < 9; ++i)
+    if (!post(session, upload).isTransportError()) return 3;
+  upload.urgency = Urgency::ordinary;
+  const auto rest = session.restOf(EndpointPath::track);
+  if (!rest || rest->left < 60s || !post(session, upload).error->wasPutOff) return 4;
+  rtentry defaultRoute{};
+  defaultRoute.rt_dst.sa_family = defaultRoute.rt_genmask.sa_family = AF_INET;
+  defaultRoute.rt_flags = RTF_UP;
+  char name[] = "lo";
+  defaultRoute.rt_dev = name;
+  if (!setLoopback(IFF_UP) || ioctl(control, SIOCADDRT, &defaultRoute) != 0) return 5;
+  while (session.restOf(EndpointPath::track)) std::this_thread::yield();
+  return post(session, upload).status() == 200 ? 0 : 6;
+}
+
+TEST(NetworkFaults, ARouteThatReturnsEndsARest) {
+  if (VELTRANO_PORTABLE) GTEST_SKIP() << "POSIX reports no changes of routes.";
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(20);
+    _exit(restUntilARouteReturns());
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  if (status == 77 << 8) GTEST_SKIP() << "No permission to make a network namespace.";
+  EXPECT_EQ(status, 0);
 }
 
 TEST(NetworkFaults, HangingHeartbeatsDoNotHoldUpAnUpload) {

@@ -180,6 +180,40 @@ TEST(URLSession, RepeatsWhatWasNeverSent) {
   EXPECT_EQ(server.requests().size(), 1U);
 }
 
+// What the rules decide is in upload_rules_test; here, that the session asks and obeys them.
+TEST(URLSession, RestsAfterTrouble) {
+  std::atomic<bool> isFine{false};
+  TLSServer server([&](int number) {
+    if (isFine) return answer("200 OK");
+    return answer(number < 4 ? "500 Broken" : "503 Busy", "", "Retry-After: 600\r\n");
+  });
+  PosixURLSession session(trusting(server.authorities()));
+  const std::string host = "https://127.0.0.1:" + std::to_string(server.port());
+  auto upload = requestTo(host + "/track");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_FALSE(session.restOf(EndpointPath::track));
+    EXPECT_EQ(post(session, upload).status(), 500);
+  }
+  EXPECT_EQ(session.restOf(EndpointPath::track)->cause, RestCause::trouble);
+  std::promise<std::thread::id> calledOn;
+  session.postData(upload, [&](auto data, auto response, auto error) {
+    EXPECT_TRUE(!data && !response && error && error->wasPutOff && !error->reason.empty());
+    calledOn.set_value(std::this_thread::get_id());
+  });
+  EXPECT_NE(calledOn.get_future().get(), std::this_thread::get_id());
+  EXPECT_EQ(server.requests().size(), 3U);
+  EXPECT_EQ(post(session, requestTo(host + "/heartbeat")).status(), 503) << "a path of its own";
+
+  upload.urgency = Urgency::enteringBackground;
+  EXPECT_EQ(post(session, upload).status(), 503) << "our own rest is skipped";
+  EXPECT_EQ(session.restOf(EndpointPath::track)->cause, RestCause::server);
+  EXPECT_TRUE(post(session, upload).error->wasPutOff) << "the server's is not";
+  EXPECT_EQ(server.requests().size(), 5U) << "attempted once each";
+  isFine = true;
+  session.ignoreRetryAfter();
+  EXPECT_EQ(post(session, upload).status(), 200);
+}
+
 TEST(URLSession, InterceptsEveryAttemptAndSurvivesTheHostsExceptions) {
   TLSServer server([](int number) { return answer(number == 1 ? "503 Busy" : "200 OK"); });
   PosixURLSession session(trusting(server.authorities()));

@@ -23,6 +23,16 @@ class Call {
   bool isLast_ = false;         // of what was expected
 };
 
+template <class Function>
+std::shared_ptr<Call> makeCall(Function function) {
+  struct FunctionCall final : Call {
+    explicit FunctionCall(Function its) : function(std::move(its)) {}
+    void run() override { function(); }
+    Function function;
+  };
+  return std::make_shared<FunctionCall>(std::move(function));
+}
+
 /// The threads that run what may block, in the host's code or in the system's resolver. The calls
 /// of a lane run one at a time and in order, so that one that blocks holds up its own lane only.
 ///

@@ -30,7 +30,7 @@ std::string literalAddress(const HostName& name) {
   return inet_pton(AF_INET, name.host.c_str(), &address) == 1 ? name.host : "";
 }
 
-std::string lookUp(const HostName& name) {
+std::string addressesOf(const HostName& name) {
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;

@@ -24,6 +24,6 @@ std::string literalAddress(const HostName& name);
 
 /// The addresses, separated by commas; empty when the lookup failed. Blocks as long as the system's
 /// resolver.
-std::string lookUp(const HostName& name);
+std::string addressesOf(const HostName& name);
 
 }  // namespace veltrano::internal

@@ -31,9 +31,9 @@ std::string reasonOf(const TransferResult& result) {
 
 TransportError transportError(const TransferResult& result) noexcept {
   try {
-    return {reasonOf(result)};
+    return {reasonOf(result), result.wasPutOff};
   } catch (...) {
-    return {"out of memory"};  // short enough not to allocate
+    return {"out of memory", result.wasPutOff};  // short enough not to allocate
   }
 }
 
@@ -48,6 +48,10 @@ void callBack(const URLSessionCallback& callback, TransferResult& result) {
     error = transportError(result);
   }
   dropExceptions([&] { callback(std::move(data), response, std::move(error)); });
+}
+
+Duration sinceEpoch(NetworkThread::Clock::time_point time) {
+  return std::chrono::duration_cast<Duration>(time.time_since_epoch());
 }
 
 }  // namespace
@@ -73,75 +77,17 @@ struct NetworkThread::Post final : Call {
   Clock::time_point began;     // when the attempt did
   Clock::time_point lookupBegan;
   Stage stage = Stage::waiting;
+  bool hasStarted = false;
   std::shared_ptr<Preparation> preparation;
   Attempt attempt;
   TransferResult result;
 };
 
-/// The call of a post's interceptor, on a copy of what the interceptor may change.
-struct NetworkThread::Preparation final : Call {
-  Preparation(std::shared_ptr<NetworkThread> its, std::shared_ptr<const ZKInterceptor> calls,
-              URLRequest unmodified)
-      : owner(std::move(its)),
-        interceptor(std::move(calls)),
-        request(std::move(unmodified)),
-        intercepted(request) {}
-
-  void run() override {
-    if (isDone) return;  // the post's time was up
-    struct End {         // also when the host ends the thread
-      ~End() {
-        if (isForkedChild()) return;
-        preparation.isDone = true;
-        preparation.owner->wake();
-      }
-      Preparation& preparation;
-    };
-    const End end{*this};
-    dropExceptions([&] {
-      interceptor->intercept(intercepted);
-      request = std::move(intercepted);
-    });
-  }
-
-  const std::shared_ptr<NetworkThread> owner;
-  const std::shared_ptr<const ZKInterceptor> interceptor;
+/// What an interceptor makes of a request. Shared with its call, which may outlast the post.
+struct NetworkThread::Preparation {
   URLRequest request;
-  URLRequest intercepted;
+  URLRequest intercepted;  // becomes `request`, unless the interceptor throws
   std::atomic<bool> isDone{false};
-};
-
-/// The lookup of a name.
-struct NetworkThread::Lookup final : Call {
-  Lookup(std::shared_ptr<NetworkThread> its, HostName which, Name& known)
-      : owner(std::move(its)), host(std::move(which)), name(known) {}
-
-  void run() override {
-    std::string addresses;
-    dropExceptions([&] { addresses = lookUp(host); });
-    {
-      const std::lock_guard lock(owner->mutex_);
-      name.isBeingLookedUp = false;
-      name.triedAt = Clock::now();
-      if (!addresses.empty()) {
-        name.since = name.triedAt;
-        name.addresses.swap(addresses);
-      }
-    }
-    owner->wake();
-  }
-
-  const std::shared_ptr<NetworkThread> owner;
-  const HostName host;
-  Name& name;
-};
-
-/// The call with the report on an attempt.
-struct NetworkThread::Report final : Call {
-  void run() override { callHost(owner->options_.onTransfer, report); }
-
-  std::shared_ptr<NetworkThread> owner;
-  TransferReport report;
 };
 
 NetworkThread::NetworkThread(URLSessionOptions options)
@@ -161,9 +107,12 @@ void NetworkThread::start() {
     throw std::system_error(EMFILE, std::generic_category(), "no descriptor for the network");
   isRunning_ = calls_->start() &&
                startBackgroundThread("veltrano.net", [self = shared_from_this()] { self->run(); });
-  if (isRunning_) return;
+  if (!isRunning_)
+    throw std::system_error(EAGAIN, std::generic_category(), "no thread for the network");
+}
+
+NetworkThread::~NetworkThread() {
   calls_->shutDown(Clock::now());
-  throw std::system_error(EAGAIN, std::generic_category(), "no thread for the network");
 }
 
 void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noexcept {
@@ -216,15 +165,23 @@ NetworkThread::Endpoint& NetworkThread::endpointFor(const PostRequest& request) 
     if (endpoint.url == url) return endpoint;
     if (endpoint.url != 0) continue;
     endpoint.url = url;
+    if (const auto path = endpointPath(request.path())) endpoint.rests = &rests_[indexOf(*path)];
     dropExceptions([&] { calls_->setName(endpoint.path, "veltrano" + request.path()); });
     return endpoint;
   }
   return endpoints_.back();
 }
 
+std::optional<Rest> NetworkThread::restOf(EndpointPath path) {
+  const std::lock_guard lock(mutex_);
+  return rests_[indexOf(path)].restAt(sinceEpoch(Clock::now()));
+}
+
 void NetworkThread::ignoreRetryAfter() {
+  const std::lock_guard lock(mutex_);
   ignoresRetryAfter_ = true;
-  wake();
+  for (Rests& rests : rests_) rests.end();
+  if (wakeUp_) wakeUp_->set(Clock::now());
 }
 
 bool NetworkThread::shutDown(Clock::time_point deadline) {
@@ -264,7 +221,7 @@ void NetworkThread::run() {
   {
     ExitGate::Inside inside;
     networkChanges_.emplace();
-    options_.onNetworkChange();
+    noteNetwork();
     for (bool isLast = false; !isLast;) {
       isLast = isStopped_;  // before the step: no post arrives afterwards
       const auto next = step();
@@ -279,6 +236,17 @@ void NetworkThread::run() {
   changed_.notify_all();
 }
 
+void NetworkThread::noteNetwork() {
+  options_.onNetworkChange();
+  std::string interface = interface_;
+  dropExceptions([&] { interface = defaultRouteInterface(); });
+  if (interface == interface_) return;
+  interface_.swap(interface);
+  const std::lock_guard lock(mutex_);
+  for (Rests& rests : rests_)
+    if (!interface_.empty()) rests.routeReturned();
+}
+
 // Takes everything as far as it goes. Returns when it goes on without input.
 NetworkThread::Clock::time_point NetworkThread::step() {
   {
@@ -291,7 +259,7 @@ NetworkThread::Clock::time_point NetworkThread::step() {
   }
   if (std::exchange(hasNetworkChanged_, false)) {
     networkChanges_->clear();
-    options_.onNetworkChange();
+    noteNetwork();
   }
   perform();
   auto next = Clock::time_point::max();
@@ -372,6 +340,14 @@ bool NetworkThread::takeNextStep(Endpoint& endpoint, Post& post) {
   try {
     switch (post.stage) {
       case Stage::waiting:
+        if (const auto rest = restThatPutsOff(endpoint, post)) {
+          failure.error = CURLE_NO_CONNECTION_AVAILABLE;
+          failure.wasPutOff = true;
+          failure.reason = rest->cause == RestCause::server
+                               ? "Put off, because the collection host asked for it"
+                               : "Put off, because several requests failed in a row";
+          break;
+        }
         prepare(endpoint, post);
         return true;
       case Stage::preparing:
@@ -399,6 +375,12 @@ bool NetworkThread::takeNextStep(Endpoint& endpoint, Post& post) {
   return true;
 }
 
+std::optional<Rest> NetworkThread::restThatPutsOff(Endpoint& endpoint, Post& post) {
+  const std::lock_guard lock(mutex_);
+  if (std::exchange(post.hasStarted, true) || endpoint.rests == nullptr) return std::nullopt;
+  return endpoint.rests->puttingOff(sinceEpoch(Clock::now()), post.request.urgency);
+}
+
 void NetworkThread::prepare(const Endpoint& endpoint, Post& post) {
   PostRequest& request = post.request;
   post.began = Clock::now();
@@ -412,9 +394,28 @@ void NetworkThread::prepare(const Endpoint& endpoint, Post& post) {
     request.interceptor->intercept(post.attempt.request);
     return startLookingUp(post);
   }
-  post.preparation = std::make_shared<Preparation>(shared_from_this(), request.interceptor,
-                                                   std::move(post.attempt.request));
-  calls_->add(endpoint.path, CallThreads::preparation, post.preparation);
+  post.preparation = std::make_shared<Preparation>();
+  post.preparation->intercepted = post.attempt.request;
+  post.preparation->request = std::move(post.attempt.request);
+  calls_->add(endpoint.path, CallThreads::preparation,
+              makeCall([self = shared_from_this(), preparation = post.preparation,
+                        interceptor = request.interceptor] {
+                if (preparation->isDone) return;  // the post's time was up
+                struct End {                      // also when the host ends the thread
+                  ~End() {
+                    if (isForkedChild()) return;
+                    preparation.isDone = true;
+                    thread.wake();
+                  }
+                  NetworkThread& thread;
+                  Preparation& preparation;
+                };
+                const End end{*self, *preparation};
+                dropExceptions([&] {
+                  interceptor->intercept(preparation->intercepted);
+                  preparation->request = std::move(preparation->intercepted);
+                });
+              }));
   post.stage = Stage::preparing;
 }
 
@@ -448,8 +449,9 @@ CURLcode NetworkThread::addAddresses(const Endpoint& endpoint, Post& post,
     const bool isFresh = !name.addresses.empty() && Clock::now() - name.since <= kAddressesLast;
     if (!isFresh && name.triedAt < post.lookupBegan) {
       if (name.isBeingLookedUp) return CURLE_AGAIN;
-      calls_->add(endpoint.path, CallThreads::lookup,
-                  std::make_shared<Lookup>(shared_from_this(), *host, name));
+      calls_->add(
+          endpoint.path, CallThreads::lookup,
+          makeCall([self = shared_from_this(), host = *host, &name] { self->lookUp(host, name); }));
       name.isBeingLookedUp = true;
       return CURLE_AGAIN;
     }
@@ -458,6 +460,20 @@ CURLcode NetworkThread::addAddresses(const Endpoint& endpoint, Post& post,
   }
   post.attempt.addresses.push_back(host ? host->key() + addresses : "");
   return CURLE_OK;
+}
+
+// On a call thread.
+void NetworkThread::lookUp(const HostName& host, Name& name) {
+  std::string addresses;
+  dropExceptions([&] { addresses = addressesOf(host); });
+  const std::lock_guard lock(mutex_);
+  name.isBeingLookedUp = false;
+  name.triedAt = Clock::now();
+  if (!addresses.empty()) {
+    name.since = name.triedAt;
+    name.addresses.swap(addresses);
+  }
+  if (wakeUp_) wakeUp_->set(name.triedAt);
 }
 
 CURLcode NetworkThread::send(Endpoint& endpoint, Post& post) {
@@ -492,10 +508,10 @@ TransferResult NetworkThread::endTransfer(Endpoint& endpoint, CURLcode code) noe
 // Ends an attempt: the post waits for its retry, or is over.
 void NetworkThread::settle(Endpoint& endpoint, Post& post, TransferResult result) {
   const auto now = Clock::now();
+  const Stage stage = std::exchange(post.stage, Stage::waiting);
   if (endpoint.current == &post) endpoint.current = nullptr;
   if (post.preparation != nullptr) post.preparation->isDone = true;  // do not start it any more
   post.preparation = nullptr;
-  post.stage = Stage::waiting;
   post.limit = post.deadline;
   if (result.lacksAddresses && !looksUpHost_) {
     looksUpHost_ = true;
@@ -505,8 +521,18 @@ void NetworkThread::settle(Endpoint& endpoint, Post& post, TransferResult result
   const double random = std::uniform_real_distribution<double>(0, 1)(random_);
   const auto timeLeft =
       isStopped_ ? Duration::zero() : std::chrono::duration_cast<Duration>(post.deadline - now);
-  const auto delay = delayBeforeRetry(result.attempt, post.rules, post.retries, timeLeft, random);
-  report(endpoint, post, result, delay.has_value());
+  auto delay = delayBeforeRetry(result.attempt, post.rules, post.retries, timeLeft, random);
+  std::optional<Rest> rest;
+  if (const std::lock_guard lock(mutex_); endpoint.rests != nullptr) {
+    if (!endpoint.rests->mayRetry()) delay.reset();
+    const bool tellsOfServer = (stage == Stage::lookingUp || stage == Stage::sending) &&
+                               result.error != CURLE_OUT_OF_MEMORY &&
+                               result.error != CURLE_FAILED_INIT;
+    AttemptResult last = result.attempt;
+    last.failedToConnect |= stage == Stage::lookingUp;
+    if (!delay && tellsOfServer) rest = endpoint.rests->requestEnded(sinceEpoch(now), last, random);
+  }
+  if (!result.wasPutOff) report(endpoint, post, result, delay.has_value());
   if (delay) {
     ++post.retries;
     post.began = {};
@@ -530,9 +556,7 @@ void NetworkThread::report(const Endpoint& endpoint, const Post& post, const Tra
                            bool willRetry) {
   if (!options_.onTransfer) return;
   dropExceptions([&] {
-    const auto call = std::make_shared<Report>();
-    call->owner = shared_from_this();
-    TransferReport& report = call->report;
+    TransferReport report;
     report.path = post.request.path();
     report.attempt = post.retries + 1;
     if (post.began != Clock::time_point())
@@ -543,7 +567,10 @@ void NetworkThread::report(const Endpoint& endpoint, const Post& post, const Tra
     report.status = result.attempt.httpStatusCode.value_or(0);
     report.reason = reasonOf(result);
     report.willRetry = willRetry;
-    calls_->add(endpoint.path, CallThreads::outcome, call);
+    calls_->add(endpoint.path, CallThreads::outcome,
+                makeCall([self = shared_from_this(), report = std::move(report)] {
+                  callHost(self->options_.onTransfer, report);
+                }));
   });
 }
 

@@ -22,6 +22,7 @@
 #include "platform/posix/http/transfer.h"
 #include "platform/posix/http/url_session.h"
 #include "platform/posix/system/system.h"
+#include "upload/rules/rests.h"
 
 namespace veltrano::internal {
 
@@ -39,12 +40,16 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   using Clock = std::chrono::steady_clock;
 
   explicit NetworkThread(URLSessionOptions options);
+  ~NetworkThread();
+  NetworkThread(const NetworkThread&) = delete;
+  NetworkThread& operator=(const NetworkThread&) = delete;
 
   /// Starts the threads. Throws std::system_error when that fails.
   void start();
 
   /// As `ZKURLSessionManager::postData`.
   void post(PostRequest& request, URLSessionCallback& callback) noexcept;
+  std::optional<Rest> restOf(EndpointPath path);
 
   /// As in `PosixURLSession`.
   void ignoreRetryAfter();
@@ -56,14 +61,13 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   enum class Stage { waiting, preparing, lookingUp, sending };
   struct Post;
   struct Preparation;
-  struct Lookup;
-  struct Report;
   using Posts = std::list<std::shared_ptr<Post>>;
 
   struct Endpoint {
-    std::size_t path = 0;  // to calls_
-    std::size_t url = 0;   // a hash of the base URL, 0 while unused; guarded by mutex_
-    int unfinished = 0;    // posts that have not been called back; guarded by mutex_
+    std::size_t path = 0;    // to calls_
+    std::size_t url = 0;     // a hash of the base URL, 0 while unused; guarded by mutex_
+    int unfinished = 0;      // posts that have not been called back; guarded by mutex_
+    Rests* rests = nullptr;  // of the path, if it is a known one; guarded by mutex_
 
     Posts posts;  // network thread, as is what follows
     Post* current = nullptr;
@@ -84,14 +88,17 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   void postEnded(Endpoint& endpoint);
 
   void run();
+  void noteNetwork();
   Clock::time_point step();
   void perform();
   void wait(Clock::time_point until);
   void advance(Endpoint& endpoint);
   bool takeNextStep(Endpoint& endpoint, Post& post);
+  std::optional<Rest> restThatPutsOff(Endpoint& endpoint, Post& post);
   void prepare(const Endpoint& endpoint, Post& post);
   void startLookingUp(Post& post);
   CURLcode lookUpNames(const Endpoint& endpoint, Post& post);
+  void lookUp(const HostName& host, Name& name);
   CURLcode addAddresses(const Endpoint& endpoint, Post& post, const std::optional<HostName>& host,
                         CURLcode failure);
   CURLcode send(Endpoint& endpoint, Post& post);
@@ -112,6 +119,8 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   Posts incoming_;
   Posts spare_;  // one post, for when memory runs out
   std::map<std::string, Name> names_;
+  std::array<Rests, kEndpointPathCount> rests_{Rests(EndpointPath::track),
+                                               Rests(EndpointPath::heartbeat)};
   bool isClosed_ = false;
   bool isRunning_ = false;
 
@@ -121,6 +130,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   int wakeUpDescriptor_ = -1;
   std::optional<NetworkChanges> networkChanges_;
   bool hasNetworkChanged_ = false;
+  std::string interface_;               // of the default route; empty without one
   std::vector<curl_socket_t> sockets_;  // of its connections
   std::unique_ptr<CURLM, CURLMcode (*)(CURLM*)> multi_{nullptr, curl_multi_cleanup};
   std::minstd_rand random_;

@@ -196,8 +196,7 @@ curl_socket_t HTTPTransfer::openSocket(void* transfer, curlsocktype, curl_sockad
   } catch (const std::bad_alloc&) {
     return CURL_SOCKET_BAD;
   }
-  const auto socket =
-      internal::openSocket(address->family, address->socktype, address->protocol);
+  const auto socket = internal::openSocket(address->family, address->socktype, address->protocol);
   if (socket != CURL_SOCKET_BAD) self.sockets_.push_back(socket);
   self.hasConnected_ = true;
   return socket;
@@ -208,16 +207,15 @@ int HTTPTransfer::closeSocket(void* sockets, curl_socket_t socket) {
   return ::close(socket);
 }
 
-// If data arrives on an idle connection, the server is closing it. libcurl takes the closing message
-// for a sign that the connection is alive. Shut down, the connection fails before it can send
-// anything, and libcurl makes another.
+// If data arrives on an idle connection, the server is closing it. libcurl takes the closing
+// message for a sign that the connection is alive. Shut down, the connection fails before it can
+// send anything, and libcurl makes another.
 bool HTTPTransfer::hasReusedDeadConnection(int localPort) const {
   if (hasConnected_) return false;
   return std::any_of(sockets_.begin(), sockets_.end(), [&](curl_socket_t socket) {
     char byte;
     return localPortOf(socket) == localPort &&
-           recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0 &&
-           shutdown(socket, SHUT_RDWR) == 0;
+           recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) >= 0 && shutdown(socket, SHUT_RDWR) == 0;
   });
 }
 

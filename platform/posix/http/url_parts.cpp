@@ -30,9 +30,9 @@ std::optional<URLParts> partsOf(const std::string& url) {
                                       CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME);
   if (code == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
   if (code != CURLUE_OK) return std::nullopt;
-  return URLParts{part(parsed.get(), CURLUPART_SCHEME), part(parsed.get(), CURLUPART_USER),
-                  part(parsed.get(), CURLUPART_HOST),   part(parsed.get(), CURLUPART_PORT),
-                  part(parsed.get(), CURLUPART_PATH),   part(parsed.get(), CURLUPART_QUERY),
+  return URLParts{part(parsed.get(), CURLUPART_SCHEME),  part(parsed.get(), CURLUPART_USER),
+                  part(parsed.get(), CURLUPART_HOST),    part(parsed.get(), CURLUPART_PORT),
+                  part(parsed.get(), CURLUPART_PATH),    part(parsed.get(), CURLUPART_QUERY),
                   part(parsed.get(), CURLUPART_FRAGMENT)};
 }
 

@@ -44,6 +44,10 @@ void PosixURLSession::postData(PostRequest request, URLSessionCallback callback)
   if (!isForkedChild()) thread_->post(request, callback);
 }
 
+std::optional<Rest> PosixURLSession::restOf(EndpointPath path) {
+  return isForkedChild() ? std::nullopt : thread_->restOf(path);
+}
+
 void PosixURLSession::ignoreRetryAfter() {
   thread_->ignoreRetryAfter();
 }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "encoding/time.h"
@@ -46,8 +47,9 @@ class PosixURLSession final : public ZKURLSessionManager {
   PosixURLSession& operator=(const PosixURLSession&) = delete;
 
   void postData(PostRequest request, URLSessionCallback callback) override;
+  std::optional<Rest> restOf(EndpointPath path) override;
 
-  /// Ignores Retry-After from now on, also for retries already scheduled.
+  /// Ignores Retry-After from now on, also for retries already scheduled, and puts nothing off.
   void ignoreRetryAfter();
 
   /// Ends the session. New posts fail; pending ones fail at `deadline`, or at that of a concurrent

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace veltrano::internal {
 
@@ -17,6 +18,10 @@ void separateDescriptors(int kept);
 
 /// Like socket(2). Executed programs do not inherit the descriptor.
 int openSocket(int family, int type, int protocol);
+
+/// The interface of the default route; empty without one, or when the system does not say. Throws
+/// std::bad_alloc.
+std::string defaultRouteInterface();
 
 /// Whether the default route uses a wireless interface whose link is up. False when the system does
 /// not say. Throws std::bad_alloc.

@@ -82,10 +82,12 @@ std::string contentsOf(const char* path) {
 
 }  // namespace
 
+std::string defaultRouteInterface() {
+  return defaultRouteInterface(contentsOf("/proc/net/route"), contentsOf("/proc/net/ipv6_route"));
+}
+
 bool isOnWiFi() {
-  return isWirelessLinkUp(
-      defaultRouteInterface(contentsOf("/proc/net/route"), contentsOf("/proc/net/ipv6_route")),
-      "/sys");
+  return isWirelessLinkUp(defaultRouteInterface(), "/sys");
 }
 
 std::string defaultRouteInterface(std::string_view ipv4Routes, std::string_view ipv6Routes) {

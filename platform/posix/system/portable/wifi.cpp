@@ -2,6 +2,10 @@
 
 namespace veltrano::internal {
 
+std::string defaultRouteInterface() {
+  return {};
+}
+
 // Even getifaddrs, which most systems add to POSIX, does not tell which interfaces are wireless.
 bool isOnWiFi() {
   return false;
