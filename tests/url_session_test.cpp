@@ -187,7 +187,10 @@ TEST(URLSession, RestsAfterTrouble) {
     if (isFine) return answer("200 OK");
     return answer(number < 4 ? "500 Broken" : "503 Busy", "", "Retry-After: 600\r\n");
   });
-  PosixURLSession session(trusting(server.authorities()));
+  auto options = trusting(server.authorities());
+  TransferReport last;  // written before the outcome is reported
+  options.onTransfer = [&](const TransferReport& report) { last = report; };
+  PosixURLSession session(options);
   const std::string host = "https://127.0.0.1:" + std::to_string(server.port());
   auto upload = requestTo(host + "/track");
   for (int i = 0; i < 3; ++i) {
@@ -195,6 +198,7 @@ TEST(URLSession, RestsAfterTrouble) {
     EXPECT_EQ(post(session, upload).status(), 500);
   }
   EXPECT_EQ(session.restOf(EndpointPath::track)->cause, RestCause::trouble);
+  EXPECT_TRUE(last.putOffUntil);
   std::promise<std::thread::id> calledOn;
   session.postData(upload, [&](auto data, auto response, auto error) {
     EXPECT_TRUE(!data && !response && error && error->wasPutOff && !error->reason.empty());

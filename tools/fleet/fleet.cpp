@@ -21,10 +21,10 @@ void add(Statistics& sum, const Statistics& one) {
        {&Statistics::recorded, &Statistics::waiting, &Statistics::inFlight, &Statistics::delivered,
         &Statistics::droppedByTrimming, &Statistics::droppedAsRefused,
         &Statistics::droppedAsNotEncodable, &Statistics::droppedForMemory,
-         &Statistics::droppedByBacklog, &Statistics::uploadsAttempted, &Statistics::uploadsSucceeded,
-         &Statistics::uploadsFailedInTransport, &Statistics::uploadsFailedByStatus,
-         &Statistics::uploadsFailedForMemory, &Statistics::uploadsPutOff,
-         &Statistics::heartbeatsSent, &Statistics::heartbeatsFailed, &Statistics::heartbeatsPutOff})
+        &Statistics::droppedByBacklog, &Statistics::uploadsAttempted, &Statistics::uploadsSucceeded,
+        &Statistics::uploadsFailedInTransport, &Statistics::uploadsFailedByStatus,
+        &Statistics::uploadsFailedForMemory, &Statistics::uploadsPutOff,
+        &Statistics::heartbeatsSent, &Statistics::heartbeatsFailed, &Statistics::heartbeatsPutOff})
     sum.*count += one.*count;
 }
 

@@ -165,7 +165,7 @@ NetworkThread::Endpoint& NetworkThread::endpointFor(const PostRequest& request) 
     if (endpoint.url == url) return endpoint;
     if (endpoint.url != 0) continue;
     endpoint.url = url;
-    if (const auto path = endpointPath(request.path())) endpoint.rests = &rests_[indexOf(*path)];
+    if (const auto path = endpointPath(request.path())) endpoint.rests = &rests_.of(*path);
     dropExceptions([&] { calls_->setName(endpoint.path, "veltrano" + request.path()); });
     return endpoint;
   }
@@ -174,13 +174,13 @@ NetworkThread::Endpoint& NetworkThread::endpointFor(const PostRequest& request) 
 
 std::optional<Rest> NetworkThread::restOf(EndpointPath path) {
   const std::lock_guard lock(mutex_);
-  return rests_[indexOf(path)].restAt(sinceEpoch(Clock::now()));
+  return rests_.of(path).restAt(sinceEpoch(Clock::now()));
 }
 
 void NetworkThread::ignoreRetryAfter() {
   const std::lock_guard lock(mutex_);
   ignoresRetryAfter_ = true;
-  for (Rests& rests : rests_) rests.end();
+  rests_.forEach([](Rests& rests) { rests.end(); });
   if (wakeUp_) wakeUp_->set(Clock::now());
 }
 
@@ -243,8 +243,7 @@ void NetworkThread::noteNetwork() {
   if (interface == interface_) return;
   interface_.swap(interface);
   const std::lock_guard lock(mutex_);
-  for (Rests& rests : rests_)
-    if (!interface_.empty()) rests.routeReturned();
+  if (!interface_.empty()) rests_.forEach([](Rests& rests) { rests.routeReturned(); });
 }
 
 // Takes everything as far as it goes. Returns when it goes on without input.
@@ -532,7 +531,7 @@ void NetworkThread::settle(Endpoint& endpoint, Post& post, TransferResult result
     last.failedToConnect |= stage == Stage::lookingUp;
     if (!delay && tellsOfServer) rest = endpoint.rests->requestEnded(sinceEpoch(now), last, random);
   }
-  if (!result.wasPutOff) report(endpoint, post, result, delay.has_value());
+  if (!result.wasPutOff) report(endpoint, post, result, delay.has_value(), rest);
   if (delay) {
     ++post.retries;
     post.began = {};
@@ -553,7 +552,7 @@ void NetworkThread::end(std::shared_ptr<Post> post) {
 
 // Reports an attempt, if the host wants that.
 void NetworkThread::report(const Endpoint& endpoint, const Post& post, const TransferResult& result,
-                           bool willRetry) {
+                           bool willRetry, const std::optional<Rest>& rest) {
   if (!options_.onTransfer) return;
   dropExceptions([&] {
     TransferReport report;
@@ -567,6 +566,10 @@ void NetworkThread::report(const Endpoint& endpoint, const Post& post, const Tra
     report.status = result.attempt.httpStatusCode.value_or(0);
     report.reason = reasonOf(result);
     report.willRetry = willRetry;
+    if (rest)
+      report.putOffUntil = std::chrono::system_clock::time_point(
+          std::chrono::duration_cast<std::chrono::system_clock::duration>(
+              options_.wallClock->now().sinceEpoch + rest->left));
     calls_->add(endpoint.path, CallThreads::outcome,
                 makeCall([self = shared_from_this(), report = std::move(report)] {
                   callHost(self->options_.onTransfer, report);

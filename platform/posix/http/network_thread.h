@@ -106,7 +106,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   void settle(Endpoint& endpoint, Post& post, TransferResult result);
   void end(std::shared_ptr<Post> post);
   void report(const Endpoint& endpoint, const Post& post, const TransferResult& result,
-              bool willRetry);
+              bool willRetry, const std::optional<Rest>& rest);
 
   const URLSessionOptions options_;
   const std::shared_ptr<CallThreads> calls_;
@@ -119,8 +119,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   Posts incoming_;
   Posts spare_;  // one post, for when memory runs out
   std::map<std::string, Name> names_;
-  std::array<Rests, kEndpointPathCount> rests_{Rests(EndpointPath::track),
-                                               Rests(EndpointPath::heartbeat)};
+  RestsByPath rests_;
   bool isClosed_ = false;
   bool isRunning_ = false;
 
