@@ -24,6 +24,9 @@ constexpr std::chrono::minutes kAddressesLast{1};
 // How long the end of a session waits for what is stuck.
 constexpr std::chrono::milliseconds kGrace{250};
 
+// After a failure of the system, instead of a busy loop.
+constexpr std::chrono::milliseconds kPause{200};
+
 std::string reasonOf(const TransferResult& result) {
   const bool isPlain = result.error == CURLE_OK || !result.reason.empty();
   return isPlain ? result.reason : curl_easy_strerror(result.error);
@@ -221,10 +224,14 @@ void NetworkThread::run() {
   {
     ExitGate::Inside inside;
     networkChanges_.emplace();
-    noteNetwork();
+    dropExceptions([&] { noteNetwork(); });
     for (bool isLast = false; !isLast;) {
-      isLast = isStopped_;  // before the step: no post arrives afterwards
-      const auto next = step();
+      const bool isStopping = isStopped_;  // before the step: no post arrives afterwards
+      auto next = Clock::now() + kPause;   // if memory runs out in the step
+      dropExceptions([&] {
+        next = step();
+        isLast = isStopping;
+      });
       if (!isLast) inside.wait([&] { wait(next); });
     }
     multi_.reset();
@@ -308,7 +315,7 @@ void NetworkThread::wait(Clock::time_point until) {
     hasWaited = poll(inputs, 2, limit) >= 0;
     hasNetworkChanged_ = changes >= 0 && inputs[1].revents != 0;
   }
-  if (!hasWaited) std::this_thread::sleep_for(milliseconds(200));  // avoids a busy loop
+  if (!hasWaited) std::this_thread::sleep_for(kPause);
 }
 
 // Ends the posts whose time is up, and takes the others as far as they go.
