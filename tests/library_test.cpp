@@ -128,7 +128,8 @@ TEST(Libraries, AFlushThatIsForcedWhileTheTrackerStartsIsMade) {
   starter = std::thread([&] { library.tracker(); });
   isStarting.wait();
   std::vector<bool> outcomes;
-  library.tracker().track("E", {}, [&](bool wasDelivered) { outcomes.push_back(wasDelivered); });
+  const std::function<void(bool)> note = [&](bool accepted) { outcomes.push_back(accepted); };
+  library.tracker().track("E", {}, note);
   platform.timeline.runUntil(std::chrono::seconds(1));
   Veltrano::isLoggerEnabled = false;
   EXPECT_EQ(outcomes, std::vector<bool>{true});
