@@ -50,6 +50,7 @@ void ExitGate::closeAtExit() {
   static bool isRegistered = false;    // guarded by mutex
   static bool isAwareOfForks = false;  // guarded by mutex
   const std::lock_guard lock(mutex);
+  gate();  // allocates it: a thread that finds no memory at the gate would end
   isAwareOfForks = isAwareOfForks || pthread_atfork(beforeFork, afterFork, afterFork) == 0;
   isRegistered = isRegistered || std::atexit(close) == 0;
   if (!isAwareOfForks || !isRegistered) throw std::bad_alloc();
