@@ -4,7 +4,7 @@
 # at most, nothing else of it may be inside, and the library's headers must not mention it.
 set -euo pipefail
 readelf --dynamic "$1" | grep -q 'FLAGS.*NODELETE'
-names=$(nm --dynamic --defined-only --format=posix --demangle "$1" | sed '/ A /d; s/ [A-Z] .*//')
+names=$(nm --dynamic --defined-only --format=posix --demangle "$1" | sed '/ A /d; s/ [A-Za-z] .*//')
 grep -q '^veltrano_track\|^veltrano_send' <<<"$names"
 grep -q '^Veltrano::shared' <<<"$names"
 grep -q 'SupportedParameterType::getIf<std::' <<<"$names"

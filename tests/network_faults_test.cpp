@@ -348,8 +348,13 @@ TEST(NetworkFaults, ShuttingDownLetsPostsFinishAndThenIsSilent) {
   }
   PosixURLSession session(trusting(silent.authorities()));
   auto hanging = start(session, requestTo(silent.url()));
-  auto patient = std::async([&] { return session.shutDown(soon()); });
-  EXPECT_FALSE(session.shutDown(std::chrono::steady_clock::now() + 20ms));
+  std::promise<void> isCalling;
+  auto patient = std::async([&] {
+    isCalling.set_value();
+    return session.shutDown(soon());
+  });
+  isCalling.get_future().wait();
+  EXPECT_FALSE(session.shutDown(std::chrono::steady_clock::now() + 500ms));
   EXPECT_FALSE(patient.get()) << "the earlier deadline counts";
   ASSERT_EQ(hanging.wait_for(0s), std::future_status::ready);
   EXPECT_TRUE(hanging.get().isTransportError());
