@@ -8,7 +8,7 @@
 namespace veltrano::internal {
 namespace {
 
-struct Free {
+struct FreeByCurl {
   void operator()(CURLU* url) const { curl_url_cleanup(url); }
   void operator()(char* text) const { curl_free(text); }
 };
@@ -16,7 +16,7 @@ struct Free {
 std::string part(CURLU* url, CURLUPart which) {
   char* text = nullptr;
   const CURLUcode code = curl_url_get(url, which, &text, 0);
-  const std::unique_ptr<char, Free> owner(text);
+  const std::unique_ptr<char, FreeByCurl> owner(text);
   if (code == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
   return code == CURLUE_OK ? text : "";
 }
@@ -24,7 +24,7 @@ std::string part(CURLU* url, CURLUPart which) {
 }  // namespace
 
 std::optional<URLParts> partsOf(const std::string& url) {
-  const std::unique_ptr<CURLU, Free> parsed(curl_url());
+  const std::unique_ptr<CURLU, FreeByCurl> parsed(curl_url());
   if (!parsed) throw std::bad_alloc();
   const CURLUcode code = curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(),
                                       CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME);

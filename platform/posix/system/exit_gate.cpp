@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 // libcurl and never waits for a peer there, but it may be preempted. The host's code should be
 // short, but may wait for the thread that exits.
 constexpr std::chrono::milliseconds kMaxWait{2000};
-constexpr std::chrono::microseconds kPollInterval{100};
+constexpr std::chrono::microseconds kExitPoll{100};
 
 struct Gate {
   std::mutex mutex;
@@ -85,8 +85,7 @@ void ExitGate::close() {
   HostCode::isProcessExiting = true;
   gate().left.wait_until(lock, deadline, [] { return gate().inside == 0; });
   lock.unlock();
-  while (HostCode::threads > 0 && Clock::now() < deadline)
-    std::this_thread::sleep_for(kPollInterval);
+  while (HostCode::threads > 0 && Clock::now() < deadline) std::this_thread::sleep_for(kExitPoll);
 }
 
 }  // namespace veltrano::internal
