@@ -92,8 +92,8 @@ class Timeline {
   bool isOverBudget() const;
 
   std::atomic<Duration> now_{Duration(0)};
+  std::deque<Turns*> ready_;    // an entry that is destroyed may add to it
   std::vector<Entry> entries_;  // a heap; the earliest is in front
-  std::deque<Turns*> ready_;
   std::function<bool()> poll_ = [] { return false; };
   std::uint64_t added_ = 0;
   Duration latestStep_{0};

@@ -49,7 +49,7 @@ void add(Value& description, FaultsByPath& faults) {
   std::string path;
   Fault fault;
   std::optional<bool> accept;
-  for (const auto& [name, value] : description.GetObject()) {
+  for (const auto& [name, value] : std::as_const(description).GetObject()) {
     const std::string key = name.GetString();
     if (key == "path") {
       path = text(key, value);
