@@ -93,8 +93,8 @@ TYPED_TEST(PlatformContract, BlocksRunOneAtATimeInTheOrderOfSubmission) {
 TYPED_TEST(PlatformContract, DelayedItemsRunByDueTimeThenInTheOrderOfScheduling) {
   auto& queue = this->world.makeQueue();
   queue.async([&] {
-    queue.asyncAfter(milliseconds(60), this->lastItem());
-    queue.asyncAfter(milliseconds(40), this->item("40"));
+    queue.asyncAfter(milliseconds(300), this->lastItem());
+    queue.asyncAfter(milliseconds(200), this->item("200"));
     for (const char* name : {"a", "b", "c", "d"})
       queue.asyncAfter(milliseconds(20), this->item(name));
     queue.asyncAfter(Duration::max(), this->item("never"));
@@ -104,7 +104,7 @@ TYPED_TEST(PlatformContract, DelayedItemsRunByDueTimeThenInTheOrderOfScheduling)
   });
   this->world.runUntilDone();
   EXPECT_EQ(this->log,
-            (typename TestFixture::Log{"now", "block", "past", "a", "b", "c", "d", "40"}));
+            (typename TestFixture::Log{"now", "block", "past", "a", "b", "c", "d", "200"}));
 }
 
 TYPED_TEST(PlatformContract, CancellingStopsWhatHasNotStarted) {
@@ -132,15 +132,15 @@ TYPED_TEST(PlatformContract, WaitingParksTheQueueUntilTheGroupIsEmpty) {
   auto& queue = this->world.makeQueue();
   DispatchGroup group, empty;
   group.enter();
-  this->world.timers.schedule(milliseconds(20), Duration(0), [&] {
+  this->world.timers.schedule(milliseconds(400), Duration(0), [&] {
     this->log.push_back("left");
     group.leave();
   });
   // Items keep their places among blocks that are submitted during the wait.
-  this->world.timers.schedule(milliseconds(5), Duration(0), [&] {
-    queue.asyncAfter(milliseconds(5), this->item("delayed meanwhile"));
+  this->world.timers.schedule(milliseconds(100), Duration(0), [&] {
+    queue.asyncAfter(milliseconds(100), this->item("delayed meanwhile"));
   });
-  this->world.timers.schedule(milliseconds(15), Duration(0),
+  this->world.timers.schedule(milliseconds(300), Duration(0),
                               [&] { queue.async(this->note("late block")); });
   queue.async([&] {
     queue.async(this->note("block"));
@@ -150,7 +150,7 @@ TYPED_TEST(PlatformContract, WaitingParksTheQueueUntilTheGroupIsEmpty) {
       queue.wait(empty, this->note("empty group"));
     });
   });
-  queue.asyncAfter(milliseconds(40), this->lastItem());
+  queue.asyncAfter(milliseconds(600), this->lastItem());
   this->world.runUntilDone();
   EXPECT_EQ(this->log, (typename TestFixture::Log{"left", "then", "empty group", "block", "delayed",
                                                   "delayed meanwhile", "late block"}));

@@ -430,7 +430,8 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
     bad.*c.option = c.value;
     EXPECT_NE(PosixPlatform::install(bad).error.find(c.complaint), std::string::npos) << c.value;
   }
-  {  // without a descriptor, the file is not blamed
+#ifndef VELTRANO_SANITIZED  // the sanitizer looks at an exception's category through a pipe
+  {                         // without a descriptor, the file is not blamed
     PosixOptions good = options;
     good.certificateAuthorities = noCertificate;
     rlimit limit = {};
@@ -441,6 +442,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
     setrlimit(RLIMIT_NOFILE, &limit);
     EXPECT_EQ(error, "The platform could not be set up: Too many open files.");
   }
+#endif
   PosixOptions turned = options;
   turned.deviceOrientation = 7;
   EXPECT_NE(PosixPlatform::install(turned).error.find("0 to 6"), std::string::npos);

@@ -196,7 +196,7 @@ bool NetworkThread::shutDown(Clock::time_point deadline) {
   isClosed_ = true;
   // Another shutdown may have an earlier deadline.
   changed_.wait_until(lock, deadline, [&] { return isIdle() || isStopped_; });
-  const bool isComplete = isIdle();
+  if (!isStopped_) wasIdle_ = isIdle();
   isStopped_ = true;  // the remaining posts fail now
   changed_.notify_all();
   if (wakeUp_) wakeUp_->set(Clock::now());
@@ -205,7 +205,7 @@ bool NetworkThread::shutDown(Clock::time_point deadline) {
   if (!isRunning_) wakeUp_.reset();
   lock.unlock();
   calls_->shutDown(end);
-  return isComplete;
+  return wasIdle_;
 }
 
 void NetworkThread::wake() {

@@ -111,6 +111,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   const URLSessionOptions options_;
   const std::shared_ptr<CallThreads> calls_;
   std::atomic<bool> isStopped_{false};  // changed under mutex_
+  std::atomic<bool> wasIdle_{false};    // when it was stopped
   std::atomic<bool> ignoresRetryAfter_{false};
 
   std::mutex mutex_;  // guards what follows, as far as it says nothing else
