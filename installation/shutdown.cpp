@@ -64,6 +64,7 @@ void Shutdown::flush() {
 // False if the deadline passes first.
 bool Shutdown::flushOnce() {
   struct Pending {
+    explicit Pending(Shutdown& its) : shutdown(its) {}
     ~Pending() {
       const Lock lock(shutdown.mutex_);
       shutdown.isFlushed_ = true;
@@ -80,7 +81,7 @@ bool Shutdown::flushOnce() {
   // Destroyed after three rounds: the running block may still see the foreground and replace
   // the final flush, queued after round one; that flush's completion may track more, queued
   // after round two.
-  keepForRounds(3, std::shared_ptr<Pending>(new Pending{*this}));
+  keepForRounds(3, std::make_shared<Pending>(*this));
   Lock lock(mutex_);
   while (!isFlushed_ && !hasPassed()) changed_.wait_until(lock.standard(), deadline_);
   return isFlushed_;

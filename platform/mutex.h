@@ -27,6 +27,7 @@ class VELTRANO_CHECKED_BY_CLANG(scoped_lockable) Lock {
  public:
   explicit Lock(Mutex& mutex) VELTRANO_CHECKED_BY_CLANG(acquire_capability(mutex))
       : lock_(mutex.mutex_) {}
+  // NOLINTNEXTLINE(modernize-use-equals-default): Clang ignores the attribute without a body
   ~Lock() VELTRANO_CHECKED_BY_CLANG(release_capability()) {}
   Lock(const Lock&) = delete;
   Lock& operator=(const Lock&) = delete;

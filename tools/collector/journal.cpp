@@ -77,16 +77,19 @@ void Journal::addRequest(const WireRequest& request, int answer, bool isAccepted
 
 void Journal::addRefused(const WireRequest& request, const WireMessage& message, int status,
                          const std::string& reason) {
-  std::string headers;
-  for (const auto& [name, value] : request.headers)
-    headers += (headers.empty() ? "" : ",") + tools::json(readable(shortened(name + ": " + value)));
+  std::string headers = "[";
+  for (const auto& [name, value] : request.headers) {
+    if (headers.size() > 1) headers += ',';
+    headers += tools::json(readable(shortened(name + ": " + value)));
+  }
+  headers += ']';
   const std::string& body = message.json.empty() ? request.body : message.json;
   add(Kind::refused, "",
       {{"method", tools::json(readable(request.method))},
        {"path", tools::json(readable(request.path))},
        {"answer", tools::json(status)},
        {"reason", tools::json(readable(reason))},
-       {"headers", '[' + headers + ']'},
+       {"headers", headers},
        {"body", tools::json(readable(shortened(body)))}});
 }
 
