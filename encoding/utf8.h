@@ -17,7 +17,7 @@ std::string wellFormedUTF8(std::string_view text);
 
 /// Calls `use` with `text` well-formed, without a copy when it is ASCII.
 template <class Use>
-void useWellFormed(std::string_view text, Use use) {
+void withWellFormed(std::string_view text, Use use) {
   if (isASCII(text))
     use(text);
   else

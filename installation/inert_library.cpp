@@ -14,7 +14,7 @@ Library& inertLibrary() {
 void makeForkedChildrenInert() {
   inertLibrary();  // a child cannot make it
   static const int registered = pthread_atfork(nullptr, nullptr, [] {
-    hasBeenForked = true;
+    inForkedChild = true;
     Library::exchangeCurrent(&inertLibrary());
   });
   static_cast<void>(registered);  // fails only if memory runs out; forks then go unnoticed

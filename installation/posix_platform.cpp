@@ -60,7 +60,7 @@ Installation PosixPlatform::install(PosixOptions options) {
 
 bool PosixPlatform::shutDown(std::chrono::steady_clock::time_point deadline) {
   bool wasComplete = false;
-  if (isBackgroundThread() || HostCall::isOnThisThread()) return false;
+  if (isLibraryThread() || HostCall::isOnThisThread()) return false;
   dropExceptions(
       [&] { pass([&](PlatformBackend& backend) { wasComplete = backend.shutDown(deadline); }); });
   return wasComplete;

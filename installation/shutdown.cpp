@@ -81,7 +81,7 @@ bool Shutdown::flushOnce() {
   // Destroyed after three rounds: the running block may still see the foreground and replace
   // the final flush, queued after round one; that flush's completion may track more, queued
   // after round two.
-  keepForRounds(3, std::make_shared<Pending>(*this));
+  destroyAfterRounds(3, std::make_shared<Pending>(*this));
   Lock lock(mutex_);
   while (!isFlushed_ && !hasPassed()) changed_.wait_until(lock.standard(), deadline_);
   return isFlushed_;
@@ -97,9 +97,9 @@ bool Shutdown::pause(Duration time) {
 
 // Keeps `object` until all that is queued now has run on the work queue, `rounds` times over.
 // Destroys it early if memory runs out.
-void Shutdown::keepForRounds(int rounds, std::shared_ptr<void> object) {
+void Shutdown::destroyAfterRounds(int rounds, std::shared_ptr<void> object) {
   services_.workQueue.async([this, rounds, object = std::move(object)]() mutable {
-    if (rounds > 1) keepForRounds(rounds - 1, std::move(object));
+    if (rounds > 1) destroyAfterRounds(rounds - 1, std::move(object));
   });
 }
 

@@ -29,7 +29,7 @@ class Shutdown {
   void flush();
   bool flushOnce();
   bool pause(Duration time);
-  void keepForRounds(int rounds, std::shared_ptr<void> object);
+  void destroyAfterRounds(int rounds, std::shared_ptr<void> object);
   bool stop();
 
   PosixServices& services_;

@@ -10,14 +10,14 @@
 namespace veltrano::internal {
 
 /// Set by the platform in a forked child before any other code runs there.
-inline std::atomic<bool> hasBeenForked{false};
+inline std::atomic<bool> inForkedChild{false};
 
 /// True in a child forked from the library's process, where the library's threads do not exist and
 /// its locks may be held forever. The facade finds an inert library there. Everything else that a
 /// host can call checks this first, and so does code that continues after a callback, which may
 /// have forked.
 inline bool isForkedChild() noexcept {
-  return hasBeenForked.load(std::memory_order_relaxed);
+  return inForkedChild.load(std::memory_order_relaxed);
 }
 
 /// Call in a `catch (...)`. True while cancellation or `pthread_exit` unwinds the thread: rethrow

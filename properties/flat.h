@@ -242,7 +242,7 @@ int compare(FlatView left, FlatView right);
 
 /// Whether events can hold the value; otherwise it is left out. So is an empty map, while a map
 /// whose entries are all left out stays, empty.
-inline bool canBeHeld(FlatView value) {
+inline bool isSendable(FlatView value) {
   if (value.kind() == Kind::Dictionary) return !value.contents().bytes().empty();
   return value.kind() != Kind::OtherObject && value.kind() != Kind::Absent;
 }

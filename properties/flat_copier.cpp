@@ -33,12 +33,12 @@ void FlatCopier::copy(Writer& writer, FlatView value, bool converts) {
   switch (value.kind()) {
     case Kind::String:
     case Kind::URL:
-      return useWellFormed(value.text(),
-                           [&](std::string_view text) { writer.text(value.kind(), text); });
+      return withWellFormed(value.text(),
+                            [&](std::string_view text) { writer.text(value.kind(), text); });
     case Kind::Array: {
       const auto array = writer.open(Kind::Array);
       for (const FlatView element : value.contents())
-        if (!converts || canBeHeld(element)) copy(writer, element, converts);
+        if (!converts || isSendable(element)) copy(writer, element, converts);
       return writer.close(array);
     }
     case Kind::Dictionary: {
@@ -97,7 +97,7 @@ void FlatCopier::appendSorted(std::vector<PropertyView::Entry>& entries, FlatVie
   auto kept = entries.begin() + first;
   for (auto it = kept; it != entries.end(); ++it) {
     const bool isReplaced = it + 1 != entries.end() && it[1].key == it->key;
-    if (!isReplaced && (!converts || canBeHeld(it->value))) *kept++ = *it;
+    if (!isReplaced && (!converts || isSendable(it->value))) *kept++ = *it;
   }
   entries.erase(kept, entries.end());
 }

@@ -23,10 +23,10 @@ class FlatCopier {
   /// Normalises and converts `value`: boxed numbers become an Int, a Bool or a Double, and whatever
   /// events cannot hold is left out at every level. False when nothing remains.
   bool convert(FlatWriter& writer, FlatView value) {
-    return canBeHeld(value) && (copy(writer, value, true), true);
+    return isSendable(value) && (copy(writer, value, true), true);
   }
   bool convert(JSONValueWriter& writer, FlatView value) {
-    return canBeHeld(value) && (copy(writer, value, true), true);
+    return isSendable(value) && (copy(writer, value, true), true);
   }
 
   /// Sets `entries` to the sorted entries of `map` that conversion keeps, or to none when the map

@@ -23,7 +23,7 @@ void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin
   for (auto entry = contents.begin(); entry != contents.end(); ++entry) {
     const FlatView key = *entry;
     const FlatView value = *++entry;
-    if (key.kind() != Kind::String || !internal::canBeHeld(value)) continue;
+    if (key.kind() != Kind::String || !internal::isSendable(value)) continue;
     const std::string name = path + std::string(key.text());
     origins.insert_or_assign(name, origin);
     if (name == kExtraKey && value.kind() == Kind::Dictionary)
@@ -34,7 +34,7 @@ void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin
 // Describes each part of `value` that arrives as something else, or not at all.
 void findChanged(const HostValue& value, const std::string& path, std::vector<std::string>& found) {
   if (value.isAbsent()) return;
-  if (!internal::canBeHeld(internal::viewOf(value))) {
+  if (!internal::isSendable(internal::viewOf(value))) {
     const char* const what = value.otherObject() ? "an object of another type" : "an empty map";
     found.push_back(path + " is " + what + ", which events cannot hold; it was left out.");
   } else if (isNotFinite(value)) {

@@ -99,7 +99,7 @@ std::string scalarText(FlatView value, bool forComparison) {
 // and what is never sent is left out; for messages, words stand for it.
 std::string textOf(FlatView value, bool forComparison) {
   const auto isLeftOut = [&](FlatView inner) {
-    return forComparison && !internal::canBeHeld(inner);
+    return forComparison && !internal::isSendable(inner);
   };
   if (!value.isContainer()) return scalarText(value, forComparison);
   std::vector<std::string> items;

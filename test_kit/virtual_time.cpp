@@ -108,7 +108,7 @@ bool World::Implementation::shutDown(Clock::time_point deadline) {
   loop_.perform([this, time, result] { result->set_value(shutDownWithin(time)); });
   auto outcome = result->get_future();
   if (outcome.wait_for(time + kGrace) == std::future_status::ready) return outcome.get();
-  complain("A shutdown on another thread waited in vain for the main thread to advance the world.");
+  complain("A shutdown on another thread timed out: the main thread did not advance the world.");
   return false;
 }
 

@@ -377,7 +377,7 @@ TEST(NetworkFaults, PostsInAForkedChildAreDropped) {
     const pid_t child = fork();
     if (child == 0) {
       alarm(20);
-      hasBeenForked = true;
+      inForkedChild = true;
       session.postData(std::move(request), std::move(callback));
       _exit(watched.expired() ? 0 : 8);
     }

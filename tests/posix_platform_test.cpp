@@ -527,7 +527,7 @@ TEST(ForkTest, ARunLoopDoesNothingInAChild) {
     const pid_t child = fork();
     if (child == 0) {
       alarm(20);
-      hasBeenForked = true;
+      inForkedChild = true;
       int ran = 0;
       loop.perform([&ran] { ++ran; });
       loop.runDue();

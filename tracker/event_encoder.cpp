@@ -15,7 +15,7 @@ constexpr std::string_view kExtraKey = "extra_json";
 constexpr std::string_view kStatusKey = "att_auth_status";
 
 void writeText(JSONWriter& writer, std::string_view text) {
-  useWellFormed(text, [&](std::string_view wellFormed) { writer.string(wellFormed); });
+  withWellFormed(text, [&](std::string_view wellFormed) { writer.string(wellFormed); });
 }
 
 // `value` as properties; empty unless it is a map.

@@ -16,7 +16,7 @@ using veltrano::internal::Tracker;
 
 namespace {
 
-std::string entering(std::string_view text) {
+std::string repaired(std::string_view text) {
   return veltrano::internal::wellFormedUTF8(text);
 }
 
@@ -46,11 +46,11 @@ Veltrano& Veltrano::shared() {
 }
 
 void Veltrano::setUserId(std::string_view id) {
-  call("setUserId", {{"id", id}}, [&](Tracker& tracker) { tracker.setUserId(entering(id)); });
+  call("setUserId", {{"id", id}}, [&](Tracker& tracker) { tracker.setUserId(repaired(id)); });
 }
 
 void Veltrano::setAppId(std::string_view id) {
-  call("setAppId", {{"id", id}}, [&](Tracker& tracker) { tracker.setAppId(entering(id)); });
+  call("setAppId", {{"id", id}}, [&](Tracker& tracker) { tracker.setAppId(repaired(id)); });
 }
 
 void Veltrano::setIdfa() {
@@ -59,12 +59,12 @@ void Veltrano::setIdfa() {
 
 void Veltrano::setLibVersion(std::string_view version) {
   call("setLibVersion", {{"version", version}},
-       [&](Tracker& tracker) { tracker.setLibVersion(entering(version)); });
+       [&](Tracker& tracker) { tracker.setLibVersion(repaired(version)); });
 }
 
 void Veltrano::setPublisherUid(std::optional<std::string_view> uid) {
   call("setPublisherUid", {{"uid", uid}}, [&](Tracker& tracker) {
-    tracker.setPublisherUid(uid ? std::optional(entering(*uid)) : std::nullopt);
+    tracker.setPublisherUid(uid ? std::optional(repaired(*uid)) : std::nullopt);
   });
 }
 
@@ -88,7 +88,7 @@ void Veltrano::setSuperProperties(const HostMapView& properties) {
 
 void Veltrano::removeSuperProperty(std::string_view key) {
   call("removeSuperProperty", {{"key", key}},
-       [&](Tracker& tracker) { tracker.removeSuperProperty(entering(key)); });
+       [&](Tracker& tracker) { tracker.removeSuperProperty(repaired(key)); });
 }
 
 void Veltrano::setRefreshTriggersWithHandler(std::optional<std::vector<std::string>> triggers,
@@ -97,7 +97,7 @@ void Veltrano::setRefreshTriggersWithHandler(std::optional<std::vector<std::stri
   call("setRefreshTriggers", {{"triggers", triggers}, {"handler", hasHandler}},
        [&](Tracker& tracker) {
          if (triggers)
-           for (std::string& name : *triggers) name = entering(name);
+           for (std::string& name : *triggers) name = repaired(name);
          tracker.setRefreshTriggers(triggers, std::move(handler));
        });
 }

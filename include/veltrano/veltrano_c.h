@@ -26,8 +26,8 @@
  *
  * (4) Functions that track, set, append or remove return false, without effect, when a required
  *     argument is NULL or an object is of the wrong type. They also return false when memory runs
- *     out; the operation may then be half done. An event that is lost later for want of memory is
- *     counted in `dropped_for_memory`.
+ *     out; the operation may then be half done. An event that is lost later because memory ran out
+ * is counted in `dropped_for_memory`.
  *
  * (5) Functions are thread-safe unless they say otherwise, and none waits for the network. Mutable
  *     collections are not thread-safe.

@@ -41,8 +41,8 @@ class Journal {
   /// The entries as a JSON array.
   std::string json(Kind kind) const;
 
-  /// Waits until `count` events or heartbeats of this name have come, including those that are
-  /// kept. Returns how many have come, fewer if the time has passed or `stop` was called.
+  /// Waits until `count` events or heartbeats of this name have arrived, including those that are
+  /// kept. Returns how many have arrived, fewer if the time has passed or `stop` was called.
   std::uint64_t wait(std::string_view name, std::uint64_t count, std::chrono::milliseconds timeout);
 
   /// What a reader of the stream has got so far.

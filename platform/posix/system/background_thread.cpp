@@ -51,7 +51,7 @@ bool startBackgroundThread(std::string_view name, std::function<void()> body) {
   return started;
 }
 
-bool isBackgroundThread() noexcept {
+bool isLibraryThread() noexcept {
   return HostCode::isLibraryThread;
 }
 

@@ -11,6 +11,6 @@ namespace veltrano::internal {
 bool startBackgroundThread(std::string_view name, std::function<void()> body);
 
 /// Whether `startBackgroundThread` started the calling thread.
-bool isBackgroundThread() noexcept;
+bool isLibraryThread() noexcept;
 
 }  // namespace veltrano::internal

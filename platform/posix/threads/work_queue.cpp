@@ -122,7 +122,7 @@ void PosixWorkQueue::destroyPending() {
 }
 
 // False once stopped, and in a child that a block forked.
-bool PosixWorkQueue::goesOn() const {
+bool PosixWorkQueue::shouldContinue() const {
   return !isStopped_ && !isForkedChild();
 }
 
@@ -133,7 +133,7 @@ void PosixWorkQueue::work() {
   };
   const End end{*this};
   auto idleSince = Clock::now();
-  while (goesOn()) {
+  while (shouldContinue()) {
     if (runWhatIsReady()) {
       idleSince = Clock::now();
     } else if (Clock::now() - idleSince < kPollDuration) {
@@ -167,7 +167,7 @@ void PosixWorkQueue::submitDue() {
 // Runs everything submitted before the call.
 void PosixWorkQueue::runSubmitted() {
   const Block* const last = submitted_.newest();
-  for (bool isDone = submitted_.hasReached(last); !isDone && goesOn();) {
+  for (bool isDone = submitted_.hasReached(last); !isDone && shouldContinue();) {
     const std::unique_ptr<Block> block(submitted_.takeOldest());
     if (block != nullptr) {
       isDone = block.get() == last || submitted_.hasReached(last);

@@ -42,7 +42,7 @@ class PosixWorkQueue final : public WorkQueue {
   void start();
   void endThread();
   void destroyPending();
-  bool goesOn() const;
+  bool shouldContinue() const;
   void work();
   bool runWhatIsReady();
   void submitDue();
