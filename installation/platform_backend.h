@@ -33,12 +33,9 @@ class PlatformBackend {
 /// Where `PosixPlatform` installs. Thread-safe.
 class Installer {
  public:
-  /// Whether it reads the files that the options name.
-  virtual bool needsFiles() const = 0;
-
   /// Returns why the platform is refused; empty if it is installed. `error` says why the options
-  /// are invalid; if it is empty, they are valid and the Info dictionary has been read.
-  virtual std::string install(PosixOptions options, std::string error) = 0;
+  /// are invalid, and `fileError` what is wrong with the files that they name; empty if nothing is.
+  virtual std::string install(PosixOptions options, std::string error, std::string fileError) = 0;
 
   /// Null if none is installed.
   virtual PlatformBackend* installed() = 0;

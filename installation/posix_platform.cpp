@@ -34,9 +34,9 @@ void enter(ApplicationState state, std::string_view notification) {
 std::string installWith(PosixOptions& options) {
   if (isForkedChild()) return "A forked child keeps its parent's platform.";
   try {
-    Installer& installer = Installer::current();
-    std::string error = completeOptions(options, installer.needsFiles());
-    return installer.install(std::move(options), std::move(error));
+    std::string error = completeOptions(options);
+    std::string fileError = error.empty() ? checkFiles(options) : std::string();
+    return Installer::current().install(std::move(options), std::move(error), std::move(fileError));
   } catch (const std::system_error& exception) {
     return std::string("The platform could not be set up: ") + exception.what() + ".";
   }

@@ -61,13 +61,12 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
 // Installs once per process.
 class SystemInstaller final : public Installer {
  public:
-  bool needsFiles() const override { return true; }
-
-  std::string install(PosixOptions options, std::string error) override {
+  std::string install(PosixOptions options, std::string error, std::string fileError) override {
     static auto& mutex = *new std::mutex;
     const std::lock_guard lock(mutex);
     if (backend_ != nullptr) return "A platform has been installed already.";
     if (!error.empty()) return error;
+    if (!fileError.empty()) return fileError;
     makeForkedChildrenInert();
     auto backend = std::make_unique<SystemBackend>(std::move(options));
     if (!Library::install(backend->platform()))

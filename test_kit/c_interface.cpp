@@ -20,9 +20,8 @@ struct veltrano_world {
 namespace {
 
 Duration durationOf(double seconds) {
-  constexpr double kMost = 1e12;  // a `Duration` can hold it
   if (std::isnan(seconds)) throw Error("A time is not a number.");
-  seconds = std::clamp(seconds, -kMost, kMost);
+  if (std::abs(seconds) > 1e12) throw Error("A time is over 1e12 s.");
   return std::chrono::round<Duration>(std::chrono::duration<double>(seconds));
 }
 
@@ -97,6 +96,7 @@ void veltrano_world_answer(veltrano_world* world, const char* path, int status, 
     answer.status = status;
     if (body != nullptr) answer.body = body;
     answer.latency = durationOf(latency);
+    if (latency < 0) throw Error("A latency is negative.");
     limit(it.network(view(path)).answer(std::move(answer)), times);
   });
 }
@@ -114,14 +114,15 @@ size_t veltrano_world_delivered(veltrano_world* world, const char* name) {
 const char* veltrano_world_property(veltrano_world* world, const char* name, size_t index,
                                     const char* path) {
   return text(world, [&](World& it) {
-    return printed(it.delivered().named(view(name))[index][view(path)]);
+    return printed(it.delivered().named(view(name))[Index(index, "", 0)][Path(view(path), "", 0)]);
   });
 }
 
 const char* veltrano_world_origin(veltrano_world* world, const char* name, size_t index,
                                   const char* path) {
   return text(world, [&](World& it) {
-    return printed(it.delivered().named(view(name))[index].origin(view(path)));
+    return printed(
+        it.delivered().named(view(name))[Index(index, "", 0)].origin(Path(view(path), "", 0)));
   });
 }
 
@@ -134,7 +135,8 @@ size_t veltrano_world_heartbeats(veltrano_world* world) {
 }
 
 const char* veltrano_world_session_id(veltrano_world* world, size_t heartbeat) {
-  return text(world, [&](World& it) { return it.heartbeats()[heartbeat].sessionId(); });
+  return text(world,
+              [&](World& it) { return it.heartbeats()[Index(heartbeat, "", 0)].sessionId(); });
 }
 
 const char* veltrano_world_complaints(veltrano_world* world) {

@@ -5,6 +5,7 @@
 #include "platform/host_callback.h"
 #include "test_kit/implementation.h"
 #include "test_kit/json.h"
+#include "upload/rules/retry.h"
 
 namespace veltrano::testing {
 namespace {
@@ -60,6 +61,14 @@ Answer World::Implementation::choose(const internal::PostRequest& post, bool isP
     answer = {};
     answer.isTransportError = true;
   }
+  // As in production; without retries, because the server may have begun to work on the request.
+  constexpr Duration kLimit = internal::RequestLimits().attemptTimeout;
+  if (answer.latency > kLimit) {
+    answer = {};
+    answer.isTransportError = true;
+    answer.latency = kLimit;
+    answer.reason = "Timeout was reached";
+  }
   recorder_.addAnswer(request.path, answer);
   requests.push_back(std::move(request));
   return answer;
@@ -74,6 +83,7 @@ void World::Implementation::beginBatch(std::string_view body) {
       position += event->json.size() + 1;  // and the comma
       ++event;
     } else {
+      trimmed_.push_back(std::move(event->name));
       event = waiting_.erase(event);
     }
   }
@@ -92,7 +102,7 @@ void World::Implementation::arrive(const WorldNetwork::Post& post, const Answer&
     report.duration = now() - post.at;
     report.bytesSent = post.bytes;
     if (answer.isTransportError) {
-      report.reason = "simulated";
+      report.reason = answer.reason;
     } else {
       report.bytesReceived = answer.body.value_or("").size();
       report.status = answer.status;
@@ -101,7 +111,7 @@ void World::Implementation::arrive(const WorldNetwork::Post& post, const Answer&
       report.putOffUntil = std::chrono::system_clock::time_point(
           std::chrono::duration_cast<std::chrono::system_clock::duration>(
               simulated_.clock.now().sinceEpoch + rest->left));
-    internal::callHost(onTransfer_, report);
+    internal::callHost([&] { watched("onTransfer", [&] { onTransfer_(report); }); });
   }
   if (post.path != internal::EndpointPath::track || answer.isTransportError) return;
   if (answer.status != 200 && answer.status != 400) return;

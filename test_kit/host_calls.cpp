@@ -67,6 +67,35 @@ bool isCut(FlatView value, int level = 1) {
 
 }  // namespace
 
+void World::Implementation::given(std::string_view eventName,
+                                  std::function<void(bool)>& completion) {
+  // Destroyed with the completion.
+  struct Watch {
+    ~Watch() {
+      if (!wasCalled && !world.isShutDown_)
+        world.complain(name +
+                       " is never called: a later flush replaced it, or the application was "
+                       "in the background.");
+    }
+    Implementation& world;
+    const std::string name;
+    const std::function<void(bool)> completion;
+    std::atomic<bool> wasCalled{false};
+  };
+  std::shared_ptr<Watch> watch(new Watch{
+      *this, "The completion of " + std::string(eventName), std::move(completion), {false}});
+  completion = [watch](bool isDelivered) {
+    watch->wasCalled = true;
+    watch->world.watched(watch->name, [&] { watch->completion(isDelivered); });
+  };
+}
+
+void World::Implementation::given(std::function<void()>& refreshHandler) {
+  refreshHandler = [this, handler = std::move(refreshHandler)] {
+    watched("The refresh handler", handler);
+  };
+}
+
 void World::Implementation::called(std::string_view operation, const HostMapView& arguments) {
   const HostMap given(arguments);  // copies the host's containers
   recorder_.addCall(operation, given, isOnMainThread());
@@ -76,7 +105,11 @@ void World::Implementation::called(std::string_view operation, const HostMapView
     if (key == "name") name = *value.member()->getIf<std::string>();
     if (key != "properties") continue;
     const HostMap properties = mapIn(value).value_or(HostMap());
-    for (const auto& [property, held] : properties) findChanged(held, property, changed);
+    for (const auto& [property, held] : properties) {
+      findChanged(held, property, changed);
+      if (property == kExtraKey && !held.isAbsent() && !mapIn(held))
+        changed.push_back("extra_json is no map; it was left out.");
+    }
   }
   for (const std::string& what : changed) complain(std::string(name).append(": ").append(what));
   if (operation != "track") return;
@@ -105,7 +138,8 @@ void World::Implementation::recorded(const Event& event) {
   waiting_.push_back(std::move(recorded));
 }
 
-std::string World::Implementation::install(PosixOptions options, std::string error) {
+std::string World::Implementation::install(PosixOptions options, std::string error,
+                                           std::string fileError) {
   if (isInstalled_) {
     complain("A platform was installed for the second time.");
     return "A platform has been installed already.";
@@ -119,16 +153,20 @@ std::string World::Implementation::install(PosixOptions options, std::string err
     return "The library is in use already; install the platform before its first use.";
   }
   isInstalled_ = true;
+  if (!fileError.empty()) complain("Outside a world the platform would be refused: " + fileError);
   if (!isOnMainThread())
     complain("The platform was installed on another thread than the world's, the main thread.");
   substitute_->setCollectionHost(std::move(options.collectionHost));
   simulated_.bundles.mainInfo = std::move(options.infoDictionary);
   if (options.logSink)
-    simulated_.output.onLine = [sink = std::move(options.logSink)](std::string_view line) {
-      internal::callHost(sink, line);
+    simulated_.output.onLine = [this, sink = std::move(options.logSink)](std::string_view line) {
+      internal::callHost([&] { watched("The log sink", [&] { sink(line); }); });
     };
   onTransfer_ = std::move(options.onTransfer);
-  token_.function = std::move(options.sessionToken);
+  if (options.sessionToken)
+    token_.function = [this, function = std::move(options.sessionToken)] {
+      return watched("The session token's function", function);
+    };
   internal::SimulatedDevice& device = simulated_.device;
   if (options.systemName) device.set(&DeviceFacts::name, *options.systemName);
   if (options.systemVersion) device.set(&DeviceFacts::version, *options.systemVersion);

@@ -2,12 +2,15 @@
 // in host_calls.cpp, requests and answers in collection_host.cpp.
 #pragma once
 
+#include <unistd.h>
+
 #include <array>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -17,6 +20,7 @@
 #include <vector>
 
 #include "installation/platform_backend.h"
+#include "platform/host_callback.h"
 #include "test_kit/recorder.h"
 #include "test_kit/substitute.h"
 #include "test_kit/world_network.h"
@@ -62,12 +66,13 @@ class World::Implementation final : public internal::CallObserver,
   void refuseInCallback(const std::string& error);
 
   // CallObserver.
+  void given(std::string_view eventName, std::function<void(bool)>& completion) override;
+  void given(std::function<void()>& refreshHandler) override;
   void called(std::string_view operation, const HostMapView& arguments) override;
   void recorded(const Event& event) override;
 
   // Installer.
-  bool needsFiles() const override { return false; }
-  std::string install(PosixOptions options, std::string error) override;
+  std::string install(PosixOptions options, std::string error, std::string fileError) override;
   PlatformBackend* installed() override { return isInstalled_ ? this : nullptr; }
   RunLoop* currentRunLoop() override { return isOnMainThread() ? &loop_ : nullptr; }
 
@@ -85,6 +90,9 @@ class World::Implementation final : public internal::CallObserver,
 
   Statistics statistics() const { return substitute_ ? substitute_->statistics() : statistics_; }
   Complaints complaints() const;
+
+  /// Counts the first `count` events that the queue dropped by their names.
+  std::string trimmedNames(std::uint64_t count) const;
 
   /// The names of the events that have not been sent or not been answered.
   std::vector<std::string> waitingNames() const;
@@ -142,7 +150,9 @@ class World::Implementation final : public internal::CallObserver,
   }
 
   bool isOnMainThread() const { return mainThread_ == std::this_thread::get_id(); }
-  bool canRun() const { return isOnMainThread() && substitute_; }
+  // A forked child has the library only, which is inert there.
+  bool isForkedChild() const { return process_ != getpid(); }
+  bool canRun() const { return isOnMainThread() && substitute_ && !isForkedChild(); }
   bool run(Duration target, Purpose purpose);
   std::optional<bool> wasComplete() const;
   bool shutDownWithin(Duration time);
@@ -155,6 +165,19 @@ class World::Implementation final : public internal::CallObserver,
   void beginBatch(std::string_view body);
   void noteHeartbeat(const std::string& body);
   void complain(const std::string& text);
+  // Calls `callback`; complains of what it throws, and throws it again.
+  template <class Callback>
+  auto watched(const std::string& name, const Callback& callback) {
+    try {
+      return callback();
+    } catch (const std::exception& exception) {
+      complain(name + " threw: " + exception.what());
+      throw;
+    } catch (...) {
+      if (!internal::isForcedUnwinding()) complain(name + " threw something.");
+      throw;
+    }
+  }
   // Runs `report` at once on the main thread; else posts it to the main run loop.
   void onMainThread(std::function<void()> report);
   void post(std::string_view notification);
@@ -163,6 +186,7 @@ class World::Implementation final : public internal::CallObserver,
   void recordValue(std::string_view operation, int value);
 
   const Place place_;
+  const pid_t process_ = getpid();
   const std::thread::id mainThread_ = std::this_thread::get_id();
   internal::SimulatedPlatform simulated_;
   Recorder recorder_{[this] { return now(); }};
@@ -180,12 +204,13 @@ class World::Implementation final : public internal::CallObserver,
   bool isStopping_ = false;             // the main run loop's `stop` ends it soon
   bool wasStopped_ = false;             // that has ended it
   bool wasInterrupted_ = false;         // by a shutdown inside of it
-  bool isShutDown_ = false;             // a shutdown or the end has begun; reports do nothing
   std::function<void(const TransferReport&)> onTransfer_;
   std::deque<RecordedEvent> waiting_;  // recorded events, some perhaps dropped since
   std::size_t batch_ = 0;              // how many of them are in flight
+  std::vector<std::string> trimmed_;   // names of events that the queue dropped, as far as known
   Statistics statistics_;              // taken at the end
 
+  std::atomic<bool> isShutDown_{false};  // a shutdown or the end has begun; reports do nothing
   std::atomic<bool> isUsed_{false};
   std::atomic<bool> isInstalled_{false};
 

@@ -3,6 +3,7 @@
 #include <optional>
 #include <utility>
 
+#include "installation/inert_library.h"
 #include "installation/platform_backend.h"
 #include "platform/host_callback.h"
 #include "tracker/library.h"
@@ -12,12 +13,14 @@ namespace veltrano::internal {
 struct Substitute::State {
   State(const Platform& platform, CallObserver& observer, Installer& installer)
       : library(platform, &observer) {
+    makeForkedChildrenInert();
     replacedInstaller = Installer::exchangeCurrent(&installer);
     wasHostGone = callbacksDisabled.exchange(false);  // after a shutdown
     replaced = Library::exchangeCurrent(&library);
   }
   // The library is destroyed after this. If that runs the host's code, it finds the process's own.
   ~State() {
+    if (isForkedChild()) return;
     Library::exchangeCurrent(replaced);
     Installer::exchangeCurrent(replacedInstaller);
     callbacksDisabled = wasHostGone;

@@ -25,6 +25,22 @@ std::string keysOf(const HostMap& map) {
 }
 
 // Keys may contain dots: a key that equals the whole path wins.
+std::optional<HostValue> find(const HostMap& map, std::string_view path);
+
+// The value at `path` in a map, or in a list, where a number is an index.
+std::optional<HostValue> find(const HostValue& value, std::string_view path) {
+  if (const auto map = mapIn(value)) return find(*map, path);
+  const auto list = value.member() != nullptr ? value.member()->getIf<Array>() : std::nullopt;
+  std::string_view number = path.substr(0, path.find('.'));
+  if (!list) return std::nullopt;
+  std::size_t index = 0;
+  for (const HostValue& item : *list) {
+    if (std::to_string(index++) != number) continue;
+    return number == path ? std::optional(item) : find(item, path.substr(number.size() + 1));
+  }
+  return std::nullopt;
+}
+
 std::optional<HostValue> find(const HostMap& map, std::string_view path) {
   std::optional<HostValue> found;
   for (const auto& [key, value] : map) {
@@ -32,9 +48,16 @@ std::optional<HostValue> find(const HostMap& map, std::string_view path) {
     if (found || path.size() <= key.size() + 1 || path.substr(0, key.size()) != key ||
         path[key.size()] != '.')
       continue;
-    if (const auto inner = mapIn(value)) found = find(*inner, path.substr(key.size() + 1));
+    found = find(value, path.substr(key.size() + 1));
   }
   return found;
+}
+
+// As compilers begin a message, for tools that jump there.
+std::string at(const char* file, int line) {
+  if (line == 0) return {};
+  const std::string_view path(file);
+  return std::string(path.substr(path.rfind('/') + 1)) + ':' + std::to_string(line) + ": ";
 }
 
 std::string quoted(std::string_view text) {
@@ -55,14 +78,15 @@ void checkStatus(const Answer& answer) {
 
 }  // namespace
 
-void detail::throwNoSuchItem(std::size_t index, std::size_t size, const char* items) {
-  throw Error("There is no item " + std::to_string(index) + " in a list of " +
-              std::to_string(size) + ' ' + items + '.');
+void detail::throwNoSuchItem(const Index& index, std::size_t size, const char* items) {
+  throw Error(at(index.file, index.line) + "There is no item " + std::to_string(index.value) +
+              " in a list of " + std::to_string(size) + ' ' + items + '.');
 }
 
-HostValue Properties::operator[](std::string_view path) const {
-  if (auto value = find(values_, path)) return *std::move(value);
-  throw Error("There is no " + quoted(path) + " among: " + keysOf(values_));
+HostValue Properties::operator[](const Path& path) const {
+  if (auto value = find(values_, path.text)) return *std::move(value);
+  throw Error(at(path.file, path.line) + "There is no " + quoted(path.text) +
+              " among: " + keysOf(values_));
 }
 
 bool Properties::has(std::string_view path) const {
@@ -75,10 +99,10 @@ Event::Event(std::string name, HostMap values, Origins origins, Duration recorde
       origins_(std::move(origins)),
       recordedAt_(recordedAt) {}
 
-Origin Event::origin(std::string_view path) const {
+Origin Event::origin(const Path& path) const {
   static_cast<void>((*this)[path]);  // throws when there is none
   // A nested value has the origin of the map around it, except in "extra_json", which is merged.
-  for (std::string_view asked = path;; asked = asked.substr(0, asked.rfind('.'))) {
+  for (std::string_view asked = path.text;; asked = asked.substr(0, asked.rfind('.'))) {
     if (const auto known = origins_.find(asked); known != origins_.end()) return known->second;
     const auto end = asked.rfind('.');
     if (end == std::string_view::npos || asked.substr(0, end) == "extra_json")
@@ -97,13 +121,14 @@ Events Events::named(std::string_view name) const {
   return Events(std::move(events), waiting_);
 }
 
-Event Events::only(std::string_view name) const {
+Event Events::only(std::string_view name, const char* file, int line) const {
   const Events events = named(name);
   if (events.size() == 1) return events.front();
   std::vector<std::string> others;
   for (const Event& event : *this) others.push_back(event.name());
-  throw Error(std::to_string(events.size()) + " delivered events are called " + quoted(name) +
-              "; delivered were: " + joined(others) + "; waiting: " + joined(waiting_));
+  throw Error(at(file, line) + std::to_string(events.size()) + " delivered events are called " +
+              quoted(name) + "; delivered were: " + joined(others) +
+              "; waiting: " + joined(waiting_));
 }
 
 std::string Heartbeat::sessionId() const {

@@ -28,6 +28,7 @@ Duration timeUntil(std::chrono::steady_clock::time_point deadline) {
 
 void World::Implementation::advance(Duration time) {
   if (!substitute_) throw Error("The world has ended.");
+  if (isForkedChild()) return;
   if (!isOnMainThread()) throw Error("A world is advanced by the thread that made it.");
   if (time < Duration::zero()) throw Error("A world cannot go back in time.");
   if (time > kMaxAdvance) throw Error("A world advances by a hundred years at most.");
@@ -38,7 +39,6 @@ void World::Implementation::advance(Duration time) {
 void World::Implementation::refuseInCallback(const std::string& error) {
   if (!isRunning_ && !internal::HostCall::isOnThisThread() && !internal::Substitute::isInCallback())
     return;
-  complain(error);  // because exceptions of callbacks are dropped
   throw Error(error);
 }
 
@@ -119,7 +119,7 @@ std::optional<bool> World::Implementation::wasComplete() const {
 
 // Called on the main thread, perhaps again by a destructor that it runs.
 bool World::Implementation::shutDownWithin(Duration time) {
-  if (std::exchange(isShutDown_, true)) return wasComplete().value_or(false);
+  if (isShutDown_.exchange(true)) return wasComplete().value_or(false);
   const Duration deadline = now() + time + kInstant;
   if (time > Duration::zero()) flushUntil(deadline);
   simulated_.workQueue.stop();
@@ -234,7 +234,7 @@ void World::Implementation::Loop::runNext() {
   --scheduled_;
   world_.recorder_.setBeforeAll(true);
   world_.runsFunction_ = true;
-  internal::dropExceptions(function);
+  internal::dropExceptions([&] { world_.watched("A function of the main run loop", function); });
   world_.runsFunction_ = false;
   world_.recorder_.setBeforeAll(false);
 }

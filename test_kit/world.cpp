@@ -40,6 +40,10 @@ World::Implementation::Implementation() {
 void World::Implementation::end() {
   if (!substitute_) return;
   isShutDown_ = true;
+  if (isForkedChild()) {
+    network_.drop();
+    return substitute_.reset();
+  }
   statistics_ = substitute_->statistics();
   if (const auto pending = waitingNames().size(); pending > 0)
     complain(countedEvents(pending) + " pending at the end, and dropped.");
@@ -69,8 +73,9 @@ Complaints World::Implementation::complaints() const {
     complaints = complaints_;
   }
   const Statistics counts = statistics();
-  const std::pair<std::uint64_t, const char*> losses[] = {
-      {counts.droppedByTrimming, " dropped, the oldest first, because too many waited."},
+  const std::pair<std::uint64_t, std::string> losses[] = {
+      {counts.droppedByTrimming, " dropped, the oldest first, because too many waited: " +
+                                     trimmedNames(counts.droppedByTrimming) + '.'},
       {counts.droppedForMemory, " dropped because memory ran out."},
       {counts.droppedByBacklog, " dropped because 64 MiB of calls waited for an upload."},
       {counts.droppedByShutDown, " dropped by the shutdown."},
@@ -78,6 +83,18 @@ Complaints World::Implementation::complaints() const {
   for (const auto& [count, why] : losses)
     if (count > 0) complaints.push_back(countedEvents(count) + why);
   return Complaints(std::move(complaints));
+}
+
+// The queue drops the oldest.
+std::string World::Implementation::trimmedNames(std::uint64_t count) const {
+  std::map<std::string, std::uint64_t> counts;
+  for (const std::string& name : trimmed_) ++counts[name];
+  for (std::size_t i = 0; i < waiting_.size() && trimmed_.size() + i < count; ++i)
+    ++counts[waiting_[i].name];
+  std::string text;
+  for (const auto& [name, times] : counts)
+    text += (text.empty() ? "" : ", ") + std::to_string(times) + ' ' + name;
+  return text;
 }
 
 std::vector<std::string> World::Implementation::waitingNames() const {

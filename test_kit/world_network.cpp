@@ -39,7 +39,8 @@ void WorldNetwork::finish(std::uint64_t number, const Answer& answer) {
   const Post& post = node.mapped();
   if (!post.isPutOff) arrive_(post, answer, requestEnded(post, answer));
   if (answer.isTransportError)
-    post.callback(std::nullopt, std::nullopt, internal::TransportError{"simulated", post.isPutOff});
+    post.callback(std::nullopt, std::nullopt,
+                  internal::TransportError{answer.reason, post.isPutOff});
   else
     post.callback(answer.body, internal::URLResponse{answer.status}, std::nullopt);
 }

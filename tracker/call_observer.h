@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string_view>
 
 #include "properties/property_map.h"
@@ -19,6 +20,10 @@ class CallObserver {
     const PropertyMap& superProperties;
     const PropertyMap& defaultProperties;
   };
+
+  /// May replace a callback that the host passes to the library; it is not empty.
+  virtual void given(std::string_view eventName, std::function<void(bool)>& completion) = 0;
+  virtual void given(std::function<void()>& refreshHandler) = 0;
 
   /// The host has called `operation` of the facade, on this thread. For each callback among the
   /// arguments, a Bool says whether there is one.

@@ -73,6 +73,8 @@ void Veltrano::track(std::string_view eventName, const HostMapView& eventPropert
                      FlushCompletion forceFlushCompletion) {
   dropExceptions([&] {
     const bool isForced = forceFlushCompletion != nullptr;
+    if (CallObserver* const observer = isForced ? Library::current().observer() : nullptr)
+      observer->given(eventName, forceFlushCompletion);
     tracker().track(eventName, eventProperties, std::move(forceFlushCompletion));
     if (CallObserver* const observer = Library::current().observer()) [[unlikely]]
       observer->called("track", {{"name", eventName},
@@ -94,6 +96,8 @@ void Veltrano::removeSuperProperty(std::string_view key) {
 void Veltrano::setRefreshTriggersWithHandler(std::optional<std::vector<std::string>> triggers,
                                              std::function<void()> handler) {
   const bool hasHandler = handler != nullptr;
+  if (CallObserver* const observer = hasHandler ? Library::current().observer() : nullptr)
+    dropExceptions([&] { observer->given(handler); });
   call("setRefreshTriggers", {{"triggers", triggers}, {"handler", hasHandler}},
        [&](Tracker& tracker) {
          if (triggers)

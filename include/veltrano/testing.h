@@ -14,7 +14,7 @@
 //
 // Link `Veltrano::testing`, which links the library. It needs no test framework; GoogleTest, Catch2
 // and doctest print what tests see, such as values and events, with `operator<<`. A lookup that
-// finds nothing throws `Error`; its message says what exists.
+// finds nothing throws `Error`; its message names the test's line and says what exists.
 #pragma once
 
 #include <chrono>
@@ -103,6 +103,17 @@ inline constexpr Origin Origin::defaultProperty{"defaultProperty"};
 inline constexpr Origin Origin::superProperty{"superProperty"};
 inline constexpr Origin Origin::event{"event"};
 
+/// A place in a list. Remembers its line for the message of `Error`.
+struct Index {
+  template <class T, std::enable_if_t<std::is_integral_v<T>, int> = 0>
+  Index(T index, const char* itsFile = __builtin_FILE(), int itsLine = __builtin_LINE())
+      : value(static_cast<std::size_t>(index)), file(itsFile), line(itsLine) {}
+
+  std::size_t value;
+  const char* file;
+  int line;  // 0: unknown
+};
+
 /// A read-only list, in order of occurrence.
 template <class T>
 class List {
@@ -119,14 +130,16 @@ class List {
   bool empty() const { return items_.empty(); }
 
   /// Throws `Error` if out of range. On a temporary list, returns a copy.
-  const T& operator[](std::size_t index) const&;
-  T operator[](std::size_t index) && { return std::as_const(*this)[index]; }
-  const T& front() const& { return (*this)[0]; }
-  T front() && { return std::as_const(*this).front(); }
-  const T& back() const& { return (*this)[empty() ? 0 : size() - 1]; }
-  T back() && { return std::as_const(*this).back(); }
+  const T& operator[](const Index& index) const&;
+  T operator[](const Index& index) && { return std::as_const(*this)[index]; }
+  const T& front(const Index& first = 0) const& { return (*this)[first]; }
+  T front(const Index& first = 0) && { return std::as_const(*this)[first]; }
+  const T& back(const Index& any = 0) const& { return (*this)[last(any)]; }
+  T back(const Index& any = 0) && { return std::as_const(*this)[last(any)]; }
 
  private:
+  Index last(const Index& any) const { return {empty() ? 0 : size() - 1, any.file, any.line}; }
+
   std::vector<T> items_;
 };
 
@@ -138,15 +151,26 @@ std::ostream& operator<<(std::ostream& out, const List<T>& list) {
   return out;
 }
 
+/// A key, or the keys of nested maps joined with dots, such as "extra_json.campaign"; an item of a
+/// list goes by its index, as in "items.0.name". Remembers its line for the message of `Error`.
+struct Path {
+  template <class T, std::enable_if_t<std::is_convertible_v<const T&, std::string_view>, int> = 0>
+  Path(const T& path, const char* itsFile = __builtin_FILE(), int itsLine = __builtin_LINE())
+      : text(path), file(itsFile), line(itsLine) {}
+
+  std::string_view text;
+  const char* file;
+  int line;  // 0: unknown
+};
+
 /// Named values, as the collection host received them.
 class Properties {
  public:
   Properties() = default;
   explicit Properties(HostMap values) : values_(std::move(values)) {}
 
-  /// The value at `path`: a key, or the keys of nested maps joined with dots, such as
-  /// "extra_json.campaign". Throws `Error` if there is none.
-  HostValue operator[](std::string_view path) const;
+  /// The value at `path`. Throws `Error` if there is none.
+  HostValue operator[](const Path& path) const;
   bool has(std::string_view path) const;
   HostMap values() const { return values_; }
 
@@ -175,7 +199,7 @@ class Event : public Properties {
 
   /// The layer that the property comes from. For an entry of "extra_json", pass "extra_json.KEY".
   /// Throws `Error` if there is no such property.
-  Origin origin(std::string_view path) const;
+  Origin origin(const Path& path) const;
 
  private:
   std::string name_;
@@ -197,7 +221,8 @@ class Events : public List<Event> {
   Events named(std::string_view name) const;
 
   /// The only event with this name. Throws `Error` if there is none, or more than one.
-  Event only(std::string_view name) const;
+  Event only(std::string_view name, const char* file = __builtin_FILE(),
+             int line = __builtin_LINE()) const;
 
  private:
   std::vector<std::string> waiting_;
@@ -233,9 +258,10 @@ std::ostream& operator<<(std::ostream& out, const Request& request);
 struct Answer {
   int status = 200;
   std::optional<std::string> body = std::nullopt;
-  Duration latency{0};            // `Duration::max()`: for ever
+  Duration latency{0};            // over 30 s, the request fails then, as in production
   bool isTransportError = false;  // no answer arrives; status, body and headers are ignored
   std::map<std::string, std::string> headers = {};  // the library reads "Retry-After"
+  std::string reason = "simulated";                 // of the transport error
 };
 
 /// Answers posts to one path: all of them, or a limited number.
@@ -302,7 +328,7 @@ using Complaints = List<std::string>;
 /// Until the host installs a platform, the device has default settings. `PosixPlatform::install`
 /// applies its options, but starts nothing and reads no file except `infoPropertyListFile`. Without
 /// a `logSink`, diagnostic lines are dropped. `onTransfer` receives each answer as the first
-/// attempt; its bytes are those of the bodies, and a transport error's reason is "simulated". The
+/// attempt; its bytes are those of the bodies. The
 /// installed platform is valid as long as the process, and a no-op outside the worlds that it was
 /// installed in.
 ///
@@ -315,6 +341,8 @@ using Complaints = List<std::string>;
 /// The main run loop's `run` advances the world until `stop`, for a virtual day at most. Its
 /// `fileDescriptor` is -1. Hosts take deadlines, of `runUntil` and of `shutDown`, from the real
 /// clock: the time left is rounded up to 0.01 s, so that runs repeat, and is a day at most.
+///
+/// In a forked child a world is inert, as the library is.
 ///
 /// Warning: a heartbeat that is started on another thread is never sent; a complaint says so.
 class World {
@@ -360,9 +388,9 @@ class World {
 
   /// Problems that would otherwise go unnoticed: values left out because events cannot hold them
   /// (absent ones excepted) or because they nest too deep, numbers sent as null, events that were
-  /// dropped and why, a platform that is refused or installed too late or twice, a rule that threw,
-  /// a heartbeat that is never sent, a run that does not end, misuse in a callback. After `end`,
-  /// also events that were still pending.
+  /// dropped and why, a platform that is refused or installed too late or twice, files that are
+  /// missing, a callback or rule that threw, a completion that is never called, a heartbeat that is
+  /// never sent, a run that does not end. After `end`, also events that were still pending.
   Complaints complaints() const;
 
   /// Lifecycle changes, with their notifications. `enterBackground` first makes the application
@@ -408,7 +436,7 @@ class World {
 };
 
 namespace detail {
-[[noreturn]] void throwNoSuchItem(std::size_t index, std::size_t size, const char* items);
+[[noreturn]] void throwNoSuchItem(const Index& index, std::size_t size, const char* items);
 
 template <class T>
 constexpr const char* nameOfItems() {
@@ -420,9 +448,9 @@ constexpr const char* nameOfItems() {
 }  // namespace detail
 
 template <class T>
-const T& List<T>::operator[](std::size_t index) const& {
-  if (index >= size()) detail::throwNoSuchItem(index, size(), detail::nameOfItems<T>());
-  return items_[index];
+const T& List<T>::operator[](const Index& index) const& {
+  if (index.value >= size()) detail::throwNoSuchItem(index, size(), detail::nameOfItems<T>());
+  return items_[index.value];
 }
 
 }  // namespace testing

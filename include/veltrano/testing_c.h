@@ -46,7 +46,8 @@ void veltrano_world_jump_clock(veltrano_world* world, double seconds);
 
 /* Answer the next `times` posts to `path`, "/track" or "/heartbeat", or all of them if `times` is
  * 0: with a status, and a body unless NULL, after `latency` seconds; or with a transport error. Any
- * other path, or a status that is not between 0 and 999, only sets veltrano_world_error. */
+ * other path, a status that is not between 0 and 999, or a negative latency only sets
+ * veltrano_world_error. */
 void veltrano_world_answer(veltrano_world* world, const char* path, int status, const char* body,
                            double latency, size_t times);
 void veltrano_world_fail(veltrano_world* world, const char* path, size_t times);

@@ -53,7 +53,7 @@ std::string checkSettingsFile(const std::string& path) {
 
 }  // namespace
 
-std::string completeOptions(PosixOptions& options, bool needsFiles) {
+std::string completeOptions(PosixOptions& options) {
   if (!isCollectionHost(options.collectionHost))
     return about("The collection host has to be \"host\" or \"host:port\", not",
                  options.collectionHost, ".");
@@ -66,22 +66,13 @@ std::string completeOptions(PosixOptions& options, bool needsFiles) {
   }
   // Replacing the file leaves a link to it alone.
   options.userDefaultsFile = linkTarget(options.userDefaultsFile);
-  if (needsFiles)
-    if (std::string error = checkSettingsFile(options.userDefaultsFile); !error.empty())
-      return error;
   if (!options.infoDictionary && !options.infoPropertyListFile.empty()) {
     const std::string list = readNamedFile(options.infoPropertyListFile).contents.value_or("");
     if (isBinaryPropertyList(list))
       return about("The Info property list", options.infoPropertyListFile,
                    " is in the binary form; convert it to XML first.");
     options.infoDictionary = readPropertyList(list);
-    if (needsFiles && !options.infoDictionary)
-      return about("The Info property list", options.infoPropertyListFile, " cannot be read.");
   }
-  if (needsFiles && !options.certificateAuthorities.empty() &&
-      !holdsCertificate(readNamedFile(options.certificateAuthorities).contents.value_or("")))
-    return about("The file", options.certificateAuthorities,
-                 " cannot be read or holds no certificate in PEM form.");
   if (!options.pinnedPublicKey.empty() && !isPublicKeyPin(options.pinnedPublicKey))
     return "The pinned public key has to be \"sha256//\" and a SHA-256 digest in Base64.";
   if (!options.proxy.empty() && !isProxy(options.proxy))
@@ -97,6 +88,17 @@ std::string completeOptions(PosixOptions& options, bool needsFiles) {
     return "The device orientation has to be from 0 to 6.";
   if (!std::isfinite(options.screenWidth) || !std::isfinite(options.screenHeight))
     return "The size of the screen has to be finite.";
+  return {};
+}
+
+std::string checkFiles(const PosixOptions& options) {
+  if (std::string error = checkSettingsFile(options.userDefaultsFile); !error.empty()) return error;
+  if (!options.infoDictionary && !options.infoPropertyListFile.empty())
+    return about("The Info property list", options.infoPropertyListFile, " cannot be read.");
+  if (!options.certificateAuthorities.empty() &&
+      !holdsCertificate(readNamedFile(options.certificateAuthorities).contents.value_or("")))
+    return about("The file", options.certificateAuthorities,
+                 " cannot be read or holds no certificate in PEM form.");
   return {};
 }
 

@@ -7,7 +7,10 @@
 namespace veltrano::internal {
 
 /// Makes paths absolute and reads the Info dictionary. Returns why the options are invalid, in one
-/// sentence; empty if they are valid. `needsFiles` is false in tests, which need no files.
-std::string completeOptions(PosixOptions& options, bool needsFiles);
+/// sentence; empty if they are valid.
+std::string completeOptions(PosixOptions& options);
+
+/// The same for the files that complete options name.
+std::string checkFiles(const PosixOptions& options);
 
 }  // namespace veltrano::internal
