@@ -151,7 +151,7 @@ export -f sanitized_tests load consumer
 
 cmake --install "$1" --prefix "$place/first"
 mv "$place/first" "$place/shared"
-lib=$(cd "$place/shared" && dirname "$(find . -name libveltrano.so)")
+lib=$(cd "$place/shared" && dirname "$(find . -name libveltrano.so -printf %P)")
 export lib
 sed -i 's|<string>.*<|<string>from the bundle<|' "$place/shared/$lib/veltrano/Veltrano.bundle/Info.plist"
 
