@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/bought.h"
 #include "benchmarks/bench_platform.h"
 #include "benchmarks/call_times.h"
 #include "benchmarks/figures.h"
@@ -135,6 +136,21 @@ void trackWithProperties() {
       {{"plan", "pro"}, {"items", 3}, {"price", 9.5}, {"first", true}, {"store", "north"}});
 }
 
+void trackTyped() {
+  bench::track(
+      bench::Bought{.plan = "pro", .items = 3, .price = 9.5, .first = true, .store = "north"});
+}
+
+void compareTypedCalls(int rounds) {
+  bench::Turns turns;
+  for (int round = -1; round < rounds; ++round) {
+    const double typed = bench::timeCalls({}, trackTyped, bench::drainTracker).median;
+    const double braced = bench::timeCalls({}, trackWithProperties, bench::drainTracker).median;
+    if (round >= 0) turns.add(typed, braced);
+  }
+  turns.print("typed `track`, 5 properties, 1 thread: median", "braced list", 1);
+}
+
 void trackWithoutProperties() {
   Veltrano::shared().track("Bought");
 }
@@ -172,6 +188,7 @@ int main(int argc, char** argv) {
                  {{median, Goal::floor, 3}});
   comparison.run("`track`, 5 properties in a map built before, 1 thread", oneThread,
                  trackWithGivenProperties, {{median, Goal::floor, 2}});
+  compareTypedCalls(rounds);
   Veltrano::isLoggerEnabled = true;
   comparison.run("`track`, 5 properties, log on, 1 thread", oneThread, trackWithProperties,
                  {{median, Goal::logger, {}}, {p99, Goal::logger, {}}});

@@ -70,6 +70,6 @@ debian_package(testing libveltrano-testing-dev libdevel "event-analytics client,
   "For tests that see what an application reports, in virtual time."
   "libveltrano-dev ${same_version}")
 debian_package(tools veltrano-tools devel "event-analytics client, tools"
-  "A collection server for developers, a player of scenarios, and a load simulation."
+  "A collection server for developers, a player of scenarios, a load simulation, and tracking plans."
   "")
 include(CPack)

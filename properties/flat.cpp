@@ -3,32 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
-#include <limits>
 #include <stdexcept>
 
 namespace veltrano::internal {
 namespace {
-
-std::uint32_t length(std::size_t size) {
-  if (size > std::numeric_limits<std::uint32_t>::max()) throw std::length_error("a value too long");
-  return static_cast<std::uint32_t>(size);
-}
-
-// Both return where the next value goes.
-inline char* putText(char* to, Kind kind, std::string_view text) {
-  const std::uint32_t size = length(text.size());
-  *to = static_cast<char>(kind);
-  std::memcpy(to + 1, &size, sizeof size);
-  std::memcpy(to + FlatView::kTextHead, text.data(), text.size());
-  return to + FlatView::kTextHead + text.size();
-}
-
-// Always copies eight bytes, a size known at compile time; the next value overwrites the excess.
-inline char* putScalar(char* to, Kind kind, std::uint64_t bits) {
-  *to = static_cast<char>(kind);
-  std::memcpy(to + 1, &bits, sizeof bits);
-  return to + FlatView::scalarSize(kind);
-}
 
 template <class T>
 int order(const T& left, const T& right) {
@@ -81,22 +59,12 @@ void FlatWriter::close(Container container) {
   depth_ = std::max(depth, container.depth);
 }
 
-void FlatWriter::text(Kind kind, std::string_view text) {
-  putText(take(FlatView::kTextHead + text.size()), kind, text);
+void FlatWriter::refuseLength() {
+  throw std::length_error("a value too long");
 }
 
-// Most values are scalars or text: such a value and its key share one bounds check.
-inline void FlatWriter::entry(std::string_view key, const Argument& argument) {
-  if (argument.form_ > Argument::Form::text) {
-    text(Kind::String, key);
-    return value(argument);
-  }
-  const bool isText = argument.form_ == Argument::Form::text;
-  const std::size_t size = isText ? argument.size_ : sizeof argument.bits_;
-  char* to = take(2 * FlatView::kTextHead + key.size() + size);
-  to = putText(to, Kind::String, key);
-  at_ = isText ? putText(to, argument.kind_, {static_cast<const char*>(argument.object_), size})
-               : putScalar(to, argument.kind_, argument.bits_);
+void FlatWriter::text(Kind kind, std::string_view text) {
+  putText(take(kTextHead + text.size()), kind, text);
 }
 
 void FlatWriter::value(const Argument& argument) {
@@ -134,7 +102,7 @@ void FlatWriter::number(const NSNumber& number) {
   const std::int32_t code = number.storageTypeCode();
   const std::int64_t asInteger = number.integerValue();
   const double asDouble = number.doubleValue();
-  char* const to = take(FlatView::scalarSize(Kind::Number));
+  char* const to = take(scalarSize(Kind::Number));
   *to = static_cast<char>(Kind::Number);
   std::memcpy(to + 1, &code, sizeof code);
   std::memcpy(to + 5, &asInteger, sizeof asInteger);
@@ -170,8 +138,8 @@ void FlatBuffer::grow(std::size_t size) {
 }
 
 void appendToContainer(std::string& container, const FlatBuffer& contents) {
-  const std::uint32_t size =
-      length(container.size() - FlatView::kContainerHead + contents.bytes().size());
+  const std::uint32_t size = detail::FlatWriter::length(
+      container.size() - FlatView::kContainerHead + contents.bytes().size());
   container.append(contents.bytes());
   const auto depth = static_cast<char>(std::max(FlatView(container).depth(), contents.depth() + 1));
   container[1] = depth;

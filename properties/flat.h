@@ -35,6 +35,8 @@ namespace veltrano::internal {
 using detail::Flat;
 using detail::FlatWriter;
 using detail::Kind;
+using detail::kTextHead;
+using detail::scalarSize;
 
 /// Containers nest at most this deep in a property; deeper ones become absent. Bounds the stack of
 /// the recursive functions that walk over values.
@@ -91,36 +93,8 @@ class FlatView {
   /// A container's values; a Dictionary's alternate between keys and values.
   FlatContents contents() const;
 
-  /// Bytes before text, and before a container's contents.
-  static constexpr std::size_t kTextHead = 5;
+  /// Bytes before a container's contents.
   static constexpr std::size_t kContainerHead = 6;
-
-  static constexpr std::size_t scalarSize(Kind kind) {
-    switch (kind) {
-      case Kind::Int:
-      case Kind::UInt:
-      case Kind::Int64:
-      case Kind::Double:
-      case Kind::Date:
-        return 9;
-      case Kind::Float:
-        return 5;
-      case Kind::Bool:
-        return 2;
-      case Kind::NSNull:
-      case Kind::OtherObject:
-      case Kind::Absent:
-        return 1;
-      case Kind::Number:
-        return 21;
-      case Kind::String:
-      case Kind::URL:
-      case Kind::Array:
-      case Kind::Dictionary:
-        break;
-    }
-    return 0;
-  }
 
  private:
   template <class T>

@@ -69,10 +69,7 @@ Flat::Flat(const Argument& argument) {
 std::string Flat::emptied(Kind kind) noexcept {
   const bool isContainer = kind == Kind::Array || kind == Kind::Dictionary;
   const bool isText = kind == Kind::String || kind == Kind::URL;
-  std::string bytes(isContainer ? FlatView::kContainerHead
-                    : isText    ? FlatView::kTextHead
-                                : 1,
-                    '\0');
+  std::string bytes(isContainer ? FlatView::kContainerHead : isText ? kTextHead : 1, '\0');
   bytes[0] = static_cast<char>(isContainer || isText ? kind : Kind::Absent);
   if (isContainer) bytes[1] = 1;  // its depth
   return bytes;

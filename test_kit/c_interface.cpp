@@ -163,6 +163,11 @@ const char* veltrano_world_trace(veltrano_world* world) {
   return text(world, [](World& it) { return it.trace(); });
 }
 
+bool veltrano_world_use_plan(veltrano_world* world, const char* file) {
+  return guarded(world, false,
+                 [&](World& it) { return it.usePlan(std::string(view(file))), true; });
+}
+
 void veltrano_world_end(veltrano_world* world) {
   guarded(world, [](World& it) { it.end(); });
 }

@@ -135,7 +135,16 @@ void World::Implementation::recorded(const Event& event) {
         complain(recorded.name + " nests more than " + std::to_string(internal::kMaxNesting) +
                  " deep; what is deeper was left out.");
   }
+  if (plan_) checkPlan(event.json);
   waiting_.push_back(std::move(recorded));
+}
+
+void World::Implementation::checkPlan(std::string_view record) {
+  for (const planning::Violation& violation : plan_->check(record, covered_)) {
+    // What every event has is a complaint once, not for each event.
+    const std::string& once = violation.isOfEveryEvent ? violation.property : violation.text;
+    if (violations_.insert(once).second) complain(violation.text);
+  }
 }
 
 std::string World::Implementation::install(PosixOptions options, std::string error,

@@ -14,12 +14,14 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
 #include "installation/platform_backend.h"
+#include "plan/plan.h"
 #include "platform/host_callback.h"
 #include "test_kit/recorder.h"
 #include "test_kit/substitute.h"
@@ -61,6 +63,9 @@ class World::Implementation final : public internal::CallObserver,
   void advance(Duration time);
   void jumpClock(Duration distance);
   void end();
+
+  /// Throws `Error` with the plan's faults.
+  void usePlan(const std::string& file);
 
   /// Throws `Error` while the host's code is called.
   void refuseInCallback(const std::string& error);
@@ -178,6 +183,8 @@ class World::Implementation final : public internal::CallObserver,
       throw;
     }
   }
+  void checkPlan(std::string_view record);
+  void writeCoverage() const;
   // Runs `report` at once on the main thread; else posts it to the main run loop.
   void onMainThread(std::function<void()> report);
   void post(std::string_view notification);
@@ -209,6 +216,9 @@ class World::Implementation final : public internal::CallObserver,
   std::size_t batch_ = 0;              // how many of them are in flight
   std::vector<std::string> trimmed_;   // names of events that the queue dropped, as far as known
   Statistics statistics_;              // taken at the end
+  std::optional<planning::Plan> plan_;
+  planning::Coverage covered_;
+  std::set<std::string> violations_;  // that have been complaints
 
   std::atomic<bool> isShutDown_{false};  // a shutdown or the end has begun; reports do nothing
   std::atomic<bool> isUsed_{false};

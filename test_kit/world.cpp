@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <system_error>
 #include <utility>
 
 #include "test_kit/implementation.h"
@@ -54,10 +56,29 @@ void World::Implementation::end() {
     std::ofstream(file + ".jsonl") << trace();
     std::ofstream(file + ".posts") << recorder_.posts();
   }
+  writeCoverage();
   Veltrano::isLoggerEnabled = false;
   network_.drop();  // before the library, which its callbacks use
   substitute_.reset();
   simulated_.notificationCenter.drop();
+}
+
+void World::Implementation::usePlan(const std::string& file) {
+  try {
+    plan_ = planning::Plan::read(file);
+  } catch (const planning::Faults& faults) {
+    throw Error(faults.what());
+  }
+}
+
+void World::Implementation::writeCoverage() const {
+  const char* const directory = std::getenv("VELTRANO_PLAN_COVERAGE");
+  if (directory == nullptr || !plan_) return;
+  std::error_code ignored;
+  std::filesystem::create_directories(directory, ignored);
+  // Appends, because another process may have had the same id.
+  std::ofstream out(std::string(directory) + '/' + std::to_string(getpid()), std::ios::app);
+  for (const std::string& item : covered_) out << item << '\n';
 }
 
 void World::Implementation::complain(const std::string& text) {
@@ -222,6 +243,10 @@ void World::writeTrace(const std::string& file) const {
   std::ofstream out(file, std::ios::binary);
   out << trace() << std::flush;
   if (!out) throw Error("The trace could not be written to " + file + '.');
+}
+
+void World::usePlan(const std::string& file) {
+  implementation_->usePlan(file);
 }
 
 void World::end() {

@@ -68,6 +68,17 @@ tests() {
   "$build/c_checkout"
 }
 
+# plan PREFIX: the example of a tracking plan, and how much of it its tests cover.
+plan() {
+  local build=$place/plan
+  cmake -S "$root/examples/plan" -B "$build" -G Ninja -DCMAKE_PREFIX_PATH="$place/$1"
+  cmake --build "$build"
+  VELTRANO_PLAN_COVERAGE=$build/coverage ctest --test-dir "$build" --output-on-failure \
+    --no-tests=error
+  "$place/$1/bin/veltrano-plan" coverage "$root/examples/plan/plan.json" "$build/coverage" \
+    --fail-under 45
+}
+
 # first PREFIX EXTENSION PROGRAM: builds a first program with the README's CMakeLists.txt, or a C
 # program with the same for C alone.
 first() {
@@ -146,7 +157,7 @@ consumer() {
   printf '%3d s  %s\n' "$((SECONDS - start))" "$1"
 }
 export strict
-export -f flags sends program plugin tests first objective_c subproject suppressed sanitized
+export -f flags sends program plugin tests plan first objective_c subproject suppressed sanitized
 export -f sanitized_tests load consumer
 
 cmake --install "$1" --prefix "$place/first"
@@ -169,6 +180,7 @@ for package in "$1"/*.deb; do [[ ! -e $package ]] || dpkg -x "$package" "$place/
 common='subproject
 tests gcc g++ shared
 load '$1'
+plan shared
 first static c c_host.c
 program cpp g++ -std=c++17
 program cpp clang++ -std=c++20 -fno-exceptions -fno-rtti

@@ -83,6 +83,10 @@ void veltrano_world_set_wifi(veltrano_world* world, bool connected);
 /* Everything that happened so far, as a scenario that scripts/replay plays. */
 const char* veltrano_world_trace(veltrano_world* world);
 
+/* Compares events with the tracking plan in `file`; what is not as planned becomes a complaint.
+ * False for a plan with faults, which veltrano_world_error then has. */
+bool veltrano_world_use_plan(veltrano_world* world, const char* file);
+
 /* Ends the world; what it has seen stays available. In a callback it only sets
  * veltrano_world_error. */
 void veltrano_world_end(veltrano_world* world);

@@ -254,6 +254,7 @@ class HostMapView {
   HostMapView(const T& map) : map_(map) {}
   template <class T, std::enable_if_t<isMap<T>, int> = 0>
   HostMapView(const std::optional<T>& map) : map_(map) {}
+  explicit HostMapView(const detail::Argument& map) : map_(map) {}
 
   const detail::Argument& argument() const { return map_; }
 

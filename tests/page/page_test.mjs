@@ -15,7 +15,9 @@ import { chromium } from 'playwright-core';
 
 const [programs, output] = process.argv.slice(2);
 
-const collector = spawn(`${programs}/veltrano-collector`, ['--require-token', 'demo-token'],
+const plan = new URL('../../examples/plan/plan.json', import.meta.url).pathname;
+const collector = spawn(`${programs}/veltrano-collector`,
+  ['--require-token', 'demo-token', '--plan', plan],
   { stdio: ['ignore', 'pipe', 'ignore'] });
 after(() => collector.kill());
 process.on('exit', () => collector.kill()); // should the browser not start
@@ -64,6 +66,14 @@ test('shows the events, heartbeats and sessions of the demo as they arrive', asy
   await page.getByText('19 events · 2 heartbeats · 0 refused').waitFor();
   await page.getByText(/ s, 2 heartbeats, \d+ events/).waitFor();
   await page.getByRole('img', { name: /[1-9]\d* failed by a fault/ }).waitFor();
+});
+
+test('marks what is not as planned, and shows only that', async () => {
+  await page.getByLabel('Show').selectOption('violation');
+  await choose('Events', 'Bought').click();
+  await page.getByText('Bought: "items[0]" is "ticket"; planned: object').waitFor();
+  assert.equal(await page.locator('#events > [role=option]:not([hidden]):not(.violation)').count(), 0);
+  await page.getByLabel('Show').selectOption('');
 });
 
 test('filters by name, user and text', async () => {

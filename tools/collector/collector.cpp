@@ -29,6 +29,7 @@ Collector::Collector(CollectorOptions options, std::ostream& output, Journal& jo
                      std::function<void()> requestShutdown)
     : requiredToken_(std::move(options.requiredToken)),
       isReadable_(options.isReadable),
+      plan_(std::move(options.plan)),
       requestShutdown_(std::move(requestShutdown)),
       journal_(journal),
       output_(output),
@@ -49,6 +50,11 @@ void Collector::stopWaiting() {
   const std::lock_guard lock(mutex_);
   isStopping_ = true;
   stopping_.notify_all();
+}
+
+bool Collector::hasViolations() {
+  const std::lock_guard lock(mutex_);
+  return hasViolations_;
 }
 
 void Collector::control(const WireRequest& request, httplib::Response& response) {
@@ -118,10 +124,25 @@ void Collector::refuse(const WireRequest& request, const WireMessage& message, i
 void Collector::accept(const WireRequest& request, const WireMessage& message, int answer) {
   ++counters_[counterName(request.path)].accepted;
   if (message.body.IsArray()) eventsAccepted_ += message.body.Size();
-  output_ << (isReadable_ ? readableLines(request, message)
+  const Violations violations = violationsOf(message);
+  output_ << (isReadable_ ? readableLines(request, message, violations)
                           : jsonLine(request, message, std::chrono::system_clock::now(), answer))
           << std::endl;
-  journal_.addAccepted(request, message, answer);
+  journal_.addAccepted(request, message, answer, violations);
+}
+
+// Called with mutex_ held.
+Violations Collector::violationsOf(const WireMessage& message) {
+  Violations violations;
+  if (!plan_ || !message.body.IsArray()) return violations;
+  veltrano::planning::Coverage ignored;
+  for (const std::string_view record : elementsOf(message.json)) {
+    auto& ofRecord = violations.emplace_back();
+    for (auto& violation : plan_->check(record, ignored))
+      ofRecord.push_back(std::move(violation.text));
+    hasViolations_ |= !ofRecord.empty();
+  }
+  return violations;
 }
 
 void Collector::answer(const Fault& fault, const SSL* connection, httplib::Response& response) {

@@ -13,6 +13,7 @@
 #include <ostream>
 #include <string>
 
+#include "plan/plan.h"
 #include "tools/collector/fault.h"
 #include "tools/collector/journal.h"
 #include "tools/collector/wire_check.h"
@@ -23,6 +24,7 @@ struct CollectorOptions {
   std::optional<std::string> requiredToken;  // for heartbeats
   bool isReadable = false;                   // lines for humans instead of JSON
   FaultsByPath faults;
+  std::optional<veltrano::planning::Plan> plan;
 };
 
 /// Checks, counts, reports and answers requests. Thread-safe.
@@ -38,6 +40,9 @@ class Collector {
   /// Answers delayed requests at once.
   void stopWaiting();
 
+  /// Whether an event that was not as planned has been accepted.
+  bool hasViolations();
+
  private:
   struct Counters {
     std::uint64_t received = 0;
@@ -49,12 +54,14 @@ class Collector {
   void collect(const WireRequest& request, const SSL* connection, httplib::Response& response);
   void refuse(const WireRequest& request, const WireMessage& message, int status,
               const std::string& reason, httplib::Response& response);
+  Violations violationsOf(const WireMessage& message);
   void accept(const WireRequest& request, const WireMessage& message, int answer);
   void answer(const Fault& fault, const SSL* connection, httplib::Response& response);
   std::string countersJSON();
 
   const std::optional<std::string> requiredToken_;
   const bool isReadable_;
+  const std::optional<veltrano::planning::Plan> plan_;  // guarded by mutex_
   const std::function<void()> requestShutdown_;
   Journal& journal_;
 
@@ -66,6 +73,7 @@ class Collector {
   FaultsByPath faults_;
   std::map<std::string, Counters> counters_;
   std::uint64_t eventsAccepted_ = 0;
+  bool hasViolations_ = false;
 };
 
 }  // namespace collector

@@ -1,8 +1,5 @@
 #include "tools/collector/journal.h"
 
-#include <rapidjson/memorystream.h>
-#include <rapidjson/reader.h>
-
 #include <algorithm>
 #include <iterator>
 #include <utility>
@@ -12,27 +9,13 @@
 namespace collector {
 namespace {
 
-constexpr const char* kNames[] = {"event", "heartbeat", "refused", "request"};
+constexpr const char* kNames[] = {"event", "heartbeat", "refused", "request", "violation"};
 
 // Of a refused request.
 constexpr std::size_t kMaximumBody = 4096;
 
 // How much a reader gets at once.
 constexpr std::size_t kMaximumPart = 256 * 1024;
-
-// The elements of a valid, compact and filled array, as they were sent.
-std::vector<std::string_view> elementsOf(std::string_view array) {
-  std::vector<std::string_view> elements;
-  rapidjson::MemoryStream stream(array.data(), array.size());
-  rapidjson::Reader reader;
-  rapidjson::BaseReaderHandler<> nothing;
-  while (stream.Take() != ']') {
-    const std::size_t start = stream.Tell();
-    reader.Parse<rapidjson::kParseStopWhenDoneFlag>(stream, nothing);
-    elements.push_back(array.substr(start, stream.Tell() - start));
-  }
-  return elements;
-}
 
 // The text, or, if it is not UTF-8, the text without its foreign bytes.
 std::string readable(std::string text) {
@@ -53,19 +36,39 @@ void addTo(std::string& stream, const char* kind, const std::string& json) {
   stream.append("event: ").append(kind).append("\ndata: ").append(json).append("\n\n");
 }
 
+std::string listOf(const std::vector<std::string>& texts) {
+  std::string list = "[";
+  for (const std::string& text : texts)
+    list.append(list.size() > 1 ? "," : "").append(tools::json(text));
+  return list + ']';
+}
+
 }  // namespace
 
-void Journal::addAccepted(const WireRequest& request, const WireMessage& message, int answer) {
-  const auto add = [&](Kind kind, const rapidjson::Value& record, std::string_view text) {
+void Journal::addAccepted(const WireRequest& request, const WireMessage& message, int answer,
+                          const Violations& violations) {
+  const auto add = [&](Kind kind, const rapidjson::Value& record, std::string_view text,
+                       const std::vector<std::string>& notAsPlanned) {
+    Members members{{"uid", tools::json(message.uid)}, {"answer", tools::json(answer)}};
+    if (!notAsPlanned.empty()) members.emplace_back("violations", listOf(notAsPlanned));
+    members.emplace_back("body", text);  // the last one: the page takes the rest as sent
     this->add(kind, {record["event"].GetString(), record["event"].GetStringLength()},
-              {{"uid", tools::json(message.uid)},
-               {"answer", tools::json(answer)},
-               {"body", std::string(text)}});  // the last one: the page takes the rest as sent
+              std::move(members));
   };
-  if (request.path == "/heartbeat") return add(Kind::heartbeat, message.body, message.json);
+  if (request.path == "/heartbeat") return add(Kind::heartbeat, message.body, message.json, {});
   rapidjson::SizeType i = 0;
-  for (const std::string_view text : elementsOf(message.json))
-    add(Kind::event, message.body[i++], text);
+  for (const std::string_view text : elementsOf(message.json)) {
+    const rapidjson::Value& record = message.body[i];
+    const auto& ofRecord = violations.empty() ? std::vector<std::string>() : violations[i];
+    add(Kind::event, record, text, ofRecord);
+    for (const std::string& violation : ofRecord)
+      this->add(Kind::violation, "",
+                {{"event", tools::json(std::string(record["event"].GetString(),
+                                                   record["event"].GetStringLength()))},
+                 {"uid", tools::json(message.uid)},
+                 {"text", tools::json(violation)}});
+    ++i;
+  }
 }
 
 void Journal::addRequest(const WireRequest& request, int answer, bool isAccepted) {

@@ -21,14 +21,15 @@ namespace collector {
 /// arrival. Thread-safe.
 class Journal {
  public:
-  enum class Kind { event, heartbeat, refused, request };
+  enum class Kind { event, heartbeat, refused, request, violation };
 
   /// Of each kind, at most this many entries are kept, and of these at most this much JSON.
   static constexpr std::size_t kMaximumEntries = 10'000;
   static constexpr std::size_t kMaximumBytes = std::size_t{64} << 20;
 
-  /// Adds the events or the heartbeat of an accepted request.
-  void addAccepted(const WireRequest& request, const WireMessage& message, int answer);
+  /// Adds the events or the heartbeat of an accepted request, and what is not as planned in them.
+  void addAccepted(const WireRequest& request, const WireMessage& message, int answer,
+                   const Violations& violations);
   /// Adds a request that passed the check, with the status of its answer (0: none).
   void addRequest(const WireRequest& request, int answer, bool isAccepted);
   void addRefused(const WireRequest& request, const WireMessage& message, int status,
@@ -77,7 +78,7 @@ class Journal {
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   // Guarded by mutex_.
-  std::array<Entries, 4> entries_;
+  std::array<Entries, 5> entries_;
   std::uint64_t lastNumber_ = 0;
   std::uint64_t clearings_ = 0;
   std::string faults_ = "[]";

@@ -25,6 +25,8 @@
 namespace collector {
 namespace {
 
+constexpr int kNotAsPlanned = 3;
+
 struct Arguments {
   int port = 0;
   int pagePort = 0;
@@ -60,6 +62,12 @@ void describe(CLI::App& app, Arguments& arguments) {
       ->default_str("json");
   app.add_option("--require-token", arguments.options.requiredToken,
                  "Refuse heartbeats without this token");
+  app.add_option_function<std::string>(
+      "--plan",
+      [&arguments](const std::string& file) {
+        arguments.options.plan = veltrano::planning::Plan::read(file);
+      },
+      "Compare events with this tracking plan; exit with 3 if one was not as planned");
   app.add_option("--misbehave", arguments.faults,
                  "A fault such as path=/track,status=503,count=2; repeat it to queue several for a "
                  "path")
@@ -104,7 +112,8 @@ void route(httplib::SSLServer& server, Collector& collector, const std::string& 
   server.Post(".*", withBody).Put(".*", withBody).Patch(".*", withBody).Delete(".*", withBody);
 }
 
-void run(const Arguments& arguments) {
+// Returns the status to exit with.
+int run(const Arguments& arguments) {
   // Inherited by all threads, so that only `sigwait` below receives the signals.
   sigset_t ends;
   sigemptyset(&ends);
@@ -165,6 +174,7 @@ void run(const Arguments& arguments) {
   collector.stopWaiting();
   server.stop();
   listening.join();
+  return collector.hasViolations() ? kNotAsPlanned : EXIT_SUCCESS;
 }
 
 }  // namespace
@@ -187,14 +197,16 @@ int main(int argc, char** argv) {
       "request against the wire format, shows on a page what arrives, and injects faults on "
       "request.");
   collector::describe(app, arguments);
-  if (const auto status = tools::parse(app, "veltrano-collector", argc, argv)) return *status;
   try {
+    if (const auto status = tools::parse(app, "veltrano-collector", argc, argv)) return *status;
     std::string json = "[";
     for (const std::string& fault : arguments.faults)
       json += (json.size() > 1 ? "," : "") + collector::faultJSON(fault);
     arguments.options.faults = collector::parseFaults(json + "]");
-    collector::run(arguments);
-    return EXIT_SUCCESS;
+    return collector::run(arguments);
+  } catch (const veltrano::planning::Faults& faults) {
+    std::cerr << faults.what() << std::endl;
+    return EXIT_FAILURE;
   } catch (const std::invalid_argument& error) {
     std::cerr << "veltrano-collector: " << error.what() << std::endl;
     return 2;

@@ -89,11 +89,11 @@ Page::Page(Collector& collector, Journal& journal, int port)
   server_.set_error_handler([](const httplib::Request& request, httplib::Response& response) {
     if (!response.body.empty()) return;
     answer(response, response.status,
-           response.status == 404
-               ? "there is no " + request.method + ' ' + request.path +
-                     "; the page is /, scripts GET /events, /heartbeats, /refused and /wait, and "
-                     "POST to /reset and /control"
-               : "the request is malformed; does it lack a body?");
+           response.status == 404 ? "there is no " + request.method + ' ' + request.path +
+                                        "; the page is /, scripts GET /events, /heartbeats, "
+                                        "/refused, /violations and /wait, and "
+                                        "POST to /reset and /control"
+                                  : "the request is malformed; does it lack a body?");
   });
   serveFiles();
   serveStream();
@@ -152,8 +152,10 @@ void Page::serveScripts() {
   const struct {
     const char* path;
     Kind kind;
-  } lists[] = {
-      {"/events", Kind::event}, {"/heartbeats", Kind::heartbeat}, {"/refused", Kind::refused}};
+  } lists[] = {{"/events", Kind::event},
+               {"/heartbeats", Kind::heartbeat},
+               {"/refused", Kind::refused},
+               {"/violations", Kind::violation}};
   for (const auto& [path, kind] : lists)
     server_.Get(path,
                 [this, kind = kind](const httplib::Request& request, httplib::Response& response) {

@@ -62,12 +62,19 @@ std::string jsonLine(const WireRequest& request, const WireMessage& message,
        {"answer", json(answer)}});
 }
 
-std::string readableLines(const WireRequest& request, const WireMessage& message) {
+std::string readableLines(const WireRequest& request, const WireMessage& message,
+                          const Violations& violations) {
   const std::string start = request.path.substr(1) + "  uid=" + printable(message.uid);
   if (message.body.IsArray()) {
     std::string lines;
-    for (const Value& record : message.body.GetArray())
+    std::size_t i = 0;
+    for (const Value& record : message.body.GetArray()) {
       lines += (lines.empty() ? "" : "\n") + start + eventLine(record);
+      if (i < violations.size())
+        for (const std::string& violation : violations[i])
+          lines += "  NOT AS PLANNED: " + printable(violation);
+      ++i;
+    }
     return lines;
   }
   std::string line = start;

@@ -14,6 +14,7 @@ std::string jsonLine(const WireRequest& request, const WireMessage& message,
                      std::chrono::system_clock::time_point received, int answer);
 
 /// A line for each event, or for the heartbeat, with the properties that the host added.
-std::string readableLines(const WireRequest& request, const WireMessage& message);
+std::string readableLines(const WireRequest& request, const WireMessage& message,
+                          const Violations& violations);
 
 }  // namespace collector

@@ -1,6 +1,8 @@
 #include "tools/collector/wire_check.h"
 
 #include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
 
 #include <algorithm>
@@ -205,6 +207,19 @@ std::optional<std::string> readRequest(const WireRequest& request, WireMessage& 
   return std::nullopt;
 } catch (const Refusal& refusal) {
   return refusal.reason;
+}
+
+std::vector<std::string_view> elementsOf(std::string_view array) {
+  std::vector<std::string_view> elements;
+  rapidjson::MemoryStream stream(array.data(), array.size());
+  rapidjson::Reader reader;
+  rapidjson::BaseReaderHandler<> nothing;
+  while (stream.Take() != ']') {
+    const std::size_t start = stream.Tell();
+    reader.Parse<rapidjson::kParseStopWhenDoneFlag>(stream, nothing);
+    elements.push_back(array.substr(start, stream.Tell() - start));
+  }
+  return elements;
 }
 
 }  // namespace collector

@@ -55,6 +55,37 @@ enum class Kind : std::uint8_t {
   Absent,
 };
 
+/// The size of a scalar in the flat form.
+constexpr std::size_t scalarSize(Kind kind) {
+  switch (kind) {
+    case Kind::Int:
+    case Kind::UInt:
+    case Kind::Int64:
+    case Kind::Double:
+    case Kind::Date:
+      return 9;
+    case Kind::Float:
+      return 5;
+    case Kind::Bool:
+      return 2;
+    case Kind::NSNull:
+    case Kind::OtherObject:
+    case Kind::Absent:
+      return 1;
+    case Kind::Number:
+      return 21;
+    case Kind::String:
+    case Kind::URL:
+    case Kind::Array:
+    case Kind::Dictionary:
+      break;
+  }
+  return 0;
+}
+
+/// The size of what precedes a text in the flat form.
+inline constexpr std::size_t kTextHead = 5;
+
 template <class T>
 inline constexpr bool isCharacter = std::is_same_v<T, char> || std::is_same_v<T, wchar_t> ||
                                     std::is_same_v<T, char16_t> || std::is_same_v<T, char32_t>
@@ -163,12 +194,22 @@ class VELTRANO_EXPORT FlatWriter {
 
   void value(const Argument& argument);
 
+  /// Writes a key of a Dictionary and its value. Inline, because a generated header's keys are
+  /// known when it is compiled.
+  void entry(std::string_view key, const Argument& argument);
+
   /// Copies a value that is in the flat form already.
   void flat(const char* value);
 
   void text(Kind kind, std::string_view text);
 
   void absent() { *take(1) = static_cast<char>(Kind::Absent); }
+
+  /// The size as the flat form stores it; throws if that is too large.
+  static std::uint32_t length(std::size_t size) {
+    if (size > UINT32_MAX) refuseLength();
+    return static_cast<std::uint32_t>(size);
+  }
 
   /// The depth of the deepest value written so far in the innermost open container.
   int depth() const { return depth_; }
@@ -188,8 +229,14 @@ class VELTRANO_EXPORT FlatWriter {
   char* end_;
 
  private:
-  void entry(std::string_view key, const Argument& argument);
   void number(const NSNumber& number);
+
+  [[noreturn]] static void refuseLength();
+
+  // Both return where the next value goes.
+  static char* putText(char* to, Kind kind, std::string_view text);
+  static char* putScalar(char* to, Kind kind, std::uint64_t bits);
+
   char* take(std::size_t size) {
     if (static_cast<std::size_t>(end_ - at_) < size) grow(size);
     return std::exchange(at_, at_ + size);
@@ -208,6 +255,10 @@ class VELTRANO_EXPORT Argument {
 
   Argument(std::initializer_list<ArrayElement> elements) noexcept;
   Argument(std::initializer_list<MapElement> entries) noexcept;
+
+  /// A value that `append` writes.
+  Argument(void (*append)(FlatWriter&, const void*), const void* object) noexcept
+      : object_(object), append_(append), form_(Form::own) {}
 
   template <class T, std::enable_if_t<isArgument<T>, int> = 0>
   Argument(const T& value) {
@@ -344,6 +395,35 @@ inline Argument::Argument(std::initializer_list<ArrayElement> elements) noexcept
     : object_(elements.begin()), size_(elements.size()), form_(Form::list) {}
 inline Argument::Argument(std::initializer_list<MapElement> entries) noexcept
     : object_(entries.begin()), size_(entries.size()), form_(Form::map) {}
+
+inline char* FlatWriter::putText(char* to, Kind kind, std::string_view text) {
+  const std::uint32_t size = length(text.size());
+  *to = static_cast<char>(kind);
+  std::memcpy(to + 1, &size, sizeof size);
+  std::memcpy(to + kTextHead, text.data(), text.size());
+  return to + kTextHead + text.size();
+}
+
+// Always copies eight bytes, a size known at compile time; the next value overwrites the excess.
+inline char* FlatWriter::putScalar(char* to, Kind kind, std::uint64_t bits) {
+  *to = static_cast<char>(kind);
+  std::memcpy(to + 1, &bits, sizeof bits);
+  return to + scalarSize(kind);
+}
+
+// Most values are scalars or text: such a value and its key share one bounds check.
+inline void FlatWriter::entry(std::string_view key, const Argument& argument) {
+  if (argument.form_ > Argument::Form::text) {
+    text(Kind::String, key);
+    return value(argument);
+  }
+  const bool isText = argument.form_ == Argument::Form::text;
+  const std::size_t size = isText ? argument.size_ : sizeof argument.bits_;
+  char* to = take(2 * kTextHead + key.size() + size);
+  to = putText(to, Kind::String, key);
+  at_ = isText ? putText(to, argument.kind_, {static_cast<const char*>(argument.object_), size})
+               : putScalar(to, argument.kind_, argument.bits_);
+}
 
 struct FromFlat {};
 

@@ -153,8 +153,9 @@ let marks = []; // the same on the lanes, where more are kept
 const minutes = new Map(); // since 1970, to the number of requests by their outcome
 
 const events = new List($('events'), (row, item) => {
-  row.className = item.kind;
-  row.title = `arrived ${dated(item.received)}, recorded ${dated(item.time)}`;
+  row.className = item.violations?.length ? `${item.kind} violation` : item.kind;
+  row.title = `arrived ${dated(item.received)}, recorded ${dated(item.time)}` +
+    (item.violations ?? []).map((violation) => `\n${violation}`).join('');
   row.replaceChildren(cell('time', stamp(item.received)), cell('time', stamp(item.time)),
     cell('name', item.name),
     cell('uid', item.uid || '–'), cell('summary', summaryOf(item)),
@@ -246,7 +247,8 @@ function applyFilter() {
     const pattern = new RegExp(wanted[key].replace(/[\\^$.*+?()[\]{}|/]/g, '\\$&'), 'i');
     return (item) => pattern.test(item[key]);
   });
-  if (wanted.kind) tests.push((item) => item.kind === wanted.kind);
+  if (wanted.kind === 'violation') tests.push((item) => item.violations?.length);
+  else if (wanted.kind) tests.push((item) => item.kind === wanted.kind);
   matches = (item) => tests.every((test) => test(item));
   // While paused, only what had arrived before.
   events.show(items.slice(0, items.length - Math.min(missed, items.length)).filter(matches));
@@ -335,6 +337,7 @@ function showItem(item) {
   refused.select(null);
   const { received, time, uid, answer } = item;
   const facts = { Arrived: dated(received), Recorded: dated(time), User: uid || '(none)', Answer: answerText(answer) };
+  if (item.violations?.length) facts['Not as planned'] = item.violations.join('; ');
   const groups = Object.entries(propertiesOf(item)).filter(([, properties]) => properties.length);
   showDetails(item.name, facts, item.json, ...groups.map((group) => foldable(...group)));
 }

@@ -1,0 +1,8 @@
+#pragma once
+
+#include <string>
+
+void signIn(bool isPaying);
+void play(const std::string& song, double seconds);
+void buy(const std::string& name, double price);
+void signOut();

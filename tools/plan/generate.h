@@ -1,0 +1,31 @@
+// Writes headers with the events of a plan as types.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "plan/plan.h"
+
+namespace veltrano::planning {
+
+/// The contents of headers by their names: one that includes all, and one for each event, so that
+/// what a source file does not use does not slow its compilation down.
+using Headers = std::map<std::string, std::string>;
+
+Headers headersForCPP(const Plan& plan);
+Headers headersForC(const Plan& plan);
+
+/// Starts every header that is generated.
+inline constexpr std::string_view kMark = "// Written by veltrano-plan. Change the plan instead.\n";
+
+/// The text as a literal of C.
+std::string literal(std::string_view text);
+
+/// A description as lines of comment, indented; nothing if it is empty.
+std::string comment(std::string_view description, std::string_view indent);
+
+/// Adds the header that includes the others.
+void addHeaderOfAll(Headers& headers, const std::string& name);
+
+}  // namespace veltrano::planning
