@@ -147,22 +147,22 @@ void World::Implementation::flushUntil(Duration deadline) {
   network_.endRests();
   const auto flush = [&] {
     post(internal::kApplicationDidEnterBackground);
-    const auto isFlushed = std::make_shared<bool>(false);
-    simulated_.workQueue.async([this, isFlushed] {
-      simulated_.workQueue.async([this, isFlushed] {
-        *isFlushed = true;
+    const auto result = std::make_shared<std::optional<internal::FlushResult>>();
+    simulated_.workQueue.async([this, result] {
+      simulated_.workQueue.async([this, result] {
+        *result = substitute_->lastFlush();
         simulated_.timeline.stop();
       });
     });
     run(deadline, Purpose::flush);
-    return *isFlushed;
+    return *result;
   };
   const auto pause = [&](Duration time) {
     if (now() + time >= deadline) return false;
     run(now() + time, Purpose::flush);
     return true;
   };
-  internal::flushWithRetries([&] { return statistics(); }, flush, pause);
+  internal::flushWithRetries(flush, pause);
 }
 
 void World::Implementation::jumpClock(Duration distance) {
