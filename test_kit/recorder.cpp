@@ -58,10 +58,11 @@ std::vector<std::string>& Recorder::operationsNow() {
 
 // Polls the log's switch, because the host sets it without a call.
 void Recorder::noteLogSwitch() {
-  if (hasEnded_ || std::exchange(isLogOn_, Veltrano::isLoggerEnabled.load()) == isLogOn_) return;
-  operationsNow().push_back(operationText("enableLog", [&](JSONWriter& writer) {
+  const bool isOn = Veltrano::isLoggerEnabled;
+  if (hasEnded_ || std::exchange(isLogOn_, isOn) == isOn) return;
+  operationsNow().push_back(operationText("enableLog", [isOn](JSONWriter& writer) {
     writer.key("on");
-    writer.boolean(isLogOn_);
+    writer.boolean(isOn);
   }));
 }
 
@@ -77,6 +78,7 @@ void Recorder::addCall(std::string_view operation, const HostMap& arguments, boo
   const internal::Lock lock(mutex_);
   if (hasEnded_) return;
   noteLogSwitch();
+  int number = callbacks_;
   operationsNow().push_back(operationText(operation, [&](JSONWriter& writer) {
     for (const auto& [key, value] : arguments) {
       const auto* member = value.member();
@@ -84,7 +86,7 @@ void Recorder::addCall(std::string_view operation, const HostMap& arguments, boo
         const bool isGiven = *member->getIf<bool>();
         if (!isGiven && key == "completion") continue;
         writer.key(key);
-        isGiven ? writer.string(key + ' ' + std::to_string(++callbacks_)) : writer.null();
+        isGiven ? writer.string(key + ' ' + std::to_string(++number)) : writer.null();
       } else if (key != "properties") {
         writer.key(key);
         writeScenarioValue(writer, value);
@@ -97,6 +99,7 @@ void Recorder::addCall(std::string_view operation, const HostMap& arguments, boo
     writer.key("runLoop");  // in a world, only the main thread runs one
     writer.boolean(false);
   }));
+  callbacks_ = number;
 }
 
 void Recorder::addAnswer(const std::string& path, const Answer& answer) {

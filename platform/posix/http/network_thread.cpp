@@ -136,9 +136,11 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
     TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
     return callBack(callback, result);
   }
-  dropExceptions([&] {
+  try {
     if (spare_.empty()) spare_.push_back(std::make_shared<Post>());
-  });
+  } catch (const std::bad_alloc&) {
+    // The next shortage finds none.
+  }
 
   if (isClosed_ || endpoint.unfinished >= kMaxUnfinished) failure = CURLE_NO_CONNECTION_AVAILABLE;
   ++endpoint.unfinished;

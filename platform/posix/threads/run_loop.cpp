@@ -106,12 +106,13 @@ void PosixRunLoop::perform(std::function<void()> function) {
 int PosixRunLoop::fileDescriptor() {
   if (isForkedChild()) return -1;
   const Lock lock(mutex_);
-  int descriptor = -1;
-  dropExceptions([&] {
-    descriptor = wakeUp_.descriptor();
+  try {
+    const int descriptor = wakeUp_.descriptor();
     wakeUp_.set(wakeTime());
-  });
-  return descriptor;
+    return descriptor;
+  } catch (const std::exception&) {
+    return -1;
+  }
 }
 
 std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance,
