@@ -6,18 +6,14 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "veltrano/veltrano_c.h"
 
 namespace {
-
-veltrano_text text(std::string_view view) {
-  return {view.data(), view.size()};
-}
 
 // Releases its handle.
 struct Handle {
@@ -46,38 +42,32 @@ TEST(CInterfaceInstallation, SaysWhyItIsRefused) {
   const Handle map(veltrano_dictionary()), one(veltrano_int(1));
   EXPECT_TRUE(veltrano_dictionary_set(map, one, one));
   veltrano_options options{};
-  const auto refusal = [&](const veltrano_options* given) {
+  const auto expectRefusal = [](const veltrano_options* given, const char* why) {
     veltrano_object* error = nullptr;
     EXPECT_FALSE(veltrano_install_posix_platform(given, &error));
     const Handle handle(error);
     const veltrano_text reason = veltrano_string_text(handle);
-    return std::string(reason.bytes, reason.length);
+    EXPECT_NE(std::string(reason.bytes, reason.length).find(why), std::string::npos) << why;
   };
-  EXPECT_NE(refusal(nullptr).find("size"), std::string::npos);
-  EXPECT_NE(refusal(&options).find("size"), std::string::npos);
+  expectRefusal(nullptr, "size");
+  expectRefusal(&options, "size");
   options.size = sizeof options;
-  EXPECT_NE(refusal(&options).find("collection host"), std::string::npos);
+  expectRefusal(&options, "collection host");
   options.info_dictionary = map;
-  EXPECT_NE(refusal(&options).find("Info dictionary"), std::string::npos);
+  expectRefusal(&options, "Info dictionary");
   options.info_dictionary = nullptr;
   options.collection_host = veltrano_c_string("localhost:1");
-  options.user_defaults_file = text({"a\0b", 3});
-  EXPECT_NE(refusal(&options).find("NUL"), std::string::npos);
+  options.user_defaults_file = {"a\0b", 3};
+  expectRefusal(&options, "NUL");
   options.user_defaults_file = {};
-  options.proxy = veltrano_c_string("proxy");
-  EXPECT_NE(refusal(&options).find("http://host:port"), std::string::npos);
-  options.proxy = {};
-  options.pinned_public_key = veltrano_c_string("none");
-  EXPECT_NE(refusal(&options).find("SHA-256"), std::string::npos);
-  options.pinned_public_key = {};
   options.advertising_identifier = veltrano_c_string("none");
-  EXPECT_NE(refusal(&options).find("identifier"), std::string::npos);
+  expectRefusal(&options, "identifier");
   // The invalid identifier is beyond the size of an older host's options.
   options.size = offsetof(veltrano_options, advertising_identifier);
   EXPECT_EQ(veltrano_main_run_loop(), nullptr);
   EXPECT_TRUE(veltrano_install_posix_platform(&options, nullptr));
   EXPECT_NE(veltrano_main_run_loop(), nullptr);
-  EXPECT_NE(refusal(&options).find("already"), std::string::npos);
+  expectRefusal(&options, "already");
 }
 
 class CInterface : public testing::Test {
@@ -91,72 +81,40 @@ class CInterface : public testing::Test {
   }
 };
 
-TEST_F(CInterface, NothingHarmsNowhere) {
-  const Handle list(veltrano_array()), map(veltrano_dictionary());
-  const Handle word(veltrano_string(text({"a\0b", 3})));
-  const veltrano_text absent = veltrano_c_string(nullptr);
-  EXPECT_EQ(absent.bytes, nullptr);
-  EXPECT_EQ(veltrano_string(absent), nullptr);
-  EXPECT_EQ(veltrano_url(absent), nullptr);
-  EXPECT_EQ(veltrano_copy(nullptr), nullptr);
-  EXPECT_FALSE(veltrano_array_append(nullptr, word));
+// The fuzzer of C calls passes all combinations; here, what such calls answer.
+TEST_F(CInterface, RefusesWhatItCannotUse) {
+  const Handle list(veltrano_array()), map(veltrano_dictionary()), otherKeys(veltrano_dictionary());
+  const Handle word(veltrano_string({"a\0b", 3}));
+  EXPECT_EQ(veltrano_string_text(word).length, 3U);
+  EXPECT_EQ(veltrano_string(veltrano_c_string(nullptr)), nullptr);
   EXPECT_FALSE(veltrano_array_append(map, word));
-  EXPECT_FALSE(veltrano_dictionary_set(nullptr, word, word));
   EXPECT_FALSE(veltrano_dictionary_set(list, word, word));
   EXPECT_FALSE(veltrano_dictionary_set(map, nullptr, word));
-  EXPECT_FALSE(veltrano_array_append_int(map, 1));
-  EXPECT_FALSE(veltrano_dictionary_set_int(list, "key", 1));
   EXPECT_FALSE(veltrano_dictionary_set_int(map, nullptr, 1));
-  EXPECT_FALSE(veltrano_dictionary_set_object(map, nullptr, list));
   EXPECT_TRUE(veltrano_dictionary_set_url(map, "key", nullptr));
   EXPECT_FALSE(veltrano_is_valid_nested_type(map));  // the key has no value
-  EXPECT_FALSE(veltrano_is_valid_nested_type(nullptr));
   EXPECT_TRUE(veltrano_array_append(list, list));
-  EXPECT_TRUE(veltrano_is_valid_nested_type(list));
   const Handle copy(veltrano_copy(list));
   EXPECT_FALSE(veltrano_array_append(copy, word));  // copies are immutable
   EXPECT_TRUE(veltrano_array_append(list, nullptr));
   EXPECT_FALSE(veltrano_is_valid_nested_type(list));
   EXPECT_TRUE(veltrano_is_valid_nested_type(copy));
-  EXPECT_EQ(veltrano_string_text(nullptr).bytes, nullptr);
-  EXPECT_EQ(veltrano_string_text(list).bytes, nullptr);
-  EXPECT_EQ(veltrano_string_text(word).length, 3U);
-  veltrano_release(nullptr);
 
-  const Handle otherKeys(veltrano_dictionary());
   EXPECT_TRUE(veltrano_dictionary_set(otherKeys, list, word));
   for (veltrano_object* const wrong : {list.handle, otherKeys.handle, word.handle}) {
     EXPECT_FALSE(veltrano_track("E", wrong, nullptr, nullptr));
     EXPECT_FALSE(veltrano_set_super_properties(wrong));
   }
   EXPECT_FALSE(veltrano_track(nullptr, map, nullptr, nullptr));
-  EXPECT_TRUE(veltrano_track("E", nullptr, nullptr, nullptr));
-  EXPECT_FALSE(veltrano_set_super_properties(nullptr));
   EXPECT_FALSE(veltrano_set_user_id(nullptr));
-  EXPECT_TRUE(veltrano_set_publisher_uid(nullptr));
   const char* const names[] = {"E", nullptr};
   EXPECT_FALSE(veltrano_set_refresh_triggers(names, 2, Count::block, nullptr));
-  EXPECT_TRUE(veltrano_set_refresh_triggers(nullptr, 2, Count::block, nullptr));
-
-  EXPECT_FALSE(veltrano_responds(nullptr));
-  EXPECT_EQ(veltrano_send(nullptr, nullptr, 0, nullptr, nullptr), VELTRANO_NO_SUCH_SELECTOR);
-  veltrano_object* returned = word;
   std::size_t detail = 99;
-  EXPECT_EQ(veltrano_send("setUser:", nullptr, SIZE_MAX, &returned, &detail),
-            VELTRANO_NO_SUCH_SELECTOR);
-  EXPECT_EQ(veltrano_send("setUserId:", nullptr, SIZE_MAX, &returned, &detail),
+  EXPECT_EQ(veltrano_send("setUserId:", nullptr, SIZE_MAX, nullptr, &detail),
             VELTRANO_WRONG_NUMBER_OF_ARGUMENTS);
-  EXPECT_EQ(returned, nullptr);
   EXPECT_EQ(detail, 1U);
-  EXPECT_EQ(veltrano_send("setUserId:", nullptr, 1, &returned, &detail),
-            VELTRANO_WRONG_TYPE_OF_ARGUMENT);
-  EXPECT_EQ(detail, 0U);
 
-  veltrano_run_loop_run(nullptr);
-  veltrano_run_loop_stop(nullptr);
-  veltrano_run_loop_run_due(nullptr);
   EXPECT_FALSE(veltrano_run_loop_run_for(nullptr, 9));
-  EXPECT_EQ(veltrano_run_loop_file_descriptor(nullptr), -1);
   Count count;
   EXPECT_EQ(veltrano_block(nullptr, &count, Count::release), nullptr);
   veltrano_run_loop_perform(nullptr, Count::block, &count, Count::release);
@@ -252,10 +210,10 @@ TEST_F(CInterface, ThreadsShareObjectsAndCallAtOnce) {
 TEST(CInterfaceVersion, IsThatOfTheHeaderAndOfThePackage) {
   EXPECT_STREQ(veltrano_version(), PACKAGE_VERSION);
   EXPECT_STREQ(VELTRANO_VERSION, PACKAGE_VERSION);
-  const int numbers[] = {VELTRANO_VERSION_MAJOR, VELTRANO_VERSION_MINOR, VELTRANO_VERSION_PATCH};
-  std::string version;
-  for (const int number : numbers) version += (version.empty() ? "" : ".") + std::to_string(number);
-  EXPECT_EQ(version, PACKAGE_VERSION);
+  int major = 0, minor = 0, patch = 0;
+  EXPECT_EQ(std::sscanf(PACKAGE_VERSION, "%d.%d.%d", &major, &minor, &patch), 3);
+  EXPECT_TRUE(major == VELTRANO_VERSION_MAJOR && minor == VELTRANO_VERSION_MINOR &&
+              patch == VELTRANO_VERSION_PATCH);
 }
 
 TEST_F(CInterface, StatisticsFillWhatTheHostHasRoomFor) {

@@ -58,22 +58,16 @@ void expectPart(const std::string& text, const std::string& part) {
 }
 
 TEST(WireCheck, Envelope) {
-  const struct {
-    std::function<void(WireRequest&)> change;
-    std::string wrong;
-  } cases[] = {
+  const std::pair<std::function<void(WireRequest&)>, std::string> cases[] = {
       {[](auto&) {}, ""},
-      {[](auto& r) { r.parameters.begin()->second = ""; }, ""},
       {[](auto& r) { r.parameters.emplace("uid", "u"); }, "the query"},
       {[](auto& r) { r.parameters.begin()->second = "\xC3"; }, "not UTF-8"},
       {[](auto& r) { r.headers.erase("lib_version"); }, "\"lib_version\" is not there"},
-      {[](auto& r) { r.headers.emplace("publisher_version", "ios_1"); }, "exactly once"},
       {[](auto& r) { r.headers.find("lib_version")->second = "1.0"; }, "does not start"},
       {[](auto& r) { r.headers.emplace("content-type", "text/plain"); }, "Content-Type"},
       {[](auto& r) { r.headers.emplace("Authorization", "Bearer t"); }, "Authorization"},
       {[](auto& r) { r.body = "data=W11="; }, "not strict Base64"},  // bits beyond the last byte
       {[](auto& r) { r.body += '\n'; }, "not strict Base64"},
-      {[](auto& r) { r.body = "data=e-_="; }, "not strict Base64"},
   };
   for (const auto& [change, wrong] : cases) {
     WireRequest changed = request("/track", kBatch);
@@ -82,48 +76,35 @@ TEST(WireCheck, Envelope) {
   }
 }
 
-TEST(WireCheck, Batch) {
+TEST(WireCheck, Bodies) {
   const std::string record = kBatch.substr(1, kBatch.size() - 2);
   std::string most = record;
   for (int i = 1; i < 200; ++i) most += "," + record;
   const auto nested = [](std::size_t depth) {
     return std::string(depth, '[') + std::string(depth, ']');
   };
-  const struct {
-    std::string json;
-    std::string wrong;
-  } cases[] = {
+  const std::pair<std::string, std::string> batches[] = {
       {"[" + most + "]", ""},
       {"[" + most + "," + record + "]", "201 records"},
-      {"[]", "empty"},
       {replaced(kBatch, "\"event\"", "\"more\":1,\"event\""), "exactly"},
       {replaced(kBatch, "\"$wifi\":true,", ""), "\"$wifi\" is missing"},
-      {replaced(kBatch, kExtra, "\"extra_json\":[]"), "\"extra_json\" is not an object"},
       {replaced(kBatch, "\"plan\"", "\"time\""), "duplicate key"},
       {replaced(kBatch, "\"pro\"", " \"pro\""), "not compact"},
       {replaced(kBatch, "\"pro\"", "\"\xC3\""), "not JSON"},
       {replaced(kBatch, "\"pro\"", "0." + std::string(400, '0')), "100 zeros"},
       {replaced(kBatch, "\"pro\"", nested(197)), ""},
       {replaced(kBatch, "\"pro\"", nested(100'000)), "200 deep"},
-      {kBatch + std::string(1, '\0'), "zero byte"},
   };
-  for (const auto& [json, wrong] : cases) expectPart(fault(request("/track", json)), wrong);
-}
-
-TEST(WireCheck, Heartbeat) {
-  const struct {
-    std::string from, to, wrong;
-  } cases[] = {
-      {"17.0", "17.0", ""},
-      {"\"app_id\":\"\",", "", "\"app_id\" is missing"},
-      {"\"app_id\"", "\"more\":1,\"app_id\"", "more properties"},
-      {"1938AF34", "1938af34", "\"session_id\" is not"},
-      {"\"duration\":0", "\"duration\":-1", "\"duration\" is not"},
-      {"faceUp", "faceup", "\"device_orientation\" is not"},
-      {"\"u\"", "\"v\"", "the query's uid"},
+  for (const auto& [json, wrong] : batches) expectPart(fault(request("/track", json)), wrong);
+  const std::pair<std::string, std::string> heartbeats[] = {
+      {kHeartbeat, ""},
+      {replaced(kHeartbeat, "\"app_id\":\"\",", ""), "\"app_id\" is missing"},
+      {replaced(kHeartbeat, "1938AF34", "1938af34"), "\"session_id\" is not"},
+      {replaced(kHeartbeat, "\"duration\":0", "\"duration\":-1"), "\"duration\" is not"},
+      {replaced(kHeartbeat, "\"u\"", "\"v\""), "the query's uid"},
   };
-  for (const auto& [from, to, wrong] : cases)
-    expectPart(fault(request("/heartbeat", replaced(kHeartbeat, from, to))), wrong);
+  for (const auto& [json, wrong] : heartbeats)
+    expectPart(fault(request("/heartbeat", json)), wrong);
 }
 
 TEST(Faults, FollowEachOtherUntilTheyAreUsedUp) {
@@ -139,8 +120,7 @@ TEST(Faults, FollowEachOtherUntilTheyAreUsedUp) {
   EXPECT_TRUE(truncated.truncate && truncated.accept);
   EXPECT_EQ(truncated.body, "a,b=c");
   EXPECT_FALSE(takeFault(faults, "/track").body);
-  for (const char* wrong : {"status=503", "path=/x,drop", "path=/track,status=99",
-                            "path=/track,count=0", "path=/track,drop=1", "path=/track,wait=1"})
+  for (const char* wrong : {"status=503", "path=/track,status=99", "path=/track,drop=1"})
     EXPECT_THROW(parseFaults(faultJSON(wrong)), std::invalid_argument) << wrong;
 }
 
@@ -156,11 +136,8 @@ TEST(Journal, KeepsTheLatestInOrder) {
 
   journal.clear();
   journal.addRequest(wrong, 200, true);
-  journal.addRefused(wrong, {}, 400, "wrong");
   Journal::Position position;
-  const std::string stream = journal.next(position, {});
-  EXPECT_TRUE(stream.starts_with("event: clear\n"));
-  EXPECT_LT(stream.find("event: request\n"), stream.find("event: refused\n"));
+  EXPECT_TRUE(journal.next(position, {}).starts_with("event: clear\n"));
   EXPECT_EQ(journal.next(position, {}), "");
 }
 
@@ -198,13 +175,7 @@ class Program {
     return client.Post(target, request("", "").headers, body.size(), provide, "");
   }
 
-  httplib::Result get(const std::string& target, const httplib::Headers& headers = {}) const {
-    return httplib::Client(page_.substr(0, page_.rfind('/'))).Get(target, headers);
-  }
-  httplib::Result postToPage(const std::string& target,
-                             const httplib::Headers& headers = {}) const {
-    return httplib::Client(page_.substr(0, page_.rfind('/'))).Post(target, headers);
-  }
+  httplib::Client page() const { return httplib::Client(page_.substr(0, page_.rfind('/'))); }
 
   int end() {  // harmless if the program is already shutting down
     ::kill(process_, SIGTERM);
@@ -250,7 +221,7 @@ TEST(CollectorProgram, AcceptsRefusesAndMisbehaves) {
 TEST(CollectorProgram, TellsScriptsWhatHasCome) {
   Program program("--output /dev/null");
   const auto get = [&](const std::string& target) {
-    const auto result = program.get(target);
+    const auto result = program.page().Get(target);
     return std::to_string(result->status) + ' ' + result->body;
   };
   auto waiting = std::async(std::launch::async, get, "/wait?event=Bought&count=2&timeout=60");
@@ -260,22 +231,20 @@ TEST(CollectorProgram, TellsScriptsWhatHasCome) {
   program.post("/track?uid=u", encoded("[]"));
   EXPECT_EQ(waiting.get(), "200 {\"event\":\"Bought\",\"count\":2}\n");
   EXPECT_EQ(get("/wait?event=Bought&count=3&timeout=0").substr(0, 3), "504");
-  for (const char* wrong : {"?event=Bought&count=x", "?event=", "?event=Bought&cuont=2"})
-    EXPECT_EQ(get(std::string("/wait") + wrong).substr(0, 3), "400") << wrong;
-  expectPart(get("/events?event=Bought"), "400 /events takes no parameter \"event\"");
+  EXPECT_EQ(get("/wait?event=Bought&cuont=2").substr(0, 3), "400");
   expectPart(get("/reset"), "404 there is no GET /reset; ");
   expectPart(get("/events"), ",\"uid\":\"u\",\"answer\":200,\"body\":" +
                                  record.substr(1, record.size() - 2) + "},\n");
   expectPart(get("/heartbeats"), kHeartbeat);
   expectPart(get("/refused"), "\"the batch is empty\"");
 
-  EXPECT_EQ(program.get("/events", {{"Host", "example.com"}})->status, 403);
-  EXPECT_EQ(program.postToPage("/reset", {{"Origin", "http://example.com"}})->status, 403);
-  EXPECT_EQ(program.postToPage("/reset")->status, 200);
+  auto page = program.page();
+  EXPECT_EQ(page.Get("/events", {{"Host", "example.com"}})->status, 403);
+  EXPECT_EQ(page.Post("/reset", httplib::Headers{{"Origin", "http://example.com"}})->status, 403);
+  EXPECT_EQ(page.Post("/reset")->status, 200);
   EXPECT_EQ(get("/events"), "200 []\n");
 
-  const auto heldBack = std::async(std::launch::async,
-                                   [&program] { program.get("/wait?event=Bought&timeout=3600"); });
+  const auto heldBack = std::async(std::launch::async, get, "/wait?event=Bought&timeout=3600");
   EXPECT_EQ(program.end(), 0);
 }
 

@@ -1,5 +1,8 @@
-// When events are uploaded, and what happens to them afterwards.
+// What becomes of events and completions when something fails. When events are uploaded, the
+// scenarios show.
 #include <gtest/gtest.h>
+
+#include <new>
 
 #include "tests/support/simulation.h"
 
@@ -8,108 +11,73 @@ namespace {
 
 class Flushing : public testing::Test {
  protected:
-  void trackMany(int count) {
-    for (int i = 0; i < count; ++i) Veltrano::shared().track("E" + std::to_string(i));
-    simulation.settle();
-  }
-
-  void fail() { simulation.answer("/track", {.status = 503}); }
-
-  std::vector<double> postTimes() const {
-    std::vector<double> times;
-    for (const SentPost& post : simulation.posts) times.push_back(post.at);
-    return times;
-  }
-
   Simulation simulation;
+  Veltrano& tracker = Veltrano::shared();
 };
 
-using Times = std::vector<double>;
-using Completions = std::vector<std::pair<std::string, bool>>;
-
-TEST_F(Flushing, ThePeriodRunsFromEachOutcome) {
-  simulation.answer("/track", {.latency = std::chrono::seconds(3)});
-  trackMany(1);
-  simulation.runUntil(21);
-  trackMany(1);
-  simulation.runUntil(90);
-  EXPECT_EQ(postTimes(), (Times{20, 43}));
-  EXPECT_EQ(simulation.posts[0].eventCount(), 1U);
-  EXPECT_EQ(simulation.posts[1].eventCount(), 1U);
-}
-
-TEST_F(Flushing, StatusesDecideWhetherTheBatchStays) {
-  struct Case {
-    SimulatedAnswer answer;
-    bool isDelivered;
-  };
-  const Case cases[] = {
-      {{.status = 200}, true},
-      {{.status = 400}, true},
-      {{.status = 201}, false},
-      {{.status = 204}, false},
-      {{.status = 302}, false},
-      {{.status = 500}, false},
-      {{.status = 503}, false},
-      {{.kind = SimulatedAnswer::Kind::transportError}, false},
-      {{.kind = SimulatedAnswer::Kind::notHTTP}, false},
-  };
-  Veltrano::isLoggerEnabled = true;
-  std::size_t waiting = 0;
-  for (const Case& it : cases) {
-    simulation.answer("/track", it.answer);
-    Veltrano::shared().track("E", {}, simulation.completion("it"));
-    simulation.runUntil(simulation.now() + 1);
-    EXPECT_EQ(simulation.posts.back().eventCount(), ++waiting) << it.answer.status;
-    EXPECT_EQ(simulation.completions.back().second, it.isDelivered) << it.answer.status;
-    if (it.isDelivered) waiting = 0;
-    const auto messages = simulation.takeMessages();
-    const auto responses = std::count_if(messages.begin(), messages.end(), [](const auto& m) {
-      return m.rfind("Got response: ", 0) == 0;
-    });
-    EXPECT_EQ(responses, it.answer.kind == SimulatedAnswer::Kind::http ? 1 : 0);
-  }
-}
-
 TEST_F(Flushing, AFailingHostLosesNothingUpToTheCapacity) {
-  fail();
-  Veltrano::isLoggerEnabled = true;
+  simulation.answer("/track", {.status = 503});
   for (int i = 0; i < 201; ++i) {
-    trackMany(1);
+    tracker.track("E" + std::to_string(i));
     simulation.runUntil(simulation.now() + 0.1);
   }
-  const auto messages = simulation.takeMessages();
-  EXPECT_EQ(std::count(messages.begin(), messages.end(),
-                       "Current event count: 201 over capacity, trimming"),
-            1);
   EXPECT_EQ(simulation.posts.size(), 192U);
   EXPECT_EQ(simulation.posts.back().eventCount(), 200U);
+  EXPECT_EQ(simulation.posts.back().eventName(0), "E1");
 
   simulation.answer("/track", {});
-  simulation.runUntil(simulation.now() + 25);
-  EXPECT_EQ(simulation.posts.back().eventCount(), 200U);
-  const std::size_t posts = simulation.posts.size();
-  simulation.runUntil(simulation.now() + 100);
-  EXPECT_EQ(simulation.posts.size(), posts);
+  simulation.runUntil(simulation.now() + 125);
+  EXPECT_EQ(simulation.posts.size(), 193U);
+  EXPECT_EQ(tracker.statistics().delivered, 200U);
 }
 
 TEST_F(Flushing, ACompletionMayUseTheTrackerAndThrow) {
-  Veltrano::shared().track("A", {}, [&](bool) {
-    Veltrano::shared().track("B", {}, simulation.completion("inner"));
+  tracker.track("A", {}, [&](bool) {
+    tracker.track("B", {}, simulation.completion("inner"));
     throw std::string("thrown");
   });
   simulation.runUntil(1);
-  EXPECT_EQ(simulation.completions, (Completions{{"inner", true}}));
+  EXPECT_EQ(simulation.completions.size(), 1U);
 }
 
-TEST_F(Flushing, GoingToTheBackgroundDuringAnUploadFlushesAfterIt) {
-  fail();
-  trackMany(1);
-  simulation.runUntil(20.01);  // during the periodic flush
-  simulation.platform.notificationCenter.post(std::string(kApplicationDidEnterBackground));
-  simulation.runUntil(100);
-  EXPECT_EQ(postTimes(), (Times{20, 20.05}));
-  EXPECT_EQ(simulation.posts.back().eventCount(), 1U);
+TEST_F(Flushing, WithoutMemoryForAnUploadTheLargestEventIsDropped) {
+  tracker.track("small");
+  tracker.track("large", {{"text", std::string(1000, 'x')}});
+  const auto note = simulation.platform.network.onPost;
+  simulation.platform.network.onPost = [&](const PostRequest&) { throw std::bad_alloc(); };
+  tracker.track("last", {}, simulation.completion("last"));
+  simulation.runUntil(1);
+  EXPECT_EQ(simulation.completions.size(), 1U);
+  EXPECT_FALSE(simulation.completions.back().second);
+  EXPECT_EQ(tracker.statistics().uploadsFailedForMemory, 1U);
+  EXPECT_EQ(tracker.statistics().droppedForMemory, 1U);
+  simulation.platform.network.onPost = note;
+  simulation.runUntil(25);
+  ASSERT_EQ(simulation.posts.size(), 1U);
+  EXPECT_EQ(simulation.posts[0].eventCount(), 2U);
+  EXPECT_EQ(simulation.posts[0].eventName(1), "last");
+}
+
+// As when the host ends the thread that would report it.
+struct ForgetfulNetwork final : ZKURLSessionManager {
+  void postData(PostRequest, URLSessionCallback) override { ++posts; }
+  int posts = 0;
+};
+
+TEST(FlushingFaults, AnUploadThatNobodyReportsIsRepeatedWithTheNextEvent) {
+  SimulatedPlatform platform;
+  ForgetfulNetwork network;
+  Platform services = platform.services();
+  services.urlSession = &network;
+  Library library(services);
+  library.tracker().track("A", {}, nullptr);
+  platform.timeline.runUntil(std::chrono::seconds(50));
+  EXPECT_EQ(network.posts, 1);
+  EXPECT_EQ(library.accounting().statistics().uploadsFailedInTransport, 1U);
+  EXPECT_EQ(library.accounting().statistics().waiting, 1U);
+  library.tracker().track("B", {}, nullptr);
+  platform.timeline.runUntil(std::chrono::seconds(51));
+  EXPECT_EQ(network.posts, 2);
 }
 
 }  // namespace

@@ -100,6 +100,7 @@ TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
 // Forks while another thread takes the library's locks, for the first use and the first heartbeat
 // among others.
 TEST_F(HostFaults, AForkedChildDoesNothingAndDoesNotHang) {
+  RunLoop& loop = RunLoop::current();
   std::atomic<bool> isOver{false};
   std::jthread user([&] {
     for (int i = 0; !isOver && i < 200'000; ++i) {
@@ -107,6 +108,7 @@ TEST_F(HostFaults, AForkedChildDoesNothingAndDoesNotHang) {
       tracker.setUserId("user");
       tracker.setRefreshTriggersWithHandler({{"trigger"}}, [] {});
       tracker.track("trigger", {}, [](bool) {});
+      loop.perform([] {});
     }
   });
   for (int i = 0; i < 50; ++i) {
@@ -120,8 +122,11 @@ TEST_F(HostFaults, AForkedChildDoesNothingAndDoesNotHang) {
       tracker.track("E", {{"a", 1}}, [&](bool) { ++calls; });
       tracker.setSuperProperties({{"a", 1}});
       tracker.setIdfa();
+      loop.perform([&] { ++calls; });
+      loop.runDue();
+      loop.run();
       const bool isUnknown = tracker.getScreenOrientation() == "unknown";
-      _exit(isUnknown && calls == 0 ? 0 : 1);
+      _exit(isUnknown && calls == 0 && loop.fileDescriptor() == -1 ? 0 : 1);
     }
     int status = -1;
     ASSERT_EQ(waitpid(child, &status, 0), child);

@@ -1,5 +1,5 @@
 // Faults around the transfers: no threads, descriptors or memory, host code that blocks, and the
-// end of the session or of the process.
+// end of the session.
 #include <curl/curl.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
@@ -37,40 +37,6 @@ constexpr bool kIsSanitized = true;
 #else
 constexpr bool kIsSanitized = false;
 #endif
-
-[[noreturn]] void exitAfter(int callbacks, const std::string& url, const std::string& authorities) {
-  OPENSSL_init_ssl(0, nullptr);  // as a host might: makes OpenSSL clean up at exit
-  PosixURLSession& session = *new PosixURLSession(trusting(authorities));
-  static std::atomic<int> done{0};
-  for (int i = 0; i < 8; ++i) session.postData(requestTo(url), [](auto, auto, auto) { ++done; });
-  while (callbacks > done) std::this_thread::yield();
-  std::exit(0);
-}
-
-// Runs first, while no other threads exist. At which point of a transfer the process exits is
-// random; ending_test covers the points that can be waited for.
-TEST(NetworkFaults, TheProcessExitsAmidTransfers) {
-  for (int callbacks = 0; callbacks < 20; ++callbacks) {
-    int toChild[2];
-    ASSERT_EQ(pipe(toChild), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-      alarm(20);  // kills a child that hangs
-      char text[256] = {};
-      if (read(toChild[0], text, sizeof text - 1) <= 0) _exit(9);
-      const std::string line = text;
-      exitAfter(callbacks % 5, line.substr(0, line.find('\n')), line.substr(line.find('\n') + 1));
-    }
-    TLSServer server([](int number) { return number <= 4 ? answer("200 OK") : Reply{}; });
-    const std::string line = server.url() + "\n" + server.authorities();
-    EXPECT_EQ(write(toChild[1], line.data(), line.size()), static_cast<ssize_t>(line.size()));
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0) << callbacks;
-    close(toChild[0]);
-    close(toChild[1]);
-  }
-}
 
 // The names of the library's threads, once they are as many as `expected`.
 std::multiset<std::string> threads(std::size_t expected) {
@@ -114,7 +80,7 @@ TEST(NetworkFaults, WithoutDescriptorsPostsEndAndLaterOnesSucceed) {
   if (kIsSanitized) GTEST_SKIP() << "Sanitizers need descriptors themselves.";
   TLSServer server([](int) { return answer("200 OK"); });
   auto options = trusting(server.authorities());
-  options.attemptTimeout = 100ms;  // the server runs out of descriptors, too
+  options.attemptTimeout = 2s;  // the server runs out of descriptors, too
   for (const bool isTableShared : {false, true}) {
     failures::hasOneDescriptorTable = isTableShared;
     PosixURLSession session(options);
@@ -172,13 +138,13 @@ TEST(NetworkFaults, ALookupThatIsStuckKeepsOneThreadAndNoPost) {
                    {.certificate = {.name = "DNS:" + failures::kStuckName}});
   TLSServer other([](int) { return answer("200 OK"); });
   auto options = trusting(server.authorities());
-  options.connectTimeout = 30ms;
-  options.requestTimeout = 60ms;
+  options.connectTimeout = 1s;
   PosixURLSession session(options);
-  const auto request =
+  auto request =
       requestTo("https://" + failures::kStuckName + ":" + std::to_string(server.port()) + "/");
+  request.maxRetries = 0;
   failures::areLookupsStuck = true;
-  for (int i = 0; i < 4; ++i) EXPECT_TRUE(post(session, request).isTransportError());
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(post(session, request).isTransportError());
   EXPECT_EQ(failures::stuckLookups, 1);
   EXPECT_EQ(threads(3).count("veltrano.lookup"), VELTRANO_PORTABLE ? 0U : 1U);
   EXPECT_TRUE(post(session, requestTo(other.url())).isTransportError()) << "not its certificate";
@@ -237,7 +203,6 @@ int restUntilARouteReturns() {
   if (!setLoopback(IFF_UP)) return 1;
   TLSServer server([](int) { return answer("200 OK"); });
   auto options = trusting(server.authorities());
-  options.connectTimeout = 100ms;
   PosixURLSession session(options);
   auto upload = requestTo("https://127.0.0.1:" + std::to_string(server.port()) + "/track");
   if (!setLoopback(0)) return 2;
@@ -356,38 +321,7 @@ TEST(NetworkFaults, ShuttingDownLetsPostsFinishAndThenIsSilent) {
   isCalling.get_future().wait();
   EXPECT_FALSE(session.shutDown(std::chrono::steady_clock::now() + 500ms));
   EXPECT_FALSE(patient.get()) << "the earlier deadline counts";
-  ASSERT_EQ(hanging.wait_for(0s), std::future_status::ready);
   EXPECT_TRUE(hanging.get().isTransportError());
-}
-
-TEST(NetworkFaults, PostsInAForkedChildAreDropped) {
-  TLSServer server([](int) { return answer("200 OK"); });
-  PosixURLSession session(trusting(server.authorities()));
-  ASSERT_EQ(post(session, requestTo(server.url())).status(), 200);
-  std::atomic<bool> stopping{false};
-  std::thread busy([&] {
-    while (!stopping) post(session, requestTo(server.url()));
-  });
-  for (int round = 0; round < 30; ++round) {
-    // Before the fork: a sanitizer's allocator may be locked for good in the child.
-    auto captured = std::make_shared<int>();
-    const std::weak_ptr<int> watched = captured;
-    URLSessionCallback callback = [captured = std::move(captured)](auto, auto, auto) { _exit(7); };
-    PostRequest request = requestTo(server.url());
-    const pid_t child = fork();
-    if (child == 0) {
-      alarm(20);
-      inForkedChild = true;
-      session.postData(std::move(request), std::move(callback));
-      _exit(watched.expired() ? 0 : 8);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-  }
-  stopping = true;
-  busy.join();
-  EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
 }
 
 }  // namespace

@@ -93,7 +93,7 @@ TYPED_TEST(PlatformContract, BlocksRunOneAtATimeInTheOrderOfSubmission) {
 TYPED_TEST(PlatformContract, DelayedItemsRunByDueTimeThenInTheOrderOfScheduling) {
   auto& queue = this->world.makeQueue();
   queue.async([&] {
-    queue.asyncAfter(milliseconds(300), this->lastItem());
+    queue.asyncAfter(milliseconds(900), this->lastItem());
     queue.asyncAfter(milliseconds(200), this->item("200"));
     for (const char* name : {"a", "b", "c", "d"})
       queue.asyncAfter(milliseconds(20), this->item(name));
@@ -130,18 +130,19 @@ TYPED_TEST(PlatformContract, CancellingStopsWhatHasNotStarted) {
 
 TYPED_TEST(PlatformContract, WaitingParksTheQueueUntilTheGroupIsEmpty) {
   auto& queue = this->world.makeQueue();
+  auto& timers = this->world.timers;
   DispatchGroup group, empty;
   group.enter();
-  this->world.timers.schedule(milliseconds(400), Duration(0), [&] {
-    this->log.push_back("left");
-    group.leave();
-  });
   // Items keep their places among blocks that are submitted during the wait.
-  this->world.timers.schedule(milliseconds(100), Duration(0), [&] {
-    queue.asyncAfter(milliseconds(100), this->item("delayed meanwhile"));
+  timers.schedule(milliseconds(100), Duration(0), [&] {
+    queue.asyncAfter(milliseconds(1), this->item("delayed meanwhile"));
+    timers.schedule(milliseconds(100), Duration(0), [&] {
+      queue.async(this->note("late block"));
+      queue.async([&] { this->world.done(); });
+      this->log.push_back("left");
+      group.leave();
+    });
   });
-  this->world.timers.schedule(milliseconds(300), Duration(0),
-                              [&] { queue.async(this->note("late block")); });
   queue.async([&] {
     queue.async(this->note("block"));
     queue.asyncAfter(milliseconds(1), this->item("delayed"));
@@ -150,7 +151,6 @@ TYPED_TEST(PlatformContract, WaitingParksTheQueueUntilTheGroupIsEmpty) {
       queue.wait(empty, this->note("empty group"));
     });
   });
-  queue.asyncAfter(milliseconds(600), this->lastItem());
   this->world.runUntilDone();
   EXPECT_EQ(this->log, (typename TestFixture::Log{"left", "then", "empty group", "block", "delayed",
                                                   "delayed meanwhile", "late block"}));
@@ -158,7 +158,6 @@ TYPED_TEST(PlatformContract, WaitingParksTheQueueUntilTheGroupIsEmpty) {
 
 TYPED_TEST(PlatformContract, TimersFireOnceByDueTimeUnlessInvalidated) {
   auto& timers = this->world.timers;
-  timers.schedule(milliseconds(60), Duration(0), [&] { this->world.done(); });
   timers.schedule(milliseconds(20), Duration(0), this->note("second"));
   auto before = timers.schedule(milliseconds(1), Duration(0), this->note("invalidated"));
   auto meanwhile = timers.schedule(milliseconds(15), Duration(0), this->note("invalidated"));
@@ -167,7 +166,10 @@ TYPED_TEST(PlatformContract, TimersFireOnceByDueTimeUnlessInvalidated) {
     itself->invalidate();
     meanwhile->invalidate();
     this->log.push_back("first");
-    timers.schedule(milliseconds(15), Duration(0), this->note("from a timer"));
+    timers.schedule(milliseconds(15), Duration(0), [&] {
+      this->log.push_back("from a timer");
+      this->world.done();
+    });
   });
   timers.schedule(Duration::max(), Duration::max(), this->note("never"));
   before->invalidate();

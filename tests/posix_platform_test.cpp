@@ -514,33 +514,5 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
           "UIApplicationDidEnterBackground 2 3 4", "UIApplicationWillEnterForeground 1 3 4"}));
 }
 
-// Forks while other threads hold the run loop's lock almost all the time.
-TEST(ForkTest, ARunLoopDoesNothingInAChild) {
-  RunLoop& loop = RunLoop::current();
-  std::atomic<bool> isOver{false};
-  std::vector<std::jthread> users;
-  for (int i = 0; i < 2; ++i)
-    users.emplace_back([&] {
-      for (int n = 0; !isOver && n < 200'000; ++n) loop.perform([] {});
-    });
-  for (int i = 0; i < 20; ++i) {
-    const pid_t child = fork();
-    if (child == 0) {
-      alarm(20);
-      inForkedChild = true;
-      int ran = 0;
-      loop.perform([&ran] { ++ran; });
-      loop.runDue();
-      loop.run();
-      loop.stop();
-      _exit(ran == 0 && loop.fileDescriptor() == -1 ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-  }
-  isOver = true;
-}
-
 }  // namespace
 }  // namespace veltrano::internal

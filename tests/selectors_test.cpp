@@ -58,7 +58,7 @@ class Selectors : public testing::Test {
 TEST_F(Selectors, WrongMessagesChangeNothing) {
   const Object text = object("text"), nil;
   const Object map = object(HostMap{{"a", 1}}), block = Object(Object::Block([] {}));
-  const Object otherMap = object(Dictionary({{1, "one"}})), null = object(NSNull());
+  const Object otherMap = object(Dictionary({{1, "one"}}));
   const std::string track = "trackWithEventName:eventProperties:",
                     full = track + "forceFlushCompletion:";
   const std::string triggers = "setRefreshTriggersWithHandlerWithTriggers:handler:";
@@ -67,22 +67,15 @@ TEST_F(Selectors, WrongMessagesChangeNothing) {
     Objects arguments;
     std::string expected;
   } cases[] = {
-      {"", {}, "no such selector"},
       {"setuserid:", {text}, "no such selector"},
       {"setUserId:", {}, "takes 1"},
       {"shared", {nil}, "takes 0"},
       {full, {text, map}, "takes 3"},
       {"setUserId:", {nil}, "argument 0"},
-      {"setUserId:", {null}, "argument 0"},
-      {"setLibVersion:", {object(URL("x"))}, "argument 0"},
-      {"removeSuperPropertyWithKey:", {nil}, "argument 0"},
       {"setSuperPropertiesWithProperties:", {nil}, "argument 0"},
-      {"setSuperPropertiesWithProperties:", {otherMap}, "argument 0"},
       {track, {text, nil}, "argument 1"},
-      {track, {text, object(HostValue(Array{1}))}, "argument 1"},
       {full, {text, otherMap, nil}, "argument 1"},
       {full, {text, map, block}, "argument 2"},
-      {triggers, {text, block}, "argument 0"},
       {triggers, {object(HostValue(Array{"a", 1})), block}, "argument 0"},
       {triggers, {nil, Object(simulation.completion(""))}, "argument 1"},
   };
@@ -126,26 +119,21 @@ TEST_F(Selectors, NotificationsAndSelectorsReachTheSameHandlers) {
       {"handleWillEnterForeground", kApplicationWillEnterForeground},
       {"handleDidChangeStatusBarOrientation", kApplicationDidChangeStatusBarOrientation},
       {"handleDidChangeDeviceOrientation", kDeviceOrientationDidChange},
-      {"setScreenOrientation", {}},
   };
   EXPECT_EQ(outcome("shared"), "done: object");
   EXPECT_EQ(outcome("getScreenOrientation"), "done: portrait");
   EXPECT_EQ(outcome("getDeviceOrientation"), "done: unknown");
-  EXPECT_EQ(simulation.platform.notificationCenter.observers.size(), 4U);
   // A handler's first message, without the number of events.
   const auto first = [](std::vector<std::string> messages) {
-    messages.emplace_back();
-    return messages.front().substr(0, messages.front().find(" to current"));
+    return messages.at(0).substr(0, messages.at(0).find(" to current"));
   };
   for (const auto& [selector, notification] : handlers) {
     const std::string bySelector = first(messagesOf(selector));
-    if (notification.empty()) {
-      EXPECT_EQ(bySelector, "Adding event of Screen Orientation Changed");
-      continue;
-    }
     simulation.platform.notificationCenter.post(std::string(notification));
     EXPECT_EQ(first(simulation.takeMessages()), bySelector);
   }
+  EXPECT_EQ(first(messagesOf("setScreenOrientation")),
+            "Adding event of Screen Orientation Changed");
 }
 
 TEST_F(Selectors, ChangesOfAMutableCollectionShowNowhere) {

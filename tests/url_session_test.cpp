@@ -49,15 +49,6 @@ class LaxEnvironment {
 };
 const LaxEnvironment laxEnvironment;
 
-struct CountingInterceptor final : ZKInterceptor {
-  void intercept(URLRequest& request) const override {
-    request.headers["attempt"] =
-        std::to_string(++count) + request.url.substr(request.url.find('?'));
-    if (count == 3) throw std::runtime_error("no token");
-  }
-  mutable std::atomic<int> count{0};
-};
-
 TEST(HTTPURL, EncodesEverythingButUnreservedCharacters) {
   const std::string hard("A z&=+%/?#\0\r\xC3\xA9~-._0", 19);
   EXPECT_EQ(urlWithQuery("https://h", {{"k y", hard}, {"z", ""}}),
@@ -126,7 +117,6 @@ TEST(URLSession, ReportsEveryAttempt) {
       reports.push_back(report);
       throw 1;
     };
-    options.attemptTimeout = 300ms;
     PosixURLSession session(options);
     auto request = requestTo(url);
     request.qsParameters = {{"uid", "secret"}};
@@ -161,13 +151,17 @@ TEST(URLSession, ReportsEveryAttempt) {
     reasons.push_back(reports.back().reason);
   };
   fails(trusting(server.authorities()), server.url());  // cut off
-  fails(trusting(server.authorities()), server.url());  // hanging
-  EXPECT_GE(reports.back().duration, 200ms);
+  auto impatient = trusting(server.authorities());
+  impatient.attemptTimeout = 2s;
+  fails(impatient, server.url());  // hanging
+  EXPECT_GE(reports.back().duration, 1s);
   fails(trusting(TLSServer([](int) { return Reply(); }).authorities()), server.url());
   fails(trusting("/nonexistent.pem"), server.url());
   fails({.firstBackOff = 1ms}, "https://127.0.0.1:1/track");
   EXPECT_EQ(reports.size(), 3U);
   fails({.firstBackOff = 1ms}, "https://no-such-name.invalid/track");
+  fails({.firstBackOff = 1ms}, "http://127.0.0.1:1/track");
+  fails({}, "not a URL");
   EXPECT_EQ(std::set<std::string>(reasons.begin(), reasons.end()).size(), reasons.size())
       << testing::PrintToString(reasons);
 }
@@ -223,7 +217,10 @@ TEST(URLSession, InterceptsEveryAttemptAndSurvivesTheHostsExceptions) {
   PosixURLSession session(trusting(server.authorities()));
   auto request = requestTo(server.url());
   request.qsParameters = {{"uid", "u"}};
-  request.interceptor = std::make_shared<CountingInterceptor>();
+  request.interceptor = interceptor([count = std::make_shared<std::atomic<int>>(0)](URLRequest& r) {
+    r.headers["attempt"] = std::to_string(++*count) + r.url.substr(r.url.find('?'));
+    if (*count == 3) throw std::runtime_error("no token");
+  });
   std::promise<void> called;
   session.postData(request, [&](auto, auto, auto) {
     called.set_value();
@@ -235,31 +232,6 @@ TEST(URLSession, InterceptsEveryAttemptAndSurvivesTheHostsExceptions) {
   EXPECT_NE(requests.at(0).find("\r\nattempt: 1?uid=u\r\n"), std::string::npos);
   EXPECT_NE(requests.at(1).find("\r\nattempt: 2?uid=u\r\n"), std::string::npos);
   EXPECT_EQ(requests.at(2).find("\r\nattempt:"), std::string::npos);
-}
-
-TEST(URLSession, ReportsWhatCannotBeReached) {
-  std::string nobodyListens;
-  {
-    TLSServer server([](int) { return answer("200 OK"); });
-    nobodyListens = server.url();
-  }
-  PosixURLSession session(trusting(""));
-  auto request = requestTo(nobodyListens);
-  request.qsParameters = {{"uid", "secret"}};
-  const auto counter = std::make_shared<CountingInterceptor>();
-  request.interceptor = counter;
-  request.maxRetries = 1;
-  const auto outcome = post(session, request);
-  ASSERT_TRUE(outcome.isTransportError());
-  EXPECT_NE(outcome.error->reason.find("Couldn't connect"), std::string::npos);
-  EXPECT_EQ(outcome.error->reason.find("secret"), std::string::npos);
-  EXPECT_EQ(counter->count, 2);
-
-  request.baseURL.replace(0, 5, "http");
-  EXPECT_TRUE(post(session, request).isTransportError());
-  EXPECT_EQ(counter->count, 3) << "retried";
-  EXPECT_TRUE(post(session, requestTo("https://no-such-host.invalid/track")).isTransportError());
-  EXPECT_TRUE(post(session, requestTo("not a URL")).isTransportError());
 }
 
 TEST(URLSession, TrustsNoServerThatItShouldNot) {
@@ -417,7 +389,7 @@ TEST(URLSession, TakesNoAnswerToHalfARequest) {
 TEST(URLSession, GivesUpOnASilentServerInTime) {
   TLSServer server([](int) { return Reply{}; });
   auto options = trusting(server.authorities());
-  options.attemptTimeout = 50ms;
+  options.attemptTimeout = 2s;  // enough to connect
   PosixURLSession session(options);
   auto request = requestTo(server.url());
   auto timedOut = post(session, request);
@@ -451,29 +423,22 @@ TEST(URLSession, ReusesConnectionsWhileTheyLast) {
 TEST(URLSession, CallsBackOncePerPost) {
   TLSServer server([](int) { return answer("200 OK"); });
   PosixURLSession session(trusting(server.authorities()));
-  constexpr int kCalls = 8 * 12 * 2;
+  constexpr int kPosts = 8 * 24;
   std::atomic<int> calls{0};
   std::promise<void> all;
-  const auto count = [&](auto, auto response, auto error) {
-    EXPECT_TRUE(response) << (error ? error->reason : "");
-    if (++calls == kCalls) all.set_value();
-  };
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 8; ++thread) {
+  std::vector<std::jthread> threads;
+  for (int thread = 0; thread < 8; ++thread)
     threads.emplace_back([&] {
-      for (int i = 0; i < 12; ++i) {
-        const auto request = requestTo(server.url() + (i % 2 == 0 ? "/track" : "/heartbeat"));
-        session.postData(request, [&, request](auto data, auto response, auto error) {
-          session.postData(request, count);
-          count(data, response, error);
-        });
-      }
+      for (int i = 0; i < 24; ++i)
+        session.postData(requestTo(server.url() + (i % 2 == 0 ? "/track" : "/heartbeat")),
+                         [&](auto, auto response, auto error) {
+                           EXPECT_TRUE(response) << (error ? error->reason : "");
+                           if (++calls == kPosts) all.set_value();
+                         });
     });
-  }
-  for (auto& thread : threads) thread.join();
   all.get_future().wait();
-  post(session, requestTo(server.url() + "/track"));
-  EXPECT_EQ(calls, kCalls);
+  EXPECT_EQ(post(session, requestTo(server.url() + "/track")).status(), 200);
+  EXPECT_EQ(calls, kPosts);
   EXPECT_LE(server.connections(), 2) << "one for each path";
 }
 

@@ -3,12 +3,15 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <type_traits>
 #include <vector>
 
 #include "platform/simulated/simulated_platform.h"
@@ -68,35 +71,33 @@ class Host {
     for (char* text : texts_) std::free(text);
   }
 
-  void run(veltrano::internal::Timeline& timeline) {
-    while (data_.remaining_bytes() > 0) {
-      kCalls[below(std::size(kCalls))](*this);
-      if (below(16) == 0) timeline.runUntil(timeline.now() + std::chrono::seconds(1));
-    }
-  }
-
- private:
   struct Held {
     veltrano_object* object = nullptr;
     std::size_t size = 1;  // an upper bound of its number of values
   };
-  using Call = void (*)(Host&);
-  static const Call kCalls[62];
 
+  bool hasBytes() { return data_.remaining_bytes() > 0; }
   bool flag() { return data_.ConsumeBool(); }
   std::size_t below(std::size_t limit) {
     return data_.ConsumeIntegralInRange<std::size_t>(0, limit - 1);
   }
-  int code() { return data_.ConsumeIntegralInRange(-1, 20); }
-  std::int64_t integer() { return data_.ConsumeIntegral<std::int64_t>(); }
-  std::uint64_t unsignedInteger() { return data_.ConsumeIntegral<std::uint64_t>(); }
-  double real() {
-    const auto bits = integer();
-    double number;
-    std::memcpy(&number, &bits, sizeof number);
-    return number;
+  // A value of any type that a call takes.
+  template <class Type>
+  Type drawn() {
+    Type value{};
+    draw(value);
+    return value;
   }
-  float single() { return static_cast<float>(integer()); }
+  void draw(bool& value) { value = flag(); }
+  void draw(int& value) { value = data_.ConsumeIntegralInRange(-1, 20); }
+  void draw(std::int64_t& value) { value = data_.ConsumeIntegral<std::int64_t>(); }
+  void draw(std::uint64_t& value) { value = data_.ConsumeIntegral<std::uint64_t>(); }
+  void draw(double& value) { value = std::bit_cast<double>(drawn<std::int64_t>()); }
+  void draw(float& value) { value = static_cast<float>(drawn<std::int64_t>()); }
+  void draw(veltrano_text& value) { value = text(); }
+  void draw(const char*& value) { value = string(); }
+  void draw(veltrano_object*& value) { value = any(); }
+  void draw(const veltrano_object*& value) { value = any(); }
 
   // A C string in a block of exactly its size, so that the sanitizer finds overruns; sometimes
   // NULL.
@@ -120,6 +121,12 @@ class Host {
   }
   veltrano_object* any() { return held().object; }
   void keep(veltrano_object* object, std::size_t size = 1) { objects_.push_back({object, size}); }
+
+  void makeBlocks() {
+    keep(veltrano_block(flag() ? Context::call : nullptr, new Context, Context::release));
+    keep(veltrano_boolean_block(flag() ? Context::callWithFlag : nullptr, new Context,
+                                Context::release));
+  }
 
   void makeNames() {
     veltrano_object* const names = veltrano_array();
@@ -175,6 +182,10 @@ class Host {
     keep(returned);
   }
 
+  void track() {
+    veltrano_track(string(), any(), flag() ? Context::callWithFlag : nullptr, &unreleased);
+  }
+
   void setTriggers() {
     const char* const names[] = {string(), string()};
     veltrano_set_refresh_triggers(flag() ? names : nullptr, below(3),
@@ -200,13 +211,14 @@ class Host {
     options.user_defaults_file = text();
     options.info_dictionary = any();
     options.advertising_identifier = text();
-    options.application_state = code();
+    options.application_state = drawn<int>();
     veltrano_object* error = nullptr;
     require(
         !veltrano_install_posix_platform(flag() ? &options : nullptr, flag() ? &error : nullptr));
     keep(error);
   }
 
+ private:
   FuzzedDataProvider data_;
   std::vector<Held> objects_;
   std::vector<char*> texts_;
@@ -214,80 +226,41 @@ class Host {
   static inline Context unreleased;
 };
 
-const Host::Call Host::kCalls[] = {
-    [](Host& h) { h.keep(veltrano_string(h.text())); },
-    [](Host& h) { h.keep(veltrano_url(h.text())); },
-    [](Host& h) { h.keep(veltrano_number(h.code(), h.integer())); },
-    [](Host& h) { h.keep(veltrano_number_with_double(h.code(), h.real())); },
-    [](Host& h) { h.keep(veltrano_boolean_number(h.flag())); },
-    [](Host& h) { h.keep(veltrano_int(h.integer())); },
-    [](Host& h) { h.keep(veltrano_uint(h.unsignedInteger())); },
-    [](Host& h) { h.keep(veltrano_int64(h.integer())); },
-    [](Host& h) { h.keep(veltrano_double(h.real())); },
-    [](Host& h) { h.keep(veltrano_float(h.single())); },
-    [](Host& h) { h.keep(veltrano_bool(h.flag())); },
-    [](Host& h) { h.keep(veltrano_date(h.real())); },
-    [](Host& h) { h.keep(veltrano_null()); },
-    [](Host& h) { h.keep(veltrano_other_object()); },
-    [](Host& h) { h.keep(veltrano_array()); },
-    [](Host& h) { h.keep(veltrano_dictionary()); },
-    [](Host& h) {
-      h.keep(veltrano_block(h.flag() ? Context::call : nullptr, new Context, Context::release));
-    },
-    [](Host& h) {
-      h.keep(veltrano_boolean_block(h.flag() ? Context::callWithFlag : nullptr, new Context,
-                                    Context::release));
-    },
-    [](Host& h) { h.makeNames(); },
-    [](Host& h) { h.copy(); },
-    [](Host& h) { h.release(); },
-    [](Host& h) { h.add(); },
-    [](Host& h) { h.read(); },
-    [](Host& h) { veltrano_array_append_text(h.any(), h.string()); },
-    [](Host& h) { veltrano_array_append_int(h.any(), h.integer()); },
-    [](Host& h) { veltrano_array_append_uint(h.any(), h.unsignedInteger()); },
-    [](Host& h) { veltrano_array_append_int64(h.any(), h.integer()); },
-    [](Host& h) { veltrano_array_append_double(h.any(), h.real()); },
-    [](Host& h) { veltrano_array_append_float(h.any(), h.single()); },
-    [](Host& h) { veltrano_array_append_bool(h.any(), h.flag()); },
-    [](Host& h) { veltrano_array_append_date(h.any(), h.real()); },
-    [](Host& h) { veltrano_array_append_url(h.any(), h.string()); },
-    [](Host& h) { veltrano_array_append_null(h.any()); },
-    [](Host& h) { veltrano_array_append_number(h.any(), h.code(), h.integer()); },
-    [](Host& h) { veltrano_array_append_number_with_double(h.any(), h.code(), h.real()); },
-    [](Host& h) { veltrano_dictionary_set_text(h.any(), h.string(), h.string()); },
-    [](Host& h) { veltrano_dictionary_set_int(h.any(), h.string(), h.integer()); },
-    [](Host& h) { veltrano_dictionary_set_uint(h.any(), h.string(), h.unsignedInteger()); },
-    [](Host& h) { veltrano_dictionary_set_int64(h.any(), h.string(), h.integer()); },
-    [](Host& h) { veltrano_dictionary_set_double(h.any(), h.string(), h.real()); },
-    [](Host& h) { veltrano_dictionary_set_float(h.any(), h.string(), h.single()); },
-    [](Host& h) { veltrano_dictionary_set_bool(h.any(), h.string(), h.flag()); },
-    [](Host& h) { veltrano_dictionary_set_date(h.any(), h.string(), h.real()); },
-    [](Host& h) { veltrano_dictionary_set_url(h.any(), h.string(), h.string()); },
-    [](Host& h) { veltrano_dictionary_set_null(h.any(), h.string()); },
-    [](Host& h) { veltrano_dictionary_set_number(h.any(), h.string(), h.code(), h.integer()); },
-    [](Host& h) {
-      veltrano_dictionary_set_number_with_double(h.any(), h.string(), h.code(), h.real());
-    },
-    [](Host& h) { h.send(); },
-    [](Host& h) {
-      veltrano_track(h.string(), h.any(), h.flag() ? Context::callWithFlag : nullptr, &unreleased);
-    },
-    [](Host& h) { veltrano_set_user_id(h.string()); },
-    [](Host& h) { veltrano_set_app_id(h.string()); },
-    [](Host& h) { veltrano_set_lib_version(h.string()); },
-    [](Host&) { veltrano_set_idfa(); },
-    [](Host& h) { veltrano_set_publisher_uid(h.string()); },
-    [](Host& h) { veltrano_set_super_properties(h.any()); },
-    [](Host& h) { veltrano_remove_super_property(h.string()); },
-    [](Host& h) { h.setTriggers(); },
-    [](Host&) { veltrano_set_logger_enabled(!veltrano_is_logger_enabled()); },
-    [](Host&) {
-      require(*veltrano_screen_orientation() != 0 && *veltrano_device_orientation() != 0);
-    },
-    [](Host& h) { veltrano_set_advertising_identifier(h.text()); },
-    [](Host& h) { h.runLoop(); },
-    [](Host& h) { h.install(); },
+// Calls the function with arguments drawn by their types. The host keeps an object that it returns.
+template <auto kFunction>
+void call(Host& host) {
+  const auto with = [&]<class Result, class... Parameters>(Result (*function)(Parameters...)) {
+    const std::tuple<Parameters...> arguments{host.drawn<Parameters>()...};
+    if constexpr (std::is_same_v<Result, veltrano_object*>)
+      host.keep(std::apply(function, arguments));
+    else
+      std::apply(function, arguments);
+  };
+  if constexpr (std::is_member_function_pointer_v<decltype(kFunction)>)
+    (host.*kFunction)();
+  else
+    with(kFunction);
+}
+
+#define CALLS_ADDING(kind) call<veltrano_array_append_##kind>, call<veltrano_dictionary_set_##kind>
+#define CALLS_FOR(kind) call<veltrano_##kind>, CALLS_ADDING(kind)
+
+constexpr void (*kCalls[])(Host&) = {
+    // clang-format off
+    CALLS_FOR(int), CALLS_FOR(uint), CALLS_FOR(int64), CALLS_FOR(double), CALLS_FOR(float),
+    CALLS_FOR(bool), CALLS_FOR(date), CALLS_FOR(url), CALLS_FOR(null), CALLS_FOR(number),
+    CALLS_FOR(number_with_double), CALLS_ADDING(text), call<veltrano_string>,
+    call<veltrano_boolean_number>, call<veltrano_other_object>, call<veltrano_array>,
+    call<veltrano_dictionary>, call<veltrano_set_user_id>,
+    call<veltrano_set_app_id>, call<veltrano_set_lib_version>, call<veltrano_set_idfa>,
+    call<veltrano_set_publisher_uid>, call<veltrano_set_super_properties>,
+    call<veltrano_remove_super_property>, call<veltrano_set_logger_enabled>,
+    call<veltrano_set_advertising_identifier>, call<veltrano_screen_orientation>,
+    call<veltrano_device_orientation>, call<&Host::makeBlocks>, call<&Host::makeNames>,
+    call<&Host::copy>, call<&Host::release>, call<&Host::add>, call<&Host::read>,
+    call<&Host::send>, call<&Host::track>, call<&Host::setTriggers>, call<&Host::runLoop>,
+    call<&Host::install>,
+    // clang-format on
 };
 
 }  // namespace
@@ -298,7 +271,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const int liveContexts = Context::live;
   require(isInstalled);
 
-  Host(data, size).run(platform.timeline);
+  {
+    Host host(data, size);
+    while (host.hasBytes()) {
+      kCalls[host.below(std::size(kCalls))](host);
+      if (host.below(16) == 0)
+        platform.timeline.runUntil(platform.timeline.now() + std::chrono::seconds(1));
+    }
+  }
 
   // Afterwards nothing refers to a context.
   veltrano_set_refresh_triggers(nullptr, 0, nullptr, nullptr);

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <ctime>
 #include <iterator>
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -358,44 +357,6 @@ struct OwnTypes {
   }
 };
 
-// The standard library's containers.
-struct StandardTypes {
-  using Optional = std::optional<HostValue>;
-
-  static Optional value(const Node& node) {
-    if (node.what == What::absent) return std::nullopt;
-    if (node.what == What::array) {
-      std::vector<Optional> elements;
-      for (const Node& item : node.items) elements.push_back(value(item));
-      return elements;
-    }
-    if (node.what == What::dictionary && !node.hasOtherKeys()) return map(node);
-    return OwnTypes::value(node);
-  }
-
-  static std::map<std::string, Optional> map(const Node& node) {
-    std::map<std::string, Optional> map;
-    for (std::size_t i = 0; i < node.items.size(); i += 2)
-      map[node.items[i].text] = value(node.items[i + 1]);
-    return map;
-  }
-
-  // The tree in the iteration order of the standard library's maps.
-  static Node visited(Node node) {
-    for (Node& item : node.items) item = visited(std::move(item));
-    if (node.what != What::dictionary || node.hasOtherKeys()) return node;
-    std::map<std::string, Node> map;
-    for (std::size_t i = 0; i < node.items.size(); i += 2)
-      map[node.items[i].text] = std::move(node.items[i + 1]);
-    node.items.clear();
-    for (auto& [key, value] : map) {
-      node.items.push_back(textNode(key));
-      node.items.push_back(std::move(value));
-    }
-    return node;
-  }
-};
-
 // Objects of the C interface, passed by the typed calls or by objects and messages.
 class CObjects {
  public:
@@ -434,35 +395,20 @@ class CObjects {
   template <class Use>
   static auto withCallsFor(const Node& node, Use use) {
     const auto is = [&](What what) { return node.what == what; };
-    if (is(What::integer))
-      return use(veltrano_int, veltrano_array_append_int, veltrano_dictionary_set_int,
-                 node.integer);
+#define CALLS(kind) veltrano_##kind, veltrano_array_append_##kind, veltrano_dictionary_set_##kind
+    if (is(What::integer)) return use(CALLS(int), node.integer);
     if (is(What::unsignedInteger))
-      return use(veltrano_uint, veltrano_array_append_uint, veltrano_dictionary_set_uint,
-                 static_cast<std::uint64_t>(node.integer));
-    if (is(What::int64))
-      return use(veltrano_int64, veltrano_array_append_int64, veltrano_dictionary_set_int64,
-                 node.integer);
-    if (is(What::real))
-      return use(veltrano_double, veltrano_array_append_double, veltrano_dictionary_set_double,
-                 node.real);
-    if (is(What::single))
-      return use(veltrano_float, veltrano_array_append_float, veltrano_dictionary_set_float,
-                 static_cast<float>(node.real));
-    if (is(What::flag))
-      return use(veltrano_bool, veltrano_array_append_bool, veltrano_dictionary_set_bool,
-                 node.integer != 0);
-    if (is(What::date))
-      return use(veltrano_date, veltrano_array_append_date, veltrano_dictionary_set_date,
-                 static_cast<double>(node.integer) / 1e6);
-    if (is(What::integerNumber))
-      return use(veltrano_number, veltrano_array_append_number, veltrano_dictionary_set_number,
-                 node.code, node.integer);
-    if (is(What::realNumber))
-      return use(veltrano_number_with_double, veltrano_array_append_number_with_double,
-                 veltrano_dictionary_set_number_with_double, node.code, node.real);
+      return use(CALLS(uint), static_cast<std::uint64_t>(node.integer));
+    if (is(What::int64)) return use(CALLS(int64), node.integer);
+    if (is(What::real)) return use(CALLS(double), node.real);
+    if (is(What::single)) return use(CALLS(float), static_cast<float>(node.real));
+    if (is(What::flag)) return use(CALLS(bool), node.integer != 0);
+    if (is(What::date)) return use(CALLS(date), static_cast<double>(node.integer) / 1e6);
+    if (is(What::integerNumber)) return use(CALLS(number), node.code, node.integer);
+    if (is(What::realNumber)) return use(CALLS(number_with_double), node.code, node.real);
     require(is(What::null), "a kind");
-    return use(veltrano_null, veltrano_array_append_null, veltrano_dictionary_set_null);
+    return use(CALLS(null));
+#undef CALLS
   }
 
   veltrano_object* make(const Node& node) const {
@@ -563,43 +509,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     tracker.setSuperProperties(OwnTypes::map(super));
     tracker.track(name, OwnTypes::map(own), world.completion());
   });
-  compare("standard types", StandardTypes::visited(super), StandardTypes::visited(own), -1, [&] {
-    tracker.setSuperProperties(StandardTypes::map(super));
-    tracker.track(name, StandardTypes::map(own), world.completion());
-  });
   compare("C", super, own, 0, [&] {
     c.setSuperProperties(c.object(super).get());
     c.track(name, c.object(own).get(), world);
-  });
-
-  // Braced lists of a few shapes, with values from the tree.
-  const std::string keys[] = {reader.text(), reader.text(), reader.text(), reader.text()};
-  const Node nodes[] = {reader.node(), reader.node(), reader.node()};
-  const HostValue a = OwnTypes::value(nodes[0]), b = OwnTypes::value(nodes[1]);
-  const std::optional<HostValue> c3 = StandardTypes::value(nodes[2]);
-  const Node nodeC = StandardTypes::visited(nodes[2]);
-  const auto text = [&](std::size_t i) { return textNode(keys[i]); };
-  const auto list = [](std::vector<Node> items) {
-    return container(What::array, std::move(items));
-  };
-  const auto map = [](std::vector<Node> items) {
-    return container(What::dictionary, std::move(items));
-  };
-  const Node one{.what = What::integer, .text = {}, .integer = 1, .items = {}};
-  const Node superShape = map({text(0), nodes[0], text(1), list({nodes[1], nodeC, one})});
-  const Node ownShape = map({text(1), map({text(2), nodes[0], text(3), list({nodes[1]})}),  //
-                             text(2), list({map({textNode("x"), nodes[0]}), map({})}),      //
-                             text(3), map({text(0), map({text(0), nodeC, text(1), one})}),  //
-                             textNode("text"), text(0)});
-  compare("braces", superShape, ownShape, -1, [&] {
-    tracker.setSuperProperties({{keys[0], a}, {keys[1], {b, c3, 1}}});
-    const std::vector<std::map<std::string, HostValue>> maps{{{"x", a}}, {}};
-    tracker.track(name,
-                  {{keys[1], {{keys[2], a}, {keys[3], {b}}}},
-                   {keys[2], maps},
-                   {keys[3], {{keys[0], {{keys[0], c3}, {keys[1], 1}}}}},
-                   {"text", keys[0]}},
-                  world.completion());
   });
   return 0;
 }

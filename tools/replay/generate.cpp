@@ -68,13 +68,25 @@ code = 1 | 2 | 3 | 4 | 5 | 6 | 7 | 8 | 9 | 10 | 11 | 12 | 13 | 14 | 15 | 16
 boxed = 0 | 1 | -7 | 2.75 | 300
 )grammar";
 
+// Values that hosts rarely have, added to the rules above.
+constexpr const char* kRareGrammar = R"grammar(
+defaults = {"kelvora_heartbeat_interval": <interval>}
+interval = 0.1 | 0.999999 | 9007199254740993 | 1e300
+body = "{\"back_off_seconds\": <interval>}"
+entries = <key>: <value>, <entries>
+map = {"a": <value>, "b": <value>, "a": <value>}
+large = 9007199254740992 | 9007199254740993 | 9223372036854775807 | 1e300 | -1.7976931348623157e308
+name = "Opened\u0000" | "a name of more than twenty-two bytes"
+latency = 0.000001 | 19.999999 | 20 | 100000
+)grammar";
+
 // Deeper than this, a rule stands for its first alternative, which ends soon.
 constexpr int kMaximumDepth = 20;
 
 class Generator {
  public:
-  explicit Generator(std::uint32_t seed) : random_(seed) {
-    std::istringstream grammar(kGrammar);
+  Generator(std::uint32_t seed, bool drawsRare) : random_(seed) {
+    std::istringstream grammar(kGrammar + std::string(drawsRare ? kRareGrammar : ""));
     for (std::string line; std::getline(grammar, line);) {
       const auto equals = line.find(" = ");
       if (equals == line.npos) continue;
@@ -147,14 +159,16 @@ int main(int argc, char** argv) {
   std::string directory;
   std::uint32_t count = 200;
   std::uint32_t first = 1;
+  bool drawsRare = false;
   app.add_option("DIRECTORY", directory, "Where to write them, as NUMBER.jsonl")->required();
   app.add_option("--count", count, "How many")->capture_default_str();
   app.add_option("--first", first, "The number of the first")->capture_default_str();
+  app.add_flag("--rare", drawsRare, "Also draws values that hosts rarely have");
   if (const auto status = tools::parse(app, "veltrano-scenarios", argc, argv)) return *status;
   std::filesystem::create_directories(directory);
   for (std::uint32_t i = first; i != first + count; ++i) {
     std::ofstream file(std::filesystem::path(directory) / (std::to_string(i) + ".jsonl"));
-    file << Generator(i).scenario();
+    file << Generator(i, drawsRare).scenario();
     if (!file.flush()) {
       std::cerr << "Cannot write to " << directory << '\n';
       return 1;

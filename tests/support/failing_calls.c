@@ -1,0 +1,75 @@
+// Replaces system calls of the C library for the whole process: one of them fails once, when it is
+// called for the n-th time.
+#define _GNU_SOURCE
+#include "tests/support/failing_calls.h"
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <poll.h>
+#include <pthread.h>
+#include <stdatomic.h>
+#include <string.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+// POSIX converts what dlsym returns, and glibc declares sockets' addresses as unions.
+#pragma GCC diagnostic ignored "-Wpedantic"
+
+static const char* failing = "";
+static atomic_int left;
+
+void failCall(const char* name, int number) {
+  failing = name;
+  left = number;
+}
+
+bool hasFailed(void) {
+  return left <= 0;
+}
+
+static bool fails(const char* name) {
+  return strcmp(name, failing) == 0 && atomic_fetch_sub(&left, 1) == 1;
+}
+
+#define REPLACE_CALL(RESULT, NAME, PARAMETERS, ARGUMENTS, ERROR, FAILURE)               \
+  __attribute__((visibility("default"))) RESULT NAME PARAMETERS {                       \
+    RESULT(*const original) PARAMETERS = (RESULT(*) PARAMETERS)dlsym(RTLD_NEXT, #NAME); \
+    if (!fails(#NAME)) return original ARGUMENTS;                                       \
+    errno = ERROR;                                                                      \
+    return FAILURE;                                                                     \
+  }
+
+REPLACE_CALL(int, socket, (int family, int type, int protocol), (family, type, protocol), EMFILE,
+             -1)
+REPLACE_CALL(int, connect, (int socket, const struct sockaddr* to, socklen_t size),
+             (socket, to, size), ENETUNREACH, -1)
+REPLACE_CALL(int, poll, (struct pollfd * inputs, nfds_t count, int limit), (inputs, count, limit),
+             ENOMEM, -1)
+REPLACE_CALL(ssize_t, send, (int socket, const void* bytes, size_t size, int flags),
+             (socket, bytes, size, flags), ECONNRESET, -1)
+REPLACE_CALL(ssize_t, recv, (int socket, void* bytes, size_t size, int flags),
+             (socket, bytes, size, flags), ECONNRESET, -1)
+REPLACE_CALL(int, open, (const char* path, int flags, mode_t mode), (path, flags, mode), EMFILE, -1)
+REPLACE_CALL(ssize_t, read, (int file, void* bytes, size_t size), (file, bytes, size), EIO, -1)
+REPLACE_CALL(ssize_t, write, (int file, const void* bytes, size_t size), (file, bytes, size),
+             ENOSPC, -1)
+REPLACE_CALL(int, fsync, (int file), (file), EIO, -1)
+REPLACE_CALL(int, rename, (const char* from, const char* to), (from, to), EACCES, -1)
+REPLACE_CALL(ssize_t, getrandom, (void* bytes, size_t size, unsigned flags), (bytes, size, flags),
+             ENOSYS, -1)
+REPLACE_CALL(int, eventfd, (unsigned value, int flags), (value, flags), EMFILE, -1)
+REPLACE_CALL(int, timerfd_create, (clockid_t clock, int flags), (clock, flags), EMFILE, -1)
+REPLACE_CALL(int, timerfd_settime,
+             (int timer, int flags, const struct itimerspec* to, struct itimerspec* from),
+             (timer, flags, to, from), EINVAL, -1)
+REPLACE_CALL(int, pthread_create,
+             (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*),
+              void* argument),
+             (thread, attributes, body, argument), EAGAIN, EAGAIN)
+REPLACE_CALL(void*, mmap,
+             (void* at, size_t size, int protection, int flags, int file, off_t offset),
+             (at, size, protection, flags, file, offset), ENOMEM, MAP_FAILED)

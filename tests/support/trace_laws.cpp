@@ -1,0 +1,70 @@
+#include "tests/support/trace_laws.h"
+
+#include <rapidjson/document.h>
+
+#include <charconv>
+#include <utility>
+
+namespace {
+
+constexpr double kStart = 1'700'000'000;  // of the simulated wall clock
+
+// The text between `before` and the last `after`; false unless `message` starts with `before`.
+bool isPart(std::string_view message, std::string_view before, std::string_view after,
+            std::string& part) {
+  if (!message.starts_with(before)) return false;
+  const auto end = message.rfind(after);
+  part = message.substr(before.size(), end - before.size());
+  return true;
+}
+
+}  // namespace
+
+std::string TraceLaws::takeLog(std::string_view message) {
+  std::string part;
+  if (isPart(message, "Adding event of ", " to current ", part)) {
+    submitted_.push_back(part);
+  } else if (isPart(message, "Added event and now have ", " events", part)) {
+    if (submitted_.empty()) return "an event was recorded that nobody tracked";
+    waiting_.push_back(std::move(submitted_.front()));
+    submitted_.pop_front();
+    if (part != std::to_string(waiting_.size())) return "the log counts " + part + " events";
+  } else if (message.ends_with(" over capacity, trimming")) {
+    waiting_.pop_front();
+  } else if (message == "Clearing the queue") {
+    waiting_.clear();
+  } else if (message.starts_with("Got the response from endpoint.")) {
+    isInFlight_ = hasScheduled_ = false;
+  } else if (message.starts_with("Scheduling a flush ")) {
+    hasScheduled_ = true;
+  } else if (message == "App becoming active!" || message == "App entered background!") {
+    isRunning_ = message == "App becoming active!";
+  } else if (message == "Exiting completion block of Endpoint request") {
+    if (isRunning_ && !hasScheduled_) return "an outcome schedules no flush";
+  }
+  return {};
+}
+
+std::string TraceLaws::take(std::string_view line) {
+  rapidjson::Document event;
+  event.Parse<rapidjson::kParseFullPrecisionFlag>(line.data(), line.size());
+  if (event.HasParseError()) return "no JSON";
+  if (event.HasMember("log")) {
+    const std::string_view text(event["log"].GetString(), event["log"].GetStringLength());
+    return takeLog(text.substr(text.find(" | ") + 3));
+  }
+  if (!event.HasMember("post") || !event["post"]["body"].IsArray()) return {};  // no upload
+  if (std::exchange(isInFlight_, true)) return "two uploads at a time";
+  const auto batch = event["post"]["body"].GetArray();
+  if (batch.Size() != waiting_.size())
+    return std::to_string(waiting_.size()) + " events wait, and the batch has others";
+  for (std::size_t i = 0; i < waiting_.size(); ++i) {
+    const auto& sent = batch[static_cast<rapidjson::SizeType>(i)];
+    const std::string_view name(sent["event"].GetString(), sent["event"].GetStringLength());
+    if (name != waiting_[i]) return "not in order: " + std::string(name);
+    const auto& time = sent["properties"]["time"];
+    if (!mayJump && time.GetDouble() > (kStart + event["at"].GetDouble()) * 1000 + 1)
+      return "an event of the future";
+  }
+  return {};
+}

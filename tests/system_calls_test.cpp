@@ -1,0 +1,58 @@
+// Every system call fails once, at every place where a busy host's run makes it.
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <future>
+
+#include "tests/support/directory.h"
+#include "tests/support/posting.h"
+
+namespace veltrano::internal {
+namespace {
+
+class SystemCalls : public testing::TestWithParam<const char*> {};
+
+TEST_P(SystemCalls, FailOnceAndLoseNothing) {
+  TLSServer server([](int) { return answer("200 OK", R"({"back_off_seconds":5})"); });
+  const Directory directory;
+  const auto runHost = [&](int number) {
+    std::string words[] = {BUSY_HOST,
+                           GetParam(),
+                           std::to_string(number),
+                           "127.0.0.1:" + std::to_string(server.port()),
+                           server.authorities(),
+                           directory / ""};
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    pid_t process = -1;
+    int status = -1;
+    EXPECT_EQ(posix_spawn(&process, BUSY_HOST, nullptr, nullptr, arguments.data(), environ), 0);
+    EXPECT_EQ(waitpid(process, &status, 0), process);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -status;
+  };
+  constexpr int kAtATime = 8;
+  bool hasFailed = true;
+  for (int first = 1; hasFailed && !HasFailure(); first += kAtATime) {
+    std::vector<std::future<int>> hosts;
+    for (int i = 0; i < kAtATime; ++i)
+      hosts.push_back(std::async(std::launch::async, runHost, first + i));
+    for (int i = 0; i < kAtATime; ++i) {
+      const int status = hosts[i].get();
+      EXPECT_TRUE(status == 0 || status == 2) << GetParam() << " " << first + i << ": " << status;
+      if (status == 0) RecordProperty("positions", first + i);
+      hasFailed = status == 0;  // of the last one
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, SystemCalls,
+                         testing::Values("socket", "connect", "poll", "send", "recv", "open",
+                                         "read", "write", "fsync", "rename", "getrandom", "eventfd",
+                                         "timerfd_create", "timerfd_settime", "pthread_create",
+                                         "mmap"),
+                         [](const auto& each) { return std::string(each.param); });
+
+}  // namespace
+}  // namespace veltrano::internal
