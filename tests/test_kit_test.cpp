@@ -93,7 +93,7 @@ TEST(Events, KnowTheLayerOfEachProperty) {
                       {"extra_json", {{"a", 2}}}});
   world.advance(20s);
   const auto event = world.delivered().only("E");
-  const std::map<Origin, std::vector<const char*>> origins = {
+  const std::pair<Origin, std::vector<const char*>> origins[] = {
       {Origin::event, {"plan", "own.city", "dotted.key", "extra_json.a"}},
       {Origin::superProperty, {"kept", "$os", "extra_json.b"}},
       {Origin::defaultProperty, {"$os_version"}},
@@ -124,7 +124,7 @@ TEST(Lookups, SayWhatIsThere) {
   } catch (const kit::Error& error) {
     EXPECT_EQ(error.what(), "test_kit_test.cpp:" + std::to_string(line) +
                                 ": 0 delivered events are called \"Bought\"; delivered were: Seen, "
-                                "Seen; waiting: Refused");
+                                "Seen; waiting: none");
   }
   EXPECT_THROW(delivered.only("Seen"), kit::Error);
   EXPECT_THROW(delivered[0]["plan"], kit::Error);
@@ -617,6 +617,7 @@ TEST(Trace, ReplaysToTheSameLog) {
   tracker.track("Unseen");
   Veltrano::isLoggerEnabled = true;
   world.advance(1min);
+  Veltrano::isLoggerEnabled = false;  // a shutdown goes on after the trace has ended
   world.network("/track").answer(200).after(1min);
   world.enterBackground();
   world.advance(1s);
@@ -637,7 +638,9 @@ TEST(Trace, ReplaysToTheSameLog) {
   for (std::string& line : lines)  // as in JSON
     for (auto at = line.find('"'); at != line.npos; at = line.find('"', at + 2))
       line.insert(at, 1, '\\');
-  EXPECT_EQ(again, lines) << world.trace();
+  again.resize(std::max(again.size(), lines.size()), "nothing");
+  const auto [at, other] = std::mismatch(lines.begin(), lines.end(), again.begin());
+  EXPECT_EQ(lines.end() - at, 0) << *at << "\nand replayed: " << *other << '\n' << world.trace();
   EXPECT_GT(lines.size(), 150u);
 }
 

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
-#include <thread>
 
 #include "tests/support/failing_calls.h"
 #include "veltrano/posix_platform.h"
@@ -52,9 +51,7 @@ int main(int, char** arguments) {
   loop = &installation.platform->mainRunLoop();
   auto& tracker = Veltrano::shared();
   tracker.setUserId("user");
-  std::jthread([&] {
-    for (int i = 0; i < 15; ++i) tracker.track("E", {{"i", i}});
-  });
+  for (int i = 0; i < 15; ++i) tracker.track("E", {{"i", i}});
   loop->runUntil(in(4s));
   bool wasDelivered = false;
   for (int attempts = 0; !wasDelivered && attempts < 5; ++attempts) {
