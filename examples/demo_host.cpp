@@ -1,5 +1,5 @@
 // An example host: a music player that calls every operation of the library, from several threads,
-// against a collector that counts what arrives.
+// against a collector that counts what arrives. Its events follow demo_plan.json.
 //
 //     demo_host HOST:PORT CERTIFICATE
 //
@@ -18,6 +18,7 @@
 #include <thread>
 #include <utility>
 
+#include "demo.h"
 #include "examples/collector_control.h"
 #include "veltrano/posix_platform.h"
 #include "veltrano/veltrano.h"
@@ -30,6 +31,9 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kPatience{25};
 
 constexpr int kLandscape = 3;
+
+using Room = demo::SongPlayed::Room;
+using Plan = demo::SuperProperties::Plan;
 
 class Player {
  public:
@@ -48,8 +52,10 @@ class Player {
   void turn();
   void goToTheBackgroundAndReturn();
 
-  void record(const char* event, const veltrano::HostMap& properties = {});
-  bool recordAndUpload(const char* event, const veltrano::HostMap& properties = {});
+  template <class Event>
+  void record(const Event& event);
+  template <class Event>
+  bool recordAndUpload(const Event& event);
   void onMainThread(std::function<void()> function);
   void waitForEverything();
   void waitForHeartbeats(std::uint64_t count);
@@ -95,18 +101,17 @@ void Player::play() {
 
   say("The user signs out, and the last events are uploaded.");
   Veltrano::shared().setPublisherUid(nullptr);
-  require(recordAndUpload("Signed Out"), "The last upload failed.");
+  require(recordAndUpload(demo::SignedOut{}), "The last upload failed.");
 }
 
 void Player::playSongsOnTwoThreads() {
   say("Two threads record five events each. The tenth makes the library upload them all.");
-  Veltrano::shared().setSuperProperties({{"plan", "free"}, {"experiment", "blue"}});
-  const auto playFive = [this](const char* room) {
-    for (int track = 1; track <= 5; ++track)
-      record("Song Played", {{"room", room}, {"track", track}});
+  demo::setSuperProperties(demo::SuperProperties{.plan = Plan::free, .experiment = "blue"});
+  const auto playFive = [this](Room room) {
+    for (int track = 1; track <= 5; ++track) record(demo::SongPlayed{.room = room, .track = track});
   };
-  std::thread kitchen(playFive, "kitchen");
-  std::thread garden(playFive, "garden");
+  std::thread kitchen(playFive, Room::kitchen);
+  std::thread garden(playFive, Room::garden);
   kitchen.join();
   garden.join();
   waitForEverything();
@@ -116,14 +121,12 @@ void Player::checkOut() {
   say("A refresh trigger brings the plan up to date before the event; properties may be nested.");
   auto& tracker = Veltrano::shared();
   tracker.removeSuperProperty("experiment");
-  tracker.setRefreshTriggersWithHandler({{"Bought"}}, [] {
-    Veltrano::shared().setSuperProperties({{"plan", "pro"}});
-  });
+  tracker.setRefreshTriggersWithHandler(
+      {{"Bought"}}, [] { demo::setSuperProperties(demo::SuperProperties{.plan = Plan::pro}); });
   const bool wasDelivered =
-      recordAndUpload("Bought", {{"items", {"ticket", "poster"}},
-                                 {"total", 31.5},
-                                 {"address", {{"city", "Lisbon"}, {"floor", 2}}},
-                                 {"extra_json", {{"coupon", "SPRING"}}}});
+      recordAndUpload(demo::Bought{.items = {"ticket", "poster"},
+                                   .total = 31.5,
+                                   .address = demo::Bought::Address{.city = "Lisbon", .floor = 2}});
   require(wasDelivered, "The upload failed.");
   tracker.setRefreshTriggersWithHandler(std::nullopt, nullptr);
 }
@@ -131,11 +134,12 @@ void Player::checkOut() {
 void Player::loseAndRegainTheCollector() {
   say("The collector answers 503 for a while. The events wait, and nothing is lost.");
   collector_.misbehave("/track", 503);
-  record("Song Played", {{"room", "cellar"}});
-  require(!recordAndUpload("Song Paused"), "The collector accepted what it should have refused.");
+  record(demo::SongPlayed{.room = Room::cellar});
+  require(!recordAndUpload(demo::SongPaused{}),
+          "The collector accepted what it should have refused.");
   std::cout << "(an upload failed)" << std::endl;
   collector_.behave("/track");
-  require(recordAndUpload("Song Resumed"), "The upload failed.");
+  require(recordAndUpload(demo::SongResumed{}), "The upload failed.");
 }
 
 void Player::turn() {
@@ -152,13 +156,13 @@ void Player::turn() {
 
 void Player::goToTheBackgroundAndReturn() {
   say("In the background the library uploads once and then rests.");
-  record("Song Played", {{"room", "attic"}});
+  record(demo::SongPlayed{.room = Room::attic});
   onMainThread([this] {
     platform_.applicationWillResignActive();
     platform_.applicationDidEnterBackground();
   });
   waitForEverything();
-  record("Song Ended");
+  record(demo::SongEnded{});
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
 
   say("Back again, the next heartbeat comes after a second.");
@@ -168,17 +172,18 @@ void Player::goToTheBackgroundAndReturn() {
   });
 }
 
-void Player::record(const char* event, const veltrano::HostMap& properties) {
+template <class Event>
+void Player::record(const Event& event) {
   ++recorded_;
-  Veltrano::shared().track(event, properties);
+  demo::track(event);
 }
 
 // Uploads this event and all waiting ones. Returns whether they were accepted.
-bool Player::recordAndUpload(const char* event, const veltrano::HostMap& properties) {
+template <class Event>
+bool Player::recordAndUpload(const Event& event) {
   ++recorded_;
   const auto outcome = std::make_shared<std::promise<bool>>();
-  Veltrano::shared().track(event, properties,
-                           [outcome](bool accepted) { outcome->set_value(accepted); });
+  demo::track(event, [outcome](bool accepted) { outcome->set_value(accepted); });
   auto future = outcome->get_future();
   require(future.wait_until(deadline_) == std::future_status::ready, "The upload has no outcome.");
   return future.get();

@@ -14,14 +14,48 @@
 #include "plan/plan.h"
 
 namespace veltrano::planning {
+namespace {
 
 namespace rapidjson = internal::rapidjson;
 using rapidjson::Value;
 
-/// A schema of draft 4, compiled.
+// The formats that RapidJSON's validator does not know.
+constexpr char kDate[] =
+    R"(^\d{4}-\d{2}-\d{2}[Tt]\d{2}:\d{2}:\d{2}(\.\d+)?([Zz]|[+-]\d{2}:\d{2})$)";
+constexpr char kURI[] = "^[A-Za-z][A-Za-z0-9+.-]*:[^ <>\"]*$";
+
+// The schema in JSON Schema's draft 4, without properties and elements.
+std::string draft4(const Schema& schema) {
+  std::string json;
+  const auto add = [&](std::string_view key, const std::string& value) {
+    json.append(json.empty() ? "{" : ",").append(quoted(key)).append(":").append(value);
+  };
+  add("type", quoted(jsonTypeOf(schema.type)));
+  for (const auto& [word, bound] : schema.bounds) {
+    const bool isExclusive = word[0] == 'e';
+    if (isExclusive) add(word, "true");
+    add(!isExclusive                 ? word
+        : word == "exclusiveMinimum" ? "minimum"
+                                     : "maximum",
+        numberText(bound));
+  }
+  std::string values;
+  for (const std::string& value : schema.values)
+    values.append(values.empty() ? "[" : ",").append(quoted(value));
+  if (!values.empty()) add("enum", values + ']');
+  if (!schema.pattern.empty()) add("pattern", quoted(schema.pattern));
+  if (schema.type == Type::date || schema.type == Type::uri)
+    add("allOf", "[{\"pattern\":" + quoted(schema.type == Type::date ? kDate : kURI) + "}]");
+  return json + '}';
+}
+
+}  // namespace
+
+/// A schema, compiled.
 class Validator {
  public:
-  explicit Validator(const std::string& draft4) : document_(parsed(draft4)), schema_(document_) {}
+  explicit Validator(const Schema& schema)
+      : schema_(rapidjson::Document().Parse(draft4(schema).c_str())) {}
 
   bool accepts(const Value& value) const {
     rapidjson::SchemaValidator validator(schema_);
@@ -29,13 +63,6 @@ class Validator {
   }
 
  private:
-  static rapidjson::Document parsed(const std::string& json) {
-    rapidjson::Document document;
-    document.Parse(json.data(), json.size());
-    return document;
-  }
-
-  const rapidjson::Document document_;
   const rapidjson::SchemaDocument schema_;
 };
 
@@ -44,154 +71,117 @@ namespace {
 // Of a text that is compared with a pattern: std::regex recurses for each character.
 constexpr std::size_t kMaxText = 2000;
 
-// More than the library sends. Bounds the recursion.
-constexpr int kMaxDepth = 160;
-
 constexpr char kSuper[] = "super properties";
 
 std::string_view view(const Value& text) {
   return {text.GetString(), text.GetStringLength()};
 }
 
-bool isDeeper(const Value& value, int levels) {
-  if (levels == 0) return true;
-  if (value.IsArray())
-    return std::any_of(value.Begin(), value.End(),
-                       [&](const Value& element) { return isDeeper(element, levels - 1); });
-  return value.IsObject() && std::any_of(value.MemberBegin(), value.MemberEnd(), [&](auto& member) {
-           return isDeeper(member.value, levels - 1);
-         });
-}
-
 std::string shortJSON(const Value& value) {
   constexpr std::size_t kMost = 100;
-  if (isDeeper(value, kMaxDepth)) return "too deep";
   rapidjson::StringBuffer buffer;
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   value.Accept(writer);
-  std::string json(buffer.GetString(), buffer.GetSize());
-  if (json.size() <= kMost) return json;
-  std::size_t end = kMost;
-  while ((json[end] & 0xC0) == 0x80) --end;  // between characters
-  return json.substr(0, end) + "...";
+  std::string_view json(buffer.GetString(), buffer.GetSize());
+  if (json.size() <= kMost) return std::string(json);
+  json = json.substr(0, kMost);
+  while ((json.back() & 0xC0) == 0x80) json.remove_suffix(1);  // ends before a character
+  return std::string(json.substr(0, json.size() - 1)) + "...";
 }
 
 class Check {
  public:
-  // What an object is held to, and how its coverage starts: with the event, and without indices.
+  // What an object is held to. Whose it is, an event's or the super properties, starts complaints
+  // and, with the path but without indices, the items of coverage.
   struct Part {
     const Schema& schema;
+    std::string owner;
     std::string item;
-    bool isSuper;
   };
 
-  Check(std::string event, Coverage& covered) : event_(std::move(event)), covered_(covered) {}
+  explicit Check(Coverage& covered) : covered_(covered) {}
 
   void object(const std::vector<Part>& parts, const Value& value, const std::string& path) {
-    const auto pathTo = [&](const std::string& name) {
-      return path.empty() ? name : path + '.' + name;
-    };
-    for (const Part& part : parts)
-      for (const auto& [name, schema, isRequired] : part.schema.properties)
-        if (isRequired && value.FindMember(name.c_str()) == value.MemberEnd())
-          complain(pathTo(name), "is missing", schema.text(), part.isSuper);
+    const std::string start = path.empty() ? "" : path + '.';
+    for (const auto& [part, owner, item] : parts)
+      for (const auto& [name, schema, isRequired] : part.properties)
+        if (isRequired && !value.HasMember(name.c_str()))
+          complain(owner, start + name, "is missing", schema.text());
     for (const auto& [key, held] : value.GetObject()) {
       const std::string name(view(key));
       if (path.empty() && isLibrarysProperty(name)) continue;
       bool isPlanned = false;
-      for (const Part& part : parts)
-        for (const Property& property : part.schema.properties)
+      for (const auto& [part, owner, item] : parts) {
+        isPlanned |= part.isOpen;
+        for (const Property& property : part.properties)
           if (property.name == name) {
-            const std::string item = part.item + '.' + name;
-            if (!property.isRequired) covered_.insert('p' + item);
-            check({property.schema, item, part.isSuper}, held, pathTo(name));
+            const std::string inner = item + '.' + name;
+            if (!property.isRequired) covered_.insert('p' + inner);
+            check({property.schema, owner, inner}, held, start + name);
             isPlanned = true;
           }
-      isPlanned |= std::any_of(parts.begin(), parts.end(),
-                               [](const Part& part) { return part.schema.isOpen; });
-      if (!isPlanned) complain(pathTo(name), "is " + shortJSON(held), "no such property", false);
+      }
+      if (!isPlanned)
+        complain(parts[0].owner, start + name, "is " + shortJSON(held), "no such property");
     }
   }
 
-  void complain(const std::string& path, const std::string& sent, const std::string& planned,
-                bool isSuper) {
-    found_.push_back({path,
-                      event_ + ": " + (isSuper ? "the super property " : "") + quoted(path) + ' ' +
-                          sent + "; planned: " + planned,
-                      isSuper});
-  }
-
-  std::vector<Violation> found() { return std::move(found_); }
+  std::vector<std::string> found;
 
  private:
+  void complain(const std::string& owner, const std::string& path, const std::string& sent,
+                const std::string& planned) {
+    found.push_back(owner + ": " + quoted(path) + ' ' + sent + "; planned: " + planned);
+  }
+
   void check(const Part& part, const Value& value, const std::string& path) {
-    const Schema& schema = part.schema;
+    const auto& [schema, owner, item] = part;
     if (schema.type == Type::any) return;
     const bool hasPattern =
         !schema.pattern.empty() || schema.type == Type::uri || schema.type == Type::date;
     if (hasPattern && value.IsString() && value.GetStringLength() > kMaxText)
-      return complain(path, "is too long to be compared", schema.text(), part.isSuper);
-    if (schema.validator == nullptr) schema.validator = std::make_shared<Validator>(schema.draft4);
-    if (isDeeper(value, kMaxDepth) || !schema.validator->accepts(value))
-      return complain(path, "is " + shortJSON(value), schema.text(), part.isSuper);
-    if (!schema.values.empty()) covered_.insert('v' + part.item + " = " + std::string(view(value)));
+      return complain(owner, path, "is too long to be compared", schema.text());
+    if (schema.validator == nullptr) schema.validator = std::make_shared<Validator>(schema);
+    if (!schema.validator->accepts(value))
+      return complain(owner, path, "is " + shortJSON(value), schema.text());
+    if (!schema.values.empty()) covered_.insert('v' + item + " = " + std::string(view(value)));
     if (schema.type == Type::object) object({part}, value, path);
-    if (schema.type != Type::list) return;
-    int index = 0;
-    for (const Value& element : value.GetArray())
-      check({schema.element[0], part.item, part.isSuper}, element,
-            path + '[' + std::to_string(index++) + ']');
+    for (std::size_t i = 0; schema.type == Type::list && i < value.Size(); ++i)
+      check({schema.element[0], owner, item}, value[i], path + '[' + std::to_string(i) + ']');
   }
 
-  const std::string event_;
   Coverage& covered_;
-  std::vector<Violation> found_;
 };
 
 void addCoverable(Coverage& items, const Schema& schema, const std::string& path) {
-  for (const Property& property : schema.properties) {
-    const std::string inner = path + '.' + property.name;
-    if (!property.isRequired) items.insert('p' + inner);
-    const Schema* held = &property.schema;
-    while (!held->element.empty()) held = &held->element[0];
-    for (const std::string& value : held->values)
+  for (const auto& [name, held, isRequired] : schema.properties) {
+    const std::string inner = path + '.' + name;
+    if (!isRequired) items.insert('p' + inner);
+    for (const std::string& value : held.innermost().values)
       items.insert(std::string("v").append(inner).append(" = ").append(value));
-    addCoverable(items, *held, inner);
+    addCoverable(items, held.innermost(), inner);
   }
 }
 
 }  // namespace
 
-std::vector<Violation> Plan::check(std::string_view record, Coverage& covered) const {
+std::vector<std::string> Plan::check(std::string_view record, Coverage& covered) const {
   rapidjson::Document document;
-  document.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(
-      record.data(), record.size());
+  document.Parse<rapidjson::kParseIterativeFlag>(record.data(), record.size());
   const Value& root = document;
-  if (document.HasParseError() || !root.IsObject() || !root.HasMember("event") ||
-      !root["event"].IsString() || !root.HasMember("properties") || !root["properties"].IsObject())
+  if (!root.IsObject() || !root.HasMember("event") || !root["event"].IsString() ||
+      !root.HasMember("properties") || !root["properties"].IsObject())
     return {};
   const std::string event(view(root["event"]));
-  const Value& properties = root["properties"];
   if (isLibrarysEvent(event)) return {};
-  Check check(event, covered);
   const auto planned =
       std::find_if(events.begin(), events.end(), [&](const Event& it) { return it.name == event; });
-  if (planned == events.end()) {
-    std::string sent;
-    for (const auto& [key, value] : properties.GetObject())
-      if (!isLibrarysProperty(view(key)))
-        sent.append(sent.empty() ? "" : ", ")
-            .append(view(key))
-            .append("=")
-            .append(shortJSON(value));
-    return {
-        {"",
-         event + " is sent with " + (sent.empty() ? "nothing" : sent) + "; planned: no such event",
-         false}};
-  }
+  if (planned == events.end()) return {event + " is sent; planned: no such event"};
   covered.insert('e' + event);
-  check.object({{planned->schema, event, false}, {superProperties, kSuper, true}}, properties, "");
-  return check.found();
+  Check check(covered);
+  check.object({{planned->schema, event, event}, {superProperties, kSuper, kSuper}},
+               root["properties"], "");
+  return std::move(check.found);
 }
 
 Coverage Plan::coverable() const {

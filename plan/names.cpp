@@ -1,7 +1,11 @@
 #include "plan/names.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
+#include <utility>
+
+#include "plan/plan.h"
 
 namespace veltrano::planning {
 namespace {
@@ -20,24 +24,20 @@ constexpr std::string_view kReserved =
     "va_arg va_copy va_end va_start BUFSIZ DEBUG DOMAIN EOF HUGE_VAL I INFINITY NAN NDEBUG NULL "
     "OVERFLOW PLOSS SING TLOSS TRUE FALSE UNDERFLOW std veltrano posix ";
 
-bool isLetterOrDigit(unsigned char c) {
-  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-
 // The name's letters and digits, with "_" for each run of anything else.
 std::string words(std::string_view name) {
   std::string words;
   for (std::size_t i = 0; i < name.size(); ++i) {
     const auto c = static_cast<unsigned char>(name[i]);
-    if (isLetterOrDigit(c)) {
-      words += name[i];
-    } else if (c >= 0xC0) {  // the first byte of a character outside ASCII
+    if (c >= 0xC0) {  // the first byte of a character outside ASCII
       unsigned codePoint = c >= 0xF0 ? c & 0x07 : c >= 0xE0 ? c & 0x0F : c & 0x1F;
       for (; i + 1 < name.size() && (name[i + 1] & 0xC0) == 0x80; ++i)
         codePoint = codePoint << 6 | (name[i + 1] & 0x3F);
       char text[12];
       std::snprintf(text, sizeof text, "u%04X", codePoint);
       words += text;
+    } else if (std::isalnum(c) != 0) {
+      words += name[i];
     } else if (!words.empty() && words.back() != '_') {
       words += '_';
     }
@@ -48,13 +48,28 @@ std::string words(std::string_view name) {
 }
 
 std::string unreserved(std::string identifier) {
-  std::string word(" ");
-  word.append(identifier).append(" ");
-  if (kReserved.find(word) != kReserved.npos) identifier += '_';
-  return identifier;
+  const bool isReserved = kReserved.find(' ' + identifier + ' ') != kReserved.npos;
+  return isReserved ? identifier + '_' : identifier;
+}
+
+template <class Change>
+std::string changed(std::string text, Change change) {
+  for (char& c : text) c = static_cast<char>(change(static_cast<unsigned char>(c)));
+  return text;
 }
 
 }  // namespace
+
+std::string faultOfName(std::string_view name) {
+  if (std::any_of(name.begin(), name.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }))
+    return quoted(name) + " has control characters";
+  // Letters with marks of their own could be spelt in two ways, which the library takes for one.
+  for (std::size_t i = 0; i + 1 < name.size(); ++i)
+    if (name[i] == '\xCC' || (name[i] == '\xCD' && name[i + 1] < '\xB0'))
+      return quoted(name) + " has combining marks; write composed letters";
+  return words(name).empty() ? quoted(name) + " has no letter or digit to make an identifier of"
+                             : "";
+}
 
 std::string memberName(std::string_view name) {
   return unreserved(words(name));
@@ -64,7 +79,7 @@ std::string typeName(std::string_view name) {
   std::string type;
   bool isFirst = true;
   for (const char c : words(name)) {
-    if (c != '_') type += isFirst && c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    if (c != '_') type += isFirst ? upperCase({c}) : std::string{c};
     isFirst = c == '_';
   }
   return unreserved(std::move(type));
@@ -76,16 +91,11 @@ std::string nestedTypeName(std::string_view name) {
 }
 
 std::string snakeName(std::string_view name) {
-  std::string snake = words(name);
-  for (char& c : snake)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return snake;
+  return changed(words(name), [](int c) { return std::tolower(c); });
 }
 
 std::string upperCase(std::string text) {
-  for (char& c : text)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  return text;
+  return changed(std::move(text), [](int c) { return std::toupper(c); });
 }
 
 }  // namespace veltrano::planning

@@ -10,13 +10,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <fstream>
 #include <iterator>
-#include <limits>
 #include <regex>
-#include <set>
-#include <unordered_map>
 #include <utility>
 
 #include "plan/names.h"
@@ -27,50 +23,34 @@ namespace {
 namespace rapidjson = internal::rapidjson;
 using rapidjson::Value;
 
-constexpr int kMaxNesting = 32;
+constexpr int kMaxNesting = 12;
 
-struct TypeWord {
-  std::string_view json;
-  std::string_view english;
-};
-constexpr TypeWord kTypeWords[] = {
-    {"", "anything"},
-    {"string", "text"},
-    {"integer", "integer"},
-    {"number", "number"},
-    {"boolean", "true or false"},
-    {"string", "date and time"},
-    {"string", "URI"},
-    {"array", "list"},
-    {"object", "object"},
-};
-const TypeWord& wordOf(Type type) {
-  return kTypeWords[static_cast<int>(type)];
-}
-
-// What RapidJSON's validator does not know.
-constexpr std::string_view kDatePattern =
-    R"(^[0-9]{4}-[0-9]{2}-[0-9]{2}[Tt][0-9]{2}:[0-9]{2}:[0-9]{2}(\.[0-9]+)?([Zz]|[+-][0-9]{2}:[0-9]{2})$)";
-constexpr std::string_view kUriPattern = "^[A-Za-z][A-Za-z0-9+.-]*:[^ <>\"]*$";
+// By `Type`.
+constexpr std::string_view kEnglish[] = {"anything", "text",          "integer",
+                                         "number",   "true or false", "date and time",
+                                         "URI",      "list",          "object"};
 
 using Types = unsigned;  // a set of bits
-constexpr Types bit(Type type) {
-  return 1U << static_cast<unsigned>(type);
+template <class... Each>
+constexpr Types setOf(Each... type) {
+  return (0U | ... | (1U << static_cast<unsigned>(type)));
 }
-constexpr Types kTexts = bit(Type::text) | bit(Type::uri);
-constexpr Types kNumbers = bit(Type::integer) | bit(Type::number);
+constexpr Types kAll = ~0U;
+constexpr Types kTexts = setOf(Type::text, Type::uri);
+constexpr Types kNumbers = setOf(Type::integer, Type::number);
+constexpr Types kLists = setOf(Type::list);
+constexpr Types kObjects = setOf(Type::object);
 
-struct Limits {
-  const char* least;
-  const char* most;
-  Types types;  // that they say something about
-};
-constexpr Limits kLimits[] = {
-    {"minimum", "maximum", kNumbers},
-    {"exclusiveMinimum", "exclusiveMaximum", kNumbers},
-    {"minLength", "maxLength", kTexts},
-    {"minItems", "maxItems", bit(Type::list)},
-};
+// The vocabulary: keywords, by the types that they say something about.
+constexpr struct {
+  Types types;
+  std::string_view keywords[5];
+} kVocabulary[] = {{kAll, {"$comment", "description", "format", "title", "type"}},
+                   {setOf(Type::text), {"const", "enum"}},
+                   {kTexts, {"maxLength", "minLength", "pattern"}},
+                   {kNumbers, {"exclusiveMaximum", "exclusiveMinimum", "maximum", "minimum"}},
+                   {kLists, {"items", "maxItems", "minItems"}},
+                   {kObjects, {"additionalProperties", "properties", "required"}}};
 
 std::string_view view(const Value& text) {
   return {text.GetString(), text.GetStringLength()};
@@ -83,367 +63,292 @@ const Value* find(const Value& object, const char* key) {
 
 class Reader {
  public:
-  Reader(const std::string& json, const std::string& file) : json_(json), file_(file) {
-    // RapidJSON 1.1 crashes at a zero with some 350 decimals.
-    const auto zeros = json.find(std::string(100, '0'));
-    if (zeros != json.npos) refuseAt(zeros, "there are 100 zeros in a row");
-    if (zeros == json.npos)
-      document_.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag |
-                      rapidjson::kParseValidateEncodingFlag>(json.data(), json.size());
+  Reader(const std::string& json, const std::string& file)
+      : json_(json), file_(file), buffer_(json) {
+    // In place, so that a text of the plan tells where it stands.
+    document_.ParseInsitu<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag>(
+        buffer_.data());
     if (document_.HasParseError())
-      refuseAt(document_.GetErrorOffset(), rapidjson::GetParseError_En(document_.GetParseError()));
+      faults_.emplace(document_.GetErrorOffset(),
+                      rapidjson::GetParseError_En(document_.GetParseError()));
+    else if (!document_.IsObject())
+      refuse(document_, "a plan has to be an object");
     throwFaults();
-    place(document_, 0);
   }
 
   Plan plan() {
     Plan plan;
-    const Value empty(rapidjson::kObjectType);
-    const Value* super = &empty;
-    const Value* events = &empty;
-    if (!document_.IsObject()) refuse(document_, "a plan has to be an object");
-    throwFaults();
-    for (const auto& [key, value] : std::as_const(document_).GetObject()) {
-      if (view(key) == "namespace") {
-        plan.nameSpace = text(value);
-        if (plan.nameSpace.empty() || memberName(plan.nameSpace) != plan.nameSpace)
-          refuse(value, "\"namespace\" has to be an identifier");
-      } else if (view(key) == "events") {
-        events = &value;
-      } else if (view(key) == "superProperties") {
-        super = &value;
-      } else if (view(key) != "description") {
+    const Value none(rapidjson::kObjectType);
+    const Value *super = &none, *events = nullptr;
+    const Value *superPlace = &none, *eventsPlace = &none, *spacePlace = &none;
+    refuseTwice(document_);
+    for (const auto& [key, value] : std::as_const(document_).GetObject())
+      if (view(key) == "namespace")
+        plan.nameSpace = text(key, value), spacePlace = &key;
+      else if (view(key) == "events")
+        events = &value, eventsPlace = &key;
+      else if (view(key) == "superProperties")
+        super = &value, superPlace = &key;
+      else if (view(key) != "description")
         refuse(key, "a plan has no " + quoted(view(key)));
-      }
-    }
-    if (plan.nameSpace.empty()) refuse(document_, "a plan needs a \"namespace\"");
-    places_[&empty] = 0;
-    plan.superProperties = schema(*super, "super_properties", "SuperProperties", true);
-    for (const Property& property : plan.superProperties.properties) super_.insert(property.name);
-    eventTypes_.take("SuperProperties", "super properties");
-    if (!events->IsArray())
-      refuse(*events, "a plan needs \"events\", an array");
+    if (plan.nameSpace.empty() || memberName(plan.nameSpace) != plan.nameSpace)
+      refuse(*spacePlace, "a plan needs a \"namespace\", an identifier");
+    const Names names{"the super properties", "super_properties", "SuperProperties", true, 0};
+    for (const char* identifier : {"set_super_properties", "SuperProperties"})
+      take(identifier, *superPlace, names.path);
+    plan.superProperties = schema(*superPlace, *super, names);
+    for (const Property& property : plan.superProperties.properties) isSuper_.insert(property.name);
+    if (events == nullptr || !events->IsArray())
+      refuse(*eventsPlace, "a plan needs \"events\", an array");
     else
-      for (const Value& event : events->GetArray()) plan.events.push_back(this->event(event));
+      for (const Value& event : events->GetArray())
+        plan.events.push_back(this->event(*eventsPlace, event));
     throwFaults();
     return plan;
   }
 
  private:
-  // Notes where values stand, following the text, and refuses keys that stand twice.
-  void place(const Value& value, int depth) {
-    const auto skip = [&] { at_ = json_.find_first_not_of(" \t\r\n,:", at_); };
-    skip();
-    places_[&value] = at_;
-    if (depth > kMaxNesting) {
-      refuse(value, "this nests too deep");
-      throwFaults();
-    }
-    if (value.IsObject() || value.IsArray()) {
-      ++at_;
-      std::set<std::string_view> keys;
-      if (value.IsArray())
-        for (const Value& element : value.GetArray()) place(element, depth + 1);
-      else
-        for (const auto& [key, held] : value.GetObject()) {
-          place(key, depth + 1);
-          if (!keys.insert(view(key)).second) refuse(key, quoted(view(key)) + " stands here twice");
-          place(held, depth + 1);
-        }
-      skip();
-      ++at_;
-    } else if (value.IsString()) {
-      while (json_[++at_] != '"') at_ += json_[at_] == '\\';
-      ++at_;
-    } else {
-      at_ = std::min(json_.find_first_of(" \t\r\n,]}", at_), json_.size());
-    }
+  // What a value is called: in the plan, and in generated headers, in C by the path to it.
+  struct Names {
+    std::string path;
+    std::string c;
+    std::string cpp;
+    bool areOfEvent;
+    int depth;
+  };
+
+  // The place is a text of the plan, or anything else for the plan as a whole.
+  void refuse(const Value& place, const std::string& what) {
+    faults_.emplace(place.IsString() ? place.GetString() - buffer_.data() - 1 : 0, what);
   }
-
-  void refuseAt(std::size_t place, const std::string& what) { faults_.emplace(place, what); }
-
-  void refuse(const Value& value, const std::string& what) { refuseAt(places_.at(&value), what); }
 
   void throwFaults() const {
-    if (faults_.empty()) return;
     std::string lines;
     for (const auto& [place, what] : faults_) {
-      const auto start = json_.begin() + static_cast<std::ptrdiff_t>(
-                                             place == 0 ? 0 : json_.rfind('\n', place - 1) + 1);
-      const auto here = json_.begin() + static_cast<std::ptrdiff_t>(place);
-      const auto column =
-          1 + std::count_if(start, here, [](char c) { return (c & 0xC0) != 0x80; });  // characters
+      const std::string before = json_.substr(0, static_cast<std::size_t>(place));
+      const auto line = before.begin() + static_cast<std::ptrdiff_t>(before.rfind('\n') + 1);
+      const auto column = std::count_if(line, before.end(), [](char c) {
+        return (c & 0xC0) != 0x80;  // the first byte of a character
+      });
       lines += (lines.empty() ? "" : "\n") + file_ + ':' +
-               std::to_string(1 + std::count(json_.begin(), here, '\n')) + ':' +
-               std::to_string(column) + ": " + what;
+               std::to_string(1 + std::count(before.begin(), before.end(), '\n')) + ':' +
+               std::to_string(1 + column) + ": " + what;
     }
-    throw Faults(lines);
+    if (!lines.empty()) throw Faults(lines);
   }
 
-  std::string text(const Value& value) {
+  void refuseTwice(const Value& object) {
+    std::set<std::string_view> keys;
+    for (const auto& [key, value] : object.GetObject())
+      if (!keys.insert(view(key)).second) refuse(key, quoted(view(key)) + " stands here twice");
+  }
+
+  std::string text(const Value& key, const Value& value) {
     if (value.IsString()) return std::string(view(value));
-    refuse(value, "this has to be text");
-    return {};
+    return refuse(key, quoted(view(key)) + " has to be text"), std::string();
   }
 
   std::string name(const Value& value) {
-    std::string name = text(value);
-    if (const std::string fault = faultOfName(name); !fault.empty()) refuse(value, fault);
-    return name;
+    if (const std::string fault = faultOfName(view(value)); !fault.empty()) refuse(value, fault);
+    return std::string(view(value));
   }
 
-  void take(Scope& scope, const std::string& identifier, const Value& place,
-            std::string_view name) {
-    const std::string_view other = scope.take(identifier, name);
-    if (other == name && !name.empty())
-      refuse(place, quoted(name) + " stands here twice");
-    else if (!other.empty())
-      refuse(place,
-             quoted(name) + " and " + quoted(other) + " make the same identifier, " + identifier);
+  // Gives an identifier to a name, or refuses the name.
+  void take(const std::string& identifier, const Value& place, const std::string& name) {
+    const auto [taken, isNew] = identifiers_.emplace(identifier, name);
+    if (isNew) return;
+    refuse(place, taken->second == name ? quoted(name) + " stands here twice"
+                                        : quoted(name) + " and " + quoted(taken->second) +
+                                              " make the same identifier, " + identifier);
   }
 
-  Event event(const Value& json) {
-    const Value* const value = json.IsObject() ? find(json, "name") : nullptr;
-    if (value == nullptr) {
-      refuse(json, "an event has to be an object with a \"name\"");
-      return {};
-    }
+  Event event(const Value& place, const Value& json) {
     Event event;
+    const Value* const value = json.IsObject() ? find(json, "name") : nullptr;
+    if (value == nullptr || !value->IsString())
+      return refuse(place, "each event has to be an object with a \"name\""), event;
     event.name = name(*value);
     if (isLibrarysEvent(event.name)) refuse(*value, "the library has an event of this name itself");
-    const std::string type = typeName(event.name);
+    const Names names{event.name, snakeName(event.name), typeName(event.name), true, 0};
     const std::size_t faults = faults_.size();
-    take(eventTypes_, type, *value, event.name);
-    if (faults_.size() == faults) event.schema = schema(json, snakeName(event.name), type, true);
+    take(names.cpp, *value, event.name);
+    take("track_" + names.c, *value, event.name);
+    if (faults_.size() == faults) event.schema = schema(*value, json, names);
     return event;
   }
 
-  // The names are what generated headers call it: in C by the path to it.
-  Schema schema(const Value& json, const std::string& cName, const std::string& type,
-                bool isOfEvent) {
+  Schema schema(const Value& place, const Value& json, const Names& names) {
     Schema schema;
-    if (isOfEvent) schema.type = Type::object;
-    if (!json.IsObject()) {
-      refuse(json, "a schema has to be an object");
-      return schema;
-    }
-    if (!readType(json, schema, isOfEvent)) return schema;
-    if (schema.type == Type::object)
-      for (const char* start : {"", "make_"}) takeGlobally(start + cName, json);
-    if (isOfEvent) takeGlobally("track_" + cName, json);
+    if (!json.IsObject()) return refuse(place, "a schema has to be an object"), schema;
+    if (names.depth > kMaxNesting) return refuse(place, "this nests too deep"), schema;
+    const std::size_t faults = faults_.size();
+    refuseTwice(json);
+    readType(place, json, schema, names.areOfEvent);
+    if (faults_.size() > faults) return schema;
+    for (const char* start : {"", "make_"})
+      if (schema.type == Type::object) take(start + names.c, place, names.path);
     for (const auto& [key, value] : json.GetObject())
-      if (!(isOfEvent && view(key) == "name")) keyword(schema, key, value, cName, type, isOfEvent);
-    checkBounds(json, schema);
-    if (!isOfEvent && schema.properties.empty()) schema.isOpen = true;
+      if (!names.areOfEvent || view(key) != "name") keyword(schema, key, value, names);
+    refuseContradictions(place, schema);
+    if (!names.areOfEvent && schema.properties.empty()) schema.isOpen = true;
     if (schema.type == Type::list && schema.element.empty()) schema.element.emplace_back();
-    if (const Value* const required = find(json, "required");
-        required && schema.type == Type::object)
-      readRequired(*required, schema);
-    schema.draft4 = draft4Of(schema);
+    if (const auto required = json.FindMember("required"); required != json.MemberEnd())
+      readRequired(required->name, required->value, schema);
     return schema;
   }
 
-  void takeGlobally(const std::string& identifier, const Value& place) {
-    if (!global_.insert(identifier).second)
-      refuse(place, "another event or property makes the same identifier of C, " + identifier);
-  }
-
-  bool readType(const Value& json, Schema& schema, bool isOfEvent) {
+  void readType(const Value& place, const Value& json, Schema& schema, bool isOfEvent) {
+    const Value* const type = find(json, "type");
     const Value* const format = find(json, "format");
-    if (const Value* const value = find(json, "type")) {
-      const std::string type = value->IsString() ? text(*value) : std::string();
-      const auto* const word =
-          std::find_if(std::begin(kTypeWords), std::end(kTypeWords),
-                       [&](const TypeWord& it) { return !type.empty() && it.json == type; });
-      if (word == std::end(kTypeWords) || (isOfEvent && type != "object")) {
-        refuse(*value,
-               isOfEvent
-                   ? "the properties of an event are an \"object\""
-                   : "\"type\" has to be one of \"string\", \"integer\", \"number\", "
-                     "\"boolean\", \"array\" and \"object\"; without it, anything is allowed");
-        return false;
-      }
-      schema.type = static_cast<Type>(word - kTypeWords);
-    } else if (find(json, "enum") != nullptr || find(json, "const") != nullptr) {
+    for (const Type each :
+         {Type::text, Type::integer, Type::number, Type::boolean, Type::list, Type::object})
+      if (type != nullptr && type->IsString() && view(*type) == jsonTypeOf(each))
+        schema.type = each;
+    if (type != nullptr && schema.type == Type::any)
+      refuse(type->IsString() ? *type : place,
+             "\"type\" has to be one of \"string\", \"integer\", \"number\", \"boolean\", "
+             "\"array\" and \"object\"; without it, anything is allowed");
+    if (type == nullptr && (find(json, "enum") != nullptr || find(json, "const") != nullptr))
       schema.type = Type::text;
-    }
-    if (format == nullptr) return true;
-    const std::string name = text(*format);
-    if (name != "date-time" && name != "uri")
-      refuse(*format, "an unknown format; plans know \"date-time\" and \"uri\"");
+    if (isOfEvent && type != nullptr && schema.type != Type::object)
+      refuse(place, "the properties of an event are an \"object\"");
+    if (isOfEvent) schema.type = Type::object;
+    if (format == nullptr) return;
+    const bool isURI = *format == "uri";
+    if (!isURI && *format != "date-time")
+      refuse(format->IsString() ? *format : place,
+             "an unknown format; plans know \"date-time\" and \"uri\"");
     else if (schema.type != Type::text)
-      refuse(*format, "a format says nothing about " + std::string(wordOf(schema.type).english));
-    else
-      schema.type = name == "uri" ? Type::uri : Type::date;
-    return true;
+      refuse(*format, "a format says nothing about " + schema.text());
+    schema.type = isURI ? Type::uri : Type::date;
   }
 
-  void keyword(Schema& schema, const Value& key, const Value& value, const std::string& cName,
-               const std::string& type, bool isOfEvent) {
+  void keyword(Schema& schema, const Value& key, const Value& value, const Names& names) {
     const std::string word(view(key));
-    const auto says = [&](Types types) {
-      if ((types & bit(schema.type)) != 0) return true;
-      refuse(key, quoted(word) + " says nothing about " + std::string(wordOf(schema.type).english));
-      return false;
-    };
-    const auto* const limits =
-        std::find_if(std::begin(kLimits), std::end(kLimits),
-                     [&](const Limits& it) { return word == it.least || word == it.most; });
-    if (word == "type" || word == "format") return;
-    if (word == "description") {
-      schema.description = text(value);
-    } else if (word == "title" || word == "$comment") {
-      text(value);
-    } else if (limits != std::end(kLimits)) {
-      if (says(limits->types)) readBound(schema, word, value, limits->types == kNumbers);
-    } else if (word == "enum" || word == "const") {
-      if (says(bit(Type::text))) readValues(schema, value, word == "const", cName);
-    } else if (word == "pattern") {
-      if (says(kTexts)) readPattern(schema, value);
-    } else if (word == "items") {
-      if (says(bit(Type::list))) schema.element.push_back(this->schema(value, cName, type, false));
-    } else if (word == "properties") {
-      if (says(bit(Type::object))) readProperties(schema, value, cName, type, isOfEvent);
-    } else if (word == "additionalProperties") {
-      if (says(bit(Type::object)) && !value.IsBool()) refuse(value, "this has to be true or false");
-      schema.isOpen = value.IsTrue();
-    } else if (word == "required") {
-      says(bit(Type::object));
-    } else {
-      refuse(key, quoted(word) + " is outside the vocabulary of plans");
-    }
+    Types types = 0;
+    for (const auto& [each, keywords] : kVocabulary)
+      if (std::find(std::begin(keywords), std::end(keywords), word) != std::end(keywords))
+        types = each;
+    if (types == 0 || word.empty())
+      return refuse(key, quoted(word) + " is outside the vocabulary of plans");
+    if ((types & setOf(schema.type)) == 0)
+      return refuse(key, quoted(word) + " says nothing about " +
+                             std::string(kEnglish[static_cast<int>(schema.type)]));
+    if (word == "description")
+      schema.description = text(key, value);
+    else if (word == "title" || word == "$comment")
+      text(key, value);
+    else if (word == "enum" || word == "const")
+      readValues(schema, key, value, word == "const", names);
+    else if (word == "pattern")
+      readPattern(schema, key, value);
+    else if (word == "items")
+      schema.element.push_back(
+          this->schema(key, value, {names.path, names.c, names.cpp, false, names.depth + 1}));
+    else if (word == "properties")
+      readProperties(schema, key, value, names);
+    else if (word == "additionalProperties")
+      value.IsBool() ? void(schema.isOpen = value.IsTrue())
+                     : refuse(key, "this has to be true or false");
+    else if (word != "type" && word != "format" && word != "required")
+      readBound(schema, key, value, types == kNumbers);
   }
 
-  void readBound(Schema& schema, const std::string& word, const Value& value, bool isOfNumber) {
+  void readBound(Schema& schema, const Value& key, const Value& value, bool isOfNumber) {
     if (isOfNumber ? value.IsNumber() : value.IsUint())
-      schema.bounds[word] = value.GetDouble();
+      schema.bounds[key.GetString()] = value.GetDouble();
     else
-      refuse(value, isOfNumber ? "this has to be a number" : "this has to be a count");
+      refuse(key, isOfNumber ? "this has to be a number" : "this has to be a count");
   }
 
-  // RapidJSON's validator takes one bound of each side.
-  void checkBounds(const Value& json, const Schema& schema) {
-    const auto value = [&](const char* word, double otherwise) {
-      const auto bound = schema.bounds.find(word);
-      return bound != schema.bounds.end() ? bound->second : otherwise;
-    };
-    constexpr double kNone = std::numeric_limits<double>::infinity();
-    for (const Limits& it : kLimits)
-      if (value(it.least, -kNone) > value(it.most, kNone))
-        refuse(json, std::string(it.least) + " and " + it.most + " leave no value");
-    for (const char* side : {"Minimum", "Maximum"})
-      if (schema.bounds.count(side[1] == 'i' ? "minimum" : "maximum") != 0 &&
-          schema.bounds.count(std::string("exclusive") + side) != 0)
-        refuse(json, std::string("say \"exclusive") + side + "\" alone");
+  void refuseContradictions(const Value& place, const Schema& schema) {
+    const auto bound = [&](const char* word) { return schema.bounds.find(word); };
+    const auto none = schema.bounds.end();
+    for (const auto& [least, most] : {std::pair("minimum", "maximum"),
+                                      {"exclusiveMinimum", "exclusiveMaximum"},
+                                      {"minLength", "maxLength"},
+                                      {"minItems", "maxItems"}})
+      if (bound(least) != none && bound(most) != none && bound(least)->second > bound(most)->second)
+        refuse(place, std::string(least) + " and " + most + " leave no value");
+    // RapidJSON's validator takes one bound of each side.
+    for (const auto& [bound1, bound2] :
+         {std::pair("minimum", "exclusiveMinimum"), {"maximum", "exclusiveMaximum"}})
+      if (bound(bound1) != none && bound(bound2) != none)
+        refuse(place, std::string("say \"") + bound2 + "\" alone");
   }
 
-  void readValues(Schema& schema, const Value& json, bool isConstant, const std::string& cName) {
-    Scope scope;
-    for (const char* start : {"", "text_of_"}) takeGlobally(start + cName, json);
+  void readValues(Schema& schema, const Value& key, const Value& json, bool isConstant,
+                  const Names& names) {
+    for (const char* start : {"", "text_of_"}) take(start + names.c, key, names.path);
     const auto add = [&](const Value& value) {
-      if (!value.IsString()) return refuse(value, "only texts can be enumerated");
-      schema.values.push_back(name(value));
-      take(scope, memberName(schema.values.back()), value, schema.values.back());
-      takeGlobally(upperCase(cName + '_' + snakeName(schema.values.back())), value);
+      if (!value.IsString()) return refuse(key, "only texts can be enumerated");
+      const std::string& text = schema.values.emplace_back(name(value));
+      take(names.c + "::" + memberName(text), value, text);
+      take(upperCase(names.c + '_' + snakeName(text)), value, text);
     };
-    if (!schema.values.empty()) return refuse(json, "say \"const\" or \"enum\"");
+    if (!schema.values.empty()) return refuse(key, "say \"const\" or \"enum\"");
     if (isConstant) return add(json);
-    if (!json.IsArray() || json.Empty()) return refuse(json, "this has to be an array of texts");
+    if (!json.IsArray() || json.Empty()) return refuse(key, "this has to be an array of texts");
     for (const Value& value : json.GetArray()) add(value);
   }
 
-  void readPattern(Schema& schema, const Value& value) {
+  void readPattern(Schema& schema, const Value& key, const Value& value) {
     constexpr std::size_t kMost = 256;  // bounds the recursion of std::regex
-    schema.pattern = text(value);
+    schema.pattern = text(key, value);
+    if (schema.pattern.size() > kMost) return refuse(key, "the pattern is too long");
     try {
-      if (schema.pattern.size() > kMost)
-        refuse(value, "the pattern is too long");
-      else
-        std::regex(schema.pattern, std::regex::ECMAScript);
+      std::regex(schema.pattern, std::regex::ECMAScript);
     } catch (const std::regex_error& error) {
-      refuse(value, std::string("the pattern cannot be checked: ") + error.what());
+      refuse(key, std::string("the pattern cannot be checked: ") + error.what());
     }
   }
 
-  void readProperties(Schema& schema, const Value& json, const std::string& cName,
-                      const std::string& type, bool isOfEvent) {
-    if (!json.IsObject()) return refuse(json, "this has to be an object of schemas");
-    Scope scope;
-    scope.take(type, "the type of all");
+  void readProperties(Schema& schema, const Value& place, const Value& json, const Names& names) {
+    if (!json.IsObject()) return refuse(place, "this has to be an object of schemas");
+    const std::string scope = names.c + '.';
+    take(scope + names.cpp, place, "the type of all");
     for (const auto& [key, value] : json.GetObject()) {
-      Property property;
-      property.name = name(key);
-      if (isOfEvent && isLibrarysProperty(property.name))
-        refuse(key, quoted(property.name) + " is a property of the library's own");
-      if (isOfEvent && super_.count(property.name) > 0)
-        refuse(key, quoted(property.name) + " is a super property, too");
-      const std::string member = memberName(property.name);
-      property.schema = this->schema(value, cName + '_' + snakeName(property.name),
-                                     nestedTypeName(property.name), false);
-      take(scope, member, key, property.name);
-      const Schema& bottom = innermost(property.schema);
-      if (!bottom.values.empty() || !bottom.properties.empty())
-        take(scope, nestedTypeName(property.name), key, property.name + " as a type");
+      const std::string name = this->name(key), member = memberName(name);
+      if (names.areOfEvent && isLibrarysProperty(name))
+        refuse(key, quoted(name) + " is a property of the library's own");
+      if (names.areOfEvent && isSuper_.count(name) > 0)
+        refuse(key, quoted(name) + " is a super property, too");
+      const std::string type = nestedTypeName(name);
+      const std::string c = names.c + '_' + snakeName(name);
+      schema.properties.push_back(
+          {name,
+           this->schema(key, value, {names.path + '.' + name, c, type, false, names.depth + 1}),
+           false});
+      take(scope + member, key, name);
+      const Schema& held = schema.properties.back().schema.innermost();
+      if (!held.values.empty() || !held.properties.empty())
+        take(scope + type, key, name + " as a type");
       // Members of C that go with it.
-      take(scope, "has_" + member, key, "the presence of " + property.name);
-      take(scope, member + "_count", key, "the count of " + property.name);
-      schema.properties.push_back(std::move(property));
+      take(scope + "has_" + member, key, "the presence of " + name);
+      take(scope + member + "_count", key, "the count of " + name);
     }
   }
 
-  static const Schema& innermost(const Schema& schema) {
-    return schema.element.empty() ? schema : innermost(schema.element[0]);
-  }
-
-  void readRequired(const Value& json, Schema& schema) {
-    if (!json.IsArray()) return refuse(json, "this has to be an array of names");
+  void readRequired(const Value& key, const Value& json, Schema& schema) {
+    if (!json.IsArray()) return refuse(key, "this has to be an array of names");
     for (const Value& value : json.GetArray()) {
-      const std::string name = text(value);
+      const std::string name = value.IsString() ? value.GetString() : "";
       const auto property = std::find_if(schema.properties.begin(), schema.properties.end(),
                                          [&](const Property& it) { return it.name == name; });
       if (property == schema.properties.end())
-        refuse(value, quoted(name) + " is not among the properties");
+        refuse(key, quoted(name) + " is not among the properties");
       else if (std::exchange(property->isRequired, true))
-        refuse(value, quoted(name) + " stands here twice");
+        refuse(key, quoted(name) + " stands here twice");
     }
-  }
-
-  static std::string draft4Of(const Schema& schema) {
-    std::string json = "{";
-    const auto add = [&](std::string_view key, const std::string& value) {
-      json.append(json.size() > 1 ? "," : "").append(quoted(key)).append(":").append(value);
-    };
-    if (schema.type != Type::any) add("type", quoted(wordOf(schema.type).json));
-    for (const auto& [word, bound] : schema.bounds) {
-      const bool isExclusive = word[0] == 'e';
-      if (isExclusive) add(word, "true");
-      add(word == "exclusiveMinimum"   ? "minimum"
-          : word == "exclusiveMaximum" ? "maximum"
-                                       : word,
-          numberText(bound));
-    }
-    std::string values;
-    for (const std::string& value : schema.values)
-      values += (values.empty() ? "[" : ",") + quoted(value);
-    if (!values.empty()) add("enum", values + ']');
-    if (!schema.pattern.empty()) add("pattern", quoted(schema.pattern));
-    const std::string_view format = schema.type == Type::date  ? kDatePattern
-                                    : schema.type == Type::uri ? kUriPattern
-                                                               : "";
-    if (!format.empty()) add("allOf", "[{\"pattern\":" + quoted(format) + "}]");
-    return json + '}';
   }
 
   const std::string& json_;
   const std::string file_;
+  std::string buffer_;
   rapidjson::Document document_;
-  std::size_t at_ = 0;
-  std::unordered_map<const Value*, std::size_t> places_;
-  std::map<std::size_t, std::string> faults_;  // the first at each place
-  std::set<std::string> super_;
-  Scope eventTypes_;
-  // Identifiers of C, without the prefix of the plan.
-  std::set<std::string> global_{"set_super_properties"};
+  std::map<std::ptrdiff_t, std::string> faults_;  // the first at each place
+  std::set<std::string> isSuper_;
+  std::map<std::string, std::string> identifiers_;  // and whose they are
 };
 
 }  // namespace
@@ -453,27 +358,24 @@ Plan Plan::parse(const std::string& json, const std::string& file) {
 }
 
 Plan Plan::read(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::string json(std::istreambuf_iterator<char>(in), {});
-  if (!in) throw Faults(file + ": the file cannot be read");
-  return parse(json, file);
+  return parse(contentOf(file), file);
 }
 
-std::string faultOfName(std::string_view name) {
-  const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7F; };
-  if (std::any_of(name.begin(), name.end(), isControl))
-    return quoted(name) + " has control characters";
-  // Letters with marks of their own could be spelt in two ways, which the library takes for one.
-  for (std::size_t i = 0; i + 1 < name.size(); ++i)
-    if (name[i] == '\xCC' || (name[i] == '\xCD' && name[i + 1] < '\xB0'))
-      return quoted(name) + " has combining marks; write composed letters";
-  if (memberName(name).empty())
-    return quoted(name) + " has no letter or digit to make an identifier of";
-  return {};
+std::string contentOf(const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  std::string content(std::istreambuf_iterator<char>(in), {});
+  if (!in) throw Faults(file + ": the file cannot be read");
+  return content;
+}
+
+const char* jsonTypeOf(Type type) {
+  constexpr const char* kJSON[] = {"",       "string", "integer", "number", "boolean",
+                                   "string", "string", "array",   "object"};
+  return kJSON[static_cast<int>(type)];
 }
 
 std::string Schema::text() const {
-  std::string text(wordOf(type).english);
+  std::string text(kEnglish[static_cast<int>(type)]);
   if (type == Type::list && element[0].type != Type::any) text += " of " + element[0].text();
   if (!values.empty()) text.clear();
   for (const std::string& value : values)
@@ -486,17 +388,14 @@ std::string Schema::text() const {
 
 std::string quoted(std::string_view text) {
   rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  writer.String(text.data(), text.size());
+  rapidjson::Writer<rapidjson::StringBuffer>(buffer).String(text.data(), text.size());
   return {buffer.GetString(), buffer.GetSize()};
 }
 
 std::string numberText(double number) {
-  constexpr double kExact = 1e15;
-  if (std::abs(number) < kExact && number == std::floor(number))
-    return std::to_string(static_cast<long long>(number));
-  char text[32];
-  return {text, std::to_chars(std::begin(text), std::end(text), number).ptr};
+  char text[400];
+  return {text,
+          std::to_chars(std::begin(text), std::end(text), number, std::chars_format::fixed).ptr};
 }
 
 }  // namespace veltrano::planning

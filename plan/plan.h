@@ -32,8 +32,9 @@ struct Schema {
   /// In words, such as "number (minimum 0)".
   std::string text() const;
 
-  /// The same for JSON Schema's draft 4, without properties and elements.
-  std::string draft4;
+  /// What lists contain in the end, or the schema itself.
+  const Schema& innermost() const { return element.empty() ? *this : element[0].innermost(); }
+
   mutable std::shared_ptr<const Validator> validator;  // made when it is first needed
 };
 
@@ -50,13 +51,6 @@ struct Faults : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// One thing that is not as planned.
-struct Violation {
-  std::string property;  // a path such as "items[2].price"; empty if the event is not planned
-  std::string text;      // names the event, the property, what was sent and what was planned
-  bool isOfEveryEvent = false;  // among super properties
-};
-
 /// What tests can cover: the name of an event, the path of an optional property, a value of an
 /// enumeration. The first character says which: 'e', 'p' or 'v'.
 using Coverage = std::set<std::string>;
@@ -70,20 +64,25 @@ struct Plan {
   static Plan read(const std::string& file);
   static Plan parse(const std::string& json, const std::string& file);
 
-  /// Checks an event as it is sent, as JSON, and adds what it covers. The library's own events and
-  /// properties are no violations. Not thread-safe.
-  std::vector<Violation> check(std::string_view record, Coverage& covered) const;
+  /// What is not as planned in an event as it is sent, as JSON. Each text names the event, or says
+  /// that it is about super properties, the property, what was sent and what was planned. The
+  /// library's own events and properties are always as planned. Adds what the event covers. Not
+  /// thread-safe.
+  std::vector<std::string> check(std::string_view record, Coverage& covered) const;
 
   /// Everything that tests can cover.
   Coverage coverable() const;
 };
 
+/// What a file has in it. Throws `Faults` if it cannot be read.
+std::string contentOf(const std::string& file);
+
 /// Whether the library sends an event or a property of this name by itself.
 bool isLibrarysEvent(std::string_view name);
 bool isLibrarysProperty(std::string_view name);
 
-/// Why no plan can have a name, such as `"..." has control characters`; empty if one can.
-std::string faultOfName(std::string_view name);
+/// The name of a type in JSON Schema.
+const char* jsonTypeOf(Type type);
 
 /// The text as a JSON string, in which also line ends and control characters are escaped.
 std::string quoted(std::string_view text);

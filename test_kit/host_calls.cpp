@@ -140,11 +140,8 @@ void World::Implementation::recorded(const Event& event) {
 }
 
 void World::Implementation::checkPlan(std::string_view record) {
-  for (const planning::Violation& violation : plan_->check(record, covered_)) {
-    // What every event has is a complaint once, not for each event.
-    const std::string& once = violation.isOfEveryEvent ? violation.property : violation.text;
-    if (violations_.insert(once).second) complain(violation.text);
-  }
+  for (const std::string& violation : plan_->check(record, covered_))
+    if (violations_.insert(violation).second) complain(violation);
 }
 
 std::string World::Implementation::install(PosixOptions options, std::string error,

@@ -137,10 +137,8 @@ Violations Collector::violationsOf(const WireMessage& message) {
   if (!plan_ || !message.body.IsArray()) return violations;
   veltrano::planning::Coverage ignored;
   for (const std::string_view record : elementsOf(message.json)) {
-    auto& ofRecord = violations.emplace_back();
-    for (auto& violation : plan_->check(record, ignored))
-      ofRecord.push_back(std::move(violation.text));
-    hasViolations_ |= !ofRecord.empty();
+    violations.push_back(plan_->check(record, ignored));
+    hasViolations_ |= !violations.back().empty();
   }
   return violations;
 }

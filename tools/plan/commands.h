@@ -1,7 +1,6 @@
 // The commands of veltrano-plan, as far as they do more than read a plan.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -9,12 +8,9 @@
 
 namespace veltrano::planning {
 
-/// One difference between two plans, from the view of those who read the data.
-struct Difference {
-  bool isBreak = false;
-  std::string text;
-};
-std::vector<Difference> differences(const Plan& older, const Plan& newer);
+/// The differences between two plans from the view of those who read the data, a line each, which
+/// starts with "breaks: " or "fine: ".
+std::vector<std::string> differences(const Plan& older, const Plan& newer);
 
 /// The plan as Markdown.
 std::string document(const Plan& plan);
@@ -28,7 +24,7 @@ std::string inferred(const std::string& lines, const std::string& nameSpace,
 struct CoverageReport {
   std::string text;
   std::string json;
-  double percent = 0;
+  double percent = 100;
 };
 CoverageReport coverageReport(const Plan& plan, const Coverage& covered);
 

@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "tools/plan/commands.h"
 
 namespace veltrano::planning {
@@ -10,35 +8,33 @@ CoverageReport coverageReport(const Plan& plan, const Coverage& covered) {
     const char* json;
     const char* english;
   };
-  constexpr Kind kKinds[] = {{'e', "events", " events"},
-                             {'p', "optionalProperties", " optional properties"},
-                             {'v', "values", " values of enumerations"}};
   CoverageReport report;
+  std::size_t seen = 0;
   const Coverage coverable = plan.coverable();
-  std::size_t allCovered = 0;
-  for (const auto& [mark, json, english] : kKinds) {
+  for (const auto& [mark, json, english] : {Kind{'e', "events", " events"},
+                                            {'p', "optionalProperties", " optional properties"},
+                                            {'v', "values", " values of enumerations"}}) {
     std::size_t count = 0, never = 0;
     std::string names, list;
     for (const std::string& item : coverable) {
-      if (item[0] != mark) continue;
-      ++count;
-      if (covered.count(item) > 0) continue;
-      names += (never > 0 ? ", " : ", never tested: ") + item.substr(1);
-      list += (never++ > 0 ? "," : "") + quoted(item.substr(1));
+      count += item[0] == mark;
+      if (item[0] != mark || covered.count(item) > 0) continue;
+      names += (names.empty() ? "" : ", ") + item.substr(1);
+      list += (list.empty() ? "" : ",") + quoted(item.substr(1));
+      ++never;
     }
-    allCovered += count - never;
-    report.text += std::to_string(count - never) + " of " + std::to_string(count) + english +
-                   (never > 0 ? ", " + std::to_string(never) + names.substr(1) : "") + '\n';
-    report.json += (report.json.empty() ? "{" : ",") + quoted(json) +
-                   ":{\"covered\":" + std::to_string(count - never) +
-                   ",\"planned\":" + std::to_string(count) + ",\"neverTested\":[" + list + "]}";
+    seen += count - never;
+    const std::string tested = std::to_string(count - never), planned = std::to_string(count);
+    report.text += tested + " of " + planned + english;
+    if (never > 0) report.text += ", " + std::to_string(never) + " never tested: " + names;
+    report.text += '\n';
+    report.json += quoted(json) + ":{\"covered\":" + tested + ",\"planned\":" + planned +
+                   ",\"neverTested\":[" + list + "]},";
   }
-  report.percent = coverable.empty() ? 100
-                                     : 100.0 * static_cast<double>(allCovered) /
-                                           static_cast<double>(coverable.size());
-  const std::string percent = std::to_string(static_cast<int>(report.percent));  // rounded down
-  report.text += percent + " % of the plan\n";
-  report.json += ",\"percent\":" + numberText(report.percent) + "}\n";
+  if (!coverable.empty())
+    report.percent = 100.0 * static_cast<double>(seen) / static_cast<double>(coverable.size());
+  report.text += std::to_string(static_cast<int>(report.percent)) + " % of the plan\n";
+  report.json = '{' + report.json + "\"percent\":" + numberText(report.percent) + "}\n";
   return report;
 }
 

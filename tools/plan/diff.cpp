@@ -6,25 +6,24 @@
 namespace veltrano::planning {
 namespace {
 
+constexpr bool kBreaks = true;
+
 class Comparison {
  public:
   void compare(const Schema& older, const Schema& newer, const std::string& path) {
     if (older.type != newer.type)
-      return add(true, path, "was " + older.text() + ", is " + newer.text());
-    std::string narrower, wider;
-    for (const std::string& value : older.values)
-      if (!contains(newer.values, value)) narrower += " without " + quoted(value);
-    for (const std::string& value : newer.values)
-      if (!contains(older.values, value)) wider += " with " + quoted(value);
+      return add(kBreaks, path, "was " + older.text() + ", is " + newer.text());
+    std::string narrower = missing(older.values, newer.values, " without ");
+    std::string wider = missing(newer.values, older.values, " with ");
     // Without an enumeration, any text is allowed.
     if (older.values.empty()) std::swap(narrower, wider);
     if (newer.values.empty()) wider = std::exchange(narrower, "");
-    compareBounds(older, newer, narrower, wider);
+    compareBounds(older.bounds, newer.bounds, narrower, wider);
     if (older.pattern != newer.pattern)
       (newer.pattern.empty() ? wider : narrower) += " pattern " + quoted(newer.pattern);
     if (older.isOpen != newer.isOpen) (newer.isOpen ? wider : narrower) += " further properties";
-    if (!narrower.empty()) add(true, path, "is narrower:" + narrower);
-    if (!wider.empty()) add(false, path, "is wider:" + wider);
+    if (!narrower.empty()) add(kBreaks, path, "is narrower:" + narrower);
+    if (!wider.empty()) add(!kBreaks, path, "is wider:" + wider);
     if (!older.element.empty()) compare(older.element[0], newer.element[0], path + "[]");
     compareAll(older.properties, newer.properties, path + '.');
   }
@@ -33,58 +32,60 @@ class Comparison {
   void compareAll(const std::vector<Property>& older, const std::vector<Property>& newer,
                   const std::string& path) {
     const auto find = [](const std::vector<Property>& items, const std::string& name) {
-      return std::find_if(items.begin(), items.end(),
-                          [&](const Property& item) { return item.name == name; });
+      const auto it = std::find_if(items.begin(), items.end(),
+                                   [&](const Property& item) { return item.name == name; });
+      return it != items.end() ? &*it : nullptr;
     };
-    for (const Property& item : older) {
-      const auto counterpart = find(newer, item.name);
-      if (counterpart == newer.end()) {
-        add(true, path + item.name, "is removed");
+    for (const auto& [name, schema, wasRequired] : older) {
+      const Property* const now = find(newer, name);
+      if (now == nullptr) {
+        add(kBreaks, path + name, "is removed");
         continue;
       }
-      if (item.isRequired != counterpart->isRequired)
-        add(counterpart->isRequired, path + item.name,
-            counterpart->isRequired ? "is newly required" : "may be left out now");
-      compare(item.schema, counterpart->schema, path + item.name);
+      if (wasRequired != now->isRequired)
+        add(now->isRequired, path + name,
+            now->isRequired ? "is newly required" : "may be left out now");
+      compare(schema, now->schema, path + name);
     }
-    for (const Property& item : newer)
-      if (find(older, item.name) == older.end())
-        add(item.isRequired, path + item.name, item.isRequired ? "is new and required" : "is new");
+    for (const auto& [name, schema, isRequired] : newer)
+      if (find(older, name) == nullptr)
+        add(isRequired, path + name, isRequired ? "is new and required" : "is new");
   }
 
-  std::vector<Difference> found;
+  std::vector<std::string> found;
 
  private:
   void add(bool isBreak, const std::string& path, const std::string& what) {
-    found.push_back({isBreak, path + ' ' + what});
+    found.push_back((isBreak ? "breaks: " : "fine: ") + path + ' ' + what);
   }
 
-  static bool contains(const std::vector<std::string>& values, const std::string& value) {
-    return std::find(values.begin(), values.end(), value) != values.end();
+  static std::string missing(const std::vector<std::string>& values,
+                             const std::vector<std::string>& among, const char* word) {
+    std::string missing;
+    for (const std::string& value : values)
+      if (std::find(among.begin(), among.end(), value) == among.end())
+        missing += word + quoted(value);
+    return missing;
   }
 
-  static void compareBounds(const Schema& older, const Schema& newer, std::string& narrower,
+  static void compareBounds(std::map<std::string, double> older,
+                            const std::map<std::string, double>& newer, std::string& narrower,
                             std::string& wider) {
-    auto words = older.bounds;
-    words.insert(newer.bounds.begin(), newer.bounds.end());
-    for (const auto& [word, either] : words) {
-      const auto was = older.bounds.find(word), is = newer.bounds.find(word);
-      const bool isLess =
-          is != newer.bounds.end() && was != older.bounds.end() && is->second < was->second;
-      const bool isLeast = word.find("in") != word.npos && word.find("ax") == word.npos;
-      if (was == older.bounds.end())
-        narrower += ' ' + word + ' ' + numberText(is->second);
-      else if (is == newer.bounds.end())
-        wider += " no " + word;
-      else if (was->second != is->second)
-        (isLess == isLeast ? wider : narrower) += ' ' + word + ' ' + numberText(is->second);
+    for (const auto& [word, is] : newer) {
+      const bool isLeast = word.find("ax") == word.npos;
+      const auto was = older.find(word);
+      const bool isWider = was != older.end() && (is < was->second) == isLeast;
+      if (was == older.end() || was->second != is)
+        (isWider ? wider : narrower) += ' ' + word + ' ' + numberText(is);
+      older.erase(word);
     }
+    for (const auto& [word, was] : older) wider += " no " + word;
   }
 };
 
 }  // namespace
 
-std::vector<Difference> differences(const Plan& older, const Plan& newer) {
+std::vector<std::string> differences(const Plan& older, const Plan& newer) {
   Comparison comparison;
   comparison.compareAll(older.events, newer.events, "");
   comparison.compare(older.superProperties, newer.superProperties, "super properties");

@@ -7,24 +7,17 @@ namespace {
 std::string cell(std::string_view text) {
   std::string cell;
   for (const char c : text) {
-    if (c == '\n' || c == '\r') {
-      cell += ' ';
-      continue;
-    }
     if (std::string_view("\\`*_[]<>|#&").find(c) != std::string_view::npos) cell += '\\';
-    cell += c;
+    cell += c == '\n' || c == '\r' ? ' ' : c;
   }
   return cell;
 }
 
 void addRows(std::string& text, const Schema& schema, const std::string& path) {
-  for (const Property& property : schema.properties) {
-    const Schema* held = &property.schema;
-    text += "| " + cell(path + property.name) + " | " + cell(held->text()) + " | " +
-            (property.isRequired ? "yes" : "no") + " | " + cell(held->description) + " |\n";
-    std::string inner = path + property.name;
-    for (; !held->element.empty(); held = &held->element[0]) inner += "[]";
-    addRows(text, *held, inner + '.');
+  for (const auto& [name, held, isRequired] : schema.properties) {
+    text += "| " + cell(path + name) + " | " + cell(held.text()) +
+            (isRequired ? " | yes | " : " | no | ") + cell(held.description) + " |\n";
+    addRows(text, held.innermost(), path + name + (held.type == Type::list ? "[]." : "."));
   }
 }
 

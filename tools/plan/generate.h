@@ -1,6 +1,7 @@
 // Writes headers with the events of a plan as types.
 #pragma once
 
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <string_view>
@@ -19,13 +20,16 @@ Headers headersForC(const Plan& plan);
 /// Starts every header that is generated.
 inline constexpr std::string_view kMark = "// Written by veltrano-plan. Change the plan instead.\n";
 
+/// The form with the values in place of $0, $1 and so on.
+std::string filled(std::string_view form, std::initializer_list<std::string> values);
+
 /// The text as a literal of C.
 std::string literal(std::string_view text);
 
-/// A description as lines of comment, indented; nothing if it is empty.
-std::string comment(std::string_view description, std::string_view indent);
+/// A description as a line of comment, indented; nothing if it is empty.
+std::string comment(std::string_view description, const std::string& indent);
 
-/// Adds the header that includes the others.
+/// Adds a header that includes all others.
 void addHeaderOfAll(Headers& headers, const std::string& name);
 
 }  // namespace veltrano::planning

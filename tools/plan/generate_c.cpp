@@ -4,150 +4,122 @@
 namespace veltrano::planning {
 namespace {
 
-// What a value is in C: its type, the function that sets it, and whether zero means that it is
-// absent.
-struct Form {
-  std::string type;
-  std::string function;
-  bool hasAbsence;
-};
+// What a type is in C, by `Type`, and how a function that takes it ends. A date is its seconds
+// since 1970; zero and a null pointer are absent where they are no values.
+constexpr struct {
+  std::string_view type;
+  std::string_view function;
+} kForms[] = {{"const veltrano_object*", "object"},
+              {"const char*", "text"},
+              {"int64_t", "int"},
+              {"double", "double"},
+              {"bool", "bool"},
+              {"double", "date"},
+              {"const char*", "url"},
+              {"const veltrano_object*", "object"},
+              {"const veltrano_object*", "object"}};
+
+const auto& formOf(const Schema& schema) {
+  return kForms[static_cast<int>(schema.type)];
+}
 
 class Header {
  public:
   explicit Header(const std::string& space) : prefix_(space + '_') {}
 
-  std::string text() const { return text_; }
+  std::string text() const {
+    return std::string(kMark) +
+           "#pragma once\n\n#include <stdbool.h>\n#include <stddef.h>\n#include <stdint.h>\n\n"
+           "#include \"veltrano/veltrano_c.h\"\n" +
+           text_;
+  }
 
   // Declares the struct for an object and the function that makes a dictionary of one.
   void addObject(const Schema& schema, const std::string& name, bool isSuper) {
     std::string members, sets;
     for (const auto& [key, held, isRequired] : schema.properties) {
-      const std::string member = memberName(key), given = "object->" + member;
-      const std::string inner = name + '_' + snakeName(key);
-      members += comment(held.description, "  ");
-      if (held.type == Type::list && isScalarOrObject(held.element[0])) {
-        const Form form = formOf(held.element[0], inner);
-        members +=
-            (form.type == "const char*" ? "  const char* const* " : "  const " + form.type + "* ") +
-            member + ";\n  size_t " + member + "_count;\n";
-        sets += "  if (" + given +
-                " != NULL) {\n    veltrano_object* const list = veltrano_array();\n"
-                "    for (size_t i = 0; i < " +
-                given + "_count; ++i) {\n" +
-                call("array_append_", "list", "", held.element[0], form, given + "[i]", "      ") +
-                "    }\n" + set("object", key, "list", "    ") +
-                "    veltrano_release(list);\n  }\n";
-        continue;
-      }
-      const Form form = formOf(held, inner);
-      const bool isObject =
-          form.function == "object" && held.type == Type::object && !held.properties.empty();
-      const bool needsFlag = !form.hasAbsence && !isObject && (!isRequired || isSuper);
-      members += "  " + (isObject ? "const " + form.type + '*' : form.type) + ' ' + member + ";\n";
-      if (needsFlag) members += "  bool has_" + member + ";\n";
-      std::string line = call("dictionary_set_", "properties", literal(key), held, form,
-                              isObject ? '*' + given : given, "  ");
-      const std::string condition = needsFlag  ? "object->has_" + member
-                                    : isObject ? given + " != NULL"
-                                               : "";
-      sets += condition.empty() ? line : "  if (" + condition + ") {\n" + line + "  }\n";
+      const std::string member = memberName(key), inner = name + '_' + snakeName(key);
+      const bool isList = held.type == Type::list && isTyped(held.element[0]);
+      const Schema& one = isList ? held.element[0] : held;
+      const bool isPointer = isList || !one.properties.empty();
+      const bool hasFlag = !isPointer && one.values.empty() && formOf(one).type.back() != '*' &&
+                           (!isRequired || isSuper);
+      members += filled("$0  $1$2 $3;\n", {comment(held.description, "  "), declared(one, inner),
+                                           isPointer ? " const*" : "", member});
+      if (isList) members += "  size_t " + member + "_count;\n";
+      if (hasFlag) members += "  bool has_" + member + ";\n";
+      const std::string given = "object->" + member, target = "properties, " + literal(key);
+      std::string set =
+          isList ? filled(
+                       "    veltrano_object* const list = veltrano_array();\n"
+                       "    for (size_t i = 0; i < $0_count; ++i) {\n$1    }\n"
+                       "    veltrano_dictionary_set_object($2, list);\n"
+                       "    veltrano_release(list);\n",
+                       {given, adding("array_append", "list", one, inner, given + "[i]"), target})
+                 : adding("dictionary_set", target, one, inner, (isPointer ? "*" : "") + given);
+      if (isPointer) set = filled("  if ($0 != NULL) {\n$1  }\n", {given, set});
+      sets += hasFlag ? filled("  if (object->has_$0) {\n$1  }\n", {member, set}) : set;
     }
-    if (members.empty()) members = "  char unused;\n";
-    text_ += '\n' + comment(schema.description, "") + "typedef struct " + prefix_ + name + " {\n" +
-             members + "} " + prefix_ + name + ";\n\nstatic inline veltrano_object* " + prefix_ +
-             "make_" + name + "(const " + prefix_ + name +
-             "* object) {\n  veltrano_object* const properties = veltrano_dictionary();\n" + sets +
-             (sets.empty() ? "  (void)object;\n" : "") + "  return properties;\n}\n";
+    if (members.empty()) members = "  char unused;\n", sets = "  (void)object;\n";
+    text_ += filled(
+        "\n$0typedef struct $1$2 {\n$3} $1$2;\n\n"
+        "static inline veltrano_object* $1make_$2(const $1$2* object) {\n"
+        "  veltrano_object* const properties = veltrano_dictionary();\n$4  return properties;\n}\n",
+        {comment(schema.description, ""), prefix_, name, members, sets});
   }
 
-  void addFunction(const std::string& signature, const std::string& name, const std::string& call) {
-    text_ += "\nstatic inline bool " + prefix_ + signature +
-             " {\n  veltrano_object* const properties = " + prefix_ + "make_" + name +
-             "(object);\n  const bool is_done = " + call +
-             ";\n  veltrano_release(properties);\n  return is_done;\n}\n";
+  void addFunction(const std::string& verb, const std::string& name, const std::string& more,
+                   const std::string& call) {
+    text_ += filled(
+        "\nstatic inline bool $0$1$2(const $0$2* object$3) {\n"
+        "  veltrano_object* const properties = $0make_$2(object);\n  const bool is_done = $4;\n"
+        "  veltrano_release(properties);\n  return is_done;\n}\n",
+        {prefix_, verb, name, more, call});
   }
 
  private:
-  static bool isScalarOrObject(const Schema& schema) {
-    return schema.type != Type::any && schema.type != Type::list &&
-           (schema.type != Type::object || !schema.properties.empty());
+  // Anything else is an object of the library's.
+  static bool isTyped(const Schema& schema) {
+    return !schema.properties.empty() || formOf(schema).function != "object";
   }
 
-  Form formOf(const Schema& schema, const std::string& name) {
-    if (!schema.values.empty()) {
-      addEnumeration(schema, name);
-      return {"enum " + prefix_ + name, "text", true};
-    }
-    switch (schema.type) {
-      case Type::text:
-        return {"const char*", "text", true};
-      case Type::uri:
-        return {"const char*", "url", true};
-      case Type::integer:
-        return {"int64_t", "int", false};
-      case Type::number:
-        return {"double", "double", false};
-      case Type::boolean:
-        return {"bool", "bool", false};
-      case Type::date:  // seconds since 1970
-        return {"double", "date", false};
-      default:
-        if (schema.properties.empty()) return {"const veltrano_object*", "object", true};
-        addObject(schema, name, false);
-        return {prefix_ + name, "object", false};
-    }
-  }
-
-  void addEnumeration(const Schema& schema, const std::string& name) {
-    const std::string type = "enum " + prefix_ + name;
+  // Declares what a value needs, and returns its type.
+  std::string declared(const Schema& schema, const std::string& name) {
+    if (!schema.properties.empty()) return addObject(schema, name, false), prefix_ + name;
+    if (schema.values.empty()) return std::string(formOf(schema).type);
     std::string constants, cases;
     for (const std::string& value : schema.values) {
       const std::string constant = upperCase(prefix_ + name + '_' + snakeName(value));
-      // Zero is absent.
-      constants += "  " + constant + (constants.empty() ? " = 1,\n" : ",\n");
-      cases += "    case " + constant + ":\n      return " + literal(value) + ";\n";
+      constants += constants.empty() ? "  " + constant + " = 1" : ",\n  " + constant;
+      cases += filled("    case $0:\n      return $1;\n", {constant, literal(value)});
     }
-    constants.erase(constants.size() - 2, 1);
-    text_ += '\n' + type + " {\n" + constants + "};\n\nstatic inline const char* " + prefix_ +
-             "text_of_" + name + '(' + type + " value) {\n  switch (value) {\n" + cases +
-             "  }\n  return NULL;\n}\n";
+    text_ += filled(
+        "\nenum $0$1 {\n$2\n};\n\nstatic inline const char* $0text_of_$1(enum $0$1 value) {\n"
+        "  switch (value) {\n$3  }\n  return NULL;\n}\n",
+        {prefix_, name, constants, cases});
+    return "enum " + prefix_ + name;
   }
 
-  static std::string set(const std::string& function, std::string_view key,
-                         const std::string& value, const std::string& indent) {
-    return indent + "veltrano_dictionary_set_" + function + "(properties, " + literal(key) + ", " +
-           value + ");\n";
-  }
-
-  std::string call(const std::string& start, const std::string& target, const std::string& key,
-                   const Schema& schema, const Form& form, const std::string& value,
-                   const std::string& indent) const {
-    std::string function = form.function, given = value, before, after;
+  // The lines that add a value to a collection.
+  std::string adding(const std::string& function, const std::string& target, const Schema& schema,
+                     const std::string& name, const std::string& value) const {
+    const bool isObject = !isTyped(schema) || !schema.properties.empty();
+    const std::string call =
+        "    veltrano_" + function +
+        (isObject && function == "array_append" ? "" : "_" + std::string(formOf(schema).function)) +
+        '(' + target + ", ";
     if (!schema.values.empty())
-      given =
-          prefix_ + "text_of_" + form.type.substr(("enum " + prefix_).size()) + '(' + value + ')';
-    if (!schema.properties.empty()) {
-      before = indent + "veltrano_object* const nested = " + prefix_ + "make_" +
-               form.type.substr(prefix_.size()) + "(&" + value + ");\n";
-      after = indent + "veltrano_release(nested);\n";
-      given = "nested";
-    }
-    if (start == "array_append_" && function == "object") function.clear();
-    return before + indent + "veltrano_" +
-           (function.empty() ? start.substr(0, start.size() - 1) : start + function) + '(' +
-           target + ", " + (key.empty() ? "" : key + ", ") + given + ");\n" + after;
+      return filled("$0$1text_of_$2($3));\n", {call, prefix_, name, value});
+    if (schema.properties.empty()) return call + value + ");\n";
+    return filled(
+        "    veltrano_object* const nested = $0make_$1(&$2);\n$3nested);\n"
+        "    veltrano_release(nested);\n",
+        {prefix_, name, value, call});
   }
 
   const std::string prefix_;
   std::string text_;
 };
-
-std::string finished(const Header& header) {
-  return std::string(kMark) +
-         "#pragma once\n\n#include <stdbool.h>\n#include <stddef.h>\n"
-         "#include <stdint.h>\n\n#include \"veltrano/veltrano_c.h\"\n" +
-         header.text();
-}
 
 }  // namespace
 
@@ -159,16 +131,14 @@ Headers headersForC(const Plan& plan) {
     Header header(space);
     header.addObject(event.schema, name, false);
     header.addFunction(
-        "track_" + name + "(const " + space + '_' + name +
-            "* object,\n    void (*completion)(void* context, bool accepted), void* context)",
-        name, "veltrano_track(" + literal(event.name) + ", properties, completion, context)");
-    headers[space + "_c/" + name + ".h"] = finished(header);
+        "track_", name, ",\n    void (*completion)(void* context, bool accepted), void* context",
+        "veltrano_track(" + literal(event.name) + ", properties, completion, context)");
+    headers[space + "_c/" + name + ".h"] = header.text();
   }
   Header super(space);
   super.addObject(plan.superProperties, "super_properties", true);
-  super.addFunction("set_super_properties(const " + space + "_super_properties* object)",
-                    "super_properties", "veltrano_set_super_properties(properties)");
-  headers[space + "_c/super_properties.h"] = finished(super);
+  super.addFunction("set_", "super_properties", "", "veltrano_set_super_properties(properties)");
+  headers[space + "_c/super_properties.h"] = super.text();
   addHeaderOfAll(headers, space + "_c.h");
   return headers;
 }

@@ -5,29 +5,12 @@ namespace veltrano::planning {
 namespace {
 
 std::string typeOf(const Schema& schema, const std::string& nested) {
-  const std::string types = "veltrano::plan::";
   if (!schema.values.empty() || !schema.properties.empty()) return nested;
-  switch (schema.type) {
-    case Type::text:
-      return types + "Text";
-    case Type::integer:
-      return types + "Integer";
-    case Type::number:
-      return types + "Number";
-    case Type::boolean:
-      return types + "Boolean";
-    case Type::date:
-      return types + "Time";
-    case Type::uri:
-      return types + "Link";
-    case Type::list:
-      return types + "List<" + typeOf(schema.element[0], nested) + '>';
-    case Type::object:
-      return types + "Map";
-    case Type::any:
-      break;
-  }
-  return types + "Anything";
+  if (schema.type == Type::list)
+    return "veltrano::plan::List<" + typeOf(schema.element[0], nested) + '>';
+  constexpr const char* kTypes[] = {"Anything", "Text", "Integer", "Number", "Boolean",
+                                    "Time",     "Link", "",        "Map"};  // by `Type`
+  return std::string("veltrano::plan::") + kTypes[static_cast<int>(schema.type)];
 }
 
 // The declaration of a struct, and the specialisations for it and for what it contains.
@@ -37,53 +20,51 @@ struct Struct {
 };
 
 Struct structOf(const Schema& schema, const std::string& name, const std::string& scope,
-                const std::string& eventName, const std::string& indent, bool isSuper) {
+                const std::string& indent, const std::string& eventName, bool isSuper = false) {
   const std::string inner = indent + "  ", path = scope + "::" + name;
-  Struct result;
-  std::string members, writes;
-  result.declaration = comment(schema.description, indent) + indent + "struct " + name + " {\n";
+  std::string nestedTypes, members, writes, specialisations;
   for (const auto& [key, held, isRequired] : schema.properties) {
     const std::string nested = nestedTypeName(key), member = memberName(key);
-    const Schema* bottom = &held;
-    while (!bottom->element.empty()) bottom = &bottom->element[0];
-    if (!bottom->values.empty()) {
-      std::string names, texts;
-      for (const std::string& value : bottom->values) {
-        names += (names.empty() ? "" : ", ") + memberName(value);
-        texts += (texts.empty() ? "" : ", ") + literal(value);
-      }
-      result.declaration += inner + "enum class " + nested + " { " + names + " };\n";
-      result.specialisations +=
-          "\ntemplate <>\nstruct veltrano::plan::Values<" + path + "::" + nested +
-          "> {\n  static constexpr std::string_view texts[] = {" + texts + "};\n};\n";
-    } else if (!bottom->properties.empty()) {
-      const Struct object = structOf(*bottom, nested, path, "", inner, false);
-      result.declaration += object.declaration;
-      result.specialisations += object.specialisations;
+    const Schema& bottom = held.innermost();
+    std::string names, texts;
+    for (const std::string& value : bottom.values) {
+      names += (names.empty() ? "" : ", ") + memberName(value);
+      texts += (texts.empty() ? "" : ", ") + literal(value);
+    }
+    if (!bottom.values.empty()) {
+      nestedTypes += filled("$0enum class $1 { $2 };\n", {inner, nested, names});
+      specialisations += filled(
+          "\ntemplate <>\nstruct veltrano::plan::Values<$0::$1> {\n"
+          "  static constexpr std::string_view texts[] = {$2};\n};\n",
+          {path, nested, texts});
+    } else if (!bottom.properties.empty()) {
+      const Struct object = structOf(bottom, nested, path, inner, "");
+      nestedTypes += object.declaration;
+      specialisations += object.specialisations;
     }
     const bool isNeeded = isRequired && !isSuper;
-    members += comment(held.description, inner) + inner +
-               "veltrano::plan::" + (isNeeded ? "Required<" : "Optional<") + typeOf(held, nested) +
-               ", struct property_" + member + "> " + member + (isNeeded ? ";\n" : "{};\n");
-    writes += "    object." + member + ".write(writer, " + literal(key) + ");\n";
+    members += filled("$0$1veltrano::plan::$2<$3, struct property_$4> $4$5;\n",
+                      {comment(held.description, inner), inner, isNeeded ? "Required" : "Optional",
+                       typeOf(held, nested), member, isNeeded ? "" : "{}"});
+    writes += filled("    object.$0.write(writer, $1);\n", {member, literal(key)});
   }
-  result.declaration += members + indent + "};\n";
-  result.specialisations += "\ntemplate <>\nstruct veltrano::plan::Definition<" + path + "> {\n";
-  if (!eventName.empty())
-    result.specialisations +=
-        "  static constexpr std::string_view name = " + literal(eventName) + ";\n";
-  result.specialisations +=
-      std::string("  static void write(FlatWriter&") +
-      (writes.empty() ? ", const " + path + "&) {}\n};\n"
-                      : " writer, const " + path + "& object) {\n" + writes + "  }\n};\n");
-  return result;
+  const std::string nameLine =
+      filled("  static constexpr std::string_view name = $0;\n", {literal(eventName)});
+  return {filled("$0$1struct $2 {\n$3$4$1};\n",
+                 {comment(schema.description, indent), indent, name, nestedTypes, members}),
+          specialisations +
+              filled("\ntemplate <>\nstruct veltrano::plan::Definition<$0> {\n$1"
+                     "  static void write([[maybe_unused]] FlatWriter& writer,\n"
+                     "                    [[maybe_unused]] const $0& object) {\n$2  }\n};\n",
+                     {path, eventName.empty() ? "" : nameLine, writes})};
 }
 
-std::string header(const std::string& nameSpace, const Struct& event, const std::string& start,
-                   const std::string& end) {
-  return std::string(kMark) + "#pragma once\n\n#include \"veltrano/plan.h\"\n\nnamespace " +
-         nameSpace + " {\n\n" + event.declaration + start + "\n}  // namespace " + nameSpace +
-         '\n' + event.specialisations + end;
+std::string header(const std::string& space, const Struct& event, const std::string& function) {
+  return std::string(kMark) +
+         filled(
+             "#pragma once\n\n#include \"veltrano/plan.h\"\n\nnamespace $0 {\n\n$1"
+             "\n}  // namespace $0\n$2\nnamespace $0 {\n\n$3\n}  // namespace $0\n",
+             {space, event.declaration, event.specialisations, function});
 }
 
 }  // namespace
@@ -93,17 +74,14 @@ Headers headersForCPP(const Plan& plan) {
   const std::string& space = plan.nameSpace;
   for (const Event& event : plan.events)
     headers[space + '/' + snakeName(event.name) + ".h"] =
-        header(space, structOf(event.schema, typeName(event.name), space, event.name, "", false),
-               "\nusing veltrano::plan::track;\n", "");
+        header(space, structOf(event.schema, typeName(event.name), space, "", event.name),
+               "using veltrano::plan::track;\n");
   headers[space + "/super_properties.h"] =
-      header(space, structOf(plan.superProperties, "SuperProperties", space, "", "", true), "",
-             "\nnamespace " + space +
-                 " {\n\n/// Adds these properties to every later event.\n"
-                 "inline void setSuperProperties(const SuperProperties& properties) {\n"
-                 "  ::Veltrano::shared().setSuperProperties(\n"
-                 "      veltrano::HostMapView(veltrano::plan::argumentOf(properties)));\n}\n\n"
-                 "}  // namespace " +
-                 space + '\n');
+      header(space, structOf(plan.superProperties, "SuperProperties", space, "", "", true),
+             "/// Adds these properties to every later event.\n"
+             "inline void setSuperProperties(const SuperProperties& properties) {\n"
+             "  ::Veltrano::shared().setSuperProperties(\n"
+             "      veltrano::HostMapView(veltrano::plan::argumentOf(properties)));\n}\n");
   addHeaderOfAll(headers, space + ".h");
   return headers;
 }

@@ -17,52 +17,71 @@ namespace {
 
 namespace rapidjson = internal::rapidjson;
 using rapidjson::Value;
-using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
 
 constexpr std::size_t kFew = 5;         // too few to be sure
 constexpr std::size_t kMostValues = 8;  // of an enumeration
 constexpr int kMaxNesting = 8;
 
+Type typeOf(const Value& value, int depth) {
+  static const std::regex dates("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?Z");
+  static const std::regex links("https?://[^ <>\"]+");
+  constexpr std::size_t kLong = 1000;  // std::regex recurses for each character
+  if (value.IsString() && value.GetStringLength() < kLong) {
+    if (std::regex_match(value.GetString(), dates)) return Type::date;
+    if (std::regex_match(value.GetString(), links)) return Type::uri;
+  }
+  const bool isTooDeep = depth == kMaxNesting;
+  return value.IsString()   ? Type::text
+         : value.IsInt64()  ? Type::integer
+         : value.IsNumber() ? Type::number
+         : value.IsBool()   ? Type::boolean
+         : isTooDeep        ? Type::any
+         : value.IsArray()  ? Type::list
+         : value.IsObject() ? Type::object
+                            : Type::any;
+}
+
 // What has been seen under one name.
 struct Seen {
   std::size_t count = 0;
-  std::map<Type, std::size_t> types;  // `any` is null
-  std::map<std::string, std::size_t> texts;
+  std::set<Type> types;  // `any` is null
+  std::set<std::string> texts;
   std::map<std::string, Seen> properties;
   std::vector<Seen> element;  // one for all elements of lists
 
   void add(const Value& value, int depth = 0) {
     ++count;
-    ++types[typeOf(value, depth)];
-    if (value.IsString() && texts.size() <= kMostValues)
-      ++texts[{value.GetString(), value.GetStringLength()}];
-    if (depth == kMaxNesting) return;
-    if (value.IsObject())
+    const Type type = typeOf(value, depth);
+    types.insert(type);
+    if (value.IsString() && texts.size() <= kMostValues) texts.insert(value.GetString());
+    if (type == Type::object)
       for (const auto& [key, held] : value.GetObject())
-        properties[{key.GetString(), key.GetStringLength()}].add(held, depth + 1);
-    if (!value.IsArray()) return;
+        properties[key.GetString()].add(held, depth + 1);
+    if (type != Type::list) return;
     element.resize(1);
     for (const Value& held : value.GetArray()) element[0].add(held, depth + 1);
   }
-
-  static Type typeOf(const Value& value, int depth) {
-    static const std::regex dates("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?Z");
-    static const std::regex links("https?://[^ <>\"]+");
-    constexpr std::size_t kLong = 1000;
-    if (value.IsString() && value.GetStringLength() < kLong)
-      return std::regex_match(value.GetString(), dates)   ? Type::date
-             : std::regex_match(value.GetString(), links) ? Type::uri
-                                                          : Type::text;
-    if (depth == kMaxNesting && (value.IsObject() || value.IsArray())) return Type::any;
-    return value.IsString()   ? Type::text
-           : value.IsInt64()  ? Type::integer
-           : value.IsNumber() ? Type::number
-           : value.IsBool()   ? Type::boolean
-           : value.IsArray()  ? Type::list
-           : value.IsObject() ? Type::object
-                              : Type::any;
-  }
 };
+
+// The members of an object, whose values are JSON already.
+using Members = std::vector<std::pair<std::string, std::string>>;
+
+std::string json(const Members& members) {
+  std::string object;
+  for (const auto& [key, value] : members)
+    object += (object.empty() ? "{" : ",") + quoted(key) + ':' + value;
+  return object.empty() ? "{}" : object + '}';
+}
+
+std::string json(const std::set<std::string>& texts) {
+  std::string array;
+  for (const std::string& text : texts) array += (array.empty() ? "[" : ",") + quoted(text);
+  return array + ']';
+}
+
+std::string times(std::size_t count) {
+  return count == 1 ? "once" : std::to_string(count) + " times";
+}
 
 class Author {
  public:
@@ -71,122 +90,92 @@ class Author {
   std::string plan(const std::map<std::string, Seen>& events, const Seen& all,
                    const std::string& nameSpace) {
     const Seen super = superOf(events, all);
-    writer_.StartObject();
-    string("namespace", nameSpace);
-    writer_.Key("superProperties");
-    writer_.StartObject();
-    properties(super, {}, "the super properties");
-    writer_.EndObject();
-    writer_.Key("events");
-    writer_.StartArray();
-    Scope scope;
+    std::set<std::string> identifiers;
+    std::string list = "[";
     for (const auto& [name, seen] : events) {
-      if (isLibrarysEvent(name) || !isUsable(scope, name, "the events")) continue;
-      writer_.StartObject();
-      string("name", name);
-      if (seen.count < kFew) doubtful("seen only " + times(seen.count));
-      properties(seen, super.properties, name);
-      writer_.EndObject();
+      if (isLibrarysEvent(name) || !isUsable(identifiers, name, "the events")) continue;
+      Members event{{"name", quoted(name)}};
+      if (seen.count < kFew) addDoubt(event, "seen only " + times(seen.count));
+      addProperties(event, seen, super, name);
+      list += (list.size() > 1 ? "," : "") + json(event);
     }
-    writer_.EndArray();
-    writer_.EndObject();
-    return std::string(buffer_.GetString(), buffer_.GetSize()) + '\n';
+    Members held;
+    addProperties(held, super, {}, "the super properties");
+    return json({{"namespace", quoted(nameSpace)},
+                 {"superProperties", json(held)},
+                 {"events", list + ']'}});
   }
 
  private:
   // What several events have, and none lacks, is probably a super property.
-  static Seen superOf(const std::map<std::string, Seen>& events, Seen all) {
+  static Seen superOf(const std::map<std::string, Seen>& events, const Seen& all) {
     constexpr std::size_t kSeveral = 3;
-    for (const auto& [name, event] : events)
-      for (auto property = all.properties.begin(); property != all.properties.end();)
-        property = events.size() >= kSeveral && event.properties.count(property->first) > 0
-                       ? std::next(property)
-                       : all.properties.erase(property);
-    return all;
+    Seen super;
+    super.count = all.count;
+    for (const auto& property : all.properties)
+      if (events.size() >= kSeveral &&
+          std::all_of(events.begin(), events.end(), [&](const auto& event) {
+            return event.second.properties.count(property.first) > 0;
+          }))
+        super.properties.insert(property);
+    return super;
   }
 
-  void properties(const Seen& object, const std::map<std::string, Seen>& except,
-                  const std::string& of) {
-    Scope scope;
-    std::vector<std::string> required;
-    writer_.Key("properties");
-    writer_.StartObject();
+  void addProperties(Members& schema, const Seen& object, const Seen& except,
+                     const std::string& of) {
+    Members properties;
+    std::set<std::string> identifiers, required;
     for (const auto& [name, seen] : object.properties) {
-      if (isLibrarysProperty(name) || except.count(name) > 0 || !isUsable(scope, name, of))
+      if (isLibrarysProperty(name) || except.properties.count(name) > 0 ||
+          !isUsable(identifiers, name, of))
         continue;
-      if (seen.count == object.count) required.push_back(name);
-      writer_.Key(name.c_str());
-      writer_.StartObject();
-      schema(seen, of + '.' + name);
-      writer_.EndObject();
+      if (seen.count == object.count) required.insert(name);
+      properties.emplace_back(name, json(schemaOf(seen, of + '.' + name)));
     }
-    writer_.EndObject();
-    if (required.empty()) return;
-    writer_.Key("required");
-    writer_.StartArray();
-    for (const std::string& name : required) writer_.String(name.c_str());
-    writer_.EndArray();
+    schema.emplace_back("properties", json(properties));
+    if (!required.empty()) schema.emplace_back("required", json(required));
   }
 
-  void schema(const Seen& seen, const std::string& path) {
-    auto types = seen.types;
+  Members schemaOf(const Seen& seen, const std::string& path) {
+    Members schema;
+    std::set<Type> types = seen.types;
     if (types.count(Type::number) > 0) types.erase(Type::integer);
-    if (types.count(Type::text) > 0)
-      for (const Type special : {Type::date, Type::uri}) types.erase(special);
-    if (types.size() != 1 || types.count(Type::any) > 0)
-      return doubtful("seen with values of several types, or null");
-    const Type type = types.begin()->first;
-    constexpr const char* kNames[] = {"",       "string", "integer", "number", "boolean",
-                                      "string", "string", "array",   "object"};
-    string("type", kNames[static_cast<int>(type)]);
-    if (type == Type::date || type == Type::uri)
-      string("format", type == Type::date ? "date-time" : "uri");
-    if (type == Type::object) properties(seen, {}, path);
-    if (type == Type::list) {
-      writer_.Key("items");
-      writer_.StartObject();
-      if (seen.element[0].count > 0) schema(seen.element[0], path);
-      writer_.EndObject();
+    if (types.count(Type::text) > 0) types.erase(Type::date), types.erase(Type::uri);
+    const Type type = types.size() == 1 ? *types.begin() : Type::any;
+    if (type == Type::any)
+      return addDoubt(schema, "seen with values of several types, or null"), schema;
+    schema.emplace_back("type", quoted(jsonTypeOf(type)));
+    if (type == Type::date) schema.emplace_back("format", quoted("date-time"));
+    if (type == Type::uri) schema.emplace_back("format", quoted("uri"));
+    if (type == Type::object) addProperties(schema, seen, {}, path);
+    if (type == Type::list && seen.element[0].count > 0)
+      schema.emplace_back("items", json(schemaOf(seen.element[0], path)));
+    std::set<std::string> identifiers;
+    const auto isUsable = [&](const std::string& text) {
+      return faultOfName(text).empty() && identifiers.insert(snakeName(text)).second;
+    };
+    if (type == Type::text && seen.texts.size() <= kMostValues && seen.count >= kFew &&
+        seen.count >= 3 * seen.texts.size() &&
+        std::all_of(seen.texts.begin(), seen.texts.end(), isUsable)) {
+      schema.emplace_back("enum", json(seen.texts));
+      addDoubt(schema, "all values in " + times(seen.count));
     }
-    Scope scope;
-    const bool isEnumeration =
-        type == Type::text && seen.texts.size() <= kMostValues &&
-        seen.count >= 3 * seen.texts.size() && seen.count >= kFew &&
-        std::all_of(seen.texts.begin(), seen.texts.end(), [&](const auto& text) {
-          return faultOfName(text.first).empty() &&
-                 scope.take(upperCase(snakeName(text.first)), text.first).empty();
-        });
-    if (isEnumeration) {
-      writer_.Key("enum");
-      writer_.StartArray();
-      for (const auto& [text, many] : seen.texts) writer_.String(text.c_str());
-      writer_.EndArray();
-      doubtful("all values in " + times(seen.count));
-    }
+    return schema;
   }
 
-  bool isUsable(Scope& scope, const std::string& name, const std::string& of) {
+  bool isUsable(std::set<std::string>& identifiers, const std::string& name,
+                const std::string& of) {
     std::string fault = faultOfName(name);
-    if (fault.empty() && !(scope.take(memberName(name), name).empty() &&
-                           scope.take(' ' + upperCase(typeName(name)), name).empty()))
+    if (fault.empty() && !identifiers.insert(upperCase(typeName(name))).second)
       fault = quoted(name) + " has the identifier of another name";
     if (!fault.empty()) leftOut_.push_back("left out of " + of + ": " + fault);
     return fault.empty();
   }
 
-  void string(const char* key, const std::string& value) {
-    writer_.Key(key);
-    writer_.String(value.c_str());
+  static void addDoubt(Members& schema, const std::string& why) {
+    schema.emplace_back("$comment", quoted("doubtful: " + why));
   }
 
-  void doubtful(const std::string& why) { string("$comment", "doubtful: " + why); }
-
-  static std::string times(std::size_t count) {
-    return count == 1 ? "once" : std::to_string(count) + " times";
-  }
-
-  rapidjson::StringBuffer buffer_;
-  Writer writer_{buffer_};
   std::vector<std::string>& leftOut_;
 };
 
@@ -199,10 +188,9 @@ std::string inferred(const std::string& lines, const std::string& nameSpace,
   std::istringstream in(lines);
   std::string line;
   for (int number = 1; std::getline(in, line); ++number) {
-    rapidjson::Document document;
-    document.Parse<rapidjson::kParseIterativeFlag>(line.data(), line.size());
-    const Value& request = document;
-    if (document.HasParseError() || !request.IsObject() || !request.HasMember("body"))
+    rapidjson::Document request;
+    request.Parse<rapidjson::kParseIterativeFlag>(line.data(), line.size());
+    if (!request.IsObject() || !request.HasMember("body"))
       throw std::runtime_error("line " + std::to_string(number) + " is none of a collector");
     if (!request["body"].IsArray()) continue;  // a heartbeat
     for (const Value& record : request["body"].GetArray())
@@ -211,7 +199,12 @@ std::string inferred(const std::string& lines, const std::string& nameSpace,
         for (Seen* const seen : {&all, &events[record["event"].GetString()]})
           seen->add(record["properties"]);
   }
-  return Author(leftOut).plan(events, all, nameSpace);
+  rapidjson::Document plan;
+  plan.Parse(Author(leftOut).plan(events, all, nameSpace).c_str());
+  rapidjson::StringBuffer text;
+  rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(text);
+  plan.Accept(writer);
+  return std::string(text.GetString()) + '\n';
 }
 
 }  // namespace veltrano::planning

@@ -6,11 +6,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <string>
 #include <vector>
 
-#include "plan/names.h"
 #include "tools/command_line.h"
 #include "tools/plan/commands.h"
 #include "tools/plan/generate.h"
@@ -19,11 +17,6 @@ namespace veltrano::planning {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string contentOf(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
 
 // Leaves equal headers alone, so that nothing is compiled again for them, and removes those of
 // events that the plan has no more.
@@ -34,18 +27,28 @@ void write(const Headers& headers, const fs::path& directory, const fs::path& fo
         contentOf(entry.path()).compare(0, kMark.size(), kMark) == 0)
       fs::remove(entry.path());
   for (const auto& [name, content] : headers) {
-    if (fs::exists(directory / name) && contentOf(directory / name) == content) continue;
-    std::ofstream out(directory / name, std::ios::binary);
-    if (!(out << content << std::flush))
-      throw std::runtime_error("cannot write " + (directory / name).string());
+    const fs::path path = directory / name;
+    if (fs::exists(path) && contentOf(path) == content) continue;
+    if (!(std::ofstream(path, std::ios::binary) << content << std::flush))
+      throw std::runtime_error("cannot write " + path.string());
   }
+}
+
+Coverage coveredIn(const std::vector<std::string>& folders) {
+  Coverage covered;
+  for (const std::string& folder : folders)
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      std::ifstream in(entry.path());
+      for (std::string line; std::getline(in, line);) covered.insert(line);
+    }
+  return covered;
 }
 
 int run(int argc, char** argv) {
   CLI::App app("Checks a tracking plan, and generates what follows from it.");
   app.require_subcommand(1);
   std::string file, newer, language = "c++", output = ".", nameSpace = "events";
-  std::vector<std::string> directories;
+  std::vector<std::string> folders, leftOut;
   double failUnder = 0;
   bool isJSON = false;
   const auto command = [&](const char* name, const char* description, const char* argument) {
@@ -63,48 +66,37 @@ int run(int argc, char** argv) {
   CLI::App* const infer = command("infer", "Make a plan from what a collector has written", "FILE");
   infer->add_option("--namespace", nameSpace)->capture_default_str();
   CLI::App* const coverage = command("coverage", "Sum up what tests have seen of a plan", "PLAN");
-  coverage->add_option("FOLDER", directories, "$VELTRANO_PLAN_COVERAGE of the tests")->required();
+  coverage->add_option("FOLDER", folders, "$VELTRANO_PLAN_COVERAGE of the tests")->required();
   coverage->add_option("--fail-under", failUnder, "Exit with 1 under this percentage");
   coverage->add_flag("--json", isJSON, "Print JSON");
   if (const auto status = tools::parse(app, "veltrano-plan", argc, argv)) return *status;
 
   if (*infer) {
-    std::vector<std::string> leftOut;
-    if (!std::ifstream(file)) throw std::runtime_error(file + ": the file cannot be read");
     const std::string plan = inferred(contentOf(file), nameSpace, leftOut);
-    for (const std::string& line : leftOut) std::cerr << line << '\n';
     Plan::parse(plan, "the inferred plan");
+    for (const std::string& line : leftOut) std::cerr << line << '\n';
     std::cout << plan;
     return EXIT_SUCCESS;
   }
+  bool hasFailed = false;
   const Plan plan = Plan::read(file);
   if (*check) std::cout << plan.events.size() << " events, all sound\n";
-  if (*generate) {
-    const bool isC = language == "c";
-    write(isC ? headersForC(plan) : headersForCPP(plan), output,
-          plan.nameSpace + (isC ? "_c" : ""));
-  }
+  if (*generate && language == "c")
+    write(headersForC(plan), output, plan.nameSpace + "_c");
+  else if (*generate)
+    write(headersForCPP(plan), output, plan.nameSpace);
   if (*document) std::cout << planning::document(plan);
-  if (*diff) {
-    bool breaks = false;
-    for (const auto& [isBreak, text] : differences(plan, Plan::read(newer))) {
-      std::cout << (isBreak ? "breaks: " : "fine: ") << text << '\n';
-      breaks |= isBreak;
+  if (*diff)
+    for (const std::string& line : differences(plan, Plan::read(newer))) {
+      std::cout << line << '\n';
+      hasFailed |= line[0] == 'b';
     }
-    return breaks ? EXIT_FAILURE : EXIT_SUCCESS;
-  }
   if (*coverage) {
-    Coverage covered;
-    for (const std::string& directory : directories)
-      for (const auto& entry : fs::directory_iterator(directory)) {
-        std::ifstream in(entry.path());
-        for (std::string line; std::getline(in, line);) covered.insert(line);
-      }
-    const CoverageReport report = coverageReport(plan, covered);
+    const CoverageReport report = coverageReport(plan, coveredIn(folders));
     std::cout << (isJSON ? report.json : report.text);
-    return report.percent < failUnder ? EXIT_FAILURE : EXIT_SUCCESS;
+    hasFailed = report.percent < failUnder;
   }
-  return EXIT_SUCCESS;
+  return hasFailed ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
 }  // namespace
@@ -113,10 +105,8 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return veltrano::planning::run(argc, argv);
-  } catch (const veltrano::planning::Faults& faults) {
-    std::cerr << faults.what() << '\n';
   } catch (const std::exception& error) {
-    std::cerr << "veltrano-plan: " << error.what() << '\n';
+    std::cerr << error.what() << '\n';
+    return EXIT_FAILURE;
   }
-  return EXIT_FAILURE;
 }
