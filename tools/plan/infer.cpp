@@ -158,7 +158,7 @@ class Author {
         seen.count >= 3 * seen.texts.size() &&
         std::all_of(seen.texts.begin(), seen.texts.end(), isUsable)) {
       schema.emplace_back("enum", json(seen.texts));
-      addDoubt(schema, "all values in " + times(seen.count));
+      addDoubt(schema, "the only values, seen " + times(seen.count));
     }
     return schema;
   }
