@@ -37,11 +37,13 @@ class Log {
   Log(const WallClock& clock, StandardOutput& output, const std::atomic<bool>& isEnabled)
       : clock_(clock), output_(output), isEnabled_(isEnabled) {}
 
+  bool isEnabled() const { return isEnabled_.load(std::memory_order_relaxed); }
+
   /// Writes one line: the library's name, the time of day and the rendered `pieces`. The line is
   /// dropped when memory runs out. Costs one load while the log is disabled.
   template <class... Pieces>
   void operator()(const Pieces&... pieces) const {
-    if (!isEnabled_.load(std::memory_order_relaxed)) return;
+    if (!isEnabled()) return;
     dropExceptions([&] {
       std::string message;
       (render(message, pieces), ...);

@@ -2,6 +2,7 @@
 // thread-safe and returns at once.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -69,6 +70,14 @@ class ATTrackingManager {
 
   /// 0 not determined, 1 restricted, 2 denied, 3 authorised.
   virtual std::uint64_t trackingAuthorizationStatus() const { return 0; }
+};
+
+/// What every event asks the three services above, in one place that a platform may write and calls
+/// read: a call that comes alone finds none of it in the processor's caches.
+struct MomentaryFacts {
+  std::atomic<bool> isReachableOnWiFi{false};
+  std::atomic<bool> hasCarrierName{false};
+  std::atomic<std::uint64_t> trackingAuthorizationStatus{0};
 };
 
 /// The advertising identifier.

@@ -44,6 +44,7 @@ struct Platform {
   CTTelephonyNetworkInfo* telephony = nothing<CTTelephonyNetworkInfo>();
   ATTrackingManager* trackingManager = nothing<ATTrackingManager>();
   ASIdentifierManager* identifierManager = nothing<ASIdentifierManager>();
+  const MomentaryFacts* momentaryFacts = nullptr;  // null: the services are asked
   ZKConnectivityManager* connectivity = nothing<ZKConnectivityManager>();
   ZKURLSessionManager* urlSession = nothing<ZKURLSessionManager>();
   SessionTokenProvider* sessionTokenProvider = nothing<SessionTokenProvider>();

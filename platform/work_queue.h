@@ -1,12 +1,13 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include "encoding/time.h"
-#include "platform/mutex.h"
 
 namespace veltrano::internal {
 
@@ -20,6 +21,7 @@ class Block {
   virtual void drop() {}
 
   std::atomic<Block*> next{nullptr};  // guarded by the queue that owns the block
+  bool isDeferred = false;            // set by a queue that was asleep when this was deferred
 };
 
 /// Work that can be cancelled until it starts. Shared by its scheduler and the queue.
@@ -45,7 +47,7 @@ class WorkItem {
 class DispatchGroup {
  public:
   void enter() {
-    const Lock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     ++entered_;
   }
 
@@ -53,7 +55,7 @@ class DispatchGroup {
   void leave() {
     std::function<void()> then;
     {
-      const Lock lock(mutex_);
+      const std::lock_guard lock(mutex_);
       if (--entered_ > 0) return;
       then = std::exchange(then_, nullptr);
     }
@@ -61,7 +63,7 @@ class DispatchGroup {
   }
 
   bool isEmpty() const {
-    const Lock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     return entered_ == 0;
   }
 
@@ -69,7 +71,7 @@ class DispatchGroup {
   /// Replaces an earlier `then`.
   void notify(std::function<void()> then) {
     {
-      const Lock lock(mutex_);
+      const std::lock_guard lock(mutex_);
       if (entered_ > 0) {
         then_ = std::move(then);
         return;
@@ -79,9 +81,9 @@ class DispatchGroup {
   }
 
  private:
-  mutable Mutex mutex_;
-  int entered_ GUARDED_BY(mutex_) = 0;
-  std::function<void()> then_ GUARDED_BY(mutex_);
+  mutable std::mutex mutex_;
+  int entered_ = 0;             // guarded by mutex_
+  std::function<void()> then_;  // guarded by mutex_
 };
 
 /// A serial queue: blocks run one at a time, in submission order, never on the submitter's stack.
@@ -102,6 +104,18 @@ class WorkQueue {
     };
     async(std::unique_ptr<Block>(std::make_unique<WorkBlock>(std::move(work))));
   }
+
+  /// The same for a block that need not run soon. A queue that sleeps may go on sleeping until it
+  /// is woken by something else: `async`, an item that falls due, `wakeUp`, or deferred blocks
+  /// beyond the number that `setDeferrable` allows.
+  virtual void asyncDeferred(std::unique_ptr<Block> block) { async(std::move(block)); }
+
+  /// Has deferred blocks run now. Thread-safe, allocates nothing.
+  virtual void wakeUp() {}
+
+  /// The queue calls `deferrable` before it falls asleep: the block that makes as many deferred
+  /// ones wakes it. Until then each one does. Call it before the first submission.
+  virtual void setDeferrable(std::function<std::size_t()> /*deferrable*/) {}
 
   /// Submits `item` after `delay`; without a delay at once, in order with `async`. Items due at the
   /// same time keep their order. One that falls due during a wait takes its place then; one that

@@ -36,14 +36,14 @@ namespace veltrano::detail {
 
 using namespace internal;
 
-FlatWriter::Container FlatWriter::open(Kind kind) {
+[[gnu::hot]] FlatWriter::Container FlatWriter::open(Kind kind) {
   const Container container{static_cast<std::size_t>(at_ - begin_), std::exchange(depth_, 0)};
   *take(FlatView::kContainerHead) = static_cast<char>(kind);
   ++level_;
   return container;
 }
 
-void FlatWriter::close(Container container) {
+[[gnu::hot]] void FlatWriter::close(Container container) {
   char* const start = begin_ + container.start;
   if (--level_ >= kMaxNesting) {
     *start = static_cast<char>(Kind::Absent);
@@ -63,11 +63,11 @@ void FlatWriter::refuseLength() {
   throw std::length_error("a value too long");
 }
 
-void FlatWriter::text(Kind kind, std::string_view text) {
+[[gnu::hot]] void FlatWriter::text(Kind kind, std::string_view text) {
   putText(take(kTextHead + text.size()), kind, text);
 }
 
-void FlatWriter::value(const Argument& argument) {
+[[gnu::hot]] void FlatWriter::value(const Argument& argument) {
   using Form = Argument::Form;
   switch (argument.form_) {
     case Form::scalar:
@@ -109,7 +109,7 @@ void FlatWriter::number(const NSNumber& number) {
   std::memcpy(to + 13, &asDouble, sizeof asDouble);
 }
 
-void FlatWriter::flat(const char* value) {
+[[gnu::hot]] void FlatWriter::flat(const char* value) {
   const FlatView given(value);
   const int depth = given.depth();
   if (given.isContainer() && level_ + depth > kMaxNesting) {

@@ -2,7 +2,10 @@
 // scenarios show.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <memory>
 #include <new>
+#include <utility>
 
 #include "tests/support/simulation.h"
 
@@ -78,6 +81,73 @@ TEST(FlushingFaults, AnUploadThatNobodyReportsIsRepeatedWithTheNextEvent) {
   library.tracker().track("B", {}, nullptr);
   platform.timeline.runUntil(std::chrono::seconds(51));
   EXPECT_EQ(network.posts, 2);
+}
+
+// How many calls a work queue that sleeps may leave unread, and which calls never wait.
+TEST(DeferredCalls, WaitOnlyWhileNothingDependsOnThem) {
+  struct DeferringQueue final : WorkQueue {
+    explicit DeferringQueue(WorkQueue& inner) : queue(inner) {}
+    void async(std::unique_ptr<Block> block) override { queue.async(std::move(block)); }
+    void asyncDeferred(std::unique_ptr<Block> block) override {
+      ++deferred;
+      queue.async(std::move(block));
+    }
+    void wakeUp() override { ++wakeUps; }
+    void setDeferrable(std::function<std::size_t()> function) override {
+      deferrable = std::move(function);
+    }
+    void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override {
+      queue.asyncAfter(delay, std::move(item));
+    }
+    void wait(DispatchGroup& group, std::function<void()> then) override {
+      queue.wait(group, std::move(then));
+    }
+
+    WorkQueue& queue;
+    std::function<std::size_t()> deferrable;
+    int deferred = 0;
+    int wakeUps = 0;
+  };
+  SimulatedPlatform simulated;
+  Platform platform = simulated.services();
+  DeferringQueue queue(*platform.workQueue);
+  platform.workQueue = &queue;
+  Library library(platform);
+  const auto settle = [&] {
+    simulated.timeline.runUntil(simulated.timeline.now() + std::chrono::seconds(1));
+  };
+  const auto track = [&](int count, Veltrano::FlushCompletion completion = nullptr) {
+    for (; count > 0; --count) library.tracker().track("E", {}, std::move(completion));
+    settle();
+  };
+
+  EXPECT_EQ(queue.deferrable(), 0U);  // no flush is pending
+  library.tracker().registerForNotifications();
+  library.tracker().startFlushCycle(true);
+  EXPECT_EQ(queue.deferrable(), 10U);
+  track(3);
+  EXPECT_EQ(queue.deferred, 3);
+  EXPECT_EQ(queue.deferrable(), 7U);
+  track(1, [](bool) {});
+  Veltrano::isLoggerEnabled = true;
+  simulated.output.onLine = [](std::string_view) {};
+  track(1);
+  Veltrano::isLoggerEnabled = false;
+  EXPECT_EQ(queue.deferred, 3);
+
+  simulated.network.answers["/track"] = {.status = 503};
+  track(10);
+  EXPECT_EQ(queue.deferrable(), 0U);  // each event is due to be sent again
+  simulated.network.answers["/track"] = {};
+  track(1);
+  EXPECT_EQ(queue.deferrable(), 10U);
+
+  for (const auto state : {kApplicationDidEnterBackground, kApplicationWillEnterForeground}) {
+    simulated.notificationCenter.post(std::string(state));
+    EXPECT_EQ(std::exchange(queue.wakeUps, 0), 1);
+    settle();
+    EXPECT_EQ(queue.deferrable(), state == kApplicationWillEnterForeground ? 10U : 0U);
+  }
 }
 
 }  // namespace

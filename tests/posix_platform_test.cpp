@@ -112,14 +112,14 @@ TEST(WorkQueueTest, ThreadsThatEndSoonLeaveTheirCallsWhole) {
   EXPECT_EQ(library.accounting().statistics().recorded, kThreads * (kCalls + 1U));
 }
 
-// A queue falls asleep after 20 ms. Submissions after varying delays find it awake, falling asleep
-// and asleep.
+// A queue falls asleep after a millisecond or two. Submissions after varying delays find it awake,
+// falling asleep and asleep.
 TEST(WorkQueueTest, NoWakeUpIsLost) {
   auto& sleeper = makeQueue();
   auto& waker = makeQueue();
   for (int round = 0; round < 40; ++round) {
     std::promise<void> ran;
-    waker.asyncAfter(std::chrono::microseconds(15000 + 400 * round),
+    waker.asyncAfter(std::chrono::microseconds(100 * round),
                      std::make_shared<WorkItem>([&] { sleeper.async([&] { ran.set_value(); }); }));
     ASSERT_EQ(ran.get_future().wait_for(seconds(20)), std::future_status::ready);
   }
@@ -131,6 +131,39 @@ TEST(WorkQueueTest, NoWakeUpIsLost) {
                                         std::make_shared<WorkItem>([&] { ran.set_value(); }));
                    }));
   ASSERT_EQ(ran.get_future().wait_for(seconds(20)), std::future_status::ready);
+}
+
+// Whatever has the thread woken also has it run what was deferred before.
+TEST(WorkQueueTest, DeferredBlocksWaitUntilThereAreEnoughOrSomethingElseWakesTheThread) {
+  struct Noting final : Block {
+    explicit Noting(std::atomic<int>& counter) : ran(counter) {}
+    void run() override { ++ran; }
+    std::atomic<int>& ran;
+  };
+  auto& queue = makeQueue();
+  queue.setDeferrable([] { return 3; });
+  std::atomic<int> ran{0};
+  int submitted = 0;
+  const auto defer = [&] { queue.asyncDeferred(std::make_unique<Noting>(ran)), ++submitted; };
+  const auto runAll = [&] {
+    while (ran < submitted) std::this_thread::sleep_for(milliseconds(1));
+  };
+  defer();  // starts the thread
+  const std::function<void()> reasons[] = {
+      defer, [&] { queue.async([] {}); }, [&] { queue.wakeUp(); },
+      [&] { queue.asyncAfter(milliseconds(1), std::make_shared<WorkItem>([] {})); }};
+  for (const auto& wake : reasons) {
+    for (bool areWaiting = false; !areWaiting;) {  // the thread may have to fall asleep first
+      runAll();
+      std::this_thread::sleep_for(milliseconds(5));
+      defer();
+      defer();
+      std::this_thread::sleep_for(milliseconds(5));
+      areWaiting = submitted - ran == 2;
+    }
+    wake();
+    runAll();
+  }
 }
 
 TEST(WorkQueueTest, BlocksThatGoOnForEverDoNotHoldUpDelayedItems) {

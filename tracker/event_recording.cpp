@@ -8,25 +8,35 @@
 
 namespace veltrano::internal {
 
-void Tracker::track(std::string_view eventName, const HostMapView& eventProperties,
-                    FlushCompletion&& completion) {
+[[gnu::hot]] void Tracker::track(std::string_view eventName, const HostMapView& eventProperties,
+                                 FlushCompletion&& completion) {
   try {
     if (!refreshTriggers_.callHandlerFor(eventName)) return;
     log_("Adding event of ", HostText{eventName}, " to current ", eventQueue_.count(), " events");
     AutomaticProperties automatic;
     automatic.timeInMilliseconds = roundedMilliseconds(platform_.wallClock->now().sinceEpoch);
-    automatic.isOnWiFi = platform_.connectivity->isReachableOnWiFi();
-    const auto carrier = platform_.telephony->carrierName();
-    automatic.trackingAuthorizationStatus =
-        platform_.trackingManager->trackingAuthorizationStatus();
+    std::optional<std::string> carrier;
+    if (const MomentaryFacts* const facts = platform_.momentaryFacts) {
+      automatic.isOnWiFi = facts->isReachableOnWiFi;
+      automatic.trackingAuthorizationStatus = facts->trackingAuthorizationStatus;
+      if (facts->hasCarrierName) carrier = platform_.telephony->carrierName();
+    } else {
+      automatic.isOnWiFi = platform_.connectivity->isReachableOnWiFi();
+      automatic.trackingAuthorizationStatus =
+          platform_.trackingManager->trackingAuthorizationStatus();
+      carrier = platform_.telephony->carrierName();
+    }
     // Computes them on the first caller's thread rather than on the work queue.
     defaultProperties_.properties();
+    const bool isAwaited = static_cast<bool>(completion);
     auto call = TrackCall::make(*this, automatic, carrier, eventName, eventProperties,
                                 std::move(completion));
-    if (call != nullptr)
+    if (call == nullptr)
+      accounting_.callDroppedByBacklog();
+    else if (isAwaited || log_.isEnabled())
       dispatchQueue_.async(std::move(call));
     else
-      accounting_.callDroppedByBacklog();
+      dispatchQueue_.asyncDeferred(std::move(call));
   } catch (const std::bad_alloc&) {
     accounting_.eventLostForMemory();
   } catch (const std::length_error&) {
@@ -35,7 +45,8 @@ void Tracker::track(std::string_view eventName, const HostMapView& eventProperti
 }
 
 void Tracker::record(std::string_view eventName, const AutomaticProperties& automatic,
-                     FlatView carrier, FlatView eventProperties, FlushCompletion completion) {
+                     FlatView carrier, FlatView eventProperties, FlushCompletion completion,
+                     bool isLogged) {
   try {
     if (!isEncoderCurrent_)
       encoder_.setBase(defaultProperties_.properties(), superProperties_.current());
@@ -50,11 +61,19 @@ void Tracker::record(std::string_view eventName, const AutomaticProperties& auto
     accounting_.eventLostForMemory();
   }
   // Only now, as the host may end this thread in its log sink.
-  log_("In dispatch queue code block for adding event to queue");
-  log_("Added event and now have ", eventQueue_.count(), " events");
+  if (isLogged) log_("In dispatch queue code block for adding event to queue");
+  if (isLogged) log_("Added event and now have ", eventQueue_.count(), " events");
   trimQueueIfNecessary();
   flushQueueIfNecessary(std::move(completion));
-  log_("Leaving dispatch queue code block for adding event to queue");
+  if (isLogged) log_("Leaving dispatch queue code block for adding event to queue");
+}
+
+// A flush is due when ten events wait. Until then calls may wait unread for the next flush, unless
+// there is none, or what they do depends on when they are read.
+std::size_t Tracker::deferrableCalls() {
+  const std::size_t count = eventQueue_.count();
+  if (!isRunning_ || needsFlush_ || count >= kQueueFlushThreshold || !pendingFlush_.due()) return 0;
+  return kQueueFlushThreshold - count;
 }
 
 }  // namespace veltrano::internal

@@ -122,13 +122,13 @@ void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion comp
 
 void Tracker::flushQueue(FlushCompletion completion) {
   flushCompletion_ = std::move(completion);
-  outcome_ = kNothingToSend;
+  batchEnded_ = false;
   log_("Entered dispatch group");
   upload();
   log_("Dispatch group waiting");
   dispatchQueue_.wait(uploads_, [this] {
     const FlushCompletion waiting = std::exchange(flushCompletion_, nullptr);
-    if (waiting && !waiting.call(!outcome_.keepsEvents)) return;
+    if (waiting && !waiting.call(batchEnded_)) return;
     log_("Dispatch group finished waiting");
   });
 }
@@ -179,7 +179,7 @@ void Tracker::settle(const UploadOutcome& outcome) {
     eventQueue_.dropLargest();
     accounting_.waitingEventLostForMemory();
   }
-  outcome_ = outcome;
+  batchEnded_ = !outcome.keepsEvents;
 }
 
 }  // namespace veltrano::internal

@@ -28,12 +28,14 @@ void Tracker::handleWillEnterForeground() {
   isRunning_ = true;
   scheduleFlush(kQueueFlushInterval, nullptr,
                 {"App becoming active!", "Scheduling the next flush with default interval"});
+  readCalls();
 }
 
 void Tracker::handleDidEnterBackground() {
   isRunning_ = false;
   scheduleFlush(std::chrono::seconds(0), nullptr,
                 {"App entered background!", "Forcing a flush right now"});
+  readCalls();
 }
 
 HeartbeatFacts Tracker::heartbeatFacts() const {

@@ -91,6 +91,7 @@ std::string Library::status() {
     return "Nothing is sent: no platform was installed before the first use of the library; the "
            "error of the installation says why.\n";
 
+  library->tracker_.readCalls();
   const Duration now = library->platform_.wallClock->elapsed();
   const Statistics statistics = library->accounting_.statistics();
   std::string text = "Collection host: " + library->platform_.collectionHost + "\n" +

@@ -134,7 +134,9 @@ class TrackCall::Memory final : public FlatWriter {
     end_ = larger->bytes() + larger->size;
   }
 
-  static constinit thread_local Thread callingThread;
+  // Two words in the space that the C library keeps for libraries which are opened late. As usual
+  // thread-locals of a shared library, they would be found by a call.
+  [[gnu::tls_model("initial-exec")]] static constinit thread_local Thread callingThread;
 
   Thread& thread_ = callingThread;  // looked up once: in a shared library this takes a call
   Chunk* chunk_;
@@ -143,10 +145,12 @@ class TrackCall::Memory final : public FlatWriter {
 
 constinit thread_local TrackCall::Memory::Thread TrackCall::Memory::callingThread;
 
-std::unique_ptr<Block> TrackCall::make(Tracker& tracker, const AutomaticProperties& automatic,
-                                       const std::optional<std::string>& carrier,
-                                       std::string_view eventName, const HostMapView& properties,
-                                       HostFunction<bool>&& completion) {
+[[gnu::hot]] std::unique_ptr<Block> TrackCall::make(Tracker& tracker,
+                                                    const AutomaticProperties& automatic,
+                                                    const std::optional<std::string>& carrier,
+                                                    std::string_view eventName,
+                                                    const HostMapView& properties,
+                                                    HostFunction<bool>&& completion) {
   Chunk* const taken = Memory::take(*tracker.platform_.threadEnds, !completion);
   if (taken == nullptr) return nullptr;
   Memory memory(*taken);
@@ -175,7 +179,8 @@ void TrackCall::run() {
   const FlatView eventName(reinterpret_cast<const char*>(this + 1));
   const FlatView carrier(eventName.data() + eventName.bytes().size());
   const FlatView properties(carrier.data() + carrier.bytes().size());
-  tracker_.record(eventName.text(), automatic_, carrier, properties, std::move(completion_));
+  tracker_.record(eventName.text(), automatic_, carrier, properties, std::move(completion_),
+                  !isDeferred);
 }
 
 }  // namespace veltrano::internal

@@ -12,7 +12,9 @@ namespace veltrano::internal {
 
 Tracker::Tracker(const CollectionClient& client,
                  std::function<void(const std::string& uid)> startHeartbeat, CallObserver* observer)
-    : client_(client), startHeartbeat_(std::move(startHeartbeat)), observer_(observer) {}
+    : client_(client), startHeartbeat_(std::move(startHeartbeat)), observer_(observer) {
+  dispatchQueue_.setDeferrable([this] { return deferrableCalls(); });
+}
 
 void Tracker::releaseCallbacks() {
   pendingFlush_.cancel();
@@ -29,8 +31,7 @@ void Tracker::setSuperProperties(const HostMapView& properties) {
 }
 
 void Tracker::removeSuperProperty(std::string key) {
-  WaitingMemory memory(key.size());
-  dispatchQueue_.async([this, key = std::move(key), memory = std::move(memory)] {
+  dispatchQueue_.async([this, key = std::move(key)] {
     PropertyMap remaining = superProperties_.current();
     const auto removed = remaining.remove(key);
     if (removed) changeSuperProperties(std::move(remaining));

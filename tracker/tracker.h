@@ -24,7 +24,6 @@
 #include "tracker/refresh_triggers.h"
 #include "tracker/super_properties.h"
 #include "upload/collection_client.h"
-#include "upload/rules/final_flush.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano::internal {
@@ -74,10 +73,8 @@ class Tracker {
   /// Whether only the return to the foreground schedules a flush.
   bool isInBackground() const { return !isRunning_; }
 
-  /// How the last flush ended. On the work queue.
-  FlushResult lastFlush() const {
-    return {outcome_.keepsEvents && outcome_.cause != nullptr, eventQueue_.count() > 0};
-  }
+  /// Reads the calls that wait for the next flush. Waits for nothing.
+  void readCalls() { dispatchQueue_.wakeUp(); }
 
   /// The current state, for a heartbeat.
   HeartbeatFacts heartbeatFacts() const;
@@ -105,7 +102,8 @@ class Tracker {
   // Recording, on the work queue.
   friend class TrackCall;
   void record(std::string_view eventName, const AutomaticProperties& automatic, FlatView carrier,
-              FlatView eventProperties, FlushCompletion completion);
+              FlatView eventProperties, FlushCompletion completion, bool isLogged);
+  std::size_t deferrableCalls();
   void changeSuperProperties(PropertyMap changed);
 
   // The next flush, from any thread.
@@ -158,7 +156,7 @@ class Tracker {
   // The current flush.
   DispatchGroup uploads_;
   FlushCompletion flushCompletion_;  // work queue
-  UploadOutcome outcome_;            // work queue, and the end of an upload while the queue waits
+  bool batchEnded_ = false;          // work queue, and the end of an upload while the queue waits
 
   RefreshTriggers refreshTriggers_;
 };

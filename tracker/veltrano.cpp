@@ -39,7 +39,7 @@ void call(std::string_view operation, const HostMapView& arguments, Function fun
 
 std::atomic<bool> Veltrano::isLoggerEnabled{false};
 
-Veltrano& Veltrano::shared() {
+[[gnu::hot]] Veltrano& Veltrano::shared() {
   static constinit Veltrano instance;
   dropExceptions(tracker);
   return instance;
@@ -69,8 +69,8 @@ void Veltrano::setPublisherUid(std::optional<std::string_view> uid) {
 }
 
 // As `call`, but names its arguments only for an observer.
-void Veltrano::track(std::string_view eventName, const HostMapView& eventProperties,
-                     FlushCompletion forceFlushCompletion) {
+[[gnu::hot]] void Veltrano::track(std::string_view eventName, const HostMapView& eventProperties,
+                                  FlushCompletion forceFlushCompletion) {
   dropExceptions([&] {
     const bool isForced = forceFlushCompletion != nullptr;
     if (CallObserver* const observer = isForced ? Library::current().observer() : nullptr)
@@ -122,7 +122,11 @@ std::string Veltrano::getDeviceOrientation() const {
 
 veltrano::Statistics Veltrano::statistics() const {
   veltrano::Statistics statistics;
-  dropExceptions([&] { statistics = Library::current().accounting().statistics(); });
+  dropExceptions([&] {
+    Library& library = Library::current();
+    library.tracker().readCalls();
+    statistics = library.accounting().statistics();
+  });
   return statistics;
 }
 

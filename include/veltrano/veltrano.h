@@ -99,7 +99,9 @@ class VELTRANO_EXPORT Veltrano {
   /// "landscapeRight", "faceUp", "faceDown" or "unknown".
   std::string getDeviceOrientation() const;
 
-  /// Counts of events, uploads and heartbeats so far.
+  /// Counts of events, uploads and heartbeats so far. The library leaves up to nine calls of
+  /// `track` unread until the next flush, which saves wake-ups. This has them read, but does not
+  /// wait for it: the latest calls may be missing.
   veltrano::Statistics statistics() const;
 
   /// How things stand, in a few lines of plain English for a debug screen or a support request:

@@ -50,6 +50,7 @@ Platform PosixServices::platform() {
       .telephony = &telephony,
       .trackingManager = &tracking,
       .identifierManager = &identifiers,
+      .momentaryFacts = &momentaryFacts,
       .connectivity = &connectivity,
       .urlSession = &urlSession,
       .sessionTokenProvider = &tokenRepository,

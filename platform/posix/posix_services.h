@@ -60,10 +60,11 @@ struct PosixServices {
   PosixBundles bundles;
   PosixApplication application;
   PosixDevice device;
-  PosixTelephony telephony;
-  PosixTracking tracking;
+  MomentaryFacts momentaryFacts;
+  PosixTelephony telephony{momentaryFacts};
+  PosixTracking tracking{momentaryFacts};
   PosixIdentifiers identifiers;
-  PosixConnectivity connectivity;
+  PosixConnectivity connectivity{momentaryFacts};
   PosixURLSession urlSession;
   ZKAuthTokenRepository tokenRepository;
   ZKAuth auth;

@@ -9,13 +9,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "platform/mutex.h"
 #include "platform/platform.h"
 #include "platform/simulated/simulated_url_session.h"
 #include "platform/simulated/simulated_work_queue.h"
@@ -66,12 +66,13 @@ struct SimulatedNotificationCenter final : NotificationCenter {
   /// Removes the observers once their library has ended.
   void drop();
 
-  mutable Mutex mutex;
-  std::map<std::string, std::vector<std::function<void()>>> observers GUARDED_BY(mutex);
-  bool isUsed GUARDED_BY(mutex) = false;
+  std::map<std::string, std::vector<std::function<void()>>> observers;  // guarded by mutex
 
   /// Called before the first observer is added, which is when the library is first used.
   std::function<void()> onFirstUse = [] {};
+
+  mutable std::mutex mutex;
+  bool isUsed = false;  // guarded by mutex
 };
 
 struct SimulatedDefaults final : UserDefaults {
@@ -140,23 +141,23 @@ class SimulatedDevice final : public DeviceFacts,
   bool isReachableOnWiFi() const override { return get(&DeviceFacts::isOnWiFi); }
 
   DeviceFacts facts() const {
-    const Lock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     return *this;
   }
   template <class Fact, class Value>
   void set(Fact DeviceFacts::*fact, Value value) {
-    const Lock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     this->*fact = std::move(value);
   }
 
  private:
   template <class Fact>
   Fact get(Fact DeviceFacts::*fact) const {
-    const Lock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     return this->*fact;
   }
 
-  mutable Mutex mutex_;
+  mutable std::mutex mutex_;
 };
 
 class SimulatedPlatform {

@@ -8,7 +8,7 @@ namespace veltrano::internal {
 
 void PosixConnectivity::look() noexcept {
   try {
-    isOnWiFi_.store(isOnWiFi(), std::memory_order_relaxed);
+    facts_.isReachableOnWiFi = isOnWiFi();
   } catch (const std::bad_alloc&) {
     // Keeps the last result until the next change.
   }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-
 #include "platform/device.h"
 
 namespace veltrano::internal {
@@ -9,15 +7,16 @@ namespace veltrano::internal {
 /// Remembers whether the process is on Wi-Fi, so that asking costs nothing.
 class PosixConnectivity final : public ZKConnectivityManager {
  public:
-  PosixConnectivity() { look(); }
+  /// Keeps the answer in `facts`.
+  explicit PosixConnectivity(MomentaryFacts& facts) : facts_(facts) { look(); }
 
   /// Call after each change of the network.
   void look() noexcept;
 
-  bool isReachableOnWiFi() const override { return isOnWiFi_.load(std::memory_order_relaxed); }
+  bool isReachableOnWiFi() const override { return facts_.isReachableOnWiFi; }
 
  private:
-  std::atomic<bool> isOnWiFi_{false};
+  MomentaryFacts& facts_;
 };
 
 }  // namespace veltrano::internal

@@ -30,11 +30,9 @@ ScreenSize PosixDevice::mainScreenSize() const {
 void ReportedText::set(std::optional<std::string> text) {
   const Lock lock(mutex_);
   text_.swap(text);
-  isPresent_.store(text_.has_value(), std::memory_order_relaxed);
 }
 
 std::optional<std::string> ReportedText::get() const {
-  if (!isPresent_.load(std::memory_order_relaxed)) return std::nullopt;
   const Lock lock(mutex_);
   return text_;
 }

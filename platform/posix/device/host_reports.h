@@ -52,7 +52,6 @@ class PosixDevice final : public Device {
   std::atomic<int> orientation_{0};
 };
 
-/// Optional text. Reading absent text takes no lock.
 class ReportedText {
  public:
   void set(std::optional<std::string> text);
@@ -60,29 +59,43 @@ class ReportedText {
   std::optional<std::string> get() const;
 
  private:
-  std::atomic<bool> isPresent_{false};
   mutable Mutex mutex_;
   std::optional<std::string> text_ GUARDED_BY(mutex_);
 };
 
 class PosixTelephony final : public CTTelephonyNetworkInfo {
  public:
-  void setCarrierName(std::optional<std::string> name) { carrierName_.set(std::move(name)); }
+  /// Keeps in `facts` whether there is a name.
+  explicit PosixTelephony(MomentaryFacts& facts) : facts_(facts) {}
+
+  void setCarrierName(std::optional<std::string> name) {
+    const bool hasName = name.has_value();
+    carrierName_.set(std::move(name));
+    facts_.hasCarrierName = hasName;
+  }
 
   std::optional<std::string> carrierName() const override { return carrierName_.get(); }
 
  private:
+  MomentaryFacts& facts_;
   ReportedText carrierName_;
 };
 
 class PosixTracking final : public ATTrackingManager {
  public:
-  void setTrackingAuthorizationStatus(std::uint64_t status) { status_ = status; }
+  /// Keeps the status in `facts`.
+  explicit PosixTracking(MomentaryFacts& facts) : facts_(facts) {}
 
-  std::uint64_t trackingAuthorizationStatus() const override { return status_; }
+  void setTrackingAuthorizationStatus(std::uint64_t status) {
+    facts_.trackingAuthorizationStatus = status;
+  }
+
+  std::uint64_t trackingAuthorizationStatus() const override {
+    return facts_.trackingAuthorizationStatus;
+  }
 
  private:
-  std::atomic<std::uint64_t> status_{0};
+  MomentaryFacts& facts_;
 };
 
 class PosixIdentifiers final : public ASIdentifierManager {

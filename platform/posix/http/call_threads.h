@@ -5,10 +5,9 @@
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
-
-#include "platform/mutex.h"
 
 namespace veltrano::internal {
 
@@ -74,18 +73,18 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
     std::array<Lane, kindCount> lanes = {};
     int expected = 0;
   };
-  bool startThread() REQUIRES(mutex_);
-  void startThreadIfNeeded() REQUIRES(mutex_);
+  bool startThread();
+  void startThreadIfNeeded();
   void serve();
-  std::pair<Path*, Kind> find(bool inBusyLanesToo) REQUIRES(mutex_);
+  std::pair<Path*, Kind> find(bool inBusyLanesToo);
   static std::shared_ptr<Call> takeCall(Path& path, Kind kind);
 
-  Mutex mutex_;
+  std::mutex mutex_;  // guards everything below
   std::condition_variable changed_;
-  std::array<Path, kPaths> paths_ GUARDED_BY(mutex_);
-  int threads_ GUARDED_BY(mutex_) = 0;
-  int free_ GUARDED_BY(mutex_) = 0;  // threads that are in no call
-  bool isOver_ GUARDED_BY(mutex_) = false;
+  std::array<Path, kPaths> paths_;
+  int threads_ = 0;
+  int free_ = 0;  // threads that are in no call
+  bool isOver_ = false;
 };
 
 }  // namespace veltrano::internal

@@ -104,7 +104,7 @@ NetworkThread::NetworkThread(URLSessionOptions options)
 }
 
 void NetworkThread::start() {
-  const Lock lock(mutex_);
+  const std::lock_guard lock(mutex_);
   wakeUpDescriptor_ = wakeUp_->descriptor();
   if (wakeUpDescriptor_ < 0)
     throw std::system_error(EMFILE, std::generic_category(), "no descriptor for the network");
@@ -119,7 +119,7 @@ NetworkThread::~NetworkThread() {
 }
 
 void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noexcept {
-  Lock lock(mutex_);
+  std::unique_lock lock(mutex_);
   if (isStopped_) return;  // nobody would report it
   Endpoint& endpoint = endpointFor(request);
   Posts added;
@@ -136,11 +136,9 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
     TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
     return callBack(callback, result);
   }
-  try {
+  dropExceptions([&] {
     if (spare_.empty()) spare_.push_back(std::make_shared<Post>());
-  } catch (const std::bad_alloc&) {
-    // The next shortage finds none.
-  }
+  });
 
   if (isClosed_ || endpoint.unfinished >= kMaxUnfinished) failure = CURLE_NO_CONNECTION_AVAILABLE;
   ++endpoint.unfinished;
@@ -163,7 +161,7 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
   wakeUp_->set(post.due);
 }
 
-// The endpoint of the request's base URL.
+// The endpoint of the request's base URL. Called with mutex_ held.
 NetworkThread::Endpoint& NetworkThread::endpointFor(const PostRequest& request) {
   const std::size_t url = std::hash<std::string>()(request.baseURL) | 1;
   for (Endpoint& endpoint : endpoints_) {
@@ -178,33 +176,32 @@ NetworkThread::Endpoint& NetworkThread::endpointFor(const PostRequest& request) 
 }
 
 std::optional<Rest> NetworkThread::restOf(EndpointPath path) {
-  const Lock lock(mutex_);
+  const std::lock_guard lock(mutex_);
   return rests_.of(path).restAt(sinceEpoch(Clock::now()));
 }
 
 void NetworkThread::ignoreRetryAfter() {
-  const Lock lock(mutex_);
+  const std::lock_guard lock(mutex_);
   ignoresRetryAfter_ = true;
   rests_.forEach([](Rests& rests) { rests.end(); });
   if (wakeUp_) wakeUp_->set(Clock::now());
 }
 
 bool NetworkThread::shutDown(Clock::time_point deadline) {
-  Lock lock(mutex_);
+  std::unique_lock lock(mutex_);
   const auto isIdle = [this] {
     return std::all_of(endpoints_.begin(), endpoints_.end(),
                        [](const Endpoint& endpoint) { return endpoint.unfinished == 0; });
   };
   isClosed_ = true;
   // Another shutdown may have an earlier deadline.
-  while (!isIdle() && !isStopped_ && Clock::now() < deadline)
-    changed_.wait_until(lock.standard(), deadline);
+  changed_.wait_until(lock, deadline, [&] { return isIdle() || isStopped_; });
   if (!isStopped_) wasIdle_ = isIdle();
   isStopped_ = true;  // the remaining posts fail now
   changed_.notify_all();
   if (wakeUp_) wakeUp_->set(Clock::now());
   const auto end = Clock::now() + kGrace;
-  while ((!isIdle() || isRunning_) && Clock::now() < end) changed_.wait_until(lock.standard(), end);
+  changed_.wait_until(lock, end, [&] { return isIdle() && !isRunning_; });
   if (!isRunning_) wakeUp_.reset();
   lock.unlock();
   calls_->shutDown(end);
@@ -212,12 +209,12 @@ bool NetworkThread::shutDown(Clock::time_point deadline) {
 }
 
 void NetworkThread::wake() {
-  const Lock lock(mutex_);
+  const std::lock_guard lock(mutex_);
   if (wakeUp_) wakeUp_->set(Clock::now());
 }
 
 void NetworkThread::postEnded(Endpoint& endpoint) {
-  const Lock lock(mutex_);
+  const std::lock_guard lock(mutex_);
   --endpoint.unfinished;
   changed_.notify_all();
 }
@@ -241,7 +238,7 @@ void NetworkThread::run() {
     networkChanges_.reset();
     OPENSSL_thread_stop();  // inside the gate, because exit does not wait for the thread to end
   }
-  const Lock lock(mutex_);
+  const std::lock_guard lock(mutex_);
   isRunning_ = false;
   changed_.notify_all();
 }
@@ -252,14 +249,14 @@ void NetworkThread::noteNetwork() {
   dropExceptions([&] { interface = defaultRouteInterface(); });
   if (interface == interface_) return;
   interface_.swap(interface);
-  const Lock lock(mutex_);
+  const std::lock_guard lock(mutex_);
   if (!interface_.empty()) rests_.forEach([](Rests& rests) { rests.routeReturned(); });
 }
 
 // Takes everything as far as it goes. Returns when it goes on without input.
 NetworkThread::Clock::time_point NetworkThread::step() {
   {
-    const Lock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     wakeUp_->set(std::nullopt);
     while (!incoming_.empty()) {
       auto& posts = incoming_.front()->endpoint->posts;
@@ -385,7 +382,7 @@ bool NetworkThread::takeNextStep(Endpoint& endpoint, Post& post) {
 }
 
 std::optional<Rest> NetworkThread::restThatPutsOff(Endpoint& endpoint, Post& post) {
-  const Lock lock(mutex_);
+  const std::lock_guard lock(mutex_);
   if (std::exchange(post.hasStarted, true) || endpoint.rests == nullptr) return std::nullopt;
   return endpoint.rests->puttingOff(sinceEpoch(Clock::now()), post.request.urgency);
 }
@@ -453,7 +450,7 @@ CURLcode NetworkThread::addAddresses(const Endpoint& endpoint, Post& post,
                                      const std::optional<HostName>& host, CURLcode failure) {
   std::string addresses = host ? literalAddress(*host) : "";
   if (host && addresses.empty()) {
-    const Lock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     Name& name = names_[host->key()];
     const bool isFresh = !name.addresses.empty() && Clock::now() - name.since <= kAddressesLast;
     if (!isFresh && name.triedAt < post.lookupBegan) {
@@ -475,7 +472,7 @@ CURLcode NetworkThread::addAddresses(const Endpoint& endpoint, Post& post,
 void NetworkThread::lookUp(const HostName& host, Name& name) {
   std::string addresses;
   dropExceptions([&] { addresses = addressesOf(host); });
-  const Lock lock(mutex_);
+  const std::lock_guard lock(mutex_);
   name.isBeingLookedUp = false;
   name.triedAt = Clock::now();
   if (!addresses.empty()) {
@@ -486,9 +483,6 @@ void NetworkThread::lookUp(const HostName& host, Name& name) {
 }
 
 CURLcode NetworkThread::send(Endpoint& endpoint, Post& post) {
-  const bool isIdle = std::all_of(endpoints_.begin(), endpoints_.end(),
-                                  [](const Endpoint& each) { return each.transfer == nullptr; });
-  if (isIdle && !std::exchange(keepsMulti_, true)) multi_.reset();
   if (!multi_) {
     multi_.reset(curl_multi_init());
     if (!multi_) return CURLE_OUT_OF_MEMORY;
@@ -510,10 +504,11 @@ TransferResult NetworkThread::endTransfer(Endpoint& endpoint, CURLcode code) noe
   CURL* const easy = transfer->handle();
   endpoint.ended.reset();
   curl_multi_remove_handle(multi_.get(), easy);
-  TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
-  dropExceptions([&] { result = transfer->result(code, options_.wallClock->now()); });
-  keepsMulti_ = keepsMulti_ && !result.lacksConnection && result.error != CURLE_OUT_OF_MEMORY;
-  return result;
+  try {
+    return transfer->result(code, options_.wallClock->now());
+  } catch (const std::exception&) {
+    return {{}, {}, CURLE_OUT_OF_MEMORY};
+  }
 }
 
 // Ends an attempt: the post waits for its retry, or is over.
@@ -534,7 +529,7 @@ void NetworkThread::settle(Endpoint& endpoint, Post& post, TransferResult result
       isStopped_ ? Duration::zero() : std::chrono::duration_cast<Duration>(post.deadline - now);
   auto delay = delayBeforeRetry(result.attempt, post.rules, post.retries, timeLeft, random);
   std::optional<Rest> rest;
-  if (const Lock lock(mutex_); endpoint.rests != nullptr) {
+  if (const std::lock_guard lock(mutex_); endpoint.rests != nullptr) {
     if (!endpoint.rests->mayRetry()) delay.reset();
     const bool tellsOfServer = (stage == Stage::lookingUp || stage == Stage::sending) &&
                                result.error != CURLE_OUT_OF_MEMORY &&

@@ -32,9 +32,8 @@ struct TransferResult {
   std::string reason = {};  // of the error, in words
   std::uint64_t bytesSent = 0;
   std::uint64_t bytesReceived = 0;
-  bool lacksAddresses = false;   // failed because `Attempt::addresses` lacked a name
-  bool wasPutOff = false;        // by a rest; nothing was attempted
-  bool lacksConnection = false;  // failed before the request could begin
+  bool lacksAddresses = false;  // failed because `Attempt::addresses` lacked a name
+  bool wasPutOff = false;       // by a rest; nothing was attempted
 };
 
 /// Performs one attempt. Sends the request at most once. Not thread-safe.

@@ -46,6 +46,29 @@ class NetworkChanges {
   int descriptor_ = -1;
 };
 
+/// Wakes a thread. With what Linux offers, without a lock that the woken thread would need next.
+class Bell {
+ public:
+  Bell();
+  ~Bell();
+  Bell(const Bell&) = delete;
+  Bell& operator=(const Bell&) = delete;
+
+  /// Thread-safe.
+  void ring();
+
+  /// Returns after a ring since the last `wait` or `clear`, or at `deadline`, if there is one.
+  /// Waiting thread only.
+  void wait(std::optional<std::chrono::steady_clock::time_point> deadline);
+
+  /// Forgets an earlier ring. Waiting thread only.
+  void clear();
+
+ private:
+  struct State;
+  const std::unique_ptr<State> state_;
+};
+
 /// A descriptor that has input from a given time on. Not thread-safe.
 class WakeUp {
  public:

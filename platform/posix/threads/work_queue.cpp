@@ -13,16 +13,23 @@
 namespace veltrano::internal {
 namespace {
 
-constexpr std::chrono::microseconds kPollInterval{400};
-constexpr std::chrono::milliseconds kPollDuration{20};
+constexpr Duration kPollInterval = std::chrono::microseconds(400);
+constexpr int kPolls = 5;  // without a new submission
 
 }  // namespace
 
 PosixWorkQueue::PosixWorkQueue(std::string_view label) : label_(label) {}
 
 void PosixWorkQueue::async(std::unique_ptr<Block> block) {
-  submitted_.push(block.release());
-  if (state_.load(std::memory_order_seq_cst) != State::awake) wake();
+  if (!submitted_.submit(block.release())) startOrDestroy();
+}
+
+[[gnu::hot]] void PosixWorkQueue::asyncDeferred(std::unique_ptr<Block> block) {
+  if (!submitted_.submitDeferred(block.release())) startOrDestroy();
+}
+
+void PosixWorkQueue::setDeferrable(std::function<std::size_t()> deferrable) {
+  deferrable_ = std::move(deferrable);
 }
 
 void PosixWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) {
@@ -31,79 +38,74 @@ void PosixWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) 
   const auto due = dueTime(Clock::now(), delay);
   DelayedItems::Items cancelled;
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (isStopped_) return;
     const auto firstDue = delayed_.nextDue();
     cancelled = delayed_.add(due, std::move(block));
-    if (state_.load() == State::unstarted) start();
-    if (!firstDue || due < *firstDue) wakeUp_.notify_one();
+    if (!isStarted_) start();
+    if (!firstDue || due < *firstDue) submitted_.ring();
   }
   // Destroys them on the queue's thread; if memory runs out, on this one.
   if (!cancelled.empty()) dropExceptions([&] { async([cancelled = std::move(cancelled)] {}); });
 }
 
 void PosixWorkQueue::wait(DispatchGroup& group, std::function<void()> then) {
-  bool isEmpty = false;  // guarded by mutex_
+  std::atomic<bool> isEmpty{false};
   group.notify([&] {
-    const std::lock_guard lock(mutex_);
-    isEmpty = true;
-    wakeUp_.notify_one();
+    isEmpty = true;  // `wait` may return now
+    submitted_.ring();
   });
-  std::unique_lock lock(mutex_);
   while (!isEmpty) {
     submitDue();
-    sleepUntilNextDue(lock);
+    submitted_.waitForRing(nextDue());
   }
-  lock.unlock();
   then();
 }
 
 void PosixWorkQueue::stop() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   isStopped_ = true;
-  wakeUp_.notify_one();
-  if (state_.load() == State::unstarted) state_.store(State::ended);
+  submitted_.ring();
+  if (!isStarted_) hasEnded_ = true;
 }
 
 bool PosixWorkQueue::waitForEnd(Clock::time_point deadline) {
   {
-    std::unique_lock lock(mutex_);
-    const auto hasEnded = [this] { return state_.load() == State::ended; };
-    if (!hasEnded_.wait_until(lock, deadline, hasEnded)) return false;
+    Lock lock(mutex_);
+    while (!hasEnded_) {
+      if (endOfThread_.wait_until(lock.standard(), deadline) == std::cv_status::timeout &&
+          !hasEnded_)
+        return false;
+    }
   }
   destroyPending();
   return true;
 }
 
-void PosixWorkQueue::wake() {
+void PosixWorkQueue::startOrDestroy() {
   {
-    const std::lock_guard lock(mutex_);
-    const State state = state_.load();
-    if (state == State::unstarted) start();
-    if (state == State::asleep) {
-      state_.store(State::awake);
-      wakeUp_.notify_one();
-    }
-    if (state != State::ended) return;
+    const Lock lock(mutex_);
+    if (!isStarted_ && !isStopped_) start();
+    if (!hasEnded_) return;
   }
   destroyPending();
 }
 
-// Called with mutex_ held. If no thread can be started, the next submission retries.
+// If no thread can be started, the next submission retries.
 void PosixWorkQueue::start() {
-  dropExceptions([this] {
-    if (startBackgroundThread(label_, [this] { work(); })) state_.store(State::awake);
-  });
+  dropExceptions([this] { isStarted_ = startBackgroundThread(label_, [this] { work(); }); });
 }
 
 // Replaces a thread that the host's code ended with pthread_exit.
 void PosixWorkQueue::endThread() {
   if (isForkedChild()) return;
   if (isStopped_) destroyPending();
-  const std::lock_guard lock(mutex_);
-  state_.store(isStopped_ ? State::ended : State::unstarted);
+  const Lock lock(mutex_);
+  submitted_.setReader(Queue::Reader::none);
+  isStarted_ = false;
+  hasEnded_ = isStopped_;
   if (!isStopped_) start();
-  hasEnded_.notify_all();
+  endOfThread_.notify_all();
 }
 
 // Called when no block runs any more. Drops each one after releasing the lock.
@@ -112,7 +114,7 @@ void PosixWorkQueue::destroyPending() {
     std::unique_ptr<Block> block;
     DelayedItems::Item item;
     {
-      const std::lock_guard lock(mutex_);
+      const Lock lock(mutex_);
       block.reset(submitted_.takeOldest());
       item = delayed_.takeDue(Clock::time_point::max());
     }
@@ -132,15 +134,17 @@ void PosixWorkQueue::work() {
     PosixWorkQueue& queue;
   };
   const End end{*this};
-  auto idleSince = Clock::now();
+  submitted_.setReader(Queue::Reader::awake);
   while (shouldContinue()) {
-    if (runWhatIsReady()) {
-      idleSince = Clock::now();
-    } else if (Clock::now() - idleSince < kPollDuration) {
-      nap();
-    } else {
+    if (!runWhatIsReady()) {
       dropCancelled();
       sleep();
+      continue;
+    }
+    // Most wake-ups are followed by nothing.
+    for (int polls = 1; polls > 0; --polls) {
+      nap(kPollInterval);
+      if (runWhatIsReady()) polls = kPolls;
     }
   }
 }
@@ -148,20 +152,22 @@ void PosixWorkQueue::work() {
 // Returns whether anything had been submitted: more may follow soon, so polling is worthwhile.
 // Delayed items do not count.
 bool PosixWorkQueue::runWhatIsReady() {
-  const bool hadSubmissions = !submitted_.isEmpty();
-  {
-    const std::lock_guard lock(mutex_);
+  bool hadSubmissions = false;
+  while (shouldContinue()) {
+    const bool hasSubmissions = !submitted_.isEmpty();
+    hadSubmissions |= hasSubmissions;
     submitDue();
+    runSubmitted();
+    if (!hasSubmissions) break;
   }
-  runSubmitted();
   return hadSubmissions;
 }
 
-// Gives the delayed items that are due their places, after everything submitted so far. Called with
-// mutex_ held.
+// Gives the delayed items that are due their places, after everything submitted so far.
 void PosixWorkQueue::submitDue() {
+  const Lock lock(mutex_);
   const auto now = Clock::now();
-  while (auto item = delayed_.takeDue(now)) submitted_.push(item.release());
+  while (auto item = delayed_.takeDue(now)) static_cast<void>(submitted_.submit(item.release()));
 }
 
 // Runs everything submitted before the call.
@@ -173,45 +179,33 @@ void PosixWorkQueue::runSubmitted() {
       isDone = block.get() == last || submitted_.hasReached(last);
       dropExceptions([&] { block->run(); });
     } else {
-      std::this_thread::sleep_for(kPollInterval);  // a submitter has not linked its block yet
+      nap(kPollInterval);  // a submitter has not linked its block yet
     }
   }
 }
 
-void PosixWorkQueue::nap() {
-  auto end = Clock::now() + kPollInterval;
-  {
-    const std::lock_guard lock(mutex_);
-    end = std::min(end, delayed_.nextDue().value_or(end));
-  }
-  std::this_thread::sleep_until(end);
+void PosixWorkQueue::nap(Duration duration) {
+  const auto end = Clock::now() + duration;
+  std::this_thread::sleep_until(std::min(end, nextDue().value_or(end)));
 }
 
 void PosixWorkQueue::dropCancelled() {
   for (;;) {
     DelayedItems::Item cancelled;  // destroyed after the lock is released
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     cancelled = delayed_.takeCancelled();
     if (cancelled == nullptr) return;
   }
 }
 
 void PosixWorkQueue::sleep() {
-  std::unique_lock lock(mutex_);
-  state_.store(State::asleep, std::memory_order_seq_cst);
-  while (state_.load() == State::asleep && submitted_.isEmpty() && !isStopped_) {
-    if (delayed_.nextDue().value_or(Clock::time_point::max()) <= Clock::now()) break;
-    sleepUntilNextDue(lock);
-  }
-  state_.store(State::awake);
+  submitted_.sleep(
+      deferrable_(), [this] { return nextDue(); }, [this] { return !shouldContinue(); });
 }
 
-void PosixWorkQueue::sleepUntilNextDue(std::unique_lock<std::mutex>& lock) {
-  if (const auto due = delayed_.nextDue()) {
-    wakeUp_.wait_until(lock, *due);
-  } else {
-    wakeUp_.wait(lock);
-  }
+std::optional<PosixWorkQueue::Clock::time_point> PosixWorkQueue::nextDue() {
+  const Lock lock(mutex_);
+  return delayed_.nextDue();
 }
 
 }  // namespace veltrano::internal

@@ -2,10 +2,13 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <mutex>
+#include <cstddef>
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
+#include "platform/mutex.h"
 #include "platform/posix/threads/delayed_items.h"
 #include "platform/posix/threads/submissions.h"
 #include "platform/work_queue.h"
@@ -15,14 +18,17 @@ namespace veltrano::internal {
 /// A serial queue on its own thread, which the first submission starts. Blocks run and are
 /// destroyed there; exceptions are dropped. Never destroy a queue that has been used.
 ///
-/// Polls every 400 µs for 20 ms after the last submission, because waking the thread would cost the
-/// submitter microseconds.
+/// Waking the thread costs the submitter microseconds. So deferred blocks let it sleep, and after
+/// others it polls as long as more arrive within about two milliseconds.
 class PosixWorkQueue final : public WorkQueue {
  public:
   explicit PosixWorkQueue(std::string_view label);
 
   using WorkQueue::async;
   void async(std::unique_ptr<Block> block) override;
+  void asyncDeferred(std::unique_ptr<Block> block) override;
+  void wakeUp() override { static_cast<void>(submitted_.wake()); }
+  void setDeferrable(std::function<std::size_t()> deferrable) override;
   void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override;
   bool isNewest(const Block& block) const override { return submitted_.newest() == &block; }
   void wait(DispatchGroup& group, std::function<void()> then) override;
@@ -36,10 +42,10 @@ class PosixWorkQueue final : public WorkQueue {
 
  private:
   using Clock = DelayedItems::Clock;
-  enum class State { unstarted, awake, asleep, ended };
+  using Queue = Submissions<Block, StandardThreads>;
 
-  void wake();
-  void start();
+  void startOrDestroy();
+  void start() REQUIRES(mutex_);
   void endThread();
   void destroyPending();
   bool shouldContinue() const;
@@ -47,21 +53,20 @@ class PosixWorkQueue final : public WorkQueue {
   bool runWhatIsReady();
   void submitDue();
   void runSubmitted();
-  void nap();
+  void nap(Duration duration);
   void dropCancelled();
   void sleep();
-  void sleepUntilNextDue(std::unique_lock<std::mutex>& lock);
+  std::optional<Clock::time_point> nextDue();
 
   const std::string label_;
-  Submissions submitted_;
-  // Changed under mutex_. Sequentially consistent with submitted_: a submitter pushes, then reads
-  // the state; the thread sets the state, then checks for submissions. One of them sees the other.
-  std::atomic<State> state_{State::unstarted};
-  std::mutex mutex_;
-  std::condition_variable wakeUp_;
-  std::condition_variable hasEnded_;
+  std::function<std::size_t()> deferrable_ = [] { return 0; };  // set before the thread starts
+  Queue submitted_;
+  Mutex mutex_;
+  std::condition_variable endOfThread_;
   std::atomic<bool> isStopped_{false};  // changed under mutex_
-  DelayedItems delayed_;                // guarded by mutex_
+  bool isStarted_ GUARDED_BY(mutex_) = false;
+  bool hasEnded_ GUARDED_BY(mutex_) = false;
+  DelayedItems delayed_ GUARDED_BY(mutex_);
 };
 
 }  // namespace veltrano::internal
