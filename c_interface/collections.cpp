@@ -10,7 +10,7 @@ namespace {
 // memory runs out.
 template <class T, class Function>
 bool changed(veltrano_object* handle, Function change) {
-  return guarded(false, [&] {
+  return guardedInMemory(false, [&] {
     if (handle == nullptr) return false;
     expectHandle(handle);
     auto* collection = std::get_if<T>(&handle->content);
@@ -26,30 +26,30 @@ std::optional<URL> optionalURL(const char* text) {
 }  // namespace
 
 veltrano_object* veltrano_array(void) {
-  return guarded<veltrano_object*>(nullptr, [] { return new veltrano_object(MutableArray()); });
+  return guardedInMemory<veltrano_object*>(nullptr,
+                                           [] { return new veltrano_object(MutableArray()); });
 }
 
 veltrano_object* veltrano_dictionary(void) {
-  return guarded<veltrano_object*>(nullptr,
-                                   [] { return new veltrano_object(MutableDictionary()); });
+  return guardedInMemory<veltrano_object*>(nullptr,
+                                           [] { return new veltrano_object(MutableDictionary()); });
 }
 
 bool veltrano_array_append(veltrano_object* array, const veltrano_object* element) {
-  return changed<MutableArray>(array, [&](auto& it) { it.append(objectOf(element)); });
+  return changed<MutableArray>(array, [&](auto& it) { it.append(argumentOf(element)); });
 }
 
 bool veltrano_dictionary_set(veltrano_object* dictionary, const veltrano_object* key,
                              const veltrano_object* value) {
   if (key == nullptr) return false;
   return changed<MutableDictionary>(dictionary,
-                                    [&](auto& it) { it.set(objectOf(key), objectOf(value)); });
+                                    [&](auto& it) { it.set(objectOf(key), argumentOf(value)); });
 }
 
 bool veltrano_dictionary_set_object(veltrano_object* dictionary, const char* key,
                                     const veltrano_object* value) {
   if (key == nullptr) return false;
-  return changed<MutableDictionary>(dictionary,
-                                    [&](auto& it) { it.set(key, objectOf(value).value()); });
+  return changed<MutableDictionary>(dictionary, [&](auto& it) { it.set(key, argumentOf(value)); });
 }
 
 // Defines the two functions that add one kind of value; `VALUE` makes it from the parameters.

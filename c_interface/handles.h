@@ -52,16 +52,23 @@ class CancellationOff {
 };
 
 /// Returns the result of `function`, or `otherwise` if it throws. Forced unwinding continues: an
-/// exited interpreter terminates threads that call into it.
+/// exited interpreter terminates threads that call into it. For functions that only use memory: no
+/// thread is cancelled in them.
 template <class Result, class Function>
-Result guarded(Result otherwise, Function function) {
-  const CancellationOff cancellationOff;
+Result guardedInMemory(Result otherwise, Function function) {
   try {
     return function();
   } catch (...) {
     if (isForcedUnwinding()) throw;
     return otherwise;
   }
+}
+
+/// The same for any function.
+template <class Result, class Function>
+Result guarded(Result otherwise, Function function) {
+  const CancellationOff cancellationOff;
+  return guardedInMemory(std::move(otherwise), std::move(function));
 }
 
 /// In debug builds, aborts a host that passes another pointer than a handle. AddressSanitizer finds
@@ -85,12 +92,22 @@ inline Object objectOf(const veltrano_object* handle) {
   return std::get<Object>(handle->content);
 }
 
-/// The contents of a dictionary with only string keys; none for any other handle.
-inline std::optional<HostMap> mapOf(const veltrano_object* handle) {
+/// The object behind a handle as a property value. Refers to the object.
+inline detail::Argument argumentOf(const veltrano_object* handle) {
+  if (handle == nullptr) return {};
+  expectHandle(handle);
+  return std::visit([](const auto& object) { return object.argument(); }, handle->content);
+}
+
+/// The contents of a dictionary with only string keys; none for any other handle. Refers to the
+/// object.
+inline std::optional<HostMapView> propertiesOf(const veltrano_object* handle) {
   if (handle == nullptr) return std::nullopt;
   expectHandle(handle);
-  const auto* dictionary = std::get_if<MutableDictionary>(&handle->content);
-  return dictionary != nullptr ? dictionary->map() : objectOf(handle).map();
+  if (const auto* dictionary = std::get_if<MutableDictionary>(&handle->content))
+    return dictionary->properties();
+  const auto* object = std::get_if<Object>(&handle->content);
+  return object != nullptr ? object->properties() : std::nullopt;
 }
 
 inline std::string_view view(veltrano_text text) {

@@ -9,15 +9,6 @@ namespace veltrano::internal {
 
 using detail::FlatAccess;
 
-namespace {
-
-std::optional<HostMap> mapIn(const HostValue& value) {
-  if (!asProperties(viewOf(value))) return std::nullopt;
-  return FlatAccess::make<HostMap>(FlatAccess::flat(value));
-}
-
-}  // namespace
-
 Object::Object(HostValue value) {
   if (!value.isAbsent()) content_ = std::make_shared<const Content>(std::move(value));
 }
@@ -46,9 +37,16 @@ std::optional<std::string_view> Object::text() const noexcept {
   return viewOf(*member()).text();
 }
 
-std::optional<HostMap> Object::map() const {
+std::optional<HostMapView> Object::properties() const {
   const auto* value = getIf<HostValue>();
-  return value != nullptr ? mapIn(*value) : std::nullopt;
+  if (value == nullptr || !asProperties(viewOf(*value))) return std::nullopt;
+  return HostMapView(detail::FromFlat(), *value);
+}
+
+detail::Argument Object::argument() const {
+  if (isNil()) return {};
+  if (const auto* value = getIf<HostValue>()) return *value;
+  return OtherObject{};
 }
 
 void MutableArray::append(const detail::Argument& element) {
@@ -57,17 +55,25 @@ void MutableArray::append(const detail::Argument& element) {
   appendToContainer(FlatAccess::flat(array_).bytes(), appended);
 }
 
-void MutableDictionary::set(const detail::Argument& key, const detail::Argument& value) {
+void MutableDictionary::set(const Object& key, const detail::Argument& value) {
+  add(key.argument(), value);
+  hasOnlyStringKeys_ &= key.text().has_value();
+}
+
+void MutableDictionary::add(const detail::Argument& key, const detail::Argument& value) {
   FlatBuffer entry(1);
   entry.value(key);
   entry.value(value);
   std::string& bytes = FlatAccess::flat(dictionary_).bytes();
+  constexpr std::size_t kOfAFewEntries = 200;
+  if (bytes.capacity() < kOfAFewEntries) bytes.reserve(kOfAFewEntries);
   appendToContainer(bytes, entry);
   removeReplacedEntries(bytes, sizeWhenTidy_, 0);
 }
 
-std::optional<HostMap> MutableDictionary::map() const {
-  return mapIn(dictionary_);
+std::optional<HostMapView> MutableDictionary::properties() const {
+  if (!hasOnlyStringKeys_) return std::nullopt;
+  return HostMapView(detail::FromFlat(), dictionary_);
 }
 
 Object MutableDictionary::copy() const {

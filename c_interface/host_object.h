@@ -35,8 +35,12 @@ class Object {
   /// The text of a string, valid as long as the object; none for any other object.
   std::optional<std::string_view> text() const noexcept;
 
-  /// The contents of a dictionary with only string keys; none for any other object.
-  std::optional<HostMap> map() const;
+  /// The contents of a dictionary with only string keys; none for any other object. Refers to the
+  /// object.
+  std::optional<HostMapView> properties() const;
+
+  /// The object as a property value. Refers to the object.
+  detail::Argument argument() const;
 
   /// The object as a member of the closed set, or null.
   const SupportedParameterType* member() const noexcept;
@@ -58,10 +62,12 @@ class Object {
 class MutableArray {
  public:
   void append(const detail::Argument& element);
-  void append(const Object& element) { append(element.value()); }
 
   /// An immutable copy.
   Object copy() const { return Object(HostValue(array_)); }
+
+  /// Refers to the array.
+  detail::Argument argument() const { return array_; }
 
  private:
   Array array_;
@@ -71,18 +77,24 @@ class MutableArray {
 class MutableDictionary {
  public:
   /// Sets the value of `key`, replacing an earlier one. `value` may be absent.
-  void set(const detail::Argument& key, const detail::Argument& value);
-  void set(const Object& key, const Object& value) { set(key.value(), value.value()); }
+  void set(std::string_view key, const detail::Argument& value) { add(key, value); }
+  void set(const Object& key, const detail::Argument& value);
 
-  /// The contents, if all keys are strings.
-  std::optional<HostMap> map() const;
+  /// The contents, if all keys are strings. Refers to the dictionary.
+  std::optional<HostMapView> properties() const;
+
+  /// Refers to the dictionary.
+  detail::Argument argument() const { return dictionary_; }
 
   /// An immutable copy.
   Object copy() const;
 
  private:
+  void add(const detail::Argument& key, const detail::Argument& value);
+
   HostValue dictionary_ = Dictionary();  // may still hold replaced values
   std::size_t sizeWhenTidy_ = 0;
+  bool hasOnlyStringKeys_ = true;
 };
 
 }  // namespace veltrano::internal

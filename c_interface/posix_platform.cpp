@@ -38,7 +38,7 @@ PosixOptions cppOptions(const veltrano_options& given) {
   PosixOptions options;
   options.collectionHost = view(given.collection_host);
   options.userDefaultsFile = view(given.user_defaults_file);
-  options.infoDictionary = mapOf(given.info_dictionary);
+  if (const auto info = propertiesOf(given.info_dictionary)) options.infoDictionary.emplace(*info);
   options.infoPropertyListFile = view(given.info_property_list_file);
   options.certificateAuthorities = view(given.certificate_authorities);
   options.pinnedPublicKey = view(given.pinned_public_key);

@@ -27,9 +27,9 @@ bool take(const Object& object, std::string_view& text) {
 }
 
 bool take(const Object& object, HostMap& map) {
-  auto given = object.map();
+  const auto given = object.properties();
   if (!given) return false;
-  map = *std::move(given);
+  map = HostMap(*given);
   return true;
 }
 

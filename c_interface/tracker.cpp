@@ -3,9 +3,11 @@
 #include <cstddef>
 #include <cstring>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 #include "c_interface/handles.h"
+#include "properties/flat.h"
 #include "veltrano/veltrano.h"
 
 using namespace veltrano;
@@ -31,6 +33,85 @@ const char* lastingText(std::string (Veltrano::*orientation)() const) {
   });
 }
 
+// An array of entries as a container, which `track` reads in place. A host that was built with a
+// newer header has longer ones.
+struct Entries {
+  using key_type = std::string_view;
+  using mapped_type = HostValue;
+
+  class Iterator {
+   public:
+    explicit Iterator(const char* at, std::size_t size) : at_(at), size_(size) {}
+    const veltrano_entry& entry() const { return *reinterpret_cast<const veltrano_entry*>(at_); }
+    std::pair<std::string_view, detail::Argument> operator*() const {
+      return {entry().name, value(entry())};
+    }
+    Iterator& operator++() { return at_ += size_, *this; }
+    bool operator!=(const Iterator& other) const { return at_ != other.at_; }
+
+   private:
+    const char* at_;
+    std::size_t size_;
+  };
+
+  Iterator begin() const { return Iterator(first, size); }
+  Iterator end() const { return Iterator(first + count * size, size); }
+
+  bool areValid() const {
+    if (count == 0) return true;
+    if (first == nullptr || size < sizeof(veltrano_entry)) return false;
+    for (auto it = begin(); it != end(); ++it)
+      if (it.entry().name == nullptr || it.entry().kind > VELTRANO_OBJECT ||
+          it.entry().reserved != 0)
+        return false;
+    return true;
+  }
+
+  static detail::Argument value(const veltrano_entry& entry) {
+    const auto& value = entry.value;
+    switch (static_cast<veltrano_kind>(entry.kind)) {
+      case VELTRANO_TEXT:
+        return value.text;
+      case VELTRANO_TEXT_WITH_LENGTH:
+        if (value.text_with_length.bytes == nullptr) return {};
+        return view(value.text_with_length);
+      case VELTRANO_INT:
+        return value.integer;
+      case VELTRANO_UINT:
+        return value.natural;
+      case VELTRANO_INT64:
+        return Int64{value.integer};
+      case VELTRANO_DOUBLE:
+        return value.real;
+      case VELTRANO_FLOAT:
+        return static_cast<float>(value.real);
+      case VELTRANO_BOOL:
+        return value.boolean;
+      case VELTRANO_DATE:
+        return Date::fromSecondsSince1970(value.real);
+      case VELTRANO_URL:
+        return value.text != nullptr ? detail::FlatAccess::url(value.text) : detail::Argument();
+      case VELTRANO_NULL:
+        return NSNull();
+      case VELTRANO_OBJECT:
+        break;
+    }
+    return argumentOf(value.object);
+  }
+
+  const char* first;
+  std::size_t count;
+  std::size_t size;
+};
+
+void track(const char* name, const HostMapView& properties, void (*completion)(void*, bool),
+           void* context) {
+  Veltrano::FlushCompletion flush;
+  if (completion != nullptr)
+    flush = [completion, context](bool accepted) { completion(context, accepted); };
+  Veltrano::shared().track(name, properties, std::move(flush));
+}
+
 }  // namespace
 
 const char* veltrano_version(void) {
@@ -40,12 +121,19 @@ const char* veltrano_version(void) {
 bool veltrano_track(const char* name, const veltrano_object* properties,
                     void (*completion)(void*, bool), void* context) {
   return guarded(false, [&] {
-    const auto map = mapOf(properties);
+    const auto map = propertiesOf(properties);
     if (name == nullptr || (properties != nullptr && !map)) return false;
-    Veltrano::FlushCompletion flush;
-    if (completion != nullptr)
-      flush = [completion, context](bool accepted) { completion(context, accepted); };
-    Veltrano::shared().track(name, map, std::move(flush));
+    track(name, map.value_or(HostMapView()), completion, context);
+    return true;
+  });
+}
+
+bool veltrano_track_entries(const char* name, const veltrano_entry* entries, size_t count,
+                            size_t entry_size, void (*completion)(void*, bool), void* context) {
+  return guarded(false, [&] {
+    const Entries properties{reinterpret_cast<const char*>(entries), count, entry_size};
+    if (name == nullptr || !properties.areValid()) return false;
+    track(name, properties, completion, context);
     return true;
   });
 }
@@ -76,7 +164,7 @@ bool veltrano_set_publisher_uid(const char* uid) {
 
 bool veltrano_set_super_properties(const veltrano_object* properties) {
   return guarded(false, [&] {
-    const auto map = mapOf(properties);
+    const auto map = propertiesOf(properties);
     if (map) Veltrano::shared().setSuperProperties(*map);
     return map.has_value();
   });

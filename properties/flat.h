@@ -166,6 +166,11 @@ struct FlatAccess {
   static Value make(Flat flat) {
     return Value(FromFlat(), std::move(flat));
   }
+  static Argument url(std::string_view text) {
+    Argument argument;
+    argument.refer(Kind::URL, text);
+    return argument;
+  }
   static Date date(internal::FlatView value) {
     return Date(std::chrono::microseconds(value.integer()));
   }

@@ -138,23 +138,83 @@ TEST_F(Selectors, NotificationsAndSelectorsReachTheSameHandlers) {
 
 TEST_F(Selectors, ChangesOfAMutableCollectionShowNowhere) {
   MutableArray list;
-  list.append(object(1));
-  list.append(list.copy());
+  list.append(object(1).value());
+  list.append(list.copy().value());
   MutableDictionary map;
-  map.set(object("list"), list.copy());
-  map.set(object("self"), map.copy());
-  map.set(object("twice"), object(1));
-  map.set(object("twice"), object(2));
+  map.set(object("list"), list.copy().value());
+  map.set(object("self"), map.copy().value());
+  map.set(object("twice"), object(1).value());
+  map.set(object("twice"), object(2).value());
   const Object before = map.copy();
-  list.append(object(3));
-  map.set(object("late"), object(4));
+  list.append(object(3).value());
+  map.set(object("late"), object(4).value());
   const auto& event = sent(before);
   EXPECT_EQ(text(event, "list"), "[1,[1]]");
   EXPECT_EQ(text(event, "self"), R"({"list":[1,[1]]})");
   EXPECT_EQ(text(event, "twice"), "2");
   EXPECT_EQ(text(event, "late"), "absent");
-  map.set(object("late"), Object());  // a key without a value
+  map.set(object("late"), {});  // a key without a value
   EXPECT_EQ(text(sent(map.copy()), "late"), "absent");
+}
+
+// The other kinds of C take the same way as these.
+TEST_F(Selectors, EntriesOnTheCallersStackArrive) {
+  veltrano_object* const inner = makeHandle(object(HostMap{{"zip", 150}}));
+  std::vector<veltrano_entry> entries;
+  const auto add = [&](const char* name, veltrano_kind kind) -> auto& {
+    entries.push_back({name, static_cast<std::uint32_t>(kind), 0, {}});
+    return entries.back().value;
+  };
+  add("text", VELTRANO_TEXT).text = "pro";
+  add("bytes", VELTRANO_TEXT_WITH_LENGTH).text_with_length = {"prose", 2};
+  add("int", VELTRANO_INT).integer = -3;
+  add("uint", VELTRANO_UINT).natural = UINT64_MAX;
+  add("int64", VELTRANO_INT64).integer = INT64_MIN;
+  add("double", VELTRANO_DOUBLE).real = 9.5;
+  add("float", VELTRANO_FLOAT).real = 0.5;
+  add("bool", VELTRANO_BOOL).boolean = true;
+  add("date", VELTRANO_DATE).real = 1;
+  add("url", VELTRANO_URL).text = "https://veltrano.example/";
+  add("null", VELTRANO_NULL);
+  add("object", VELTRANO_OBJECT).object = inner;
+  add("twice", VELTRANO_INT).integer = 1;
+  add("twice", VELTRANO_INT).integer = 2;
+  add("absent", VELTRANO_TEXT);
+  add("nil", VELTRANO_OBJECT);
+  const auto track = [&](std::size_t size = sizeof(veltrano_entry)) {
+    return veltrano_track_entries("E", entries.data(), entries.size(), size, nullptr, nullptr);
+  };
+  EXPECT_TRUE(track());
+  std::vector<std::string> values;
+  const auto& properties = sent(object(HostMap()));  // with the batch of that event
+  for (const veltrano_entry& entry : entries) values.push_back(text(properties, entry.name));
+  const Object viaObjects = object(HostMap{{"text", "pro"},
+                                           {"bytes", "pr"},
+                                           {"int", -3},
+                                           {"uint", UINT64_MAX},
+                                           {"int64", Int64{INT64_MIN}},
+                                           {"double", 9.5},
+                                           {"float", 0.5F},
+                                           {"bool", true},
+                                           {"date", Date::fromSecondsSince1970(1)},
+                                           {"url", URL("https://veltrano.example/")},
+                                           {"null", NSNull()},
+                                           {"object", HostMap{{"zip", 150}}},
+                                           {"twice", 2}});
+  const auto& expected = sent(viaObjects);
+  for (std::size_t i = 0; i < entries.size(); ++i)
+    EXPECT_EQ(values[i], text(expected, entries[i].name)) << entries[i].name;
+
+  EXPECT_FALSE(track(sizeof(veltrano_entry) - 1));
+  EXPECT_FALSE(veltrano_track_entries(nullptr, nullptr, 0, 0, nullptr, nullptr));
+  EXPECT_FALSE(veltrano_track_entries("E", nullptr, 1, sizeof(veltrano_entry), nullptr, nullptr));
+  entries[0].reserved = 1;
+  EXPECT_FALSE(track());
+  entries[0] = {"unknown", VELTRANO_OBJECT + 1, 0, {}};
+  EXPECT_FALSE(track());
+  entries[0] = {nullptr, VELTRANO_NULL, 0, {}};
+  EXPECT_FALSE(track());
+  veltrano_release(inner);
 }
 
 }  // namespace

@@ -256,6 +256,8 @@ class HostMapView {
   HostMapView(const std::optional<T>& map) : map_(map) {}
   explicit HostMapView(const detail::Argument& map) : map_(map) {}
 
+  /// The library's own: `map` must refer to a dictionary with only string keys.
+  HostMapView(detail::FromFlat, const detail::Argument& map) : map_(map) {}
   const detail::Argument& argument() const { return map_; }
 
  private:

@@ -1,11 +1,11 @@
 /* Veltrano, an event-analytics client: the interface for C99 and languages that call C.
  *
- *     veltrano_object* properties = veltrano_dictionary();
- *     veltrano_dictionary_set_text(properties, "plan", "pro");
- *     veltrano_dictionary_set_int(properties, "items", 3);
  *     veltrano_set_user_id("user-17");
- *     veltrano_track("Bought", properties, NULL, NULL);
- *     veltrano_release(properties);
+ *     const veltrano_entry properties[] = {
+ *         {"plan", VELTRANO_TEXT, 0, {.text = "pro"}},
+ *         {"items", VELTRANO_INT, 0, {.integer = 3}},
+ *     };
+ *     veltrano_track_entries("Bought", properties, 2, sizeof(veltrano_entry), NULL, NULL);
  *
  * Install a platform before the first call (veltrano_install_posix_platform); later it is refused.
  * Without one the library is inert: calls are no-ops, except that refresh triggers still call their
@@ -84,6 +84,47 @@ typedef struct veltrano_text {
 VELTRANO_EXPORT veltrano_text veltrano_c_string(const char* string);
 
 /* ---- Tracking ---- */
+
+/* What an entry's value is, and the member of its union that holds it. */
+typedef enum veltrano_kind {
+  VELTRANO_TEXT,             /* text */
+  VELTRANO_TEXT_WITH_LENGTH, /* text_with_length */
+  VELTRANO_INT,              /* integer */
+  VELTRANO_UINT,             /* natural */
+  VELTRANO_INT64,            /* integer */
+  VELTRANO_DOUBLE,           /* real */
+  VELTRANO_FLOAT,            /* real */
+  VELTRANO_BOOL,             /* boolean */
+  VELTRANO_DATE,             /* real: seconds since 1970 */
+  VELTRANO_URL,              /* text */
+  VELTRANO_NULL,             /* none */
+  VELTRANO_OBJECT            /* object: any handle, such as a nested dictionary */
+} veltrano_kind;
+
+/* A property. NULL text and a NULL object are left out. */
+typedef struct veltrano_entry {
+  const char* name;
+  uint32_t kind;     /* a veltrano_kind */
+  uint32_t reserved; /* 0 */
+  union {
+    const char* text;
+    veltrano_text text_with_length;
+    int64_t integer;
+    uint64_t natural;
+    double real;
+    bool boolean;
+    const veltrano_object* object;
+  } value;
+} veltrano_entry;
+
+/* Records an event whose properties are the `count` entries, which may live on the caller's stack:
+ * nothing is allocated and nothing has to be released. `entry_size` is sizeof(veltrano_entry),
+ * which may grow. Of entries with the same name the last one counts. False, without effect, when a
+ * name is NULL, a kind is unknown or `reserved` is not 0. The completion: see veltrano_track. */
+VELTRANO_EXPORT bool veltrano_track_entries(const char* name, const veltrano_entry* entries,
+                                            size_t count, size_t entry_size,
+                                            void (*completion)(void* context, bool accepted),
+                                            void* context);
 
 /* Records an event. `properties` is a dictionary whose keys are all strings, or NULL for none.
  *
@@ -347,7 +388,8 @@ typedef struct veltrano_statistics {
   uint64_t heartbeats_put_off; /* of those sent: not attempted, to let the host rest */
 } veltrano_statistics;
 
-/* Fills in the counts that fit into `size`. False when `statistics` is NULL or its size is 0. Call
+/* Fills in the counts that fit into `size`. The latest calls may be missing: the library reads them
+ * later, see `statistics` in veltrano.h. False when `statistics` is NULL or its size is 0. Call
  * it after the platform is installed: like any call, it makes a later installation fail. */
 VELTRANO_EXPORT bool veltrano_get_statistics(veltrano_statistics* statistics);
 
