@@ -1,15 +1,18 @@
-// Measures what `track` costs the calling thread, against two references: handing a formatted line
-// to an asynchronous spdlog logger (a queue of 8192 lines that blocks when full, one thread, a sink
-// that drops everything), and the floor, the least work that such a call can do.
+// Measures what `track` costs the calling thread, one call after the other, in a host that links
+// the shared library: `scripts/with-collector veltrano-collector -- bench_track [ROUNDS]`. The
+// references are handing a formatted line to an asynchronous spdlog logger (a queue of 8192 lines
+// that blocks when full, one thread, a sink that drops everything), and a hand-off: a clock, a copy
+// and an exchange.
 #include <spdlog/async.h>
 #include <spdlog/sinks/base_sink.h>
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
+#include <functional>
+#include <iterator>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -19,11 +22,12 @@
 #include <vector>
 
 #include "bench/bought.h"
-#include "benchmarks/bench_platform.h"
 #include "benchmarks/call_times.h"
+#include "benchmarks/collecting_host.h"
 #include "benchmarks/figures.h"
-#include "benchmarks/scripted_url_session.h"
+#include "benchmarks/handoff_reference.h"
 #include "veltrano/veltrano.h"
+#include "veltrano/veltrano_c.h"
 
 namespace {
 
@@ -57,35 +61,9 @@ class Logger {
       "events", sink_, pool_, spdlog::async_overflow_policy::block);
 };
 
-// Reads the clock, copies as many bytes as a call with five properties to memory that no recent
-// call has written, and does one atomic exchange. Not thread-safe.
-class Floor {
- public:
-  void call() {
-    record_.time = std::chrono::system_clock::now();
-    place_ = place_ + 1 < ring_.size() ? place_ + 1 : 0;
-    ring_[place_] = record_;
-    newest_.exchange(&ring_[place_], std::memory_order_acq_rel);
-  }
-
-  void drain() {}
-
- private:
-  struct Record {
-    std::chrono::system_clock::time_point time;
-    std::array<char, 192> bytes = {};
-  };
-  static_assert(sizeof(Record) == 200);
-
-  Record record_;
-  std::vector<Record> ring_{4000};
-  std::size_t place_ = 0;
-  std::atomic<Record*> newest_ = nullptr;
-};
-
 struct Goal {
   double bench::CallTimes::*statistic;
-  enum Reference { logger, floor } reference;
+  enum Reference { logger, handoff, other } reference;
   std::optional<double> atMost;
   bench::Turns turns = {};
 };
@@ -94,23 +72,30 @@ class Comparison {
  public:
   explicit Comparison(int rounds) : rounds_(rounds) {}
 
+  /// Prints a row for each goal. `other` is another way to make the same call.
   template <class Call>
-  void run(const std::string& what, const bench::Load& load, Call call, std::vector<Goal> goals) {
+  void run(const std::string& what, const bench::Load& load, Call call, std::vector<Goal> goals,
+           const std::string& otherName = "", const std::function<void()>& other = nullptr) {
     for (int round = -1; round < rounds_; ++round) {
-      const bench::CallTimes own = bench::timeCalls(load, call, bench::drainTracker);
+      const bench::CallTimes own = bench::timeCalls(load, call, bench::drain);
       // Long enough for the work queue's thread to fall asleep.
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      bench::CallTimes references[2];
-      if (isNeeded(Goal::logger, goals)) references[Goal::logger] = measureReference(load, logger_);
-      if (isNeeded(Goal::floor, goals)) references[Goal::floor] = measureReference(load, floor_);
+      bench::CallTimes references[3];
+      if (isNeeded(Goal::logger, goals))
+        references[Goal::logger] = bench::timeCalls(
+            load, [&] { logger_.call(); }, [&] { logger_.drain(); });
+      if (isNeeded(Goal::handoff, goals))
+        references[Goal::handoff] = bench::timeCalls(
+            load, [&] { handoff_.call(); }, [] {});
+      if (isNeeded(Goal::other, goals))
+        references[Goal::other] = bench::timeCalls({}, other, bench::drain);
       if (round < 0) continue;  // warm-up
       for (Goal& goal : goals)
         goal.turns.add(own.*goal.statistic, references[goal.reference].*goal.statistic);
     }
+    const std::string names[] = {"spdlog", "hand-off", otherName};
     for (const Goal& goal : goals)
-      goal.turns.print(
-          what + (goal.statistic == &bench::CallTimes::p99 ? ": 99th percentile" : ": median"),
-          goal.reference == Goal::logger ? "spdlog" : "floor", goal.atMost);
+      goal.turns.print(what + ": " + nameOf(goal.statistic), names[goal.reference], goal.atMost);
   }
 
  private:
@@ -118,37 +103,20 @@ class Comparison {
     return std::any_of(goals.begin(), goals.end(),
                        [&](const Goal& goal) { return goal.reference == reference; });
   }
-
-  template <class Side>
-  static bench::CallTimes measureReference(const bench::Load& load, Side& side) {
-    return bench::timeCalls(
-        load, [&] { side.call(); }, [&] { side.drain(); });
+  static const char* nameOf(double bench::CallTimes::*statistic) {
+    return statistic == &bench::CallTimes::median ? "median"
+           : statistic == &bench::CallTimes::p99  ? "99th percentile"
+                                                  : "99.9th percentile";
   }
 
   const int rounds_;
   Logger logger_;
-  Floor floor_;
+  bench::HandoffReference handoff_;
 };
-
-void trackWithProperties() {
-  Veltrano::shared().track(
-      "Bought",
-      {{"plan", "pro"}, {"items", 3}, {"price", 9.5}, {"first", true}, {"store", "north"}});
-}
 
 void trackTyped() {
   bench::track(
       bench::Bought{.plan = "pro", .items = 3, .price = 9.5, .first = true, .store = "north"});
-}
-
-void compareTypedCalls(int rounds) {
-  bench::Turns turns;
-  for (int round = -1; round < rounds; ++round) {
-    const double typed = bench::timeCalls({}, trackTyped, bench::drainTracker).median;
-    const double braced = bench::timeCalls({}, trackWithProperties, bench::drainTracker).median;
-    if (round >= 0) turns.add(typed, braced);
-  }
-  turns.print("typed `track`, 5 properties, 1 thread: median", "braced list", 1);
 }
 
 void trackWithoutProperties() {
@@ -159,38 +127,95 @@ void trackWithMap() {
   Veltrano::shared().track("Bought", {{"address", {{"city", "Oslo"}, {"zip", 150}}}});
 }
 
+void trackWithTwentyProperties() {
+  Veltrano::shared().track(
+      "Bought",
+      {{"plan", "pro"},  {"items", 3},  {"price", 9.5},  {"first", true},  {"store", "north"},
+       {"plan2", "pro"}, {"items2", 3}, {"price2", 9.5}, {"first2", true}, {"store2", "n"},
+       {"plan3", "pro"}, {"items3", 3}, {"price3", 9.5}, {"first3", true}, {"store3", "n"},
+       {"plan4", "pro"}, {"items4", 3}, {"price4", 9.5}, {"first4", true}, {"store4", "n"}});
+}
+
+void setProperties(veltrano_object* dictionary) {
+  veltrano_dictionary_set_text(dictionary, "plan", "pro");
+  veltrano_dictionary_set_int(dictionary, "items", 3);
+  veltrano_dictionary_set_double(dictionary, "price", 9.5);
+  veltrano_dictionary_set_bool(dictionary, "first", true);
+  veltrano_dictionary_set_text(dictionary, "store", "north");
+}
+
+void trackNewDictionary() {
+  veltrano_object* const properties = veltrano_dictionary();
+  setProperties(properties);
+  veltrano_track("Bought", properties, nullptr, nullptr);
+  veltrano_release(properties);
+}
+
+void trackEntries() {
+  veltrano_entry properties[] = {{"plan", VELTRANO_TEXT, 0, {"pro"}},
+                                 {"items", VELTRANO_INT, 0, {}},
+                                 {"price", VELTRANO_DOUBLE, 0, {}},
+                                 {"first", VELTRANO_BOOL, 0, {}},
+                                 {"store", VELTRANO_TEXT, 0, {"north"}}};
+  properties[1].value.integer = 3;
+  properties[2].value.real = 9.5;
+  properties[3].value.boolean = true;
+  veltrano_track_entries("Bought", properties, std::size(properties), sizeof *properties, nullptr,
+                         nullptr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  const int rounds = argc > 1 ? std::atoi(argv[1]) : 40;
-  auto& session = *new bench::ScriptedURLSession(bench::ScriptedURLSession::Answer::accept);
-  bench::installBenchPlatform(session);
+  const int rounds = argc > 3 ? std::atoi(argv[1]) : 40;
+  bench::installCollectingHost(argc, argv);
   Comparison comparison(rounds);
-  const veltrano::HostMap properties{
+  const veltrano::HostMap given{
       {"plan", "pro"}, {"items", 3}, {"price", 9.5}, {"first", true}, {"store", "north"}};
-  const auto trackWithGivenProperties = [&] { Veltrano::shared().track("Bought", properties); };
+  const auto trackGiven = [&] { Veltrano::shared().track("Bought", given); };
+  const std::map<std::string, int> map{{"first", 1}, {"items", 3}, {"plan", 7}, {"price", 9}};
+  const auto trackStandardMap = [&] { Veltrano::shared().track("Bought", map); };
+  veltrano_object* const dictionary = veltrano_dictionary();
+  setProperties(dictionary);
+  const auto trackDictionary = [&] { veltrano_track("Bought", dictionary, nullptr, nullptr); };
 
-  const bench::Load oneThread;
+  const bench::Load one;
   const bench::Load fourThreads{.threads = 4};
   const bench::Load paced{.isPaced = true};
   const auto median = &bench::CallTimes::median;
   const auto p99 = &bench::CallTimes::p99;
-  comparison.run(
-      "`track`, 5 properties, 1 thread", oneThread, trackWithProperties,
-      {{median, Goal::logger, 0.33}, {median, Goal::floor, 2}, {p99, Goal::logger, 0.1}});
-  comparison.run("`track`, 5 properties, 4 threads", fourThreads, trackWithProperties,
-                 {{median, Goal::logger, 0.3}, {p99, Goal::logger, 0.05}});
-  comparison.run("`track`, 5 properties, one call every 20 µs", paced, trackWithProperties,
-                 {{median, Goal::floor, 2.5}, {p99, Goal::logger, 0.1}});
-  comparison.run("`track`, no properties, 1 thread", oneThread, trackWithoutProperties,
-                 {{median, Goal::floor, 1.5}});
-  comparison.run("`track`, one property that is a map of two, 1 thread", oneThread, trackWithMap,
-                 {{median, Goal::floor, 3}});
-  comparison.run("`track`, 5 properties in a map built before, 1 thread", oneThread,
-                 trackWithGivenProperties, {{median, Goal::floor, 2}});
-  compareTypedCalls(rounds);
+  const auto p999 = &bench::CallTimes::p999;
+  const auto handoff = Goal::handoff;
+  const auto five = bench::trackWithProperties;
+  comparison.run("`track`, 5 properties", one, five,
+                 {{median, Goal::logger, {}},
+                  {median, handoff, 1.65},
+                  {p99, Goal::logger, 0.1},
+                  {p999, Goal::logger, {}}});
+  comparison.run("`track`, 20 properties", one, trackWithTwentyProperties,
+                 {{median, handoff, 2.5}});
+  comparison.run("`track`, 5 properties, 4 threads", fourThreads, five,
+                 {{median, Goal::other, 1.3}}, "1 thread", five);
+  comparison.run("`track`, 5 properties, 4 threads", fourThreads, five,
+                 {{p99, Goal::logger, 0.05}});
+  comparison.run("`track`, 5 properties, one call every 20 µs", paced, five,
+                 {{median, handoff, {}}, {p99, Goal::logger, 0.1}});
+  comparison.run("`track`, no properties", one, trackWithoutProperties, {{median, handoff, 1.5}});
+  comparison.run("`track`, one property that is a map of two", one, trackWithMap,
+                 {{median, handoff, 3}});
+  comparison.run("`track`, 5 properties in a map built before", one, trackGiven,
+                 {{median, handoff, 2}});
+  comparison.run("`track`, a `std::map` of 4", one, trackStandardMap, {{median, handoff, {}}});
+  comparison.run("`track` typed by a plan, 5 properties", one, trackTyped,
+                 {{median, Goal::other, 1}}, "braced list", five);
+  comparison.run("C: a dictionary of 5 built before", one, trackDictionary,
+                 {{median, Goal::other, 1.3}}, "C++", trackGiven);
+  comparison.run("C: a dictionary of 5 built, tracked and released", one, trackNewDictionary,
+                 {{median, Goal::other, {}}}, "C++", five);
+  comparison.run("C: 5 entries on the stack", one, trackEntries, {{median, Goal::other, 1.15}},
+                 "C++", five);
   Veltrano::isLoggerEnabled = true;
-  comparison.run("`track`, 5 properties, log on, 1 thread", oneThread, trackWithProperties,
+  comparison.run("`track`, 5 properties, log on", one, five,
                  {{median, Goal::logger, {}}, {p99, Goal::logger, {}}});
   std::_Exit(0);
 }

@@ -24,6 +24,7 @@ struct Load {
 struct CallTimes {
   double median = 0;
   double p99 = 0;
+  double p999 = 0;
 };
 
 /// The measured time of an empty call.
@@ -64,7 +65,8 @@ CallTimes timeCalls(const Load& load, Call call, Drain drain) {
 
   std::vector<double> all;
   for (const auto& own : times) all.insert(all.end(), own.begin(), own.end());
-  return {percentile(all, 0.5) - clockCost(), percentile(all, 0.99) - clockCost()};
+  return {percentile(all, 0.5) - clockCost(), percentile(all, 0.99) - clockCost(),
+          percentile(all, 0.999) - clockCost()};
 }
 
 }  // namespace bench

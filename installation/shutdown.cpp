@@ -1,11 +1,12 @@
 #include "installation/shutdown.h"
 
 #include <algorithm>
-#include <exception>
+#include <utility>
 
 #include "installation/inert_library.h"
 #include "platform/host_callback.h"
 #include "platform/posix/system/exit_gate.h"
+#include "upload/rules/final_flush.h"
 
 namespace veltrano::internal {
 namespace {
@@ -55,23 +56,35 @@ bool Shutdown::run(Clock::time_point deadline) {
 void Shutdown::flush() {
   services_.application.setState(ApplicationState::background);
   services_.urlSession.ignoreRetryAfter();
-  flushWithRetries([this] { return flushOnce(); }, [this](Duration time) { return pause(time); });
+  const auto statistics = [] { return Library::current().accounting().statistics(); };
+  flushWithRetries(
+      statistics, [this] { return flushOnce(); }, [this](Duration time) { return pause(time); });
 }
 
-// None if the deadline passes first.
-std::optional<FlushResult> Shutdown::flushOnce() {
+// False if the deadline passes first.
+bool Shutdown::flushOnce() {
+  struct Pending {
+    explicit Pending(Shutdown& its) : shutdown(its) {}
+    ~Pending() {
+      const Lock lock(shutdown.mutex_);
+      shutdown.isFlushed_ = true;
+      shutdown.changed_.notify_all();
+    }
+    Shutdown& shutdown;
+  };
   {
     const Lock lock(mutex_);
-    if (hasPassed() || ExitGate::isClosed()) return std::nullopt;
-    flushed_.reset();
+    if (hasPassed() || ExitGate::isClosed()) return false;
+    isFlushed_ = false;
   }
   services_.notificationCenter.post(kApplicationDidEnterBackground);
-  // Three rounds: the running block may still see the foreground and replace the final flush,
-  // queued after round one; that flush's completion may track more, queued after round two.
-  noteFlushAfterRounds(3);
+  // Destroyed after three rounds: the running block may still see the foreground and replace
+  // the final flush, queued after round one; that flush's completion may track more, queued
+  // after round two.
+  destroyAfterRounds(3, std::make_shared<Pending>(*this));
   Lock lock(mutex_);
-  while (!flushed_ && !hasPassed()) changed_.wait_until(lock.standard(), deadline_);
-  return flushed_;
+  while (!isFlushed_ && !hasPassed()) changed_.wait_until(lock.standard(), deadline_);
+  return isFlushed_;
 }
 
 // False if the deadline comes first.
@@ -82,22 +95,12 @@ bool Shutdown::pause(Duration time) {
   return end < deadline_;
 }
 
-// Notes the flush's result once all that is queued now has run on the work queue, `rounds` times
-// over. If memory runs out, the flush has failed.
-void Shutdown::noteFlushAfterRounds(int rounds) {
-  const auto note = [this](const FlushResult& result) {
-    const Lock lock(mutex_);
-    flushed_ = result;
-    changed_.notify_all();
-  };
-  try {
-    services_.workQueue.async([this, rounds, note] {
-      if (rounds > 1) return noteFlushAfterRounds(rounds - 1);
-      note(Library::current().lastFlush());
-    });
-  } catch (const std::exception&) {
-    note({true, true});
-  }
+// Keeps `object` until all that is queued now has run on the work queue, `rounds` times over.
+// Destroys it early if memory runs out.
+void Shutdown::destroyAfterRounds(int rounds, std::shared_ptr<void> object) {
+  services_.workQueue.async([this, rounds, object = std::move(object)]() mutable {
+    if (rounds > 1) destroyAfterRounds(rounds - 1, std::move(object));
+  });
 }
 
 // True if nothing was left.

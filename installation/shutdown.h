@@ -3,12 +3,11 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <optional>
+#include <memory>
 #include <thread>
 
 #include "platform/mutex.h"
 #include "platform/posix/posix_services.h"
-#include "upload/rules/final_flush.h"
 
 namespace veltrano::internal {
 
@@ -28,9 +27,9 @@ class Shutdown {
 
   bool hasPassed() const REQUIRES(mutex_) { return Clock::now() >= deadline_; }
   void flush();
-  std::optional<FlushResult> flushOnce();
+  bool flushOnce();
   bool pause(Duration time);
-  void noteFlushAfterRounds(int rounds);
+  void destroyAfterRounds(int rounds, std::shared_ptr<void> object);
   bool stop();
 
   PosixServices& services_;
@@ -40,7 +39,7 @@ class Shutdown {
   std::thread::id thread_ GUARDED_BY(mutex_);  // that shuts down
   // Later calls may bring it forward.
   Clock::time_point deadline_ GUARDED_BY(mutex_) = Clock::time_point::max();
-  std::optional<FlushResult> flushed_ GUARDED_BY(mutex_);
+  bool isFlushed_ GUARDED_BY(mutex_) = false;
   bool wasComplete_ GUARDED_BY(mutex_) = false;
 };
 
