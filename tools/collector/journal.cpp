@@ -9,7 +9,7 @@
 namespace collector {
 namespace {
 
-constexpr const char* kNames[] = {"event", "heartbeat", "refused", "request", "violation"};
+constexpr const char* kNames[] = {"event", "heartbeat", "refused", "request"};
 
 // Of a refused request.
 constexpr std::size_t kMaximumBody = 4096;
@@ -48,25 +48,18 @@ std::string listOf(const std::vector<std::string>& texts) {
 void Journal::addAccepted(const WireRequest& request, const WireMessage& message, int answer,
                           const Violations& violations) {
   const auto add = [&](Kind kind, const rapidjson::Value& record, std::string_view text,
-                       const std::vector<std::string>& notAsPlanned) {
+                       std::string_view notAsPlanned) {
     Members members{{"uid", tools::json(message.uid)}, {"answer", tools::json(answer)}};
-    if (!notAsPlanned.empty()) members.emplace_back("violations", listOf(notAsPlanned));
+    if (!notAsPlanned.empty()) members.emplace_back("violations", notAsPlanned);
     members.emplace_back("body", text);  // the last one: the page takes the rest as sent
     this->add(kind, {record["event"].GetString(), record["event"].GetStringLength()},
-              std::move(members));
+              std::move(members), !notAsPlanned.empty());
   };
-  if (request.path == "/heartbeat") return add(Kind::heartbeat, message.body, message.json, {});
+  if (request.path == "/heartbeat") return add(Kind::heartbeat, message.body, message.json, "");
   rapidjson::SizeType i = 0;
   for (const std::string_view text : elementsOf(message.json)) {
-    const rapidjson::Value& record = message.body[i];
-    const auto& ofRecord = violations.empty() ? std::vector<std::string>() : violations[i];
-    add(Kind::event, record, text, ofRecord);
-    for (const std::string& violation : ofRecord)
-      this->add(Kind::violation, "",
-                {{"event", tools::json(std::string(record["event"].GetString(),
-                                                   record["event"].GetStringLength()))},
-                 {"uid", tools::json(message.uid)},
-                 {"text", tools::json(violation)}});
+    const bool isAsPlanned = violations.empty() || violations[i].empty();
+    add(Kind::event, message.body[i], text, isAsPlanned ? "" : listOf(violations[i]));
     ++i;
   }
 }
@@ -96,7 +89,7 @@ void Journal::addRefused(const WireRequest& request, const WireMessage& message,
        {"body", tools::json(readable(shortened(body)))}});
 }
 
-void Journal::add(Kind kind, std::string name, Members members) {
+void Journal::add(Kind kind, std::string name, Members members, bool isViolation) {
   const std::lock_guard lock(mutex_);
   const std::uint64_t number = ++lastNumber_;
   auto& [kept, bytes] = entries_[std::size_t(kind)];
@@ -104,7 +97,7 @@ void Journal::add(Kind kind, std::string name, Members members) {
   const auto received = std::chrono::duration_cast<std::chrono::milliseconds>(since1970).count();
   members.insert(members.begin(),
                  {{"number", tools::json(number)}, {"received", tools::json(received)}});
-  kept.push_back({number, std::move(name), tools::jsonObject(members)});
+  kept.push_back({number, std::move(name), tools::jsonObject(members), isViolation});
   bytes += kept.back().json.size();
   while (kept.size() > kMaximumEntries || (bytes > kMaximumBytes && kept.size() > 1)) {
     bytes -= kept.front().json.size();
@@ -127,11 +120,12 @@ void Journal::clear() {
   changed_.notify_all();
 }
 
-std::string Journal::json(Kind kind) const {
+std::string Journal::json(Kind kind, bool onlyViolations) const {
   const std::lock_guard lock(mutex_);
   std::string array = "[";
   for (const Entry& entry : entries_[std::size_t(kind)].kept)
-    array.append(array.size() > 1 ? ",\n" : "").append(entry.json);
+    if (!onlyViolations || entry.isViolation)
+      array.append(array.size() > 1 ? ",\n" : "").append(entry.json);
   return array + "]\n";
 }
 

@@ -21,7 +21,7 @@ namespace collector {
 /// arrival. Thread-safe.
 class Journal {
  public:
-  enum class Kind { event, heartbeat, refused, request, violation };
+  enum class Kind { event, heartbeat, refused, request };
 
   /// Of each kind, at most this many entries are kept, and of these at most this much JSON.
   static constexpr std::size_t kMaximumEntries = 10'000;
@@ -39,8 +39,8 @@ class Journal {
   /// Forgets all entries. The numbers go on.
   void clear();
 
-  /// The entries as a JSON array.
-  std::string json(Kind kind) const;
+  /// The entries as a JSON array, or only those of events that are not as planned.
+  std::string json(Kind kind, bool onlyViolations = false) const;
 
   /// Waits until `count` events or heartbeats of this name have arrived, including those that are
   /// kept. Returns how many have arrived, fewer if the time has passed or `stop` was called.
@@ -65,6 +65,7 @@ class Journal {
     std::uint64_t number;
     std::string name;
     std::string json;
+    bool isViolation;
   };
   struct Entries {
     std::deque<Entry> kept;
@@ -73,12 +74,12 @@ class Journal {
 
   using Members = std::vector<std::pair<std::string_view, std::string>>;
 
-  void add(Kind kind, std::string name, Members members);
+  void add(Kind kind, std::string name, Members members, bool isViolation = false);
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   // Guarded by mutex_.
-  std::array<Entries, 5> entries_;
+  std::array<Entries, 4> entries_;
   std::uint64_t lastNumber_ = 0;
   std::uint64_t clearings_ = 0;
   std::string faults_ = "[]";

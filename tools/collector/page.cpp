@@ -152,16 +152,17 @@ void Page::serveScripts() {
   const struct {
     const char* path;
     Kind kind;
+    bool onlyViolations = false;
   } lists[] = {{"/events", Kind::event},
                {"/heartbeats", Kind::heartbeat},
                {"/refused", Kind::refused},
-               {"/violations", Kind::violation}};
-  for (const auto& [path, kind] : lists)
-    server_.Get(path,
-                [this, kind = kind](const httplib::Request& request, httplib::Response& response) {
-                  if (hasOthers(request, response, {})) return;
-                  response.set_content(journal_.json(kind), "application/json");
-                });
+               {"/violations", Kind::event, true}};
+  for (const auto& list : lists)
+    server_.Get(
+        list.path, [this, list](const httplib::Request& request, httplib::Response& response) {
+          if (hasOthers(request, response, {})) return;
+          response.set_content(journal_.json(list.kind, list.onlyViolations), "application/json");
+        });
   // Takes the reader, because the server refuses a request without a body otherwise.
   server_.Post("/reset", [this](const httplib::Request&, httplib::Response& response,
                                 const httplib::ContentReader&) {

@@ -79,10 +79,6 @@ std::string json(const std::set<std::string>& texts) {
   return array + ']';
 }
 
-std::string times(std::size_t count) {
-  return count == 1 ? "once" : std::to_string(count) + " times";
-}
-
 class Author {
  public:
   explicit Author(std::vector<std::string>& leftOut) : leftOut_(leftOut) {}
@@ -95,7 +91,7 @@ class Author {
     for (const auto& [name, seen] : events) {
       if (isLibrarysEvent(name) || !isUsable(identifiers, name, "the events")) continue;
       Members event{{"name", quoted(name)}};
-      if (seen.count < kFew) addDoubt(event, "seen only " + times(seen.count));
+      if (seen.count < kFew) addDoubt(event, "few events: " + std::to_string(seen.count));
       addProperties(event, seen, super, name);
       list += (list.size() > 1 ? "," : "") + json(event);
     }
@@ -158,7 +154,7 @@ class Author {
         seen.count >= 3 * seen.texts.size() &&
         std::all_of(seen.texts.begin(), seen.texts.end(), isUsable)) {
       schema.emplace_back("enum", json(seen.texts));
-      addDoubt(schema, "the only values, seen " + times(seen.count));
+      addDoubt(schema, "the only values of " + std::to_string(seen.count));
     }
     return schema;
   }
