@@ -7,6 +7,18 @@ set(VELTRANO_LINK_SHARED ${VELTRANO_STAY_LOADED} LINKER:--gc-sections
 if(NOT VELTRANO_SANITIZER)  # only programs link the sanitizer's runtime
   list(APPEND VELTRANO_LINK_SHARED LINKER:-z,defs)
 endif()
+# Packs the relative relocations, a twenty-fifth of the library, for loaders that understand that.
+include(CheckCXXSourceCompiles)
+set(CMAKE_REQUIRED_LINK_OPTIONS LINKER:-z,pack-relative-relocs LINKER:--fatal-warnings)
+check_cxx_source_compiles("#include <features.h>
+                           #if !__GLIBC_PREREQ(2, 36)
+                           #error
+                           #endif
+                           int main() {}" VELTRANO_CAN_PACK_RELOCATIONS)
+unset(CMAKE_REQUIRED_LINK_OPTIONS)
+if(VELTRANO_CAN_PACK_RELOCATIONS)
+  list(APPEND VELTRANO_LINK_SHARED LINKER:-z,pack-relative-relocs)
+endif()
 
 # A program or library that contains the archive does not export it: every copy is of its own. Also
 # for pkg-config, which does not know LINKER.
