@@ -122,7 +122,10 @@ struct Installation {
 class VELTRANO_EXPORT PosixPlatform {
  public:
   /// Installs the platform and makes the calling thread the main thread. Refused when a platform is
-  /// installed, when the library has been used already, or when `options` are invalid.
+  /// installed, when the library has been used already, or when `options` are invalid; also when
+  /// memory, threads or descriptors run out, and can be tried again then. It starts OpenSSL, for
+  /// which half a MiB has to be free. If the host has used OpenSSL before and memory runs out just
+  /// then, OpenSSL itself may be broken until the process ends, and every installation refused.
   static Installation install(PosixOptions options);
 
   /// The run loop of the main thread.
