@@ -63,9 +63,6 @@ REPLACE_CALL(ssize_t, getrandom, (void* bytes, size_t size, unsigned flags), (by
              ENOSYS, -1)
 REPLACE_CALL(int, eventfd, (unsigned value, int flags), (value, flags), EMFILE, -1)
 REPLACE_CALL(int, timerfd_create, (clockid_t clock, int flags), (clock, flags), EMFILE, -1)
-REPLACE_CALL(int, timerfd_settime,
-             (int timer, int flags, const struct itimerspec* to, struct itimerspec* from),
-             (timer, flags, to, from), EINVAL, -1)
 REPLACE_CALL(int, pthread_create,
              (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*),
               void* argument),
