@@ -28,9 +28,9 @@ constexpr char kURI[] = "^[A-Za-z][A-Za-z0-9+.-]*:[^ <>\"]*$";
 std::string draft4(const Schema& schema) {
   std::string json;
   const auto add = [&](std::string_view key, const std::string& value) {
-    json.append(json.empty() ? "{" : ",").append(quoted(key)).append(":").append(value);
+    json.append(json.empty() ? "{" : ",").append(inQuotes(key)).append(":").append(value);
   };
-  add("type", quoted(jsonTypeOf(schema.type)));
+  add("type", inQuotes(jsonTypeOf(schema.type)));
   for (const auto& [word, bound] : schema.bounds) {
     const bool isExclusive = word[0] == 'e';
     if (isExclusive) add(word, "true");
@@ -41,11 +41,11 @@ std::string draft4(const Schema& schema) {
   }
   std::string values;
   for (const std::string& value : schema.values)
-    values.append(values.empty() ? "[" : ",").append(quoted(value));
+    values.append(values.empty() ? "[" : ",").append(inQuotes(value));
   if (!values.empty()) add("enum", values + ']');
-  if (!schema.pattern.empty()) add("pattern", quoted(schema.pattern));
+  if (!schema.pattern.empty()) add("pattern", inQuotes(schema.pattern));
   if (schema.type == Type::date || schema.type == Type::uri)
-    add("allOf", "[{\"pattern\":" + quoted(schema.type == Type::date ? kDate : kURI) + "}]");
+    add("allOf", "[{\"pattern\":" + inQuotes(schema.type == Type::date ? kDate : kURI) + "}]");
   return json + '}';
 }
 
@@ -131,7 +131,7 @@ class Check {
  private:
   void complain(const std::string& owner, const std::string& path, const std::string& sent,
                 const std::string& planned) {
-    found.push_back(owner + ": " + quoted(path) + ' ' + sent + "; planned: " + planned);
+    found.push_back(owner + ": " + inQuotes(path) + ' ' + sent + "; planned: " + planned);
   }
 
   void check(const Part& part, const Value& value, const std::string& path) {

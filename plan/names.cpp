@@ -62,12 +62,12 @@ std::string changed(std::string text, Change change) {
 
 std::string faultOfName(std::string_view name) {
   if (std::any_of(name.begin(), name.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }))
-    return quoted(name) + " has control characters";
+    return inQuotes(name) + " has control characters";
   // Letters with marks of their own could be spelt in two ways, which the library takes for one.
   for (std::size_t i = 0; i + 1 < name.size(); ++i)
     if (name[i] == '\xCC' || (name[i] == '\xCD' && name[i + 1] < '\xB0'))
-      return quoted(name) + " has combining marks; write composed letters";
-  return words(name).empty() ? quoted(name) + " has no letter or digit to make an identifier of"
+      return inQuotes(name) + " has combining marks; write composed letters";
+  return words(name).empty() ? inQuotes(name) + " has no letter or digit to make an identifier of"
                              : "";
 }
 

@@ -90,7 +90,7 @@ class Reader {
       else if (view(key) == "superProperties")
         super = &value, superPlace = &key;
       else if (view(key) != "description")
-        refuse(key, "a plan has no " + quoted(view(key)));
+        refuse(key, "a plan has no " + inQuotes(view(key)));
     if (plan.nameSpace.empty() || memberName(plan.nameSpace) != plan.nameSpace)
       refuse(*spacePlace, "a plan needs a \"namespace\", an identifier");
     const Names names{"the super properties", "super_properties", "SuperProperties", true, 0};
@@ -140,12 +140,12 @@ class Reader {
   void refuseTwice(const Value& object) {
     std::set<std::string_view> keys;
     for (const auto& [key, value] : object.GetObject())
-      if (!keys.insert(view(key)).second) refuse(key, quoted(view(key)) + " stands here twice");
+      if (!keys.insert(view(key)).second) refuse(key, inQuotes(view(key)) + " stands here twice");
   }
 
   std::string text(const Value& key, const Value& value) {
     if (value.IsString()) return std::string(view(value));
-    return refuse(key, quoted(view(key)) + " has to be text"), std::string();
+    return refuse(key, inQuotes(view(key)) + " has to be text"), std::string();
   }
 
   std::string name(const Value& value) {
@@ -157,8 +157,8 @@ class Reader {
   void take(const std::string& identifier, const Value& place, const std::string& name) {
     const auto [taken, isNew] = identifiers_.emplace(identifier, name);
     if (isNew) return;
-    refuse(place, taken->second == name ? quoted(name) + " stands here twice"
-                                        : quoted(name) + " and " + quoted(taken->second) +
+    refuse(place, taken->second == name ? inQuotes(name) + " stands here twice"
+                                        : inQuotes(name) + " and " + inQuotes(taken->second) +
                                               " make the same identifier, " + identifier);
   }
 
@@ -230,9 +230,9 @@ class Reader {
       if (std::find(std::begin(keywords), std::end(keywords), word) != std::end(keywords))
         types = each;
     if (types == 0 || word.empty())
-      return refuse(key, quoted(word) + " is outside the vocabulary of plans");
+      return refuse(key, inQuotes(word) + " is outside the vocabulary of plans");
     if ((types & setOf(schema.type)) == 0)
-      return refuse(key, quoted(word) + " says nothing about " +
+      return refuse(key, inQuotes(word) + " says nothing about " +
                              std::string(kEnglish[static_cast<int>(schema.type)]));
     if (word == "description")
       schema.description = text(key, value);
@@ -310,9 +310,9 @@ class Reader {
     for (const auto& [key, value] : json.GetObject()) {
       const std::string name = this->name(key), member = memberName(name);
       if (names.areOfEvent && isLibrarysProperty(name))
-        refuse(key, quoted(name) + " is a property of the library's own");
+        refuse(key, inQuotes(name) + " is a property of the library's own");
       if (names.areOfEvent && isSuper_.count(name) > 0)
-        refuse(key, quoted(name) + " is a super property, too");
+        refuse(key, inQuotes(name) + " is a super property, too");
       const std::string type = nestedTypeName(name);
       const std::string c = names.c + '_' + snakeName(name);
       schema.properties.push_back(
@@ -336,9 +336,9 @@ class Reader {
       const auto property = std::find_if(schema.properties.begin(), schema.properties.end(),
                                          [&](const Property& it) { return it.name == name; });
       if (property == schema.properties.end())
-        refuse(key, quoted(name) + " is not among the properties");
+        refuse(key, inQuotes(name) + " is not among the properties");
       else if (std::exchange(property->isRequired, true))
-        refuse(key, quoted(name) + " stands here twice");
+        refuse(key, inQuotes(name) + " stands here twice");
     }
   }
 
@@ -379,14 +379,14 @@ std::string Schema::text() const {
   if (type == Type::list && element[0].type != Type::any) text += " of " + element[0].text();
   if (!values.empty()) text.clear();
   for (const std::string& value : values)
-    text += (text.empty() ? "" : &value == &values.back() ? " or " : ", ") + quoted(value);
-  std::string limits = pattern.empty() ? "" : "pattern " + quoted(pattern);
+    text += (text.empty() ? "" : &value == &values.back() ? " or " : ", ") + inQuotes(value);
+  std::string limits = pattern.empty() ? "" : "pattern " + inQuotes(pattern);
   for (const auto& [word, bound] : bounds)
     limits += (limits.empty() ? "" : ", ") + word + ' ' + numberText(bound);
   return limits.empty() ? text : text + " (" + limits + ')';
 }
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
   rapidjson::StringBuffer buffer;
   rapidjson::Writer<rapidjson::StringBuffer>(buffer).String(text.data(), text.size());
   return {buffer.GetString(), buffer.GetSize()};

@@ -85,7 +85,7 @@ bool isLibrarysProperty(std::string_view name);
 const char* jsonTypeOf(Type type);
 
 /// The text as a JSON string, in which also line ends and control characters are escaped.
-std::string quoted(std::string_view text);
+std::string inQuotes(std::string_view text);
 
 /// Without needless decimals.
 std::string numberText(double number);

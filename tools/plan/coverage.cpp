@@ -20,7 +20,7 @@ CoverageReport coverageReport(const Plan& plan, const Coverage& covered) {
       count += item[0] == mark;
       if (item[0] != mark || covered.count(item) > 0) continue;
       names += (names.empty() ? "" : ", ") + item.substr(1);
-      list += (list.empty() ? "" : ",") + quoted(item.substr(1));
+      list += (list.empty() ? "" : ",") + inQuotes(item.substr(1));
       ++never;
     }
     seen += count - never;
@@ -28,7 +28,7 @@ CoverageReport coverageReport(const Plan& plan, const Coverage& covered) {
     report.text += tested + " of " + planned + english;
     if (never > 0) report.text += ", " + std::to_string(never) + " never tested: " + names;
     report.text += '\n';
-    report.json += quoted(json) + ":{\"covered\":" + tested + ",\"planned\":" + planned +
+    report.json += inQuotes(json) + ":{\"covered\":" + tested + ",\"planned\":" + planned +
                    ",\"neverTested\":[" + list + "]},";
   }
   if (!coverable.empty())

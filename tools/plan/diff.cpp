@@ -20,7 +20,7 @@ class Comparison {
     if (newer.values.empty()) wider = std::exchange(narrower, "");
     compareBounds(older.bounds, newer.bounds, narrower, wider);
     if (older.pattern != newer.pattern)
-      (newer.pattern.empty() ? wider : narrower) += " pattern " + quoted(newer.pattern);
+      (newer.pattern.empty() ? wider : narrower) += " pattern " + inQuotes(newer.pattern);
     if (older.isOpen != newer.isOpen) (newer.isOpen ? wider : narrower) += " further properties";
     if (!narrower.empty()) add(kBreaks, path, "is narrower:" + narrower);
     if (!wider.empty()) add(!kBreaks, path, "is wider:" + wider);
@@ -64,7 +64,7 @@ class Comparison {
     std::string missing;
     for (const std::string& value : values)
       if (std::find(among.begin(), among.end(), value) == among.end())
-        missing += word + quoted(value);
+        missing += word + inQuotes(value);
     return missing;
   }
 

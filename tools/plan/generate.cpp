@@ -13,7 +13,7 @@ std::string filled(std::string_view form, std::initializer_list<std::string> val
 
 std::string literal(std::string_view text) {
   std::string literal;
-  for (const char c : quoted(text))                // a name has no control characters
+  for (const char c : inQuotes(text))              // a name has no control characters
     literal += c == '?' ? "\\?" : std::string{c};  // no trigraphs
   return literal;
 }

@@ -69,13 +69,13 @@ using Members = std::vector<std::pair<std::string, std::string>>;
 std::string json(const Members& members) {
   std::string object;
   for (const auto& [key, value] : members)
-    object += (object.empty() ? "{" : ",") + quoted(key) + ':' + value;
+    object += (object.empty() ? "{" : ",") + inQuotes(key) + ':' + value;
   return object.empty() ? "{}" : object + '}';
 }
 
 std::string json(const std::set<std::string>& texts) {
   std::string array;
-  for (const std::string& text : texts) array += (array.empty() ? "[" : ",") + quoted(text);
+  for (const std::string& text : texts) array += (array.empty() ? "[" : ",") + inQuotes(text);
   return array + ']';
 }
 
@@ -90,14 +90,14 @@ class Author {
     std::string list = "[";
     for (const auto& [name, seen] : events) {
       if (isLibrarysEvent(name) || !isUsable(identifiers, name, "the events")) continue;
-      Members event{{"name", quoted(name)}};
+      Members event{{"name", inQuotes(name)}};
       if (seen.count < kFew) addDoubt(event, "few events: " + std::to_string(seen.count));
       addProperties(event, seen, super, name);
       list += (list.size() > 1 ? "," : "") + json(event);
     }
     Members held;
     addProperties(held, super, {}, "the super properties");
-    return json({{"namespace", quoted(nameSpace)},
+    return json({{"namespace", inQuotes(nameSpace)},
                  {"superProperties", json(held)},
                  {"events", list + ']'}});
   }
@@ -140,9 +140,9 @@ class Author {
     const Type type = types.size() == 1 ? *types.begin() : Type::any;
     if (type == Type::any)
       return addDoubt(schema, "seen with values of several types, or null"), schema;
-    schema.emplace_back("type", quoted(jsonTypeOf(type)));
-    if (type == Type::date) schema.emplace_back("format", quoted("date-time"));
-    if (type == Type::uri) schema.emplace_back("format", quoted("uri"));
+    schema.emplace_back("type", inQuotes(jsonTypeOf(type)));
+    if (type == Type::date) schema.emplace_back("format", inQuotes("date-time"));
+    if (type == Type::uri) schema.emplace_back("format", inQuotes("uri"));
     if (type == Type::object) addProperties(schema, seen, {}, path);
     if (type == Type::list && seen.element[0].count > 0)
       schema.emplace_back("items", json(schemaOf(seen.element[0], path)));
@@ -163,13 +163,13 @@ class Author {
                 const std::string& of) {
     std::string fault = faultOfName(name);
     if (fault.empty() && !identifiers.insert(upperCase(typeName(name))).second)
-      fault = quoted(name) + " has the identifier of another name";
+      fault = inQuotes(name) + " has the identifier of another name";
     if (!fault.empty()) leftOut_.push_back("left out of " + of + ": " + fault);
     return fault.empty();
   }
 
   static void addDoubt(Members& schema, const std::string& why) {
-    schema.emplace_back("$comment", quoted("doubtful: " + why));
+    schema.emplace_back("$comment", inQuotes("doubtful: " + why));
   }
 
   std::vector<std::string>& leftOut_;

@@ -93,7 +93,9 @@ void PosixWorkQueue::startOrDestroy() {
 
 // If no thread can be started, the next submission retries.
 void PosixWorkQueue::start() {
-  dropExceptions([this] { isStarted_ = startBackgroundThread(label_, [this] { work(); }); });
+  bool isStarted = false;
+  dropExceptions([&] { isStarted = startBackgroundThread(label_, [this] { work(); }); });
+  isStarted_ = isStarted;
 }
 
 // Replaces a thread that the host's code ended with pthread_exit.
