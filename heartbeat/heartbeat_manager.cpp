@@ -27,7 +27,7 @@ HeartbeatManager::HeartbeatManager(const Platform& platform,
 }
 
 void HeartbeatManager::initialize(const std::string& uid) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   if (initialized_) return;
   uid_ = uid;
   if (!timer_) setTimer(fireNowDelay_);
@@ -35,12 +35,12 @@ void HeartbeatManager::initialize(const std::string& uid) {
 }
 
 void HeartbeatManager::applicationDidEnterBackground() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   freeTimerIfNeeded();
 }
 
 void HeartbeatManager::applicationDidBecomeActive() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   if (!timer_) setTimer(fireNowDelay_);
 }
 
@@ -59,7 +59,7 @@ void HeartbeatManager::sendHeartbeat() {
   // Read before taking the lock: the platform may have to read a file.
   const Duration interval = durationFromSeconds(heartbeatInterval(*platform_.userDefaults));
   std::string newSessionID = uuidText(platform_.randomSource->bytes());
-  std::unique_lock lock(mutex_);
+  Lock lock(mutex_);
   if (platform_.application->state() != ApplicationState::active) return freeTimerIfNeeded();
   const WallTime now = platform_.wallClock->now();
   session_.use(now, std::move(newSessionID));

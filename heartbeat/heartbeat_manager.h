@@ -2,11 +2,11 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "heartbeat/heartbeat_repository.h"
 #include "heartbeat/session.h"
+#include "platform/mutex.h"
 #include "platform/platform.h"
 
 namespace veltrano::internal {
@@ -31,20 +31,19 @@ class HeartbeatManager {
   void applicationDidEnterBackground();
   void applicationDidBecomeActive();
   void sendHeartbeat();
-  void setTimer(Duration delay);
-  void freeTimerIfNeeded();
+  void setTimer(Duration delay) REQUIRES(mutex_);
+  void freeTimerIfNeeded() REQUIRES(mutex_);
 
   const Platform& platform_;
   const std::unique_ptr<HeartbeatRepository> repository_;
   const Duration fireNowDelay_;
   const std::function<void()> recordFailure_;
 
-  // Guards everything below: `initialize` may run on another thread than the rest.
-  std::mutex mutex_;
-  bool initialized_ = false;
-  std::shared_ptr<Timer> timer_;  // null when none is scheduled
-  std::string uid_;
-  Session session_;
+  Mutex mutex_;  // because `initialize` may run on another thread than the rest
+  bool initialized_ GUARDED_BY(mutex_) = false;
+  std::shared_ptr<Timer> timer_ GUARDED_BY(mutex_);  // null when none is scheduled
+  std::string uid_ GUARDED_BY(mutex_);
+  Session session_ GUARDED_BY(mutex_);
 };
 
 }  // namespace veltrano::internal

@@ -1,12 +1,11 @@
 #include "installation/shutdown.h"
 
 #include <algorithm>
-#include <utility>
+#include <exception>
 
 #include "installation/inert_library.h"
 #include "platform/host_callback.h"
 #include "platform/posix/system/exit_gate.h"
-#include "upload/rules/final_flush.h"
 
 namespace veltrano::internal {
 namespace {
@@ -56,35 +55,23 @@ bool Shutdown::run(Clock::time_point deadline) {
 void Shutdown::flush() {
   services_.application.setState(ApplicationState::background);
   services_.urlSession.ignoreRetryAfter();
-  const auto statistics = [] { return Library::current().accounting().statistics(); };
-  flushWithRetries(
-      statistics, [this] { return flushOnce(); }, [this](Duration time) { return pause(time); });
+  flushWithRetries([this] { return flushOnce(); }, [this](Duration time) { return pause(time); });
 }
 
-// False if the deadline passes first.
-bool Shutdown::flushOnce() {
-  struct Pending {
-    explicit Pending(Shutdown& its) : shutdown(its) {}
-    ~Pending() {
-      const Lock lock(shutdown.mutex_);
-      shutdown.isFlushed_ = true;
-      shutdown.changed_.notify_all();
-    }
-    Shutdown& shutdown;
-  };
+// None if the deadline passes first.
+std::optional<FlushResult> Shutdown::flushOnce() {
   {
     const Lock lock(mutex_);
-    if (hasPassed() || ExitGate::isClosed()) return false;
-    isFlushed_ = false;
+    if (hasPassed() || ExitGate::isClosed()) return std::nullopt;
+    flushed_.reset();
   }
   services_.notificationCenter.post(kApplicationDidEnterBackground);
-  // Destroyed after three rounds: the running block may still see the foreground and replace
-  // the final flush, queued after round one; that flush's completion may track more, queued
-  // after round two.
-  destroyAfterRounds(3, std::make_shared<Pending>(*this));
+  // Three rounds: the running block may still see the foreground and replace the final flush,
+  // queued after round one; that flush's completion may track more, queued after round two.
+  noteFlushAfterRounds(3);
   Lock lock(mutex_);
-  while (!isFlushed_ && !hasPassed()) changed_.wait_until(lock.standard(), deadline_);
-  return isFlushed_;
+  while (!flushed_ && !hasPassed()) changed_.wait_until(lock.standard(), deadline_);
+  return flushed_;
 }
 
 // False if the deadline comes first.
@@ -95,12 +82,22 @@ bool Shutdown::pause(Duration time) {
   return end < deadline_;
 }
 
-// Keeps `object` until all that is queued now has run on the work queue, `rounds` times over.
-// Destroys it early if memory runs out.
-void Shutdown::destroyAfterRounds(int rounds, std::shared_ptr<void> object) {
-  services_.workQueue.async([this, rounds, object = std::move(object)]() mutable {
-    if (rounds > 1) destroyAfterRounds(rounds - 1, std::move(object));
-  });
+// Notes the flush's result once all that is queued now has run on the work queue, `rounds` times
+// over. If memory runs out, the flush has failed.
+void Shutdown::noteFlushAfterRounds(int rounds) {
+  const auto note = [this](const FlushResult& result) {
+    const Lock lock(mutex_);
+    flushed_ = result;
+    changed_.notify_all();
+  };
+  try {
+    services_.workQueue.async([this, rounds, note] {
+      if (rounds > 1) return noteFlushAfterRounds(rounds - 1);
+      note(Library::current().lastFlush());
+    });
+  } catch (const std::exception&) {
+    note({true, true});
+  }
 }
 
 // True if nothing was left.

@@ -3,11 +3,12 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <memory>
+#include <optional>
 #include <thread>
 
 #include "platform/mutex.h"
 #include "platform/posix/posix_services.h"
+#include "upload/rules/final_flush.h"
 
 namespace veltrano::internal {
 
@@ -27,9 +28,9 @@ class Shutdown {
 
   bool hasPassed() const REQUIRES(mutex_) { return Clock::now() >= deadline_; }
   void flush();
-  bool flushOnce();
+  std::optional<FlushResult> flushOnce();
   bool pause(Duration time);
-  void destroyAfterRounds(int rounds, std::shared_ptr<void> object);
+  void noteFlushAfterRounds(int rounds);
   bool stop();
 
   PosixServices& services_;
@@ -39,7 +40,7 @@ class Shutdown {
   std::thread::id thread_ GUARDED_BY(mutex_);  // that shuts down
   // Later calls may bring it forward.
   Clock::time_point deadline_ GUARDED_BY(mutex_) = Clock::time_point::max();
-  bool isFlushed_ GUARDED_BY(mutex_) = false;
+  std::optional<FlushResult> flushed_ GUARDED_BY(mutex_);
   bool wasComplete_ GUARDED_BY(mutex_) = false;
 };
 

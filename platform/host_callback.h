@@ -63,18 +63,38 @@ class HostCode {
     for (;;) isProcessExiting.wait(true);
   }
 
-  /// Makes the calling thread one of the host's, as it exits the process.
+  /// Exit no longer waits for the calling thread, because that exits the process.
   static void leaveForExit() noexcept {
-    if (std::exchange(isLibraryThread, false) && depth > 0) --threads;
+    isLibraryThread = false;
+    exitsProcess = true;
+    if (depth > 0) --threads;
   }
+
+  /// Exists while a run loop may run functions of the host, on the host's own thread. Exit waits
+  /// for them. The thread is not parked: the host may join it as it exits.
+  class OnLoop {
+   public:
+    OnLoop() {
+      if (depth++ == 0) ++threads;
+    }
+    ~OnLoop() {
+      if (--depth == 0 && !exitsProcess) --threads;
+    }
+    OnLoop(const OnLoop&) = delete;
+    OnLoop& operator=(const OnLoop&) = delete;
+
+    /// False while another thread exits the process.
+    static bool mayStart() noexcept { return !isProcessExiting || exitsProcess; }
+  };
 
   /// Whether the platform started the calling thread.
   static inline constinit thread_local bool isLibraryThread = false;
   /// Sequentially consistent with `threads`: once this is set and that is 0, none will get in.
   static inline std::atomic<bool> isProcessExiting{false};
-  static inline std::atomic<int> threads{0};  // the library's that run code of the host
+  static inline std::atomic<int> threads{0};  // that run code of the host, for exit to wait for
 
  private:
+  static inline constinit thread_local bool exitsProcess = false;
   static inline constinit thread_local int depth = 0;
 };
 

@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "encoding/time.h"
+#include "platform/mutex.h"
 
 namespace veltrano::internal {
 
@@ -47,7 +47,7 @@ class WorkItem {
 class DispatchGroup {
  public:
   void enter() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     ++entered_;
   }
 
@@ -55,7 +55,7 @@ class DispatchGroup {
   void leave() {
     std::function<void()> then;
     {
-      const std::lock_guard lock(mutex_);
+      const Lock lock(mutex_);
       if (--entered_ > 0) return;
       then = std::exchange(then_, nullptr);
     }
@@ -63,7 +63,7 @@ class DispatchGroup {
   }
 
   bool isEmpty() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return entered_ == 0;
   }
 
@@ -71,7 +71,7 @@ class DispatchGroup {
   /// Replaces an earlier `then`.
   void notify(std::function<void()> then) {
     {
-      const std::lock_guard lock(mutex_);
+      const Lock lock(mutex_);
       if (entered_ > 0) {
         then_ = std::move(then);
         return;
@@ -81,9 +81,9 @@ class DispatchGroup {
   }
 
  private:
-  mutable std::mutex mutex_;
-  int entered_ = 0;             // guarded by mutex_
-  std::function<void()> then_;  // guarded by mutex_
+  mutable Mutex mutex_;
+  int entered_ GUARDED_BY(mutex_) = 0;
+  std::function<void()> then_ GUARDED_BY(mutex_);
 };
 
 /// A serial queue: blocks run one at a time, in submission order, never on the submitter's stack.

@@ -113,7 +113,7 @@ void World::Implementation::called(std::string_view operation, const HostMapView
   }
   for (const std::string& what : changed) complain(std::string(name).append(": ").append(what));
   if (operation != "track") return;
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   if (!firstTracked_) firstTracked_ = simulated_.device.facts();
   unsettled_.push_back(std::move(name));
 }

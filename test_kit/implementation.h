@@ -12,7 +12,6 @@
 #include <deque>
 #include <exception>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -23,6 +22,7 @@
 #include "installation/platform_backend.h"
 #include "plan/plan.h"
 #include "platform/host_callback.h"
+#include "platform/mutex.h"
 #include "test_kit/recorder.h"
 #include "test_kit/substitute.h"
 #include "test_kit/world_network.h"
@@ -135,9 +135,9 @@ class World::Implementation final : public internal::CallObserver,
 
     Implementation& world_;
     std::size_t scheduled_ = 0;  // main thread; how many functions have a step
-    std::mutex mutex_;
-    std::deque<std::function<void()>> functions_;  // guarded by mutex_
-    bool stopRequested_ = false;                   // guarded by mutex_
+    internal::Mutex mutex_;
+    std::deque<std::function<void()>> functions_ GUARDED_BY(mutex_);
+    bool stopRequested_ GUARDED_BY(mutex_) = false;
   };
 
   struct RecordedEvent {
@@ -224,11 +224,11 @@ class World::Implementation final : public internal::CallObserver,
   std::atomic<bool> isUsed_{false};
   std::atomic<bool> isInstalled_{false};
 
-  mutable std::mutex mutex_;
-  std::vector<std::string> unsettled_;   // guarded by mutex_; events since the last run
-  std::vector<std::string> complaints_;  // guarded by mutex_
-  std::optional<internal::DeviceFacts> firstTracked_;  // guarded by mutex_; the device then
-  std::optional<bool> wasComplete_;  // guarded by mutex_; the result of a shutdown
+  mutable internal::Mutex mutex_;
+  std::vector<std::string> unsettled_ GUARDED_BY(mutex_);  // events since the last run
+  std::vector<std::string> complaints_ GUARDED_BY(mutex_);
+  std::optional<internal::DeviceFacts> firstTracked_ GUARDED_BY(mutex_);  // the device then
+  std::optional<bool> wasComplete_ GUARDED_BY(mutex_);  // the result of a shutdown
 
   std::optional<internal::Substitute> substitute_;
 };

@@ -42,13 +42,12 @@ std::string secondsText(Duration time) {
 }  // namespace
 
 void Recorder::setBeforeAll(bool isBeforeAll) {
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   noteLogSwitch();
   if (!steps_.empty()) steps_.back().isClosed = true;
   isBeforeAll_ = isBeforeAll;
 }
 
-// Called with mutex_ held.
 std::vector<std::string>& Recorder::operationsNow() {
   Duration at = isBeforeAll_ ? clock_() : clock_() + Duration(1);
   if (!steps_.empty()) at = std::max(at, steps_.back().at);
@@ -57,27 +56,29 @@ std::vector<std::string>& Recorder::operationsNow() {
   return steps_.back().operations;
 }
 
-// Polls the log's switch, because the host sets it without a call. Called with mutex_ held.
+// Polls the log's switch, because the host sets it without a call.
 void Recorder::noteLogSwitch() {
-  if (hasEnded_ || std::exchange(isLogOn_, Veltrano::isLoggerEnabled.load()) == isLogOn_) return;
-  operationsNow().push_back(operationText("enableLog", [&](JSONWriter& writer) {
+  const bool isOn = Veltrano::isLoggerEnabled;
+  if (hasEnded_ || std::exchange(isLogOn_, isOn) == isOn) return;
+  operationsNow().push_back(operationText("enableLog", [isOn](JSONWriter& writer) {
     writer.key("on");
-    writer.boolean(isLogOn_);
+    writer.boolean(isOn);
   }));
 }
 
 void Recorder::add(std::string_view operation, const WriteFields& writeFields) {
   std::string text = operationText(operation, writeFields);
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   if (hasEnded_) return;
   noteLogSwitch();
   operationsNow().push_back(std::move(text));
 }
 
 void Recorder::addCall(std::string_view operation, const HostMap& arguments, bool isOnMainThread) {
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   if (hasEnded_) return;
   noteLogSwitch();
+  int number = callbacks_;
   operationsNow().push_back(operationText(operation, [&](JSONWriter& writer) {
     for (const auto& [key, value] : arguments) {
       const auto* member = value.member();
@@ -85,7 +86,7 @@ void Recorder::addCall(std::string_view operation, const HostMap& arguments, boo
         const bool isGiven = *member->getIf<bool>();
         if (!isGiven && key == "completion") continue;
         writer.key(key);
-        isGiven ? writer.string(key + ' ' + std::to_string(++callbacks_)) : writer.null();
+        isGiven ? writer.string(key + ' ' + std::to_string(++number)) : writer.null();
       } else if (key != "properties") {
         writer.key(key);
         writeScenarioValue(writer, value);
@@ -98,6 +99,7 @@ void Recorder::addCall(std::string_view operation, const HostMap& arguments, boo
     writer.key("runLoop");  // in a world, only the main thread runs one
     writer.boolean(false);
   }));
+  callbacks_ = number;
 }
 
 void Recorder::addAnswer(const std::string& path, const Answer& answer) {
@@ -115,7 +117,7 @@ void Recorder::addAnswer(const std::string& path, const Answer& answer) {
     }
     writer.members("\"latency\":" + secondsText(answer.latency));
   });
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   if (std::exchange(answers_[path], step) == step) return;
   // Before the step that caused the post, behind earlier answers of that instant.
   const Duration now = clock_();
@@ -126,7 +128,7 @@ void Recorder::addAnswer(const std::string& path, const Answer& answer) {
 }
 
 void Recorder::end(Duration time) {
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   noteLogSwitch();
   steps_.push_back({time, true, {operationText("end", nullptr)}, false});
   hasEnded_ = true;
@@ -162,12 +164,12 @@ void Recorder::addPost(const internal::PostRequest& post) {
     writer.boolean(post.interceptor != nullptr);
     writer.endObject();
   });
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   posts_.append("{").append(line).append("}\n");
 }
 
 std::string Recorder::posts() const {
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   return posts_;
 }
 
@@ -191,7 +193,7 @@ std::string Recorder::scenario(const internal::DeviceFacts& device,
   };
   std::ostringstream text;
   text << '{' << operationText("configure", writeConfiguration) << "}\n";
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   std::vector<Step> steps = steps_;
   if (!hasEnded_) {
     const Duration end = steps.empty() ? clock_() : std::max(clock_(), steps.back().at);

@@ -2,13 +2,13 @@
 
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "encoding/json_writer.h"
+#include "platform/mutex.h"
 #include "platform/simulated/simulated_platform.h"
 #include "veltrano/testing.h"
 #include "veltrano/value.h"
@@ -59,18 +59,18 @@ class Recorder {
     std::vector<std::string> operations;  // each the members of a JSON object
     bool isAnswer = false;                // of the network
   };
-  std::vector<std::string>& operationsNow();
-  void noteLogSwitch();
+  std::vector<std::string>& operationsNow() REQUIRES(mutex_);
+  void noteLogSwitch() REQUIRES(mutex_);
 
   const std::function<Duration()> clock_;
-  mutable std::mutex mutex_;  // guards everything below
-  std::vector<Step> steps_;   // ordered by time
-  std::string posts_;
-  bool isBeforeAll_ = true;
-  bool hasEnded_ = false;
-  bool isLogOn_ = false;
-  int callbacks_ = 0;
-  std::map<std::string, std::string> answers_;  // the latest step for each path
+  mutable internal::Mutex mutex_;
+  std::vector<Step> steps_ GUARDED_BY(mutex_);  // ordered by time
+  std::string posts_ GUARDED_BY(mutex_);
+  bool isBeforeAll_ GUARDED_BY(mutex_) = true;
+  bool hasEnded_ GUARDED_BY(mutex_) = false;
+  bool isLogOn_ GUARDED_BY(mutex_) = false;
+  int callbacks_ GUARDED_BY(mutex_) = 0;
+  std::map<std::string, std::string> answers_ GUARDED_BY(mutex_);  // the latest step for each path
 };
 
 }  // namespace veltrano::testing

@@ -48,6 +48,10 @@ Statistics Substitute::statistics() const {
   return state_->library.accounting().statistics();
 }
 
+FlushResult Substitute::lastFlush() const {
+  return state_->library.lastFlush();
+}
+
 void Substitute::shutDown() {
   Library::replaceCurrent(state_->inert.emplace(Platform())).end();
 }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "platform/platform.h"
+#include "upload/rules/final_flush.h"
 #include "veltrano/export.h"
 #include "veltrano/statistics.h"
 
@@ -33,6 +34,9 @@ class VELTRANO_EXPORT Substitute {
   void setCollectionHost(std::string host);
 
   Statistics statistics() const;
+
+  /// See `Tracker::lastFlush`.
+  FlushResult lastFlush() const;
 
   /// Makes the process's library inert and drops what waits and the host's callbacks. Nothing may
   /// run on the platform any more, except calls that have begun.

@@ -58,7 +58,7 @@ bool World::Implementation::run(Duration target, Purpose purpose) {
       world.purpose_ = outerPurpose;
       world.isStopping_ = wasOuterStopping;
       world.recorder_.setBeforeAll(true);
-      const std::lock_guard lock(world.mutex_);
+      const internal::Lock lock(world.mutex_);
       world.unsettled_.clear();
     }
     Implementation& world;
@@ -113,7 +113,7 @@ bool World::Implementation::shutDown(Clock::time_point deadline) {
 }
 
 std::optional<bool> World::Implementation::wasComplete() const {
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   return wasComplete_;
 }
 
@@ -134,7 +134,7 @@ bool World::Implementation::shutDownWithin(Duration time) {
   substitute_->shutDown();
   const Statistics last = statistics();
   isComplete &= last.droppedByShutDown + last.inFlight == 0;
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   wasComplete_ = isComplete;
   return isComplete;
 }
@@ -147,22 +147,22 @@ void World::Implementation::flushUntil(Duration deadline) {
   network_.endRests();
   const auto flush = [&] {
     post(internal::kApplicationDidEnterBackground);
-    const auto isFlushed = std::make_shared<bool>(false);
-    simulated_.workQueue.async([this, isFlushed] {
-      simulated_.workQueue.async([this, isFlushed] {
-        *isFlushed = true;
+    const auto result = std::make_shared<std::optional<internal::FlushResult>>();
+    simulated_.workQueue.async([this, result] {
+      simulated_.workQueue.async([this, result] {
+        *result = substitute_->lastFlush();
         simulated_.timeline.stop();
       });
     });
     run(deadline, Purpose::flush);
-    return *isFlushed;
+    return *result;
   };
   const auto pause = [&](Duration time) {
     if (now() + time >= deadline) return false;
     run(now() + time, Purpose::flush);
     return true;
   };
-  internal::flushWithRetries([&] { return statistics(); }, flush, pause);
+  internal::flushWithRetries(flush, pause);
 }
 
 void World::Implementation::jumpClock(Duration distance) {
@@ -199,25 +199,25 @@ bool World::Implementation::Loop::runFor(Duration time) {
 }
 
 void World::Implementation::Loop::stop() {
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   stopRequested_ = true;
 }
 
 bool World::Implementation::Loop::takeStop() {
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   return std::exchange(stopRequested_, false);
 }
 
 void World::Implementation::Loop::perform(std::function<void()> function) {
   if (!function) return;
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   functions_.push_back(std::move(function));
 }
 
 void World::Implementation::Loop::scheduleFunctions(Duration time) {
   std::size_t count = 0;
   {
-    const std::lock_guard lock(mutex_);
+    const internal::Lock lock(mutex_);
     count = functions_.size();
   }
   for (; scheduled_ < count; ++scheduled_)
@@ -227,7 +227,7 @@ void World::Implementation::Loop::scheduleFunctions(Duration time) {
 void World::Implementation::Loop::runNext() {
   std::function<void()> function;
   {
-    const std::lock_guard lock(mutex_);
+    const internal::Lock lock(mutex_);
     function = std::move(functions_.front());
     functions_.pop_front();
   }

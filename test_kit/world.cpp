@@ -83,14 +83,14 @@ void World::Implementation::writeCoverage() const {
 
 void World::Implementation::complain(const std::string& text) {
   const std::string time = std::to_string(std::chrono::duration<double>(now()).count());
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   complaints_.push_back("at " + time + " s: " + text);
 }
 
 Complaints World::Implementation::complaints() const {
   std::vector<std::string> complaints;
   {
-    const std::lock_guard lock(mutex_);
+    const internal::Lock lock(mutex_);
     complaints = complaints_;
   }
   const Statistics counts = statistics();
@@ -125,7 +125,7 @@ std::vector<std::string> World::Implementation::waitingNames() const {
   // The queue drops the oldest.
   for (auto event = waiting_.end() - std::ptrdiff_t(kept); event != waiting_.end(); ++event)
     names.push_back(event->name);
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   names.insert(names.end(), unsettled_.begin(), unsettled_.end());
   return names;
 }
@@ -133,7 +133,7 @@ std::vector<std::string> World::Implementation::waitingNames() const {
 std::string World::Implementation::trace() const {
   std::optional<internal::DeviceFacts> device;
   {
-    const std::lock_guard lock(mutex_);
+    const internal::Lock lock(mutex_);
     device = firstTracked_;
   }
   return recorder_.scenario(device ? *device : simulated_.device.facts(),

@@ -23,7 +23,7 @@ void WorldNetwork::postData(internal::PostRequest request, internal::URLSessionC
   const internal::EndpointPath path = *internal::endpointPath(request.path());
   bool isPutOff = false;
   {
-    const std::lock_guard lock(mutex_);
+    const internal::Lock lock(mutex_);
     isPutOff = rests_.of(path).puttingOff(timeline_.now(), request.urgency).has_value();
   }
   const Answer answer = choose_(request, isPutOff);
@@ -51,22 +51,22 @@ std::optional<internal::Rest> WorldNetwork::requestEnded(const Post& post, const
   if (!answer.isTransportError) result.httpStatusCode = answer.status;
   if (const auto text = headerOf(answer, "retry-after"))
     result.retryAfter = internal::parseRetryAfter(*text, clock_.now());
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   return rests_.of(post.path).requestEnded(timeline_.now(), result, 1);
 }
 
 std::optional<internal::Rest> WorldNetwork::restOf(internal::EndpointPath path) {
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   return rests_.of(path).restAt(timeline_.now());
 }
 
 void WorldNetwork::routeReturned() {
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   rests_.forEach([](internal::Rests& rests) { rests.routeReturned(); });
 }
 
 void WorldNetwork::endRests() {
-  const std::lock_guard lock(mutex_);
+  const internal::Lock lock(mutex_);
   rests_.forEach([](internal::Rests& rests) { rests.end(); });
 }
 

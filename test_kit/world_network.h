@@ -4,11 +4,11 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
 
+#include "platform/mutex.h"
 #include "platform/platform.h"
 #include "platform/simulated/timeline.h"
 #include "upload/rules/rests.h"
@@ -65,8 +65,8 @@ class WorldNetwork final : public internal::ZKURLSessionManager {
   const Arrive arrive_;
   std::map<std::uint64_t, Post> underWay_;  // main thread
   std::uint64_t posts_ = 0;                 // main thread
-  std::mutex mutex_;
-  internal::RestsByPath rests_;  // guarded by mutex_
+  internal::Mutex mutex_;
+  internal::RestsByPath rests_ GUARDED_BY(mutex_);
 };
 
 /// The session token, from the host's function.

@@ -108,16 +108,16 @@ TEST(Rests, AreGrantedToAServerThatAsks) {
   EXPECT_EQ(asked(status(429, 600s)), 600s);
   EXPECT_EQ(asked(status(429, 5s)), 5s);
   EXPECT_EQ(asked(status(503, 24h)), 1h);
-  EXPECT_EQ(asked(status(503, 600s), 20), 600s);
   EXPECT_EQ(asked(status(503, 0s)), 0s);
   EXPECT_EQ(asked(status(500, 600s)), 0s);
-  // A short wait does not replace our own rest, but nobody skips it.
+  // Our own rest follows, and only that can be skipped.
   Rests rests(EndpointPath::heartbeat);
   const auto rest = restAfter(rests, 9, status(503, 5s));
   ASSERT_TRUE(rest);
-  EXPECT_EQ(rest->left, 128s);
-  EXPECT_EQ(rest->cause, RestCause::trouble);
+  EXPECT_EQ(rest->left, 133s);
+  EXPECT_EQ(rest->cause, RestCause::server);
   EXPECT_TRUE(rests.puttingOff(4s, Urgency::enteringBackground));
+  EXPECT_EQ(rests.puttingOff(5s, Urgency::ordinary)->cause, RestCause::trouble);
   EXPECT_FALSE(rests.puttingOff(5s, Urgency::enteringBackground));
 }
 

@@ -122,13 +122,13 @@ void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion comp
 
 void Tracker::flushQueue(FlushCompletion completion) {
   flushCompletion_ = std::move(completion);
-  batchEnded_ = false;
+  outcome_ = kNothingToSend;
   log_("Entered dispatch group");
   upload();
   log_("Dispatch group waiting");
   dispatchQueue_.wait(uploads_, [this] {
     const FlushCompletion waiting = std::exchange(flushCompletion_, nullptr);
-    if (waiting && !waiting.call(batchEnded_)) return;
+    if (waiting && !waiting.call(!outcome_.keepsEvents)) return;
     log_("Dispatch group finished waiting");
   });
 }
@@ -179,7 +179,7 @@ void Tracker::settle(const UploadOutcome& outcome) {
     eventQueue_.dropLargest();
     accounting_.waitingEventLostForMemory();
   }
-  batchEnded_ = !outcome.keepsEvents;
+  outcome_ = outcome;
 }
 
 }  // namespace veltrano::internal

@@ -71,6 +71,9 @@ class Library {
     return tracker_;
   }
 
+  /// See `Tracker::lastFlush`. Starts nothing.
+  FlushResult lastFlush() const { return tracker_.lastFlush(); }
+
   /// `HeartbeatManager.shared`, created by the first call.
   HeartbeatManager& heartbeatManager();
 

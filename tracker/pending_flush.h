@@ -5,13 +5,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 
 #include "encoding/time.h"
 #include "platform/clock.h"
 #include "platform/host_callback.h"
+#include "platform/mutex.h"
 #include "platform/work_queue.h"
 
 namespace veltrano::internal {
@@ -28,7 +28,7 @@ class PendingFlush {
 
   /// When the pending flush is due by the clock's `elapsed`, if there is one; 0 if it is forced.
   std::optional<Duration> due() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return pending_.number != 0 ? std::optional(pending_.due) : std::nullopt;
   }
 
@@ -38,7 +38,7 @@ class PendingFlush {
   void schedule(std::chrono::seconds delay, Completion completion,
                 const std::atomic<bool>* onlyIf = nullptr, bool onlyFirst = false) {
     Flush replaced;  // destroyed after the lock is released: the completion belongs to the host
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if ((onlyIf != nullptr && !*onlyIf) || (onlyFirst && next_ > 1)) return;
     if (delay == delay.zero()) {
       // While a backlog of events is recorded, each one forces a flush: reuse the newest block.
@@ -62,7 +62,7 @@ class PendingFlush {
   /// Cancels the pending flush; its completion is never called.
   void cancel() {
     Flush cancelled;  // destroyed after the lock is released
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     cancelled = std::exchange(pending_, {});
     if (cancelled.item != nullptr) cancelled.item->cancel();
   }
@@ -89,7 +89,7 @@ class PendingFlush {
   void start(std::uint64_t number) {
     Flush flush;
     {
-      const std::lock_guard lock(mutex_);
+      const Lock lock(mutex_);
       if (pending_.number != number) return;
       flush = std::exchange(pending_, {});
     }
@@ -99,9 +99,9 @@ class PendingFlush {
   WorkQueue& queue_;
   const WallClock& clock_;
   const Run run_;
-  std::mutex mutex_;
-  std::uint64_t next_ = 1;  // guarded by mutex_
-  Flush pending_;           // guarded by mutex_
+  Mutex mutex_;
+  std::uint64_t next_ GUARDED_BY(mutex_) = 1;
+  Flush pending_ GUARDED_BY(mutex_);
 };
 
 }  // namespace veltrano::internal

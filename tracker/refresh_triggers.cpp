@@ -26,7 +26,7 @@ void RefreshTriggers::set(const std::optional<std::vector<std::string>>& trigger
   }
   // The old handler is destroyed after the lock is released: it may own the host's objects.
   std::shared_ptr<const Pair> replaced = std::move(pair);
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   isSet_.store(replaced != nullptr, std::memory_order_release);
   pair_.swap(replaced);
 }
@@ -34,7 +34,7 @@ void RefreshTriggers::set(const std::optional<std::vector<std::string>>& trigger
 bool RefreshTriggers::callHandlerIfTriggered(std::string_view eventName) const {
   std::shared_ptr<const Pair> pair;
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     pair = pair_;
   }
   if (!pair) return true;

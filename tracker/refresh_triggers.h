@@ -2,13 +2,13 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/host_callback.h"
+#include "platform/mutex.h"
 
 namespace veltrano::internal {
 
@@ -33,8 +33,8 @@ class RefreshTriggers {
   bool callHandlerIfTriggered(std::string_view eventName) const;
 
   std::atomic<bool> isSet_{false};  // lets most calls skip the lock
-  mutable std::mutex mutex_;
-  std::shared_ptr<const Pair> pair_;  // guarded by mutex_; null without triggers or a handler
+  mutable Mutex mutex_;
+  std::shared_ptr<const Pair> pair_ GUARDED_BY(mutex_);  // null without triggers or a handler
 };
 
 }  // namespace veltrano::internal

@@ -31,7 +31,8 @@ void Tracker::setSuperProperties(const HostMapView& properties) {
 }
 
 void Tracker::removeSuperProperty(std::string key) {
-  dispatchQueue_.async([this, key = std::move(key)] {
+  WaitingMemory memory(key.size());
+  dispatchQueue_.async([this, key = std::move(key), memory = std::move(memory)] {
     PropertyMap remaining = superProperties_.current();
     const auto removed = remaining.remove(key);
     if (removed) changeSuperProperties(std::move(remaining));

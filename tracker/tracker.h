@@ -24,6 +24,7 @@
 #include "tracker/refresh_triggers.h"
 #include "tracker/super_properties.h"
 #include "upload/collection_client.h"
+#include "upload/rules/final_flush.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano::internal {
@@ -75,6 +76,11 @@ class Tracker {
 
   /// Reads the calls that wait for the next flush. Waits for nothing.
   void readCalls() { dispatchQueue_.wakeUp(); }
+
+  /// How the last flush ended. On the work queue.
+  FlushResult lastFlush() const {
+    return {outcome_.keepsEvents && outcome_.cause != nullptr, eventQueue_.count() > 0};
+  }
 
   /// The current state, for a heartbeat.
   HeartbeatFacts heartbeatFacts() const;
@@ -156,7 +162,7 @@ class Tracker {
   // The current flush.
   DispatchGroup uploads_;
   FlushCompletion flushCompletion_;  // work queue
-  bool batchEnded_ = false;          // work queue, and the end of an upload while the queue waits
+  UploadOutcome outcome_;            // work queue, and the end of an upload while the queue waits
 
   RefreshTriggers refreshTriggers_;
 };

@@ -2,13 +2,13 @@
 
 #include <array>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include "encoding/time.h"
 #include "platform/endpoint_path.h"
+#include "platform/mutex.h"
 #include "veltrano/statistics.h"
 
 namespace veltrano::internal {
@@ -35,12 +35,12 @@ using LastRequests = std::array<std::optional<LastRequest>, kEndpointPathCount>;
 class Accounting {
  public:
   Statistics statistics() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return statistics_;
   }
 
   void eventRecorded() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     ++statistics_.recorded;
     ++waiting();
   }
@@ -55,20 +55,20 @@ class Accounting {
 
   /// The library is shut down: what waits, now or later, is dropped.
   void end() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     hasEnded_ = true;
     statistics_.droppedByShutDown += std::exchange(statistics_.waiting, 0);
   }
 
   /// All waiting events are in flight until `flushEnded`.
   void uploadBegan() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     ++statistics_.uploadsAttempted;
     statistics_.inFlight = std::exchange(statistics_.waiting, 0);
   }
 
   void flushEnded(const UploadOutcome& outcome) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     Statistics& now = statistics_;
     if (outcome.cause != nullptr) ++(now.*outcome.cause);
     // What cannot be encoded has not been in flight.
@@ -78,13 +78,13 @@ class Accounting {
 
   void requestEnded(EndpointPath path, LastRequest request) {
     std::optional<LastRequest> ended = std::move(request);  // destroyed without the lock
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     lastRequests_[indexOf(path)].swap(ended);
   }
 
   /// For each path; none before the first request.
   LastRequests lastRequests() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return lastRequests_;
   }
 
@@ -95,25 +95,24 @@ class Accounting {
  private:
   template <class... Counts>
   void add(Counts... counts) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     (++(statistics_.*counts), ...);
   }
 
-  // Called with mutex_ held.
-  std::uint64_t& waiting() {
+  std::uint64_t& waiting() REQUIRES(mutex_) {
     return hasEnded_ ? statistics_.droppedByShutDown : statistics_.waiting;
   }
 
   void dropWaiting(std::uint64_t Statistics::*reason) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     --waiting();
     ++(statistics_.*reason);
   }
 
-  mutable std::mutex mutex_;
-  bool hasEnded_ = false;      // guarded by mutex_
-  Statistics statistics_;      // guarded by mutex_
-  LastRequests lastRequests_;  // guarded by mutex_
+  mutable Mutex mutex_;
+  bool hasEnded_ GUARDED_BY(mutex_) = false;
+  Statistics statistics_ GUARDED_BY(mutex_);
+  LastRequests lastRequests_ GUARDED_BY(mutex_);
 };
 
 }  // namespace veltrano::internal

@@ -7,9 +7,9 @@
 // library is inert.
 //
 // Once static objects that are younger than the installation are destroyed at exit, no thread of
-// the library starts a callback, or the destructor of what one captured; exit waits for one that is
-// running, two seconds at most. Callbacks may thus use static objects that were constructed before
-// the installation.
+// the library starts a callback, or the destructor of what one captured, and a run loop starts
+// functions only on the thread that exits; exit waits for one that is running, two seconds at most.
+// They may thus use static objects that were constructed before the installation.
 //
 // Warning: a younger one, such as a function-local static of a log sink, dies while callbacks still
 // run. Construct it before the installation, never destroy it, or call `shutDown` in its

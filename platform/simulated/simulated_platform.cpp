@@ -37,7 +37,7 @@ std::shared_ptr<Timer> SimulatedTimers::schedule(Duration delay, Duration tolera
 
 void SimulatedNotificationCenter::addObserver(std::string_view name,
                                               std::function<void()> observer) {
-  std::unique_lock lock(mutex);
+  Lock lock(mutex);
   if (!std::exchange(isUsed, true)) {
     lock.unlock();
     onFirstUse();
@@ -50,7 +50,7 @@ void SimulatedNotificationCenter::post(const std::string& name) const {
   // A copy: observers added meanwhile are not called for this posting.
   std::vector<std::function<void()>> called;
   {
-    const std::lock_guard lock(mutex);
+    const Lock lock(mutex);
     if (const auto registered = observers.find(name); registered != observers.end())
       called = registered->second;
   }
@@ -58,7 +58,7 @@ void SimulatedNotificationCenter::post(const std::string& name) const {
 }
 
 void SimulatedNotificationCenter::drop() {
-  const std::lock_guard lock(mutex);
+  const Lock lock(mutex);
   observers.clear();
 }
 

@@ -9,13 +9,13 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "platform/mutex.h"
 #include "platform/platform.h"
 #include "platform/simulated/simulated_url_session.h"
 #include "platform/simulated/simulated_work_queue.h"
@@ -66,13 +66,12 @@ struct SimulatedNotificationCenter final : NotificationCenter {
   /// Removes the observers once their library has ended.
   void drop();
 
-  std::map<std::string, std::vector<std::function<void()>>> observers;  // guarded by mutex
+  mutable Mutex mutex;
+  std::map<std::string, std::vector<std::function<void()>>> observers GUARDED_BY(mutex);
+  bool isUsed GUARDED_BY(mutex) = false;
 
   /// Called before the first observer is added, which is when the library is first used.
   std::function<void()> onFirstUse = [] {};
-
-  mutable std::mutex mutex;
-  bool isUsed = false;  // guarded by mutex
 };
 
 struct SimulatedDefaults final : UserDefaults {
@@ -141,23 +140,23 @@ class SimulatedDevice final : public DeviceFacts,
   bool isReachableOnWiFi() const override { return get(&DeviceFacts::isOnWiFi); }
 
   DeviceFacts facts() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return *this;
   }
   template <class Fact, class Value>
   void set(Fact DeviceFacts::*fact, Value value) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     this->*fact = std::move(value);
   }
 
  private:
   template <class Fact>
   Fact get(Fact DeviceFacts::*fact) const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return this->*fact;
   }
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
 };
 
 class SimulatedPlatform {

@@ -14,7 +14,7 @@ void SimulatedWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> it
 
 void SimulatedWorkQueue::submit(Submission submission) {
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (!timeline_.isOnItsThread() || !submissions_.empty())
       return submissions_.push_back(std::move(submission));
   }
@@ -42,7 +42,7 @@ void SimulatedWorkQueue::accept(Submission submission) {
 }
 
 bool SimulatedWorkQueue::isNewest(const Block& block) const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   if (!submissions_.empty()) return submissions_.back().block.get() == &block;
   return timeline_.isOnItsThread() && !ready_.empty() && ready_.back().get() == &block;
 }
@@ -56,7 +56,7 @@ bool SimulatedWorkQueue::takeSubmissions() {
   if (takenAgain_ > kPerInstant) return false;
   std::deque<Submission> taken;
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     taken.swap(submissions_);
   }
   if (!isFirst) takenAgain_ += taken.size();

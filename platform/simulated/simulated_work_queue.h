@@ -3,9 +3,9 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 
+#include "platform/mutex.h"
 #include "platform/simulated/timeline.h"
 #include "platform/work_queue.h"
 
@@ -53,8 +53,8 @@ class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
 
   std::optional<Duration> latestTaken_;  // when submissions were taken
   std::size_t takenAgain_ = 0;           // how many then, after the first time
-  mutable std::mutex mutex_;
-  std::deque<Submission> submissions_;  // of other threads, and what follows; guarded by mutex_
+  mutable Mutex mutex_;
+  std::deque<Submission> submissions_ GUARDED_BY(mutex_);  // of other threads, and what follows
 };
 
 }  // namespace veltrano::internal

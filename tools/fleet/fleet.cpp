@@ -1,5 +1,7 @@
 #include "tools/fleet/fleet.h"
 
+#include <cstdint>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -17,15 +19,29 @@ namespace {
 constexpr Duration kMaxEndTime = std::chrono::minutes(5);
 
 void add(Statistics& sum, const Statistics& one) {
-  for (const auto count :
-       {&Statistics::recorded, &Statistics::waiting, &Statistics::inFlight, &Statistics::delivered,
-        &Statistics::droppedByTrimming, &Statistics::droppedAsRefused,
-        &Statistics::droppedAsNotEncodable, &Statistics::droppedForMemory,
-        &Statistics::droppedByBacklog, &Statistics::uploadsAttempted, &Statistics::uploadsSucceeded,
-        &Statistics::uploadsFailedInTransport, &Statistics::uploadsFailedByStatus,
-        &Statistics::uploadsFailedForMemory, &Statistics::uploadsPutOff,
-        &Statistics::heartbeatsSent, &Statistics::heartbeatsFailed, &Statistics::heartbeatsPutOff})
-    sum.*count += one.*count;
+  constexpr std::uint64_t Statistics::*kCounts[] = {
+      &Statistics::recorded,
+      &Statistics::waiting,
+      &Statistics::inFlight,
+      &Statistics::delivered,
+      &Statistics::droppedByTrimming,
+      &Statistics::droppedAsRefused,
+      &Statistics::droppedAsNotEncodable,
+      &Statistics::droppedForMemory,
+      &Statistics::droppedByShutDown,
+      &Statistics::droppedByBacklog,
+      &Statistics::uploadsAttempted,
+      &Statistics::uploadsSucceeded,
+      &Statistics::uploadsFailedInTransport,
+      &Statistics::uploadsFailedByStatus,
+      &Statistics::uploadsFailedForMemory,
+      &Statistics::uploadsPutOff,
+      &Statistics::heartbeatsSent,
+      &Statistics::heartbeatsFailed,
+      &Statistics::heartbeatsPutOff,
+  };
+  static_assert(sizeof(Statistics) == std::size(kCounts) * sizeof(std::uint64_t));
+  for (const auto count : kCounts) sum.*count += one.*count;
 }
 
 bool isBalanced(const Statistics& s) {

@@ -112,8 +112,7 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
   count("  delivered", end.delivered);
   count("  dropped, too many waited", end.droppedByTrimming);
   count("  dropped, status 400", end.droppedAsRefused);
-  count("  dropped otherwise",
-        end.droppedAsNotEncodable + end.droppedForMemory + end.droppedByBacklog);
+  count("  dropped otherwise", end.dropped() - end.droppedByTrimming - end.droppedAsRefused);
   count("read by the server", outcome.arrived);
   count("  of applications", outcome.arrived - outcome.heartbeatFailures);
   output << format(

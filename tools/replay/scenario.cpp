@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/endpoint_path.h"
 #include "tools/replay/fields.h"
 #include "veltrano/veltrano.h"
 
@@ -41,7 +42,7 @@ Action readApplicationState(const Fields& fields) {
 
 Action readNetwork(const Fields& fields) {
   const auto path = fields.get<std::string>("path");
-  if (path != "/track" && path != "/heartbeat") throw ScenarioError("unknown \"path\"");
+  if (!veltrano::internal::endpointPath(path)) throw ScenarioError("unknown \"path\"");
   if (fields.has("status") + fields.has("error") + fields.has("nonHTTP") != 1)
     throw ScenarioError("network needs one of \"status\", \"error\" and \"nonHTTP\"");
   SimulatedAnswer answer;

@@ -6,7 +6,13 @@
 #include <charconv>
 #include <fstream>
 
+#include "platform/endpoint_path.h"
+
 namespace soak {
+
+using veltrano::internal::EndpointPath;
+using veltrano::internal::endpointPath;
+
 namespace {
 
 thread_local bool isReplacing = false;
@@ -123,7 +129,7 @@ void Ledger::checkRecord(const std::filesystem::path& record, Result& result) {
     request.Parse(line.data(), line.size());
     if (request.HasParseError()) {
       ++result.violations["unreadable in the record"];
-    } else if (request["path"] == "/heartbeat") {
+    } else if (endpointPath(request["path"].GetString()) == EndpointPath::heartbeat) {
       ++result.heartbeats;
     } else {
       Batch batch;

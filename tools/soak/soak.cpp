@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/endpoint_path.h"
 #include "tools/command_line.h"
 #include "tools/soak/collector_process.h"
 #include "tools/soak/ledger.h"
@@ -30,6 +31,7 @@ namespace {
 
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
+using veltrano::internal::EndpointPath;
 
 constexpr std::size_t kThreads = 8;
 // More than the library may take for an upload.
@@ -53,6 +55,11 @@ class Choices {
   std::mt19937_64 engine_;
 };
 
+// A fault that lacks its effects and the closing brace.
+std::string faultStart(EndpointPath path) {
+  return R"({"path":")" + std::string(veltrano::internal::text(path)) + '"';
+}
+
 struct Completions {
   std::atomic<std::size_t> given{0}, called{0}, calledAgain{0}, replaced{0}, inBackground{0},
       unexplained{0};
@@ -74,7 +81,7 @@ class Soak {
 
   void control();
   void act(Choices& choices);
-  std::string fault(const char* path, Choices& choices);
+  std::string fault(EndpointPath path, Choices& choices);
   void visitBackground(milliseconds length);
   void onMainThread(void (veltrano::PosixPlatform::*step)());
   void track(std::size_t thread, const std::string& filler, Veltrano::FlushCompletion completion);
@@ -197,7 +204,8 @@ void Soak::control() {
 
   Choices choices(seed_);
   // Makes heartbeats frequent.
-  collector_.misbehave(R"({"path":"/heartbeat","back_off_seconds":0.5,"count":1})");
+  collector_.misbehave(faultStart(EndpointPath::heartbeat) +
+                       R"(,"back_off_seconds":0.5,"count":1})");
   const auto end = Clock::now() + length_;
   auto nextAct = Clock::now();
   auto nextSample = Clock::now();
@@ -221,11 +229,12 @@ void Soak::control() {
 void Soak::act(Choices& choices) {
   const int choice = choices.below(100);
   if (choice < 45) {
-    collector_.misbehave(fault("/track", choices));
+    collector_.misbehave(fault(EndpointPath::track, choices));
   } else if (choice < 65) {
-    collector_.misbehave(fault("/heartbeat", choices));
+    collector_.misbehave(fault(EndpointPath::heartbeat, choices));
   } else if (choice < 82) {
-    collector_.misbehave(R"([{"path":"/track"},{"path":"/heartbeat"}])");
+    for (const EndpointPath path : veltrano::internal::kEndpointPaths)
+      collector_.misbehave(faultStart(path) + '}');
   } else if (choice < 92) {
     visitBackground(milliseconds(choices.below(1500)));
   } else {
@@ -237,13 +246,13 @@ void Soak::act(Choices& choices) {
   }
 }
 
-std::string Soak::fault(const char* path, Choices& choices) {
+std::string Soak::fault(EndpointPath path, Choices& choices) {
   static constexpr int kStatuses[] = {201, 204, 302, 400, 400, 400, 404, 429, 500, 502, 503, 504};
   static constexpr const char* kBodies[] = {"",         "\\u0000\\u00ff",
                                             "[[[[[[[[", "{\\\"a\\\":1e999}",
                                             "<html>",   "{\\\"back_off_seconds\\\":-1}"};
   ++faults_;
-  std::string text = std::string("{\"path\":\"") + path + '"';
+  std::string text = faultStart(path);
   // Whether the collector accepts a request that it answers badly.
   bool accepts = choices.inPercent(50);
   switch (choices.below(7)) {

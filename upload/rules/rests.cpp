@@ -42,7 +42,7 @@ std::optional<Rest> Rests::puttingOff(Duration now, Urgency urgency) {
 std::optional<Rest> Rests::restAt(Duration now) const {
   const Duration until = std::max(askedUntil_, ownUntil_);
   if (hasEnded_ || now >= until) return std::nullopt;
-  return Rest{until - now, until == askedUntil_ ? RestCause::server : RestCause::trouble};
+  return Rest{until - now, now < askedUntil_ ? RestCause::server : RestCause::trouble};
 }
 
 std::optional<Rest> Rests::requestEnded(Duration now, const AttemptResult& last, double random) {
@@ -57,9 +57,9 @@ std::optional<Rest> Rests::requestEnded(Duration now, const AttemptResult& last,
   const int status = last.httpStatusCode.value_or(0);
   const auto asked = status == 429 || status == 503 ? last.retryAfter : std::nullopt;
   if (asked) askedUntil_ = now + std::min(*asked, kLongestAskedRest);
-  // Also when the server asks: it may ask for little, again and again.
+  // On top of what the server asks for: it may ask for little, again and again.
   const bool startsOwn = troublesInARow_ >= kTroublesBeforeRest;
-  if (startsOwn) ownUntil_ = now + lengthAfter(troublesInARow_, random);
+  if (startsOwn) ownUntil_ = (asked ? askedUntil_ : now) + lengthAfter(troublesInARow_, random);
   if (!asked && !startsOwn) return std::nullopt;
   const auto rest = restAt(now);
   isInTrouble_ = isInTrouble_ || rest.has_value();

@@ -19,17 +19,17 @@ constexpr char kLookup[] = "veltrano.lookup";
 }  // namespace
 
 bool CallThreads::start() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return startThread();
 }
 
 void CallThreads::setName(std::size_t path, std::string name) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   paths_[path].name = std::move(name);
 }
 
 bool CallThreads::expect(std::size_t path) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   ++paths_[path].expected;
   startThreadIfNeeded();
   if (threads_ == 0) --paths_[path].expected;
@@ -37,7 +37,7 @@ bool CallThreads::expect(std::size_t path) {
 }
 
 void CallThreads::add(std::size_t path, Kind kind, std::shared_ptr<Call> call, bool isLast) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   if (isOver_) return;
   Lane& lane = paths_[path].lanes[kind];
   call->isLast_ = isLast;
@@ -48,10 +48,11 @@ void CallThreads::add(std::size_t path, Kind kind, std::shared_ptr<Call> call, b
 }
 
 void CallThreads::shutDown(std::chrono::steady_clock::time_point deadline) {
-  std::unique_lock lock(mutex_);
+  Lock lock(mutex_);
   isOver_ = true;
   changed_.notify_all();
-  changed_.wait_until(lock, deadline, [this] { return threads_ == 0; });
+  while (threads_ > 0 && std::chrono::steady_clock::now() < deadline)
+    changed_.wait_until(lock.standard(), deadline);
   for (;;) {
     const auto [path, kind] = find(true);
     if (path == nullptr) return;
@@ -62,7 +63,6 @@ void CallThreads::shutDown(std::chrono::steady_clock::time_point deadline) {
   }
 }
 
-// Called with mutex_ held.
 bool CallThreads::startThread() {
   try {
     if (!startBackgroundThread(kFree, [self = shared_from_this()] { self->serve(); })) return false;
@@ -74,7 +74,7 @@ bool CallThreads::startThread() {
   return true;
 }
 
-// Called with mutex_ held. If it fails, the calls wait for a thread that returns.
+// If it fails, the calls wait for a thread that returns.
 void CallThreads::startThreadIfNeeded() {
   const auto needsOne = [](const Path& path) {
     return std::any_of(path.lanes.begin(), path.lanes.end(), [&](const Lane& lane) {
@@ -89,7 +89,7 @@ void CallThreads::serve() {
   struct Replacement {
     ~Replacement() {
       if (busy == nullptr || isForkedChild()) return;
-      const std::lock_guard lock(threads.mutex_);
+      const Lock lock(threads.mutex_);
       busy->isBusy = false;
       if (--threads.threads_ == 0 && !threads.isOver_) threads.startThread();
       threads.startThreadIfNeeded();
@@ -99,7 +99,7 @@ void CallThreads::serve() {
     Lane* busy = nullptr;
   };
   Replacement replacement{*this};
-  std::unique_lock lock(mutex_);
+  Lock lock(mutex_);
   for (;;) {
     const auto [path, kind] = find(false);
     if (path != nullptr) {
@@ -127,12 +127,12 @@ void CallThreads::serve() {
       changed_.notify_all();
       return;
     } else {
-      changed_.wait(lock);
+      changed_.wait(lock.standard());
     }
   }
 }
 
-// A lane with a call to start; null when there is none. Called with mutex_ held.
+// A lane with a call to start; null when there is none.
 std::pair<CallThreads::Path*, CallThreads::Kind> CallThreads::find(bool inBusyLanesToo) {
   for (Path& path : paths_)
     for (const Kind kind : {preparation, lookup, outcome})
@@ -142,7 +142,6 @@ std::pair<CallThreads::Path*, CallThreads::Kind> CallThreads::find(bool inBusyLa
   return {};
 }
 
-// Called with mutex_ held.
 std::shared_ptr<Call> CallThreads::takeCall(Path& path, Kind kind) {
   Lane& lane = path.lanes[kind];
   std::shared_ptr<Call> call = std::move(lane.first);

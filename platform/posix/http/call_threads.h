@@ -5,9 +5,10 @@
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
+
+#include "platform/mutex.h"
 
 namespace veltrano::internal {
 
@@ -73,18 +74,18 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
     std::array<Lane, kindCount> lanes = {};
     int expected = 0;
   };
-  bool startThread();
-  void startThreadIfNeeded();
+  bool startThread() REQUIRES(mutex_);
+  void startThreadIfNeeded() REQUIRES(mutex_);
   void serve();
-  std::pair<Path*, Kind> find(bool inBusyLanesToo);
+  std::pair<Path*, Kind> find(bool inBusyLanesToo) REQUIRES(mutex_);
   static std::shared_ptr<Call> takeCall(Path& path, Kind kind);
 
-  std::mutex mutex_;  // guards everything below
+  Mutex mutex_;
   std::condition_variable changed_;
-  std::array<Path, kPaths> paths_;
-  int threads_ = 0;
-  int free_ = 0;  // threads that are in no call
-  bool isOver_ = false;
+  std::array<Path, kPaths> paths_ GUARDED_BY(mutex_);
+  int threads_ GUARDED_BY(mutex_) = 0;
+  int free_ GUARDED_BY(mutex_) = 0;  // threads that are in no call
+  bool isOver_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace veltrano::internal

@@ -104,7 +104,7 @@ NetworkThread::NetworkThread(URLSessionOptions options)
 }
 
 void NetworkThread::start() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   wakeUpDescriptor_ = wakeUp_->descriptor();
   if (wakeUpDescriptor_ < 0)
     throw std::system_error(EMFILE, std::generic_category(), "no descriptor for the network");
@@ -119,7 +119,7 @@ NetworkThread::~NetworkThread() {
 }
 
 void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noexcept {
-  std::unique_lock lock(mutex_);
+  Lock lock(mutex_);
   if (isStopped_) return;  // nobody would report it
   Endpoint& endpoint = endpointFor(request);
   Posts added;
@@ -136,9 +136,11 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
     TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
     return callBack(callback, result);
   }
-  dropExceptions([&] {
+  try {
     if (spare_.empty()) spare_.push_back(std::make_shared<Post>());
-  });
+  } catch (const std::bad_alloc&) {
+    // The next shortage finds none.
+  }
 
   if (isClosed_ || endpoint.unfinished >= kMaxUnfinished) failure = CURLE_NO_CONNECTION_AVAILABLE;
   ++endpoint.unfinished;
@@ -161,7 +163,7 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
   wakeUp_->set(post.due);
 }
 
-// The endpoint of the request's base URL. Called with mutex_ held.
+// The endpoint of the request's base URL.
 NetworkThread::Endpoint& NetworkThread::endpointFor(const PostRequest& request) {
   const std::size_t url = std::hash<std::string>()(request.baseURL) | 1;
   for (Endpoint& endpoint : endpoints_) {
@@ -176,32 +178,33 @@ NetworkThread::Endpoint& NetworkThread::endpointFor(const PostRequest& request) 
 }
 
 std::optional<Rest> NetworkThread::restOf(EndpointPath path) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return rests_.of(path).restAt(sinceEpoch(Clock::now()));
 }
 
 void NetworkThread::ignoreRetryAfter() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   ignoresRetryAfter_ = true;
   rests_.forEach([](Rests& rests) { rests.end(); });
   if (wakeUp_) wakeUp_->set(Clock::now());
 }
 
 bool NetworkThread::shutDown(Clock::time_point deadline) {
-  std::unique_lock lock(mutex_);
+  Lock lock(mutex_);
   const auto isIdle = [this] {
     return std::all_of(endpoints_.begin(), endpoints_.end(),
                        [](const Endpoint& endpoint) { return endpoint.unfinished == 0; });
   };
   isClosed_ = true;
   // Another shutdown may have an earlier deadline.
-  changed_.wait_until(lock, deadline, [&] { return isIdle() || isStopped_; });
+  while (!isIdle() && !isStopped_ && Clock::now() < deadline)
+    changed_.wait_until(lock.standard(), deadline);
   if (!isStopped_) wasIdle_ = isIdle();
   isStopped_ = true;  // the remaining posts fail now
   changed_.notify_all();
   if (wakeUp_) wakeUp_->set(Clock::now());
   const auto end = Clock::now() + kGrace;
-  changed_.wait_until(lock, end, [&] { return isIdle() && !isRunning_; });
+  while ((!isIdle() || isRunning_) && Clock::now() < end) changed_.wait_until(lock.standard(), end);
   if (!isRunning_) wakeUp_.reset();
   lock.unlock();
   calls_->shutDown(end);
@@ -209,12 +212,12 @@ bool NetworkThread::shutDown(Clock::time_point deadline) {
 }
 
 void NetworkThread::wake() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   if (wakeUp_) wakeUp_->set(Clock::now());
 }
 
 void NetworkThread::postEnded(Endpoint& endpoint) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   --endpoint.unfinished;
   changed_.notify_all();
 }
@@ -238,7 +241,7 @@ void NetworkThread::run() {
     networkChanges_.reset();
     OPENSSL_thread_stop();  // inside the gate, because exit does not wait for the thread to end
   }
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   isRunning_ = false;
   changed_.notify_all();
 }
@@ -249,14 +252,14 @@ void NetworkThread::noteNetwork() {
   dropExceptions([&] { interface = defaultRouteInterface(); });
   if (interface == interface_) return;
   interface_.swap(interface);
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   if (!interface_.empty()) rests_.forEach([](Rests& rests) { rests.routeReturned(); });
 }
 
 // Takes everything as far as it goes. Returns when it goes on without input.
 NetworkThread::Clock::time_point NetworkThread::step() {
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     wakeUp_->set(std::nullopt);
     while (!incoming_.empty()) {
       auto& posts = incoming_.front()->endpoint->posts;
@@ -382,7 +385,7 @@ bool NetworkThread::takeNextStep(Endpoint& endpoint, Post& post) {
 }
 
 std::optional<Rest> NetworkThread::restThatPutsOff(Endpoint& endpoint, Post& post) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   if (std::exchange(post.hasStarted, true) || endpoint.rests == nullptr) return std::nullopt;
   return endpoint.rests->puttingOff(sinceEpoch(Clock::now()), post.request.urgency);
 }
@@ -450,7 +453,7 @@ CURLcode NetworkThread::addAddresses(const Endpoint& endpoint, Post& post,
                                      const std::optional<HostName>& host, CURLcode failure) {
   std::string addresses = host ? literalAddress(*host) : "";
   if (host && addresses.empty()) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     Name& name = names_[host->key()];
     const bool isFresh = !name.addresses.empty() && Clock::now() - name.since <= kAddressesLast;
     if (!isFresh && name.triedAt < post.lookupBegan) {
@@ -472,7 +475,7 @@ CURLcode NetworkThread::addAddresses(const Endpoint& endpoint, Post& post,
 void NetworkThread::lookUp(const HostName& host, Name& name) {
   std::string addresses;
   dropExceptions([&] { addresses = addressesOf(host); });
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   name.isBeingLookedUp = false;
   name.triedAt = Clock::now();
   if (!addresses.empty()) {
@@ -483,6 +486,9 @@ void NetworkThread::lookUp(const HostName& host, Name& name) {
 }
 
 CURLcode NetworkThread::send(Endpoint& endpoint, Post& post) {
+  const bool isIdle = std::all_of(endpoints_.begin(), endpoints_.end(),
+                                  [](const Endpoint& each) { return each.transfer == nullptr; });
+  if (isIdle && !std::exchange(keepsMulti_, true)) multi_.reset();
   if (!multi_) {
     multi_.reset(curl_multi_init());
     if (!multi_) return CURLE_OUT_OF_MEMORY;
@@ -504,11 +510,10 @@ TransferResult NetworkThread::endTransfer(Endpoint& endpoint, CURLcode code) noe
   CURL* const easy = transfer->handle();
   endpoint.ended.reset();
   curl_multi_remove_handle(multi_.get(), easy);
-  try {
-    return transfer->result(code, options_.wallClock->now());
-  } catch (const std::exception&) {
-    return {{}, {}, CURLE_OUT_OF_MEMORY};
-  }
+  TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
+  dropExceptions([&] { result = transfer->result(code, options_.wallClock->now()); });
+  keepsMulti_ = keepsMulti_ && !result.lacksConnection && result.error != CURLE_OUT_OF_MEMORY;
+  return result;
 }
 
 // Ends an attempt: the post waits for its retry, or is over.
@@ -529,7 +534,7 @@ void NetworkThread::settle(Endpoint& endpoint, Post& post, TransferResult result
       isStopped_ ? Duration::zero() : std::chrono::duration_cast<Duration>(post.deadline - now);
   auto delay = delayBeforeRetry(result.attempt, post.rules, post.retries, timeLeft, random);
   std::optional<Rest> rest;
-  if (const std::lock_guard lock(mutex_); endpoint.rests != nullptr) {
+  if (const Lock lock(mutex_); endpoint.rests != nullptr) {
     if (!endpoint.rests->mayRetry()) delay.reset();
     const bool tellsOfServer = (stage == Stage::lookingUp || stage == Stage::sending) &&
                                result.error != CURLE_OUT_OF_MEMORY &&

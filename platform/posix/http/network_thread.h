@@ -11,12 +11,12 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "platform/mutex.h"
 #include "platform/posix/http/call_threads.h"
 #include "platform/posix/http/name_lookup.h"
 #include "platform/posix/http/transfer.h"
@@ -83,7 +83,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
     bool isBeingLookedUp = false;
   };
 
-  Endpoint& endpointFor(const PostRequest& request);
+  Endpoint& endpointFor(const PostRequest& request) REQUIRES(mutex_);
   void wake();
   void postEnded(Endpoint& endpoint);
 
@@ -114,15 +114,15 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   std::atomic<bool> wasIdle_{false};    // when it was stopped
   std::atomic<bool> ignoresRetryAfter_{false};
 
-  std::mutex mutex_;  // guards what follows, as far as it says nothing else
+  Mutex mutex_;
   std::condition_variable changed_;
-  std::optional<WakeUp> wakeUp_;
-  Posts incoming_;
-  Posts spare_;  // one post, for when memory runs out
-  std::map<std::string, Name> names_;
-  RestsByPath rests_;
-  bool isClosed_ = false;
-  bool isRunning_ = false;
+  std::optional<WakeUp> wakeUp_ GUARDED_BY(mutex_);
+  Posts incoming_ GUARDED_BY(mutex_);
+  Posts spare_ GUARDED_BY(mutex_);  // one post, for when memory runs out
+  std::map<std::string, Name> names_ GUARDED_BY(mutex_);
+  RestsByPath rests_ GUARDED_BY(mutex_);
+  bool isClosed_ GUARDED_BY(mutex_) = false;
+  bool isRunning_ GUARDED_BY(mutex_) = false;
 
   std::array<Endpoint, kEndpoints> endpoints_;
 
@@ -133,6 +133,9 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   std::string interface_;               // of the default route; empty without one
   std::vector<curl_socket_t> sockets_;  // of its connections
   std::unique_ptr<CURLM, CURLMcode (*)(CURLM*)> multi_{nullptr, curl_multi_cleanup};
+  // False after a failure to connect: it caches the certificate authorities, and keeps one that it
+  // had no memory to read without its key.
+  bool keepsMulti_ = true;
   std::minstd_rand random_;
   bool looksUpHost_;  // in addition to the proxy
 };

@@ -2,12 +2,17 @@
 
 #include <curl/curl.h>
 #include <openssl/crypto.h>
+#include <openssl/decoder.h>
 #include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/kdf.h>
 #include <openssl/rand.h>
 #include <openssl/ssl.h>
 
-#include <array>
+#include <atomic>
 #include <cerrno>
+#include <cstddef>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <system_error>
@@ -15,13 +20,67 @@
 namespace veltrano::internal {
 namespace {
 
-// OpenSSL takes up to 350 KB. If memory runs out meanwhile, it often never works again: at 10 of 43
-// amounts of memory, 8 KB apart, no transfer of the process succeeded any more. Therefore what it
-// needs has to be there.
-void expectMemory() {
-  constexpr std::size_t kBlock = std::size_t{64} << 10;
-  std::array<std::unique_ptr<char[]>, 16> blocks;
-  for (auto& block : blocks) block = std::make_unique_for_overwrite<char[]>(kBlock);
+// OpenSSL runs the parts of its start once. One that finds no memory fails for good, and then no
+// transfer of the process succeeds. So while it starts, which takes up to 350 KB, memory is held
+// back for it: what the C library cannot allocate, it can once that is freed.
+constexpr std::size_t kReserve = std::size_t{512} << 10;
+std::atomic<char*> reserve{nullptr};
+
+template <class Allocate>
+void* allocateSurely(Allocate allocate) {
+  void* const block = allocate();
+  if (block != nullptr) return block;
+  delete[] reserve.exchange(nullptr);
+  return allocate();
+}
+
+void* allocate(std::size_t size, const char*, int) {
+  return size > 0 ? allocateSurely([=] { return std::malloc(size); }) : nullptr;
+}
+
+void release(void* block, const char*, int) {
+  std::free(block);
+}
+
+void* reallocate(void* block, std::size_t size, const char*, int) {
+  if (size > 0) return allocateSurely([=] { return std::realloc(block, size); });
+  std::free(block);
+  return nullptr;
+}
+
+// As long as it exists, OpenSSL allocates surely, unless it has blocks of its own functions, or
+// the host's, already.
+class SureAllocation {
+ public:
+  SureAllocation() {
+    CRYPTO_malloc_fn current = nullptr;
+    CRYPTO_get_mem_functions(&current, nullptr, nullptr);
+    isOn_ =
+        current == CRYPTO_malloc && CRYPTO_set_mem_functions(allocate, reallocate, release) == 1;
+    if (!isOn_) delete[] reserve.exchange(nullptr);
+  }
+  ~SureAllocation() {
+    if (isOn_) CRYPTO_set_mem_functions(CRYPTO_malloc, CRYPTO_realloc, CRYPTO_free);
+  }
+  SureAllocation(const SureAllocation&) = delete;
+  SureAllocation& operator=(const SureAllocation&) = delete;
+
+ private:
+  bool isOn_;
+};
+
+// Those that the first handshake would load, all of a kind at a time.
+void loadAlgorithms() {
+  EVP_KDF_do_all_provided(
+      nullptr, [](EVP_KDF*, void*) {}, nullptr);
+  EVP_KEYEXCH_do_all_provided(
+      nullptr, [](EVP_KEYEXCH*, void*) {}, nullptr);
+  EVP_MAC_do_all_provided(
+      nullptr, [](EVP_MAC*, void*) {}, nullptr);
+  EVP_SIGNATURE_do_all_provided(
+      nullptr, [](EVP_SIGNATURE*, void*) {}, nullptr);
+  OSSL_DECODER_do_all_provided(
+      nullptr, [](OSSL_DECODER*, void*) {}, nullptr);
 }
 
 bool works() {
@@ -35,6 +94,7 @@ bool works() {
     return false;
   const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> context(SSL_CTX_new(TLS_client_method()),
                                                              SSL_CTX_free);
+  loadAlgorithms();
   return context != nullptr && curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
 }
 
@@ -45,10 +105,14 @@ void startTLS() {
   static bool isStarted = false;  // guarded by mutex
   const std::lock_guard lock(mutex);
   if (isStarted) return;
-  expectMemory();
-  ERR_set_mark();  // keeps the host's errors of this thread
-  isStarted = works();
-  ERR_pop_to_mark();
+  reserve = std::make_unique_for_overwrite<char[]>(kReserve).release();
+  {
+    const SureAllocation whileItStarts;
+    ERR_set_mark();  // keeps the host's errors of this thread
+    isStarted = works();
+    ERR_pop_to_mark();
+  }
+  delete[] reserve.exchange(nullptr);
   if (!isStarted) throw std::system_error(ENOMEM, std::generic_category(), "OpenSSL cannot start");
 }
 

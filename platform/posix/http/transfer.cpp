@@ -316,6 +316,7 @@ TransferResult HTTPTransfer::result(CURLcode code, WallTime now) {
   result.bytesReceived =
       count<long>(CURLINFO_HEADER_SIZE) + count<curl_off_t>(CURLINFO_SIZE_DOWNLOAD_T);
   result.lacksAddresses = lacksAddresses_;
+  result.lacksConnection = result.error != CURLE_OK && !hasBegunRequest_;
   result.attempt.httpStatusCode = statusCode_;
   long systemError = 0;
   curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &systemError);

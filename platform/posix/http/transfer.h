@@ -32,8 +32,9 @@ struct TransferResult {
   std::string reason = {};  // of the error, in words
   std::uint64_t bytesSent = 0;
   std::uint64_t bytesReceived = 0;
-  bool lacksAddresses = false;  // failed because `Attempt::addresses` lacked a name
-  bool wasPutOff = false;       // by a rest; nothing was attempted
+  bool lacksAddresses = false;   // failed because `Attempt::addresses` lacked a name
+  bool wasPutOff = false;        // by a rest; nothing was attempted
+  bool lacksConnection = false;  // failed before the request could begin
 };
 
 /// Performs one attempt. Sends the request at most once. Not thread-safe.

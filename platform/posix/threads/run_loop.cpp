@@ -64,7 +64,7 @@ bool PosixRunLoop::runUntil(std::chrono::steady_clock::time_point deadline) {
 
 bool PosixRunLoop::runUntilOptional(std::optional<Clock::time_point> deadline) {
   while (isOwnThread() && runPass(true)) {
-    std::unique_lock lock(mutex_);
+    Lock lock(mutex_);
     if (stopped_) {
       stopped_ = false;
       return true;
@@ -75,9 +75,9 @@ bool PosixRunLoop::runUntilOptional(std::optional<Clock::time_point> deadline) {
     if (wake && *wake <= now) continue;
     if (deadline && (!wake || *deadline < *wake)) wake = deadline;
     if (wake) {
-      changes_.wait_until(lock, *wake);
+      changes_.wait_until(lock.standard(), *wake);
     } else {
-      changes_.wait(lock);
+      changes_.wait(lock.standard());
     }
   }
   return false;
@@ -89,7 +89,7 @@ void PosixRunLoop::runDue() {
 
 void PosixRunLoop::stop() {
   if (isForkedChild()) return;
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   stopped_ = true;
   changes_.notify_all();
 }
@@ -97,7 +97,7 @@ void PosixRunLoop::stop() {
 void PosixRunLoop::perform(std::function<void()> function) {
   if (!function || isForkedChild()) return;
   dropExceptions([&] {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     functions_.push_back(std::move(function));
     changed();
   });
@@ -105,13 +105,14 @@ void PosixRunLoop::perform(std::function<void()> function) {
 
 int PosixRunLoop::fileDescriptor() {
   if (isForkedChild()) return -1;
-  const std::lock_guard lock(mutex_);
-  int descriptor = -1;
-  dropExceptions([&] {
-    descriptor = wakeUp_.descriptor();
+  const Lock lock(mutex_);
+  try {
+    const int descriptor = wakeUp_.descriptor();
     wakeUp_.set(wakeTime());
-  });
-  return descriptor;
+    return descriptor;
+  } catch (const std::exception&) {
+    return -1;
+  }
 }
 
 std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance,
@@ -120,7 +121,7 @@ std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance
   const auto now = Clock::now();
   const auto due = dueTime(now, std::max(delay, tolerance));
   const auto latest = dueTime(dueTime(now, delay), tolerance);
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   auto timer = std::make_shared<LoopTimer>(weak_from_this(), nextOrder_);
   timers_.emplace(Key(due, nextOrder_), Pending{latest, std::move(action)});
   ++nextOrder_;
@@ -130,7 +131,7 @@ std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance
 
 void PosixRunLoop::cancel(std::uint64_t order) {
   Schedule::node_type cancelled;  // destroyed after the lock is released
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   const auto timer = std::find_if(timers_.begin(), timers_.end(),
                                   [&](const auto& entry) { return entry.first.second == order; });
   if (timer != timers_.end()) cancelled = timers_.extract(timer);
@@ -143,23 +144,26 @@ bool PosixRunLoop::runPass(bool endsWhenStopped) {
   const auto now = Clock::now();
   std::size_t functionsLeft = 0;
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     functionsLeft = functions_.size();
   }
-  while (run(takeNext(now, functionsLeft, endsWhenStopped))) {
+  {
+    const HostCode::OnLoop code;
+    while (run(takeNext(now, functionsLeft, endsWhenStopped))) {
+    }
   }
   if (isForkedChild()) return false;
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   changed();
   return true;
 }
 
 PosixRunLoop::Next PosixRunLoop::takeNext(Clock::time_point now, std::size_t& functionsLeft,
                                           bool endsWhenStopped) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   Next next;
   if (endsWhenStopped && stopped_) return next;
-  if (functionsLeft > 0 && !functions_.empty()) {
+  if (functionsLeft > 0 && !functions_.empty() && HostCode::OnLoop::mayStart()) {
     --functionsLeft;
     next.function = std::move(functions_.front());
     functions_.pop_front();
@@ -185,16 +189,15 @@ bool PosixRunLoop::run(Next next) {
     }
   });
   if (isForkedChild() || !wasOutOfMemory) return !isForkedChild();
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   next.timer.key().first = Clock::now() + kRetryDelay;
   timers_.insert(std::move(next.timer));
   return true;
 }
 
-// When the loop must wake next. Timers are coalesced within their tolerances. Called with mutex_
-// held.
+// When the loop must wake next. Timers are coalesced within their tolerances.
 std::optional<PosixRunLoop::Clock::time_point> PosixRunLoop::wakeTime() const {
-  if (!functions_.empty()) return Clock::time_point();
+  if (!functions_.empty() && HostCode::OnLoop::mayStart()) return Clock::time_point();
   std::optional<Clock::time_point> wake;
   auto latest = Clock::time_point::max();
   for (const auto& [key, timer] : timers_) {
@@ -205,7 +208,7 @@ std::optional<PosixRunLoop::Clock::time_point> PosixRunLoop::wakeTime() const {
   return wake;
 }
 
-// Wakes the waiting thread and rearms the descriptor. Called with mutex_ held.
+// Wakes the waiting thread and rearms the descriptor.
 void PosixRunLoop::changed() {
   changes_.notify_all();
   wakeUp_.set(wakeTime());

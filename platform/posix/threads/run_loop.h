@@ -9,11 +9,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <utility>
 
+#include "platform/mutex.h"
 #include "platform/posix/system/system.h"
 #include "platform/timer.h"
 #include "veltrano/run_loop.h"
@@ -63,18 +63,18 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
   Next takeNext(Clock::time_point now, std::size_t& functionsLeft, bool endsWhenStopped);
   bool run(Next next);
   void cancel(std::uint64_t order);
-  std::optional<Clock::time_point> wakeTime() const;
-  void changed();
+  std::optional<Clock::time_point> wakeTime() const REQUIRES(mutex_);
+  void changed() REQUIRES(mutex_);
 
   const std::thread::id thread_ = std::this_thread::get_id();
 
-  std::mutex mutex_;  // guards everything below
+  Mutex mutex_;
   std::condition_variable changes_;
-  std::deque<std::function<void()>> functions_;
-  Schedule timers_;
-  std::uint64_t nextOrder_ = 0;
-  bool stopped_ = false;
-  WakeUp wakeUp_;  // for the host's own loop
+  std::deque<std::function<void()>> functions_ GUARDED_BY(mutex_);
+  Schedule timers_ GUARDED_BY(mutex_);
+  std::uint64_t nextOrder_ GUARDED_BY(mutex_) = 0;
+  bool stopped_ GUARDED_BY(mutex_) = false;
+  WakeUp wakeUp_ GUARDED_BY(mutex_);  // for the host's own loop
 };
 
 /// The calling thread's loop; if memory runs out, one that does nothing.
