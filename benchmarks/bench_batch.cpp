@@ -144,7 +144,8 @@ class Batch {
   std::mt19937 random_{1};
   std::vector<bench::Event> events_;
   const HostMap oneMoreProperties_ = hostProperties();
-  veltrano::internal::EventEncoder encoder_;
+  const std::vector<std::string> withheld_;
+  veltrano::internal::EventEncoder encoder_{withheld_};
   const veltrano::HostValue noCarrier_;
   const PropertyMap superProperties_ = *veltrano::internal::ParameterConversion::convert(
       HostMap{{"uid", "user-17"}, {"app_id", "player"}});

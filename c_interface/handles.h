@@ -119,6 +119,10 @@ inline std::optional<std::string> optionalText(veltrano_text text) {
   return std::string(view(text));
 }
 
+/// Tells a test that `operation` did nothing, because its argument with this index has a wrong
+/// type.
+void noteRefusal(std::string_view operation, std::size_t argument);
+
 /// A C function and its context. Releases the context when the last copy is destroyed, or when the
 /// constructor throws.
 template <class... Arguments>

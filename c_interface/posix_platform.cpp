@@ -80,6 +80,9 @@ PosixOptions cppOptions(const veltrano_options& given) {
   options.carrierName = optionalText(given.carrier_name);
   options.trackingAuthorizationStatus = given.tracking_authorization_status;
   options.advertisingIdentifier = optionalText(given.advertising_identifier);
+  for (std::size_t i = 0; given.withheld_properties != nullptr && i < given.withheld_count; ++i)
+    if (const char* const name = given.withheld_properties[i])
+      options.withheldProperties.emplace_back(name);
   return options;
 }
 

@@ -26,6 +26,14 @@ bool take(const Object& object, std::string_view& text) {
   return given.has_value();
 }
 
+bool take(const Object& object, bool& flag) {
+  const HostValue value = object.value();
+  const FlatView given = viewOf(value);
+  const bool isNumber = given.kind() == Kind::Number;
+  flag = isNumber ? given.numberAsDouble() != 0 : given.kind() == Kind::Bool && given.boolean();
+  return isNumber || given.kind() == Kind::Bool;
+}
+
 bool take(const Object& object, HostMap& map) {
   const auto given = object.properties();
   if (!given) return false;
@@ -134,6 +142,7 @@ constexpr Entry kEntries[] = {
      [](std::optional<std::vector<std::string>> triggers, Object::Block handler) {
        Veltrano::shared().setRefreshTriggersWithHandler(std::move(triggers), std::move(handler));
      }},
+    {"setCollecting:", [](bool isOn) { Veltrano::shared().setCollecting(isOn); }},
     {"getScreenOrientation", [] { return HostValue(Veltrano::shared().getScreenOrientation()); }},
     {"getDeviceOrientation", [] { return HostValue(Veltrano::shared().getDeviceOrientation()); }},
 };
@@ -147,6 +156,11 @@ auto find(const Table& table, std::string_view selector) -> decltype(std::data(t
 }
 
 }  // namespace
+
+void veltrano::internal::noteRefusal(std::string_view operation, std::size_t argument) {
+  if (CallObserver* const observer = Library::current().observer())
+    observer->refused(operation, argument);
+}
 
 veltrano_outcome veltrano_send(const char* selector, veltrano_object* const* arguments,
                                size_t count, veltrano_object** returned, size_t* detail) {
@@ -170,7 +184,10 @@ veltrano_outcome veltrano_send(const char* selector, veltrano_object* const* arg
       objects[i] = objectOf(arguments[i]);
     std::size_t taken = 0;
     Object result;
-    if (!entry->send(objects, taken, result)) return wrong(VELTRANO_WRONG_TYPE_OF_ARGUMENT, taken);
+    if (!entry->send(objects, taken, result)) {
+      noteRefusal(selector, taken);
+      return wrong(VELTRANO_WRONG_TYPE_OF_ARGUMENT, taken);
+    }
     if (returned != nullptr) *returned = makeHandle(std::move(result));
     return VELTRANO_DONE;
   });

@@ -15,6 +15,12 @@ using namespace veltrano::internal;
 
 namespace {
 
+// False, for a call that does nothing.
+bool refuse(std::string_view operation, std::size_t argument) {
+  noteRefusal(operation, argument);
+  return false;
+}
+
 bool callWithText(void (Veltrano::*operation)(std::string_view), const char* text) {
   return text != nullptr && guarded(false, [&] {
            (Veltrano::shared().*operation)(text);
@@ -122,7 +128,8 @@ bool veltrano_track(const char* name, const veltrano_object* properties,
                     void (*completion)(void*, bool), void* context) {
   return guarded(false, [&] {
     const auto map = propertiesOf(properties);
-    if (name == nullptr || (properties != nullptr && !map)) return false;
+    if (name == nullptr) return refuse("veltrano_track", 0);
+    if (properties != nullptr && !map) return refuse("veltrano_track", 1);
     track(name, map.value_or(HostMapView()), completion, context);
     return true;
   });
@@ -132,7 +139,8 @@ bool veltrano_track_entries(const char* name, const veltrano_entry* entries, siz
                             size_t entry_size, void (*completion)(void*, bool), void* context) {
   return guarded(false, [&] {
     const Entries properties{reinterpret_cast<const char*>(entries), count, entry_size};
-    if (name == nullptr || !properties.areValid()) return false;
+    if (name == nullptr) return refuse("veltrano_track_entries", 0);
+    if (!properties.areValid()) return refuse("veltrano_track_entries", 1);
     track(name, properties, completion, context);
     return true;
   });
@@ -165,8 +173,8 @@ bool veltrano_set_publisher_uid(const char* uid) {
 bool veltrano_set_super_properties(const veltrano_object* properties) {
   return guarded(false, [&] {
     const auto map = propertiesOf(properties);
-    if (map) Veltrano::shared().setSuperProperties(*map);
-    return map.has_value();
+    if (!map) return refuse("veltrano_set_super_properties", 0);
+    return Veltrano::shared().setSuperProperties(*map), true;
   });
 }
 
@@ -179,7 +187,8 @@ bool veltrano_set_refresh_triggers(const char* const* names, size_t count, void 
   return guarded(false, [&] {
     std::optional<std::vector<std::string>> triggers;
     if (names != nullptr) {
-      if (std::find(names, names + count, nullptr) != names + count) return false;
+      if (std::find(names, names + count, nullptr) != names + count)
+        return refuse("veltrano_set_refresh_triggers", 0);
       triggers.emplace(names, names + count);
     }
     std::function<void()> refresh;
@@ -187,6 +196,10 @@ bool veltrano_set_refresh_triggers(const char* const* names, size_t count, void 
     Veltrano::shared().setRefreshTriggersWithHandler(std::move(triggers), std::move(refresh));
     return true;
   });
+}
+
+bool veltrano_set_collecting(bool on) {
+  return guarded(false, [&] { return Veltrano::shared().setCollecting(on), true; });
 }
 
 const char* veltrano_screen_orientation(void) {
@@ -230,6 +243,7 @@ bool veltrano_get_statistics(veltrano_statistics* statistics) {
         .heartbeats_sent = now.heartbeatsSent,
         .heartbeats_failed = now.heartbeatsFailed,
         .heartbeats_put_off = now.heartbeatsPutOff,
+        .dropped_by_opt_out = now.droppedByOptOut,
     };
     // A host built with an older header has room for fewer fields.
     std::memcpy(statistics, &counts, std::min(statistics->size, sizeof counts));

@@ -99,9 +99,16 @@ void Player::play() {
   goToTheBackgroundAndReturn();
   waitForHeartbeats(2);
 
-  say("The user signs out, and the last events are uploaded.");
+  say("The user signs out: the last events go before the ids do.");
+  require(recordAndUpload(demo::SignedOut{}), "The upload failed.");
+  Veltrano::shared().removeSuperProperty("uid");
   Veltrano::shared().setPublisherUid(nullptr);
-  require(recordAndUpload(demo::SignedOut{}), "The last upload failed.");
+
+  say("Consent is withdrawn and given again; what happens in between is not recorded.");
+  Veltrano::shared().setCollecting(false);
+  demo::track(demo::SongPlayed{.room = Room::attic, .track = 1});
+  Veltrano::shared().setCollecting(true);
+  require(recordAndUpload(demo::ConsentGiven{}), "The last upload failed.");
 }
 
 void Player::playSongsOnTwoThreads() {

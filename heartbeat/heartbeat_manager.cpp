@@ -15,11 +15,13 @@ constexpr Duration kTimerTolerance = std::chrono::milliseconds(100);
 
 HeartbeatManager::HeartbeatManager(const Platform& platform,
                                    std::unique_ptr<HeartbeatRepository> repository,
-                                   Duration fireNowDelay, std::function<void()> recordFailure)
+                                   Duration fireNowDelay, std::function<void()> recordFailure,
+                                   const std::atomic<bool>& isCollecting)
     : platform_(platform),
       repository_(std::move(repository)),
       fireNowDelay_(fireNowDelay),
-      recordFailure_(std::move(recordFailure)) {
+      recordFailure_(std::move(recordFailure)),
+      isCollecting_(isCollecting) {
   platform_.notificationCenter->addObserver(kApplicationDidEnterBackground,
                                             [this] { applicationDidEnterBackground(); });
   platform_.notificationCenter->addObserver(kApplicationDidBecomeActive,
@@ -32,6 +34,10 @@ void HeartbeatManager::initialize(const std::string& uid) {
   uid_ = uid;
   if (!timer_) setTimer(fireNowDelay_);
   initialized_ = true;
+}
+
+void HeartbeatManager::resume() {
+  platform_.timers->performOnMainThread([this] { applicationDidBecomeActive(); });
 }
 
 void HeartbeatManager::applicationDidEnterBackground() {
@@ -60,7 +66,8 @@ void HeartbeatManager::sendHeartbeat() {
   const Duration interval = durationFromSeconds(heartbeatInterval(*platform_.userDefaults));
   std::string newSessionID = uuidText(platform_.randomSource->bytes());
   Lock lock(mutex_);
-  if (platform_.application->state() != ApplicationState::active) return freeTimerIfNeeded();
+  if (!isCollecting_ || platform_.application->state() != ApplicationState::active)
+    return freeTimerIfNeeded();
   const WallTime now = platform_.wallClock->now();
   session_.use(now, std::move(newSessionID));
   const std::string uid = uid_;

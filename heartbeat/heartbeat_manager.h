@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -17,15 +18,19 @@ namespace veltrano::internal {
 class HeartbeatManager {
  public:
   /// `fireNowDelay` is the delay of the first heartbeat. `recordFailure` is called, on any thread,
-  /// for each heartbeat that was not accepted.
+  /// for each heartbeat that was not accepted. None is sent while `isCollecting` is false.
   HeartbeatManager(const Platform& platform, std::unique_ptr<HeartbeatRepository> repository,
-                   Duration fireNowDelay, std::function<void()> recordFailure);
+                   Duration fireNowDelay, std::function<void()> recordFailure,
+                   const std::atomic<bool>& isCollecting);
   HeartbeatManager(const HeartbeatManager&) = delete;
   HeartbeatManager& operator=(const HeartbeatManager&) = delete;
 
   /// Starts the heartbeat of `uid` with a timer on the calling thread's run loop. Later calls are
   /// no-ops.
   void initialize(const std::string& uid);
+
+  /// Call when `isCollecting` becomes true: goes on as after an activation, on the main thread.
+  void resume();
 
  private:
   void applicationDidEnterBackground();
@@ -38,6 +43,7 @@ class HeartbeatManager {
   const std::unique_ptr<HeartbeatRepository> repository_;
   const Duration fireNowDelay_;
   const std::function<void()> recordFailure_;
+  const std::atomic<bool>& isCollecting_;
 
   Mutex mutex_;  // because `initialize` may run on another thread than the rest
   bool initialized_ GUARDED_BY(mutex_) = false;

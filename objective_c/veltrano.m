@@ -131,6 +131,10 @@ static Veltrano* theInstance;
   sendMessage("setRefreshTriggersWithHandlerWithTriggers:handler:", 2, triggers, nil, block);
 }
 
+- (void)setCollecting:(BOOL)on {
+  veltrano_set_collecting(on);
+}
+
 - (NSString*)getScreenOrientation {
   return [NSString stringWithUTF8String:veltrano_screen_orientation()];
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "platform/authentication.h"
 #include "platform/bundles.h"
@@ -29,7 +30,8 @@ Service* nothing() {
 /// The services that a library runs on. None is null, and all must outlive the library. Each
 /// defaults to a no-op, so `Platform()` drops work, sends nothing and stores nothing.
 struct Platform {
-  std::string collectionHost = {};  // "host" or "host:port", of both endpoints
+  std::string collectionHost = {};                   // "host" or "host:port", of both endpoints
+  std::vector<std::string> withheldProperties = {};  // left out of events, at any depth; sorted
   WallClock* wallClock = nothing<WallClock>();
   StandardOutput* standardOutput = nothing<StandardOutput>();
   WorkQueue* workQueue = nothing<WorkQueue>();  // not shared between libraries

@@ -30,6 +30,10 @@ class Timers {
       std::function<void()> /*action*/) {
     return std::make_shared<Timer>();
   }
+
+  /// Calls `function` on the main thread: at once if this is it, else when its run loop runs.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
+  virtual void performOnMainThread(std::function<void()> /*function*/) {}
 };
 
 }  // namespace veltrano::internal

@@ -97,7 +97,7 @@ void FlatCopier::appendSorted(std::vector<PropertyView::Entry>& entries, FlatVie
   auto kept = entries.begin() + first;
   for (auto it = kept; it != entries.end(); ++it) {
     const bool isReplaced = it + 1 != entries.end() && it[1].key == it->key;
-    if (!isReplaced && (!converts || isSendable(it->value))) *kept++ = *it;
+    if (!isReplaced && (!converts || isSendable(it->value)) && !isWithheld(it->key)) *kept++ = *it;
   }
   entries.erase(kept, entries.end());
 }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <forward_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "properties/property_map.h"
@@ -16,6 +18,9 @@ class JSONValueWriter;
 /// `FlatWriter` or a `JSONValueWriter`. Reuses its memory from copy to copy. Not thread-safe.
 class FlatCopier {
  public:
+  /// Leaves out the entries of dictionaries with these keys, which are sorted, at every level.
+  explicit FlatCopier(const std::vector<std::string>* withheld = nullptr) : withheld_(withheld) {}
+
   /// Normalises `value` without changing its meaning.
   void normalise(FlatWriter& writer, FlatView value) { copy(writer, value, false); }
   void normalise(JSONValueWriter& writer, FlatView value) { copy(writer, value, false); }
@@ -33,6 +38,11 @@ class FlatCopier {
   /// is absent. They refer to the map and to this copier, and are valid until the next call.
   void sortEntries(FlatView map, std::vector<PropertyView::Entry>& entries);
 
+  bool isWithheld(std::string_view key) const {
+    return withheld_ != nullptr && !withheld_->empty() &&
+           std::binary_search(withheld_->begin(), withheld_->end(), key);
+  }
+
  private:
   template <class Writer>
   void copy(Writer& writer, FlatView value, bool converts);
@@ -41,6 +51,8 @@ class FlatCopier {
   void copyEntriesWithOtherKeys(FlatWriter& writer, FlatView dictionary);
   static void copyEntriesWithOtherKeys(JSONValueWriter& writer, FlatView dictionary);
   void appendSorted(std::vector<PropertyView::Entry>& entries, FlatView map, bool converts);
+
+  const std::vector<std::string>* const withheld_;  // null or empty: none
 
   std::vector<PropertyView::Entry> entries_;  // a stack: those of the dictionaries being copied
   std::forward_list<std::string> repaired_;   // copies of non-ASCII keys, well-formed

@@ -105,6 +105,15 @@ void veltrano_world_fail(veltrano_world* world, const char* path, size_t times) 
   guarded(world, [&](World& it) { limit(it.network(view(path)).fail(), times); });
 }
 
+void veltrano_world_answer_with_header(veltrano_world* world, const char* path, int status,
+                                       const char* header, const char* value, size_t times) {
+  guarded(world, [&](World& it) {
+    std::map<std::string, std::string> headers{
+        {std::string(view(header)), std::string(view(value))}};
+    limit(it.network(view(path)).answer(status, std::nullopt, std::move(headers)), times);
+  });
+}
+
 size_t veltrano_world_delivered(veltrano_world* world, const char* name) {
   return guarded(world, size_t{0}, [&](World& it) {
     return name != nullptr ? it.delivered().named(name).size() : it.delivered().size();
@@ -137,6 +146,31 @@ size_t veltrano_world_heartbeats(veltrano_world* world) {
 const char* veltrano_world_session_id(veltrano_world* world, size_t heartbeat) {
   return text(world,
               [&](World& it) { return it.heartbeats()[Index(heartbeat, "", 0)].sessionId(); });
+}
+
+const char* veltrano_world_heartbeat_property(veltrano_world* world, size_t heartbeat,
+                                              const char* path) {
+  return text(world, [&](World& it) {
+    return printed(it.heartbeats()[Index(heartbeat, "", 0)][Path(view(path), "", 0)]);
+  });
+}
+
+size_t veltrano_world_requests(veltrano_world* world) {
+  return guarded(world, size_t{0}, [](World& it) { return it.requests().size(); });
+}
+
+const char* veltrano_world_request(veltrano_world* world, size_t request, const char* part) {
+  return text(world, [&](World& it) {
+    const Request found = it.requests()[Index(request, "", 0)];
+    std::map<std::string, std::string> parts{{"path", found.path}, {"body", found.body}};
+    for (const auto& [name, value] : found.query) parts["query." + name] = value;
+    for (const auto& [name, value] : found.headers) parts["headers." + name] = value;
+    const auto place = parts.find(std::string(view(part)));
+    if (place != parts.end()) return place->second;
+    std::string names;
+    for (const auto& [name, value] : parts) names += (names.empty() ? "" : ", ") + name;
+    throw Error("A request has no part \"" + std::string(view(part)) + "\", only: " + names);
+  });
 }
 
 const char* veltrano_world_complaints(veltrano_world* world) {

@@ -74,8 +74,8 @@ void World::Implementation::given(std::string_view eventName,
     ~Watch() {
       if (!wasCalled && !world.isShutDown_)
         world.complain(name +
-                       " is never called: a later flush replaced it, or the application was "
-                       "in the background.");
+                       " is never called: a later flush replaced it, the application was in the "
+                       "background, or collecting was off.");
     }
     Implementation& world;
     const std::string name;
@@ -98,7 +98,7 @@ void World::Implementation::given(std::function<void()>& refreshHandler) {
 
 void World::Implementation::called(std::string_view operation, const HostMapView& arguments) {
   const HostMap given(arguments);  // copies the host's containers
-  recorder_.addCall(operation, given, isOnMainThread());
+  recorder_.addCall(operation, given, isOnMainThread() && runsMainLoop_);
   std::string name(operation);
   std::vector<std::string> changed;
   for (const auto& [key, value] : given) {
@@ -112,10 +112,22 @@ void World::Implementation::called(std::string_view operation, const HostMapView
     }
   }
   for (const std::string& what : changed) complain(std::string(name).append(": ").append(what));
-  if (operation != "track") return;
   const internal::Lock lock(mutex_);
+  if (operation == "setCollecting") isCollecting_ = given.begin()->value == true;
+  if (operation != "track") return;
+  if (!isCollecting_) return silenced_.push_back(std::move(name));
   if (!firstTracked_) firstTracked_ = simulated_.device.facts();
   unsettled_.push_back(std::move(name));
+}
+
+void World::Implementation::refused(std::string_view operation, std::size_t argument) {
+  complain(std::string(operation) + " did nothing: its argument " + std::to_string(argument) +
+           " has the wrong type.");
+}
+
+void World::Implementation::dropped() {
+  waiting_.clear();
+  batch_ = 0;
 }
 
 void World::Implementation::recorded(const Event& event) {
@@ -162,7 +174,7 @@ std::string World::Implementation::install(PosixOptions options, std::string err
   if (!fileError.empty()) complain("Outside a world the platform would be refused: " + fileError);
   if (!isOnMainThread())
     complain("The platform was installed on another thread than the world's, the main thread.");
-  substitute_->setCollectionHost(std::move(options.collectionHost));
+  substitute_->configure(std::move(options.collectionHost), std::move(options.withheldProperties));
   simulated_.bundles.mainInfo = std::move(options.infoDictionary);
   if (options.logSink)
     simulated_.output.onLine = [this, sink = std::move(options.logSink)](std::string_view line) {
@@ -275,6 +287,10 @@ void World::Implementation::setAdvertisingIdentifier(std::optional<std::string> 
                          .value_or(internal::ASIdentifierManager().advertisingIdentifier());
   recordDevice("advertisingIdentifier", [&](JSONWriter& writer) { writer.string(text); });
   simulated_.device.set(&DeviceFacts::identifier, std::move(text));
+}
+
+void World::Implementation::setModel(std::string model) {
+  simulated_.device.set(&DeviceFacts::machineName, std::move(model));
 }
 
 void World::Implementation::setWiFi(bool isConnected) {

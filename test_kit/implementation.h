@@ -12,6 +12,7 @@
 #include <deque>
 #include <exception>
 #include <functional>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -74,7 +75,9 @@ class World::Implementation final : public internal::CallObserver,
   void given(std::string_view eventName, std::function<void(bool)>& completion) override;
   void given(std::function<void()>& refreshHandler) override;
   void called(std::string_view operation, const HostMapView& arguments) override;
+  void refused(std::string_view operation, std::size_t argument) override;
   void recorded(const Event& event) override;
+  void dropped() override;
 
   // Installer.
   std::string install(PosixOptions options, std::string error, std::string fileError) override;
@@ -92,12 +95,16 @@ class World::Implementation final : public internal::CallObserver,
   void setAdvertisingIdentifier(std::optional<std::string> identifier) override;
   bool shutDown(Clock::time_point deadline) override;
   void setWiFi(bool isConnected);
+  void setModel(std::string model);
+  void setRunsMainLoop(bool runs) { runsMainLoop_ = runs; }
+  std::map<std::string, double> settings() const;
+  void setSettings(const std::map<std::string, double>& settings);
 
   Statistics statistics() const { return substitute_ ? substitute_->statistics() : statistics_; }
   Complaints complaints() const;
 
-  /// Counts the first `count` events that the queue dropped by their names.
-  std::string trimmedNames(std::uint64_t count) const;
+  /// The names of the first `count` events that the queue dropped.
+  std::vector<std::string> trimmedNames(std::uint64_t count) const;
 
   /// The names of the events that have not been sent or not been answered.
   std::vector<std::string> waitingNames() const;
@@ -150,8 +157,8 @@ class World::Implementation final : public internal::CallObserver,
   // What runs the world; a shutdown flushes, and then waits for the last answers. Only the main run
   // loop obeys its `stop`, and its functions do not run while the host waits for a shutdown.
   enum class Purpose { advance, mainRunLoop, flush, lastAnswers };
-  static bool runsFunctions(Purpose purpose) {
-    return purpose == Purpose::advance || purpose == Purpose::mainRunLoop;
+  bool runsMainLoop(Purpose purpose) const {
+    return purpose == Purpose::mainRunLoop || (purpose == Purpose::advance && runsMainLoop_);
   }
 
   bool isOnMainThread() const { return mainThread_ == std::this_thread::get_id(); }
@@ -208,6 +215,7 @@ class World::Implementation final : public internal::CallObserver,
   bool isRunning_ = false;
   Purpose purpose_ = Purpose::advance;  // of the current run
   bool runsFunction_ = false;           // of the main run loop
+  bool runsMainLoop_ = true;            // `advance` does
   bool isStopping_ = false;             // the main run loop's `stop` ends it soon
   bool wasStopped_ = false;             // that has ended it
   bool wasInterrupted_ = false;         // by a shutdown inside of it
@@ -219,6 +227,7 @@ class World::Implementation final : public internal::CallObserver,
   std::optional<planning::Plan> plan_;
   planning::Coverage covered_;
   std::set<std::string> violations_;  // that have been complaints
+  std::map<std::string, double> initialSettings_;
 
   std::atomic<bool> isShutDown_{false};  // a shutdown or the end has begun; reports do nothing
   std::atomic<bool> isUsed_{false};
@@ -227,6 +236,8 @@ class World::Implementation final : public internal::CallObserver,
   mutable internal::Mutex mutex_;
   std::vector<std::string> unsettled_ GUARDED_BY(mutex_);  // events since the last run
   std::vector<std::string> complaints_ GUARDED_BY(mutex_);
+  bool isCollecting_ GUARDED_BY(mutex_) = true;
+  std::vector<std::string> silenced_ GUARDED_BY(mutex_);  // events tracked while it is false
   std::optional<internal::DeviceFacts> firstTracked_ GUARDED_BY(mutex_);  // the device then
   std::optional<bool> wasComplete_ GUARDED_BY(mutex_);  // the result of a shutdown
 

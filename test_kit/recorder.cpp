@@ -74,7 +74,7 @@ void Recorder::add(std::string_view operation, const WriteFields& writeFields) {
   operationsNow().push_back(std::move(text));
 }
 
-void Recorder::addCall(std::string_view operation, const HostMap& arguments, bool isOnMainThread) {
+void Recorder::addCall(std::string_view operation, const HostMap& arguments, bool hasRunLoop) {
   const internal::Lock lock(mutex_);
   if (hasEnded_) return;
   noteLogSwitch();
@@ -95,8 +95,8 @@ void Recorder::addCall(std::string_view operation, const HostMap& arguments, boo
         writeScenarioMap(writer, mapIn(value).value_or(HostMap()));
       }
     }
-    if (operation != "setUserId" || isOnMainThread) return;
-    writer.key("runLoop");  // in a world, only the main thread runs one
+    if (operation != "setUserId" || hasRunLoop) return;
+    writer.key("runLoop");
     writer.boolean(false);
   }));
   callbacks_ = number;
@@ -174,7 +174,8 @@ std::string Recorder::posts() const {
 }
 
 std::string Recorder::scenario(const internal::DeviceFacts& device,
-                               const std::optional<HostMap>& info) const {
+                               const std::optional<HostMap>& info,
+                               const std::map<std::string, double>& settings) const {
   const auto writeConfiguration = [&](JSONWriter& writer) {
     writer.key("screen");
     writer.startArray();
@@ -187,6 +188,15 @@ std::string Recorder::scenario(const internal::DeviceFacts& device,
     writer.string(device.version);
     writer.key("machine");
     writer.string(device.machineName);
+    if (!settings.empty()) {
+      writer.key("defaults");
+      writer.startObject();
+      for (const auto& [key, value] : settings) {
+        writer.key(key);
+        writer.number(value);
+      }
+      writer.endObject();
+    }
     if (!info) return;
     writer.key("info");
     writeScenarioMap(writer, *info);

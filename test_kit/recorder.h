@@ -30,7 +30,7 @@ class Recorder {
   void add(std::string_view operation, const WriteFields& writeFields = nullptr);
 
   /// Adds a call, as reported to `CallObserver::called`.
-  void addCall(std::string_view operation, const HostMap& arguments, bool isOnMainThread);
+  void addCall(std::string_view operation, const HostMap& arguments, bool hasRunLoop);
 
   /// Adds the answer to a post to `path`.
   void addAnswer(const std::string& path, const Answer& answer);
@@ -47,10 +47,10 @@ class Recorder {
   /// True between runs: later calls precede other work due at the same time.
   void setBeforeAll(bool isBeforeAll);
 
-  /// The scenario: the configuration of `device` and `info`, the steps, and an end at the current
-  /// time unless it has ended.
-  std::string scenario(const internal::DeviceFacts& device,
-                       const std::optional<HostMap>& info) const;
+  /// The scenario: the configuration of `device`, `info` and the `settings` at the start, the
+  /// steps, and an end at the current time unless it has ended.
+  std::string scenario(const internal::DeviceFacts& device, const std::optional<HostMap>& info,
+                       const std::map<std::string, double>& settings) const;
 
  private:
   struct Step {

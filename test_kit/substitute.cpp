@@ -40,8 +40,9 @@ Substitute::Substitute(const Platform& platform, CallObserver& observer, Install
 
 Substitute::~Substitute() = default;
 
-void Substitute::setCollectionHost(std::string host) {
-  state_->library.setCollectionHost(std::move(host));
+void Substitute::configure(std::string collectionHost,
+                           std::vector<std::string> withheldProperties) {
+  state_->library.configure(std::move(collectionHost), std::move(withheldProperties));
 }
 
 Statistics Substitute::statistics() const {

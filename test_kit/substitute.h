@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/platform.h"
 #include "upload/rules/final_flush.h"
@@ -30,8 +31,8 @@ class VELTRANO_EXPORT Substitute {
   Substitute(const Substitute&) = delete;
   Substitute& operator=(const Substitute&) = delete;
 
-  /// See `Library::setCollectionHost`.
-  void setCollectionHost(std::string host);
+  /// See `Library::configure`.
+  void configure(std::string collectionHost, std::vector<std::string> withheldProperties);
 
   Statistics statistics() const;
 

@@ -64,11 +64,6 @@ std::string quoted(std::string_view text) {
   return '"' + std::string(text) + '"';
 }
 
-template <class Value>
-std::string seconds(Value time) {
-  return std::to_string(std::chrono::duration<double>(time).count()) + " s";
-}
-
 // Throws for a status that no trace can hold.
 void checkStatus(const Answer& answer) {
   constexpr int kMaxStatus = 999;
@@ -110,6 +105,10 @@ Origin Event::origin(const Path& path) const {
   }
 }
 
+std::ostream& operator<<(std::ostream& out, Time time) {
+  return out << std::to_string(std::chrono::duration<double>(time).count()) << " s";
+}
+
 std::ostream& operator<<(std::ostream& out, const Event& event) {
   return out << event.name() << ' ' << event.values();
 }
@@ -118,6 +117,16 @@ Events Events::named(std::string_view name) const {
   std::vector<Event> events;
   std::copy_if(begin(), end(), std::back_inserter(events),
                [&](const Event& event) { return event.name() == name; });
+  return Events(std::move(events), waiting_);
+}
+
+Events Events::with(const HostMap& properties) const {
+  std::vector<Event> events;
+  std::copy_if(begin(), end(), std::back_inserter(events), [&](const Event& event) {
+    return std::all_of(properties.begin(), properties.end(), [&](const HostMapEntry& property) {
+      return event.has(property.key) && event[property.key] == property.value;
+    });
+  });
   return Events(std::move(events), waiting_);
 }
 
@@ -140,11 +149,11 @@ std::string Heartbeat::userId() const {
 }
 
 std::ostream& operator<<(std::ostream& out, const Heartbeat& heartbeat) {
-  return out << "at " << seconds(heartbeat.at()) << ' ' << heartbeat.values();
+  return out << "at " << heartbeat.at() << ' ' << heartbeat.values();
 }
 
 std::ostream& operator<<(std::ostream& out, const Request& request) {
-  return out << "at " << seconds(request.at) << ' ' << request.path << ' ' << request.body;
+  return out << "at " << request.at << ' ' << request.path << ' ' << request.body;
 }
 
 Rule& Rule::times(std::size_t count) {

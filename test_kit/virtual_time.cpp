@@ -73,7 +73,7 @@ bool World::Implementation::run(Duration target, Purpose purpose) {
     wasInterrupted_ = false;
     timeline.begin();
     loop_.forgetSchedule();
-    if (runsFunctions(purpose)) loop_.scheduleFunctions(now());
+    if (runsMainLoop(purpose)) loop_.scheduleFunctions(now());
     timeline.addStep(target, [&] { timeline.stop(); });
     if (isStopping_) stopSoon();
     timeline.runUntil(target);
@@ -83,7 +83,7 @@ bool World::Implementation::run(Duration target, Purpose purpose) {
 }
 
 bool World::Implementation::takeTurn() {
-  if (runsFunctions(purpose_)) loop_.scheduleFunctions(now() + kInstant);
+  if (runsMainLoop(purpose_)) loop_.scheduleFunctions(now() + kInstant);
   if (purpose_ == Purpose::mainRunLoop && !isStopping_ && loop_.takeStop()) {
     isStopping_ = true;
     stopSoon();
@@ -184,7 +184,10 @@ bool World::Implementation::Loop::runUntil(std::chrono::steady_clock::time_point
 }
 
 void World::Implementation::Loop::runDue() {
-  if (world_.canRun() && !world_.isRunning_) world_.run(world_.now() + kInstant, Purpose::advance);
+  if (!world_.canRun() || world_.isRunning_) return;
+  const bool advanceRunsIt = std::exchange(world_.runsMainLoop_, true);
+  world_.run(world_.now() + kInstant, Purpose::advance);
+  world_.runsMainLoop_ = advanceRunsIt;
 }
 
 // True if stopped before `time` was over.

@@ -20,6 +20,16 @@ std::string countedEvents(std::uint64_t count) {
   return std::to_string(count) + (count == 1 ? " event was" : " events were");
 }
 
+// Such as "2 Bought, 1 Seen".
+std::string countedNames(const std::vector<std::string>& names) {
+  std::map<std::string, std::uint64_t> counts;
+  for (const std::string& name : names) ++counts[name];
+  std::string text;
+  for (const auto& [name, times] : counts)
+    text += (text.empty() ? "" : ", ") + std::to_string(times) + ' ' + name;
+  return text;
+}
+
 }  // namespace
 
 World::Implementation::Implementation() {
@@ -30,6 +40,10 @@ World::Implementation::Implementation() {
     recorder_.add("shared");
   };
   simulated_.timers.keepsTolerance = true;
+  simulated_.timers.onRunLoop = [this](const auto& action) {
+    purpose_ == Purpose::advance && !runsMainLoop_ ? loop_.perform(action) : action();
+  };
+  simulated_.timers.onMainThread = [this](auto function) { onMainThread(std::move(function)); };
   simulated_.timers.onLostTimer = [this] {
     complain("A heartbeat was started on a thread that is not the main thread: it is never sent.");
   };
@@ -92,14 +106,18 @@ Complaints World::Implementation::complaints() const {
   {
     const internal::Lock lock(mutex_);
     complaints = complaints_;
+    if (!silenced_.empty())
+      complaints.push_back("Not recorded, because collecting was off: " + countedNames(silenced_) +
+                           '.');
   }
   const Statistics counts = statistics();
   const std::pair<std::uint64_t, std::string> losses[] = {
       {counts.droppedByTrimming, " dropped, the oldest first, because too many waited: " +
-                                     trimmedNames(counts.droppedByTrimming) + '.'},
+                                     countedNames(trimmedNames(counts.droppedByTrimming)) + '.'},
       {counts.droppedForMemory, " dropped because memory ran out."},
       {counts.droppedByBacklog, " dropped because 64 MiB of calls waited for an upload."},
       {counts.droppedByShutDown, " dropped by the shutdown."},
+      {counts.droppedByOptOut, " dropped when collecting was switched off."},
   };
   for (const auto& [count, why] : losses)
     if (count > 0) complaints.push_back(countedEvents(count) + why);
@@ -107,15 +125,20 @@ Complaints World::Implementation::complaints() const {
 }
 
 // The queue drops the oldest.
-std::string World::Implementation::trimmedNames(std::uint64_t count) const {
-  std::map<std::string, std::uint64_t> counts;
-  for (const std::string& name : trimmed_) ++counts[name];
-  for (std::size_t i = 0; i < waiting_.size() && trimmed_.size() + i < count; ++i)
-    ++counts[waiting_[i].name];
-  std::string text;
-  for (const auto& [name, times] : counts)
-    text += (text.empty() ? "" : ", ") + std::to_string(times) + ' ' + name;
-  return text;
+std::vector<std::string> World::Implementation::trimmedNames(std::uint64_t count) const {
+  std::vector<std::string> names = trimmed_;
+  for (std::size_t i = 0; i < waiting_.size() && names.size() < count; ++i)
+    names.push_back(waiting_[i].name);
+  return names;
+}
+
+std::map<std::string, double> World::Implementation::settings() const {
+  return {simulated_.defaults.values.begin(), simulated_.defaults.values.end()};
+}
+
+void World::Implementation::setSettings(const std::map<std::string, double>& settings) {
+  initialSettings_ = settings;
+  simulated_.defaults.values = {settings.begin(), settings.end()};
 }
 
 std::vector<std::string> World::Implementation::waitingNames() const {
@@ -137,7 +160,7 @@ std::string World::Implementation::trace() const {
     device = firstTracked_;
   }
   return recorder_.scenario(device ? *device : simulated_.device.facts(),
-                            simulated_.bundles.mainInfo);
+                            simulated_.bundles.mainInfo, initialSettings_);
 }
 
 World::World() : implementation_(std::make_unique<Implementation>()) {}
@@ -147,7 +170,7 @@ void World::advance(Duration time) {
   implementation_->advance(time);
 }
 
-Duration World::now() const {
+Time World::now() const {
   return implementation_->now();
 }
 
@@ -225,6 +248,22 @@ void World::setCarrierName(std::optional<std::string> name) {
 
 void World::setWiFi(bool isConnected) {
   implementation_->setWiFi(isConnected);
+}
+
+void World::setModel(std::string model) {
+  implementation_->setModel(std::move(model));
+}
+
+void World::setRunsMainLoop(bool runs) {
+  implementation_->setRunsMainLoop(runs);
+}
+
+std::map<std::string, double> World::settings() const {
+  return implementation_->settings();
+}
+
+void World::setSettings(const std::map<std::string, double>& settings) {
+  implementation_->setSettings(settings);
 }
 
 void World::setTrackingAuthorizationStatus(std::uint64_t status) {

@@ -47,7 +47,8 @@ void WorldNetwork::finish(std::uint64_t number, const Answer& answer) {
 
 std::optional<internal::Rest> WorldNetwork::requestEnded(const Post& post, const Answer& answer) {
   internal::AttemptResult result;
-  result.failedToConnect = answer.isTransportError;
+  result.failedToConnect =
+      answer.isTransportError && answer.latency < internal::RequestLimits().attemptTimeout;
   if (!answer.isTransportError) result.httpStatusCode = answer.status;
   if (const auto text = headerOf(answer, "retry-after"))
     result.retryAfter = internal::parseRetryAfter(*text, clock_.now());

@@ -228,7 +228,7 @@ TEST_F(CInterface, StatisticsFillWhatTheHostHasRoomFor) {
   EXPECT_EQ(all.recorded, all.waiting + all.in_flight + all.delivered + all.dropped_by_trimming +
                               all.dropped_as_refused + all.dropped_as_not_encodable +
                               all.dropped_for_memory + all.dropped_by_shut_down +
-                              all.dropped_by_backlog);
+                              all.dropped_by_backlog + all.dropped_by_opt_out);
   veltrano_statistics older = {};
   older.size = offsetof(veltrano_statistics, waiting);
   EXPECT_TRUE(veltrano_get_statistics(&older));

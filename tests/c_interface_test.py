@@ -36,7 +36,10 @@ class Options(ctypes.Structure):
         ("system_version", Text), ("screen_width", c_double), ("screen_height", c_double),
         ("application_state", c_int), ("interface_orientation", c_int),
         ("device_orientation", c_int), ("carrier_name", Text),
-        ("tracking_authorization_status", c_uint64), ("advertising_identifier", Text)]
+        ("tracking_authorization_status", c_uint64), ("advertising_identifier", Text),
+        ("pinned_public_key", Text), ("proxy", Text), ("on_transfer", c_void_p),
+        ("on_transfer_context", c_void_p), ("withheld_properties", POINTER(c_char_p)),
+        ("withheld_count", c_size_t)]
 
 
 library = ctypes.CDLL(sys.argv[1])
@@ -162,7 +165,8 @@ def set_up(url, certificate, directory):
         log_sink=keep_line, system_name=text("Other"), system_version=text("9"),
         screen_width=100, screen_height=200, interface_orientation=3, device_orientation=1,
         carrier_name=text("Carrier\0One"), tracking_authorization_status=2,
-        advertising_identifier=text("00000000-0000-0000-0000-00000000000a"))
+        advertising_identifier=text("00000000-0000-0000-0000-00000000000a"),
+        withheld_properties=(c_char_p * 2)(b"secret", b"$model"), withheld_count=2)
     error = c_void_p()
     assert install(ctypes.byref(options), ctypes.byref(error)), string_of(string_text(error))
     release(info)
@@ -171,11 +175,15 @@ def set_up(url, certificate, directory):
 
 
 def track_events():
+    set_collecting = declare("set_collecting", c_bool, c_bool)
+    assert set_collecting(False)
+    call("track", b"Silenced", {}, None, None)
+    assert set_collecting(True)
     call("set_app_id", b"app")
     call("set_publisher_uid", b"pub")
     call("set_idfa")
     set_trigger(refresh)
-    call("set_super_properties", {"kept": "1", "gone": "2"})
+    call("set_super_properties", {"kept": "1", "gone": "2", "secret": "3"})
     call("remove_super_property", b"gone")
     check(declare("screen_orientation", c_char_p)(), b"landscape")
     declare("set_device_orientation", None, c_int)(5)
@@ -198,13 +206,13 @@ def check_events(report):
     check(list(events), ["Device Orientation Changed", "Screen Orientation Changed", "First",
                          "Bare", "E"])
     for name, expected in [("First", {
-            "kept": "1", "app_id": "app", "pub_uid": "pub", "gone": None,
+            "kept": "1", "app_id": "app", "pub_uid": "pub", "gone": None, "secret": None,
             "$carrier": "Carrier\0One", "$os": "Other", "$os_version": "9",
             "$screen_width": 100, "$screen_height": 200, "$app_build_number": "45",
             "extra_json": {"att_auth_status": 2}, "screen_orientation": "portrait",
             "$ios_ifa": "00000000-0000-0000-0000-00000000000A", "device_orientation": "faceUp"}),
                            ("E", {"text": "a\0å", "extra_json": {"att_auth_status": 3},
-                                  "$screen_width": 100, "pub_uid": None, "$carrier": None})]:
+                                  "$screen_width": 100, "pub_uid": None, "$carrier": None, "$model": None})]:
         check({key: events[name].get(key) for key in expected}, expected)
 
 

@@ -97,6 +97,32 @@ TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
   EXPECT_EQ(last.droppedByTrimming, last.recorded - 200);
 }
 
+TEST_F(HostFaults, AThreadSwitchesCollectingWhileOthersTrack) {
+  auto& tracker = Veltrano::shared();
+  tracker.setUserId("user");
+  const auto expectBalance = [&] {
+    const Statistics s = tracker.statistics();
+    EXPECT_EQ(s.recorded, s.waiting + s.inFlight + s.delivered + s.dropped());
+  };
+  runTogether(4, [&](int i) {
+    for (int n = 0; n < 5000; ++n) {
+      if (i < 2)
+        tracker.setCollecting(n % 2 == i);
+      else
+        tracker.track("E", {}, [](bool) {});
+      if (n % 100 == 0) expectBalance();
+    }
+  });
+  tracker.setCollecting(false);
+  tracker.setCollecting(true);
+  std::promise<bool> outcome;
+  tracker.track("last", {}, [&](bool result) { outcome.set_value(result); });
+  EXPECT_FALSE(outcome.get_future().get());
+  EXPECT_EQ(tracker.statistics().waiting, 1U);
+  EXPECT_GT(tracker.statistics().droppedByOptOut, 0U);
+  expectBalance();
+}
+
 // Forks while another thread takes the library's locks, for the first use and the first heartbeat
 // among others.
 TEST_F(HostFaults, AForkedChildDoesNothingAndDoesNotHang) {

@@ -23,6 +23,7 @@
 #include "tests/support/trace_laws.h"
 #include "veltrano/posix_platform.h"
 #include "veltrano/testing.h"
+#include "veltrano/testing_c.h"
 #include "veltrano/veltrano.h"
 
 namespace {
@@ -316,6 +317,80 @@ TEST(Complaints, NameWhatHappensToCallbacks) {
   EXPECT_EQ(world.complaints().size(), 9u) << complaints;  // two transfers
 }
 
+TEST(Complaints, NameCallsThatDidNothing) {
+  kit::World world;
+  PosixPlatform::install(options());
+  Veltrano::shared().track("Waits");
+  world.advance(1s);
+  veltrano_set_collecting(false);
+  Veltrano::shared().track("Silenced");
+  Veltrano::shared().track("Silenced", {}, [](bool) {});
+  EXPECT_FALSE(veltrano_track("E", veltrano_null(), nullptr, nullptr));
+  veltrano_object* arguments[] = {veltrano_int(1)};
+  veltrano_send("setUserId:", arguments, 1, nullptr, nullptr);
+  veltrano_release(arguments[0]);
+  arguments[0] = veltrano_boolean_number(true);
+  EXPECT_EQ(veltrano_send("setCollecting:", arguments, 1, nullptr, nullptr), VELTRANO_DONE);
+  veltrano_release(arguments[0]);
+  Veltrano::shared().track("Recorded");
+  world.advance(1min);
+  EXPECT_EQ(world.delivered().size(), 1u);
+  const auto complaints = printed(world.complaints());
+  for (const char* const words :
+       {"Not recorded, because collecting was off: 2 Silenced.",
+        "1 event was dropped when collecting was switched off.", "completion of Silenced is never",
+        "veltrano_track did nothing: its argument 1 has the wrong type.",
+        "setUserId: did nothing: its argument 0 has the wrong type."})
+    EXPECT_NE(complaints.find(words), std::string::npos) << words << complaints;
+  EXPECT_EQ(world.complaints().size(), 5u) << complaints;
+}
+
+TEST(Worlds, CanBeTheNextLaunch) {
+  std::map<std::string, double> settings;
+  {
+    kit::World first;
+    Veltrano::shared().setUserId("user");
+    first.network("/heartbeat").answer(200, R"({"back_off_seconds": 100})");
+    first.advance(2s);
+    settings = first.settings();
+  }
+  kit::World second;
+  second.setSettings(settings);
+  second.setModel("Player 3");
+  Veltrano::shared().setUserId("user");
+  for (const char* plan : {"pro", "free"})
+    Veltrano::shared().track("Bought", {{"plan", plan}, {"items", Array{HostMap{{"id", 7}}}}});
+  second.advance(200s);
+  EXPECT_EQ(second.heartbeats().size(), 2u);
+  EXPECT_EQ(second.heartbeats().back().at(), 101s);
+  EXPECT_EQ(printed(second.heartbeats().back().at()), "101.000000 s");
+  const auto found = second.delivered().with({{"plan", "free"}, {"items.0.id", 7}}).only("Bought");
+  EXPECT_EQ(found["$model"], "Player 3");
+  EXPECT_TRUE(second.delivered().with({{"plan", "none"}}).empty());
+  EXPECT_NE(second.trace().find("\"defaults\":{\"kelvora_heartbeat_interval\":100"),
+            std::string::npos);
+}
+
+TEST(Worlds, SayTheSameInC) {
+  veltrano_world* world = veltrano_world_create();
+  veltrano_world_answer_with_header(world, "/track", 503, "Retry-After", "100", 1);
+  veltrano_set_user_id("user");
+  veltrano_track("E", nullptr, nullptr, nullptr);
+  veltrano_world_advance(world, 90);
+  EXPECT_EQ(veltrano_world_delivered(world, nullptr), 0u);  // a rest
+  veltrano_world_advance(world, 60);
+  EXPECT_EQ(veltrano_world_delivered(world, nullptr), 1u);
+  EXPECT_STREQ(veltrano_world_heartbeat_property(world, 0, "uid"), "\"user\"");
+  EXPECT_GT(veltrano_world_requests(world), 5u);
+  EXPECT_STREQ(veltrano_world_request(world, 0, "path"), "/heartbeat");
+  EXPECT_STREQ(veltrano_world_request(world, 0, "query.uid"), "user");
+  EXPECT_STREQ(veltrano_world_request(world, 0, "headers.lib_version"), "ios_0.0");
+  EXPECT_EQ(veltrano_world_request(world, 0, "headers.x"), nullptr);
+  EXPECT_NE(std::string(veltrano_world_error(world)).find("query.uid"), std::string::npos);
+  EXPECT_EQ(veltrano_world_request(world, 99, "path"), nullptr);
+  veltrano_world_destroy(world);
+}
+
 TEST(Worlds, HaveTheTimeLimitsOfProduction) {
   kit::World world;
   auto given = options();
@@ -363,6 +438,7 @@ TEST(Installation, SetsWhatTheOptionsSay) {
   given.screenWidth = 100;
   given.interfaceOrientation = 3;
   given.carrierName = "Telenor";
+  given.withheldProperties = {"mp_lib", "$os_version"};
   given.sessionToken = [] { return "token"; };
   const auto installation = PosixPlatform::install(given);
   ASSERT_TRUE(installation) << installation.error;
@@ -384,6 +460,7 @@ TEST(Installation, SetsWhatTheOptionsSay) {
                                            {"$ios_ifa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"},
                                            {"time", 1'700'000'000'000}})
     EXPECT_EQ(event[path], value) << path;
+  for (const std::string& name : given.withheldProperties) EXPECT_FALSE(event.has(name)) << name;
   const auto heartbeat = world.heartbeats().front();
   EXPECT_EQ(heartbeat["screen_orientation"], "landscape");
   EXPECT_EQ(heartbeat["time"], 1'700'000'001'000 - 3'600'000);
@@ -443,6 +520,26 @@ TEST(MainRunLoop, RunsInVirtualTime) {
   kit::World world;
   EXPECT_EQ(PosixPlatform::install(options()).platform, kept);
   EXPECT_NE(&kept->mainRunLoop(), nullptr);
+}
+
+TEST(MainRunLoop, MayBeForgottenByTheHost) {
+  kit::World world;
+  world.setRunsMainLoop(false);
+  auto& loop = PosixPlatform::install(options()).platform->mainRunLoop();
+  bool hasRun = false;
+  loop.perform([&] { hasRun = true; });
+  Veltrano::shared().setUserId("user");
+  Veltrano::shared().track("E");
+  world.advance(1min);
+  EXPECT_EQ(world.delivered().size(), 1u);
+  EXPECT_TRUE(world.heartbeats().empty());
+  EXPECT_FALSE(hasRun);
+  loop.runDue();
+  EXPECT_TRUE(hasRun);
+  EXPECT_EQ(world.heartbeats().size(), 1u);
+  world.setRunsMainLoop(true);
+  world.advance(20s);
+  EXPECT_EQ(world.heartbeats().size(), 2u);
 }
 
 std::chrono::steady_clock::time_point in(kit::Duration time) {

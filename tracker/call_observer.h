@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string_view>
 
@@ -29,8 +30,14 @@ class CallObserver {
   /// arguments, a Bool says whether there is one.
   virtual void called(std::string_view operation, const HostMapView& arguments) = 0;
 
+  /// A call did nothing, because an argument has the wrong type.
+  virtual void refused(std::string_view operation, std::size_t argument) = 0;
+
   /// Called on the work queue.
   virtual void recorded(const Event& event) = 0;
+
+  /// All waiting events have been dropped. Called on the work queue.
+  virtual void dropped() = 0;
 
  protected:
   ~CallObserver() = default;

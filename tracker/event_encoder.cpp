@@ -34,7 +34,7 @@ void EventEncoder::setBase(const PropertyMap& defaultProperties,
   replacesAny_ = false;
   baseExtra_ = PropertyMap(extraIn(superProperties.find(kExtraKey)));
   for (const auto& [key, value] : defaultProperties + superProperties) {
-    if (key == kExtraKey) continue;
+    if (key == kExtraKey || copier_.isWithheld(key)) continue;
     writer_.clear();
     writer_.startObject();
     writer_.key(key);
@@ -93,7 +93,9 @@ void EventEncoder::markReplaced() {
 }
 
 void EventEncoder::writeAutomatic(const AutomaticProperties& automatic, FlatView carrier) {
-  const auto isWritten = [](const OwnProperty* p) { return p->json.empty() && !p->isReplaced; };
+  const auto isWritten = [this](const OwnProperty* p) {
+    return p->json.empty() && !p->isReplaced && !copier_.isWithheld(p->key);
+  };
   if (isWritten(time_)) {
     writer_.key(kTimeKey);
     writer_.integer(automatic.timeInMilliseconds);
@@ -131,9 +133,10 @@ bool EventEncoder::writeGiven() {
 }
 
 bool EventEncoder::writeExtra(std::uint64_t trackingAuthorizationStatus) {
+  if (copier_.isWithheld(kExtraKey)) return true;
   writer_.key(kExtraKey);
   writer_.startObject();
-  if (baseExtra_.empty() && !replacesAny_) {
+  if (baseExtra_.empty() && !replacesAny_ && !copier_.isWithheld(kStatusKey)) {
     writer_.key(kStatusKey);
     writer_.unsignedInteger(trackingAuthorizationStatus);
   } else {
@@ -147,6 +150,7 @@ bool EventEncoder::writeExtra(std::uint64_t trackingAuthorizationStatus) {
     const auto value =
         given.bytes().empty() ? std::nullopt : std::optional<FlatView>(given.bytes().data());
     for (const auto& [key, member] : automatic + baseExtra_ + extraIn(value)) {
+      if (copier_.isWithheld(key)) continue;
       writer_.key(key);
       if (!writeValue(member, false)) return false;
     }

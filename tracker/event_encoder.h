@@ -23,6 +23,10 @@ struct AutomaticProperties {
 /// change, so they are encoded only then. Used on the work queue.
 class EventEncoder {
  public:
+  /// Leaves out properties called as one of `withheld`, at any depth. `withheld` is sorted and must
+  /// outlive the encoder.
+  explicit EventEncoder(const std::vector<std::string>& withheld) : copier_(&withheld) {}
+
   /// Sets the base of the events encoded from now on. On equal keys a super property wins.
   void setBase(const PropertyMap& defaultProperties, const PropertyMap& superProperties);
 

@@ -12,6 +12,7 @@ namespace veltrano::internal {
                                  FlushCompletion&& completion) {
   try {
     if (!refreshTriggers_.callHandlerFor(eventName)) return;
+    if (!isCollecting_.load(std::memory_order_relaxed)) return;
     log_("Adding event of ", HostText{eventName}, " to current ", eventQueue_.count(), " events");
     AutomaticProperties automatic;
     automatic.timeInMilliseconds = roundedMilliseconds(platform_.wallClock->now().sinceEpoch);
@@ -47,6 +48,7 @@ namespace veltrano::internal {
 void Tracker::record(std::string_view eventName, const AutomaticProperties& automatic,
                      FlatView carrier, FlatView eventProperties, FlushCompletion completion,
                      bool isLogged) {
+  if (!collectsNow()) return accounting_.eventOptedOut();
   try {
     if (!isEncoderCurrent_)
       encoder_.setBase(defaultProperties_.properties(), superProperties_.current());

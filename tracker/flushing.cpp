@@ -71,6 +71,7 @@ void Tracker::flushQueueIfNecessary(FlushCompletion completion) {
 
 void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completion,
                             std::initializer_list<const char*> announcements, bool isFirst) {
+  if (!isCollecting_) return;
   // The host may end this thread in its log sink: the flush is scheduled all the same.
   struct AtEnd {
     ~AtEnd() { tracker.scheduleSilently(delay, std::move(completion), isFirst); }
@@ -105,6 +106,7 @@ void Tracker::scheduleSilently(std::chrono::seconds delay, FlushCompletion compl
 // The host may end this thread in its log sink or in the completion. The queue must still wait for
 // an upload in progress; the next event then schedules the next flush.
 void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion) {
+  if (!collectsNow()) return;
   try {
     if (delay == delay.zero()) {
       log_("In the scheduled flush work item block  that is forced");

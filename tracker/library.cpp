@@ -61,12 +61,19 @@ void Library::start() {
 HeartbeatManager& Library::heartbeatManager() {
   const Lock lock(heartbeatMutex_);
   if (!heartbeatManager_)
-    heartbeatManager_.emplace(platform_,
-                              std::make_unique<RemoteHeartbeatRepository>(
-                                  client_, [this] { return tracker_.heartbeatFacts(); }),
-                              std::chrono::seconds(1),
-                              [this] { tracker_.track("Heartbeat Failed", {}, nullptr); });
+    heartbeatManager_.emplace(
+        platform_,
+        std::make_unique<RemoteHeartbeatRepository>(client_,
+                                                    [this] { return tracker_.heartbeatFacts(); }),
+        std::chrono::seconds(1), [this] { tracker_.track("Heartbeat Failed", {}, nullptr); },
+        tracker_.isCollecting());
   return *heartbeatManager_;
+}
+
+void Library::setCollecting(bool isOn) {
+  tracker().setCollecting(isOn);
+  const Lock lock(heartbeatMutex_);
+  if (isOn && heartbeatManager_) heartbeatManager_->resume();
 }
 
 }  // namespace veltrano::internal

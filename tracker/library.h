@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "heartbeat/heartbeat_manager.h"
 #include "log/log.h"
@@ -54,7 +55,10 @@ class Library {
   void end();
 
   /// Warning: no other thread may be using the library.
-  void setCollectionHost(std::string host) { platform_.collectionHost = std::move(host); }
+  void configure(std::string collectionHost, std::vector<std::string> withheldProperties) {
+    platform_.collectionHost = std::move(collectionHost);
+    platform_.withheldProperties = std::move(withheldProperties);
+  }
 
   const CollectionClient& client() const { return client_; }
   /// See `replaceCurrent`. A forked child does not touch the locks of its parent's library.
@@ -76,6 +80,9 @@ class Library {
 
   /// `HeartbeatManager.shared`, created by the first call.
   HeartbeatManager& heartbeatManager();
+
+  /// See `Veltrano::setCollecting`.
+  void setCollecting(bool isOn);
 
   /// How the process's library is doing, in plain text: see `Veltrano::status`.
   static std::string status();

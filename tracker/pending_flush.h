@@ -59,10 +59,12 @@ class PendingFlush {
     if (replaced.item != nullptr) replaced.item->cancel();
   }
 
-  /// Cancels the pending flush; its completion is never called.
-  void cancel() {
+  /// Cancels the pending flush; its completion is never called. No-op if `unless` is true, which is
+  /// checked under the lock.
+  void cancel(const std::atomic<bool>* unless = nullptr) {
     Flush cancelled;  // destroyed after the lock is released
     const Lock lock(mutex_);
+    if (unless != nullptr && *unless) return;
     cancelled = std::exchange(pending_, {});
     if (cancelled.item != nullptr) cancelled.item->cancel();
   }

@@ -31,6 +31,7 @@ std::string counts(const Statistics& now) {
       {now.droppedForMemory, "dropped, because memory ran out"},
       {now.droppedByShutDown, "dropped, because the library was shut down"},
       {now.droppedByBacklog, "dropped, because 64 MiB of calls waited for an upload to end"},
+      {now.droppedByOptOut, "dropped, because collecting was switched off"},
   };
   for (const auto& [count, what] : parts)
     if (count > 0) text += "; " + std::to_string(count) + " " + what;
@@ -97,7 +98,9 @@ std::string Library::status() {
   std::string text = "Collection host: " + library->platform_.collectionHost + "\n" +
                      counts(statistics) + describe(library->accounting_.lastRequests(), now) +
                      rests(*library->platform_.urlSession) + "Next flush: ";
-  if (const auto due = library->tracker_.nextFlush()) {
+  if (!library->tracker_.isCollecting()) {
+    text += "when collecting is switched on";
+  } else if (const auto due = library->tracker_.nextFlush()) {
     text += "in " + secondsText(*due - now);
   } else if (statistics.inFlight > 0) {
     text += "after the upload in progress";

@@ -10,10 +10,45 @@
 
 namespace veltrano::internal {
 
+// Takes its turn among the calls: drops what was recorded before it.
+class Tracker::Switch final : public Block {
+ public:
+  explicit Switch(Tracker& tracker) : tracker_(tracker) {}
+
+  void run() override {
+    tracker_.eventQueue_.clear();
+    if (tracker_.observer_ != nullptr) tracker_.observer_->dropped();
+    tracker_.accounting_.waitingEventsOptedOut();
+    --tracker_.pendingSwitches_;
+  }
+
+ private:
+  Tracker& tracker_;
+};
+
 Tracker::Tracker(const CollectionClient& client,
                  std::function<void(const std::string& uid)> startHeartbeat, CallObserver* observer)
-    : client_(client), startHeartbeat_(std::move(startHeartbeat)), observer_(observer) {
+    : client_(client),
+      startHeartbeat_(std::move(startHeartbeat)),
+      observer_(observer),
+      nextSwitch_(std::make_unique<Switch>(*this)) {
   dispatchQueue_.setDeferrable([this] { return deferrableCalls(); });
+}
+
+void Tracker::setCollecting(bool isOn) {
+  auto own = isOn ? std::make_unique<Switch>(*this) : nullptr;
+  auto next = isOn ? std::make_unique<Switch>(*this) : nullptr;
+  {
+    const Lock lock(switchMutex_);
+    if (isCollecting_ == isOn) return;
+    ++pendingSwitches_;
+    isCollecting_ = isOn;
+    dispatchQueue_.async(isOn ? std::move(own) : std::exchange(nextSwitch_, nullptr));
+    if (isOn) nextSwitch_ = std::move(next);
+  }
+  if (!isOn) pendingFlush_.cancel(&isCollecting_);
+  if (isOn && isRunning_) startFlushCycle();
+  log_("Setting collecting to ", isOn);
 }
 
 void Tracker::releaseCallbacks() {

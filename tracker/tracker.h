@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <functional>
 #include <initializer_list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,6 +16,7 @@
 #include "heartbeat/heartbeat_endpoint_request.h"
 #include "log/log.h"
 #include "platform/host_callback.h"
+#include "platform/mutex.h"
 #include "platform/platform.h"
 #include "properties/default_properties.h"
 #include "tracker/call_observer.h"
@@ -51,6 +53,11 @@ class Tracker {
   /// resumes it. The first is not thread-safe and calls no host; the second one's log may.
   void registerForNotifications();
   void startFlushCycle(bool isFirst = false);
+
+  /// Off, drops what waits and records and sends nothing until it is on again. Switching off takes
+  /// no memory. No-op if it is that way already, or if memory runs out while switching on.
+  void setCollecting(bool isOn);
+  const std::atomic<bool>& isCollecting() const { return isCollecting_; }
 
   /// Drops the host's completion and refresh handler without calling them.
   void releaseCallbacks();
@@ -111,6 +118,8 @@ class Tracker {
               FlatView eventProperties, FlushCompletion completion, bool isLogged);
   std::size_t deferrableCalls();
   void changeSuperProperties(PropertyMap changed);
+  class Switch;
+  bool collectsNow() const { return isCollecting_ && pendingSwitches_ == 0; }
 
   // The next flush, from any thread.
   void scheduleFlush(std::chrono::seconds delay, FlushCompletion completion = nullptr,
@@ -146,8 +155,14 @@ class Tracker {
   // framework.
   std::atomic<bool> isRunning_{true};
 
+  Mutex switchMutex_;
+  std::unique_ptr<Block> nextSwitch_ GUARDED_BY(switchMutex_);  // for the next one off
+  std::atomic<bool> isCollecting_{true};                        // written under switchMutex_
+  // Of those that the work queue has yet to take: what is before them there is dropped.
+  std::atomic<int> pendingSwitches_{0};
+
   EventQueue eventQueue_;
-  EventEncoder encoder_;           // work queue
+  EventEncoder encoder_{platform_.withheldProperties};  // work queue
   bool isEncoderCurrent_ = false;  // work queue; false after the super properties changed
 
   SuperProperties superProperties_;

@@ -106,6 +106,10 @@ void Veltrano::setRefreshTriggersWithHandler(std::optional<std::vector<std::stri
        });
 }
 
+void Veltrano::setCollecting(bool isOn) {
+  call("setCollecting", {{"on", isOn}}, [&](Tracker&) { Library::current().setCollecting(isOn); });
+}
+
 std::string Veltrano::getScreenOrientation() const {
   std::string orientation = "unknown";
   call("getScreenOrientation", {},

@@ -50,6 +50,13 @@ class Accounting {
   void waitingEventTrimmed() { dropWaiting(&Statistics::droppedByTrimming); }
   void waitingEventLostForMemory() { dropWaiting(&Statistics::droppedForMemory); }
 
+  /// The host has switched collecting off: what waits is dropped, and an event on its way to it.
+  void waitingEventsOptedOut() {
+    const Lock lock(mutex_);
+    statistics_.droppedByOptOut += std::exchange(statistics_.waiting, 0);
+  }
+  void eventOptedOut() { add(&Statistics::recorded, &Statistics::droppedByOptOut); }
+
   /// An event that the shutdown keeps from being recorded.
   void eventLostInShutDown() { add(&Statistics::recorded, &Statistics::droppedByShutDown); }
 

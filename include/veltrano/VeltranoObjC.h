@@ -33,11 +33,15 @@ NS_ASSUME_NONNULL_BEGIN
 /// Events hold these objects:
 ///
 /// - strings; a lone surrogate becomes U+FFFD
-/// - numbers: booleans as such; floating-point numbers, and unsigned ones of 2^63 or more, as
-///   doubles; others as 64-bit integers
-/// - dates, URLs and NSNull
-/// - arrays and dictionaries, without what events cannot hold: other objects, and collections that
-///   contain themselves or are nested more than 128 deep
+/// - numbers: booleans as such; floating-point numbers, decimal ones, and unsigned ones of 2^63 or
+///   more, as doubles, of whose digits 15 are certain; others as 64-bit integers
+/// - dates, in milliseconds; URLs, as their absolute text; NSNull
+/// - arrays and dictionaries, without what events cannot hold: other objects (such as NSData, NSSet
+///   and NSUUID), empty dictionaries, and collections that contain themselves or are nested more
+///   than 128 deep
+///
+/// Warning: Clang has no automatic reference counting for GNUstep's old runtime, which is GCC's and
+/// Debian's: retain and release, as examples/objc_host.m does.
 ///
 /// Warning: with GNUstep, write [NSNumber numberWithBool:YES]; @YES does not compile, and @(YES) is
 /// the number 1.
@@ -71,15 +75,20 @@ VELTRANO_EXPORT
 ///
 /// Warning: that loop is not an NSRunLoop. Run it, or poll its descriptor: see "Run loops" in
 /// veltrano/veltrano_c.h.
+///
+/// Warning: this cannot sign a user out. Events that wait are sent under the query of the next
+/// user, and heartbeats name the first one until the process ends: see "Users sign in and out" in
+/// docs/guide.md.
 - (void)setUserId:(NSString*)userId;
 
 /// Identifies the application; an empty id is stored, too.
 - (void)setAppId:(NSString*)appId;
 
-/// Adds the device's advertising identifier to every later event.
+/// Adds the device's advertising identifier, as it is now, to every later event.
 - (void)setIdfa;
 
-/// Replaces the library version that events and requests report.
+/// Replaces the library version that events and requests report. Without it, events report the
+/// library's own and requests "ios_0.0".
 - (void)setLibVersion:(NSString*)version;
 
 /// Identifies the user by the publisher's own id; nil or an empty one removes it.
@@ -94,22 +103,27 @@ VELTRANO_EXPORT
 /// `accepted` is true when the events will not be sent again.
 ///
 /// Warning: the completion is not called in the background, nor when a later flush replaces its
-/// own.
+/// own; while many threads track, that happens to most.
 - (void)trackWithEventName:(NSString*)eventName
            eventProperties:(nullable NSDictionary<NSString*, id>*)eventProperties
       forceFlushCompletion:(nullable void (^)(BOOL accepted))completion;
 
 /// Adds properties to every later event, replacing those with the same key. A value that events
-/// cannot hold leaves the earlier one in place.
+/// cannot hold leaves the earlier one in place. "uid" and "lib_version" also go into the requests.
 - (void)setSuperPropertiesWithProperties:(NSDictionary<NSString*, id>*)properties;
 
 - (void)removeSuperPropertyWithKey:(NSString*)key;
 
 /// Calls `handler` whenever an event with one of these names is tracked: on the tracking thread,
-/// before the event is recorded. Replaces the earlier triggers; without names or a handler, nothing
-/// is called.
+/// before the event is recorded. Names match by canonical equivalence; case counts. The library's
+/// own events trigger, too, "Heartbeat Failed" on one of its threads. Replaces the earlier
+/// triggers; without names or a handler, nothing is called.
 - (void)setRefreshTriggersWithHandlerWithTriggers:(nullable NSArray<NSString*>*)triggers
                                           handler:(nullable void (^)(void))handler;
+
+/// Whether anything is collected; YES at first. For consent that is given, withdrawn and given
+/// again: see veltrano_set_collecting in veltrano/veltrano_c.h.
+- (void)setCollecting:(BOOL)on;
 
 /// The interface's current orientation: "portrait", "landscape" or "unknown".
 - (NSString*)getScreenOrientation;

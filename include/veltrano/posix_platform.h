@@ -31,6 +31,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "veltrano/export.h"
 #include "veltrano/run_loop.h"
@@ -108,6 +109,13 @@ struct PosixOptions {
   std::optional<std::string> carrierName;
   std::uint64_t trackingAuthorizationStatus = 0;
   std::optional<std::string> advertisingIdentifier;
+
+  /// Names of properties that no event is sent with: whether the library, a super property or
+  /// `track` gives them, and also as keys of nested maps. Such as "$carrier" or "email".
+  ///
+  /// Warning: heartbeats, the query and the headers of requests stay as they are, so the user id is
+  /// sent all the same; and the log shows super properties that are removed.
+  std::vector<std::string> withheldProperties;
 };
 
 /// The result of an installation: the platform, or an error message.
@@ -155,6 +163,10 @@ class VELTRANO_EXPORT PosixPlatform {
 
   /// Report lifecycle changes as they happen. On the main thread each takes effect before the call
   /// returns; on other threads it is posted to the main run loop.
+  ///
+  /// Warning: for uploads only `applicationWillEnterForeground` ends the background, and a
+  /// background that is reported before the first use of the library, or as an option, does not
+  /// begin one.
   void applicationDidBecomeActive();
   void applicationWillResignActive();
   void applicationDidEnterBackground();

@@ -26,7 +26,7 @@ struct Statistics {
 
   std::uint64_t dropped() const {
     return droppedByTrimming + droppedAsRefused + droppedAsNotEncodable + droppedForMemory +
-           droppedByShutDown + droppedByBacklog;
+           droppedByShutDown + droppedByBacklog + droppedByOptOut;
   }
 
   /// An upload is one request with all its retries. One that is in progress counts as attempted.
@@ -40,6 +40,8 @@ struct Statistics {
   std::uint64_t heartbeatsSent = 0;    // also those that memory did not suffice to build
   std::uint64_t heartbeatsFailed = 0;  // of those sent: not accepted, or not built
   std::uint64_t heartbeatsPutOff = 0;  // of those sent: not attempted, to let the host rest
+
+  std::uint64_t droppedByOptOut = 0;  // waiting when `setCollecting(false)` was called
 };
 
 }  // namespace veltrano

@@ -13,7 +13,8 @@
 //     EXPECT_TRUE(world.complaints().empty()) << world.complaints();
 //
 // Link `Veltrano::testing`, which links the library. It needs no test framework; GoogleTest, Catch2
-// and doctest print what tests see, such as values and events, with `operator<<`. A lookup that
+// and doctest print what tests see, such as values and events, with `operator<<`. Of doctest,
+// define DOCTEST_CONFIG_TREAT_CHAR_STAR_AS_STRING, or it prints literals as pointers. A lookup that
 // finds nothing throws `Error`; its message names the test's line and says what exists.
 #pragma once
 
@@ -72,9 +73,14 @@ inline void PrintTo(const HostMap& value, std::ostream* out) {
 
 namespace testing {
 
-/// Virtual time. The literals of `std::chrono` convert to it. In C++17, GoogleTest prints it as
-/// bytes, and doctest not at all; where that matters, compare `count()`.
+/// Virtual time. The literals of `std::chrono` convert to it.
 using Duration = std::chrono::microseconds;
+
+/// The time since the world's start. Prints as seconds, which in C++17 a bare duration does not.
+struct Time : Duration {
+  constexpr Time(Duration sinceStart = Duration::zero()) : Duration(sinceStart) {}
+};
+std::ostream& operator<<(std::ostream& out, Time time);
 
 /// A lookup that found nothing, or the misuse of a world.
 struct Error : std::logic_error {
@@ -194,8 +200,8 @@ class Event : public Properties {
 
   const std::string& name() const { return name_; }
 
-  /// The time since the world's start at which it joined the queue.
-  Duration recordedAt() const { return recordedAt_; }
+  /// When it joined the queue.
+  Time recordedAt() const { return recordedAt_; }
 
   /// The layer that the property comes from. For an entry of "extra_json", pass "extra_json.KEY".
   /// Throws `Error` if there is no such property.
@@ -220,6 +226,9 @@ class Events : public List<Event> {
   /// The events with this name; may be empty.
   Events named(std::string_view name) const;
 
+  /// The events that have at least these properties. Keys are paths, as of `operator[]`.
+  Events with(const HostMap& properties) const;
+
   /// The only event with this name. Throws `Error` if there is none, or more than one.
   Event only(std::string_view name, const char* file = __builtin_FILE(),
              int line = __builtin_LINE()) const;
@@ -235,7 +244,7 @@ class Heartbeat : public Properties {
 
   std::string sessionId() const;
   std::string userId() const;
-  Duration at() const { return at_; }  // since the world's start
+  Time at() const { return at_; }
 
  private:
   Duration at_;
@@ -250,7 +259,7 @@ struct Request {
   std::map<std::string, std::string> query;
   std::map<std::string, std::string> headers;  // include the session token, if any
   std::string body;                            // the JSON text
-  Duration at{0};                              // since the world's start
+  Time at;
 };
 std::ostream& operator<<(std::ostream& out, const Request& request);
 
@@ -326,11 +335,11 @@ using Complaints = List<std::string>;
 ///
 /// The wall clock starts at 2023-11-14 22:13:20 UTC, and identifiers are the same in every run.
 /// Until the host installs a platform, the device has default settings. `PosixPlatform::install`
-/// applies its options, but starts nothing and reads no file except `infoPropertyListFile`. Without
-/// a `logSink`, diagnostic lines are dropped. `onTransfer` receives each answer as the first
-/// attempt; its bytes are those of the bodies. The
-/// installed platform is valid as long as the process, and a no-op outside the worlds that it was
-/// installed in.
+/// applies its options, but starts nothing and uses no file except `infoPropertyListFile`; a
+/// complaint names one that production would refuse. Without a `logSink`, diagnostic lines are
+/// dropped. `onTransfer` receives each answer as the first attempt; its bytes are those of the
+/// bodies. The installed platform is valid as long as the process, and a no-op outside the worlds
+/// that it was installed in.
 ///
 /// Its `shutDown` works as in production, with a deadline in virtual time: the world advances until
 /// everything is answered, and the library is inert afterwards. Only functions of the main run loop
@@ -366,7 +375,7 @@ class World {
 
   /// Virtual time since the world's start: a microsecond after the latest `advance`, such as
   /// 20.000001 s after `advance(20s)`.
-  Duration now() const;
+  Time now() const;
 
   /// Moves the wall clock forward or back, by 1e12 s at most. The monotonic clock does not change.
   void jumpClock(Duration distance);
@@ -388,9 +397,11 @@ class World {
 
   /// Problems that would otherwise go unnoticed: values left out because events cannot hold them
   /// (absent ones excepted) or because they nest too deep, numbers sent as null, events that were
-  /// dropped and why, a platform that is refused or installed too late or twice, files that are
-  /// missing, a callback or rule that threw, a completion that is never called, a heartbeat that is
-  /// never sent, a run that does not end. After `end`, also events that were still pending.
+  /// dropped and why, or tracked while nothing is collected, calls from C or Objective-C that did
+  /// nothing because an argument has the wrong type, a platform that is refused or installed too
+  /// late or twice, files that are missing, a callback or rule that threw, a completion that is
+  /// never called, a heartbeat that is never sent, a run that does not end. After `end`, also
+  /// events that were still pending.
   Complaints complaints() const;
 
   /// Lifecycle changes, with their notifications. `enterBackground` first makes the application
@@ -405,20 +416,29 @@ class World {
   void setInterfaceOrientation(int orientation);
   void setDeviceOrientation(int orientation);
   void setScreenSize(double width, double height);
+  void setModel(std::string model);  // sent as "$model"
   void setCarrierName(std::optional<std::string> name);
   void setWiFi(bool isConnected);  // connected, a rest that began with a transport error ends
   void setTrackingAuthorizationStatus(std::uint64_t status);
   void setAdvertisingIdentifier(const std::string& identifier);
 
+  /// Whether `advance` runs the main run loop; true at first. False is a host that forgot to: its
+  /// heartbeats are missing, and so is what other threads report, until it runs the loop itself.
+  void setRunsMainLoop(bool runs);
+
+  /// What the library has stored, as production keeps it in `userDefaultsFile`. Passed to the next
+  /// world before its first heartbeat, this makes it the application's next launch.
+  std::map<std::string, double> settings() const;
+  void setSettings(const std::map<std::string, double>& settings);
+
   /// Everything that happened so far, as a scenario that `scripts/replay` plays: a bug report in
-  /// one file. It contains the answers that were given, not the rules. It ends with
-  /// a shutdown.
+  /// one file. It contains the answers that were given, not the rules. It ends with a shutdown.
   ///
   /// A scenario contains no functions. It repeats what a completion did a microsecond later, and
   /// concurrent calls of several threads in one of the possible orders. If two posts to one path at
-  /// the same instant were answered differently, both get the second answer. A
-  /// replay sends heartbeats more often than every 0.1 s if "back_off_seconds" is less; a world
-  /// does not.
+  /// the same instant were answered differently, both get the second answer. A replay withholds no
+  /// properties and runs the main run loop; it sends heartbeats more often than every 0.1 s if
+  /// "back_off_seconds" is less, which a world does not.
   ///
   /// If the environment variable VELTRANO_TRACES names a directory, each world that ends writes its
   /// trace there, to "PROCESS-N.jsonl". "PROCESS-N.posts" gets its requests, as lines that

@@ -52,6 +52,10 @@ void veltrano_world_answer(veltrano_world* world, const char* path, int status, 
                            double latency, size_t times);
 void veltrano_world_fail(veltrano_world* world, const char* path, size_t times);
 
+/* Answers with a header, too, such as "Retry-After". */
+void veltrano_world_answer_with_header(veltrano_world* world, const char* path, int status,
+                                       const char* header, const char* value, size_t times);
+
 /* The number of delivered events called `name`, or of all if it is NULL. */
 size_t veltrano_world_delivered(veltrano_world* world, const char* name);
 
@@ -71,6 +75,15 @@ size_t veltrano_world_waiting(veltrano_world* world);
 
 size_t veltrano_world_heartbeats(veltrano_world* world);
 const char* veltrano_world_session_id(veltrano_world* world, size_t heartbeat);
+
+/* A property of a heartbeat, as of an event. */
+const char* veltrano_world_heartbeat_property(veltrano_world* world, size_t heartbeat,
+                                              const char* path);
+
+/* The number of requests, and a part of one: "path", "body" (the JSON text), or a value of the
+ * query or the headers, such as "query.uid" and "headers.lib_version". */
+size_t veltrano_world_requests(veltrano_world* world);
+const char* veltrano_world_request(veltrano_world* world, size_t request, const char* part);
 
 /* One per line; empty if there are none. */
 const char* veltrano_world_complaints(veltrano_world* world);

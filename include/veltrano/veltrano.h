@@ -43,7 +43,8 @@ class VELTRANO_EXPORT Veltrano {
   static Veltrano& shared();
 
   /// Whether diagnostic lines are written, to the standard output unless the platform has a log
-  /// sink. May be changed at any time.
+  /// sink. May be changed at any time. They hold names of events and triggers, the identifiers that
+  /// are set and the value of a super property that is removed.
   static std::atomic<bool> isLoggerEnabled;
 
   /// Identifies the user; an empty id is ignored. The first id also starts the session heartbeat,
@@ -51,15 +52,20 @@ class VELTRANO_EXPORT Veltrano {
   ///
   /// Warning: on a thread that never runs its run loop, heartbeats start only when the application
   /// returns from the background.
+  ///
+  /// Warning: this cannot sign a user out. Events that wait are sent under the query of the next
+  /// user, and heartbeats name the first one until the process ends: see "Users sign in and out" in
+  /// docs/guide.md.
   void setUserId(std::string_view id);
 
   /// Identifies the application; an empty id is stored, too.
   void setAppId(std::string_view id);
 
-  /// Adds the device's advertising identifier to every later event.
+  /// Adds the device's advertising identifier, as it is now, to every later event.
   void setIdfa();
 
-  /// Replaces the library version that events and requests report.
+  /// Replaces the library version that events and requests report. Without it, or after
+  /// `removeSuperProperty("lib_version")`, events report the library's own and requests "ios_0.0".
   void setLibVersion(std::string_view version);
 
   /// Identifies the user by the publisher's own id; an absent or empty one removes it.
@@ -76,21 +82,35 @@ class VELTRANO_EXPORT Veltrano {
   /// make it wait for another flush.
   ///
   /// Warning: the completion is not called in the background, nor when a later flush replaces this
-  /// one.
+  /// one. While many threads track, that happens to most.
   void track(std::string_view eventName, const veltrano::HostMapView& eventProperties = {},
              FlushCompletion forceFlushCompletion = nullptr);
 
   /// Adds these properties to every later event, replacing those with the same key. A value that
-  /// events cannot hold leaves the earlier one in place.
+  /// events cannot hold leaves the earlier one in place. "uid" and "lib_version" also go into the
+  /// requests, as with `setUserId` and `setLibVersion`.
   void setSuperProperties(const veltrano::HostMapView& properties);
 
   void removeSuperProperty(std::string_view key);
 
   /// Calls `handler` whenever an event whose name is in `triggers` is tracked: on the tracking
-  /// thread, before the event is recorded. The handler must not modify the arguments of that
-  /// `track` call. Replaces the earlier triggers; without triggers or a handler, nothing is called.
+  /// thread, before the event is recorded. Names match by canonical equivalence; case counts. The
+  /// library's own events trigger, too, "Heartbeat Failed" on one of its threads. The handler must
+  /// not modify the arguments of that `track` call. Replaces the earlier triggers; without triggers
+  /// or a handler, nothing is called.
   void setRefreshTriggersWithHandler(std::optional<std::vector<std::string>> triggers,
                                      std::function<void()> handler);
+
+  /// Whether anything is collected; true at first. For consent that is given, withdrawn and given
+  /// again.
+  ///
+  /// While it is false, `track` only calls the refresh handler, and no request is begun; identity,
+  /// super properties and reports of the application and the device take effect as ever. Switching
+  /// off drops the events that wait, which count as `Statistics::droppedByOptOut`, and their
+  /// completions. An upload in progress ends, with its completion; its events are not sent again.
+  /// Switching on schedules an upload 20 s later, if the application is in the foreground, and a
+  /// heartbeat a second later, on the main thread. Not stored: call it after each installation.
+  void setCollecting(bool isOn);
 
   /// The interface's current orientation: "portrait", "landscape" or "unknown".
   std::string getScreenOrientation() const;

@@ -135,39 +135,59 @@ VELTRANO_EXPORT bool veltrano_track_entries(const char* name, const veltrano_ent
  * Warning: a batch that the collection host refuses with status 400, or that cannot be encoded, is
  * dropped and counts as accepted.
  *
- * Warning: the completion is not called in the background, nor when a later flush replaces its own.
- * If its context must be freed, use veltrano_send with a veltrano_boolean_block. */
+ * Warning: the completion is not called in the background, nor when a later flush replaces its own;
+ * while many threads track, that happens to most. If its context must be freed, use veltrano_send
+ * with a veltrano_boolean_block. */
 VELTRANO_EXPORT bool veltrano_track(const char* name, const veltrano_object* properties,
                                     void (*completion)(void* context, bool accepted),
                                     void* context);
 
 /* Identifies the user; an empty id is ignored. The first id also starts the session heartbeat, on
- * the run loop of the calling thread: call this on the main thread. */
+ * the run loop of the calling thread: call this on the main thread.
+ *
+ * Warning: this cannot sign a user out. Events that wait are sent under the query of the next user,
+ * and heartbeats name the first one until the process ends: see "Users sign in and out" in
+ * docs/guide.md. */
 VELTRANO_EXPORT bool veltrano_set_user_id(const char* id);
 
 /* Identifies the application; an empty id is stored, too. */
 VELTRANO_EXPORT bool veltrano_set_app_id(const char* id);
 
-/* Replaces the library version that events and requests report. */
+/* Replaces the library version that events and requests report. Without it, or after
+ * veltrano_remove_super_property("lib_version"), events report the library's own and requests
+ * "ios_0.0". */
 VELTRANO_EXPORT bool veltrano_set_lib_version(const char* version);
 
-/* Adds the device's advertising identifier to every later event. */
+/* Adds the device's advertising identifier, as it is now, to every later event. */
 VELTRANO_EXPORT bool veltrano_set_idfa(void);
 
 /* Identifies the user by the publisher's own id; NULL or empty text removes it. */
 VELTRANO_EXPORT bool veltrano_set_publisher_uid(const char* uid);
 
 /* Adds properties to every later event, replacing those with the same key. A value that events
- * cannot hold leaves the earlier one in place. */
+ * cannot hold leaves the earlier one in place. "uid" and "lib_version" also go into the requests,
+ * as with veltrano_set_user_id and veltrano_set_lib_version. */
 VELTRANO_EXPORT bool veltrano_set_super_properties(const veltrano_object* properties);
 
 VELTRANO_EXPORT bool veltrano_remove_super_property(const char* key);
 
 /* Calls `handler` whenever an event with one of the `count` names is tracked: on the tracking
- * thread, before the event is recorded. Replaces the earlier triggers; without names or a handler,
- * nothing is called. */
+ * thread, before the event is recorded. Names match by canonical equivalence; case counts. The
+ * library's own events trigger, too, "Heartbeat Failed" on one of its threads. Replaces the earlier
+ * triggers; without names or a handler, nothing is called. */
 VELTRANO_EXPORT bool veltrano_set_refresh_triggers(const char* const* names, size_t count,
                                                    void (*handler)(void* context), void* context);
+
+/* Whether anything is collected; true at first. For consent that is given, withdrawn and given
+ * again.
+ *
+ * While it is false, veltrano_track only calls the refresh handler, and no request is begun;
+ * identity, super properties and reports of the application and the device take effect as ever.
+ * Switching off drops the events that wait, which count as `dropped_by_opt_out`, and their
+ * completions. An upload in progress ends, with its completion; its events are not sent again.
+ * Switching on schedules an upload 20 s later, if the application is in the foreground, and a
+ * heartbeat a second later, on the main thread. Not stored: call it after each installation. */
+VELTRANO_EXPORT bool veltrano_set_collecting(bool on);
 
 /* The interface's current orientation: "portrait", "landscape" or "unknown". */
 VELTRANO_EXPORT const char* veltrano_screen_orientation(void);
@@ -176,7 +196,8 @@ VELTRANO_EXPORT const char* veltrano_screen_orientation(void);
  * "landscapeRight", "faceUp", "faceDown" or "unknown". */
 VELTRANO_EXPORT const char* veltrano_device_orientation(void);
 
-/* Whether diagnostic lines are written. */
+/* Whether diagnostic lines are written. They hold names of events and triggers, the identifiers
+ * that are set and the value of a super property that is removed. */
 VELTRANO_EXPORT bool veltrano_is_logger_enabled(void);
 VELTRANO_EXPORT void veltrano_set_logger_enabled(bool enabled);
 
@@ -332,6 +353,7 @@ VELTRANO_EXPORT const char* veltrano_outcome_text(veltrano_outcome outcome);
  *   removeSuperPropertyWithKey:     string
  *   setRefreshTriggersWithHandlerWithTriggers:handler:
  *                                   [triggers], [handler]
+ *   setCollecting:                  number
  *   getScreenOrientation            returns a string
  *   getDeviceOrientation            returns a string
  *   shared                          returns an object that stands for the tracker
@@ -386,6 +408,8 @@ typedef struct veltrano_statistics {
   uint64_t heartbeats_sent;    /* also those that memory did not suffice to build */
   uint64_t heartbeats_failed;  /* of those sent: not accepted, or not built */
   uint64_t heartbeats_put_off; /* of those sent: not attempted, to let the host rest */
+
+  uint64_t dropped_by_opt_out; /* waiting when veltrano_set_collecting(false) was called */
 } veltrano_statistics;
 
 /* Fills in the counts that fit into `size`. The latest calls may be missing: the library reads them
@@ -490,6 +514,15 @@ typedef struct veltrano_options {
    * the library is shut down. */
   void (*on_transfer)(void* context, const veltrano_transfer* transfer);
   void* on_transfer_context;
+
+  /* The `withheld_count` names of properties that no event is sent with: whether the library, a
+   * super property or veltrano_track gives them, and also as keys of nested dictionaries. Such as
+   * "$carrier" or "email".
+   *
+   * Warning: heartbeats, the query and the headers of requests stay as they are, so the user id is
+   * sent all the same; and the log shows super properties that are removed. */
+  const char* const* withheld_properties;
+  size_t withheld_count;
 } veltrano_options;
 
 /* Installs the platform and makes the calling thread the main thread. Refused when a platform is
@@ -530,7 +563,11 @@ VELTRANO_EXPORT bool veltrano_shut_down(double seconds);
 
 /* Report changes of the application and the device as they happen. No-ops before the platform is
  * installed. On the main thread, lifecycle and orientation changes take effect before the call
- * returns; on other threads they are posted to the main run loop. */
+ * returns; on other threads they are posted to the main run loop.
+ *
+ * Warning: for uploads only veltrano_application_will_enter_foreground ends the background, and a
+ * background that is reported before the first use of the library, or as an option, does not begin
+ * one. */
 VELTRANO_EXPORT void veltrano_application_did_become_active(void);
 VELTRANO_EXPORT void veltrano_application_will_resign_active(void);
 VELTRANO_EXPORT void veltrano_application_did_enter_background(void);

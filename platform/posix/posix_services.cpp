@@ -11,6 +11,7 @@ static_assert(static_cast<int>(PosixOptions::ApplicationState::background) ==
 
 PosixServices::PosixServices(PosixOptions options)
     : collectionHost(std::move(options.collectionHost)),
+      withheldProperties(std::move(options.withheldProperties)),
       standardOutput(std::move(options.logSink)),
       userDefaults(std::move(options.userDefaultsFile)),
       bundles(std::move(options.infoDictionary)),
@@ -36,6 +37,7 @@ PosixServices::PosixServices(PosixOptions options)
 Platform PosixServices::platform() {
   return {
       .collectionHost = collectionHost,
+      .withheldProperties = withheldProperties,
       .wallClock = &clock,
       .standardOutput = &standardOutput,
       .workQueue = &workQueue,

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/host_callback.h"
 #include "platform/platform.h"
@@ -49,6 +50,7 @@ struct PosixServices {
   Platform platform();
 
   const std::string collectionHost;
+  const std::vector<std::string> withheldProperties;
   PosixClock clock;
   PosixStandardOutput standardOutput;
   PosixWorkQueue workQueue{"com.veltrano"};

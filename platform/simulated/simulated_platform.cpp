@@ -29,8 +29,10 @@ std::shared_ptr<Timer> SimulatedTimers::schedule(Duration delay, Duration tolera
   if (!timeline.isOnItsThread()) onLostTimer();
   if (!timeline.isOnItsThread() || !threadRunsRunLoop) return timer;
   if (keepsTolerance) delay = std::max(delay, tolerance);
-  timeline.schedule(delay, [timer, action = std::move(action)] {
-    if (std::exchange(timer->isValid, false)) action();
+  timeline.schedule(delay, [this, timer, action = std::move(action)] {
+    onRunLoop([timer, action] {
+      if (std::exchange(timer->isValid, false)) action();
+    });
   });
   return timer;
 }

@@ -50,10 +50,19 @@ struct SimulatedTimers final : Timers {
   explicit SimulatedTimers(Timeline& line) : timeline(line) {}
   std::shared_ptr<Timer> schedule(Duration delay, Duration tolerance,
                                   std::function<void()> action) override;
+  void performOnMainThread(std::function<void()> function) override {
+    onMainThread(std::move(function));
+  }
 
   Timeline& timeline;
   bool threadRunsRunLoop = true;  // whether timers scheduled from now on ever fire
   bool keepsTolerance = false;    // as in production: one fires at most once per tolerance
+
+  /// Runs what is due on the main thread's run loop: timers, and functions.
+  std::function<void(std::function<void()>)> onRunLoop = [](const auto& action) { action(); };
+  std::function<void(std::function<void()>)> onMainThread = [](const auto& function) {
+    function();
+  };
 
   /// Called for each timer that another thread schedules: it never fires.
   std::function<void()> onLostTimer = [] {};

@@ -161,7 +161,9 @@ static void callInC(void) {
   properties = veltrano_dictionary();
   const char* triggers[] = {"First", "Ünd"};
   veltrano_set_refresh_triggers(triggers, 2, countRefresh, NULL);
+  veltrano_set_collecting(false);
   veltrano_track("First", properties, NULL, NULL);
+  veltrano_set_collecting(true);
   veltrano_track("Ünd", NULL, NULL, NULL);
   veltrano_set_refresh_triggers(NULL, 0, NULL, NULL);
   veltrano_track("First", properties, NULL, NULL);
@@ -312,7 +314,9 @@ static void call(void) {
   [triggers removeAllObjects];
   [witness release];
   EXPECT(witnesses == 1);
+  [tracker setCollecting:NO];
   [tracker trackWithEventName:@"First" eventProperties:properties];
+  [tracker setCollecting:YES];
   [tracker trackWithEventName:@"Ünd" eventProperties:nil forceFlushCompletion:nil];
   [tracker setRefreshTriggersWithHandlerWithTriggers:nil handler:nil];
   EXPECT(witnesses == 0);

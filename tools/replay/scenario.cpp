@@ -160,6 +160,7 @@ Action readAction(const Fields& step, Mode mode) {
        trackerCall<veltrano::HostMap>(&Veltrano::setSuperProperties, "properties")},
       {"removeSuperProperty", trackerCall<string>(&Veltrano::removeSuperProperty, "key")},
       {"setRefreshTriggers", readSetRefreshTriggers},
+      {"setCollecting", trackerCall<bool>(&Veltrano::setCollecting, "on")},
       {"getScreenOrientation", always([](Environment& environment) {
          environment.trace().answered(Veltrano::shared().getScreenOrientation());
        })},

@@ -220,6 +220,13 @@ std::shared_ptr<Timer> PosixTimers::schedule(Duration delay, Duration tolerance,
   return PosixRunLoop::ofThisThread()->schedule(delay, tolerance, std::move(action));
 }
 
+void PosixTimers::performOnMainThread(std::function<void()> function) {
+  if (mainRunLoop_->isOwnThread())
+    function();
+  else
+    mainRunLoop_->perform(std::move(function));
+}
+
 RunLoop& currentSystemRunLoop() {
   try {
     return *PosixRunLoop::ofThisThread();

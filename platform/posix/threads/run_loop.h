@@ -81,15 +81,18 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
 RunLoop& currentSystemRunLoop();
 
 /// Schedules timers on the calling thread's run loop. A delay is at least as long as the tolerance.
+/// The main thread is the one that creates it.
 class PosixTimers final : public Timers {
  public:
   std::shared_ptr<Timer> schedule(Duration delay, Duration tolerance,
                                   std::function<void()> action) override;
+  void performOnMainThread(std::function<void()> function) override;
 
   /// Timers scheduled from now on never fire.
   void stop() { isStopped_ = true; }
 
  private:
+  const std::shared_ptr<PosixRunLoop> mainRunLoop_ = PosixRunLoop::ofThisThread();
   std::atomic<bool> isStopped_{false};
 };
 
