@@ -59,6 +59,8 @@ set(same_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 debian_package(library ${library} libs "event-analytics client, shared library"
   "The library that programs use to report events to a collection server."
   "")
+# Slim systems have none, and a collection host can bring its own.
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_RECOMMENDS ca-certificates)
 file(WRITE ${PROJECT_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
 # The last two do not exist. Naming them keeps CPack from writing scripts that call ldconfig, too.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/triggers
