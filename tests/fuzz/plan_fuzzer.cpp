@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Coverage covered;
     const std::string properties = text.substr(end + 1);
     const std::string record =
-        "{\"event\":" + quoted(plan.events[0].name) + ",\"properties\":{" + properties + "}}";
+        "{\"event\":" + inQuotes(plan.events[0].name) + ",\"properties\":{" + properties + "}}";
     plan.check(record, covered);
     for (const std::string& item : covered)
       if (plan.coverable().count(item) == 0) std::abort();

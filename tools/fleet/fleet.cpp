@@ -39,6 +39,7 @@ void add(Statistics& sum, const Statistics& one) {
       &Statistics::heartbeatsSent,
       &Statistics::heartbeatsFailed,
       &Statistics::heartbeatsPutOff,
+      &Statistics::droppedByOptOut,
   };
   static_assert(sizeof(Statistics) == std::size(kCounts) * sizeof(std::uint64_t));
   for (const auto count : kCounts) sum.*count += one.*count;
