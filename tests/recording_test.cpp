@@ -168,7 +168,9 @@ void strip(rapidjson::Value& value, const std::vector<std::string>& keys,
     for (auto& element : value.GetArray()) strip(element, keys, allocator);
   if (!value.IsObject()) return;
   for (const std::string& key : keys) value.EraseMember(rapidjson::Value(key.c_str(), allocator));
-  for (auto& member : value.GetObject()) strip(member.value, keys, allocator);
+  // Clang finds the comparison of RapidJSON's own iterators ambiguous.
+  for (auto member = value.MemberBegin(); member < value.MemberEnd(); ++member)
+    strip(member->value, keys, allocator);
 }
 
 // With --gtest_shuffle and --gtest_repeat=1000, other batches each time: a million.

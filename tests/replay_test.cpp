@@ -10,6 +10,8 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "tests/support/directory.h"
 #include "tests/support/trace_laws.h"
@@ -140,10 +142,12 @@ TEST(Replay, TracesKeepToTheirLaws) {
     TraceLaws laws;
     laws.mayJump = text.find("clockJump") != text.npos || text.find("startTime") != text.npos ||
                    text.find("\"time\"") != text.npos;
-    SimulatedPlayer player(
+    // Its library stays: keep it where the leak checker sees it.
+    static auto& players = *new std::vector<std::unique_ptr<SimulatedPlayer>>;
+    auto& player = *players.emplace_back(std::make_unique<SimulatedPlayer>(
         [&](std::string_view line) { EXPECT_EQ(laws.take(line), "") << entry << '\n'
                                                                     << line; },
-        Bodies::decoded);
+        Bodies::decoded));
     Veltrano::isLoggerEnabled = true;
     std::istringstream lines(text);
     player.play(readScenario(lines, Mode::simulated));

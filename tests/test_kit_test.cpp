@@ -325,8 +325,8 @@ TEST(Complaints, NameCallsThatDidNothing) {
   veltrano_set_collecting(false);
   Veltrano::shared().track("Silenced");
   Veltrano::shared().track("Silenced", {}, [](bool) {});
-  EXPECT_FALSE(veltrano_track("E", veltrano_null(), nullptr, nullptr));
   veltrano_object* arguments[] = {veltrano_int(1)};
+  EXPECT_FALSE(veltrano_track("E", arguments[0], nullptr, nullptr));
   veltrano_send("setUserId:", arguments, 1, nullptr, nullptr);
   veltrano_release(arguments[0]);
   arguments[0] = veltrano_boolean_number(true);
