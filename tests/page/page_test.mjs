@@ -63,7 +63,7 @@ test('shows the events, heartbeats and sessions of the demo as they arrive', asy
   const ended = once(host, 'exit');
   await choose('Events', 'Bought').waitFor();
   assert.equal((await ended)[0], 0);
-  await page.getByText('19 events · 2 heartbeats · 0 refused').waitFor();
+  await page.getByText('20 events · 2 heartbeats · 0 refused').waitFor();
   await page.getByText(/ s, 2 heartbeats, \d+ events/).waitFor();
   await page.getByRole('img', { name: /[1-9]\d* failed by a fault/ }).waitFor();
 });
@@ -77,8 +77,8 @@ test('marks what is not as planned, and shows only that', async () => {
 });
 
 test('filters by name, user and text', async () => {
-  const cases = [['Name', 'song pl', '12 of 21'], ['User', 'nobody', '0 of 21'],
-    ['Text', '"city":"lisbon"', '1 of 21']];
+  const cases = [['Name', 'song pl', '12 of 22'], ['User', 'nobody', '0 of 22'],
+    ['Text', '"city":"lisbon"', '1 of 22']];
   for (const [label, text, count] of cases) {
     await page.getByLabel(label).fill(text);
     await page.getByText(count, { exact: true }).waitFor();
