@@ -64,7 +64,8 @@ const Value* find(const Value& object, const char* key) {
 class Reader {
  public:
   Reader(const std::string& json, const std::string& file)
-      : json_(json), file_(file), buffer_(json) {
+      : json_(json), file_(file), buffer_(json + std::string(3, '\0')) {
+    // A character that is cut off at the end is validated up to three bytes beyond it.
     // In place, so that a text of the plan tells where it stands.
     document_.ParseInsitu<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag>(
         buffer_.data());
