@@ -10,3 +10,6 @@ s!@\(YES\|autoreleasepool\)!\\@\1!g  # are no commands
 s!^\( *\)/\* !\1/** !
 s!\([;,{]\|[A-Z_0-9a-z]\)\( *\) /\* !\1\2 /**< !
 s!^\( *[^ /].*\)  // !\1  ///< !
+# Doxygen would make one class of those in C++ and Objective-C.
+s!^VELTRANO_EXPORT$!/// \\note The name of this class is Veltrano.\n&!
+s!^@interface Veltrano : !@interface VeltranoObjC : !
