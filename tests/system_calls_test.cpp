@@ -33,6 +33,7 @@ TEST_P(SystemCalls, FailOnceAndLoseNothing) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -status;
   };
   constexpr int kAtATime = 8;
+  int positions = 0;
   bool hasFailed = true;
   for (int first = 1; hasFailed && !HasFailure(); first += kAtATime) {
     std::vector<std::future<int>> hosts;
@@ -41,16 +42,18 @@ TEST_P(SystemCalls, FailOnceAndLoseNothing) {
     for (int i = 0; i < kAtATime; ++i) {
       const int status = hosts[i].get();
       EXPECT_TRUE(status == 0 || status == 2) << GetParam() << " " << first + i << ": " << status;
-      if (status == 0) RecordProperty("positions", first + i);
       hasFailed = status == 0;  // of the last one
+      positions += hasFailed;
     }
   }
+  EXPECT_GT(positions, 0) << "nothing makes this call";
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, SystemCalls,
                          testing::Values("socket", "connect", "poll", "send", "recv", "open",
-                                         "read", "write", "fsync", "rename", "getrandom", "eventfd",
-                                         "timerfd_create", "pthread_create", "mmap"),
+                                         "read", "write", "fsync", "rename", "mkostemp",
+                                         "getentropy", "socketpair", "timerfd_create",
+                                         "pthread_create"),
                          [](const auto& each) { return std::string(each.param); });
 
 }  // namespace

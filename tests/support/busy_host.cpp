@@ -66,6 +66,7 @@ int main(int, char** arguments) {
   expect(installation.platform->shutDown(in(20s)), "the shutdown left something");
   const auto counts = tracker.statistics();
   expect(counts.recorded == counts.delivered, "an event was lost");
-  while (entriesOf("/proc/self/fd") > descriptors) std::this_thread::yield();  // or it leaks
+  while (entriesOf("/proc/self/fd") > descriptors || entriesOf("/proc/self/task") > 1)
+    std::this_thread::yield();  // or it leaks
   return hasFailed() ? 0 : 2;
 }

@@ -8,10 +8,8 @@
 #include <poll.h>
 #include <pthread.h>
 #include <stdatomic.h>
+#include <stdlib.h>
 #include <string.h>
-#include <sys/eventfd.h>
-#include <sys/mman.h>
-#include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -59,14 +57,12 @@ REPLACE_CALL(ssize_t, write, (int file, const void* bytes, size_t size), (file, 
              ENOSPC, -1)
 REPLACE_CALL(int, fsync, (int file), (file), EIO, -1)
 REPLACE_CALL(int, rename, (const char* from, const char* to), (from, to), EACCES, -1)
-REPLACE_CALL(ssize_t, getrandom, (void* bytes, size_t size, unsigned flags), (bytes, size, flags),
-             ENOSYS, -1)
-REPLACE_CALL(int, eventfd, (unsigned value, int flags), (value, flags), EMFILE, -1)
+REPLACE_CALL(int, mkostemp, (char* path, int flags), (path, flags), EACCES, -1)
+REPLACE_CALL(int, getentropy, (void* bytes, size_t size), (bytes, size), ENOSYS, -1)
+REPLACE_CALL(int, socketpair, (int family, int type, int protocol, int ends[2]),
+             (family, type, protocol, ends), EMFILE, -1)
 REPLACE_CALL(int, timerfd_create, (clockid_t clock, int flags), (clock, flags), EMFILE, -1)
 REPLACE_CALL(int, pthread_create,
              (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*),
               void* argument),
              (thread, attributes, body, argument), EAGAIN, EAGAIN)
-REPLACE_CALL(void*, mmap,
-             (void* at, size_t size, int protection, int flags, int file, off_t offset),
-             (at, size, protection, flags, file, offset), ENOMEM, MAP_FAILED)
