@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
-#include <stdexcept>
 #include <string>
 
 #include "tools/fleet/report.h"
@@ -96,16 +95,6 @@ TEST(Fleet, TheServerSlowsHeartbeatsDownAndRestsInAnOutage) {
   EXPECT_EQ(heartbeats(5min, 20min), usual);
   scenario.host.retryAfter = 20min;
   EXPECT_LT(heartbeats(25min, 40min), inOutage / 2);
-}
-
-TEST(Fleet, OptionsAreReadInFullOrNotAtAll) {
-  EXPECT_EQ(parseDuration("1.5s250ms"), 1750ms);
-  EXPECT_EQ(text(parseDuration("1d2h3m4s5ms")), "1d2h3m4s5ms");
-  EXPECT_EQ(parseOutage("1h..1h10m").to, 70min);
-  for (const char* const wrong : {"", "h", "1x", "-1", "1h-", "nan"})
-    EXPECT_THROW(parseDuration(wrong), std::invalid_argument) << wrong;
-  EXPECT_THROW(parseOutage("2h..1h"), std::invalid_argument);
-  EXPECT_THROW(parseFailure("503 "), std::invalid_argument);
 }
 
 }  // namespace

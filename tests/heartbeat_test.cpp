@@ -1,7 +1,7 @@
 // The parts of heartbeats. What is sent when, the scenarios show.
 #include <gtest/gtest.h>
 
-#include <limits>
+#include <new>
 
 #include "heartbeat/heartbeat_endpoint_request.h"
 #include "heartbeat/session.h"
@@ -77,6 +77,14 @@ TEST(Heartbeat, ATokenIsSentIfAHeaderCanCarryIt) {
     interceptor->intercept(request);
     EXPECT_TRUE(request.headers.empty()) << bad;
   }
+}
+
+TEST(Heartbeat, AFailureForWantOfMemoryIsRecorded) {
+  Simulation simulation;
+  simulation.platform.network.onPost = [](const PostRequest&) { throw std::bad_alloc(); };
+  Veltrano::shared().setUserId("u");
+  simulation.runUntil(2);
+  EXPECT_EQ(Veltrano::shared().statistics().recorded, 1U);
 }
 
 }  // namespace

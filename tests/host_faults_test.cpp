@@ -54,6 +54,40 @@ class HostFaults : public testing::Test {
       });
   }
 
+  static Statistics expectBalance() {
+    const Statistics s = Veltrano::shared().statistics();
+    EXPECT_EQ(s.recorded, s.waiting + s.inFlight + s.delivered + s.dropped());
+    return s;
+  }
+
+  // The outcome of an event that is tracked now.
+  static bool trackLast() {
+    std::promise<bool> outcome;
+    Veltrano::shared().track("last", {}, [&](bool result) { outcome.set_value(result); });
+    return outcome.get_future().get();
+  }
+
+  // Waits for a child to end well.
+  static void expectExit(pid_t child) {
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+  }
+
+  // Ends with the thread.
+  template <class Work>
+  static void runOnThread(const Work& work) {
+    pthread_t thread;
+    const auto run = [](void* given) -> void* {
+      (*static_cast<const Work*>(given))();
+      return given;
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, run, const_cast<Work*>(&work)), 0);
+    void* result = nullptr;
+    EXPECT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, nullptr) << "the thread should have ended";
+  }
+
   const std::shared_ptr<std::atomic<int>> cycles = std::make_shared<std::atomic<int>>(0);
 };
 
@@ -75,11 +109,6 @@ TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
   auto& tracker = Veltrano::shared();
   tracker.setRefreshTriggersWithHandler({{"trigger"}}, [&] { tracker.track("inner"); });
   tracker.track("trigger");
-  const auto expectBalance = [&] {
-    const Statistics s = tracker.statistics();
-    EXPECT_EQ(s.recorded, s.waiting + s.inFlight + s.delivered + s.dropped());
-    return s;
-  };
   runTogether(kThreads, [&](int i) {
     for (int n = 0; n < kCallsPerThread; ++n) {
       tracker.track("E", {{"thread", i}, {"n", n}});
@@ -100,10 +129,6 @@ TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
 TEST_F(HostFaults, AThreadSwitchesCollectingWhileOthersTrack) {
   auto& tracker = Veltrano::shared();
   tracker.setUserId("user");
-  const auto expectBalance = [&] {
-    const Statistics s = tracker.statistics();
-    EXPECT_EQ(s.recorded, s.waiting + s.inFlight + s.delivered + s.dropped());
-  };
   runTogether(4, [&](int i) {
     for (int n = 0; n < 5000; ++n) {
       if (i < 2)
@@ -115,12 +140,10 @@ TEST_F(HostFaults, AThreadSwitchesCollectingWhileOthersTrack) {
   });
   tracker.setCollecting(false);
   tracker.setCollecting(true);
-  std::promise<bool> outcome;
-  tracker.track("last", {}, [&](bool result) { outcome.set_value(result); });
-  EXPECT_FALSE(outcome.get_future().get());
-  EXPECT_EQ(tracker.statistics().waiting, 1U);
-  EXPECT_GT(tracker.statistics().droppedByOptOut, 0U);
-  expectBalance();
+  EXPECT_FALSE(trackLast());
+  const Statistics last = expectBalance();
+  EXPECT_EQ(last.waiting, 1U);
+  EXPECT_GT(last.droppedByOptOut, 0U);
 }
 
 // Forks while another thread takes the library's locks, for the first use and the first heartbeat
@@ -154,9 +177,7 @@ TEST_F(HostFaults, AForkedChildDoesNothingAndDoesNotHang) {
       const bool isUnknown = tracker.getScreenOrientation() == "unknown";
       _exit(isUnknown && calls == 0 && loop.fileDescriptor() == -1 ? 0 : 1);
     }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    expectExit(child);
   }
   isOver = true;
 }
@@ -171,11 +192,6 @@ TEST_F(HostFaults, ACallbackMayForkAndGoOnInTheChild) {
   const auto forkHere = [&] {
     child = fork();
     if (child == 0) alarm(20);
-  };
-  const auto expectExit = [&](pid_t which) {
-    int status = -1;
-    ASSERT_EQ(waitpid(which, &status, 0), which);
-    EXPECT_EQ(status, 0);
   };
   // On the host's thread, in the middle of `track`.
   tracker.setRefreshTriggersWithHandler({{"trigger"}}, forkHere);
@@ -200,22 +216,11 @@ TEST_F(HostFaults, ACallbackMayForkAndGoOnInTheChild) {
 }
 
 TEST_F(HostFaults, ACallbackMayEndItsThread) {
-  static std::atomic<bool> hasReturned{false};
   Veltrano::shared().setRefreshTriggersWithHandler({{"trigger"}}, [] { pthread_exit(nullptr); });
-  pthread_t thread;
-  const auto track = [](void*) -> void* {
-    Veltrano::shared().track("trigger");
-    hasReturned = true;
-    return nullptr;
-  };
-  ASSERT_EQ(pthread_create(&thread, nullptr, track, nullptr), 0);
-  EXPECT_EQ(pthread_join(thread, nullptr), 0);
-  EXPECT_FALSE(hasReturned);
+  runOnThread([] { Veltrano::shared().track("trigger"); });
   // The library replaces its work queue's thread.
   Veltrano::shared().track("E", {}, [](bool) { pthread_exit(nullptr); });
-  std::promise<bool> outcome;
-  Veltrano::shared().track("last", {}, [&](bool result) { outcome.set_value(result); });
-  EXPECT_FALSE(outcome.get_future().get());
+  EXPECT_FALSE(trackLast());
 }
 
 // Accepts every post, on a new thread.
@@ -279,10 +284,8 @@ TEST_F(HostFaults, CallsWaitForAHangingUploadInBoundedMemory) {
   tracker.track("last", {}, [&](bool wasDelivered) { outcome.set_value(wasDelivered); });
   network.release();
   EXPECT_TRUE(outcome.get_future().get());
-  const Statistics counts = tracker.statistics();
+  const Statistics counts = expectBalance();
   EXPECT_EQ(counts.recorded, kThreads * kCallsPerThread + 2U);
-  EXPECT_EQ(counts.recorded,
-            counts.waiting + counts.inFlight + counts.delivered + counts.dropped());
   EXPECT_EQ(counts.droppedByBacklog, dropped);
 }
 
@@ -295,12 +298,7 @@ TEST_F(HostFaults, ALogSinkMayEndTheThreadThatStartsTheLibrary) {
       if ((*left)-- == 0) pthread_exit(nullptr);
     };
     use((new PosixServices(options))->platform());
-    pthread_t thread;
-    const auto start = [](void*) -> void* { return &Veltrano::shared(); };
-    ASSERT_EQ(pthread_create(&thread, nullptr, start, nullptr), 0);
-    void* result = &thread;
-    EXPECT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, nullptr) << "the thread should have ended at line " << line;
+    runOnThread([] { Veltrano::shared(); });
     const std::string status = Veltrano::status();
     EXPECT_NE(status.find("Next flush: in "), std::string::npos) << line << ": " << status;
   }
@@ -340,9 +338,7 @@ TEST_F(HostFaults, ALogSinkMayEndItsThreadAtAnyLine) {
     sink.linesLeft = line;
     tracker.track("first", {}, [&](bool) { sink.finish(); });
     hasEndedOne = sink.hasEndedOne.get_future().get();
-    std::promise<bool> outcome;
-    tracker.track("last", {}, [&](bool wasDelivered) { outcome.set_value(wasDelivered); });
-    EXPECT_TRUE(outcome.get_future().get());
+    EXPECT_TRUE(trackLast());
     const Statistics counts = tracker.statistics();
     EXPECT_EQ(counts.recorded, 2U) << "ended at line " << line;
     EXPECT_EQ(counts.delivered, 2U) << "ended at line " << line;

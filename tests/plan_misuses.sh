@@ -1,29 +1,51 @@
 #!/usr/bin/env bash
-# plan_misuses.sh COMPILER FOLDER: fails unless each case of plan_misuses.cpp is refused with its
-# words. FOLDER has the headers of plan/plan.json.
+# plan_misuses.sh COMPILER FOLDER: fails unless each line of plan/misuses.txt, "WORDS: STATEMENTS", is
+# refused with its words. FOLDER has the headers of plan/plan.json.
 set -euo pipefail
 tests=$(dirname "${BASH_SOURCE[0]}")
 export compile="$1 -std=c++20 -I$tests/../include -I$2"
 place=$(mktemp -d)
 trap 'rm -rf "$place"' EXIT
-# Compiled once.
-echo '#include "shop.h"' >"$place/all.h"
-$compile -x c++-header -o "$place/all.h.$([[ $1 == *clang* ]] && echo pch || echo gch)" "$place/all.h"
-compile+=" -fsyntax-only -include $place/all.h $tests/plan_misuses.cpp"
+cat >"$place/all.h" <<'END'
+#include <chrono>
+#include <map>
+#include <string>
+#include <vector>
 
-$compile -DCASE=0
+#include "shop.h"
+
+using shop::EveryType;
+using Lines = EveryType::Lines;
+
+const veltrano::Date kNow;
+const veltrano::URL kLink("https://example.com");
+[[maybe_unused]] const std::vector<int> kNumbers{1};
+[[maybe_unused]] const char* const kText = "text";
+
+#define FIRST .text = "a", .count = 1, .number = 2.5, .flag = true
+#define MIDDLE .at = kNow, .link = kLink, .source = EveryType::Source::search
+#define ADDRESS .address = EveryType::Address{.city = "c"}
+#define LAST .tags = {"a"}, .lines = {Lines{.sku = "b"}}, ADDRESS
+END
+# Compiled once.
+$compile -x c++-header -o "$place/all.h.$([[ $1 == *clang* ]] && echo pch || echo gch)" "$place/all.h"
+compile+=" -fsyntax-only -include $place/all.h -x c++ -"
+
+said() {
+  $compile 2>&1 <<<"void use() { $1 }"
+}
 refused() {
-  local case=${1%%:*} words=${1#*:} said
-  if said=$($compile -DCASE="$case" 2>&1); then
-    echo "case $case compiles"
-  elif ! grep -q "error: .*$words" <<<"$said"; then
-    echo "case $case is refused without \"$words\": $said"
+  local words=${1%%: *} statements=${1#*: } output
+  if output=$(said "$statements"); then
+    echo "compiles: $statements"
+  elif ! grep -q "error: .*$words" <<<"$output"; then
+    echo "refused without \"$words\": $statements: $output"
   else
     return 0
   fi
   return 1
 }
-export -f refused
-cases=$(sed -nE 's|^#elif CASE == ([0-9]+) +// (.+)$|\1:\2|p' "$tests/plan_misuses.cpp")
-(($(wc -l <<<"$cases") > 30))
-xargs -d '\n' -P "$(nproc)" -n 1 bash -c 'refused "$0"' <<<"$cases"
+export -f said refused
+said 'shop::track(EveryType{FIRST, MIDDLE, LAST}); shop::track(shop::Optional{});'
+(($(wc -l <"$tests/plan/misuses.txt") > 30))
+xargs -d '\n' -P "$(nproc)" -n 1 bash -c 'refused "$0"' <"$tests/plan/misuses.txt"

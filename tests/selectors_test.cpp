@@ -144,21 +144,16 @@ TEST_F(Selectors, ChangesOfAMutableCollectionShowNowhere) {
   MutableDictionary map;
   map.set(object("list"), list.copy().value());
   map.set(object("self"), map.copy().value());
-  map.set(object("twice"), object(1).value());
-  map.set(object("twice"), object(2).value());
   const Object before = map.copy();
   list.append(object(3).value());
   map.set(object("late"), object(4).value());
   const auto& event = sent(before);
   EXPECT_EQ(text(event, "list"), "[1,[1]]");
   EXPECT_EQ(text(event, "self"), R"({"list":[1,[1]]})");
-  EXPECT_EQ(text(event, "twice"), "2");
   EXPECT_EQ(text(event, "late"), "absent");
-  map.set(object("late"), {});  // a key without a value
-  EXPECT_EQ(text(sent(map.copy()), "late"), "absent");
 }
 
-// The other kinds of C take the same way as these.
+// What becomes of each kind, the values fuzzer compares.
 TEST_F(Selectors, EntriesOnTheCallersStackArrive) {
   veltrano_object* const inner = makeHandle(object(HostMap{{"zip", 150}}));
   std::vector<veltrano_entry> entries;
@@ -166,55 +161,37 @@ TEST_F(Selectors, EntriesOnTheCallersStackArrive) {
     entries.push_back({name, static_cast<std::uint32_t>(kind), 0, {}});
     return entries.back().value;
   };
-  add("text", VELTRANO_TEXT).text = "pro";
-  add("bytes", VELTRANO_TEXT_WITH_LENGTH).text_with_length = {"prose", 2};
-  add("int", VELTRANO_INT).integer = -3;
-  add("uint", VELTRANO_UINT).natural = UINT64_MAX;
-  add("int64", VELTRANO_INT64).integer = INT64_MIN;
-  add("double", VELTRANO_DOUBLE).real = 9.5;
-  add("float", VELTRANO_FLOAT).real = 0.5;
-  add("bool", VELTRANO_BOOL).boolean = true;
-  add("date", VELTRANO_DATE).real = 1;
-  add("url", VELTRANO_URL).text = "https://veltrano.example/";
+  add("\"pro\"", VELTRANO_TEXT).text = "pro";  // called as its value is sent
+  add("\"pr\"", VELTRANO_TEXT_WITH_LENGTH).text_with_length = {"prose", 2};
+  add("-3", VELTRANO_INT).integer = -3;
+  add("18446744073709551615", VELTRANO_UINT).natural = UINT64_MAX;
+  add("-9223372036854775808", VELTRANO_INT64).integer = INT64_MIN;
+  add("9.5", VELTRANO_DOUBLE).real = 9.5;
+  add("0.5", VELTRANO_FLOAT).real = 0.5;
+  add("true", VELTRANO_BOOL).boolean = true;
+  add("\"1970-01-01T00:00:01.000Z\"", VELTRANO_DATE).real = 1;
+  add("\"https://veltrano.example/\"", VELTRANO_URL).text = "https://veltrano.example/";
   add("null", VELTRANO_NULL);
-  add("object", VELTRANO_OBJECT).object = inner;
-  add("twice", VELTRANO_INT).integer = 1;
-  add("twice", VELTRANO_INT).integer = 2;
+  add("{\"zip\":150}", VELTRANO_OBJECT).object = inner;
+  add("2", VELTRANO_INT).integer = 1;
+  add("2", VELTRANO_INT).integer = 2;
   add("absent", VELTRANO_TEXT);
-  add("nil", VELTRANO_OBJECT);
   const auto track = [&](std::size_t size = sizeof(veltrano_entry)) {
     return veltrano_track_entries("E", entries.data(), entries.size(), size, nullptr, nullptr);
   };
   EXPECT_TRUE(track());
-  std::vector<std::string> values;
   const auto& properties = sent(object(HostMap()));  // with the batch of that event
-  for (const veltrano_entry& entry : entries) values.push_back(text(properties, entry.name));
-  const Object viaObjects = object(HostMap{{"text", "pro"},
-                                           {"bytes", "pr"},
-                                           {"int", -3},
-                                           {"uint", UINT64_MAX},
-                                           {"int64", Int64{INT64_MIN}},
-                                           {"double", 9.5},
-                                           {"float", 0.5F},
-                                           {"bool", true},
-                                           {"date", Date::fromSecondsSince1970(1)},
-                                           {"url", URL("https://veltrano.example/")},
-                                           {"null", NSNull()},
-                                           {"object", HostMap{{"zip", 150}}},
-                                           {"twice", 2}});
-  const auto& expected = sent(viaObjects);
-  for (std::size_t i = 0; i < entries.size(); ++i)
-    EXPECT_EQ(values[i], text(expected, entries[i].name)) << entries[i].name;
+  for (const veltrano_entry& entry : entries) EXPECT_EQ(text(properties, entry.name), entry.name);
 
   EXPECT_FALSE(track(sizeof(veltrano_entry) - 1));
   EXPECT_FALSE(veltrano_track_entries(nullptr, nullptr, 0, 0, nullptr, nullptr));
   EXPECT_FALSE(veltrano_track_entries("E", nullptr, 1, sizeof(veltrano_entry), nullptr, nullptr));
-  entries[0].reserved = 1;
-  EXPECT_FALSE(track());
-  entries[0] = {"unknown", VELTRANO_OBJECT + 1, 0, {}};
-  EXPECT_FALSE(track());
-  entries[0] = {nullptr, VELTRANO_NULL, 0, {}};
-  EXPECT_FALSE(track());
+  for (const veltrano_entry& wrong : {veltrano_entry{"reserved", VELTRANO_NULL, 1, {}},
+                                      veltrano_entry{"kind", VELTRANO_OBJECT + 1, 0, {}},
+                                      veltrano_entry{nullptr, VELTRANO_NULL, 0, {}}}) {
+    entries[0] = wrong;
+    EXPECT_FALSE(track());
+  }
   veltrano_release(inner);
 }
 

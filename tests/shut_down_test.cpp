@@ -192,7 +192,7 @@ TEST_F(ShutDown, TriesAgainUntilItsDeadline) {
   expectExit([] {
     Host& it = host([](int) { return answer("404 None"); });
     Veltrano::shared().track("E");
-    expect(!it.shutDown(std::chrono::milliseconds(500)), "the event was left");
+    expect(!it.shutDown(seconds(5)), "the event was left");
     expect(it.server->requests().size() > 1, "it tried again");
     expect(left() == 1, "the event is counted");
   });

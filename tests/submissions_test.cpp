@@ -105,19 +105,23 @@ struct Numbered final : Node {
   int number = 0;
 };
 
-// Thread 0 reads; 1 and 2 submit, as the scenario says.
-template <class Scenario>
-struct Exploration : rl::test_suite<Exploration<Scenario>, 3> {
-  using Queue = Submissions<Node, ExploredThreads>;
+enum class Wakes {
+  many,     // the third deferred block does, whoever submits it and however many have been read
+  another,  // another block, or a wake-up, has what was deferred before it read
+  stop,
+};
 
+// Thread 0 reads; 1 and 2 submit.
+template <Wakes kWakes>
+struct Exploration : rl::test_suite<Exploration<kWakes>, 3> {
   void thread(unsigned index) {
-    if (index > 0) return Scenario::submit(*this, index);
+    if (index > 0) return submit(static_cast<int>(index));
     queue.setReader(Queue::Reader::awake);
     for (;;) {
       readAll();
-      if (Scenario::hasEnded(*this)) return;
+      if (kWakes == Wakes::stop ? isOver.load(relaxed) : read == 3) return;
       queue.sleep(
-          Scenario::deferrable(*this), [] { return false; },
+          kWakes == Wakes::many ? 3 - read : 10, [] { return false; },
           [this] { return isOver.load(relaxed); });
       rl::yield(1, RL_INFO);  // a submitter may have to link its block
     }
@@ -133,82 +137,34 @@ struct Exploration : rl::test_suite<Exploration<Scenario>, 3> {
     }
   }
 
-  Node* block(unsigned thread, int number) {
-    Numbered& made = blocks[thread - 1][number];
-    made.number = static_cast<int>(thread) * 10 + number;
+  // A reader that is only being started looks at everything before it sleeps.
+  void submit(int index) {
+    bool hasReader = queue.submitDeferred(block(index, 0));
+    if (kWakes == Wakes::many && index == 1) hasReader = queue.submitDeferred(block(index, 1));
+    if (kWakes == Wakes::another && index == 1) hasReader = queue.submit(block(index, 1));
+    if (kWakes == Wakes::another && index == 2) hasReader = queue.wake();
+    static_cast<void>(hasReader);
+    if (kWakes != Wakes::stop || index == 1) return;
+    isOver.store(true, relaxed);
+    queue.ring();
+  }
+
+  Node* block(int index, int number) {
+    Numbered& made = blocks[index - 1][number];
+    made.number = index * 10 + number;
     return &made;
   }
-  void submit(unsigned thread, int number) {
-    if (!queue.submit(block(thread, number))) startReader();
-  }
-  void defer(unsigned thread, int number) {
-    if (!queue.submitDeferred(block(thread, number))) startReader();
-  }
-  // The reader is being started: it looks at everything before it sleeps.
-  void startReader() {}
 
   static constexpr std::memory_order relaxed = std::memory_order::relaxed;
+  using Queue = Submissions<Node, ExploredThreads>;
   Queue queue;
   ExploredThreads::Atomic<bool> isOver{false};
-  Numbered blocks[2][3];
+  Numbered blocks[2][2];
   int next[3] = {};
   int read = 0;
 };
 
-// The third deferred block wakes the reader, whoever submits it and however many it has read.
-struct ManyWake {
-  template <class Test>
-  static void submit(Test& test, unsigned thread) {
-    for (int number = 0; number < 3 - static_cast<int>(thread); ++number)
-      test.defer(thread, number);
-  }
-  template <class Test>
-  static bool hasEnded(const Test& test) {
-    return test.read == 3;
-  }
-  template <class Test>
-  static std::size_t deferrable(const Test& test) {
-    return 3 - test.read;
-  }
-};
-
-// Another block, or a wake-up, has what was deferred before it read.
-struct AnotherWakes {
-  template <class Test>
-  static void submit(Test& test, unsigned thread) {
-    test.defer(thread, 0);
-    if (thread == 1) test.submit(thread, 1);
-    if (thread == 2 && !test.queue.wake()) test.startReader();
-  }
-  template <class Test>
-  static bool hasEnded(const Test& test) {
-    return test.next[1] == 2 && test.next[2] == 1;
-  }
-  template <class Test>
-  static std::size_t deferrable(const Test&) {
-    return 10;
-  }
-};
-
-struct StopWakes {
-  template <class Test>
-  static void submit(Test& test, unsigned thread) {
-    test.defer(thread, 0);
-    if (thread == 1) return;
-    test.isOver.store(true, Test::relaxed);
-    test.queue.ring();
-  }
-  template <class Test>
-  static bool hasEnded(const Test& test) {
-    return test.isOver.load(Test::relaxed);
-  }
-  template <class Test>
-  static std::size_t deferrable(const Test&) {
-    return 10;
-  }
-};
-
-template <class Scenario>
+template <Wakes kWakes>
 void explore() {
   std::ostream nowhere(nullptr);
   for (const auto scheduler : {rl::random_scheduler_type, rl::fair_context_bound_scheduler_type}) {
@@ -217,14 +173,14 @@ void explore() {
     parameters.context_bound = 2;
     parameters.search_type = scheduler;
     parameters.progress_stream = &nowhere;
-    EXPECT_TRUE(rl::simulate<Exploration<Scenario>>(parameters));
+    EXPECT_TRUE(rl::simulate<Exploration<kWakes>>(parameters));
   }
 }
 
 }  // namespace
 
 TEST(SubmissionsTest, NoWakeUpIsLostInAnyInterleaving) {
-  explore<ManyWake>();
-  explore<AnotherWakes>();
-  explore<StopWakes>();
+  explore<Wakes::many>();
+  explore<Wakes::another>();
+  explore<Wakes::stop>();
 }

@@ -252,6 +252,7 @@ TEST(Values, DictionariesKeepTheLastOfEqualKeys) {
   EXPECT_LT(counting.size(), 200U);
   EXPECT_EQ(jsonOfMap(counting), R"({"count":999,"z":1})");
 
+  EXPECT_EQ(jsonOfMap(HostMap()), "none");
   HostMap inner{{"z", 1}, {"y", 2}, {"z", 3}};
   EXPECT_EQ(Dictionary(Entries{{inner, 1}, {HostMap{{"y", 2}, {"z", 3}}, 2}}).size(), 1U);
   EXPECT_EQ(HostValue(inner).member()->getIf<Dictionary>()->size(), 2U);

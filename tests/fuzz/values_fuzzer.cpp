@@ -4,6 +4,7 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -170,6 +171,9 @@ class Reader {
 
 // ---- The naive converter ----
 
+// Left out of events, from whichever layer and at any depth. Sorted.
+const std::vector<std::string> kWithheld = {"$wifi", "b"};
+
 // Marks a value that makes its batch undeliverable.
 const Json kUnsendable = Json::binary({});
 
@@ -225,6 +229,7 @@ std::optional<Json> converted(const Node& node, int level) {
   Json result = Json::object();
   for (std::size_t i = 0; i < node.items.size(); i += 2) {
     const std::string key = wellFormed(node.items[i].text);
+    if (std::count(kWithheld.begin(), kWithheld.end(), key) > 0) continue;
     result.erase(key);
     if (auto value = converted(node.items[i + 1], level + 1)) result[key] = *std::move(value);
   }
@@ -256,7 +261,9 @@ class World {
  public:
   World() {
     Veltrano::isLoggerEnabled = true;  // covers the rendering of every value
-    require(Library::install(platform_.services()), "install");
+    Platform services = platform_.services();
+    services.withheldProperties = kWithheld;
+    require(Library::install(services), "install");
     platform_.network.onPost = [this](const PostRequest& post) { body_ = post.httpBody; };
   }
 

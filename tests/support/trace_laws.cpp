@@ -35,12 +35,18 @@ std::string TraceLaws::takeLog(std::string_view message) {
     waiting_.clear();
   } else if (message.starts_with("Got the response from endpoint.")) {
     isInFlight_ = hasScheduled_ = false;
+    if (std::exchange(isDropped_, false)) waiting_.clear();
+  } else if (message.starts_with("Setting collecting to ")) {
+    isCollecting_ = message.ends_with("true");
+    if (isCollecting_) return {};
+    submitted_.clear();
+    isInFlight_ ? void(isDropped_ = true) : waiting_.clear();
   } else if (message.starts_with("Scheduling a flush ")) {
     hasScheduled_ = true;
   } else if (message == "App becoming active!" || message == "App entered background!") {
     isRunning_ = message == "App becoming active!";
   } else if (message == "Exiting completion block of Endpoint request") {
-    if (isRunning_ && !hasScheduled_) return "an outcome schedules no flush";
+    if (isRunning_ && isCollecting_ && !hasScheduled_) return "an outcome schedules no flush";
   }
   return {};
 }
@@ -53,7 +59,9 @@ std::string TraceLaws::take(std::string_view line) {
     const std::string_view text(event["log"].GetString(), event["log"].GetStringLength());
     return takeLog(text.substr(text.find(" | ") + 3));
   }
-  if (!event.HasMember("post") || !event["post"]["body"].IsArray()) return {};  // no upload
+  if (!event.HasMember("post")) return {};
+  if (!isCollecting_) return "a post without consent";
+  if (!event["post"]["body"].IsArray()) return {};  // no upload
   if (std::exchange(isInFlight_, true)) return "two uploads at a time";
   const auto batch = event["post"]["body"].GetArray();
   if (batch.Size() != waiting_.size())

@@ -11,6 +11,7 @@
 /// - Counts add up: what was recorded waits, was dropped as too much, or was in a batch that ended.
 /// - No event is sent twice unless its upload failed in between, and events keep their order.
 /// - No event happens after its post, where the clock does not jump.
+/// - While collecting is switched off, no post begins; what was on its way by then is never sent.
 /// - A path has one post in flight at most, and each outcome schedules a flush, in the foreground.
 class TraceLaws {
  public:
@@ -24,6 +25,8 @@ class TraceLaws {
   std::deque<std::string> submitted_;  // names of the events that are not recorded yet
   std::deque<std::string> waiting_;    // names of those that are
   bool isInFlight_ = false;
+  bool isDropped_ = false;  // what is in flight, unless it arrives
+  bool isCollecting_ = true;
   bool isRunning_ = true;
   bool hasScheduled_ = false;  // since the last outcome
 };
