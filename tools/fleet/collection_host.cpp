@@ -1,6 +1,6 @@
 #include "tools/fleet/collection_host.h"
 
-#include <rapidjson/reader.h>
+#include <rapidjson/document.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -21,48 +21,6 @@ std::string decoded(std::string_view body) {
   if (!bytes) throw std::runtime_error("a body that is not Base64");
   return *std::move(bytes);
 }
-
-// Reports the name and the time of each event in a batch.
-template <class OnName, class OnTime>
-class BatchHandler
-    : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, BatchHandler<OnName, OnTime>> {
- public:
-  BatchHandler(const OnName& onName, const OnTime& onTime) : onName_(onName), onTime_(onTime) {}
-
-  bool StartArray() { return open(); }
-  bool StartObject() { return open(); }
-  bool EndArray(rapidjson::SizeType) { return close(); }
-  bool EndObject(rapidjson::SizeType) { return close(); }
-  bool Key(const char* text, rapidjson::SizeType length, bool) {
-    key_ = {text, length};
-    return true;
-  }
-  bool String(const char* text, rapidjson::SizeType length, bool) {
-    if (depth_ == kEventDepth && key_ == "event") onName_(std::string_view(text, length));
-    return true;
-  }
-  bool Uint64(std::uint64_t number) {
-    if (depth_ == kEventDepth + 1 && key_ == "time") onTime_(std::chrono::milliseconds(number));
-    return true;
-  }
-
- private:
-  static constexpr int kEventDepth = 2;
-
-  bool open() {
-    ++depth_;
-    return true;
-  }
-  bool close() {
-    --depth_;
-    return true;
-  }
-
-  const OnName& onName_;
-  const OnTime& onTime_;
-  std::string_view key_;
-  int depth_ = 0;
-};
 
 }  // namespace
 
@@ -107,31 +65,28 @@ std::string CollectionHost::bodyOfAnswer(EndpointPath path) const {
   switch (path) {
     case EndpointPath::track:
       return "";
-    case EndpointPath::heartbeat:
-      return heartbeatAnswer();
+    case EndpointPath::heartbeat: {
+      if (!options_.backOff) return "{}";
+      const bool isBusy = load_ >= options_.backOffAbove * options_.capacity;
+      const auto seconds = isBusy ? std::chrono::duration<double>(*options_.backOff).count() : 20;
+      return "{\"back_off_seconds\":" + std::to_string(seconds) + "}";
+    }
   }
   return "";
-}
-
-std::string CollectionHost::heartbeatAnswer() const {
-  if (!options_.backOff) return "{}";
-  const bool isBusy = load_ >= options_.backOffAbove * options_.capacity;
-  const auto seconds = isBusy ? std::chrono::duration<double>(*options_.backOff).count() : 20;
-  return "{\"back_off_seconds\":" + std::to_string(seconds) + "}";
 }
 
 void CollectionHost::accept(EndpointPath path, const std::string& body, Duration wallTime) {
   if (path != EndpointPath::track) return;
   std::string json = decoded(body);
-  const auto onName = [this](std::string_view name) {
-    ++events_;
-    heartbeatFailures_ += name == "Heartbeat Failed";
-  };
-  const auto onTime = [&](Duration time) { measurements_.delivered(wallTime - time); };
-  BatchHandler handler(onName, onTime);
-  rapidjson::InsituStringStream stream(json.data());
-  if (!rapidjson::Reader().Parse<rapidjson::kParseInsituFlag>(stream, handler))
+  rapidjson::Document batch;
+  if (batch.ParseInsitu(json.data()).HasParseError() || !batch.IsArray())
     throw std::runtime_error("a batch that is not JSON");
+  for (const auto& event : batch.GetArray()) {
+    ++events_;
+    heartbeatFailures_ += event["event"] == "Heartbeat Failed";
+    const std::chrono::milliseconds time(event["properties"]["time"].GetUint64());
+    measurements_.delivered(wallTime - time);
+  }
 }
 
 }  // namespace fleet

@@ -36,7 +36,6 @@ class CollectionHost {
  private:
   Reply failed(const Failure& failure) const;
   std::string bodyOfAnswer(EndpointPath path) const;
-  std::string heartbeatAnswer() const;
   void noteLoad(Duration now);
 
   const HostOptions& options_;

@@ -1,7 +1,10 @@
 #include "tools/fleet/fleet.h"
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <cstdint>
-#include <iterator>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -19,30 +22,12 @@ namespace {
 constexpr Duration kMaxEndTime = std::chrono::minutes(5);
 
 void add(Statistics& sum, const Statistics& one) {
-  constexpr std::uint64_t Statistics::*kCounts[] = {
-      &Statistics::recorded,
-      &Statistics::waiting,
-      &Statistics::inFlight,
-      &Statistics::delivered,
-      &Statistics::droppedByTrimming,
-      &Statistics::droppedAsRefused,
-      &Statistics::droppedAsNotEncodable,
-      &Statistics::droppedForMemory,
-      &Statistics::droppedByShutDown,
-      &Statistics::droppedByBacklog,
-      &Statistics::uploadsAttempted,
-      &Statistics::uploadsSucceeded,
-      &Statistics::uploadsFailedInTransport,
-      &Statistics::uploadsFailedByStatus,
-      &Statistics::uploadsFailedForMemory,
-      &Statistics::uploadsPutOff,
-      &Statistics::heartbeatsSent,
-      &Statistics::heartbeatsFailed,
-      &Statistics::heartbeatsPutOff,
-      &Statistics::droppedByOptOut,
-  };
-  static_assert(sizeof(Statistics) == std::size(kCounts) * sizeof(std::uint64_t));
-  for (const auto count : kCounts) sum.*count += one.*count;
+  // They consist of counts.
+  using Counts = std::array<std::uint64_t, sizeof(Statistics) / sizeof(std::uint64_t)>;
+  auto counts = std::bit_cast<Counts>(sum);
+  const auto more = std::bit_cast<Counts>(one);
+  std::ranges::transform(counts, more, counts.begin(), std::plus());
+  sum = std::bit_cast<Statistics>(counts);
 }
 
 bool isBalanced(const Statistics& s) {

@@ -1,10 +1,7 @@
 // veltrano-fleet: simulates the load of many applications on a collection server, in virtual time.
-#include <sys/resource.h>
-
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -25,21 +22,6 @@ Duration resolutionFor(Duration length) {
   for (const int seconds : {1, 2, 5, 10, 15, 30, 60, 120, 180, 300, 600})
     if (length <= 480 * std::chrono::seconds(seconds)) return std::chrono::seconds(seconds);
   return std::chrono::hours(1);
-}
-
-// Printed apart from the table, which is the same for every run.
-void reportCost(const fleet::Scenario& scenario, double wallSeconds) {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const double user = static_cast<double>(usage.ru_utime.tv_sec) +
-                      static_cast<double>(usage.ru_utime.tv_usec) / 1e6;
-  const double hours = std::chrono::duration<double>(scenario.length).count() / 3600;
-  std::fprintf(stderr,
-               "simulated in %.1f s (%.1f s of processor time, %.2f ms an application and hour), "
-               "%ld MB of memory at most (%.0f KB an application)\n",
-               wallSeconds, user, user * 1000 / hours / scenario.applications,
-               usage.ru_maxrss / 1024,
-               static_cast<double>(usage.ru_maxrss) / scenario.applications);
 }
 
 }  // namespace
@@ -139,7 +121,6 @@ int main(int argc, char** argv) {
       scenario.resolution = resolutionFor(scenario.length);
     const auto rest = scenario.length % scenario.resolution;
     if (rest > rest.zero()) scenario.length += scenario.resolution - rest;
-    const auto start = std::chrono::steady_clock::now();
     const fleet::Outcome outcome = fleet::run(scenario);
     fleet::writeTable(std::cout, scenario, outcome);
     if (!output.empty()) {
@@ -148,8 +129,6 @@ int main(int argc, char** argv) {
       fleet::writeCSV(file, scenario, outcome);
       if (!file.flush()) throw std::runtime_error("cannot write " + output + "/intervals.csv");
     }
-    const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
-    reportCost(scenario, wall.count());
     return outcome.isBalanced ? 0 : 1;
   } catch (const std::exception& error) {
     std::cerr << error.what() << '\n';

@@ -40,19 +40,6 @@ std::uint64_t bytes(const Interval& interval) {
   return interval.requests[kTrack].bodyBytes + interval.requests[kHeartbeat].bodyBytes;
 }
 
-std::string text(const Failure& failure) {
-  switch (failure.kind) {
-    case Failure::Kind::status:
-      return std::to_string(failure.status);
-    case Failure::Kind::silence:
-      return "silence";
-    case Failure::Kind::refused:
-      return "refused";
-    default:
-      return "unreachable";
-  }
-}
-
 }  // namespace
 
 void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& outcome) {

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <numbers>
 #include <stdexcept>
+#include <utility>
 
 namespace fleet {
 namespace {
@@ -26,6 +27,11 @@ constexpr Unit kUnits[] = {{"d", std::chrono::days(1)},
                            {"m", std::chrono::minutes(1)},
                            {"s", std::chrono::seconds(1)},
                            {"ms", std::chrono::milliseconds(1)}};
+
+constexpr std::pair<std::string_view, Failure::Kind> kFailures[] = {
+    {"silence", Failure::Kind::silence},
+    {"refused", Failure::Kind::refused},
+    {"unreachable", Failure::Kind::unreachable}};
 
 [[noreturn]] void fail(std::string_view text) {
   throw std::invalid_argument("cannot read \"" + std::string(text) + '"');
@@ -80,14 +86,19 @@ Outage parseOutage(std::string_view text) {
 }
 
 Failure parseFailure(std::string_view text) {
-  if (text == "silence") return {Failure::Kind::silence, 0};
-  if (text == "refused") return {Failure::Kind::refused, 0};
-  if (text == "unreachable") return {Failure::Kind::unreachable, 0};
+  for (const auto& [name, kind] : kFailures)
+    if (text == name) return {kind, 0};
   int status = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), status);
   if (error != std::errc() || end != text.data() + text.size() || status < 100 || status > 599)
     fail(text);
   return {Failure::Kind::status, status};
+}
+
+std::string text(const Failure& failure) {
+  for (const auto& [name, kind] : kFailures)
+    if (failure.kind == kind) return std::string(name);
+  return std::to_string(failure.status);
 }
 
 std::string text(Duration duration) {

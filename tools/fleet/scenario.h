@@ -82,7 +82,8 @@ Outage parseOutage(std::string_view text);
 /// A status from 100 to 599, "silence", "refused" or "unreachable". Throws std::invalid_argument.
 Failure parseFailure(std::string_view text);
 
-/// The text that `parseDuration` accepts.
+/// The texts that these accept.
 std::string text(Duration duration);
+std::string text(const Failure& failure);
 
 }  // namespace fleet
