@@ -26,27 +26,21 @@ constexpr char kURI[] = "^[A-Za-z][A-Za-z0-9+.-]*:[^ <>\"]*$";
 
 // The schema in JSON Schema's draft 4, without properties and elements.
 std::string draft4(const Schema& schema) {
-  std::string json;
-  const auto add = [&](std::string_view key, const std::string& value) {
-    json.append(json.empty() ? "{" : ",").append(inQuotes(key)).append(":").append(value);
-  };
-  add("type", inQuotes(jsonTypeOf(schema.type)));
+  internal::JSONMembers members{{"type", inQuotes(jsonTypeOf(schema.type))}};
   for (const auto& [word, bound] : schema.bounds) {
     const bool isExclusive = word[0] == 'e';
-    if (isExclusive) add(word, "true");
-    add(!isExclusive                 ? word
-        : word == "exclusiveMinimum" ? "minimum"
-                                     : "maximum",
-        numberText(bound));
+    if (isExclusive) members.emplace_back(word, "true");
+    members.emplace_back(!isExclusive                 ? word
+                         : word == "exclusiveMinimum" ? "minimum"
+                                                      : "maximum",
+                         numberText(bound));
   }
-  std::string values;
-  for (const std::string& value : schema.values)
-    values.append(values.empty() ? "[" : ",").append(inQuotes(value));
-  if (!values.empty()) add("enum", values + ']');
-  if (!schema.pattern.empty()) add("pattern", inQuotes(schema.pattern));
+  if (!schema.values.empty()) members.emplace_back("enum", internal::jsonTexts(schema.values));
+  if (!schema.pattern.empty()) members.emplace_back("pattern", inQuotes(schema.pattern));
   if (schema.type == Type::date || schema.type == Type::uri)
-    add("allOf", "[{\"pattern\":" + inQuotes(schema.type == Type::date ? kDate : kURI) + "}]");
-  return json + '}';
+    members.emplace_back(
+        "allOf", "[{\"pattern\":" + inQuotes(schema.type == Type::date ? kDate : kURI) + "}]");
+  return internal::jsonObject(members);
 }
 
 }  // namespace

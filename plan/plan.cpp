@@ -5,8 +5,6 @@
 // The settings come first.
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include <algorithm>
 #include <charconv>
@@ -385,12 +383,6 @@ std::string Schema::text() const {
   for (const auto& [word, bound] : bounds)
     limits += (limits.empty() ? "" : ", ") + word + ' ' + numberText(bound);
   return limits.empty() ? text : text + " (" + limits + ')';
-}
-
-std::string inQuotes(std::string_view text) {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer>(buffer).String(text.data(), text.size());
-  return {buffer.GetString(), buffer.GetSize()};
 }
 
 std::string numberText(double number) {

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "encoding/json_text.h"
+
 namespace veltrano::planning {
 
 enum class Type { any, text, integer, number, boolean, date, uri, list, object };
@@ -85,7 +87,9 @@ bool isLibrarysProperty(std::string_view name);
 const char* jsonTypeOf(Type type);
 
 /// The text as a JSON string, in which also line ends and control characters are escaped.
-std::string inQuotes(std::string_view text);
+inline std::string inQuotes(std::string_view text) {
+  return internal::json(text);
+}
 
 /// Without needless decimals.
 std::string numberText(double number);

@@ -116,16 +116,16 @@ void World::Implementation::arrive(const WorldNetwork::Post& post, const Answer&
   if (post.path != internal::EndpointPath::track || answer.isTransportError) return;
   if (answer.status != 200 && answer.status != 400) return;
   const auto end = waiting_.begin() + static_cast<std::ptrdiff_t>(batch_);
-  std::string names;
+  std::vector<std::string> names;
   for (auto event = waiting_.begin(); event != end; ++event) {
-    names += (names.empty() ? "" : ", ") + event->name;
+    names.push_back(event->name);
     if (answer.status == 200)
       delivered.emplace_back(std::move(event->name), propertiesIn(event->json),
                              std::move(event->origins), event->at);
   }
   if (answer.status == 400)
     complain("The collection host called a batch bad, with status 400, and it was dropped: " +
-             names);
+             joined(names));
   waiting_.erase(waiting_.begin(), end);
   batch_ = 0;
 }

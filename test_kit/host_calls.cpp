@@ -11,7 +11,7 @@ namespace {
 using internal::ApplicationState;
 using internal::DeviceFacts;
 using internal::FlatView;
-using internal::JSONWriter;
+using internal::json;
 using internal::Kind;
 
 constexpr std::string_view kExtraKey = "extra_json";
@@ -194,8 +194,8 @@ std::string World::Implementation::install(PosixOptions options, std::string err
   device.set(&DeviceFacts::screenOrientation, options.interfaceOrientation);
   device.set(&DeviceFacts::deviceOrientation, options.deviceOrientation);
   recordState(simulated_.device.facts().applicationState);
-  recordValue("interfaceOrientation", options.interfaceOrientation);
-  recordValue("deviceOrientation", options.deviceOrientation);
+  recorder_.add("interfaceOrientation", {{"value", json(options.interfaceOrientation)}});
+  recorder_.add("deviceOrientation", {{"value", json(options.deviceOrientation)}});
   setCarrierName(std::move(options.carrierName));
   setTrackingAuthorizationStatus(options.trackingAuthorizationStatus);
   if (options.advertisingIdentifier)
@@ -214,33 +214,13 @@ void World::Implementation::onMainThread(std::function<void()> report) {
 }
 
 void World::Implementation::post(std::string_view notification) {
-  recorder_.add("notify", [&](JSONWriter& writer) {
-    writer.key("name");
-    writer.string(notification);
-  });
+  recorder_.add("notify", {{"name", json(notification)}});
   simulated_.notificationCenter.post(std::string(notification));
 }
 
 void World::Implementation::recordState(ApplicationState state) {
   constexpr const char* kNames[] = {"active", "inactive", "background"};
-  recorder_.add("applicationState", [&](JSONWriter& writer) {
-    writer.key("state");
-    writer.string(kNames[static_cast<int>(state)]);
-  });
-}
-
-void World::Implementation::recordValue(std::string_view operation, int value) {
-  recorder_.add(operation, [&](JSONWriter& writer) {
-    writer.key("value");
-    writer.integer(value);
-  });
-}
-
-void World::Implementation::recordDevice(const char* key, const Recorder::WriteFields& writeValue) {
-  recorder_.add("device", [&](JSONWriter& writer) {
-    writer.key(key);
-    writeValue(writer);
-  });
+  recorder_.add("applicationState", {{"state", json(kNames[static_cast<int>(state)])}});
 }
 
 void World::Implementation::enter(ApplicationState state, std::string_view notification) {
@@ -254,7 +234,7 @@ void World::Implementation::enter(ApplicationState state, std::string_view notif
 void World::Implementation::setInterfaceOrientation(int orientation) {
   onMainThread([this, orientation] {
     simulated_.device.set(&DeviceFacts::screenOrientation, orientation);
-    recordValue("interfaceOrientation", orientation);
+    recorder_.add("interfaceOrientation", {{"value", json(orientation)}});
     post(internal::kApplicationDidChangeStatusBarOrientation);
   });
 }
@@ -262,7 +242,7 @@ void World::Implementation::setInterfaceOrientation(int orientation) {
 void World::Implementation::setDeviceOrientation(int orientation) {
   onMainThread([this, orientation] {
     simulated_.device.set(&DeviceFacts::deviceOrientation, orientation);
-    recordValue("deviceOrientation", orientation);
+    recorder_.add("deviceOrientation", {{"value", json(orientation)}});
     post(internal::kDeviceOrientationDidChange);
   });
 }
@@ -272,12 +252,12 @@ void World::Implementation::setScreenSize(internal::ScreenSize size) {
 }
 
 void World::Implementation::setCarrierName(std::optional<std::string> name) {
-  recordDevice("carrier", [&](JSONWriter& writer) { name ? writer.string(*name) : writer.null(); });
+  recorder_.add("device", {{"carrier", name ? json(*name) : "null"}});
   simulated_.device.set(&DeviceFacts::carrier, std::move(name));
 }
 
 void World::Implementation::setTrackingAuthorizationStatus(std::uint64_t status) {
-  recordDevice("attStatus", [&](JSONWriter& writer) { writer.unsignedInteger(status); });
+  recorder_.add("device", {{"attStatus", json(status)}});
   simulated_.device.set(&DeviceFacts::trackingStatus, status);
 }
 
@@ -285,18 +265,8 @@ void World::Implementation::setTrackingAuthorizationStatus(std::uint64_t status)
 void World::Implementation::setAdvertisingIdentifier(std::optional<std::string> identifier) {
   std::string text = internal::canonicalUUID(identifier.value_or(""))
                          .value_or(internal::ASIdentifierManager().advertisingIdentifier());
-  recordDevice("advertisingIdentifier", [&](JSONWriter& writer) { writer.string(text); });
+  recorder_.add("device", {{"advertisingIdentifier", json(text)}});
   simulated_.device.set(&DeviceFacts::identifier, std::move(text));
-}
-
-void World::Implementation::setModel(std::string model) {
-  simulated_.device.set(&DeviceFacts::machineName, std::move(model));
-}
-
-void World::Implementation::setWiFi(bool isConnected) {
-  recordDevice("wifi", [&](JSONWriter& writer) { writer.boolean(isConnected); });
-  simulated_.device.set(&DeviceFacts::isOnWiFi, isConnected);
-  if (isConnected) network_.routeReturned();
 }
 
 }  // namespace veltrano::testing

@@ -62,11 +62,7 @@ class World::Implementation final : public internal::CallObserver,
   Implementation& operator=(const Implementation&) = delete;
 
   void advance(Duration time);
-  void jumpClock(Duration distance);
   void end();
-
-  /// Throws `Error` with the plan's faults.
-  void usePlan(const std::string& file);
 
   /// Throws `Error` while the host's code is called.
   void refuseInCallback(const std::string& error);
@@ -94,11 +90,6 @@ class World::Implementation final : public internal::CallObserver,
   void setTrackingAuthorizationStatus(std::uint64_t status) override;
   void setAdvertisingIdentifier(std::optional<std::string> identifier) override;
   bool shutDown(Clock::time_point deadline) override;
-  void setWiFi(bool isConnected);
-  void setModel(std::string model);
-  void setRunsMainLoop(bool runs) { runsMainLoop_ = runs; }
-  std::map<std::string, double> settings() const;
-  void setSettings(const std::map<std::string, double>& settings);
 
   Statistics statistics() const { return substitute_ ? substitute_->statistics() : statistics_; }
   Complaints complaints() const;
@@ -119,6 +110,8 @@ class World::Implementation final : public internal::CallObserver,
   std::vector<Request> requests;
 
  private:
+  friend class World;
+
   // The main thread's run loop. Runs its functions as steps of the timeline.
   class Loop final : public RunLoop {
    public:
@@ -196,8 +189,6 @@ class World::Implementation final : public internal::CallObserver,
   void onMainThread(std::function<void()> report);
   void post(std::string_view notification);
   void recordState(internal::ApplicationState state);
-  void recordDevice(const char* key, const Recorder::WriteFields& writeValue);
-  void recordValue(std::string_view operation, int value);
 
   const Place place_;
   const pid_t process_ = getpid();

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "encoding/json_text.h"
 #include "encoding/utf8.h"
 #include "properties/flat.h"
 #include "veltrano/testing.h"
@@ -21,7 +22,9 @@ namespace {
 namespace rapidjson = internal::rapidjson;
 using internal::FlatContents;
 using internal::FlatView;
-using internal::JSONWriter;
+using internal::json;
+using internal::jsonArray;
+using internal::jsonObject;
 using internal::Kind;
 using veltrano::detail::FlatAccess;
 
@@ -43,6 +46,11 @@ void forEachEntry(FlatView dictionary, Function function) {
   }
 }
 
+// The text of a String or a URL, as JSON.
+std::string textIn(FlatView value) {
+  return json(internal::wellFormedUTF8(value.text()));
+}
+
 bool hasTextKeys(FlatView dictionary) {
   if (dictionary.kind() != Kind::Dictionary) return false;
   bool hasOthers = false;
@@ -52,38 +60,29 @@ bool hasTextKeys(FlatView dictionary) {
 }
 
 std::string scalarText(FlatView value, bool forComparison) {
-  JSONWriter writer;
+  const bool isBoxed = value.kind() == Kind::Number;
   switch (sentKind(value)) {
     case Kind::Bool:
-      writer.boolean(value.kind() == Kind::Number ? value.numberAsDouble() != 0 : value.boolean());
-      break;
+      return json(isBoxed ? value.numberAsDouble() != 0 : value.boolean());
     case Kind::Int:
     case Kind::Int64:
-      writer.integer(value.kind() == Kind::Number ? value.numberAsInteger() : value.integer());
-      break;
+      return json(isBoxed ? value.numberAsInteger() : value.integer());
     case Kind::UInt:
-      writer.unsignedInteger(static_cast<std::uint64_t>(value.integer()));
-      break;
+      return json(static_cast<std::uint64_t>(value.integer()));
     case Kind::Double:
     case Kind::Float: {
       const double real = realIn(value);
       // Compared with integers, 3.0 is 3.
-      if (forComparison && real == std::floor(real) && std::abs(real) < 0x1p63)
-        writer.integer(static_cast<std::int64_t>(real));
-      else
-        writer.number(real);
-      break;
+      const bool isWhole = real == std::floor(real) && std::abs(real) < 0x1p63;
+      return forComparison && isWhole ? json(static_cast<std::int64_t>(real)) : json(real);
     }
     case Kind::Date:
-      writer.string(FlatAccess::date(value).iso8601());
-      break;
+      return json(FlatAccess::date(value).iso8601());
     case Kind::String:
     case Kind::URL:
-      writer.string(internal::wellFormedUTF8(value.text()));
-      break;
+      return textIn(value);
     case Kind::NSNull:
-      writer.null();
-      break;
+      return "null";
     case Kind::Absent:
       return "absent";
     case Kind::OtherObject:
@@ -92,7 +91,7 @@ std::string scalarText(FlatView value, bool forComparison) {
     case Kind::Dictionary:
       return "an object of another type";
   }
-  return std::string(writer.text());
+  return {};
 }
 
 // The value as JSON, with dictionaries sorted by key. For comparison, equal values have equal texts
@@ -116,122 +115,93 @@ std::string textOf(FlatView value, bool forComparison) {
     for (const auto& [key, text] : entries)
       if (text) items.push_back(key + ": " + *text);
   }
-  std::string text;
-  for (const std::string& item : items) text += (text.empty() ? "" : ", ") + item;
-  return value.kind() == Kind::Array ? '[' + text + ']' : '{' + text + '}';
+  return value.kind() == Kind::Array ? '[' + joined(items) + ']' : '{' + joined(items) + '}';
 }
 
-// Writes a value with its type, as scenarios do: {"$": kind, "v": value}.
-template <class WriteValue>
-void writeKind(JSONWriter& writer, std::string_view kind, WriteValue writeValue) {
-  writer.startObject();
-  writer.key("$");
-  writer.string(kind);
-  writer.key("v");
-  writeValue();
-  writer.endObject();
+// A value with its type, as scenarios write it.
+std::string typed(const char* kind, std::string value) {
+  return jsonObject({{"$", json(kind)}, {"v", std::move(value)}});
 }
 
-void writeReal(JSONWriter& writer, std::string_view kind, double value) {
-  if (std::isfinite(value) && kind == "Double") return writer.number(value);
-  writeKind(writer, kind, [&] {
-    if (std::isnan(value))
-      writer.string("nan");
-    else if (std::isinf(value))
-      writer.string(value > 0 ? "inf" : "-inf");
-    else
-      writer.number(value);
-  });
+// A real number, or one of the texts that stand for what JSON cannot express.
+std::string realText(double value) {
+  if (std::isnan(value)) return json("nan");
+  return std::isinf(value) ? json(value > 0 ? "inf" : "-inf") : json(value);
 }
 
-void writeNumber(JSONWriter& writer, FlatView number) {
-  writer.startObject();
-  writer.key("$");
-  writer.string("NSNumber");
-  writer.key("code");
-  writer.integer(number.numberCode());
-  writer.key("v");
-  // Scenarios cannot express infinities and NaN in an NSNumber.
+std::string boxedText(FlatView number) {
   const double real = number.numberAsDouble();
-  if (!std::isfinite(real) || static_cast<double>(number.numberAsInteger()) == real)
-    writer.integer(number.numberAsInteger());
-  else
-    writer.number(real);
-  writer.endObject();
+  const std::int64_t integer = number.numberAsInteger();
+  // Scenarios cannot express infinities and NaN in an NSNumber.
+  const bool isInteger = !std::isfinite(real) || static_cast<double>(integer) == real;
+  return jsonObject({{"$", json("NSNumber")},
+                     {"code", json(number.numberCode())},
+                     {"v", isInteger ? json(integer) : json(real)}});
 }
 
-void writeValue(JSONWriter& writer, FlatView value);
+std::string typedText(FlatView value);
 
-void writeMap(JSONWriter& writer, FlatView map) {
-  writer.startObject();
+std::string mapText(FlatView map) {
+  internal::JSONMembers members;
   forEachEntry(map, [&](FlatView key, FlatView held) {
-    writer.key(internal::wellFormedUTF8(key.text()));
-    writeValue(writer, held);
+    members.emplace_back(internal::wellFormedUTF8(key.text()), typedText(held));
   });
-  writer.endObject();
+  return jsonObject(members);
 }
 
-void writeDictionary(JSONWriter& writer, FlatView dictionary) {
+std::string dictionaryText(FlatView dictionary) {
   bool isMap = true;
   forEachEntry(dictionary, [&](FlatView key, FlatView) {
     isMap &= key.kind() == Kind::String && key.text() != "$";
   });
-  if (isMap) return writeMap(writer, dictionary);
-  writeKind(writer, "Dictionary", [&] {
-    writer.startArray();
-    forEachEntry(dictionary, [&](FlatView key, FlatView held) {
-      writer.startArray();
-      writeValue(writer, key);
-      writeValue(writer, held);
-      writer.endArray();
-    });
-    writer.endArray();
+  if (isMap) return mapText(dictionary);
+  std::vector<std::string> entries;
+  forEachEntry(dictionary, [&](FlatView key, FlatView held) {
+    entries.push_back(jsonArray({typedText(key), typedText(held)}));
   });
+  return typed("Dictionary", jsonArray(entries));
 }
 
-void writeValue(JSONWriter& writer, FlatView value) {
+std::string typedText(FlatView value) {
   switch (value.kind()) {
     case Kind::String:
-      return writer.string(internal::wellFormedUTF8(value.text()));
+      return textIn(value);
     case Kind::Int:
-      return writer.integer(value.integer());
+      return json(value.integer());
     case Kind::UInt:
-      return writeKind(writer, "UInt", [&] {
-        writer.unsignedInteger(static_cast<std::uint64_t>(value.integer()));
-      });
+      return typed("UInt", json(static_cast<std::uint64_t>(value.integer())));
     case Kind::Int64:
-      return writeKind(writer, "Int64", [&] { writer.integer(value.integer()); });
+      return typed("Int64", json(value.integer()));
     case Kind::Double:
-      return writeReal(writer, "Double", value.real());
+      return std::isfinite(value.real()) ? json(value.real())
+                                         : typed("Double", realText(value.real()));
     case Kind::Float:
-      return writeReal(writer, "Float", value.real());
+      return typed("Float", realText(value.real()));
     case Kind::Bool:
-      return writer.boolean(value.boolean());
-    case Kind::Date:
-      return writeKind(writer, "Date", [&] {
-        const std::chrono::duration<double> time = FlatAccess::date(value).sinceEpoch();
-        writer.number(time.count());
-      });
+      return json(value.boolean());
+    case Kind::Date: {
+      const std::chrono::duration<double> time = FlatAccess::date(value).sinceEpoch();
+      return typed("Date", json(time.count()));
+    }
     case Kind::URL:
-      return writeKind(writer, "URL",
-                       [&] { writer.string(internal::wellFormedUTF8(value.text())); });
+      return typed("URL", textIn(value));
     case Kind::Number:
-      return writeNumber(writer, value);
-    case Kind::Array:
-      writer.startArray();
-      for (const FlatView element : value.contents()) writeValue(writer, element);
-      return writer.endArray();
+      return boxedText(value);
+    case Kind::Array: {
+      std::vector<std::string> elements;
+      for (const FlatView element : value.contents()) elements.push_back(typedText(element));
+      return jsonArray(elements);
+    }
     case Kind::Dictionary:
-      return writeDictionary(writer, value);
+      return dictionaryText(value);
     case Kind::Absent:
-      return writer.null();
+      return "null";
     case Kind::NSNull:
+      return jsonObject({{"$", json("NSNull")}});
     case Kind::OtherObject:
-      writer.startObject();
-      writer.key("$");
-      writer.string(value.kind() == Kind::NSNull ? "NSNull" : "Object");
-      return writer.endObject();
+      return jsonObject({{"$", json("Object")}});
   }
+  return {};
 }
 
 HostValue valueOf(const rapidjson::Value& json) {
@@ -256,6 +226,12 @@ HostValue valueOf(const rapidjson::Value& json) {
 
 }  // namespace
 
+std::string joined(const std::vector<std::string>& texts) {
+  std::string list;
+  for (const std::string& text : texts) list += (list.empty() ? "" : ", ") + text;
+  return list;
+}
+
 std::optional<HostMap> mapIn(const HostValue& value) {
   if (!hasTextKeys(internal::viewOf(value))) return std::nullopt;
   return FlatAccess::make<HostMap>(FlatAccess::flat(value));
@@ -267,12 +243,12 @@ bool isNotFinite(const HostValue& value) {
   return (kind == Kind::Double || kind == Kind::Float) && !std::isfinite(realIn(number));
 }
 
-void writeScenarioMap(JSONWriter& writer, const HostMap& map) {
-  writeMap(writer, internal::viewOf(map));
+std::string scenarioText(const HostMap& map) {
+  return mapText(internal::viewOf(map));
 }
 
-void writeScenarioValue(JSONWriter& writer, const HostValue& value) {
-  writeValue(writer, internal::viewOf(value));
+std::string scenarioText(const HostValue& value) {
+  return typedText(internal::viewOf(value));
 }
 
 HostValue parsedJSON(std::string_view text) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <sstream>
 #include <utility>
 
 #include "test_kit/json.h"
@@ -11,25 +10,21 @@
 namespace veltrano::testing {
 namespace {
 
-using internal::JSONWriter;
+using internal::json;
+using internal::jsonArray;
+using internal::JSONMembers;
+using internal::jsonObject;
 
-// The members that `write` writes, without the braces around them.
-template <class Write>
-std::string membersText(Write write) {
-  JSONWriter writer;
-  writer.startObject();
-  write(writer);
-  writer.endObject();
-  const std::string_view object = writer.text();
-  return std::string(object.substr(1, object.size() - 2));
+std::string operationText(std::string_view operation, JSONMembers fields) {
+  fields.emplace(fields.begin(), "op", json(operation));
+  return jsonObject(fields);
 }
 
-std::string operationText(std::string_view operation, const Recorder::WriteFields& writeFields) {
-  return membersText([&](JSONWriter& writer) {
-    writer.key("op");
-    writer.string(operation);
-    if (writeFields) writeFields(writer);
-  });
+// An object of texts.
+std::string textsJSON(const std::map<std::string, std::string>& texts) {
+  JSONMembers members;
+  for (const auto& [key, text] : texts) members.emplace_back(key, json(text));
+  return jsonObject(members);
 }
 
 // Seconds with six decimals.
@@ -60,63 +55,47 @@ std::vector<std::string>& Recorder::operationsNow() {
 void Recorder::noteLogSwitch() {
   const bool isOn = Veltrano::isLoggerEnabled;
   if (hasEnded_ || std::exchange(isLogOn_, isOn) == isOn) return;
-  operationsNow().push_back(operationText("enableLog", [isOn](JSONWriter& writer) {
-    writer.key("on");
-    writer.boolean(isOn);
-  }));
+  operationsNow().push_back(operationText("enableLog", {{"on", json(isOn)}}));
 }
 
-void Recorder::add(std::string_view operation, const WriteFields& writeFields) {
-  std::string text = operationText(operation, writeFields);
+void Recorder::add(std::string_view operation, const JSONMembers& fields) {
   const internal::Lock lock(mutex_);
   if (hasEnded_) return;
   noteLogSwitch();
-  operationsNow().push_back(std::move(text));
+  operationsNow().push_back(operationText(operation, fields));
 }
 
 void Recorder::addCall(std::string_view operation, const HostMap& arguments, bool hasRunLoop) {
   const internal::Lock lock(mutex_);
   if (hasEnded_) return;
   noteLogSwitch();
-  int number = callbacks_;
-  operationsNow().push_back(operationText(operation, [&](JSONWriter& writer) {
-    for (const auto& [key, value] : arguments) {
-      const auto* member = value.member();
-      if (key == "completion" || key == "handler") {
-        const bool isGiven = *member->getIf<bool>();
-        if (!isGiven && key == "completion") continue;
-        writer.key(key);
-        isGiven ? writer.string(key + ' ' + std::to_string(++number)) : writer.null();
-      } else if (key != "properties") {
-        writer.key(key);
-        writeScenarioValue(writer, value);
-      } else if (operation != "track" || !value.isAbsent()) {
-        writer.key(key);
-        writeScenarioMap(writer, mapIn(value).value_or(HostMap()));
-      }
+  JSONMembers fields;
+  for (const auto& [key, value] : arguments) {
+    if (key == "completion" || key == "handler") {
+      const bool isGiven = *value.member()->getIf<bool>();
+      if (isGiven)
+        fields.emplace_back(key, json(key + ' ' + std::to_string(++callbacks_)));
+      else if (key == "handler")
+        fields.emplace_back(key, "null");
+    } else if (key != "properties") {
+      fields.emplace_back(key, scenarioText(value));
+    } else if (operation != "track" || !value.isAbsent()) {
+      fields.emplace_back(key, scenarioText(mapIn(value).value_or(HostMap())));
     }
-    if (operation != "setUserId" || hasRunLoop) return;
-    writer.key("runLoop");
-    writer.boolean(false);
-  }));
-  callbacks_ = number;
+  }
+  if (operation == "setUserId" && !hasRunLoop) fields.emplace_back("runLoop", "false");
+  operationsNow().push_back(operationText(operation, std::move(fields)));
 }
 
 void Recorder::addAnswer(const std::string& path, const Answer& answer) {
-  const std::string step = operationText("network", [&](JSONWriter& writer) {
-    writer.key("path");
-    writer.string(path);
-    writer.key(answer.isTransportError ? "error" : "status");
-    if (answer.isTransportError)
-      writer.boolean(true);
-    else
-      writer.integer(answer.status);
-    if (answer.body && !answer.isTransportError) {
-      writer.key("body");
-      writer.string(*answer.body);
-    }
-    writer.members("\"latency\":" + secondsText(answer.latency));
-  });
+  JSONMembers fields{{"path", json(path)}};
+  if (answer.isTransportError)
+    fields.emplace_back("error", "true");
+  else
+    fields.emplace_back("status", json(answer.status));
+  if (answer.body && !answer.isTransportError) fields.emplace_back("body", json(*answer.body));
+  fields.emplace_back("latency", secondsText(answer.latency));
+  const std::string step = operationText("network", std::move(fields));
   const internal::Lock lock(mutex_);
   if (std::exchange(answers_[path], step) == step) return;
   // Before the step that caused the post, behind earlier answers of that instant.
@@ -130,42 +109,24 @@ void Recorder::addAnswer(const std::string& path, const Answer& answer) {
 void Recorder::end(Duration time) {
   const internal::Lock lock(mutex_);
   noteLogSwitch();
-  steps_.push_back({time, true, {operationText("end", nullptr)}, false});
+  steps_.push_back({time, true, {operationText("end", {})}, false});
   hasEnded_ = true;
 }
 
 void Recorder::addPost(const internal::PostRequest& post) {
-  const auto writeMap = [](JSONWriter& writer, const auto& map) {
-    writer.startObject();
-    for (const auto& [key, value] : map) {
-      writer.key(key);
-      writer.string(value);
-    }
-    writer.endObject();
-  };
   std::string at = secondsText(clock_());
   at.erase(at.find_last_not_of('0') + 1);
   if (at.back() == '.') at.pop_back();
-  const std::string line = membersText([&](JSONWriter& writer) {
-    writer.members("\"at\":" + at);
-    writer.key("post");
-    writer.startObject();
-    writer.key("url");
-    writer.string(std::string("https://") + internal::kSimulatedCollectionHost + post.path());
-    writer.key("method");
-    writer.string("POST");
-    writer.key("query");
-    writeMap(writer, post.qsParameters);
-    writer.key("headers");
-    writeMap(writer, post.headerParameters);
-    writer.key("body");
-    writer.string(post.httpBody);
-    writer.key("authenticated");
-    writer.boolean(post.interceptor != nullptr);
-    writer.endObject();
-  });
+  const std::string url =
+      std::string("https://") + internal::kSimulatedCollectionHost + post.path();
+  const std::string what = jsonObject({{"url", json(url)},
+                                       {"method", json("POST")},
+                                       {"query", textsJSON(post.qsParameters)},
+                                       {"headers", textsJSON(post.headerParameters)},
+                                       {"body", json(post.httpBody)},
+                                       {"authenticated", json(post.interceptor != nullptr)}});
   const internal::Lock lock(mutex_);
-  posts_.append("{").append(line).append("}\n");
+  posts_ += jsonObject({{"at", at}, {"post", what}}) + '\n';
 }
 
 std::string Recorder::posts() const {
@@ -176,55 +137,31 @@ std::string Recorder::posts() const {
 std::string Recorder::scenario(const internal::DeviceFacts& device,
                                const std::optional<HostMap>& info,
                                const std::map<std::string, double>& settings) const {
-  const auto writeConfiguration = [&](JSONWriter& writer) {
-    writer.key("screen");
-    writer.startArray();
-    writer.number(device.screen.width);
-    writer.number(device.screen.height);
-    writer.endArray();
-    writer.key("systemName");
-    writer.string(device.name);
-    writer.key("systemVersion");
-    writer.string(device.version);
-    writer.key("machine");
-    writer.string(device.machineName);
-    if (!settings.empty()) {
-      writer.key("defaults");
-      writer.startObject();
-      for (const auto& [key, value] : settings) {
-        writer.key(key);
-        writer.number(value);
-      }
-      writer.endObject();
-    }
-    if (!info) return;
-    writer.key("info");
-    writeScenarioMap(writer, *info);
-  };
-  std::ostringstream text;
-  text << '{' << operationText("configure", writeConfiguration) << "}\n";
+  JSONMembers configuration{
+      {"screen", jsonArray({json(device.screen.width), json(device.screen.height)})},
+      {"systemName", json(device.name)},
+      {"systemVersion", json(device.version)},
+      {"machine", json(device.machineName)}};
+  JSONMembers defaults;
+  for (const auto& [key, value] : settings) defaults.emplace_back(key, json(value));
+  if (!defaults.empty()) configuration.emplace_back("defaults", jsonObject(defaults));
+  if (info) configuration.emplace_back("info", scenarioText(*info));
+  std::string text = operationText("configure", std::move(configuration)) + '\n';
   const internal::Lock lock(mutex_);
   std::vector<Step> steps = steps_;
   if (!hasEnded_) {
     const Duration end = steps.empty() ? clock_() : std::max(clock_(), steps.back().at);
     // The end joins the open batch, if there is one.
     if (steps.empty() || steps.back().isClosed) steps.push_back({end, false, {}, false});
-    steps.back().operations.push_back(operationText("end", nullptr));
+    steps.back().operations.push_back(operationText("end", {}));
   }
   for (const auto& [at, isClosed, operations, isAnswer] : steps) {
-    text << "{\"at\":" << secondsText(at) << ',';
-    if (operations.size() == 1) {
-      text << operations.front();
-    } else {
-      text << "\"op\":\"batch\",\"steps\":[";
-      const char* separator = "{";
-      for (const std::string& operation : operations)
-        text << std::exchange(separator, ",{") << operation << '}';
-      text << ']';
-    }
-    text << "}\n";
+    const std::string operation = operations.size() == 1
+                                      ? operations.front()
+                                      : operationText("batch", {{"steps", jsonArray(operations)}});
+    text += "{\"at\":" + secondsText(at) + ',' + operation.substr(1) + '\n';
   }
-  return text.str();
+  return text;
 }
 
 }  // namespace veltrano::testing

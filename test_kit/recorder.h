@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "encoding/json_writer.h"
+#include "encoding/json_text.h"
 #include "platform/mutex.h"
 #include "platform/simulated/simulated_platform.h"
 #include "veltrano/testing.h"
@@ -21,13 +21,11 @@ namespace veltrano::testing {
 /// a scenario, a step runs before everything else that is due at its time.
 class Recorder {
  public:
-  using WriteFields = std::function<void(internal::JSONWriter&)>;
-
   /// `now` returns the time since the start.
   explicit Recorder(std::function<Duration()> now) : clock_(std::move(now)) {}
 
   /// Adds an operation at the current time.
-  void add(std::string_view operation, const WriteFields& writeFields = nullptr);
+  void add(std::string_view operation, const internal::JSONMembers& fields = {});
 
   /// Adds a call, as reported to `CallObserver::called`.
   void addCall(std::string_view operation, const HostMap& arguments, bool hasRunLoop);
@@ -56,7 +54,7 @@ class Recorder {
   struct Step {
     Duration at{0};
     bool isClosed = false;                // takes no further operations
-    std::vector<std::string> operations;  // each the members of a JSON object
+    std::vector<std::string> operations;  // JSON objects
     bool isAnswer = false;                // of the network
   };
   std::vector<std::string>& operationsNow() REQUIRES(mutex_);

@@ -11,17 +11,15 @@ namespace {
 // As good as no answer, and far from an overflow.
 constexpr Duration kMaxLatency = std::chrono::hours(24 * 36'525);
 
-std::string joined(const std::vector<std::string>& names) {
-  std::string text;
-  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
-  return text.empty() ? "none" : text;
+std::string listOf(const std::vector<std::string>& names) {
+  return names.empty() ? "none" : joined(names);
 }
 
 // Lists the keys of a map for a message.
 std::string keysOf(const HostMap& map) {
   std::vector<std::string> keys;
   for (const auto& [key, value] : map) keys.push_back(key);
-  return joined(keys);
+  return listOf(keys);
 }
 
 // Keys may contain dots: a key that equals the whole path wins.
@@ -136,8 +134,8 @@ Event Events::only(std::string_view name, const char* file, int line) const {
   std::vector<std::string> others;
   for (const Event& event : *this) others.push_back(event.name());
   throw Error(at(file, line) + std::to_string(events.size()) + " delivered events are called " +
-              quoted(name) + "; delivered were: " + joined(others) +
-              "; waiting: " + joined(waiting_));
+              quoted(name) + "; delivered were: " + listOf(others) +
+              "; waiting: " + listOf(waiting_));
 }
 
 std::string Heartbeat::sessionId() const {

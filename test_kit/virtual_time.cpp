@@ -12,7 +12,6 @@ namespace {
 
 constexpr Duration kMaxRun = std::chrono::hours(24);
 constexpr Duration kMaxAdvance = 36'525 * kMaxRun;
-constexpr Duration kMaxJump = std::chrono::seconds(1'000'000'000'000);  // what a trace can hold
 // How long a shutdown on another thread waits, after its deadline, for the main thread.
 constexpr std::chrono::seconds kGrace{1};
 
@@ -163,15 +162,6 @@ void World::Implementation::flushUntil(Duration deadline) {
     return true;
   };
   internal::flushWithRetries(flush, pause);
-}
-
-void World::Implementation::jumpClock(Duration distance) {
-  distance = std::clamp(distance, -kMaxJump, kMaxJump);
-  simulated_.clock.jump(distance);
-  recorder_.add("clockJump", [&](internal::JSONWriter& writer) {
-    writer.key("seconds");
-    writer.number(std::chrono::duration<double>(distance).count());
-  });
 }
 
 void World::Implementation::Loop::run() {

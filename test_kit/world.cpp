@@ -8,11 +8,13 @@
 #include <utility>
 
 #include "test_kit/implementation.h"
+#include "test_kit/json.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano::testing {
 
 using internal::ApplicationState;
+using internal::DeviceFacts;
 
 namespace {
 
@@ -24,10 +26,9 @@ std::string countedEvents(std::uint64_t count) {
 std::string countedNames(const std::vector<std::string>& names) {
   std::map<std::string, std::uint64_t> counts;
   for (const std::string& name : names) ++counts[name];
-  std::string text;
-  for (const auto& [name, times] : counts)
-    text += (text.empty() ? "" : ", ") + std::to_string(times) + ' ' + name;
-  return text;
+  std::vector<std::string> texts;
+  for (const auto& [name, times] : counts) texts.push_back(std::to_string(times) + ' ' + name);
+  return joined(texts);
 }
 
 }  // namespace
@@ -77,14 +78,6 @@ void World::Implementation::end() {
   simulated_.notificationCenter.drop();
 }
 
-void World::Implementation::usePlan(const std::string& file) {
-  try {
-    plan_ = planning::Plan::read(file);
-  } catch (const planning::Faults& faults) {
-    throw Error(faults.what());
-  }
-}
-
 void World::Implementation::writeCoverage() const {
   const char* const directory = std::getenv("VELTRANO_PLAN_COVERAGE");
   if (directory == nullptr || !plan_) return;
@@ -132,15 +125,6 @@ std::vector<std::string> World::Implementation::trimmedNames(std::uint64_t count
   return names;
 }
 
-std::map<std::string, double> World::Implementation::settings() const {
-  return {simulated_.defaults.values.begin(), simulated_.defaults.values.end()};
-}
-
-void World::Implementation::setSettings(const std::map<std::string, double>& settings) {
-  initialSettings_ = settings;
-  simulated_.defaults.values = {settings.begin(), settings.end()};
-}
-
 std::vector<std::string> World::Implementation::waitingNames() const {
   const Statistics counts = statistics();
   const std::size_t kept = std::min(waiting_.size(), std::size_t(counts.waiting + counts.inFlight));
@@ -175,7 +159,11 @@ Time World::now() const {
 }
 
 void World::jumpClock(Duration distance) {
-  implementation_->jumpClock(distance);
+  constexpr Duration kMax = std::chrono::seconds(1'000'000'000'000);  // what a trace can hold
+  distance = std::clamp(distance, -kMax, kMax);
+  implementation_->simulated_.clock.jump(distance);
+  const std::chrono::duration<double> seconds = distance;
+  implementation_->recorder_.add("clockJump", {{"seconds", internal::json(seconds.count())}});
 }
 
 Network& World::network(std::string_view path) {
@@ -247,23 +235,27 @@ void World::setCarrierName(std::optional<std::string> name) {
 }
 
 void World::setWiFi(bool isConnected) {
-  implementation_->setWiFi(isConnected);
+  implementation_->recorder_.add("device", {{"wifi", internal::json(isConnected)}});
+  implementation_->simulated_.device.set(&DeviceFacts::isOnWiFi, isConnected);
+  if (isConnected) implementation_->network_.routeReturned();
 }
 
 void World::setModel(std::string model) {
-  implementation_->setModel(std::move(model));
+  implementation_->simulated_.device.set(&DeviceFacts::machineName, std::move(model));
 }
 
 void World::setRunsMainLoop(bool runs) {
-  implementation_->setRunsMainLoop(runs);
+  implementation_->runsMainLoop_ = runs;
 }
 
 std::map<std::string, double> World::settings() const {
-  return implementation_->settings();
+  const auto& values = implementation_->simulated_.defaults.values;
+  return {values.begin(), values.end()};
 }
 
 void World::setSettings(const std::map<std::string, double>& settings) {
-  implementation_->setSettings(settings);
+  implementation_->initialSettings_ = settings;
+  implementation_->simulated_.defaults.values = {settings.begin(), settings.end()};
 }
 
 void World::setTrackingAuthorizationStatus(std::uint64_t status) {
@@ -285,7 +277,11 @@ void World::writeTrace(const std::string& file) const {
 }
 
 void World::usePlan(const std::string& file) {
-  implementation_->usePlan(file);
+  try {
+    implementation_->plan_ = planning::Plan::read(file);
+  } catch (const planning::Faults& faults) {
+    throw Error(faults.what());
+  }
 }
 
 void World::end() {

@@ -1,19 +1,15 @@
 #include "test_kit/world_network.h"
 
-#include <algorithm>
-#include <cctype>
-#include <string_view>
+#include <strings.h>
 
 #include "platform/host_callback.h"
 
 namespace veltrano::testing {
 namespace {
 
-// `name` is in lower case.
-std::optional<std::string> headerOf(const Answer& answer, std::string_view name) {
-  const auto isEqual = [](unsigned char a, char b) { return std::tolower(a) == b; };
+std::optional<std::string> headerOf(const Answer& answer, const char* name) {
   for (const auto& [key, value] : answer.headers)
-    if (std::equal(key.begin(), key.end(), name.begin(), name.end(), isEqual)) return value;
+    if (strcasecmp(key.c_str(), name) == 0) return value;
   return std::nullopt;
 }
 
@@ -50,7 +46,7 @@ std::optional<internal::Rest> WorldNetwork::requestEnded(const Post& post, const
   result.failedToConnect =
       answer.isTransportError && answer.latency < internal::RequestLimits().attemptTimeout;
   if (!answer.isTransportError) result.httpStatusCode = answer.status;
-  if (const auto text = headerOf(answer, "retry-after"))
+  if (const auto text = headerOf(answer, "Retry-After"))
     result.retryAfter = internal::parseRetryAfter(*text, clock_.now());
   const internal::Lock lock(mutex_);
   return rests_.of(post.path).requestEnded(timeline_.now(), result, 1);

@@ -7,14 +7,14 @@
 #include <utility>
 #include <vector>
 
+#include "encoding/json_text.h"
 #include "tools/collector/report.h"
-#include "tools/json_text.h"
 
 namespace collector {
 namespace {
 
-using tools::json;
-using tools::jsonObject;
+using veltrano::internal::json;
+using veltrano::internal::jsonObject;
 
 constexpr char kJSON[] = "application/json";
 
@@ -169,7 +169,7 @@ void Collector::answer(const Fault& fault, const SSL* connection, httplib::Respo
 
 std::string Collector::countersJSON() {
   const std::lock_guard lock(mutex_);
-  std::vector<std::pair<std::string_view, std::string>> members;
+  veltrano::internal::JSONMembers members;
   for (const auto& [name, counters] : counters_)
     members.emplace_back(name, jsonObject({{"received", json(counters.received)},
                                            {"accepted", json(counters.accepted)},

@@ -8,14 +8,15 @@
 #include <utility>
 #include <vector>
 
-#include "tools/json_text.h"
+#include "encoding/json_text.h"
+#include "tools/collector/wire_check.h"
 
 namespace collector {
 namespace {
 
 using rapidjson::Value;
-using tools::json;
-using tools::jsonObject;
+using veltrano::internal::json;
+using veltrano::internal::jsonObject;
 
 [[noreturn]] void refuse(const std::string& reason) {
   throw std::invalid_argument(reason);
@@ -41,7 +42,7 @@ std::string text(const std::string& key, const Value& value) {
 
 std::string backOffBody(const std::string& key, const Value& value) {
   if (!value.IsNumber()) refuse("\"" + key + "\" is not a number");
-  return jsonObject({{key, json(value)}});
+  return jsonObject({{key, jsonOf(value)}});
 }
 
 void add(Value& description, FaultsByPath& faults) {
@@ -84,7 +85,7 @@ void add(Value& description, FaultsByPath& faults) {
   auto& ofPath = faults[path];
   if (description.MemberCount() == 1) return ofPath.clear();
   while (description.HasMember("count")) description.RemoveMember("count");
-  fault.description = json(description);
+  fault.description = jsonOf(description);
   ofPath.push_back(fault);
 }
 
@@ -118,7 +119,7 @@ std::string faultsJSON(const FaultsByPath& faults) {
 }
 
 std::string faultJSON(std::string_view text) {
-  std::vector<std::pair<std::string_view, std::string>> members;
+  veltrano::internal::JSONMembers members;
   while (!text.empty()) {
     const auto end = text.starts_with("body=") ? text.size() : text.find(',');
     const std::string_view item = text.substr(0, end);
@@ -128,7 +129,7 @@ std::string faultJSON(std::string_view text) {
     const std::string_view key = item.substr(0, equals);
     const std::string_view value = equals == item.npos ? "true" : item.substr(equals + 1);
     const bool isText = key == "path" || key == "body" || key == "retry_after";
-    members.emplace_back(key, isText ? json(value) : std::string(value));
+    members.emplace_back(std::string(key), isText ? json(value) : std::string(value));
   }
   return jsonObject(members);
 }

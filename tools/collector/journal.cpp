@@ -4,9 +4,12 @@
 #include <iterator>
 #include <utility>
 
-#include "tools/json_text.h"
-
 namespace collector {
+
+using veltrano::internal::json;
+using veltrano::internal::jsonObject;
+using veltrano::internal::jsonTexts;
+
 namespace {
 
 constexpr const char* kNames[] = {"event", "heartbeat", "refused", "request"};
@@ -36,20 +39,13 @@ void addTo(std::string& stream, const char* kind, const std::string& json) {
   stream.append("event: ").append(kind).append("\ndata: ").append(json).append("\n\n");
 }
 
-std::string listOf(const std::vector<std::string>& texts) {
-  std::string list = "[";
-  for (const std::string& text : texts)
-    list.append(list.size() > 1 ? "," : "").append(tools::json(text));
-  return list + ']';
-}
-
 }  // namespace
 
 void Journal::addAccepted(const WireRequest& request, const WireMessage& message, int answer,
                           const Violations& violations) {
   const auto add = [&](Kind kind, const rapidjson::Value& record, std::string_view text,
                        std::string_view notAsPlanned) {
-    Members members{{"uid", tools::json(message.uid)}, {"answer", tools::json(answer)}};
+    veltrano::internal::JSONMembers members{{"uid", json(message.uid)}, {"answer", json(answer)}};
     if (!notAsPlanned.empty()) members.emplace_back("violations", notAsPlanned);
     members.emplace_back("body", text);  // the last one: the page takes the rest as sent
     this->add(kind, {record["event"].GetString(), record["event"].GetStringLength()},
@@ -59,49 +55,48 @@ void Journal::addAccepted(const WireRequest& request, const WireMessage& message
   rapidjson::SizeType i = 0;
   for (const std::string_view text : elementsOf(message.json)) {
     const bool isAsPlanned = violations.empty() || violations[i].empty();
-    add(Kind::event, message.body[i], text, isAsPlanned ? "" : listOf(violations[i]));
+    add(Kind::event, message.body[i], text, isAsPlanned ? "" : jsonTexts(violations[i]));
     ++i;
   }
 }
 
 void Journal::addRequest(const WireRequest& request, int answer, bool isAccepted) {
   add(Kind::request, "",
-      {{"path", tools::json(request.path)},
-       {"answer", tools::json(answer)},
-       {"accepted", tools::json(isAccepted)}});
+      {{"path", json(request.path)}, {"answer", json(answer)}, {"accepted", json(isAccepted)}});
 }
 
 void Journal::addRefused(const WireRequest& request, const WireMessage& message, int status,
                          const std::string& reason) {
-  std::string headers = "[";
-  for (const auto& [name, value] : request.headers) {
-    if (headers.size() > 1) headers += ',';
-    headers += tools::json(readable(shortened(name + ": " + value)));
-  }
-  headers += ']';
+  std::vector<std::string> headers;
+  for (const auto& [name, value] : request.headers)
+    headers.push_back(readable(shortened(name + ": " + value)));
   const std::string& body = message.json.empty() ? request.body : message.json;
   add(Kind::refused, "",
-      {{"method", tools::json(readable(request.method))},
-       {"path", tools::json(readable(request.path))},
-       {"answer", tools::json(status)},
-       {"reason", tools::json(readable(reason))},
-       {"headers", headers},
-       {"body", tools::json(readable(shortened(body)))}});
+      {{"method", json(readable(request.method))},
+       {"path", json(readable(request.path))},
+       {"answer", json(status)},
+       {"reason", json(readable(reason))},
+       {"headers", jsonTexts(headers)},
+       {"body", json(readable(shortened(body)))}});
 }
 
 void Journal::add(Kind kind, std::string name, Members members, bool isViolation) {
   const std::lock_guard lock(mutex_);
   const std::uint64_t number = ++lastNumber_;
-  auto& [kept, bytes] = entries_[std::size_t(kind)];
   const auto since1970 = std::chrono::system_clock::now().time_since_epoch();
   const auto received = std::chrono::duration_cast<std::chrono::milliseconds>(since1970).count();
-  members.insert(members.begin(),
-                 {{"number", tools::json(number)}, {"received", tools::json(received)}});
-  kept.push_back({number, std::move(name), tools::jsonObject(members), isViolation});
-  bytes += kept.back().json.size();
-  while (kept.size() > kMaximumEntries || (bytes > kMaximumBytes && kept.size() > 1)) {
-    bytes -= kept.front().json.size();
-    kept.pop_front();
+  members.insert(members.begin(), {{"number", json(number)}, {"received", json(received)}});
+  const auto& json =
+      entries_.insert({number, {kind, std::move(name), jsonObject(members), isViolation}})
+          .first->second.json;
+  auto& [numbers, bytes] = kept_[std::size_t(kind)];
+  numbers.push_back(number);
+  bytes += json.size();
+  while (numbers.size() > kMaximumEntries || (bytes > kMaximumBytes && numbers.size() > 1)) {
+    const auto oldest = entries_.find(numbers.front());
+    bytes -= oldest->second.json.size();
+    entries_.erase(oldest);
+    numbers.pop_front();
   }
   changed_.notify_all();
 }
@@ -115,16 +110,17 @@ void Journal::setFaults(std::string json) {
 
 void Journal::clear() {
   const std::lock_guard lock(mutex_);
-  entries_ = {};
+  entries_.clear();
+  kept_ = {};
   ++clearings_;
   changed_.notify_all();
 }
 
-std::string Journal::json(Kind kind, bool onlyViolations) const {
+std::string Journal::list(Kind kind, bool onlyViolations) const {
   const std::lock_guard lock(mutex_);
   std::string array = "[";
-  for (const Entry& entry : entries_[std::size_t(kind)].kept)
-    if (!onlyViolations || entry.isViolation)
+  for (const auto& [number, entry] : entries_)
+    if (entry.kind == kind && (!onlyViolations || entry.isViolation))
       array.append(array.size() > 1 ? ",\n" : "").append(entry.json);
   return array + "]\n";
 }
@@ -133,11 +129,8 @@ std::uint64_t Journal::wait(std::string_view name, std::uint64_t count,
                             std::chrono::milliseconds timeout) {
   std::uint64_t seen = 0, lastNumber = 0;
   const auto haveCome = [&] {
-    for (const Kind kind : {Kind::event, Kind::heartbeat}) {
-      const auto& kept = entries_[std::size_t(kind)].kept;
-      for (auto entry = kept.rbegin(); entry != kept.rend() && entry->number > lastNumber; ++entry)
-        if (entry->name == name) ++seen;
-    }
+    for (auto entry = entries_.upper_bound(lastNumber); entry != entries_.end(); ++entry)
+      seen += entry->second.name == name;
     lastNumber = lastNumber_;
     return seen >= count || isStopped_;
   };
@@ -163,24 +156,12 @@ std::string Journal::next(Position& position, std::chrono::milliseconds timeout)
     addTo(stream, "faults", faults_);
   }
 
-  std::deque<Entry>::const_iterator following[std::size(kNames)];
-  for (std::size_t kind = 0; kind < std::size(kNames); ++kind)
-    following[kind] = std::upper_bound(
-        entries_[kind].kept.begin(), entries_[kind].kept.end(), position.number,
-        [](std::uint64_t number, const Entry& entry) { return number < entry.number; });
-  while (stream.size() < kMaximumPart) {
-    std::size_t first = std::size(kNames);
-    for (std::size_t kind = 0; kind < std::size(kNames); ++kind)
-      if (following[kind] != entries_[kind].kept.end() &&
-          (first == std::size(kNames) || following[kind]->number < following[first]->number))
-        first = kind;
-    if (first == std::size(kNames)) {
-      position.number = lastNumber_;
-      break;
-    }
-    addTo(stream, kNames[first], following[first]->json);
-    position.number = following[first]++->number;
+  auto entry = entries_.upper_bound(position.number);
+  for (; entry != entries_.end() && stream.size() < kMaximumPart; ++entry) {
+    addTo(stream, kNames[std::size_t(entry->second.kind)], entry->second.json);
+    position.number = entry->first;
   }
+  if (entry == entries_.end()) position.number = lastNumber_;
   return stream;
 }
 

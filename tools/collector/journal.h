@@ -7,12 +7,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
+#include "encoding/json_text.h"
 #include "tools/collector/wire_check.h"
 
 namespace collector {
@@ -40,7 +41,7 @@ class Journal {
   void clear();
 
   /// The entries as a JSON array, or only those of events that are not as planned.
-  std::string json(Kind kind, bool onlyViolations = false) const;
+  std::string list(Kind kind, bool onlyViolations = false) const;
 
   /// Waits until `count` events or heartbeats of this name have arrived, including those that are
   /// kept. Returns how many have arrived, fewer if the time has passed or `stop` was called.
@@ -62,24 +63,24 @@ class Journal {
 
  private:
   struct Entry {
-    std::uint64_t number;
+    Kind kind;
     std::string name;
     std::string json;
     bool isViolation;
   };
-  struct Entries {
-    std::deque<Entry> kept;
+  struct Kept {
+    std::deque<std::uint64_t> numbers;
     std::size_t bytes = 0;
   };
 
-  using Members = std::vector<std::pair<std::string_view, std::string>>;
-
-  void add(Kind kind, std::string name, Members members, bool isViolation = false);
+  void add(Kind kind, std::string name, veltrano::internal::JSONMembers members,
+           bool isViolation = false);
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   // Guarded by mutex_.
-  std::array<Entries, 4> entries_;
+  std::map<std::uint64_t, Entry> entries_;  // by number
+  std::array<Kept, 4> kept_;                // by kind
   std::uint64_t lastNumber_ = 0;
   std::uint64_t clearings_ = 0;
   std::string faults_ = "[]";

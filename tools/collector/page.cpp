@@ -10,11 +10,14 @@
 #include <set>
 #include <stdexcept>
 
+#include "encoding/json_text.h"
 #include "tools/collector/page_files.h"
-#include "tools/json_text.h"
 
 namespace collector {
 namespace {
+
+using veltrano::internal::json;
+using veltrano::internal::jsonObject;
 
 constexpr std::chrono::seconds kHeartbeatOfStream{15};
 constexpr std::uint64_t kLongestWait = 3600;
@@ -161,7 +164,7 @@ void Page::serveScripts() {
     server_.Get(
         list.path, [this, list](const httplib::Request& request, httplib::Response& response) {
           if (hasOthers(request, response, {})) return;
-          response.set_content(journal_.json(list.kind, list.onlyViolations), "application/json");
+          response.set_content(journal_.list(list.kind, list.onlyViolations), "application/json");
         });
   // Takes the reader, because the server refuses a request without a body otherwise.
   server_.Post("/reset", [this](const httplib::Request&, httplib::Response& response,
@@ -183,9 +186,8 @@ void Page::serveScripts() {
                         std::to_string(kLongestWait) + " seconds");
     const std::uint64_t seen = journal_.wait(name, *count, std::chrono::seconds(*timeout));
     response.status = seen >= *count ? 200 : 504;
-    response.set_content(
-        tools::jsonObject({{"event", tools::json(name)}, {"count", tools::json(seen)}}) + '\n',
-        "application/json");
+    response.set_content(jsonObject({{"event", json(name)}, {"count", json(seen)}}) + '\n',
+                         "application/json");
   });
 }
 

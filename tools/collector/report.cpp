@@ -5,14 +5,14 @@
 #include <utility>
 #include <vector>
 
-#include "tools/json_text.h"
+#include "encoding/json_text.h"
 
 namespace collector {
 namespace {
 
 using rapidjson::Value;
-using tools::json;
-using tools::jsonObject;
+using veltrano::internal::json;
+using veltrano::internal::jsonObject;
 
 // Replaces control characters, which could break the line or control the terminal.
 std::string printable(std::string_view text) {
@@ -31,11 +31,11 @@ bool isOfLibrary(std::string_view key) {
 }
 
 std::string property(const Value& key, const Value& value) {
-  return printable({key.GetString(), key.GetStringLength()}) + '=' + json(value);
+  return printable({key.GetString(), key.GetStringLength()}) + '=' + jsonOf(value);
 }
 
 std::string eventLine(const Value& record) {
-  std::string line = " event=" + json(record["event"]);
+  std::string line = " event=" + jsonOf(record["event"]);
   for (const auto& [key, value] : record["properties"].GetObject())
     if (!isOfLibrary(key.GetString()) && key != "extra_json") line += ' ' + property(key, value);
   for (const auto& [key, value] : record["properties"]["extra_json"].GetObject())
@@ -47,7 +47,7 @@ std::string eventLine(const Value& record) {
 
 std::string jsonLine(const WireRequest& request, const WireMessage& message,
                      std::chrono::system_clock::time_point received, int answer) {
-  std::vector<std::pair<std::string_view, std::string>> headers;
+  veltrano::internal::JSONMembers headers;
   const auto& all = request.headers;
   for (auto header = all.begin(); header != all.end(); header = all.upper_bound(header->first))
     headers.emplace_back(header->first, json(header->second));
@@ -80,7 +80,7 @@ std::string readableLines(const WireRequest& request, const WireMessage& message
   std::string line = start;
   for (const char* key : {"session_id", "duration", "app_id", "app_version", "screen_orientation",
                           "device_orientation"})
-    line += ' ' + std::string(key) + '=' + json(message.body["properties"][key]);
+    line += ' ' + std::string(key) + '=' + jsonOf(message.body["properties"][key]);
   return line;
 }
 

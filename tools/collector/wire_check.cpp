@@ -4,6 +4,7 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -118,15 +119,6 @@ bool isUpperCaseUUID(const Value& value) {
   });
 }
 
-bool isScreenOrientation(const Value& value) {
-  return isAmong(value, {"portrait", "landscape", "unknown"});
-}
-
-bool isDeviceOrientation(const Value& value) {
-  return isAmong(value, {"portrait", "portraitUpsideDown", "landscapeLeft", "landscapeRight",
-                         "faceUp", "faceDown", "unknown"});
-}
-
 struct HeartbeatProperty {
   const char* key;
   bool (*holds)(const Value&);
@@ -143,8 +135,17 @@ constexpr HeartbeatProperty kHeartbeatProperties[] = {
     {"time", [](const Value& value) { return value.IsInt64(); }, "an integer"},
     {"duration", [](const Value& value) { return value.IsInt64() && value.GetInt64() >= 0; },
      "an integer from 0"},
-    {"screen_orientation", isScreenOrientation, "one of its texts"},
-    {"device_orientation", isDeviceOrientation, "one of its texts"},
+    {"screen_orientation",
+     [](const Value& value) {
+       return isAmong(value, {"portrait", "landscape", "unknown"});
+     },
+     "one of its texts"},
+    {"device_orientation",
+     [](const Value& value) {
+       return isAmong(value, {"portrait", "portraitUpsideDown", "landscapeLeft", "landscapeRight",
+                              "faceUp", "faceDown", "unknown"});
+     },
+     "one of its texts"},
 };
 
 void checkHeartbeat(const Value& heartbeat, const std::string& uid) {
@@ -179,6 +180,13 @@ bool isUTF8(std::string_view text) {
   while (stream.Tell() < text.size())
     if (!rapidjson::UTF8<>::Validate(stream, unused)) return false;
   return true;
+}
+
+std::string jsonOf(const Value& value) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  value.Accept(writer);
+  return {buffer.GetString(), buffer.GetSize()};
 }
 
 std::optional<std::string> readRequest(const WireRequest& request, WireMessage& message) try {

@@ -32,6 +32,8 @@ using Violations = std::vector<std::vector<std::string>>;
 
 bool isUTF8(std::string_view text);
 
+std::string jsonOf(const rapidjson::Value& value);
+
 /// Parses a request to "/track" or "/heartbeat". Returns a one-line error message, or nothing if
 /// the request is valid.
 std::optional<std::string> readRequest(const WireRequest& request, WireMessage& message);

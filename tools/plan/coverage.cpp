@@ -9,32 +9,34 @@ CoverageReport coverageReport(const Plan& plan, const Coverage& covered) {
     const char* english;
   };
   CoverageReport report;
+  internal::JSONMembers kinds;
   std::size_t seen = 0;
   const Coverage coverable = plan.coverable();
   for (const auto& [mark, json, english] : {Kind{'e', "events", " events"},
                                             {'p', "optionalProperties", " optional properties"},
                                             {'v', "values", " values of enumerations"}}) {
-    std::size_t count = 0, never = 0;
-    std::string names, list;
+    std::size_t count = 0;
+    std::vector<std::string> never;
     for (const std::string& item : coverable) {
       count += item[0] == mark;
-      if (item[0] != mark || covered.count(item) > 0) continue;
-      names += (names.empty() ? "" : ", ") + item.substr(1);
-      list += (list.empty() ? "" : ",") + inQuotes(item.substr(1));
-      ++never;
+      if (item[0] == mark && covered.count(item) == 0) never.push_back(item.substr(1));
     }
-    seen += count - never;
-    const std::string tested = std::to_string(count - never), planned = std::to_string(count);
+    seen += count - never.size();
+    const std::string tested = std::to_string(count - never.size());
+    const std::string planned = std::to_string(count);
     report.text += tested + " of " + planned + english;
-    if (never > 0) report.text += ", " + std::to_string(never) + " never tested: " + names;
+    if (!never.empty()) report.text += ", " + std::to_string(never.size()) + " never tested";
+    for (const std::string& name : never) report.text += (&name == &never[0] ? ": " : ", ") + name;
     report.text += '\n';
-    report.json += inQuotes(json) + ":{\"covered\":" + tested + ",\"planned\":" + planned +
-                   ",\"neverTested\":[" + list + "]},";
+    kinds.emplace_back(json, internal::jsonObject({{"covered", tested},
+                                                   {"planned", planned},
+                                                   {"neverTested", internal::jsonTexts(never)}}));
   }
   if (!coverable.empty())
     report.percent = 100.0 * static_cast<double>(seen) / static_cast<double>(coverable.size());
   report.text += std::to_string(static_cast<int>(report.percent)) + " % of the plan\n";
-  report.json = '{' + report.json + "\"percent\":" + numberText(report.percent) + "}\n";
+  kinds.emplace_back("percent", numberText(report.percent));
+  report.json = internal::jsonObject(kinds) + '\n';
   return report;
 }
 

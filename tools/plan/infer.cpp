@@ -16,6 +16,8 @@ namespace veltrano::planning {
 namespace {
 
 namespace rapidjson = internal::rapidjson;
+using internal::JSONMembers;
+using internal::jsonObject;
 using rapidjson::Value;
 
 constexpr std::size_t kFew = 5;         // too few to be sure
@@ -63,22 +65,6 @@ struct Seen {
   }
 };
 
-// The members of an object, whose values are JSON already.
-using Members = std::vector<std::pair<std::string, std::string>>;
-
-std::string json(const Members& members) {
-  std::string object;
-  for (const auto& [key, value] : members)
-    object += (object.empty() ? "{" : ",") + inQuotes(key) + ':' + value;
-  return object.empty() ? "{}" : object + '}';
-}
-
-std::string json(const std::set<std::string>& texts) {
-  std::string array;
-  for (const std::string& text : texts) array += (array.empty() ? "[" : ",") + inQuotes(text);
-  return array + ']';
-}
-
 class Author {
  public:
   explicit Author(std::vector<std::string>& leftOut) : leftOut_(leftOut) {}
@@ -87,19 +73,19 @@ class Author {
                    const std::string& nameSpace) {
     const Seen super = superOf(events, all);
     std::set<std::string> identifiers;
-    std::string list = "[";
+    std::vector<std::string> list;
     for (const auto& [name, seen] : events) {
       if (isLibrarysEvent(name) || !isUsable(identifiers, name, "the events")) continue;
-      Members event{{"name", inQuotes(name)}};
+      JSONMembers event{{"name", inQuotes(name)}};
       if (seen.count < kFew) addDoubt(event, "few events: " + std::to_string(seen.count));
       addProperties(event, seen, super, name);
-      list += (list.size() > 1 ? "," : "") + json(event);
+      list.push_back(jsonObject(event));
     }
-    Members held;
+    JSONMembers held;
     addProperties(held, super, {}, "the super properties");
-    return json({{"namespace", inQuotes(nameSpace)},
-                 {"superProperties", json(held)},
-                 {"events", list + ']'}});
+    return jsonObject({{"namespace", inQuotes(nameSpace)},
+                       {"superProperties", jsonObject(held)},
+                       {"events", internal::jsonArray(list)}});
   }
 
  private:
@@ -117,23 +103,23 @@ class Author {
     return super;
   }
 
-  void addProperties(Members& schema, const Seen& object, const Seen& except,
+  void addProperties(JSONMembers& schema, const Seen& object, const Seen& except,
                      const std::string& of) {
-    Members properties;
+    JSONMembers properties;
     std::set<std::string> identifiers, required;
     for (const auto& [name, seen] : object.properties) {
       if (isLibrarysProperty(name) || except.properties.count(name) > 0 ||
           !isUsable(identifiers, name, of))
         continue;
       if (seen.count == object.count) required.insert(name);
-      properties.emplace_back(name, json(schemaOf(seen, of + '.' + name)));
+      properties.emplace_back(name, jsonObject(schemaOf(seen, of + '.' + name)));
     }
-    schema.emplace_back("properties", json(properties));
-    if (!required.empty()) schema.emplace_back("required", json(required));
+    schema.emplace_back("properties", jsonObject(properties));
+    if (!required.empty()) schema.emplace_back("required", internal::jsonTexts(required));
   }
 
-  Members schemaOf(const Seen& seen, const std::string& path) {
-    Members schema;
+  JSONMembers schemaOf(const Seen& seen, const std::string& path) {
+    JSONMembers schema;
     std::set<Type> types = seen.types;
     if (types.count(Type::number) > 0) types.erase(Type::integer);
     if (types.count(Type::text) > 0) types.erase(Type::date), types.erase(Type::uri);
@@ -145,7 +131,7 @@ class Author {
     if (type == Type::uri) schema.emplace_back("format", inQuotes("uri"));
     if (type == Type::object) addProperties(schema, seen, {}, path);
     if (type == Type::list && seen.element[0].count > 0)
-      schema.emplace_back("items", json(schemaOf(seen.element[0], path)));
+      schema.emplace_back("items", jsonObject(schemaOf(seen.element[0], path)));
     std::set<std::string> identifiers;
     const auto isUsable = [&](const std::string& text) {
       return faultOfName(text).empty() && identifiers.insert(snakeName(text)).second;
@@ -153,7 +139,7 @@ class Author {
     if (type == Type::text && seen.texts.size() <= kMostValues && seen.count >= kFew &&
         seen.count >= 3 * seen.texts.size() &&
         std::all_of(seen.texts.begin(), seen.texts.end(), isUsable)) {
-      schema.emplace_back("enum", json(seen.texts));
+      schema.emplace_back("enum", internal::jsonTexts(seen.texts));
       addDoubt(schema, "the only values of " + std::to_string(seen.count));
     }
     return schema;
@@ -168,7 +154,7 @@ class Author {
     return fault.empty();
   }
 
-  static void addDoubt(Members& schema, const std::string& why) {
+  static void addDoubt(JSONMembers& schema, const std::string& why) {
     schema.emplace_back("$comment", inQuotes("doubtful: " + why));
   }
 

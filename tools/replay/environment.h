@@ -6,25 +6,16 @@
 #include <optional>
 #include <string>
 
-#include "platform/device.h"
-#include "platform/simulated/simulated_url_session.h"
+#include "platform/simulated/simulated_platform.h"
 #include "tools/replay/trace.h"
-#include "veltrano/value.h"
 
 namespace replay {
 
 /// The initial state of the platform.
 struct Configuration {
   veltrano::internal::Duration startTime = std::chrono::seconds(1'700'000'000);
-  veltrano::internal::ScreenSize screen{390, 844};
-  std::string systemName = "iOS";
-  std::string systemVersion = "17.0";
-  std::string machine = "iPhone15,2";
-  std::optional<veltrano::HostMap> info;
-  bool libraryHasResources = true;
-  std::optional<veltrano::HostMap> resourceBundle =
-      veltrano::HostMap{{"CFBundleShortVersionString", "1.0.0"}};
-  std::optional<veltrano::HostMap> libraryInfo;
+  veltrano::internal::DeviceFacts device;
+  veltrano::internal::SimulatedBundles bundles;
   std::map<std::string, double> defaults;
 };
 

@@ -13,50 +13,77 @@
 
 namespace replay {
 
-/// Reads the fields of a step, or of an object in it, which has to outlive this. Each reader throws
-/// ScenarioError when its field is missing, has the wrong type or is out of range.
+// Each reads one value. Throws ScenarioError, which says what it must be, if it is something else.
+void read(const JSONValue& json, bool& value);
+void read(const JSONValue& json, int& value);
+void read(const JSONValue& json, std::int64_t& value);
+void read(const JSONValue& json, std::uint64_t& value);
+void read(const JSONValue& json, float& value);
+void read(const JSONValue& json, double& value);
+void read(const JSONValue& json, std::string& value);
+/// A number of seconds, rounded to microseconds.
+void read(const JSONValue& json, veltrano::internal::Duration& value);
+/// Plain JSON, or {"$": kind, ...} for values that JSON cannot represent.
+void read(const JSONValue& json, veltrano::HostValue& value);
+/// `$` is an ordinary key here.
+void read(const JSONValue& json, veltrano::HostMap& value);
+
+template <class T>
+void read(const JSONValue& json, std::vector<T>& values) {
+  if (!json.IsArray()) throw ScenarioError("must be a list");
+  for (const JSONValue& item : json.GetArray()) read(item, values.emplace_back());
+}
+
+template <class T>
+void read(const JSONValue& json, std::map<std::string, T>& values) {
+  if (!json.IsObject()) throw ScenarioError("must be an object");
+  for (const auto& member : json.GetObject())
+    read(member.value, values[std::string(nameOf(member))]);
+}
+
+/// For what may be null.
+template <class T>
+void read(const JSONValue& json, std::optional<T>& value) {
+  value.reset();
+  if (!json.IsNull()) read(json, value.emplace());
+}
+
+/// The fields of a step, or of an object in it, which has to outlive this.
 class Fields {
  public:
-  explicit Fields(const JSONValue& object);
+  explicit Fields(const JSONValue& object) : object_(&object) {
+    if (!object.IsObject()) throw ScenarioError("must be an object");
+  }
 
   bool has(std::string_view key) const { return find(*object_, key) != nullptr; }
 
-  /// T is a type that `read` below takes. A std::optional is for a field that may be null.
+  /// Throws ScenarioError if there is none.
+  const JSONValue& json(std::string_view key) const;
+
+  /// Of a type that a `read` takes.
   template <class T>
   T get(std::string_view key) const {
-    T value{};
-    read(key, value);
-    return value;
+    try {
+      T value{};
+      read(json(key), value);
+      return value;
+    } catch (const ScenarioError& error) {
+      throw ScenarioError("field \"" + std::string(key) + "\" " + error.what());
+    }
+  }
+
+  template <class T>
+  std::optional<T> getIfThere(std::string_view key) const {
+    return has(key) ? std::make_optional<T>(get<T>(key)) : std::nullopt;
   }
 
   /// Leaves `value` as it is if the field is missing.
   template <class T>
-  void getIfThere(std::string_view key, T& value) const {
-    if (has(key)) read(key, value);
+  void update(std::string_view key, T& value) const {
+    if (has(key)) value = get<T>(key);
   }
 
-  std::int64_t integer(std::string_view key, std::int64_t lowest, std::int64_t highest) const;
-  Fields object(std::string_view key) const;
-  std::vector<Fields> objects(std::string_view key) const;
-
  private:
-  template <class Is>
-  const JSONValue& require(std::string_view key, Is is, const char* wanted) const;
-  bool isNull(std::string_view key) const;
-
-  void read(std::string_view key, bool& value) const;
-  void read(std::string_view key, int& value) const;
-  void read(std::string_view key, double& value) const;
-  void read(std::string_view key, std::string& value) const;
-  void read(std::string_view key, std::optional<std::string>& value) const;
-  void read(std::string_view key, std::optional<std::vector<std::string>>& value) const;
-  void read(std::string_view key, std::vector<double>& value) const;
-  void read(std::string_view key, std::map<std::string, double>& value) const;
-  void read(std::string_view key, veltrano::internal::Duration& value) const;
-  void read(std::string_view key, veltrano::HostValue& value) const;
-  void read(std::string_view key, veltrano::HostMap& value) const;
-  void read(std::string_view key, std::optional<veltrano::HostMap>& value) const;
-
   const JSONValue* object_;
 };
 

@@ -3,14 +3,6 @@
 #include <rapidjson/error/en.h>
 #include <rapidjson/memorystream.h>
 
-#include <charconv>
-#include <cmath>
-#include <cstdint>
-#include <cstdlib>
-#include <type_traits>
-
-#include "encoding/numbers.h"
-
 namespace replay {
 
 bool JSONText::Document::RawNumber(const char* text, rapidjson::SizeType length, bool) {
@@ -62,29 +54,8 @@ const JSONValue* find(const JSONValue& object, std::string_view key) {
   return nullptr;
 }
 
-bool isInteger(const JSONValue& number) {
-  return textOf(number).find_first_of(".eE") == std::string_view::npos;
+bool isInteger(const JSONValue& value) {
+  return isNumber(value) && textOf(value).find_first_of(".eE") == std::string_view::npos;
 }
-
-template <class Number>
-Number parsedNumber(const JSONValue& number, std::string_view what) {
-  const std::string_view text = textOf(number);
-  if constexpr (std::is_floating_point_v<Number>) {
-    if (const auto parsed = veltrano::internal::decimalNumber<Number>(text)) return *parsed;
-    // Underflow is not an error: the nearest number is 0.
-    if (std::abs(std::strtod(std::string(text).c_str(), nullptr)) < 1)
-      return std::copysign(Number(0), text.front() == '-' ? Number(-1) : Number(1));
-  } else {
-    Number parsed{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
-    if (error == std::errc() && end == text.data() + text.size()) return parsed;
-  }
-  throw ScenarioError(std::string(what) + " is out of range: " + std::string(text));
-}
-
-template std::int64_t parsedNumber(const JSONValue&, std::string_view);
-template std::uint64_t parsedNumber(const JSONValue&, std::string_view);
-template double parsedNumber(const JSONValue&, std::string_view);
-template float parsedNumber(const JSONValue&, std::string_view);
 
 }  // namespace replay

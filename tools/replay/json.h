@@ -37,6 +37,9 @@ class JSONText {
 bool isString(const JSONValue& value);
 bool isNumber(const JSONValue& value);
 
+/// Whether it is a number without a fraction and an exponent.
+bool isInteger(const JSONValue& value);
+
 /// The content of a string, or a number as it was written.
 std::string_view textOf(const JSONValue& value);
 
@@ -44,12 +47,5 @@ std::string_view nameOf(const JSONValue::Member& member);
 
 /// The value of `key` in `object`, or null. Among equal keys, the last one wins.
 const JSONValue* find(const JSONValue& object, std::string_view key);
-
-/// Whether a number is written without a fraction and an exponent.
-bool isInteger(const JSONValue& number);
-
-/// Throws ScenarioError, naming `what`, when the number is out of range.
-template <class Number>
-Number parsedNumber(const JSONValue& number, std::string_view what);
 
 }  // namespace replay

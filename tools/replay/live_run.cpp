@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "encoding/json_text.h"
 #include "platform/posix/posix_services.h"
 #include "platform/posix/threads/due_time.h"
 #include "tools/temporary_directory.h"
@@ -26,7 +27,7 @@ class TracingURLSession final : public veltrano::internal::ZKURLSessionManager {
 
   void postData(veltrano::internal::PostRequest request,
                 veltrano::internal::URLSessionCallback callback) override {
-    trace_.posted(request);
+    trace_.addPost(request);
     session_.postData(std::move(request), std::move(callback));
   }
 
@@ -46,7 +47,7 @@ class TracingDefaults final : public veltrano::internal::UserDefaults {
     return defaults_.isStored(value, key);
   }
   void setDouble(double value, std::string_view key) override {
-    trace_.wroteDefaults(std::string(key), value);
+    trace_.addDefault(std::string(key), value);
     defaults_.setDouble(value, key);
   }
 
@@ -68,14 +69,16 @@ veltrano::PosixOptions posixOptions(const Configuration& configuration, const Li
   veltrano::PosixOptions posix;
   posix.collectionHost = options.collectionHost;
   posix.userDefaultsFile = options.userDefaultsFile;
-  posix.infoDictionary = configuration.info;
+  posix.infoDictionary = configuration.bundles.mainInfo;
   posix.certificateAuthorities = options.certificateAuthorities;
   if (!options.token.empty()) posix.sessionToken = [token = options.token] { return token; };
-  posix.logSink = [&trace](std::string_view line) { trace.logged(line); };
-  posix.systemName = configuration.systemName;
-  posix.systemVersion = configuration.systemVersion;
-  posix.screenWidth = configuration.screen.width;
-  posix.screenHeight = configuration.screen.height;
+  posix.logSink = [&trace](std::string_view line) {
+    trace.add("log", veltrano::internal::json(line));
+  };
+  posix.systemName = configuration.device.name;
+  posix.systemVersion = configuration.device.version;
+  posix.screenWidth = configuration.device.screen.width;
+  posix.screenHeight = configuration.device.screen.height;
   posix.interfaceOrientation = 1;
   return posix;
 }

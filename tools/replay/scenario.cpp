@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "encoding/json_text.h"
 #include "platform/endpoint_path.h"
 #include "tools/replay/fields.h"
 #include "veltrano/veltrano.h"
@@ -13,17 +14,15 @@
 namespace replay {
 namespace {
 
+using veltrano::internal::json;
 using veltrano::internal::SimulatedAnswer;
 
 Action readDevice(const Fields& fields) {
   DeviceChange change;
-  if (fields.has("wifi")) change.isOnWiFi = fields.get<bool>("wifi");
-  if (fields.has("carrier")) change.carrier = fields.get<std::optional<std::string>>("carrier");
-  if (fields.has("attStatus"))
-    change.trackingStatus = static_cast<std::uint64_t>(
-        fields.integer("attStatus", 0, std::numeric_limits<std::int64_t>::max()));
-  if (fields.has("advertisingIdentifier"))
-    change.advertisingIdentifier = fields.get<std::string>("advertisingIdentifier");
+  change.isOnWiFi = fields.getIfThere<bool>("wifi");
+  change.carrier = fields.getIfThere<std::optional<std::string>>("carrier");
+  change.trackingStatus = fields.getIfThere<std::uint64_t>("attStatus");
+  change.advertisingIdentifier = fields.getIfThere<std::string>("advertisingIdentifier");
   return [change](Environment& environment) { environment.change(change); };
 }
 
@@ -47,8 +46,9 @@ Action readNetwork(const Fields& fields) {
     throw ScenarioError("network needs one of \"status\", \"error\" and \"nonHTTP\"");
   SimulatedAnswer answer;
   if (fields.has("status")) {
-    answer.status = static_cast<int>(fields.integer("status", 0, 999));
-    fields.getIfThere("body", answer.body);
+    answer.status = fields.get<int>("status");
+    if (answer.status < 0 || answer.status > 999) throw ScenarioError("unknown \"status\"");
+    fields.update("body", answer.body);
   } else {
     const bool isError = fields.has("error");
     if (!fields.get<bool>(isError ? "error" : "nonHTTP"))
@@ -56,14 +56,13 @@ Action readNetwork(const Fields& fields) {
     if (fields.has("body")) throw ScenarioError("a \"body\" comes with a \"status\" only");
     answer.kind = isError ? SimulatedAnswer::Kind::transportError : SimulatedAnswer::Kind::notHTTP;
   }
-  fields.getIfThere("latency", answer.latency);
+  fields.update("latency", answer.latency);
   if (answer.latency < answer.latency.zero()) throw ScenarioError("\"latency\" is negative");
   return [path, answer](Environment& environment) { environment.setAnswer(path, answer); };
 }
 
 Action readSetUserId(const Fields& fields) {
-  bool hasRunLoop = true;
-  fields.getIfThere("runLoop", hasRunLoop);
+  const bool hasRunLoop = fields.getIfThere<bool>("runLoop").value_or(true);
   return [id = fields.get<std::string>("id"), hasRunLoop](Environment& environment) {
     const auto set = [&id] { Veltrano::shared().setUserId(id); };
     if (hasRunLoop)
@@ -75,14 +74,13 @@ Action readSetUserId(const Fields& fields) {
 
 Action readTrack(const Fields& fields) {
   std::optional<veltrano::HostMap> properties;
-  fields.getIfThere("properties", properties);
-  std::optional<std::string> label;
-  if (fields.has("completion")) label = fields.get<std::string>("completion");
-  return [name = fields.get<std::string>("name"), properties, label](Environment& environment) {
+  fields.update("properties", properties);
+  return [name = fields.get<std::string>("name"), properties,
+          label = fields.getIfThere<std::string>("completion")](Environment& environment) {
     Veltrano::FlushCompletion completion;
     if (label)
       completion = [&trace = environment.trace(), label = *label](bool result) {
-        trace.completed(label, result);
+        trace.add("completion", json(label), ",\"result\":" + json(result));
       };
     Veltrano::shared().track(name, properties.value_or(veltrano::HostMap()), completion);
   };
@@ -92,7 +90,10 @@ Action readSetRefreshTriggers(const Fields& fields) {
   return [triggers = fields.get<std::optional<std::vector<std::string>>>("triggers"),
           label = fields.get<std::optional<std::string>>("handler")](Environment& environment) {
     std::function<void()> handler;
-    if (label) handler = [&trace = environment.trace(), label = *label] { trace.handled(label); };
+    if (label)
+      handler = [&trace = environment.trace(), label = *label] {
+        trace.add("handler", json(label));
+      };
     Veltrano::shared().setRefreshTriggersWithHandler(triggers, handler);
   };
 }
@@ -101,7 +102,7 @@ Action readIsValidNestedType(const Fields& fields) {
   const auto value = fields.get<veltrano::HostValue>("value");
   if (value.member() == nullptr) throw ScenarioError("\"value\" is not one of the twelve types");
   return [value](Environment& environment) {
-    environment.trace().answered(value.member()->isValidNestedType());
+    environment.trace().add("value", json(value.member()->isValidNestedType()));
   };
 }
 
@@ -162,10 +163,10 @@ Action readAction(const Fields& step, Mode mode) {
       {"setRefreshTriggers", readSetRefreshTriggers},
       {"setCollecting", trackerCall<bool>(&Veltrano::setCollecting, "on")},
       {"getScreenOrientation", always([](Environment& environment) {
-         environment.trace().answered(Veltrano::shared().getScreenOrientation());
+         environment.trace().add("value", json(Veltrano::shared().getScreenOrientation()));
        })},
       {"getDeviceOrientation", always([](Environment& environment) {
-         environment.trace().answered(Veltrano::shared().getDeviceOrientation());
+         environment.trace().add("value", json(Veltrano::shared().getDeviceOrientation()));
        })},
       {"isValidNestedType", readIsValidNestedType},
       {"end", always([](Environment&) {})},
@@ -184,22 +185,21 @@ Configuration readConfiguration(const Fields& fields, Mode mode) {
     for (const char* key : {"startTime", "machine", "libraryBundle", "defaults"})
       if (fields.has(key)) throw ScenarioError('"' + std::string(key) + "\" is not possible live");
   Configuration configuration;
-  fields.getIfThere("startTime", configuration.startTime);
-  if (fields.has("screen")) {
-    const auto sides = fields.get<std::vector<double>>("screen");
-    if (sides.size() != 2) throw ScenarioError("\"screen\" is not a width and a height");
-    configuration.screen = {sides[0], sides[1]};
+  fields.update("startTime", configuration.startTime);
+  if (const auto sides = fields.getIfThere<std::vector<double>>("screen")) {
+    if (sides->size() != 2) throw ScenarioError("\"screen\" is not a width and a height");
+    configuration.device.screen = {sides->front(), sides->back()};
   }
-  fields.getIfThere("systemName", configuration.systemName);
-  fields.getIfThere("systemVersion", configuration.systemVersion);
-  fields.getIfThere("machine", configuration.machine);
-  fields.getIfThere("info", configuration.info);
-  fields.getIfThere("defaults", configuration.defaults);
+  fields.update("systemName", configuration.device.name);
+  fields.update("systemVersion", configuration.device.version);
+  fields.update("machine", configuration.device.machineName);
+  fields.update("info", configuration.bundles.mainInfo);
+  fields.update("defaults", configuration.defaults);
   if (!fields.has("libraryBundle")) return configuration;
-  const Fields bundle = fields.object("libraryBundle");
-  bundle.getIfThere("resources", configuration.libraryHasResources);
-  bundle.getIfThere("resourceBundle", configuration.resourceBundle);
-  bundle.getIfThere("info", configuration.libraryInfo);
+  const Fields bundle(fields.json("libraryBundle"));
+  bundle.update("resources", configuration.bundles.libraryHasResources);
+  bundle.update("resourceBundle", configuration.bundles.resourceBundleInfo);
+  bundle.update("info", configuration.bundles.libraryInfo);
   return configuration;
 }
 
@@ -210,10 +210,12 @@ void readActions(const Fields& fields, Mode mode, Step& step) {
     const Fields next = waiting.back();
     waiting.pop_back();
     if (next.get<std::string>("op") == "batch") {
-      const auto inner = next.objects("steps");
-      for (const Fields& it : inner)
-        if (it.has("at")) throw ScenarioError("a step in a batch has no \"at\"");
-      waiting.insert(waiting.end(), inner.rbegin(), inner.rend());
+      const JSONValue& steps = next.json("steps");
+      if (!steps.IsArray()) throw ScenarioError("\"steps\" must be a list");
+      for (const JSONValue* inner = steps.End(); inner != steps.Begin();) {
+        waiting.emplace_back(*--inner);
+        if (waiting.back().has("at")) throw ScenarioError("a step in a batch has no \"at\"");
+      }
       continue;
     }
     Action action = readAction(next, mode);
@@ -227,7 +229,7 @@ void readStep(const std::string& line, Mode mode, Scenario& scenario) {
   const JSONText json(line);
   const Fields fields(json.root());
   Step step;
-  fields.getIfThere("at", step.at);
+  fields.update("at", step.at);
   if (step.at < step.at.zero()) throw ScenarioError("\"at\" is negative");
   if (!scenario.steps.empty() && step.at < scenario.steps.back().at)
     throw ScenarioError("\"at\" is decreasing");

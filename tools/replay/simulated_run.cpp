@@ -1,5 +1,6 @@
 #include "tools/replay/simulated_run.h"
 
+#include "encoding/json_text.h"
 #include "platform/simulated/simulated_platform.h"
 #include "tracker/library.h"
 
@@ -11,10 +12,12 @@ class SimulatedPlayer::SimulatedEnvironment final : public Environment {
  public:
   SimulatedEnvironment(const Trace::Write& write, Bodies bodies)
       : trace_([this] { return platform_.timeline.now(); }, write, bodies) {
-    platform_.output.onLine = [this](std::string_view line) { trace_.logged(line); };
-    platform_.network.onPost = [this](const auto& request) { trace_.posted(request); };
+    platform_.output.onLine = [this](std::string_view line) {
+      trace_.add("log", veltrano::internal::json(line));
+    };
+    platform_.network.onPost = [this](const auto& request) { trace_.addPost(request); };
     platform_.defaults.onWrite = [this](const auto& key, double value) {
-      trace_.wroteDefaults(key, value);
+      trace_.addDefault(key, value);
     };
   }
 
@@ -23,14 +26,8 @@ class SimulatedPlayer::SimulatedEnvironment final : public Environment {
 
   void configure(const Configuration& configuration) {
     platform_.clock.start = configuration.startTime;
-    platform_.device.screen = configuration.screen;
-    platform_.device.name = configuration.systemName;
-    platform_.device.version = configuration.systemVersion;
-    platform_.device.machineName = configuration.machine;
-    platform_.bundles.mainInfo = configuration.info;
-    platform_.bundles.libraryHasResources = configuration.libraryHasResources;
-    platform_.bundles.resourceBundleInfo = configuration.resourceBundle;
-    platform_.bundles.libraryInfo = configuration.libraryInfo;
+    static_cast<veltrano::internal::DeviceFacts&>(platform_.device) = configuration.device;
+    platform_.bundles = configuration.bundles;
     platform_.defaults.values.insert(configuration.defaults.begin(), configuration.defaults.end());
   }
 

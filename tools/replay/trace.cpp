@@ -6,16 +6,16 @@
 #include <vector>
 
 #include "encoding/base64.h"
-#include "tools/json_text.h"
+#include "encoding/json_text.h"
 
 namespace replay {
 namespace {
 
-using tools::json;
-using tools::jsonObject;
+using veltrano::internal::json;
+using veltrano::internal::jsonObject;
 
 std::string textsJSON(const std::map<std::string, std::string>& map) {
-  std::vector<std::pair<std::string_view, std::string>> members;
+  veltrano::internal::JSONMembers members;
   for (const auto& [key, value] : map) members.emplace_back(key, json(value));
   return jsonObject(members);
 }
@@ -47,11 +47,7 @@ void Trace::add(std::string_view key, const std::string& json, const std::string
   write_("{\"at\":" + secondsText(now_()) + ",\"" + std::string(key) + "\":" + json + more + "}\n");
 }
 
-void Trace::logged(std::string_view line) {
-  add("log", json(line));
-}
-
-void Trace::posted(const veltrano::internal::PostRequest& request) {
+void Trace::addPost(const veltrano::internal::PostRequest& request) {
   const bool isPost = request.httpMethod == veltrano::internal::HTTPMethod::post;
   add("post", jsonObject({{"url", json(request.baseURL)},
                           {"method", json(isPost ? "POST" : "GET")},
@@ -62,24 +58,8 @@ void Trace::posted(const veltrano::internal::PostRequest& request) {
                           {"authenticated", json(request.interceptor != nullptr)}}));
 }
 
-void Trace::completed(const std::string& label, bool result) {
-  add("completion", json(label), ",\"result\":" + json(result));
-}
-
-void Trace::handled(const std::string& label) {
-  add("handler", json(label));
-}
-
-void Trace::wroteDefaults(const std::string& key, double value) {
-  add("defaults", jsonObject({{key, json(rapidjson::Value(value))}}));
-}
-
-void Trace::answered(std::string_view answer) {
-  add("value", json(answer));
-}
-
-void Trace::answered(bool answer) {
-  add("value", json(answer));
+void Trace::addDefault(const std::string& key, double value) {
+  add("defaults", jsonObject({{key, json(value)}}));
 }
 
 }  // namespace replay

@@ -24,20 +24,16 @@ class Trace {
   /// feed.
   Trace(std::function<veltrano::internal::Duration()> now, Write write, Bodies bodies);
 
-  void logged(std::string_view line);
-  void posted(const veltrano::internal::PostRequest& request);
-  void completed(const std::string& label, bool result);
-  void handled(const std::string& label);
-  void wroteDefaults(const std::string& key, double value);
-  void answered(std::string_view answer);
-  void answered(bool answer);
+  /// Adds a line with `json` under `key`, and further members.
+  void add(std::string_view key, const std::string& json, const std::string& more = "");
+
+  void addPost(const veltrano::internal::PostRequest& request);
+  void addDefault(const std::string& key, double value);
 
   /// Waits for the current line and blocks all later ones.
   void close() { mutex_.lock(); }
 
  private:
-  void add(std::string_view key, const std::string& json, const std::string& more = "");
-
   const std::function<veltrano::internal::Duration()> now_;
   const Write write_;
   const Bodies bodies_;
