@@ -130,7 +130,7 @@ TEST(Journal, KeepsTheLatestInOrder) {
   for (std::size_t i = 0; i < Journal::kMaximumEntries + 5; ++i)
     journal.addRefused(wrong, {}, 400, "wrong");
   rapidjson::Document kept;
-  kept.Parse(journal.json(Journal::Kind::refused));
+  kept.Parse(journal.list(Journal::Kind::refused));
   ASSERT_EQ(kept.Size(), Journal::kMaximumEntries);
   EXPECT_EQ(kept[0u]["number"].GetInt(), 6);
 

@@ -80,7 +80,8 @@ void Journal::addRefused(const WireRequest& request, const WireMessage& message,
        {"body", json(readable(shortened(body)))}});
 }
 
-void Journal::add(Kind kind, std::string name, Members members, bool isViolation) {
+void Journal::add(Kind kind, std::string name, veltrano::internal::JSONMembers members,
+                  bool isViolation) {
   const std::lock_guard lock(mutex_);
   const std::uint64_t number = ++lastNumber_;
   const auto since1970 = std::chrono::system_clock::now().time_since_epoch();
