@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# consumers.sh BUILD [all]: uses the library as hosts do, in the most common ways or in all of them. Installs BUILD, which has a shared library, and
-# a static one into empty prefixes and moves them; then builds hosts against both in many ways, and
-# against BUILD's Debian packages if there are any. Each host sends an event to a collector, which
-# shows where it has its version from.
+# consumers.sh BUILD [all]: uses the library as hosts do, in the most common ways or in all of them.
+# Installs BUILD, which has a shared library, and a static one into empty prefixes and moves them;
+# then builds hosts against both in many ways, and against BUILD's Debian packages if there are any.
+# Each host sends an event to a collector, which shows where it has its version from.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 if [[ -z ${VELTRANO_COLLECTOR_PORT:-} ]]; then
