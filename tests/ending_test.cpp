@@ -2,8 +2,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -12,6 +10,7 @@
 #include <vector>
 
 #include "tests/support/posting.h"
+#include "tests/support/spawn.h"
 
 namespace veltrano::internal {
 namespace {
@@ -48,23 +47,15 @@ double runHost(const std::string& state, const std::string& ending) {
     return state == "back-off" ? answer("503 Busy", "", "Retry-After: 20\r\n") : Reply{};
   });
   const std::string host = "127.0.0.1:" + std::to_string(server.port());
-  std::vector<std::string> words = {ENDING_HOST, state, ending,
-                                    state == "resolving" ? "stuck.invalid" : host,
-                                    server.authorities()};
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, input.ends[0], STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, output.ends[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, errors.ends[1], STDERR_FILENO);
-  pid_t process = -1;
-  EXPECT_EQ(posix_spawn(&process, ENDING_HOST, &actions, nullptr, arguments.data(), environ), 0);
+  const int status = statusOf({ENDING_HOST, state, ending,
+                               state == "resolving" ? "stuck.invalid" : host, server.authorities()},
+                              &actions);
   posix_spawn_file_actions_destroy(&actions);
-  int status = -1;
-  EXPECT_EQ(waitpid(process, &status, 0), process);
 
   timespec begin{};
   fcntl(output.ends[0], F_SETFL, O_NONBLOCK);

@@ -44,8 +44,10 @@ TEST(BackOff, OnlyNumbersOfAnObjectCount) {
         std::string(R"({"back_off_seconds":"5"})"), std::string(R"({"back_off_seconds":true})"),
         std::string(R"({"back_off_seconds":null})"), std::string(R"({"back_off_seconds":1e999})"),
         std::string(R"({"back_off_seconds":[5]})"), std::string(R"({"back_off_seconds":5)"),
-        std::string(R"({"back_off_seconds":5}x)"), std::string(R"({"a":{"back_off_seconds":5}})"),
-        deep, R"({"back_off_seconds":)" + deep, std::string(1 << 20, 'x')})
+        std::string(R"({"back_off_seconds":5}x)"), std::string("{\"back_off_seconds\":5}\0", 23),
+        std::string(R"({"back_off_seconds":1,"back_off_seconds":{}})"),
+        std::string(R"({"a":{"back_off_seconds":5}})"), deep, R"({"back_off_seconds":)" + deep,
+        std::string(1 << 20, 'x')})
     EXPECT_EQ(backOff(body), std::nullopt) << body.substr(0, 40);
 }
 

@@ -1,6 +1,5 @@
 // The library when memory runs out: drops and counts what it cannot store, and keeps working.
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include "platform/posix/posix_services.h"
 #include "tests/support/failures.h"
 #include "tests/support/posting.h"
+#include "tests/support/spawn.h"
 #include "tests/support/tls_server.h"
 #include "tracker/library.h"
 #include "veltrano/veltrano.h"
@@ -32,11 +32,16 @@ const HostMap kProperties = {{"plan", "a text that is too long to be stored in p
                              {"tags", {"a", "b", 3}},
                              {"extra_json", {{"nested", {{"deeply", true}}}}}};
 
+PosixOptions refusedOptions() {
+  PosixOptions options;
+  options.collectionHost = "localhost:1";  // refuses connections
+  return options;
+}
+
 // Installs the platform and uses the library for the first time. Runs in a child process.
 int installWithout(int first, int count) {
   alarm(30);
-  PosixOptions options;
-  options.collectionHost = "localhost:1";
+  PosixOptions options = refusedOptions();
   options.infoDictionary = HostMap{{"CFBundleShortVersionString", "1.2.3"}};
   options.carrierName = "a name that is too long to be stored in place";
   bool isInstalled = false;
@@ -55,9 +60,7 @@ int installWithout(int first, int count) {
 // Shuts the library down, long before the deadline. Runs in a child process.
 int shutDownWithout(int first, int count) {
   alarm(30);
-  PosixOptions options;
-  options.collectionHost = "localhost:1";
-  const auto installation = PosixPlatform::install(options);
+  const auto installation = PosixPlatform::install(refusedOptions());
   Veltrano::shared();
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::hours(1);
   bool isComplete = false;
@@ -69,9 +72,7 @@ int shutDownWithout(int first, int count) {
 // Uses the library on a new thread for the first time. Runs in a child process.
 int useOnThreadWithout(int first, int count) {
   alarm(30);
-  PosixOptions options;
-  options.collectionHost = "localhost:1";
-  if (!PosixPlatform::install(options)) return 1;
+  if (!PosixPlatform::install(refusedOptions())) return 1;
   auto& tracker = Veltrano::shared();
   std::thread([&] {
     runWithout(first, count, [&] {
@@ -122,14 +123,8 @@ TEST(MemoryTest, AHostThatStartsWithTooLittleMemoryDeliversLater) {
   TLSServer server([](int) { return answer("200 OK"); });
   const std::string host = "127.0.0.1:" + std::to_string(server.port());
   const auto start = [&](const char* limit, int count) {
-    std::string words[] = {STARTING_HOST, host, server.authorities(), limit, std::to_string(count)};
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    pid_t process = -1;
-    int status = -1;
-    EXPECT_EQ(posix_spawn(&process, STARTING_HOST, nullptr, nullptr, arguments.data(), environ), 0);
-    EXPECT_EQ(waitpid(process, &status, 0), process);
+    const int status =
+        statusOf({STARTING_HOST, host, server.authorities(), limit, std::to_string(count)});
     // 2: there was enough memory.
     EXPECT_TRUE(status == 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 2))
         << status << " with " << limit << " " << count;

@@ -8,13 +8,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "shop.h"
 #include "tests/plan/typed.h"
+#include "tests/support/directory.h"
 #include "veltrano/testing.h"
 
 using namespace std::chrono_literals;
@@ -25,11 +25,6 @@ using veltrano::testing::World;
 namespace {
 
 const std::string kPlan = PLAN_FOLDER "/plan.json";
-
-std::string contentsOf(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // What a command of veltrano-plan prints, and its status.
 struct Outcome {
@@ -46,19 +41,8 @@ Outcome run(const std::string& arguments) {
   return outcome;
 }
 
-class PlanFiles : public testing::Test {
- protected:
-  PlanFiles() { std::filesystem::create_directories(directory_); }
-  ~PlanFiles() override { std::filesystem::remove_all(directory_); }
-
-  std::string file(const std::string& name, const std::string& content = {}) const {
-    const std::string path = directory_ + '/' + name;
-    if (!content.empty()) std::ofstream(path) << content;
-    return path;
-  }
-
- private:
-  const std::string directory_ = testing::TempDir() + "plan_" + std::to_string(::getpid());
+struct PlanFiles : testing::Test {
+  const veltrano::internal::Directory directory;
 };
 
 std::string event(const std::string& properties) {
@@ -197,11 +181,11 @@ TEST(Worlds, ComplainAboutWhatIsNotAsPlanned) {
   std::string complaints;
   for (const std::string& complaint : world.complaints())
     complaints += complaint.substr(complaint.find(": ") + 2) + '\n';
-  EXPECT_EQ(complaints, contentsOf(PLAN_FOLDER "/complaints.txt"));
+  EXPECT_EQ(complaints, veltrano::internal::contentsOf(PLAN_FOLDER "/complaints.txt"));
 }
 
 TEST_F(PlanFiles, CoverageSumsUpWhatWorldsHaveSeen) {
-  const std::string folder = file("coverage");
+  const std::string folder = directory / "coverage";
   ::setenv("VELTRANO_PLAN_COVERAGE", folder.c_str(), 1);
   for (const auto& properties :
        {veltrano::HostMap{{"kind", "a"}}, veltrano::HostMap{{"much", 1}}}) {
@@ -228,7 +212,7 @@ TEST_F(PlanFiles, CoverageSumsUpWhatWorldsHaveSeen) {
 
 TEST_F(PlanFiles, DifferencesSayWhatBreaks) {
   const auto plan = [&](const char* name, const std::string& properties) {
-    return file(name, event(properties));
+    return directory.write(name, event(properties));
   };
   const std::string older = plan("older", R"(
     "a":{"type":"string"}, "b":{"type":"integer"}, "c":{"enum":["x","y"]},
@@ -278,16 +262,16 @@ TEST_F(PlanFiles, WhatIsInferredIsSoundAndTheEventsAreAsPlanned) {
 }
 
 TEST_F(PlanFiles, HeadersAreRemadeOnlyAsNeeded) {
-  const std::string plan = file("plan", event(R"("a":{"type":"string"})"));
-  const std::string folder = file("headers"), header = folder + "/shop/a.h";
+  const std::string plan = directory.write("plan", event(R"("a":{"type":"string"})"));
+  const std::string folder = directory / "headers", header = folder + "/shop/a.h";
   ASSERT_EQ(run("generate " + plan + " --output " + folder).status, 0);
   const auto written = std::filesystem::last_write_time(header);
   ASSERT_EQ(run("generate " + plan + " --output " + folder).status, 0);
   EXPECT_EQ(std::filesystem::last_write_time(header), written);
-  file("plan", R"({"namespace":"shop","events":[{"name":"A","x":1}]})");
+  directory.write("plan", R"({"namespace":"shop","events":[{"name":"A","x":1}]})");
   EXPECT_EQ(run("generate " + plan + " --output " + folder).status, 1);
   EXPECT_TRUE(std::filesystem::exists(header));
-  file("plan", R"({"namespace":"shop","events":[]})");
+  directory.write("plan", R"({"namespace":"shop","events":[]})");
   EXPECT_EQ(run("generate " + plan + " --output " + folder).status, 0);
   EXPECT_FALSE(std::filesystem::exists(header));
 }

@@ -11,10 +11,8 @@
 #include <chrono>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <future>
-#include <iterator>
 #include <limits>
 #include <map>
 #include <memory>
@@ -56,11 +54,6 @@ void drain(WorkQueue& queue) {
   std::promise<void> drained;
   queue.async([&] { drained.set_value(); });
   ASSERT_EQ(drained.get_future().wait_for(seconds(30)), std::future_status::ready);
-}
-
-std::string contentsOf(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::string propertyList(const std::string& entries) {
@@ -156,18 +149,21 @@ TEST(WorkQueueTest, RunsAndDestroysBlocksOnAThreadOfItsOwn) {
   EXPECT_EQ(ranOn, destroyedOn);
 }
 
-TEST(DelayedItemsTest, CancelledItemsDoNotPileUp) {
+TEST(DelayedItemsTest, KeepTheirOrderAndCancelledOnesDoNotPileUp) {
   DelayedItems items;
   const DelayedItems::Clock::time_point due;
   std::size_t givenBack = 0;
+  std::vector<int> ran;
   for (int i = 0; i < 1000; ++i) {
-    auto item = std::make_shared<WorkItem>([] {});
+    auto item = std::make_shared<WorkItem>([&ran, i] { ran.push_back(i); });
     if (i % 100 != 50) item->cancel();
     givenBack += items.add(due, std::make_unique<DelayedBlock>(std::move(item))).size();
     ASSERT_LE(items.size(), 40u);
   }
   while (items.takeCancelled() != nullptr) ++givenBack;
-  for (auto item = items.takeDue(due); item != nullptr; item = items.takeDue(due)) ++givenBack;
+  for (auto item = items.takeDue(due); item != nullptr; item = items.takeDue(due), ++givenBack)
+    item->run();
+  EXPECT_EQ(ran, (std::vector<int>{50, 150, 250, 350, 450, 550, 650, 750, 850, 950}));
   EXPECT_EQ(givenBack, 1000u);
   EXPECT_EQ(items.size(), 0u);
 }
@@ -188,6 +184,9 @@ TEST(RunLoopTest, RunsInOrderByItselfOrDrivenByAHostsOwnLoop) {
   EXPECT_EQ(order.size(), 2u);
 
   pollfd ready{loop.fileDescriptor(), POLLIN, 0};
+  ASSERT_EQ(poll(&ready, 1, 30000), 1);
+  loop.runDue();
+  EXPECT_EQ(order.size(), 3u);
   PosixTimers timers;
   timers.schedule(milliseconds(10), milliseconds(5), note(3));
   timers.schedule(Duration::max(), Duration(0), note(9));
@@ -374,9 +373,11 @@ TEST(OptionsTest, AreChecked) {
   for (const auto& bad : {std::string(), "/etc/" + pin, pin + ";", pin + "=", pin.substr(0, 51),
                           "sha256//" + std::string(43, '?') + "=", pin.substr(0, 50) + "l="})
     EXPECT_FALSE(isPublicKeyPin(bad)) << bad;
-  EXPECT_EQ(canonicalUUID("6d92078a-8246-4ba4-ae5b-76104861e7dc"),
-            "6D92078A-8246-4BA4-AE5B-76104861E7DC");
-  EXPECT_FALSE(canonicalUUID("6d92078a-8246-4ba4-ae5b-76104861e7dg"));
+  EXPECT_EQ(canonicalUUID("6d92078a-8246-4ba4-ae5b-76104861e7df"),
+            "6D92078A-8246-4BA4-AE5B-76104861E7DF");
+  for (const char* bad :
+       {"6d92078a-8246-4ba4-ae5b-76104861e7dg", "6d92078a-8246-4ba4-ae5b-76104861e7df0"})
+    EXPECT_FALSE(canonicalUUID(bad)) << bad;
 }
 
 TEST(PosixPlatformTest, IsRefusedOnceTheLibraryIsInUse) {

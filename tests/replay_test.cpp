@@ -124,8 +124,7 @@ TEST(Replay, TracesKeepToTheirLaws) {
   std::filesystem::copy(SCENARIOS, directory / "recorded");
   for (const auto& entry : std::filesystem::recursive_directory_iterator(directory / "")) {
     if (entry.path().extension() != ".jsonl") continue;
-    std::ifstream file(entry.path());
-    const std::string text(std::istreambuf_iterator<char>(file), {});
+    const std::string text = veltrano::internal::contentsOf(entry.path());
     if (text.find("enableLog") != text.npos) continue;
     TraceLaws laws;
     laws.mayJump = text.find("clockJump") != text.npos || text.find("startTime") != text.npos ||

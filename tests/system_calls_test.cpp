@@ -1,12 +1,10 @@
 // Every system call fails once, at every place where a busy host's run makes it.
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <future>
 
 #include "tests/support/directory.h"
 #include "tests/support/posting.h"
+#include "tests/support/spawn.h"
 
 namespace veltrano::internal {
 namespace {
@@ -17,19 +15,9 @@ TEST_P(SystemCalls, FailOnceAndLoseNothing) {
   TLSServer server([](int) { return answer("200 OK", R"({"back_off_seconds":5})"); });
   const Directory directory;
   const auto runHost = [&](int number) {
-    std::string words[] = {BUSY_HOST,
-                           GetParam(),
-                           std::to_string(number),
-                           "127.0.0.1:" + std::to_string(server.port()),
-                           server.authorities(),
-                           directory / ""};
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    pid_t process = -1;
-    int status = -1;
-    EXPECT_EQ(posix_spawn(&process, BUSY_HOST, nullptr, nullptr, arguments.data(), environ), 0);
-    EXPECT_EQ(waitpid(process, &status, 0), process);
+    const int status = statusOf({BUSY_HOST, GetParam(), std::to_string(number),
+                                 "127.0.0.1:" + std::to_string(server.port()), server.authorities(),
+                                 directory / ""});
     return WIFEXITED(status) ? WEXITSTATUS(status) : -status;
   };
   constexpr int kAtATime = 8;

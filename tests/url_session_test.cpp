@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "platform/posix/http/request_text.h"
+#include "tests/support/directory.h"
 #include "tests/support/posting.h"
 
 namespace veltrano::internal {
@@ -38,10 +39,7 @@ class LaxEnvironment {
     unlink(configuration_.c_str());
     unlink(keyLog_.c_str());
   }
-  std::string keys() const {
-    std::ifstream file(keyLog_);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string keys() const { return contentsOf(keyLog_); }
 
  private:
   const std::string configuration_ = "/tmp/veltrano_openssl_" + std::to_string(getpid());

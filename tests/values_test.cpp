@@ -144,9 +144,12 @@ TEST(Values, DatesAndNumbersAreLimited) {
   using namespace std::chrono;
   EXPECT_EQ(Date(sys_days::max()).sinceEpoch(), Date::fromSecondsSince1970(HUGE_VAL).sinceEpoch());
   EXPECT_EQ(json(Date::fromSecondsSince1970(HUGE_VAL)).size(), 27U);
+  EXPECT_EQ(Date::fromSecondsSince1970(1.000001).sinceEpoch(), microseconds(1'000'001));
+  EXPECT_EQ(Date(system_clock::time_point(nanoseconds(-1))).sinceEpoch(), microseconds(-1));
+  EXPECT_EQ(HostValue(3U).member()->getIf<std::uint64_t>(), 3U);
   EXPECT_EQ(NSNumber(4, std::nan("")).integerValue(), 0);
   EXPECT_EQ(NSNumber(7, true).integerValue(), 1);
-  EXPECT_EQ(NSNumber(4, UINT64_MAX).integerValue(), INT64_MAX);
+  EXPECT_EQ(NSNumber(4, 0x1p63).integerValue(), INT64_MAX);
 }
 
 TEST(Values, WhatIsSpecialInTextIsFoundWhereverItStands) {
@@ -177,7 +180,7 @@ TEST(Values, Base64IsThatOfTheJoinedPieces) {
     ASSERT_EQ(encoded, reinterpret_cast<const char*>(expected)) << "round " << round;
     ASSERT_EQ(decodedBase64(encoded), bytes) << "round " << round;
   }
-  for (const char* const bad : {"A", "AAA", "AA=A", "A===", "====", "AAB=", "AA?A"})
+  for (const char* const bad : {"A", "AA", "AAA", "AA=A", "A===", "====", "AAB=", "AA?A"})
     EXPECT_EQ(decodedBase64(bad), std::nullopt) << bad;
 }
 
@@ -223,6 +226,13 @@ TEST(Values, WhatHasBeenMovedFromMayBeUsed) {
   Array array{1, 2};
   const Array taken = std::move(array);
   EXPECT_TRUE(array.empty());
+  HostValue deep = array;
+  for (int i = 0; i < 128; ++i) deep = Array(std::vector<HostValue>{deep});
+  const std::string cut = jsonOfMap({{"a", deep}});
+  EXPECT_EQ(std::count(cut.begin(), cut.end(), '['), 128);
+  HostMap none{HostMapView()};
+  none.set("a", 1);
+  EXPECT_EQ(jsonOfMap(none), R"({"a":1})");
   HostValue text(std::string(70'000, 'x'));
   const HostValue kept = std::move(text);
   EXPECT_EQ(text.member()->getIf<std::string>(), "");
