@@ -97,5 +97,43 @@ TEST(Fleet, TheServerSlowsHeartbeatsDownAndRestsInAnOutage) {
   EXPECT_LT(heartbeats(25min, 40min), inOutage / 2);
 }
 
+TEST(Fleet, WhatWaitsInAProcessThatEndsIsLostAndCounted) {
+  Scenario scenario = smallFleet();
+  scenario.usage.crashShare = 0.2;
+  scenario.usage.endShare = 0.5;
+  const Outcome outcome = run(scenario);
+  EXPECT_TRUE(outcome.isBalanced);
+  const Interval total = outcome.measurements.total();
+  const auto& end = total.atEnd;
+  EXPECT_GT(total.lostUntilEnd, 0U);
+  const auto made = outcome.tracked + end.heartbeatsFailed + end.heartbeatsPutOff;
+  const auto told = end.waiting + end.inFlight + end.delivered + end.dropped() + total.lostUntilEnd;
+  EXPECT_LE(told, made);
+  EXPECT_LE(made, told + 20 * 10);  // calls that nobody has read yet
+}
+
+TEST(Fleet, ASmallShareFailsAndConnectionsStayOpen) {
+  Scenario scenario = smallFleet();
+  scenario.host.outages.clear();
+  const auto totalWith = [&](double requests, double servers, Duration keepAlive) {
+    scenario.host.failingRequests = requests;
+    scenario.host.failingServers = servers;
+    scenario.host.keepAlive = keepAlive;
+    return run(scenario).measurements.total();
+  };
+  const auto failedShare = [](const Interval& total) {
+    const auto& [track, heartbeat] = total.requests;
+    return 1 - double(track.accepted + heartbeat.accepted) /
+                   double(track.received + heartbeat.received);
+  };
+  const Interval usual = totalWith(0, 0, 60s);
+  EXPECT_EQ(failedShare(usual), 0);
+  EXPECT_NEAR(failedShare(totalWith(0.1, 0, 60s)), 0.1, 0.02);
+  // Rests outlast the connections to such a server.
+  EXPECT_GT(failedShare(totalWith(0, 0.5, 60s)), 0.02);
+  EXPECT_LT(usual.opened, usual.requests[kTrack].received / 5);
+  EXPECT_GT(totalWith(0, 0, 1s).opened, 5 * usual.opened);
+}
+
 }  // namespace
 }  // namespace fleet

@@ -1,7 +1,9 @@
 #include "tools/fleet/application.h"
 
 #include <algorithm>
-#include <cmath>
+#include <array>
+#include <bit>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -11,6 +13,7 @@
 
 namespace fleet {
 
+using veltrano::Statistics;
 using veltrano::internal::ApplicationState;
 using veltrano::internal::Library;
 using veltrano::internal::SimulatedPlatform;
@@ -24,18 +27,20 @@ constexpr Duration kFirstDay = std::chrono::seconds(1'700'006'400);
 // Spreads the flush cycles of applications that are in the foreground at the start.
 constexpr double kFlushCycleSeconds = 20;
 
+void add(Statistics& sum, const Statistics& one) {
+  // They consist of counts.
+  using Counts = std::array<std::uint64_t, sizeof(Statistics) / sizeof(std::uint64_t)>;
+  auto counts = std::bit_cast<Counts>(sum);
+  const auto more = std::bit_cast<Counts>(one);
+  std::ranges::transform(counts, more, counts.begin(), std::plus());
+  sum = std::bit_cast<Statistics>(counts);
+}
+
+bool isBalanced(const Statistics& s) {
+  return s.recorded == s.waiting + s.inFlight + s.delivered + s.dropped();
+}
+
 }  // namespace
-
-std::uint64_t Random::next() {
-  std::uint64_t z = state_ += 0x9E3779B97F4A7C15;
-  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9;
-  z = (z ^ (z >> 27)) * 0x94D049BB133111EB;
-  return z ^ (z >> 31);
-}
-
-Duration Random::exponential(double meanSeconds) {
-  return veltrano::internal::durationFromSeconds(-std::log1p(-uniform()) * meanSeconds);
-}
 
 struct Application::Process {
   Process(const Application& owner, std::uint32_t seed)
@@ -55,13 +60,23 @@ struct Application::Process {
     return services;
   }
 
+  // Nothing of it happens any more.
+  void silence() {
+    platform.timers.onRunLoop = [](const auto&) {};
+    platform.workQueue.stop();
+    session.silence();
+  }
+
   void post(std::string_view notification) const {
     platform.notificationCenter.post(std::string(notification));
   }
 
+  Statistics statistics() { return library.accounting().statistics(); }
+
   SimulatedPlatform platform;
   ClientSession session;
   Library library{services()};
+  std::uint64_t tracked = 0;
 };
 
 Application::Application(int number, const Scenario& scenario, std::shared_ptr<Timeline> timeline,
@@ -81,8 +96,21 @@ Application::Application(int number, const Scenario& scenario, std::shared_ptr<T
 
 Application::~Application() = default;
 
-veltrano::Statistics Application::statistics() const {
-  return process_ ? process_->library.accounting().statistics() : veltrano::Statistics();
+bool Application::addTo(Statistics& sum) const {
+  bool areBalanced = true;
+  const auto addProcess = [&](Process& process) {
+    Statistics one = process.statistics();
+    areBalanced &= isBalanced(one);
+    if (&process != process_.get()) one.waiting = one.inFlight = 0;
+    add(sum, one);
+  };
+  for (const auto& process : ended_) addProcess(*process);
+  if (process_) addProcess(*process_);
+  return areBalanced;
+}
+
+void Application::closeConnections() {
+  if (process_) process_->session.closeConnections();
 }
 
 // Events are a Poisson process, which has no memory, so each step may draw the next event anew.
@@ -91,7 +119,7 @@ void Application::scheduleNext() {
   const Usage& usage = scenario_.usage;
   const double eventsPerMinute =
       isInForeground_ ? usage.eventsPerMinute : usage.backgroundEventsPerMinute();
-  Duration next = changesAt_;
+  Duration next = std::min(changesAt_, endsAt_);
   if (process_ && eventsPerMinute > 0)
     next = std::min(next, now + random_.exponential(60 / eventsPerMinute));
   timeline_->addStep(next, [this] { act(); });
@@ -99,7 +127,9 @@ void Application::scheduleNext() {
 
 void Application::act() {
   if (hasEnded_) return;
-  if (timeline_->now() >= changesAt_)
+  if (timeline_->now() >= endsAt_)
+    endProcess();
+  else if (timeline_->now() >= changesAt_)
     changeSides();
   else
     track();
@@ -110,9 +140,12 @@ void Application::changeSides() {
   isInForeground_ = !isInForeground_;
   const Duration now = timeline_->now();
   if (!isInForeground_) {
+    changesAt_ = nextSession();
+    if (random_.isAmong(scenario_.usage.crashShare)) return endProcess();
     process_->platform.device.applicationState = ApplicationState::background;
     process_->post(veltrano::internal::kApplicationDidEnterBackground);
-    changesAt_ = nextSession();
+    if (random_.isAmong(scenario_.usage.endShare))
+      endsAt_ = now + std::chrono::duration_cast<Duration>(random_.uniform() * (changesAt_ - now));
     return;
   }
   const auto mean = std::chrono::duration<double>(scenario_.usage.sessionLength).count();
@@ -123,8 +156,18 @@ void Application::changeSides() {
   process_->post(veltrano::internal::kApplicationDidBecomeActive);
 }
 
+void Application::endProcess() {
+  endsAt_ = Duration::max();
+  process_->silence();
+  const auto counts = process_->statistics();
+  lost_ += process_->tracked + counts.heartbeatsFailed + counts.heartbeatsPutOff -
+           counts.delivered - counts.dropped();
+  ended_.push_back(std::move(process_));
+}
+
 void Application::launch() {
   process_ = std::make_unique<Process>(*this, static_cast<std::uint32_t>(random_.next()));
+  if (!ended_.empty()) process_->platform.defaults.values = ended_.back()->platform.defaults.values;
   auto& tracker = process_->library.tracker();
   tracker.setAppId("veltrano.example");
   tracker.setLibVersion("5.12.0");
@@ -136,6 +179,7 @@ void Application::track() {
   static constexpr std::string_view kNames[] = {"Screen Viewed", "Item Played", "Item Paused",
                                                 "Search Made"};
   ++tracked_;
+  ++process_->tracked;
   // Drawn one by one: compilers evaluate arguments in different orders.
   const std::string item = "item-" + std::to_string(random_.below(1'000'000));
   const double position = static_cast<double>(random_.below(3'600'000)) / 1000;

@@ -2,32 +2,17 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
+#include <vector>
 
 #include "platform/simulated/simulated_platform.h"
 #include "tools/fleet/client_session.h"
+#include "tools/fleet/random.h"
 #include "tracker/library.h"
 
 namespace fleet {
 
-/// A source of random numbers, small enough for each application to have its own. How an
-/// application is used therefore does not depend on the other applications or the host.
-class Random {
- public:
-  explicit Random(std::uint64_t seed) : state_(seed) {}
-
-  std::uint64_t next();
-  /// At least 0, less than 1.
-  double uniform() { return static_cast<double>(next() >> 11) * 0x1p-53; }
-  std::uint64_t below(std::uint64_t limit) { return next() % limit; }
-  Duration exponential(double meanSeconds);
-
- private:
-  std::uint64_t state_;
-};
-
 /// One simulated application with its own library, used as the scenario says. Its process starts
-/// with the first session and lasts for the whole run.
+/// with the first session and lasts for the whole run, unless the scenario says that some end.
 class Application {
  public:
   Application(int number, const Scenario& scenario,
@@ -41,7 +26,12 @@ class Application {
 
   bool isInForeground() const { return isInForeground_; }
   std::uint64_t tracked() const { return tracked_; }
-  veltrano::Statistics statistics() const;
+  /// Adds the counts of all processes. Nothing waits in those that have ended. Returns whether each
+  /// adds up.
+  bool addTo(veltrano::Statistics& sum) const;
+  /// Events that were lost with their processes: neither delivered nor dropped.
+  std::uint64_t lost() const { return lost_; }
+  void closeConnections();
 
  private:
   struct Process;
@@ -50,6 +40,7 @@ class Application {
   void act();
   void launch();
   void changeSides();
+  void endProcess();
   void track();
   Duration nextSession();
 
@@ -58,9 +49,11 @@ class Application {
   const std::shared_ptr<veltrano::internal::Timeline> timeline_;
   CollectionHost& host_;
   Random random_;
-  std::unique_ptr<Process> process_;  // null before the first session
-  Duration changesAt_{0};             // when it next enters the foreground or the background
-  std::uint64_t tracked_ = 0;
+  std::unique_ptr<Process> process_;             // null before the first session, and after an end
+  std::vector<std::unique_ptr<Process>> ended_;  // silent, but the timeline refers to them
+  Duration changesAt_{0};              // when it next enters the foreground or the background
+  Duration endsAt_ = Duration::max();  // when its process ends
+  std::uint64_t tracked_ = 0, lost_ = 0;
   bool isInForeground_ = false;
   bool hasEnded_ = false;
 };

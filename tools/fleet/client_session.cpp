@@ -16,6 +16,9 @@ namespace {
 
 const veltrano::internal::RequestLimits kLimits;
 
+// libcurl does not use a connection again that has been idle for longer.
+constexpr Duration kMaxIdle = std::chrono::seconds(118);
+
 AttemptResult resultOf(const CollectionHost::Reply& reply) {
   AttemptResult result;
   if (!reply.failure) {
@@ -32,6 +35,7 @@ AttemptResult resultOf(const CollectionHost::Reply& reply) {
 }  // namespace
 
 void ClientSession::postData(PostRequest request, URLSessionCallback callback) {
+  if (hasEnded_) return;
   auto post = std::make_shared<Post>();
   post->path = *veltrano::internal::endpointPath(request.path());
   post->urgency = request.urgency;
@@ -59,19 +63,54 @@ void ClientSession::attemptNext(Line& line) {
   timeline_.schedule(post->reply.after, [this, post] { end(post); });
 }
 
-CollectionHost::Reply ClientSession::send(const Post& post) {
+CollectionHost::Reply ClientSession::send(Post& post) {
   const Duration now = timeline_.now();
   const Failure silence{Failure::Kind::silence, 0};
   if (post.deadline <= now) return {silence, Duration::zero()};
   const Duration limit = std::min(kLimits.attemptTimeout, post.deadline - now);
-  auto reply = host_.receive(post.path, post.body, now, limit);
+  const auto idle = takeIdle();
+  const Connection connection = idle ? *idle : Connection{now, now, host_.drawsFailingServer()};
+  auto reply = host_.receive(post.path, post.body, now, limit, connection.isToFailingServer);
   if (reply.failure && !reply.failure->connects())
     return {reply.failure, std::min({reply.after, limit, Duration(kLimits.connectTimeout)})};
+  if (!idle) host_.opened();
+  post.connection = connection;
   if (reply.after <= limit) return reply;
   return {reply.failure.value_or(silence), limit};
 }
 
+// The connection that was used last, unless it has been idle for too long.
+std::optional<ClientSession::Connection> ClientSession::takeIdle() {
+  if (idle_.empty()) return std::nullopt;
+  const Connection last = idle_.back();
+  idle_.pop_back();
+  if (last.usedAt + std::min(kMaxIdle, host_.keepAlive()) > timeline_.now()) return last;
+  close(last);
+  closeConnections();  // idle for even longer
+  return std::nullopt;
+}
+
+void ClientSession::close(const Connection& connection) {
+  host_.closed(connection.openedAt,
+               std::min(connection.usedAt + host_.keepAlive(), timeline_.now()));
+}
+
+void ClientSession::closeConnections() {
+  for (const Connection& each : std::exchange(idle_, {})) close(each);
+}
+
+void ClientSession::silence() {
+  hasEnded_ = true;
+  closeConnections();
+}
+
 void ClientSession::end(const Pointer& post) {
+  if (auto connection = std::exchange(post->connection, std::nullopt)) {
+    connection->usedAt = timeline_.now();
+    const bool isAnswered = resultOf(post->reply).httpStatusCode.has_value();
+    isAnswered && !hasEnded_ ? idle_.push_back(*connection) : close(*connection);
+  }
+  if (hasEnded_) return;
   Line& line = lines_[indexOf(post->path)];
   line.isBusy = false;
   const auto delay = post->wasPutOff ? std::nullopt : delayBeforeRetry(*post);

@@ -5,6 +5,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "platform/simulated/simulated_platform.h"
 #include "tools/fleet/collection_host.h"
@@ -12,8 +13,8 @@
 
 namespace fleet {
 
-/// Posts to the collection host in virtual time, with the retries, rests and time limits of the
-/// POSIX platform. Each endpoint makes one attempt at a time.
+/// Posts to the collection host in virtual time, with the retries, rests, time limits and
+/// connections of the POSIX platform. Each endpoint makes one attempt at a time.
 class ClientSession final : public veltrano::internal::ZKURLSessionManager {
  public:
   ClientSession(veltrano::internal::SimulatedClock& clock, veltrano::internal::Timeline& timeline,
@@ -23,7 +24,18 @@ class ClientSession final : public veltrano::internal::ZKURLSessionManager {
   void postData(veltrano::internal::PostRequest request,
                 veltrano::internal::URLSessionCallback callback) override;
 
+  /// Closes those that are idle.
+  void closeConnections();
+
+  /// From now on nothing is sent and no answer arrives.
+  void silence();
+
  private:
+  struct Connection {
+    Duration openedAt{0};
+    Duration usedAt{0};
+    bool isToFailingServer = false;
+  };
   struct Post {
     EndpointPath path;
     veltrano::internal::Urgency urgency;
@@ -33,7 +45,8 @@ class ClientSession final : public veltrano::internal::ZKURLSessionManager {
     veltrano::internal::RetryRules rules;
     int retries = 0;
     bool wasPutOff = false;
-    CollectionHost::Reply reply;  // to the latest attempt
+    CollectionHost::Reply reply;           // to the latest attempt
+    std::optional<Connection> connection;  // of an attempt that is under way
   };
   using Pointer = std::shared_ptr<Post>;
   struct Line {
@@ -43,7 +56,9 @@ class ClientSession final : public veltrano::internal::ZKURLSessionManager {
 
   void attempt(const Pointer& post);
   void attemptNext(Line& line);
-  CollectionHost::Reply send(const Post& post);
+  CollectionHost::Reply send(Post& post);
+  std::optional<Connection> takeIdle();
+  void close(const Connection& connection);
   std::optional<Duration> delayBeforeRetry(const Post& post);
   void end(const Pointer& post);
   void report(const Post& post);
@@ -54,6 +69,8 @@ class ClientSession final : public veltrano::internal::ZKURLSessionManager {
   std::minstd_rand random_;
   std::array<Line, kEndpointPathCount> lines_;
   veltrano::internal::RestsByPath rests_;
+  std::vector<Connection> idle_;  // the latest one last; at most one for each endpoint
+  bool hasEnded_ = false;
 };
 
 }  // namespace fleet

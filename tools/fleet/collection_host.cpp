@@ -3,6 +3,7 @@
 #include <rapidjson/document.h>
 
 #include <algorithm>
+#include <cmath>
 #include <stdexcept>
 #include <string_view>
 
@@ -13,6 +14,8 @@ namespace {
 
 constexpr Duration kLoadSpan = std::chrono::seconds(10);
 constexpr std::string_view kBodyStart = "data=";
+// Bytes of usual heads; a session token would add its own.
+constexpr std::size_t kRequestHead = 160, kAnswerHead = 150;
 
 std::string decoded(std::string_view body) {
   if (!body.starts_with(kBodyStart)) throw std::runtime_error("a body without data");
@@ -35,10 +38,12 @@ void CollectionHost::noteLoad(Duration now) {
 }
 
 CollectionHost::Reply CollectionHost::receive(EndpointPath path, const std::string& body,
-                                              Duration now, Duration patience) {
+                                              Duration now, Duration patience,
+                                              bool isToFailingServer) {
   noteLoad(now);
   const auto isAway = [now](const Outage& o) { return o.from <= now && now < o.to; };
-  const bool isOut = std::any_of(options_.outages.begin(), options_.outages.end(), isAway);
+  const bool isOut = std::any_of(options_.outages.begin(), options_.outages.end(), isAway) ||
+                     isToFailingServer || random_.isAmong(options_.failingRequests);
   busyUntil_ = std::max(busyUntil_, now);
   const Duration wait = busyUntil_ - now;
   std::optional<Failure> failure;
@@ -47,11 +52,24 @@ CollectionHost::Reply CollectionHost::receive(EndpointPath path, const std::stri
   else if (wait > options_.longestWait)
     failure = options_.overload;
   const bool connects = !failure || failure->connects();
-  const bool isAccepted = !failure && wait + options_.latency <= patience;
-  measurements_.received(path, now, connects ? body.size() : 0, isAccepted);
-  if (failure) return failed(*failure);
-  busyUntil_ += veltrano::internal::durationFromSeconds(1 / options_.capacity);
-  return {{}, wait + options_.latency, {}, bodyOfAnswer(path)};
+  Reply reply =
+      failure ? failed(*failure) : Reply{{}, wait + drawLatency(), {}, bodyOfAnswer(path)};
+  const bool isAnswered = !failure || failure->kind == Failure::Kind::status;
+  measurements_.received(path, now,
+                         {.received = 1,
+                          .accepted = !failure && reply.after <= patience,
+                          .bodyBytes = connects ? body.size() : 0,
+                          .headBytes = connects ? kRequestHead : 0,
+                          .answerBytes = isAnswered ? kAnswerHead + reply.body.size() : 0});
+  if (!failure) busyUntil_ += veltrano::internal::durationFromSeconds(1 / options_.capacity);
+  return reply;
+}
+
+// At least the latency; what is beyond it is exponentially distributed.
+Duration CollectionHost::drawLatency() {
+  if (!options_.latency99) return options_.latency;
+  const std::chrono::duration<double> beyond = *options_.latency99 - options_.latency;
+  return options_.latency + random_.exponential(beyond.count() / std::log(100));
 }
 
 CollectionHost::Reply CollectionHost::failed(const Failure& failure) const {

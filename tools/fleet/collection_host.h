@@ -4,6 +4,7 @@
 #include <string>
 
 #include "tools/fleet/measurements.h"
+#include "tools/fleet/random.h"
 #include "tools/fleet/scenario.h"
 
 namespace fleet {
@@ -20,11 +21,20 @@ class CollectionHost {
     std::string body = {};
   };
 
-  CollectionHost(const HostOptions& options, Measurements& measurements)
-      : options_(options), measurements_(measurements) {}
+  CollectionHost(const HostOptions& options, std::uint64_t seed, Measurements& measurements)
+      : options_(options), measurements_(measurements), random_(seed) {}
+
+  /// Whether a new connection leads to one of the servers that fail.
+  bool drawsFailingServer() { return random_.isAmong(options_.failingServers); }
+
+  /// How long an idle connection stays open.
+  Duration keepAlive() const { return options_.keepAlive; }
+  void opened() { measurements_.opened(); }
+  void closed(Duration openedAt, Duration at) { measurements_.closed(openedAt, at); }
 
   /// Decides the answer to a request that arrives at `now`, whose sender gives up after `patience`.
-  Reply receive(EndpointPath path, const std::string& body, Duration now, Duration patience);
+  Reply receive(EndpointPath path, const std::string& body, Duration now, Duration patience,
+                bool isToFailingServer);
 
   /// Counts an accepted request when its answer leaves. `wallTime` is the time since 1970.
   void accept(EndpointPath path, const std::string& body, Duration wallTime);
@@ -36,10 +46,12 @@ class CollectionHost {
  private:
   Reply failed(const Failure& failure) const;
   std::string bodyOfAnswer(EndpointPath path) const;
+  Duration drawLatency();
   void noteLoad(Duration now);
 
   const HostOptions& options_;
   Measurements& measurements_;
+  Random random_;
   Duration busyUntil_{0};
   Duration loadSince_{0};        // start of the span in which requests are counted
   std::uint64_t loadCount_ = 0;  // requests in it

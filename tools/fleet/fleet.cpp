@@ -1,10 +1,6 @@
 #include "tools/fleet/fleet.h"
 
-#include <algorithm>
-#include <array>
-#include <bit>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -21,24 +17,11 @@ namespace {
 // Longer than the final flush and the upload before it can take together.
 constexpr Duration kMaxEndTime = std::chrono::minutes(5);
 
-void add(Statistics& sum, const Statistics& one) {
-  // They consist of counts.
-  using Counts = std::array<std::uint64_t, sizeof(Statistics) / sizeof(std::uint64_t)>;
-  auto counts = std::bit_cast<Counts>(sum);
-  const auto more = std::bit_cast<Counts>(one);
-  std::ranges::transform(counts, more, counts.begin(), std::plus());
-  sum = std::bit_cast<Statistics>(counts);
-}
-
-bool isBalanced(const Statistics& s) {
-  return s.recorded == s.waiting + s.inFlight + s.delivered + s.dropped();
-}
-
 }  // namespace
 
 Outcome run(const Scenario& scenario) {
   Outcome outcome{Measurements(scenario.resolution)};
-  CollectionHost host(scenario.host, outcome.measurements);
+  CollectionHost host(scenario.host, scenario.seed, outcome.measurements);
   const auto timeline = std::make_shared<veltrano::internal::Timeline>();
   std::vector<std::unique_ptr<Application>> applications;
   applications.reserve(static_cast<std::size_t>(scenario.applications));
@@ -52,16 +35,19 @@ Outcome run(const Scenario& scenario) {
     runUntil(now);
     Statistics all;
     std::uint64_t inForeground = 0;
+    std::uint64_t lost = 0;
     for (const auto& application : applications) {
-      const Statistics statistics = application->statistics();
-      outcome.isBalanced = outcome.isBalanced && isBalanced(statistics);
-      add(all, statistics);
+      outcome.isBalanced &= application->addTo(all);
       inForeground += application->isInForeground();
+      lost += application->lost();
     }
-    outcome.isBalanced = outcome.isBalanced && host.events() == all.delivered;
-    outcome.measurements.endInterval(all, inForeground);
+    outcome.isBalanced &= host.events() == all.delivered;
+    outcome.measurements.endInterval(all, inForeground, lost);
   }
-  for (const auto& application : applications) outcome.tracked += application->tracked();
+  for (const auto& application : applications) {
+    outcome.tracked += application->tracked();
+    application->closeConnections();
+  }
   outcome.arrived = host.events();
   outcome.heartbeatFailures = host.heartbeatFailures();
 

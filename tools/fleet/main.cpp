@@ -77,16 +77,26 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(0.0, 0.99));
   duration("--stored-interval", usage.storedInterval,
            "Heartbeat interval that the applications have stored at the start");
-  app.add_option("--swing", usage.dailySwing,
-                 "How much more often sessions start at the busiest time than on average: 0.6 "
-                 "means 1.6 times as often")
-      ->check(CLI::Range(0.0, 1.0));
+  const auto share = [&app](const char* name, double& value, const char* help) {
+    app.add_option(name, value, help)->check(CLI::Range(0.0, 1.0));
+  };
+  share("--swing", usage.dailySwing,
+        "How much more often sessions start at the busiest time than on average: 0.6 means 1.6 "
+        "times as often");
+  share("--crashes", usage.crashShare,
+        "Share of sessions that end with their process, without a last flush");
+  share("--ends", usage.endShare,
+        "Share of sessions after which the process ends in the background");
   duration("--busiest-time", usage.busiestTime, "Time of day when most sessions start")
       ->default_str("20h");
 
   app.add_option("--capacity", host.capacity, "Requests per second that the server can handle")
       ->check(CLI::PositiveNumber);
   duration("--latency", host.latency, "Latency of answers")->default_str("80ms");
+  duration("--latency-99", host.latency99,
+           "What 99 % of the answers take at most; then --latency is what they take at least");
+  duration("--keep-alive", host.keepAlive, "How long idle connections stay open")
+      ->default_str("60s");
   duration("--longest-wait", host.longestWait, "Requests that would wait longer than this fail")
       ->default_str("1s");
   parsed("--overload", host.overload, fleet::parseFailure, "FAILURE",
@@ -99,6 +109,10 @@ int main(int argc, char** argv) {
   parsed("--outage-answer", host.outage, fleet::parseFailure, "FAILURE",
          "How requests fail in an outage")
       ->default_str("503");
+  share("--failing-requests", host.failingRequests,
+        "Share of requests that fail at any time, as --outage-answer says");
+  share("--failing-servers", host.failingServers,
+        "Share of servers that fail at any time; a connection leads to one server");
   duration("--retry-after", host.retryAfter, "Retry-After header to send with failure statuses");
   duration("--back-off", host.backOff,
            "Heartbeat interval that the server asks for; by default, it does not");

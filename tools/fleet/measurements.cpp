@@ -19,16 +19,27 @@ Delays delaysOf(std::vector<float> seconds) {
 
 }  // namespace
 
-void Measurements::received(EndpointPath path, Duration now, std::size_t bodyBytes,
-                            bool isAccepted) {
+void Requests::add(const Requests& more) {
+  received += more.received;
+  accepted += more.accepted;
+  bodyBytes += more.bodyBytes;
+  headBytes += more.headBytes;
+  answerBytes += more.answerBytes;
+}
+
+void Measurements::received(EndpointPath path, Duration now, const Requests& one) {
   const auto second = std::chrono::floor<std::chrono::seconds>(now);
   if (second != second_) endSecond();
   second_ = second;
   ++inSecond_;
-  Requests& requests = current_.requests[indexOf(path)];
-  ++requests.received;
-  requests.accepted += isAccepted;
-  requests.bodyBytes += bodyBytes;
+  current_.requests[indexOf(path)].add(one);
+}
+
+void Measurements::closed(Duration openedAt, Duration at) {
+  const auto interval = static_cast<std::size_t>(at / resolution_);
+  ++(interval < intervals_.size() ? intervals_[interval] : current_).closed;
+  open_ += at - openedAt;
+  ++closed_;
 }
 
 void Measurements::delivered(Duration delay) {
@@ -40,10 +51,12 @@ void Measurements::endSecond() {
   current_.mostInASecond = std::max(current_.mostInASecond, std::exchange(inSecond_, 0));
 }
 
-void Measurements::endInterval(const veltrano::Statistics& all, std::uint64_t inForeground) {
+void Measurements::endInterval(const veltrano::Statistics& all, std::uint64_t inForeground,
+                               std::uint64_t lost) {
   endSecond();
   current_.atEnd = all;
   current_.inForegroundAtEnd = inForeground;
+  current_.lostUntilEnd = lost;
   allDelays_.insert(allDelays_.end(), delays_.begin(), delays_.end());
   current_.delays = delaysOf(std::exchange(delays_, {}));
   intervals_.push_back(std::exchange(current_, {}));
@@ -53,16 +66,17 @@ void Measurements::endInterval(const veltrano::Statistics& all, std::uint64_t in
 Interval Measurements::total() const {
   Interval total;
   for (const Interval& interval : intervals_) {
-    for (std::size_t path = 0; path < kEndpointPathCount; ++path) {
-      total.requests[path].received += interval.requests[path].received;
-      total.requests[path].accepted += interval.requests[path].accepted;
-      total.requests[path].bodyBytes += interval.requests[path].bodyBytes;
-    }
+    for (std::size_t path = 0; path < kEndpointPathCount; ++path)
+      total.requests[path].add(interval.requests[path]);
+    total.opened += interval.opened;
     total.mostInASecond = std::max(total.mostInASecond, interval.mostInASecond);
     total.deliveredEvents += interval.deliveredEvents;
   }
   total.delays = delaysOf(allDelays_);
-  if (!intervals_.empty()) total.atEnd = intervals_.back().atEnd;
+  if (!intervals_.empty()) {
+    total.atEnd = intervals_.back().atEnd;
+    total.lostUntilEnd = intervals_.back().lostUntilEnd;
+  }
   return total;
 }
 

@@ -25,6 +25,10 @@ struct Requests {
   std::uint64_t received = 0;
   std::uint64_t accepted = 0;
   std::uint64_t bodyBytes = 0;
+  std::uint64_t headBytes = 0;
+  std::uint64_t answerBytes = 0;  // with heads
+
+  void add(const Requests& more);
 };
 
 /// How long events take from recording to delivery.
@@ -41,23 +45,31 @@ struct Interval {
   Delays delays;               // of these events
   veltrano::Statistics atEnd;  // sums over all applications
   std::uint64_t inForegroundAtEnd = 0;
+  std::uint64_t lostUntilEnd = 0;        // events, with processes that have ended
+  std::uint64_t opened = 0, closed = 0;  // connections
 };
 
 class Measurements {
  public:
   explicit Measurements(Duration resolution) : resolution_(resolution) {}
 
-  void received(EndpointPath path, Duration now, std::size_t bodyBytes, bool isAccepted);
+  void received(EndpointPath path, Duration now, const Requests& one);
+  void opened() { ++current_.opened; }
+  /// Also for earlier intervals.
+  void closed(Duration openedAt, Duration at);
   void delivered(Duration delay);
 
   /// Ends the current interval and begins the next one.
-  void endInterval(const veltrano::Statistics& all, std::uint64_t inForeground);
+  void endInterval(const veltrano::Statistics& all, std::uint64_t inForeground, std::uint64_t lost);
 
   const std::vector<Interval>& intervals() const { return intervals_; }
   Duration resolution() const { return resolution_; }
 
   /// All intervals that have ended, as one.
   Interval total() const;
+
+  /// How long connections were open that have been closed.
+  Duration meanConnection() const { return closed_ > 0 ? open_ / closed_ : Duration::zero(); }
 
  private:
   void endSecond();
@@ -67,6 +79,8 @@ class Measurements {
   Interval current_;
   Duration second_{0};
   std::uint64_t inSecond_ = 0;
+  Duration open_{0};  // all connections that have been closed, together
+  std::int64_t closed_ = 0;
   std::vector<float> delays_;     // seconds; in the current interval
   std::vector<float> allDelays_;  // in earlier intervals
 };

@@ -27,17 +27,8 @@ double seconds(Duration duration) {
   return std::chrono::duration<double>(duration).count();
 }
 
-std::uint64_t received(const Interval& interval) {
-  return interval.requests[kTrack].received + interval.requests[kHeartbeat].received;
-}
-
-std::uint64_t failed(const Interval& interval) {
-  return received(interval) - interval.requests[kTrack].accepted -
-         interval.requests[kHeartbeat].accepted;
-}
-
-std::uint64_t bytes(const Interval& interval) {
-  return interval.requests[kTrack].bodyBytes + interval.requests[kHeartbeat].bodyBytes;
+std::uint64_t both(const Interval& interval, std::uint64_t Requests::*part) {
+  return interval.requests[kTrack].*part + interval.requests[kHeartbeat].*part;
 }
 
 }  // namespace
@@ -80,8 +71,16 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
   row("requests to /track", [](const Interval& i) { return double(i.requests[kTrack].received); });
   row("requests to /heartbeat",
       [](const Interval& i) { return double(i.requests[kHeartbeat].received); });
-  row("requests that failed", [](const Interval& i) { return double(failed(i)); });
-  row("bytes of bodies", [](const Interval& i) { return double(bytes(i)); });
+  row("requests that failed", [](const Interval& i) {
+    return double(both(i, &Requests::received) - both(i, &Requests::accepted));
+  });
+  row("bytes of bodies", [](const Interval& i) { return double(both(i, &Requests::bodyBytes)); });
+  row("bytes with heads", [](const Interval& i) {
+    return double(both(i, &Requests::bodyBytes) + both(i, &Requests::headBytes));
+  });
+  row("bytes of answers",
+      [](const Interval& i) { return double(both(i, &Requests::answerBytes)); });
+  row("connections opened", [](const Interval& i) { return double(i.opened); });
   row("events delivered", [](const Interval& i) { return double(i.deliveredEvents); });
   output << format("%-26s%44llu\n", "requests, busiest second",
                    static_cast<unsigned long long>(total.mostInASecond));
@@ -100,6 +99,7 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
   count("  dropped, too many waited", end.droppedByTrimming);
   count("  dropped, status 400", end.droppedAsRefused);
   count("  dropped otherwise", end.dropped() - end.droppedByTrimming - end.droppedAsRefused);
+  count("lost with their process", total.lostUntilEnd);
   count("read by the server", outcome.arrived);
   count("  of applications", outcome.arrived - outcome.heartbeatFailures);
   output << format(
@@ -107,6 +107,9 @@ void writeTable(std::ostream& output, const Scenario& scenario, const Outcome& o
                 "%.1f s\n",
                 total.delays.median, total.delays.percentile90, total.delays.percentile99,
                 total.delays.longest)
+         << format("a connection              is open for %.0f s; %.0f are open at a time\n",
+                   seconds(outcome.measurements.meanConnection()),
+                   seconds(outcome.measurements.meanConnection()) * double(total.opened) / length)
          << "the counts " << (outcome.isBalanced ? "add up" : "DO NOT ADD UP") << '\n';
 }
 
@@ -118,7 +121,9 @@ void writeCSV(std::ostream& output, const Scenario& scenario, const Outcome& out
             "delay_median_s,delay_90_s,delay_99_s,delay_longest_s,in_foreground,recorded,waiting,"
             "in_flight,delivered_in_all,dropped_by_trimming,dropped_as_refused,"
             "dropped_as_not_encodable,dropped_for_memory,uploads_put_off,heartbeats_sent,"
-            "heartbeats_failed,heartbeats_put_off\n";
+            "heartbeats_failed,heartbeats_put_off,head_bytes,answer_bytes,connections_opened,"
+            "connections_open,lost\n";
+  std::uint64_t open = 0;
   for (const Interval& interval : outcome.measurements.intervals()) {
     const auto number = [&](std::uint64_t value) { output << ',' << value; };
     const auto overlaps = [&](const Outage& outage) {
@@ -142,7 +147,9 @@ void writeCSV(std::ostream& output, const Scenario& scenario, const Outcome& out
     for (const std::uint64_t value :
          {end.recorded, end.waiting, end.inFlight, end.delivered, end.droppedByTrimming,
           end.droppedAsRefused, end.droppedAsNotEncodable, end.droppedForMemory, end.uploadsPutOff,
-          end.heartbeatsSent, end.heartbeatsFailed, end.heartbeatsPutOff})
+          end.heartbeatsSent, end.heartbeatsFailed, end.heartbeatsPutOff,
+          both(interval, &Requests::headBytes), both(interval, &Requests::answerBytes),
+          interval.opened, open += interval.opened - interval.closed, interval.lostUntilEnd})
       number(value);
     output << '\n';
   }

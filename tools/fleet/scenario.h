@@ -23,6 +23,8 @@ struct Usage {
   std::optional<Duration> storedInterval;  // of heartbeats, stored before the run
   double dailySwing = 0.6;  // sessions begin up to this much more or less often than on average
   Duration busiestTime = std::chrono::hours(20);  // of the day
+  double crashShare = 0;  // of the sessions: the process ends instead of entering the background
+  double endShare = 0;  // of the sessions: the process ends in the background, before the next one
 
   /// The share of the day that an application spends in the foreground. Less than 1.
   double foregroundShare() const;
@@ -57,9 +59,13 @@ struct HostOptions {
   Failure overload;
   std::vector<Outage> outages;
   Failure outage;
-  std::optional<Duration> retryAfter;  // sent with failure statuses
-  std::optional<Duration> backOff;     // the heartbeat interval that answers ask for
-  double backOffAbove = 0;             // asked for only from this share of the capacity on
+  double failingRequests = 0;  // the share that fails at any time, as in an outage
+  double failingServers = 0;   // the share of connections that lead to a server that always fails
+  std::optional<Duration> latency99;  // 99 % of the answers take less; none: all take as long
+  Duration keepAlive = std::chrono::seconds(60);  // idle connections stay open
+  std::optional<Duration> retryAfter;             // sent with failure statuses
+  std::optional<Duration> backOff;                // the heartbeat interval that answers ask for
+  double backOffAbove = 0;  // asked for only from this share of the capacity on
 };
 
 struct Scenario {
