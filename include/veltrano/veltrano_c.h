@@ -403,11 +403,11 @@ typedef struct veltrano_statistics {
   uint64_t uploads_failed_in_transport; /* got no response */
   uint64_t uploads_failed_by_status;    /* answered with another status */
   uint64_t uploads_failed_for_memory;   /* not sent, because memory ran out */
-  uint64_t uploads_put_off;             /* not sent, to let the collection host rest */
+  uint64_t uploads_put_off;             /* not sent, to let the server rest */
 
   uint64_t heartbeats_sent;    /* also those that memory did not suffice to build */
   uint64_t heartbeats_failed;  /* of those sent: not accepted, or not built */
-  uint64_t heartbeats_put_off; /* of those sent: not attempted, to let the host rest */
+  uint64_t heartbeats_put_off; /* of those sent: not attempted, to let the server rest */
 
   uint64_t dropped_by_opt_out; /* waiting when veltrano_set_collecting(false) was called */
 } veltrano_statistics;
