@@ -39,38 +39,32 @@ const char* lastingText(std::string (Veltrano::*orientation)() const) {
   });
 }
 
-// An array of entries as a container, which `track` reads in place. A host that was built with a
-// newer header has longer ones.
+// An array of entries, which `track` reads in place. A host that was built with a newer header has
+// longer ones.
 struct Entries {
-  using key_type = std::string_view;
-  using mapped_type = HostValue;
-
-  class Iterator {
-   public:
-    explicit Iterator(const char* at, std::size_t size) : at_(at), size_(size) {}
-    const veltrano_entry& entry() const { return *reinterpret_cast<const veltrano_entry*>(at_); }
-    std::pair<std::string_view, detail::Argument> operator*() const {
-      return {entry().name, value(entry())};
-    }
-    Iterator& operator++() { return at_ += size_, *this; }
-    bool operator!=(const Iterator& other) const { return at_ != other.at_; }
-
-   private:
-    const char* at_;
-    std::size_t size_;
-  };
-
-  Iterator begin() const { return Iterator(first, size); }
-  Iterator end() const { return Iterator(first + count * size, size); }
-
   bool areValid() const {
     if (count == 0) return true;
     if (first == nullptr || size < sizeof(veltrano_entry)) return false;
-    for (auto it = begin(); it != end(); ++it)
-      if (it.entry().name == nullptr || it.entry().kind > VELTRANO_OBJECT ||
-          it.entry().reserved != 0)
+    for (std::size_t i = 0; i < count; ++i)
+      if ((*this)[i].name == nullptr || (*this)[i].kind > VELTRANO_OBJECT ||
+          (*this)[i].reserved != 0)
         return false;
     return true;
+  }
+
+  HostMapView view() const {
+    const auto append = [](detail::FlatWriter& writer, const void* object) {
+      const Entries& entries = *static_cast<const Entries*>(object);
+      const auto dictionary = writer.open(Kind::Dictionary);
+      for (std::size_t i = 0; i < entries.count; ++i)
+        writer.entry(entries[i].name, value(entries[i]));
+      writer.close(dictionary);
+    };
+    return HostMapView(detail::Argument(append, this));
+  }
+
+  const veltrano_entry& operator[](std::size_t index) const {
+    return *reinterpret_cast<const veltrano_entry*>(first + index * size);
   }
 
   static detail::Argument value(const veltrano_entry& entry) {
@@ -80,7 +74,7 @@ struct Entries {
         return value.text;
       case VELTRANO_TEXT_WITH_LENGTH:
         if (value.text_with_length.bytes == nullptr) return {};
-        return view(value.text_with_length);
+        return internal::view(value.text_with_length);
       case VELTRANO_INT:
         return value.integer;
       case VELTRANO_UINT:
@@ -141,7 +135,7 @@ bool veltrano_track_entries(const char* name, const veltrano_entry* entries, siz
     const Entries properties{reinterpret_cast<const char*>(entries), count, entry_size};
     if (name == nullptr) return refuse("veltrano_track_entries", 0);
     if (!properties.areValid()) return refuse("veltrano_track_entries", 1);
-    track(name, properties, completion, context);
+    track(name, properties.view(), completion, context);
     return true;
   });
 }

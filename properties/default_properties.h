@@ -35,16 +35,20 @@ class DefaultProperties {
   class Once {
    public:
     template <class Compute>
-    const Value& get(const Compute& compute) {
-      if (!isComputed_.load(std::memory_order_acquire)) {
-        const Lock lock(mutex_);
-        if (!value_) value_.emplace(compute());
-        isComputed_.store(true, std::memory_order_release);
-      }
+    [[gnu::always_inline]] const Value& get(const Compute& compute) {
+      if (!isComputed_.load(std::memory_order_acquire)) [[unlikely]]
+        make(compute);
       return *value_;
     }
 
    private:
+    template <class Compute>
+    [[gnu::noinline]] void make(const Compute& compute) {
+      const Lock lock(mutex_);
+      if (!value_) value_.emplace(compute());
+      isComputed_.store(true, std::memory_order_release);
+    }
+
     std::atomic<bool> isComputed_{false};
     Mutex mutex_;
     std::optional<Value> value_;  // set under mutex_

@@ -143,7 +143,9 @@ class TrackCall::Memory final : public FlatWriter {
   bool isLarge_ = false;
 };
 
-constinit thread_local TrackCall::Memory::Thread TrackCall::Memory::callingThread;
+// The model again: link-time optimisation forgets that of the declaration.
+[[gnu::tls_model("initial-exec")]] constinit thread_local TrackCall::Memory::Thread
+    TrackCall::Memory::callingThread;
 
 [[gnu::hot]] std::unique_ptr<Block> TrackCall::make(Tracker& tracker,
                                                     const AutomaticProperties& automatic,
