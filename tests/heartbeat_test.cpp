@@ -81,12 +81,28 @@ TEST(Heartbeat, ATokenIsSentIfAHeaderCanCarryIt) {
   }
 }
 
-TEST(Heartbeat, AFailureForWantOfMemoryIsRecorded) {
-  Simulation simulation;
-  simulation.platform.network.onPost = [](const PostRequest&) { throw std::bad_alloc(); };
-  Veltrano::shared().setUserId("u");
-  simulation.runUntil(2);
-  EXPECT_EQ(Veltrano::shared().statistics().recorded, 1U);
+// Has no memory for the first heartbeat, and cuts the answer to the second off.
+struct FailingNetwork final : ZKURLSessionManager {
+  void postData(PostRequest request, URLSessionCallback callback) override {
+    if (request.path() != "/heartbeat") return;
+    if (++heartbeats == 1) throw std::bad_alloc();
+    callback(std::nullopt, URLResponse{200}, TransportError{"cut off"});
+  }
+  int heartbeats = 0;
+};
+
+TEST(Heartbeat, AnyFailureIsRecorded) {
+  SimulatedPlatform platform;
+  FailingNetwork network;
+  Platform services = platform.services();
+  services.urlSession = &network;
+  Library library(services);
+  library.tracker().setUserId("u");
+  platform.timeline.runUntil(std::chrono::seconds(2));
+  EXPECT_EQ(library.accounting().statistics().recorded, 1U);
+  platform.timeline.runUntil(std::chrono::seconds(22));
+  EXPECT_EQ(network.heartbeats, 2);
+  EXPECT_EQ(library.accounting().statistics().recorded, 2U);
 }
 
 }  // namespace
