@@ -119,7 +119,7 @@ class WorkQueue {
 
   /// Submits `item` after `delay`; without a delay at once, in order with `async`. Items due at the
   /// same time keep their order. One that falls due during a wait takes its place then; one that
-  /// falls due while a block runs takes it when the block has returned, at the latest.
+  /// falls due while blocks run takes it when those that were waiting have run.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void asyncAfter(Duration /*delay*/, std::shared_ptr<WorkItem> /*item*/) {}
 

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <fstream>
 #include <future>
@@ -268,9 +269,11 @@ TEST_F(HostFaults, CallsWaitForAHangingUploadInBoundedMemory) {
 
   const std::size_t before = residentMemory();
   tracker.removeSuperProperty(std::string(WaitingMemory::kLimit * 5 / 8, 'k'));
+  // Of sizes that fill the memory of a call, need more of the same and need their own.
   runTogether(kThreads, [&](int i) {
+    const std::string text(std::array{4, 400, 5000}[i % 3], 'x');
     for (int n = 0; n < kCallsPerThread; ++n)
-      tracker.track("E", {{"thread", i}, {"n", n}, {"plan", "pro"}, {"store", "north"}});
+      tracker.track("E", {{"thread", i}, {"n", n}, {"plan", "pro"}, {"store", text}});
   });
   const std::size_t growth = residentMemory() - before;
   EXPECT_GT(growth, WaitingMemory::kLimit / 2);

@@ -184,9 +184,11 @@ TEST(RunLoopTest, RunsInOrderByItselfOrDrivenByAHostsOwnLoop) {
   EXPECT_EQ(order.size(), 2u);
 
   pollfd ready{loop.fileDescriptor(), POLLIN, 0};
-  ASSERT_EQ(poll(&ready, 1, 30000), 1);
-  loop.runDue();
-  EXPECT_EQ(order.size(), 3u);
+  for (const std::size_t done : {2, 3}) {  // what a pass adds is for the next one
+    ASSERT_EQ(poll(&ready, 1, 30000), 1);
+    loop.runDue();
+    EXPECT_EQ(order.size(), done);
+  }
   PosixTimers timers;
   timers.schedule(milliseconds(10), milliseconds(5), note(3));
   timers.schedule(Duration::max(), Duration(0), note(9));
@@ -217,6 +219,19 @@ TEST(RunLoopTest, ATimerThatFindsNoMemoryRunsAgain) {
     RunLoop::current().stop();
   });
   RunLoop::current().run();
+  EXPECT_EQ(runs, 2);
+}
+
+TEST(RunLoopTest, StartsNothingWhileAnotherThreadExits) {
+  const auto loop = PosixRunLoop::ofThisThread();
+  int runs = 0;
+  const auto timer = PosixTimers().schedule(Duration(0), Duration(0), [&] { ++runs; });
+  loop->perform([&] { ++runs; });
+  HostCode::isProcessExiting = true;
+  loop->runDue();
+  EXPECT_EQ(runs, 0);
+  HostCode::isProcessExiting = false;
+  loop->runDue();
   EXPECT_EQ(runs, 2);
 }
 

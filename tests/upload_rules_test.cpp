@@ -17,7 +17,8 @@ TEST(Retries, ReadEveryFormOfRetryAfter) {
   EXPECT_EQ(parseRetryAfter("Sun, 06 Nov 1994 08:50:07 GMT", now), 30s);
   EXPECT_EQ(parseRetryAfter("Sun, 06 Nov 1994 08:00:00 GMT", now), 0s);
   for (const char* const wrong :
-       {"soon", "-5", "", "Sun, 36 Nov 1994 08:50:07 GMT", "Sun, 06 Nov 1994 08:50:07 GMT+1"})
+       {"soon", "-5", "-99999999999999999999", "", "Sun, 36 Nov 1994 08:50:07 GMT",
+        "Sun, 06 Nov 1994 08:50:07 GMT+1"})
     EXPECT_EQ(parseRetryAfter(wrong, now), std::nullopt) << wrong;
 }
 
@@ -110,14 +111,16 @@ TEST(Rests, AreGrantedToAServerThatAsks) {
   EXPECT_EQ(asked(status(503, 24h)), 1h);
   EXPECT_EQ(asked(status(503, 0s)), 0s);
   EXPECT_EQ(asked(status(500, 600s)), 0s);
+  EXPECT_EQ(asked(status(503, 1h), 9), 1h);
   // Our own rest follows, and only that can be skipped.
   Rests rests(EndpointPath::heartbeat);
   const auto rest = restAfter(rests, 9, status(503, 5s));
   ASSERT_TRUE(rest);
-  EXPECT_EQ(rest->left, 133s);
+  EXPECT_EQ(rest->left, 5s);
   EXPECT_EQ(rest->cause, RestCause::server);
   EXPECT_TRUE(rests.puttingOff(4s, Urgency::enteringBackground));
-  EXPECT_EQ(rests.puttingOff(5s, Urgency::ordinary)->cause, RestCause::trouble);
+  EXPECT_EQ(rests.puttingOff(5s, Urgency::ordinary)->left, 128s);
+  EXPECT_EQ(rests.restAt(5s)->cause, RestCause::trouble);
   EXPECT_FALSE(rests.puttingOff(5s, Urgency::enteringBackground));
 }
 

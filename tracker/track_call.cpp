@@ -54,15 +54,15 @@ struct alignas(kAlignment) TrackCall::Chunk {
 /// Writes a call at the end of the thread's chunk. Uses up no memory until `finish`.
 class TrackCall::Memory final : public FlatWriter {
  public:
-  /// The calling thread's chunk, with room for a call. Null when that takes a new one, the calls
-  /// that wait have reached their limit, and this one `isDroppable`.
+  /// The calling thread's chunk, with room for a call. Null when the calls that wait have reached
+  /// their limit and this one `isDroppable`.
   static Chunk* take(ThreadEnds& threadEnds, bool isDroppable) {
+    if (isDroppable && WaitingMemory::isFull()) return nullptr;
     Thread& thread = callingThread;
     constexpr std::size_t kLeast = sizeof(TrackCall) + 64;
     if (thread.chunk != nullptr && thread.chunk->size - thread.chunk->used < kLeast)
       std::exchange(thread.chunk, nullptr)->retire();
     if (thread.chunk != nullptr) return std::exchange(thread.chunk, nullptr);
-    if (isDroppable && WaitingMemory::isFull()) return nullptr;
     if (thread.stage == Stage::secondCall)
       thread.stage = threadEnds.callAtEnd(endThread) ? Stage::keepsChunk : Stage::keepsNothing;
     return makeChunk(thread, thread.stage == Stage::keepsChunk ? kChunkSize : kFirstSize);

@@ -35,11 +35,11 @@ struct Statistics {
   std::uint64_t uploadsFailedInTransport = 0;  // got no response
   std::uint64_t uploadsFailedByStatus = 0;     // answered with another status
   std::uint64_t uploadsFailedForMemory = 0;    // not sent, because memory ran out
-  std::uint64_t uploadsPutOff = 0;             // not sent, to let the server rest
+  std::uint64_t uploadsPutOff = 0;             // not sent, to spare the server
 
   std::uint64_t heartbeatsSent = 0;    // also those that memory did not suffice to build
   std::uint64_t heartbeatsFailed = 0;  // of those sent: not accepted, or not built
-  std::uint64_t heartbeatsPutOff = 0;  // of those sent: not attempted, to let the server rest
+  std::uint64_t heartbeatsPutOff = 0;  // of those sent: not attempted, to spare the server
 
   std::uint64_t droppedByOptOut = 0;  // waiting when `setCollecting(false)` was called
 };

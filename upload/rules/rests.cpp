@@ -9,7 +9,7 @@ namespace {
 constexpr int kTroublesBeforeRest = 3;
 constexpr Duration kFirstRest = std::chrono::seconds(2);
 constexpr Duration kLongestRest = std::chrono::minutes(5);
-constexpr Duration kLongestAskedRest = std::chrono::hours(1);
+constexpr Duration kLongestAskedRest = std::chrono::hours(1);  // with our own after it
 constexpr Duration kBetweenSkips = std::chrono::seconds(2);
 
 // Doubles with each further trouble. The random half keeps devices from returning together.
@@ -40,9 +40,10 @@ std::optional<Rest> Rests::puttingOff(Duration now, Urgency urgency) {
 }
 
 std::optional<Rest> Rests::restAt(Duration now) const {
-  const Duration until = std::max(askedUntil_, ownUntil_);
-  if (hasEnded_ || now >= until) return std::nullopt;
-  return Rest{until - now, now < askedUntil_ ? RestCause::server : RestCause::trouble};
+  if (hasEnded_) return std::nullopt;
+  if (now < askedUntil_) return Rest{askedUntil_ - now, RestCause::server};
+  if (now < ownUntil_) return Rest{ownUntil_ - now, RestCause::trouble};
+  return std::nullopt;
 }
 
 std::optional<Rest> Rests::requestEnded(Duration now, const AttemptResult& last, double random) {
@@ -59,7 +60,9 @@ std::optional<Rest> Rests::requestEnded(Duration now, const AttemptResult& last,
   if (asked) askedUntil_ = now + std::min(*asked, kLongestAskedRest);
   // On top of what the server asks for: it may ask for little, again and again.
   const bool startsOwn = troublesInARow_ >= kTroublesBeforeRest;
-  if (startsOwn) ownUntil_ = (asked ? askedUntil_ : now) + lengthAfter(troublesInARow_, random);
+  if (startsOwn)
+    ownUntil_ = std::min((asked ? askedUntil_ : now) + lengthAfter(troublesInARow_, random),
+                         now + kLongestAskedRest);
   if (!asked && !startsOwn) return std::nullopt;
   const auto rest = restAt(now);
   isInTrouble_ = isInTrouble_ || rest.has_value();

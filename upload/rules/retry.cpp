@@ -60,7 +60,8 @@ std::optional<Duration> parseRetryAfter(const std::string& text, WallTime now) {
   const char* const end = text.data() + text.size();
   std::int64_t seconds = 0;
   const auto number = std::from_chars(text.data(), end, seconds);
-  if (number.ptr == end && number.ec == std::errc::result_out_of_range) return kMaxDelay;
+  if (number.ptr == end && number.ec == std::errc::result_out_of_range && text[0] != '-')
+    return kMaxDelay;
   if (number.ptr == end && number.ec == std::errc() && seconds >= 0)
     return std::min(std::chrono::seconds(seconds), kMaxDelay);
 

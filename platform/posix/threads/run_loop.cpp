@@ -162,8 +162,8 @@ PosixRunLoop::Next PosixRunLoop::takeNext(Clock::time_point now, std::size_t& fu
                                           bool endsWhenStopped) {
   const Lock lock(mutex_);
   Next next;
-  if (endsWhenStopped && stopped_) return next;
-  if (functionsLeft > 0 && !functions_.empty() && HostCode::OnLoop::mayStart()) {
+  if ((endsWhenStopped && stopped_) || !HostCode::OnLoop::mayStart()) return next;
+  if (functionsLeft > 0 && !functions_.empty()) {
     --functionsLeft;
     next.function = std::move(functions_.front());
     functions_.pop_front();
@@ -197,7 +197,8 @@ bool PosixRunLoop::run(Next next) {
 
 // When the loop must wake next. Timers are coalesced within their tolerances.
 std::optional<PosixRunLoop::Clock::time_point> PosixRunLoop::wakeTime() const {
-  if (!functions_.empty() && HostCode::OnLoop::mayStart()) return Clock::time_point();
+  if (!HostCode::OnLoop::mayStart()) return std::nullopt;
+  if (!functions_.empty()) return Clock::time_point();
   std::optional<Clock::time_point> wake;
   auto latest = Clock::time_point::max();
   for (const auto& [key, timer] : timers_) {
