@@ -43,6 +43,20 @@ TEST_F(Flushing, ACompletionMayUseTheTrackerAndThrow) {
   EXPECT_EQ(simulation.completions.size(), 1U);
 }
 
+TEST_F(Flushing, AnUploadThatEndsOnEnteringTheBackgroundPutsNothingOff) {
+  simulation.answer("/track", {.status = 503});
+  tracker.track("E", {}, simulation.completion("E"));
+  Veltrano::isLoggerEnabled = true;
+  bool hasEntered = false;
+  simulation.platform.output.onLine = [&](std::string_view line) {
+    if (!line.ends_with("Scheduling the next flush with default interval")) return;
+    if (!std::exchange(hasEntered, true))
+      simulation.platform.notificationCenter.post(std::string(kApplicationDidEnterBackground));
+  };
+  simulation.runUntil(5);
+  EXPECT_EQ(simulation.posts.size(), 2U);
+}
+
 TEST_F(Flushing, WithoutMemoryForAnUploadTheLargestEventIsDropped) {
   tracker.track("small");
   tracker.track("large", {{"text", std::string(1000, 'x')}});
