@@ -30,13 +30,13 @@ std::string json(Number number) {
 }
 
 template <std::integral Number>
-std::string json(Number number) {
-  return std::to_string(number);
+std::string json(Number value) {
+  return std::to_string(value);
 }
 
 template <>
-inline std::string json(bool flag) {
-  return flag ? "true" : "false";
+inline std::string json(bool value) {
+  return value ? "true" : "false";
 }
 
 /// Keys, and values that are JSON already.
@@ -59,6 +59,7 @@ inline std::string jsonArray(const std::vector<std::string>& items) {
 template <class Texts>
 std::string jsonTexts(const Texts& texts) {
   std::vector<std::string> items;
+  items.reserve(texts.size());
   for (const std::string& text : texts) items.push_back(json(text));
   return jsonArray(items);
 }

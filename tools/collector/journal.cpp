@@ -69,7 +69,7 @@ void Journal::addRefused(const WireRequest& request, const WireMessage& message,
                          const std::string& reason) {
   std::vector<std::string> headers;
   for (const auto& [name, value] : request.headers)
-    headers.push_back(readable(shortened(name + ": " + value)));
+    headers.push_back(readable(shortened(std::string(name).append(": ").append(value))));
   const std::string& body = message.json.empty() ? request.body : message.json;
   add(Kind::refused, "",
       {{"method", json(readable(request.method))},

@@ -77,13 +77,13 @@ HostValue valueOfKind(const Fields& fields, const std::string& kind) {
 }
 
 // A value whose parts have been read.
-HostValue assembled(const JSONValue& value, std::vector<HostValue> parts) {
+HostValue assembled(const JSONValue& value, const std::vector<HostValue>& parts) {
   const std::string kind = kindOf(value);
-  if (value.IsArray() || kind == "Array") return veltrano::Array(std::move(parts));
+  if (value.IsArray() || kind == "Array") return veltrano::Array(parts);
   if (kind == "Dictionary") {
     std::vector<veltrano::DictionaryEntry> entries;
     for (std::size_t i = 0; i < parts.size(); i += 2) entries.push_back({parts[i], parts[i + 1]});
-    return veltrano::Dictionary(std::move(entries));
+    return veltrano::Dictionary(entries);
   }
   if (!kind.empty()) return valueOfKind(Fields(value), kind);
   if (value.IsObject()) {
@@ -118,7 +118,7 @@ void read(const JSONValue& json, HostValue& value) {
       open.push_back({part, partsOf(*part), {}});
       continue;
     }
-    HostValue whole = assembled(*last.json, std::move(last.read));
+    HostValue whole = assembled(*last.json, last.read);
     open.pop_back();
     if (open.empty()) return void(value = std::move(whole));
     open.back().read.push_back(std::move(whole));

@@ -2,8 +2,8 @@
 
 #include <rapidjson/document.h>
 
+#include <algorithm>
 #include <fstream>
-#include <optional>
 
 #include "platform/endpoint_path.h"
 
@@ -59,6 +59,7 @@ Arrivals arrivalsIn(const std::string& record, const std::vector<std::size_t>& t
   using veltrano::internal::EndpointPath;
   Arrivals arrivals;
   std::vector<Thread> threads;
+  threads.reserve(tracked.size());
   for (const std::size_t count : tracked) threads.push_back({std::vector<int>(count, kNone), 0});
   std::ifstream file(record);
   for (std::string line; std::getline(file, line);) {
