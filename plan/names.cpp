@@ -10,7 +10,8 @@
 namespace veltrano::planning {
 namespace {
 
-// The words of C++20 and C11, and macros of their standard headers and of common compilers.
+// The words of C++20 and C11, and macros of their standard headers and of common compilers, without
+// those in capitals.
 constexpr std::string_view kReserved =
     " alignas alignof and and_eq asm auto bitand bitor bool break case catch char char8_t char16_t "
     "char32_t class compl concept const consteval constexpr constinit const_cast continue "
@@ -21,8 +22,16 @@ constexpr std::string_view kReserved =
     "template this thread_local throw true try typedef typeid typename typeof union unsigned using "
     "virtual void volatile wchar_t while xor xor_eq "
     "assert complex errno i386 imaginary linux noreturn offsetof setjmp stderr stdin stdout unix "
-    "va_arg va_copy va_end va_start BUFSIZ DEBUG DOMAIN EOF HUGE_VAL I INFINITY NAN NDEBUG NULL "
-    "OVERFLOW PLOSS SING TLOSS TRUE FALSE UNDERFLOW std veltrano posix ";
+    "va_arg va_copy va_end va_start I std veltrano posix ";
+
+// What common headers of C, which a host includes, declare outside every namespace.
+constexpr std::string_view kGlobal =
+    " Veltrano abort abs accept access alarm atoi bind brk calloc ceil clock close connect cos "
+    "daylight div dup environ exit exp floor fork free gamma getc gets index ioctl j0 j1 jn kill "
+    "labs link listen log malloc nice open optarg pause pipe pow printf putc puts raise rand "
+    "random "
+    "read recv remove rename round scanf select send setenv shutdown signal sin sleep socket sqrt "
+    "stat strtol sync system tan time timezone truncate trunc unlink wait write y0 y1 yn ";
 
 // The name's letters and digits, with "_" for each run of anything else.
 std::string words(std::string_view name) {
@@ -49,7 +58,9 @@ std::string words(std::string_view name) {
 
 std::string unreserved(std::string identifier) {
   const bool isReserved = kReserved.find(' ' + identifier + ' ') != kReserved.npos;
-  return isReserved ? identifier + '_' : identifier;
+  // Most macros are all capitals, such as ENOENT.
+  const bool isMacro = identifier.size() > 1 && upperCase(identifier) == identifier;
+  return isReserved || isMacro ? identifier + '_' : identifier;
 }
 
 template <class Change>
@@ -71,6 +82,10 @@ std::string faultOfName(std::string_view name) {
                              : "";
 }
 
+bool isGlobal(const std::string& identifier) {
+  return kGlobal.find(' ' + identifier + ' ') != kGlobal.npos;
+}
+
 std::string memberName(std::string_view name) {
   return unreserved(words(name));
 }
@@ -85,9 +100,9 @@ std::string typeName(std::string_view name) {
   return unreserved(std::move(type));
 }
 
-std::string nestedTypeName(std::string_view name) {
+std::string nestedTypeName(std::string_view name, std::string_view enclosing) {
   const std::string type = typeName(name);
-  return type == memberName(name) ? type + '_' : type;
+  return type == memberName(name) || type == enclosing ? type + '_' : type;
 }
 
 std::string snakeName(std::string_view name) {

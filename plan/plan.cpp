@@ -22,6 +22,8 @@ namespace rapidjson = internal::rapidjson;
 using rapidjson::Value;
 
 constexpr int kMaxNesting = 12;
+constexpr std::size_t kMaxFileName = 200;
+constexpr char kSuper[] = "the super properties";
 
 // By `Type`.
 constexpr std::string_view kEnglish[] = {"anything", "text",          "integer",
@@ -49,10 +51,6 @@ constexpr struct {
                    {kNumbers, {"exclusiveMaximum", "exclusiveMinimum", "maximum", "minimum"}},
                    {kLists, {"items", "maxItems", "minItems"}},
                    {kObjects, {"additionalProperties", "properties", "required"}}};
-
-std::string_view view(const Value& text) {
-  return {text.GetString(), text.GetStringLength()};
-}
 
 const Value* find(const Value& object, const char* key) {
   const auto member = object.FindMember(key);
@@ -92,7 +90,10 @@ class Reader {
         refuse(key, "a plan has no " + inQuotes(view(key)));
     if (plan.nameSpace.empty() || memberName(plan.nameSpace) != plan.nameSpace)
       refuse(*spacePlace, "a plan needs a \"namespace\", an identifier");
-    const Names names{"the super properties", "super_properties", "SuperProperties", true, 0};
+    else if (isGlobal(plan.nameSpace))
+      refuse(*spacePlace,
+             "a \"namespace\" cannot be " + plan.nameSpace + ", a name in common headers");
+    const Names names{kSuper, "super_properties", "SuperProperties", true, 0};
     for (const char* identifier : {"set_super_properties", "SuperProperties"})
       take(identifier, *superPlace, names.path);
     plan.superProperties = schema(*superPlace, *super, names);
@@ -133,7 +134,9 @@ class Reader {
                std::to_string(1 + std::count(before.begin(), before.end(), '\n')) + ':' +
                std::to_string(1 + column) + ": " + what;
     }
-    if (!lines.empty()) throw Faults(lines);
+    Faults faults(lines);
+    faults.taken = taken_;
+    if (!lines.empty()) throw faults;
   }
 
   void refuseTwice(const Value& object) {
@@ -152,12 +155,13 @@ class Reader {
     return std::string(view(value));
   }
 
-  // Gives an identifier to a name, or refuses the name.
-  void take(const std::string& identifier, const Value& place, const std::string& name) {
-    const auto [taken, isNew] = identifiers_.emplace(identifier, name);
+  // Gives an identifier to what is at a path, or refuses it.
+  void take(const std::string& identifier, const Value& place, const std::string& path) {
+    const auto [taken, isNew] = identifiers_.emplace(identifier, path);
     if (isNew) return;
-    refuse(place, taken->second == name ? inQuotes(name) + " stands here twice"
-                                        : inQuotes(name) + " and " + inQuotes(taken->second) +
+    taken_.insert(path);
+    refuse(place, taken->second == path ? inQuotes(path) + " stands here twice"
+                                        : inQuotes(path) + " and " + inQuotes(taken->second) +
                                               " make the same identifier, " + identifier);
   }
 
@@ -170,6 +174,7 @@ class Reader {
     if (isLibrarysEvent(event.name)) refuse(*value, "the library has an event of this name itself");
     const Names names{event.name, snakeName(event.name), typeName(event.name), true, 0};
     const std::size_t faults = faults_.size();
+    if (names.c.size() > kMaxFileName) refuse(*value, "the name is too long for a header");
     take(names.cpp, *value, event.name);
     take("track_" + names.c, *value, event.name);
     if (faults_.size() == faults) event.schema = schema(*value, json, names);
@@ -187,9 +192,11 @@ class Reader {
     for (const char* start : {"", "make_"})
       if (schema.type == Type::object) take(start + names.c, place, names.path);
     for (const auto& [key, value] : json.GetObject())
-      if (!names.areOfEvent || view(key) != "name") keyword(schema, key, value, names);
+      if (view(key) != "name" || names.depth > 0 || names.path == kSuper)
+        keyword(schema, key, value, names);
     refuseContradictions(place, schema);
-    if (!names.areOfEvent && schema.properties.empty()) schema.isOpen = true;
+    if (!names.areOfEvent && schema.properties.empty() && !find(json, "additionalProperties"))
+      schema.isOpen = true;
     if (schema.type == Type::list && schema.element.empty()) schema.element.emplace_back();
     if (const auto required = json.FindMember("required"); required != json.MemberEnd())
       readRequired(required->name, required->value, schema);
@@ -267,8 +274,12 @@ class Reader {
                                       {"exclusiveMinimum", "exclusiveMaximum"},
                                       {"minLength", "maxLength"},
                                       {"minItems", "maxItems"}})
-      if (bound(least) != none && bound(most) != none && bound(least)->second > bound(most)->second)
+      if (bound(least) != none && bound(most) != none &&
+          (bound(least)->second > bound(most)->second ||
+           (bound(least)->second == bound(most)->second && *least == 'e')))
         refuse(place, std::string(least) + " and " + most + " leave no value");
+    if (!schema.values.empty() && (!schema.bounds.empty() || !schema.pattern.empty()))
+      refuse(place, "an enumeration has neither a pattern nor lengths");
     // RapidJSON's validator takes one bound of each side.
     for (const auto& [bound1, bound2] :
          {std::pair("minimum", "exclusiveMinimum"), {"maximum", "exclusiveMaximum"}})
@@ -282,8 +293,9 @@ class Reader {
     const auto add = [&](const Value& value) {
       if (!value.IsString()) return refuse(key, "only texts can be enumerated");
       const std::string& text = schema.values.emplace_back(name(value));
-      take(names.c + "::" + memberName(text), value, text);
-      take(upperCase(names.c + '_' + snakeName(text)), value, text);
+      const std::string path = names.path + " = " + text;
+      take(names.c + "::" + memberName(text), value, path);
+      take(upperCase(names.c + '_' + snakeName(text)), value, path);
     };
     if (!schema.values.empty()) return refuse(key, "say \"const\" or \"enum\"");
     if (isConstant) return add(json);
@@ -296,7 +308,7 @@ class Reader {
     schema.pattern = text(key, value);
     if (schema.pattern.size() > kMost) return refuse(key, "the pattern is too long");
     try {
-      std::regex(schema.pattern, std::regex::ECMAScript);
+      std::wregex(codePoints(schema.pattern));
     } catch (const std::regex_error& error) {
       refuse(key, std::string("the pattern cannot be checked: ") + error.what());
     }
@@ -305,26 +317,25 @@ class Reader {
   void readProperties(Schema& schema, const Value& place, const Value& json, const Names& names) {
     if (!json.IsObject()) return refuse(place, "this has to be an object of schemas");
     const std::string scope = names.c + '.';
-    take(scope + names.cpp, place, "the type of all");
+    take(scope + names.cpp, place, names.path);
     for (const auto& [key, value] : json.GetObject()) {
       const std::string name = this->name(key), member = memberName(name);
       if (names.areOfEvent && isLibrarysProperty(name))
         refuse(key, inQuotes(name) + " is a property of the library's own");
       if (names.areOfEvent && isSuper_.count(name) > 0)
         refuse(key, inQuotes(name) + " is a super property, too");
-      const std::string type = nestedTypeName(name);
-      const std::string c = names.c + '_' + snakeName(name);
+      const std::string type = nestedTypeName(name, names.cpp);
+      const std::string path = names.path + '.' + name, c = names.c + '_' + snakeName(name);
       schema.properties.push_back(
-          {name,
-           this->schema(key, value, {names.path + '.' + name, c, type, false, names.depth + 1}),
-           false});
-      take(scope + member, key, name);
-      const Schema& held = schema.properties.back().schema.innermost();
-      if (!held.values.empty() || !held.properties.empty())
-        take(scope + type, key, name + " as a type");
+          {name, this->schema(key, value, {path, c, type, false, names.depth + 1}), false});
+      take(scope + member, key, path);
+      const Schema& whole = schema.properties.back().schema;
+      const Schema& held = whole.innermost();
+      if (!held.values.empty() || !held.properties.empty()) take(scope + type, key, path);
       // Members of C that go with it.
-      take(scope + "has_" + member, key, "the presence of " + name);
-      take(scope + member + "_count", key, "the count of " + name);
+      if ((setOf(whole.type) & (kNumbers | setOf(Type::boolean, Type::date))) != 0)
+        take(scope + "has_" + member, key, path);
+      if (whole.type == Type::list) take(scope + member + "_count", key, path);
     }
   }
 
@@ -346,7 +357,7 @@ class Reader {
   std::string buffer_;
   rapidjson::Document document_;
   std::map<std::ptrdiff_t, std::string> faults_;  // the first at each place
-  std::set<std::string> isSuper_;
+  std::set<std::string> isSuper_, taken_;
   std::map<std::string, std::string> identifiers_;  // and whose they are
 };
 

@@ -51,6 +51,8 @@ using Event = Property;
 /// What is wrong with a plan: a line such as "plan.json:12:9: ..." for each fault.
 struct Faults : std::runtime_error {
   using std::runtime_error::runtime_error;
+
+  std::set<std::string> taken;  // what has the identifier of another: "event.property = value"
 };
 
 /// What tests can cover: the name of an event, the path of an optional property, a value of an
@@ -76,6 +78,14 @@ struct Plan {
   Coverage coverable() const;
 };
 
+/// What patterns are compared with: they count characters, not bytes.
+std::wstring codePoints(std::string_view text);
+
+/// The pattern of a date and time.
+inline constexpr char kDate[] =
+    R"(^\d{4}-(0[1-9]|1[0-2])-(0[1-9]|[12]\d|3[01]))"
+    R"([Tt]([01]\d|2[0-3]):[0-5]\d:([0-5]\d|60)(\.\d+)?([Zz]|[+-]\d{2}:\d{2})$)";
+
 /// What a file has in it. Throws `Faults` if it cannot be read.
 std::string contentOf(const std::string& file);
 
@@ -89,6 +99,12 @@ const char* jsonTypeOf(Type type);
 /// The text as a JSON string, in which also line ends and control characters are escaped.
 inline std::string inQuotes(std::string_view text) {
   return internal::json(text);
+}
+
+/// A text of RapidJSON's.
+template <class Value>
+std::string_view view(const Value& text) {
+  return {text.GetString(), text.GetStringLength()};
 }
 
 /// Without needless decimals.

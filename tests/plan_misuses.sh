@@ -47,5 +47,13 @@ refused() {
 }
 export -f said refused
 said 'shop::track(EveryType{FIRST, MIDDLE, LAST}); shop::track(shop::Optional{});'
+# A namespace and an event can have names of the library's own.
+mkdir "$place/detail"
+for header in "$2"/shop/*; do
+  sed 's/\bshop\b/detail/g' "$header" >"$place/detail/$(basename "$header")"
+  said "}
+#include \"$place/detail/$(basename "$header")\"
+void useToo() {"
+done
 (($(wc -l <"$tests/plan/misuses.txt") > 30))
 xargs -d '\n' -P "$(nproc)" -n 1 bash -c 'refused "$0"' <"$tests/plan/misuses.txt"

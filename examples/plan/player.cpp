@@ -1,5 +1,5 @@
 // The application. It sends what plan.json plans, or does not compile.
-#include "player.h"
+#include "application.h"
 
 #include <chrono>
 

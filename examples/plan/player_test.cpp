@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "player.h"
+#include "application.h"
 #include "veltrano/testing.h"
 
 int main() {

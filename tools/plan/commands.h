@@ -16,7 +16,7 @@ std::vector<std::string> differences(const Plan& older, const Plan& newer);
 std::string document(const Plan& plan);
 
 /// A plan for what a collector has written, as lines of JSON. What is doubtful is marked in
-/// "$comment"; what no plan can hold is left out and added to `leftOut`. Throws
+/// "$comment"; what no plan can hold is left out and set as `leftOut`. Throws
 /// `std::runtime_error` for lines that no collector writes.
 std::string inferred(const std::string& lines, const std::string& nameSpace,
                      std::vector<std::string>& leftOut);

@@ -13,15 +13,18 @@ class Comparison {
   void compare(const Schema& older, const Schema& newer, const std::string& path) {
     if (older.type != newer.type)
       return add(kBreaks, path, "was " + older.text() + ", is " + newer.text());
-    std::string narrower = missing(older.values, newer.values, " without ");
-    std::string wider = missing(newer.values, older.values, " with ");
-    // Without an enumeration, any text is allowed.
-    if (older.values.empty()) std::swap(narrower, wider);
-    if (newer.values.empty()) wider = std::exchange(narrower, "");
+    std::string narrower, wider;
+    if (older.values.empty() != newer.values.empty())
+      newer.values.empty() ? wider += " any text" : narrower += " only " + newer.text();
+    else
+      narrower = missing(older.values, newer.values, " without "),
+      wider = missing(newer.values, older.values, " with ");
     compareBounds(older.bounds, newer.bounds, narrower, wider);
     if (older.pattern != newer.pattern)
-      (newer.pattern.empty() ? wider : narrower) += " pattern " + inQuotes(newer.pattern);
-    if (older.isOpen != newer.isOpen) (newer.isOpen ? wider : narrower) += " further properties";
+      newer.pattern.empty() ? wider += " no pattern"
+                            : narrower += " pattern " + inQuotes(newer.pattern);
+    if (older.isOpen != newer.isOpen)
+      newer.isOpen ? wider += " further properties" : narrower += " no further properties";
     if (!narrower.empty()) add(kBreaks, path, "is narrower:" + narrower);
     if (!wider.empty()) add(!kBreaks, path, "is wider:" + wider);
     if (!older.element.empty()) compare(older.element[0], newer.element[0], path + "[]");
@@ -36,17 +39,22 @@ class Comparison {
                                    [&](const Property& item) { return item.name == name; });
       return it != items.end() ? &*it : nullptr;
     };
+    std::size_t place = 0;
+    bool isMoved = false;
     for (const auto& [name, schema, wasRequired] : older) {
       const Property* const now = find(newer, name);
       if (now == nullptr) {
         add(kBreaks, path + name, "is removed");
         continue;
       }
+      isMoved |= now != &newer[place++];
       if (wasRequired != now->isRequired)
         add(now->isRequired, path + name,
             now->isRequired ? "is newly required" : "may be left out now");
       compare(schema, now->schema, path + name);
     }
+    if (isMoved && !path.empty())
+      add(!kBreaks, path + '*', "moved: C++17 hosts, which fill them in order, have to follow");
     for (const auto& [name, schema, isRequired] : newer)
       if (find(older, name) == nullptr)
         add(isRequired, path + name, isRequired ? "is new and required" : "is new");
@@ -71,13 +79,20 @@ class Comparison {
   static void compareBounds(std::map<std::string, double> older,
                             const std::map<std::string, double>& newer, std::string& narrower,
                             std::string& wider) {
-    for (const auto& [word, is] : newer) {
-      const bool isLeast = word.find("ax") == word.npos;
-      const auto was = older.find(word);
-      const bool isWider = was != older.end() && (is < was->second) == isLeast;
-      if (was == older.end() || was->second != is)
-        (isWider ? wider : narrower) += ' ' + word + ' ' + numberText(is);
-      older.erase(word);
+    // An exclusive bound is one of the same side.
+    const auto sideOf = [](const std::string& word) {
+      return word[0] == 'e' ? 'm' + word.substr(std::string("exclusiveM").size()) : word;
+    };
+    for (const auto& bound : newer) {
+      const auto& [word, is] = bound;
+      const std::string side = sideOf(word);
+      const auto was = std::find_if(older.begin(), older.end(),
+                                    [&](const auto& it) { return sideOf(it.first) == side; });
+      const bool isNew = was == older.end(), isLeast = side.find("ax") == side.npos;
+      const bool isWider =
+          !isNew && (is == was->second ? word == side : (is < was->second) == isLeast);
+      if (isNew || *was != bound) (isWider ? wider : narrower) += ' ' + word + ' ' + numberText(is);
+      if (!isNew) older.erase(was);
     }
     for (const auto& [word, was] : older) wider += " no " + word;
   }
@@ -87,6 +102,9 @@ class Comparison {
 
 std::vector<std::string> differences(const Plan& older, const Plan& newer) {
   Comparison comparison;
+  if (older.nameSpace != newer.nameSpace)
+    comparison.found.push_back("fine: the namespace was " + older.nameSpace + ", is " +
+                               newer.nameSpace);
   comparison.compareAll(older.events, newer.events, "");
   comparison.compare(older.superProperties, newer.superProperties, "super properties");
   return std::move(comparison.found);

@@ -24,7 +24,7 @@ Struct structOf(const Schema& schema, const std::string& name, const std::string
   const std::string inner = indent + "  ", path = scope + "::" + name;
   std::string nestedTypes, members, writes, specialisations;
   for (const auto& [key, held, isRequired] : schema.properties) {
-    const std::string nested = nestedTypeName(key), member = memberName(key);
+    const std::string nested = nestedTypeName(key, name), member = memberName(key);
     const Schema& bottom = held.innermost();
     std::string names, texts;
     for (const std::string& value : bottom.values) {
@@ -74,10 +74,10 @@ Headers headersForCPP(const Plan& plan) {
   const std::string& space = plan.nameSpace;
   for (const Event& event : plan.events)
     headers[space + '/' + snakeName(event.name) + ".h"] =
-        header(space, structOf(event.schema, typeName(event.name), space, "", event.name),
+        header(space, structOf(event.schema, typeName(event.name), "::" + space, "", event.name),
                "using veltrano::plan::track;\n");
   headers[space + "/super_properties.h"] =
-      header(space, structOf(plan.superProperties, "SuperProperties", space, "", "", true),
+      header(space, structOf(plan.superProperties, "SuperProperties", "::" + space, "", "", true),
              "/// Adds these properties to every later event.\n"
              "inline void setSuperProperties(const SuperProperties& properties) {\n"
              "  ::Veltrano::shared().setSuperProperties(\n"

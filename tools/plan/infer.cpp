@@ -25,12 +25,13 @@ constexpr std::size_t kMostValues = 8;  // of an enumeration
 constexpr int kMaxNesting = 8;
 
 Type typeOf(const Value& value, int depth) {
-  static const std::regex dates("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d(\\.\\d+)?Z");
+  static const std::regex dates(kDate);
   static const std::regex links("https?://[^ <>\"]+");
   constexpr std::size_t kLong = 1000;  // std::regex recurses for each character
   if (value.IsString() && value.GetStringLength() < kLong) {
-    if (std::regex_match(value.GetString(), dates)) return Type::date;
-    if (std::regex_match(value.GetString(), links)) return Type::uri;
+    const std::string_view text = view(value);
+    if (std::regex_match(text.begin(), text.end(), dates)) return Type::date;
+    if (std::regex_match(text.begin(), text.end(), links)) return Type::uri;
   }
   const bool isTooDeep = depth == kMaxNesting;
   return value.IsString()   ? Type::text
@@ -55,10 +56,11 @@ struct Seen {
     ++count;
     const Type type = typeOf(value, depth);
     types.insert(type);
-    if (value.IsString() && texts.size() <= kMostValues) texts.insert(value.GetString());
+    if (value.IsString() && texts.size() <= kMostValues) texts.emplace(view(value));
     if (type == Type::object)
       for (const auto& [key, held] : value.GetObject())
-        properties[key.GetString()].add(held, depth + 1);
+        if (depth > 0 || !isLibrarysProperty(view(key)))
+          properties[std::string(view(key))].add(held, depth + 1);
     if (type != Type::list) return;
     element.resize(1);
     for (const Value& held : value.GetArray()) element[0].add(held, depth + 1);
@@ -67,15 +69,16 @@ struct Seen {
 
 class Author {
  public:
-  explicit Author(std::vector<std::string>& leftOut) : leftOut_(leftOut) {}
+  // Leaves out what is taken, and what no plan can hold.
+  Author(const std::set<std::string>& taken, std::vector<std::string>& leftOut)
+      : taken_(taken), leftOut_(leftOut) {}
 
   std::string plan(const std::map<std::string, Seen>& events, const Seen& all,
                    const std::string& nameSpace) {
     const Seen super = superOf(events, all);
-    std::set<std::string> identifiers;
     std::vector<std::string> list;
     for (const auto& [name, seen] : events) {
-      if (isLibrarysEvent(name) || !isUsable(identifiers, name, "the events")) continue;
+      if (isLibrarysEvent(name) || !isUsable(name, name)) continue;
       JSONMembers event{{"name", inQuotes(name)}};
       if (seen.count < kFew) addDoubt(event, "few events: " + std::to_string(seen.count));
       addProperties(event, seen, super, name);
@@ -106,13 +109,20 @@ class Author {
   void addProperties(JSONMembers& schema, const Seen& object, const Seen& except,
                      const std::string& of) {
     JSONMembers properties;
-    std::set<std::string> identifiers, required;
+    std::set<std::string> required;
+    bool isWhole = true;
     for (const auto& [name, seen] : object.properties) {
-      if (isLibrarysProperty(name) || except.properties.count(name) > 0 ||
-          !isUsable(identifiers, name, of))
+      if (except.properties.count(name) > 0) continue;
+      if (!isUsable(name, of + '.' + name)) {
+        isWhole = false;
         continue;
+      }
       if (seen.count == object.count) required.insert(name);
       properties.emplace_back(name, jsonObject(schemaOf(seen, of + '.' + name)));
+    }
+    if (!isWhole) {
+      schema.emplace_back("additionalProperties", "true");
+      addDoubt(schema, "some properties are left out");
     }
     schema.emplace_back("properties", jsonObject(properties));
     if (!required.empty()) schema.emplace_back("required", internal::jsonTexts(required));
@@ -132,9 +142,8 @@ class Author {
     if (type == Type::object) addProperties(schema, seen, {}, path);
     if (type == Type::list && seen.element[0].count > 0)
       schema.emplace_back("items", jsonObject(schemaOf(seen.element[0], path)));
-    std::set<std::string> identifiers;
     const auto isUsable = [&](const std::string& text) {
-      return faultOfName(text).empty() && identifiers.insert(snakeName(text)).second;
+      return faultOfName(text).empty() && taken_.count(path + " = " + text) == 0;
     };
     if (type == Type::text && seen.texts.size() <= kMostValues && seen.count >= kFew &&
         seen.count >= 3 * seen.texts.size() &&
@@ -145,21 +154,30 @@ class Author {
     return schema;
   }
 
-  bool isUsable(std::set<std::string>& identifiers, const std::string& name,
-                const std::string& of) {
+  bool isUsable(const std::string& name, const std::string& path) {
     std::string fault = faultOfName(name);
-    if (fault.empty() && !identifiers.insert(upperCase(typeName(name))).second)
-      fault = inQuotes(name) + " has the identifier of another name";
-    if (!fault.empty()) leftOut_.push_back("left out of " + of + ": " + fault);
+    if (taken_.count(path) > 0) fault = inQuotes(path) + " has the identifier of another name";
+    if (!fault.empty()) leftOut_.push_back("left out: " + fault);
     return fault.empty();
   }
 
   static void addDoubt(JSONMembers& schema, const std::string& why) {
+    for (auto& [key, text] : schema)
+      if (key == "$comment") return void(text.insert(text.size() - 1, "; " + why));
     schema.emplace_back("$comment", inQuotes("doubtful: " + why));
   }
 
+  const std::set<std::string>& taken_;
   std::vector<std::string>& leftOut_;
 };
+
+// Line by line.
+std::string pretty(const std::string& json) {
+  rapidjson::StringBuffer text;
+  rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(text);
+  rapidjson::Document().Parse(json.data(), json.size()).Accept(writer);
+  return std::string(text.GetString()) + '\n';
+}
 
 }  // namespace
 
@@ -178,15 +196,20 @@ std::string inferred(const std::string& lines, const std::string& nameSpace,
     for (const Value& record : request["body"].GetArray())
       if (record.IsObject() && record.HasMember("event") && record["event"].IsString() &&
           record.HasMember("properties"))
-        for (Seen* const seen : {&all, &events[record["event"].GetString()]})
+        for (Seen* const seen : {&all, &events[std::string(view(record["event"]))]})
           seen->add(record["properties"]);
   }
-  rapidjson::Document plan;
-  plan.Parse(Author(leftOut).plan(events, all, nameSpace).c_str());
-  rapidjson::StringBuffer text;
-  rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(text);
-  plan.Accept(writer);
-  return std::string(text.GetString()) + '\n';
+  for (std::set<std::string> taken;;) {
+    leftOut.clear();
+    const std::string plan = pretty(Author(taken, leftOut).plan(events, all, nameSpace));
+    try {
+      return Plan::parse(plan, "the inferred plan"), plan;
+    } catch (const Faults& faults) {
+      const std::size_t before = taken.size();
+      taken.insert(faults.taken.begin(), faults.taken.end());
+      if (taken.size() == before) throw;
+    }
+  }
 }
 
 }  // namespace veltrano::planning

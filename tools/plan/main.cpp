@@ -21,10 +21,15 @@ namespace fs = std::filesystem;
 // Leaves equal headers alone, so that nothing is compiled again for them, and removes those of
 // events that the plan has no more.
 void write(const Headers& headers, const fs::path& directory, const fs::path& folder) {
+  const auto isOurs = [](const fs::path& path) {
+    return fs::is_regular_file(path) && contentOf(path).compare(0, kMark.size(), kMark) == 0;
+  };
+  for (const auto& [name, content] : headers)
+    if (fs::exists(directory / name) && !isOurs(directory / name))
+      throw std::runtime_error((directory / name).string() + " is not ours; nothing is written");
   fs::create_directories(directory / folder);
   for (const auto& entry : fs::directory_iterator(directory / folder))
-    if (headers.count((folder / entry.path().filename()).generic_string()) == 0 &&
-        contentOf(entry.path()).compare(0, kMark.size(), kMark) == 0)
+    if (headers.count((folder / entry.path().filename()).generic_string()) == 0 && isOurs(entry))
       fs::remove(entry.path());
   for (const auto& [name, content] : headers) {
     const fs::path path = directory / name;
@@ -73,7 +78,6 @@ int run(int argc, char** argv) {
 
   if (*infer) {
     const std::string plan = inferred(contentOf(file), nameSpace, leftOut);
-    Plan::parse(plan, "the inferred plan");
     for (const std::string& line : leftOut) std::cerr << line << '\n';
     std::cout << plan;
     return EXIT_SUCCESS;
