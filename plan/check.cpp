@@ -114,7 +114,7 @@ class Check {
         isPlanned |= part.isOpen;
         for (const Property& property : part.properties)
           if (property.name == name) {
-            const std::string inner = item + '.' + name;
+            const std::string inner = std::string(item).append(1, '.').append(name);
             if (!property.isRequired) covered_.insert('p' + inner);
             check({property.schema, owner, inner}, held, start + name);
             isPlanned = true;
@@ -153,7 +153,7 @@ class Check {
 
 void addCoverable(Coverage& items, const Schema& schema, const std::string& path) {
   for (const auto& [name, held, isRequired] : schema.properties) {
-    const std::string inner = path + '.' + name;
+    const std::string inner = std::string(path).append(1, '.').append(name);
     if (!isRequired) items.insert('p' + inner);
     for (const std::string& value : held.innermost().values)
       items.insert(std::string("v").append(inner).append(" = ").append(value));

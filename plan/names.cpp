@@ -60,7 +60,8 @@ std::string unreserved(std::string identifier) {
   const bool isReserved = kReserved.find(' ' + identifier + ' ') != kReserved.npos;
   // Most macros are all capitals, such as ENOENT.
   const bool isMacro = identifier.size() > 1 && upperCase(identifier) == identifier;
-  return isReserved || isMacro ? identifier + '_' : identifier;
+  if (isReserved || isMacro) identifier += '_';
+  return identifier;
 }
 
 template <class Change>

@@ -134,9 +134,7 @@ class Reader {
                std::to_string(1 + std::count(before.begin(), before.end(), '\n')) + ':' +
                std::to_string(1 + column) + ": " + what;
     }
-    Faults faults(lines);
-    faults.taken = taken_;
-    if (!lines.empty()) throw faults;
+    if (!lines.empty()) throw Faults(lines, taken_);
   }
 
   void refuseTwice(const Value& object) {
@@ -334,7 +332,7 @@ class Reader {
       if (!held.values.empty() || !held.properties.empty()) take(scope + type, key, path);
       // Members of C that go with it.
       if ((setOf(whole.type) & (kNumbers | setOf(Type::boolean, Type::date))) != 0)
-        take(scope + "has_" + member, key, path);
+        take(std::string(scope).append("has_").append(member), key, path);
       if (whole.type == Type::list) take(scope + member + "_count", key, path);
     }
   }

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "encoding/json_text.h"
@@ -50,7 +51,8 @@ using Event = Property;
 
 /// What is wrong with a plan: a line such as "plan.json:12:9: ..." for each fault.
 struct Faults : std::runtime_error {
-  using std::runtime_error::runtime_error;
+  explicit Faults(const std::string& lines, std::set<std::string> without = {})
+      : runtime_error(lines), taken(std::move(without)) {}
 
   std::set<std::string> taken;  // what has the identifier of another: "event.property = value"
 };

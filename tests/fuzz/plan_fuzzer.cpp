@@ -47,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       if (plan.coverable().count(item) == 0) std::abort();
     checkInferred(record);
   } catch (const Faults& faults) {
-    if (std::string(faults.what()).find(":") == std::string::npos) std::abort();
+    if (std::string(faults.what()).find(':') == std::string::npos) std::abort();
   } catch (const std::runtime_error&) {  // no record
   }
   return 0;
