@@ -227,7 +227,7 @@ int restUntilARouteReturns() {
   return 0;
 }
 
-TEST(NetworkFaults, ARouteThatReturnsEndsARest) {
+TEST(NetworkFaults, InAForkARouteThatReturnsEndsARest) {
   if (VELTRANO_PORTABLE) GTEST_SKIP() << "POSIX reports no changes of routes.";
   const pid_t child = fork();
   if (child == 0) {
