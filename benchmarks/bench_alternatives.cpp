@@ -57,8 +57,13 @@ class LockedSubmissions {
 };
 
 class LinkedSubmissions {
+  using Queue = veltrano::internal::Submissions<veltrano::internal::Block,
+                                                veltrano::internal::StandardThreads>;
+
  public:
-  void push(veltrano::internal::Block* block) { submissions_.push(block); }
+  LinkedSubmissions() { submissions_.setReader(Queue::Reader::awake); }  // it polls
+
+  void push(veltrano::internal::Block* block) { static_cast<void>(submissions_.submit(block)); }
 
   std::size_t runAll() {
     std::size_t count = 0;
@@ -70,7 +75,7 @@ class LinkedSubmissions {
   }
 
  private:
-  veltrano::internal::Submissions submissions_;
+  Queue submissions_;
 };
 
 // Hands blocks to a thread that polls like the work queue's. Never destroyed.

@@ -107,9 +107,10 @@ class VELTRANO_EXPORT Veltrano {
   /// While it is false, `track` only calls the refresh handler, and no request is begun; identity,
   /// super properties and reports of the application and the device take effect as ever. Switching
   /// off drops the events that wait, which count as `Statistics::droppedByOptOut`, and their
-  /// completions. An upload in progress ends, with its completion; its events are not sent again.
-  /// Switching on schedules an upload 20 s later, if the application is in the foreground, and a
-  /// heartbeat a second later, on the main thread. Not stored: call it after each installation.
+  /// completions. An upload in progress ends, with its retries within a minute and its completion;
+  /// its events are not sent again. Switching on schedules an upload 20 s later, if the application
+  /// is in the foreground, and a heartbeat a second later, on the main thread. Not stored: call it
+  /// after each installation. Before one it counts as a first use, after which none is possible.
   void setCollecting(bool isOn);
 
   /// The interface's current orientation: "portrait", "landscape" or "unknown".

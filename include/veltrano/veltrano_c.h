@@ -184,9 +184,10 @@ VELTRANO_EXPORT bool veltrano_set_refresh_triggers(const char* const* names, siz
  * While it is false, veltrano_track only calls the refresh handler, and no request is begun;
  * identity, super properties and reports of the application and the device take effect as ever.
  * Switching off drops the events that wait, which count as `dropped_by_opt_out`, and their
- * completions. An upload in progress ends, with its completion; its events are not sent again.
- * Switching on schedules an upload 20 s later, if the application is in the foreground, and a
- * heartbeat a second later, on the main thread. Not stored: call it after each installation. */
+ * completions. An upload in progress ends, with its retries within a minute and its completion; its
+ * events are not sent again. Switching on schedules an upload 20 s later, if the application is in
+ * the foreground, and a heartbeat a second later, on the main thread. Not stored: call it after
+ * each installation. Before one it counts as a first use, after which none is possible. */
 VELTRANO_EXPORT bool veltrano_set_collecting(bool on);
 
 /* The interface's current orientation: "portrait", "landscape" or "unknown". */
@@ -403,11 +404,11 @@ typedef struct veltrano_statistics {
   uint64_t uploads_failed_in_transport; /* got no response */
   uint64_t uploads_failed_by_status;    /* answered with another status */
   uint64_t uploads_failed_for_memory;   /* not sent, because memory ran out */
-  uint64_t uploads_put_off;             /* not sent, to let the server rest */
+  uint64_t uploads_put_off;             /* not sent, to spare the server */
 
   uint64_t heartbeats_sent;    /* also those that memory did not suffice to build */
   uint64_t heartbeats_failed;  /* of those sent: not accepted, or not built */
-  uint64_t heartbeats_put_off; /* of those sent: not attempted, to let the server rest */
+  uint64_t heartbeats_put_off; /* of those sent: not attempted, to spare the server */
 
   uint64_t dropped_by_opt_out; /* waiting when veltrano_set_collecting(false) was called */
 } veltrano_statistics;
@@ -517,7 +518,7 @@ typedef struct veltrano_options {
 
   /* The `withheld_count` names of properties that no event is sent with: whether the library, a
    * super property or veltrano_track gives them, and also as keys of nested dictionaries. Such as
-   * "$carrier" or "email".
+   * "$carrier" or "email"; compared byte by byte.
    *
    * Warning: heartbeats, the query and the headers of requests stay as they are, so the user id is
    * sent all the same; and the log shows super properties that are removed. */
