@@ -130,9 +130,9 @@ bool veltrano_track(const char* name, const veltrano_object* properties,
 }
 
 bool veltrano_track_entries(const char* name, const veltrano_entry* entries, size_t count,
-                            size_t entry_size, void (*completion)(void*, bool), void* context) {
+                            size_t entrySize, void (*completion)(void*, bool), void* context) {
   return guarded(false, [&] {
-    const Entries properties{reinterpret_cast<const char*>(entries), count, entry_size};
+    const Entries properties{reinterpret_cast<const char*>(entries), count, entrySize};
     if (name == nullptr) return refuse("veltrano_track_entries", 0);
     if (!properties.areValid()) return refuse("veltrano_track_entries", 1);
     track(name, properties.view(), completion, context);

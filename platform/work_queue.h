@@ -115,6 +115,7 @@ class WorkQueue {
 
   /// The queue calls `deferrable` before it falls asleep: the block that makes as many deferred
   /// ones wakes it. Until then each one does. Call it before the first submission.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): for implementations to keep
   virtual void setDeferrable(std::function<std::size_t()> /*deferrable*/) {}
 
   /// Submits `item` after `delay`; without a delay at once, in order with `async`. Items due at the

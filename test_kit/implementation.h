@@ -65,7 +65,7 @@ class World::Implementation final : public internal::CallObserver,
   void end();
 
   /// Throws `Error` while the host's code is called.
-  void refuseInCallback(const std::string& error);
+  void refuseInCallback(const std::string& error) const;
 
   // CallObserver.
   void given(std::string_view eventName, std::function<void(bool)>& completion) override;

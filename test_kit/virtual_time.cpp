@@ -35,7 +35,7 @@ void World::Implementation::advance(Duration time) {
   run(now() + time + kInstant, Purpose::advance);
 }
 
-void World::Implementation::refuseInCallback(const std::string& error) {
+void World::Implementation::refuseInCallback(const std::string& error) const {
   if (!isRunning_ && !internal::HostCall::isOnThisThread() && !internal::Substitute::isInCallback())
     return;
   throw Error(error);

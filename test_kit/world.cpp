@@ -27,6 +27,7 @@ std::string countedNames(const std::vector<std::string>& names) {
   std::map<std::string, std::uint64_t> counts;
   for (const std::string& name : names) ++counts[name];
   std::vector<std::string> texts;
+  texts.reserve(counts.size());
   for (const auto& [name, times] : counts) texts.push_back(std::to_string(times) + ' ' + name);
   return joined(texts);
 }
