@@ -23,7 +23,6 @@ using rapidjson::Value;
 
 constexpr int kMaxNesting = 12;
 constexpr std::size_t kMaxFileName = 200;
-constexpr char kSuper[] = "the super properties";
 
 // By `Type`.
 constexpr std::string_view kEnglish[] = {"anything", "text",          "integer",
@@ -93,7 +92,7 @@ class Reader {
     else if (isGlobal(plan.nameSpace))
       refuse(*spacePlace,
              "a \"namespace\" cannot be " + plan.nameSpace + ", a name in common headers");
-    const Names names{kSuper, "super_properties", "SuperProperties", true, 0};
+    const Names names{"the super properties", "super_properties", "SuperProperties", true, 0};
     for (const char* identifier : {"set_super_properties", "SuperProperties"})
       take(identifier, *superPlace, names.path);
     plan.superProperties = schema(*superPlace, *super, names);
@@ -190,7 +189,7 @@ class Reader {
     for (const char* start : {"", "make_"})
       if (schema.type == Type::object) take(start + names.c, place, names.path);
     for (const auto& [key, value] : json.GetObject())
-      if (view(key) != "name" || names.depth > 0 || names.path == kSuper)
+      if (view(key) != "name" || names.depth > 0 || names.cpp == "SuperProperties")
         keyword(schema, key, value, names);
     refuseContradictions(place, schema);
     if (!names.areOfEvent && schema.properties.empty() && !find(json, "additionalProperties"))

@@ -18,9 +18,14 @@ class AccountingTest : public testing::TestWithParam<unsigned> {
     const auto noteSent = simulation.platform.network.onPost;
     simulation.platform.network.onPost = [this, noteSent](const PostRequest& request) {
       noteSent(request);
-      expectBalance(Veltrano::shared().statistics());
+      const Statistics now = Veltrano::shared().statistics();
+      expectBalance(now);
       const Json& body = simulation.posts.back().body;
       const auto count = body.IsArray() ? body.Size() : 0;  // 0: a heartbeat
+      if (count > 0 && now.droppedByShutDown == 0) {
+        EXPECT_EQ(now.inFlight, count);
+        EXPECT_EQ(now.waiting, 0U);
+      }
       ++(count > 0 ? seen.uploadsAttempted : seen.heartbeatsSent);
       seen.inFlight += count;
       const SimulatedAnswer& answer = simulation.platform.network.answers[request.path()];

@@ -1,7 +1,10 @@
 // A host ends at once, with its own status and without output, whatever the library is doing.
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -29,6 +32,32 @@ struct Pipe {
   int ends[2];
 };
 
+// A port that neither accepts nor refuses connections, because its backlog is full.
+class BlackHole {
+ public:
+  BlackHole() {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    for (int& socket : sockets_)
+      socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    bind(sockets_[0], reinterpret_cast<sockaddr*>(&address), size);
+    listen(sockets_[0], 0);
+    getsockname(sockets_[0], reinterpret_cast<sockaddr*>(&address), &size);
+    for (std::size_t i = 1; i < std::size(sockets_); ++i)
+      connect(sockets_[i], reinterpret_cast<sockaddr*>(&address), size);
+    port = ntohs(address.sin_port);
+  }
+  ~BlackHole() {
+    for (const int socket : sockets_) close(socket);
+  }
+  int port;
+
+ private:
+  int sockets_[4];
+};
+
 double millisecondsSince(const timespec& begin) {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -46,7 +75,9 @@ double runHost(const std::string& state, const std::string& ending) {
     EXPECT_EQ(write(input.ends[1], "!", 1), 1);
     return state == "back-off" ? answer("503 Busy", "", "Retry-After: 20\r\n") : Reply{};
   });
-  const std::string host = "127.0.0.1:" + std::to_string(server.port());
+  const BlackHole hole;
+  const std::string host =
+      "127.0.0.1:" + std::to_string(state == "black hole" ? hole.port : server.port());
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, input.ends[0], STDIN_FILENO);
@@ -82,10 +113,10 @@ TEST_P(Ending, IsAtOnceAndTheHostsOwn) {
 }
 
 INSTANTIATE_TEST_SUITE_P(While, Ending,
-                         testing::Values("idle", "flush hanging", "resolving", "back-off",
-                                         "heartbeat", "in a completion", "in a token function",
-                                         "in a sink", "in a refresh handler", "tracking",
-                                         "calling back"),
+                         testing::Values("idle", "flush hanging", "resolving", "black hole",
+                                         "back-off", "heartbeat", "in a completion",
+                                         "in a token function", "in a sink", "in a refresh handler",
+                                         "tracking", "calling back"),
                          [](const auto& each) {
                            std::string name = each.param;
                            std::erase_if(name, [](char c) { return !std::isalpha(c); });

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <stdexcept>
 #include <string>
 
 #include "tools/fleet/report.h"
@@ -133,6 +134,16 @@ TEST(Fleet, ASmallShareFailsAndConnectionsStayOpen) {
   EXPECT_GT(failedShare(totalWith(0, 0.5, 60s)), 0.02);
   EXPECT_LT(usual.opened, usual.requests[kTrack].received / 5);
   EXPECT_GT(totalWith(0, 0, 1s).opened, 5 * usual.opened);
+}
+
+TEST(Fleet, OptionsAreReadInFullOrNotAtAll) {
+  EXPECT_EQ(parseDuration("1.5s250ms"), 1750ms);
+  EXPECT_EQ(text(parseDuration("1d2h3m4s5ms")), "1d2h3m4s5ms");
+  EXPECT_EQ(parseOutage("1h..1h10m").to, 70min);
+  for (const char* const wrong : {"", "h", "1x", "-1", "1h-", "nan"})
+    EXPECT_THROW(parseDuration(wrong), std::invalid_argument) << wrong;
+  EXPECT_THROW(parseOutage("2h..1h"), std::invalid_argument);
+  EXPECT_THROW(parseFailure("503 "), std::invalid_argument);
 }
 
 }  // namespace

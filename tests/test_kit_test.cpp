@@ -13,12 +13,14 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <random>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <unordered_set>
 #include <vector>
 
+#include "tests/support/trace_laws.h"
 #include "veltrano/posix_platform.h"
 #include "veltrano/testing.h"
 #include "veltrano/testing_c.h"
@@ -740,6 +742,43 @@ TEST(Worlds, GiveWayToTheSystem) {
   world.advance(1s);
   EXPECT_EQ(outcomes, 1);
   EXPECT_EQ(world.delivered().size(), 1u);
+}
+
+TEST(ShutDown, WaitsForAHeartbeatAndIsRefusedInDestructors) {
+  kit::World world;
+  auto& platform = *PosixPlatform::install(options()).platform;
+  world.network("/heartbeat").answer(200).after(3s);
+  Veltrano::shared().setUserId("user");
+  world.advance(2s);
+  const auto refuse = [&](void*) { EXPECT_FALSE(platform.shutDown(in(1h))); };
+  Veltrano::shared().track("E", {}, [held = std::shared_ptr<void>(nullptr, refuse)](bool) {});
+  EXPECT_TRUE(platform.shutDown(in(1h)));
+  EXPECT_GE(world.now(), 4s);
+  EXPECT_LT(world.now(), 5s) << "it ends with the last answer";
+}
+
+TEST(Trace, KeepsToItsLaws) {
+  kit::World world;
+  Veltrano::isLoggerEnabled = true;
+  std::mt19937 random(7);
+  for (int i = 0; i < 300; ++i) {
+    switch (random() % 6) {
+      case 0:
+        world.network("/track").answer(random() % 2 == 0 ? 200 : 503).after(random() % 3000 * 1ms);
+        break;
+      case 1:
+        random() % 2 == 0 ? world.enterBackground() : world.enterForeground();
+        break;
+      case 2:
+        world.advance(random() % 30 * 1s);
+        break;
+      default:
+        for (auto n = random() % 30; n > 0; --n)
+          Veltrano::shared().track("E" + std::to_string(i), {{"n", n}});
+    }
+  }
+  TraceLaws laws;
+  for (const std::string& line : replayed(world.trace())) EXPECT_EQ(laws.take(line), "") << line;
 }
 
 }  // namespace

@@ -188,11 +188,13 @@ int main(int, char** arguments) {
     useObjects();
     if (!line.ends_with("| Dispatch group waiting")) return;
     if (state == "in a sink") stay();
+    if (state == "black hole") mainLoop->stop();
   };
   const auto installation = veltrano::PosixPlatform::install(options);
   if (!installation) return 2;
   mainLoop = &installation.platform->mainRunLoop();
-  Veltrano::isLoggerEnabled = state == "in a sink" || state == "calling back";
+  Veltrano::isLoggerEnabled =
+      state == "in a sink" || state == "black hole" || state == "calling back";
   std::thread([] {
     char byte;
     if (read(STDIN_FILENO, &byte, 1) == 1) mainLoop->stop();
