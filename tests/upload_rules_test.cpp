@@ -16,6 +16,7 @@ TEST(Retries, ReadEveryFormOfRetryAfter) {
   EXPECT_EQ(parseRetryAfter("Sun Nov  6 08:50:07 1994", now), 30s);
   EXPECT_EQ(parseRetryAfter("Sun, 06 Nov 1994 08:50:07 GMT", now), 30s);
   EXPECT_EQ(parseRetryAfter("Sun, 06 Nov 1994 08:00:00 GMT", now), 0s);
+  EXPECT_GT(parseRetryAfter("9223372036854775807", now), 1h);
   for (const char* const wrong :
        {"soon", "-5", "-99999999999999999999", "", "Sun, 36 Nov 1994 08:50:07 GMT",
         "Sun, 06 Nov 1994 08:50:07 GMT+1"})
