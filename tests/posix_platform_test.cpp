@@ -106,7 +106,8 @@ TEST(WorkQueueTest, DeferredBlocksWaitUntilThereAreEnoughOrSomethingElseWakesThe
       defer, [&] { queue.async([] {}); }, [&] { queue.wakeUp(); },
       [&] { queue.asyncAfter(milliseconds(1), std::make_shared<WorkItem>([] {})); }};
   for (const auto& wake : reasons) {
-    for (bool areWaiting = false; !areWaiting;) {  // the thread may have to fall asleep first
+    for (bool areWaiting = false; !areWaiting;) {  // until both have found the thread asleep
+      queue.wakeUp();
       runAll();
       std::this_thread::sleep_for(milliseconds(5));
       defer();
