@@ -28,8 +28,7 @@ std::string jsonIn(std::string_view body) {
 Answer World::Implementation::choose(const internal::PostRequest& post, bool isPutOff) {
   recorder_.addPost(post);
   if (isPutOff) {
-    Answer failure;
-    failure.isTransportError = true;  // to a replay, which has no rests
+    const Answer failure = transportError();  // to a replay, which has no rests
     recorder_.addAnswer(post.path(), failure);
     return failure;
   }
@@ -45,27 +44,26 @@ Answer World::Implementation::choose(const internal::PostRequest& post, bool isP
       beginBatch(request.body);
       break;
     case internal::EndpointPath::heartbeat:
-      noteHeartbeat(request.body);
+      heartbeats.emplace_back(propertiesIn(request.body), now());
       answer.body = "{}";
       break;
   }
+  const auto fail = [&](const std::string& why) {
+    complain("The answer to a post could not be made: " + why);
+    answer = transportError();
+  };
   try {
     const internal::HostCall call;
     answer = networks[internal::indexOf(path)].answerTo(request).value_or(answer);
   } catch (const std::exception& exception) {
-    complain(std::string("The answer to a post could not be made: ") + exception.what());
-    answer = {};
-    answer.isTransportError = true;
+    fail(exception.what());
   } catch (...) {
-    complain("The answer to a post could not be made: its rule threw.");
-    answer = {};
-    answer.isTransportError = true;
+    fail("its rule threw.");
   }
   // As in production; without retries, because the server may have begun to work on the request.
   constexpr Duration kLimit = internal::RequestLimits().attemptTimeout;
   if (answer.latency > kLimit) {
-    answer = {};
-    answer.isTransportError = true;
+    answer = transportError();
     answer.latency = kLimit;
     answer.reason = "Timeout was reached";
   }
@@ -88,10 +86,6 @@ void World::Implementation::beginBatch(std::string_view body) {
     }
   }
   batch_ = static_cast<std::size_t>(event - waiting_.begin());
-}
-
-void World::Implementation::noteHeartbeat(const std::string& body) {
-  heartbeats.emplace_back(propertiesIn(body), now());
 }
 
 void World::Implementation::arrive(const WorldNetwork::Post& post, const Answer& answer,

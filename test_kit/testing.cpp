@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "test_kit/json.h"
+#include "test_kit/world_network.h"
 #include "veltrano/testing.h"
 
 namespace veltrano::testing {
@@ -181,9 +182,7 @@ Rule& Network::answer(Rule::Function answer) {
 }
 
 Rule& Network::fail() {
-  Answer answer;
-  answer.isTransportError = true;
-  return this->answer(std::move(answer));
+  return answer(transportError());
 }
 
 std::optional<Answer> Network::answerTo(const Request& request) {

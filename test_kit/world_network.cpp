@@ -68,9 +68,7 @@ void WorldNetwork::endRests() {
 }
 
 void WorldNetwork::fail() {
-  Answer failure;
-  failure.isTransportError = true;
-  while (!isIdle()) finish(underWay_.begin()->first, failure);
+  while (!isIdle()) finish(underWay_.begin()->first, transportError());
 }
 
 void WorldNetwork::drop() {

@@ -16,6 +16,12 @@
 
 namespace veltrano::testing {
 
+inline Answer transportError() {
+  Answer answer;
+  answer.isTransportError = true;
+  return answer;
+}
+
 /// The network. Chooses each answer when it is asked to post, on the main thread. Lets a failing
 /// collection host rest as production does, but without jitter.
 class WorldNetwork final : public internal::ZKURLSessionManager {
