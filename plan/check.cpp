@@ -23,13 +23,12 @@ using rapidjson::Value;
 // RapidJSON compares a pattern with bytes, if at all.
 std::string draft4(const Schema& schema) {
   internal::JSONMembers members{{"type", inQuotes(jsonTypeOf(schema.type))}};
-  for (const auto& [word, bound] : schema.bounds) {
+  for (const auto& [word, value, end] : {schema.least, schema.most}) {
     const bool isExclusive = word[0] == 'e';
     if (isExclusive) members.emplace_back(word, "true");
-    members.emplace_back(!isExclusive                 ? word
-                         : word == "exclusiveMinimum" ? "minimum"
-                                                      : "maximum",
-                         numberText(bound));
+    if (!word.empty())
+      members.emplace_back(isExclusive ? 'm' + word.substr(sizeof "exclusive") : word,
+                           numberText(value));
   }
   if (!schema.values.empty()) members.emplace_back("enum", internal::jsonTexts(schema.values));
   return internal::jsonObject(members);
@@ -88,6 +87,14 @@ std::string shortJSON(const Value& value) {
   return std::string(json.substr(0, json.size() - 1)) + "...";
 }
 
+// Items of coverage.
+std::string inside(std::string item, std::string_view name) {
+  return item.append(1, '\t').append(name);
+}
+std::string ofValue(const std::string& item, std::string_view value) {
+  return ('v' + item).append("\t= ").append(value);
+}
+
 class Check {
  public:
   // What an object is held to. Whose it is, an event's or the super properties, starts complaints
@@ -98,14 +105,14 @@ class Check {
     std::string item;
   };
 
-  explicit Check(Coverage& covered) : covered_(covered) {}
+  explicit Check(Checked& checked) : checked_(checked) {}
 
   void object(const std::vector<Part>& parts, const Value& value, const std::string& path) {
     const std::string start = path.empty() ? "" : path + '.';
     for (const auto& [part, owner, item] : parts)
       for (const auto& [name, schema, isRequired] : part.properties)
         if (isRequired && !value.HasMember(name.c_str()))
-          complain(owner, start + name, "is missing", schema.text());
+          complain({schema, owner, inside(item, name)}, start + name, "is missing");
     for (const auto& [key, held] : value.GetObject()) {
       const std::string name(view(key));
       if (path.empty() && isLibrarysProperty(name)) continue;
@@ -114,23 +121,28 @@ class Check {
         isPlanned |= part.isOpen;
         for (const Property& property : part.properties)
           if (property.name == name) {
-            const std::string inner = std::string(item).append(1, '.').append(name);
-            if (!property.isRequired) covered_.insert('p' + inner);
+            const std::string inner = inside(item, name);
+            if (!property.isRequired) checked_.covered.insert('p' + inner);
             check({property.schema, owner, inner}, held, start + name);
             isPlanned = true;
           }
       }
-      if (!isPlanned)
-        complain(parts[0].owner, start + name, "is " + shortJSON(held), "no such property");
+      if (!isPlanned) {
+        const auto& [part, owner, item] = parts[0];
+        complain({part, owner, inside(item, name)}, start + name, "is ", &held, "no such property");
+      }
     }
   }
 
   std::vector<std::string> found;
 
  private:
-  void complain(const std::string& owner, const std::string& path, const std::string& sent,
-                const std::string& planned) {
-    found.push_back(owner + ": " + inQuotes(path) + ' ' + sent + "; planned: " + planned);
+  void complain(const Part& part, const std::string& path, const std::string& fault,
+                const Value* value = nullptr, const char* planned = nullptr) {
+    if (!checked_.complaints.insert(part.item + ' ' + fault).second) return;
+    found.push_back(part.owner + ": " + inQuotes(path) + ' ' + fault +
+                    (value != nullptr ? shortJSON(*value) : "") +
+                    "; planned: " + (planned != nullptr ? planned : part.schema.text()));
   }
 
   void check(const Part& part, const Value& value, const std::string& path) {
@@ -138,32 +150,30 @@ class Check {
     if (schema.type == Type::any) return;
     const bool hasPattern = !schema.pattern.empty() || schema.type == Type::date;
     if (hasPattern && value.IsString() && value.GetStringLength() > kMaxText)
-      return complain(owner, path, "is too long to be compared", schema.text());
+      return complain(part, path, "is too long to be compared");
     if (schema.validator == nullptr) schema.validator = std::make_shared<Validator>(schema);
-    if (!schema.validator->accepts(value))
-      return complain(owner, path, "is " + shortJSON(value), schema.text());
-    if (!schema.values.empty()) covered_.insert('v' + item + " = " + std::string(view(value)));
+    if (!schema.validator->accepts(value)) return complain(part, path, "is ", &value);
+    if (!schema.values.empty()) checked_.covered.insert(ofValue(item, view(value)));
     if (schema.type == Type::object) object({part}, value, path);
     for (std::size_t i = 0; schema.type == Type::list && i < value.Size(); ++i)
       check({schema.element[0], owner, item}, value[i], path + '[' + std::to_string(i) + ']');
   }
 
-  Coverage& covered_;
+  Checked& checked_;
 };
 
 void addCoverable(Coverage& items, const Schema& schema, const std::string& path) {
   for (const auto& [name, held, isRequired] : schema.properties) {
-    const std::string inner = std::string(path).append(1, '.').append(name);
+    const std::string inner = inside(path, name);
     if (!isRequired) items.insert('p' + inner);
-    for (const std::string& value : held.innermost().values)
-      items.insert(std::string("v").append(inner).append(" = ").append(value));
+    for (const std::string& value : held.innermost().values) items.insert(ofValue(inner, value));
     addCoverable(items, held.innermost(), inner);
   }
 }
 
 }  // namespace
 
-std::vector<std::string> Plan::check(std::string_view record, Coverage& covered) const {
+std::vector<std::string> Plan::check(std::string_view record, Checked& checked) const {
   rapidjson::Document document;
   document.Parse<rapidjson::kParseIterativeFlag>(record.data(), record.size());
   const Value& root = document;
@@ -174,9 +184,12 @@ std::vector<std::string> Plan::check(std::string_view record, Coverage& covered)
   if (isLibrarysEvent(event)) return {};
   const auto planned =
       std::find_if(events.begin(), events.end(), [&](const Event& it) { return it.name == event; });
-  if (planned == events.end()) return {event + " is sent; planned: no such event"};
-  covered.insert('e' + event);
-  Check check(covered);
+  Check check(checked);
+  if (planned == events.end()) {
+    if (!checked.complaints.insert(event).second) return {};
+    return {event + " is sent; planned: no such event"};
+  }
+  checked.covered.insert('e' + event);
   check.object({{planned->schema, event, event}, {superProperties, kSuper, kSuper}},
                root["properties"], "");
   return std::move(check.found);

@@ -8,8 +8,10 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <regex>
 #include <utility>
 
@@ -191,7 +193,8 @@ class Reader {
     for (const auto& [key, value] : json.GetObject())
       if (view(key) != "name" || names.depth > 0 || names.cpp == "SuperProperties")
         keyword(schema, key, value, names);
-    refuseContradictions(place, schema);
+    if (!schema.values.empty() && !(schema.least.word + schema.most.word + schema.pattern).empty())
+      refuse(place, "an enumeration has neither a pattern nor lengths");
     if (!names.areOfEvent && schema.properties.empty() && !find(json, "additionalProperties"))
       schema.isOpen = true;
     if (schema.type == Type::list && schema.element.empty()) schema.element.emplace_back();
@@ -258,30 +261,17 @@ class Reader {
   }
 
   void readBound(Schema& schema, const Value& key, const Value& value, bool isOfNumber) {
-    if (isOfNumber ? value.IsNumber() : value.IsUint())
-      schema.bounds[key.GetString()] = value.GetDouble();
-    else
-      refuse(key, isOfNumber ? "this has to be a number" : "this has to be a count");
-  }
-
-  void refuseContradictions(const Value& place, const Schema& schema) {
-    const auto bound = [&](const char* word) { return schema.bounds.find(word); };
-    const auto none = schema.bounds.end();
-    for (const auto& [least, most] : {std::pair("minimum", "maximum"),
-                                      {"exclusiveMinimum", "exclusiveMaximum"},
-                                      {"minLength", "maxLength"},
-                                      {"minItems", "maxItems"}})
-      if (bound(least) != none && bound(most) != none &&
-          (bound(least)->second > bound(most)->second ||
-           (bound(least)->second == bound(most)->second && *least == 'e')))
-        refuse(place, std::string(least) + " and " + most + " leave no value");
-    if (!schema.values.empty() && (!schema.bounds.empty() || !schema.pattern.empty()))
-      refuse(place, "an enumeration has neither a pattern nor lengths");
-    // RapidJSON's validator takes one bound of each side.
-    for (const auto& [bound1, bound2] :
-         {std::pair("minimum", "exclusiveMinimum"), {"maximum", "exclusiveMaximum"}})
-      if (bound(bound1) != none && bound(bound2) != none)
-        refuse(place, std::string("say \"") + bound2 + "\" alone");
+    if (isOfNumber ? !value.IsNumber() : !value.IsUint())
+      return refuse(key, isOfNumber ? "this has to be a number" : "this has to be a count");
+    const std::string word(view(key));
+    const bool isLeast = word.find("ax") == word.npos;
+    Bound& bound = isLeast ? schema.least : schema.most;
+    if (!bound.word.empty()) return refuse(key, "say " + word + " or " + bound.word + ", not both");
+    double end = value.GetDouble();
+    if (word[0] == 'e') end = std::nextafter(end, -bound.end);
+    if (schema.type == Type::integer) end = isLeast ? std::ceil(end) : std::floor(end);
+    bound = {word, value.GetDouble(), end};
+    if (schema.least.end > schema.most.end) refuse(key, "the bounds leave no value");
   }
 
   void readValues(Schema& schema, const Value& key, const Value& json, bool isConstant,
@@ -388,8 +378,8 @@ std::string Schema::text() const {
   for (const std::string& value : values)
     text += (text.empty() ? "" : &value == &values.back() ? " or " : ", ") + inQuotes(value);
   std::string limits = pattern.empty() ? "" : "pattern " + inQuotes(pattern);
-  for (const auto& [word, bound] : bounds)
-    limits += (limits.empty() ? "" : ", ") + word + ' ' + numberText(bound);
+  for (const auto& [word, value, end] : {least, most})
+    if (!word.empty()) limits += (limits.empty() ? "" : ", ") + word + ' ' + numberText(value);
   return limits.empty() ? text : text + " (" + limits + ')';
 }
 

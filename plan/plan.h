@@ -2,8 +2,8 @@
 // collector read and check it alike.
 #pragma once
 
+#include <cmath>
 #include <cstddef>
-#include <map>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -21,16 +21,23 @@ enum class Type { any, text, integer, number, boolean, date, uri, list, object }
 struct Property;
 class Validator;
 
+/// One of a number, or of the length of a text or a list.
+struct Bound {
+  std::string word;  // such as "exclusiveMinimum"; empty if there is none
+  double value = 0;  // as the plan says it
+  double end = 0;    // the last that is allowed
+};
+
 /// What a value may be.
 struct Schema {
   Type type = Type::any;
   std::string description;
-  std::vector<std::string> values;       // of an enumeration, whose type is text
-  std::map<std::string, double> bounds;  // such as "minimum"; an exclusive one as a number
-  std::string pattern;                   // as the plan says it
-  std::vector<Property> properties;      // of an object, in the plan's order
-  bool isOpen = false;                   // an object with further properties
-  std::vector<Schema> element;           // of a list: one schema
+  std::vector<std::string> values;  // of an enumeration, whose type is text
+  Bound least{{}, 0, -HUGE_VAL}, most{{}, 0, HUGE_VAL};
+  std::string pattern;               // as the plan says it
+  std::vector<Property> properties;  // of an object, in the plan's order
+  bool isOpen = false;               // an object with further properties
+  std::vector<Schema> element;       // of a list: one schema
 
   /// In words, such as "number (minimum 0)".
   std::string text() const;
@@ -58,8 +65,15 @@ struct Faults : std::runtime_error {
 };
 
 /// What tests can cover: the name of an event, the path of an optional property, a value of an
-/// enumeration. The first character says which: 'e', 'p' or 'v'.
+/// enumeration. The first character says which: 'e', 'p' or 'v'. Tabs, which no name has, separate
+/// names: "pevent\tproperty", "vevent\tproperty\t= value".
 using Coverage = std::set<std::string>;
+
+/// What records have shown so far.
+struct Checked {
+  Coverage covered;
+  std::set<std::string> complaints;  // about what: each is made once, whatever the values
+};
 
 struct Plan {
   std::string nameSpace;
@@ -72,9 +86,8 @@ struct Plan {
 
   /// What is not as planned in an event as it is sent, as JSON. Each text names the event, or says
   /// that it is about super properties, the property, what was sent and what was planned. The
-  /// library's own events and properties are always as planned. Adds what the event covers. Not
-  /// thread-safe.
-  std::vector<std::string> check(std::string_view record, Coverage& covered) const;
+  /// library's own events and properties are always as planned. Not thread-safe.
+  std::vector<std::string> check(std::string_view record, Checked& checked) const;
 
   /// Everything that tests can cover.
   Coverage coverable() const;

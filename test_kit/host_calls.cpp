@@ -147,13 +147,9 @@ void World::Implementation::recorded(const Event& event) {
         complain(recorded.name + " nests more than " + std::to_string(internal::kMaxNesting) +
                  " deep; what is deeper was left out.");
   }
-  if (plan_) checkPlan(event.json);
+  if (plan_)
+    for (const std::string& violation : plan_->check(event.json, checked_)) complain(violation);
   waiting_.push_back(std::move(recorded));
-}
-
-void World::Implementation::checkPlan(std::string_view record) {
-  for (const std::string& violation : plan_->check(record, covered_))
-    if (violations_.insert(violation).second) complain(violation);
 }
 
 std::string World::Implementation::install(PosixOptions options, std::string error,

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <exception>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <optional>
@@ -168,7 +169,6 @@ class World::Implementation final : public internal::CallObserver,
   void arrive(const WorldNetwork::Post& post, const Answer& answer,
               std::optional<internal::Rest> rest);
   void beginBatch(std::string_view body);
-  void noteHeartbeat(const std::string& body);
   void complain(const std::string& text);
   // Calls `callback`; complains of what it throws, and throws it again.
   template <class Callback>
@@ -183,8 +183,6 @@ class World::Implementation final : public internal::CallObserver,
       throw;
     }
   }
-  void checkPlan(std::string_view record);
-  void writeCoverage() const;
   // Runs `report` at once on the main thread; else posts it to the main run loop.
   void onMainThread(std::function<void()> report);
   void post(std::string_view notification);
@@ -216,8 +214,8 @@ class World::Implementation final : public internal::CallObserver,
   std::vector<std::string> trimmed_;   // names of events that the queue dropped, as far as known
   Statistics statistics_;              // taken at the end
   std::optional<planning::Plan> plan_;
-  planning::Coverage covered_;
-  std::set<std::string> violations_;  // that have been complaints
+  planning::Checked checked_;
+  std::ofstream coverage_;
   std::map<std::string, double> initialSettings_;
 
   std::atomic<bool> isShutDown_{false};  // a shutdown or the end has begun; reports do nothing

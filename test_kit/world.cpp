@@ -72,21 +72,12 @@ void World::Implementation::end() {
     std::ofstream(file + ".jsonl") << trace();
     std::ofstream(file + ".posts") << recorder_.posts();
   }
-  writeCoverage();
+  for (const std::string& item : checked_.covered) coverage_ << item << '\n';
+  coverage_.close();
   Veltrano::isLoggerEnabled = false;
   network_.drop();  // before the library, which its callbacks use
   substitute_.reset();
   simulated_.notificationCenter.drop();
-}
-
-void World::Implementation::writeCoverage() const {
-  const char* const directory = std::getenv("VELTRANO_PLAN_COVERAGE");
-  if (directory == nullptr || !plan_) return;
-  std::error_code ignored;
-  std::filesystem::create_directories(directory, ignored);
-  // Appends, because another process may have had the same id.
-  std::ofstream out(std::string(directory) + '/' + std::to_string(getpid()), std::ios::app);
-  for (const std::string& item : covered_) out << item << '\n';
 }
 
 void World::Implementation::complain(const std::string& text) {
@@ -283,6 +274,15 @@ void World::usePlan(const std::string& file) {
   } catch (const planning::Faults& faults) {
     throw Error(faults.what());
   }
+  const char* const directory = std::getenv("VELTRANO_PLAN_COVERAGE");
+  if (directory == nullptr) return;
+  std::error_code ignored;
+  std::filesystem::create_directories(directory, ignored);
+  const std::string notes = std::string(directory) + '/' + std::to_string(getpid());
+  // Appends, because another process may have had the same id.
+  implementation_->coverage_ = std::ofstream(notes, std::ios::app);
+  if (!implementation_->coverage_)
+    throw Error("VELTRANO_PLAN_COVERAGE: " + notes + " cannot be written.");
 }
 
 void World::end() {

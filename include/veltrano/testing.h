@@ -447,11 +447,12 @@ class World {
   void writeTrace(const std::string& file) const;
 
   /// Compares every event that is recorded from now on with the tracking plan in `file`: what is
-  /// not planned, missing or wrong becomes a complaint, among super properties once. Throws `Error`
-  /// with the plan's faults.
+  /// not planned, missing or wrong becomes a complaint, each property for each reason once. Throws
+  /// `Error` with the plan's faults.
   ///
   /// If the environment variable VELTRANO_PLAN_COVERAGE names a directory, the world notes there,
-  /// at its end, what it has seen of the plan; `veltrano-plan coverage` sums that up.
+  /// at its end, what it has seen of the plan; `veltrano-plan coverage` sums that up. Throws
+  /// `Error` if it cannot write there.
   void usePlan(const std::string& file);
 
   /// Ends the world, as its destructor does. What it has seen stays available. Throws `Error` in a

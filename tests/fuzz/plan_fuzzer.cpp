@@ -14,10 +14,10 @@ namespace {
 // What is inferred is sound, and what it was inferred of is as planned.
 void checkInferred(const std::string& record) {
   std::vector<std::string> leftOut;
-  Coverage covered;
+  Checked checked;
   try {
     const std::string plan = inferred("{\"body\":[" + record + "]}", "inferred", leftOut);
-    if (!Plan::parse(plan, "inferred").check(record, covered).empty()) std::abort();
+    if (!Plan::parse(plan, "inferred").check(record, checked).empty()) std::abort();
   } catch (const Faults&) {
     std::abort();
   } catch (const std::runtime_error&) {  // no record
@@ -38,12 +38,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         !differences(plan, plan).empty() || coverageReport(plan, plan.coverable()).percent != 100)
       std::abort();
     if (plan.events.empty() || end == size) return 0;
-    Coverage covered;
+    Checked checked;
     const std::string properties = text.substr(end + 1);
     const std::string record =
         "{\"event\":" + inQuotes(plan.events[0].name) + ",\"properties\":{" + properties + "}}";
-    plan.check(record, covered);
-    for (const std::string& item : covered)
+    plan.check(record, checked);
+    for (const std::string& item : checked.covered)
       if (plan.coverable().count(item) == 0) std::abort();
     checkInferred(record);
   } catch (const Faults& faults) {

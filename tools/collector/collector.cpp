@@ -135,9 +135,9 @@ void Collector::accept(const WireRequest& request, const WireMessage& message, i
 Violations Collector::violationsOf(const WireMessage& message) {
   Violations violations;
   if (!plan_ || !message.body.IsArray()) return violations;
-  veltrano::planning::Coverage ignored;
   for (const std::string_view record : elementsOf(message.json)) {
-    violations.push_back(plan_->check(record, ignored));
+    veltrano::planning::Checked none;
+    violations.push_back(plan_->check(record, none));
     hasViolations_ |= !violations.back().empty();
   }
   return violations;

@@ -1,6 +1,16 @@
 #include "tools/plan/commands.h"
 
 namespace veltrano::planning {
+namespace {
+
+std::string shown(const std::string& item) {
+  std::string text;
+  for (auto c = item.begin() + 1; c != item.end(); ++c)
+    text += *c != '\t' ? *c : c[1] == '=' ? ' ' : '.';
+  return text;
+}
+
+}  // namespace
 
 CoverageReport coverageReport(const Plan& plan, const Coverage& covered) {
   struct Kind {
@@ -19,7 +29,7 @@ CoverageReport coverageReport(const Plan& plan, const Coverage& covered) {
     std::vector<std::string> never;
     for (const std::string& item : coverable) {
       count += item[0] == mark;
-      if (item[0] == mark && covered.count(item) == 0) never.push_back(item.substr(1));
+      if (item[0] == mark && covered.count(item) == 0) never.push_back(shown(item));
     }
     seen += count - never.size();
     const std::string tested = std::to_string(count - never.size());

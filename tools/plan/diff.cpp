@@ -19,7 +19,13 @@ class Comparison {
     else
       narrower = missing(older.values, newer.values, " without "),
       wider = missing(newer.values, older.values, " with ");
-    compareBounds(older.bounds, newer.bounds, narrower, wider);
+    for (Bound Schema::*const side : {&Schema::least, &Schema::most}) {
+      const Bound &was = older.*side, &is = newer.*side;
+      if (was.word == is.word && was.value == is.value) continue;
+      const bool isWider = side == &Schema::least ? is.end <= was.end : is.end >= was.end;
+      (isWider ? wider : narrower) +=
+          ' ' + (is.word.empty() ? "no " + was.word : is.word + ' ' + numberText(is.value));
+    }
     if (older.pattern != newer.pattern)
       newer.pattern.empty() ? wider += " no pattern"
                             : narrower += " pattern " + inQuotes(newer.pattern);
@@ -74,27 +80,6 @@ class Comparison {
       if (std::find(among.begin(), among.end(), value) == among.end())
         missing += word + inQuotes(value);
     return missing;
-  }
-
-  static void compareBounds(std::map<std::string, double> older,
-                            const std::map<std::string, double>& newer, std::string& narrower,
-                            std::string& wider) {
-    // An exclusive bound is one of the same side.
-    const auto sideOf = [](const std::string& word) {
-      return word[0] == 'e' ? 'm' + word.substr(std::string("exclusiveM").size()) : word;
-    };
-    for (const auto& bound : newer) {
-      const auto& [word, is] = bound;
-      const std::string side = sideOf(word);
-      const auto was = std::find_if(older.begin(), older.end(),
-                                    [&](const auto& it) { return sideOf(it.first) == side; });
-      const bool isNew = was == older.end(), isLeast = side.find("ax") == side.npos;
-      const bool isWider =
-          !isNew && (is == was->second ? word == side : (is < was->second) == isLeast);
-      if (isNew || *was != bound) (isWider ? wider : narrower) += ' ' + word + ' ' + numberText(is);
-      if (!isNew) older.erase(was);
-    }
-    for (const auto& [word, was] : older) wider += " no " + word;
   }
 };
 

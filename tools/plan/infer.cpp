@@ -6,6 +6,7 @@
 #include <rapidjson/stringbuffer.h>
 
 #include <algorithm>
+#include <map>
 #include <regex>
 #include <sstream>
 

@@ -42,8 +42,8 @@ void write(const Headers& headers, const fs::path& directory, const fs::path& fo
 Coverage coveredIn(const std::vector<std::string>& folders) {
   Coverage covered;
   for (const std::string& folder : folders)
-    for (const auto& entry : fs::directory_iterator(folder)) {
-      std::ifstream in(entry.path());
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+      std::ifstream in(entry.path());  // without lines, if a folder
       for (std::string line; std::getline(in, line);) covered.insert(line);
     }
   return covered;
