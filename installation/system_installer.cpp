@@ -19,32 +19,31 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
   RunLoop& mainRunLoop() override { return *mainRunLoop_; }
 
   void enter(ApplicationState state, std::string_view notification) override {
-    announcements_.announce(notification, [this, state] { application.setState(state); });
+    announcements_.announce(notification, [this, state] { reports.setState(state); });
   }
 
   void setInterfaceOrientation(int orientation) override {
-    announcements_.announce(kApplicationDidChangeStatusBarOrientation, [this, orientation] {
-      application.setInterfaceOrientation(orientation);
-    });
+    announcements_.announce(kApplicationDidChangeStatusBarOrientation,
+                            [this, orientation] { reports.setInterfaceOrientation(orientation); });
   }
 
   void setDeviceOrientation(int orientation) override {
     announcements_.announce(kDeviceOrientationDidChange,
-                            [this, orientation] { device.setOrientation(orientation); });
+                            [this, orientation] { reports.setDeviceOrientation(orientation); });
   }
 
-  void setScreenSize(ScreenSize size) override { device.setMainScreenSize(size); }
+  void setScreenSize(ScreenSize size) override { reports.setScreenSize(size); }
 
   void setCarrierName(std::optional<std::string> name) override {
-    telephony.setCarrierName(std::move(name));
+    reports.setCarrierName(std::move(name));
   }
 
   void setTrackingAuthorizationStatus(std::uint64_t status) override {
-    tracking.setTrackingAuthorizationStatus(status);
+    reports.setTrackingAuthorizationStatus(status);
   }
 
   void setAdvertisingIdentifier(std::optional<std::string> identifier) override {
-    dropExceptions([&] { identifiers.setAdvertisingIdentifier(std::move(identifier)); });
+    dropExceptions([&] { reports.setAdvertisingIdentifier(identifier); });
   }
 
   bool shutDown(std::chrono::steady_clock::time_point deadline) override {

@@ -15,9 +15,7 @@ PosixServices::PosixServices(PosixOptions options)
       standardOutput(std::move(options.logSink)),
       userDefaults(std::move(options.userDefaultsFile)),
       bundles(std::move(options.infoDictionary)),
-      application(static_cast<ApplicationState>(options.applicationState),
-                  options.interfaceOrientation),
-      device(std::move(options.systemName), std::move(options.systemVersion)),
+      reports(options, momentaryFacts),
       urlSession({.wallClock = &clock,
                   .certificateAuthorities = std::move(options.certificateAuthorities),
                   .pinnedPublicKey = std::move(options.pinnedPublicKey),
@@ -26,13 +24,7 @@ PosixServices::PosixServices(PosixOptions options)
                   .onTransfer = std::move(options.onTransfer),
                   .interceptorsMayBlock = bool(options.sessionToken),
                   .onNetworkChange = [this] { connectivity.look(); }}),
-      tokenRepository(std::move(options.sessionToken)) {
-  device.setMainScreenSize({options.screenWidth, options.screenHeight});
-  device.setOrientation(options.deviceOrientation);
-  telephony.setCarrierName(std::move(options.carrierName));
-  tracking.setTrackingAuthorizationStatus(options.trackingAuthorizationStatus);
-  identifiers.setAdvertisingIdentifier(std::move(options.advertisingIdentifier));
-}
+      tokenRepository(std::move(options.sessionToken)) {}
 
 Platform PosixServices::platform() {
   return {
@@ -47,11 +39,11 @@ Platform PosixServices::platform() {
       .userDefaults = &userDefaults,
       .randomSource = &randomSource,
       .bundles = &bundles,
-      .application = &application,
-      .device = &device,
-      .telephony = &telephony,
-      .trackingManager = &tracking,
-      .identifierManager = &identifiers,
+      .application = &reports,
+      .device = &reports,
+      .telephony = &reports,
+      .trackingManager = &reports,
+      .identifierManager = &reports,
       .momentaryFacts = &momentaryFacts,
       .connectivity = &connectivity,
       .urlSession = &urlSession,

@@ -60,12 +60,8 @@ struct PosixServices {
   PosixUserDefaults userDefaults;
   PosixRandomSource randomSource;
   PosixBundles bundles;
-  PosixApplication application;
-  PosixDevice device;
   MomentaryFacts momentaryFacts;
-  PosixTelephony telephony{momentaryFacts};
-  PosixTracking tracking{momentaryFacts};
-  PosixIdentifiers identifiers;
+  HostReports reports;
   PosixConnectivity connectivity{momentaryFacts};
   PosixURLSession urlSession;
   ZKAuthTokenRepository tokenRepository;

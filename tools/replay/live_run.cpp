@@ -15,32 +15,33 @@
 #include "tracker/library.h"
 
 namespace replay {
+
+using namespace veltrano::internal;
+
 namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
 // Traces each post and forwards it.
-class TracingURLSession final : public veltrano::internal::ZKURLSessionManager {
+class TracingURLSession final : public ZKURLSessionManager {
  public:
-  TracingURLSession(Trace& trace, veltrano::internal::ZKURLSessionManager& session)
+  TracingURLSession(Trace& trace, ZKURLSessionManager& session)
       : trace_(trace), session_(session) {}
 
-  void postData(veltrano::internal::PostRequest request,
-                veltrano::internal::URLSessionCallback callback) override {
+  void postData(PostRequest request, URLSessionCallback callback) override {
     trace_.addPost(request);
     session_.postData(std::move(request), std::move(callback));
   }
 
  private:
   Trace& trace_;
-  veltrano::internal::ZKURLSessionManager& session_;
+  ZKURLSessionManager& session_;
 };
 
 // Traces each write and forwards it.
-class TracingDefaults final : public veltrano::internal::UserDefaults {
+class TracingDefaults final : public UserDefaults {
  public:
-  TracingDefaults(Trace& trace, veltrano::internal::UserDefaults& defaults)
-      : trace_(trace), defaults_(defaults) {}
+  TracingDefaults(Trace& trace, UserDefaults& defaults) : trace_(trace), defaults_(defaults) {}
 
   double doubleForKey(std::string_view key) const override { return defaults_.doubleForKey(key); }
   bool isStored(double value, std::string_view key) const override {
@@ -53,11 +54,11 @@ class TracingDefaults final : public veltrano::internal::UserDefaults {
 
  private:
   Trace& trace_;
-  veltrano::internal::UserDefaults& defaults_;
+  UserDefaults& defaults_;
 };
 
 // Reports Wi-Fi as the scenario says.
-class ScriptedConnectivity final : public veltrano::internal::ZKConnectivityManager {
+class ScriptedConnectivity final : public ZKConnectivityManager {
  public:
   bool isReachableOnWiFi() const override { return isOnWiFi; }
 
@@ -72,9 +73,7 @@ veltrano::PosixOptions posixOptions(const Configuration& configuration, const Li
   posix.infoDictionary = configuration.bundles.mainInfo;
   posix.certificateAuthorities = options.certificateAuthorities;
   if (!options.token.empty()) posix.sessionToken = [token = options.token] { return token; };
-  posix.logSink = [&trace](std::string_view line) {
-    trace.add("log", veltrano::internal::json(line));
-  };
+  posix.logSink = [&trace](std::string_view line) { trace.add("log", json(line)); };
   posix.systemName = configuration.device.name;
   posix.systemVersion = configuration.device.version;
   posix.screenWidth = configuration.device.screen.width;
@@ -90,8 +89,8 @@ class LiveEnvironment final : public Environment {
       : trace_([this] { return now(); }, write, bodies),
         posix_(posixOptions(configuration, options, trace_)) {}
 
-  veltrano::internal::Platform services() {
-    veltrano::internal::Platform platform = posix_.platform();
+  Platform services() {
+    Platform platform = posix_.platform();
     platform.userDefaults = &defaults_;
     platform.connectivity = &connectivity_;
     platform.urlSession = &session_;
@@ -104,38 +103,34 @@ class LiveEnvironment final : public Environment {
 
   void change(const DeviceChange& change) override {
     if (change.isOnWiFi) connectivity_.isOnWiFi = *change.isOnWiFi;
-    if (change.carrier) posix_.telephony.setCarrierName(*change.carrier);
+    if (change.carrier) posix_.reports.setCarrierName(*change.carrier);
     if (change.trackingStatus)
-      posix_.tracking.setTrackingAuthorizationStatus(*change.trackingStatus);
+      posix_.reports.setTrackingAuthorizationStatus(*change.trackingStatus);
     if (change.advertisingIdentifier)
-      posix_.identifiers.setAdvertisingIdentifier(change.advertisingIdentifier);
+      posix_.reports.setAdvertisingIdentifier(change.advertisingIdentifier);
   }
 
-  void setApplicationState(veltrano::internal::ApplicationState state) override {
-    posix_.application.setState(state);
-  }
+  void setApplicationState(ApplicationState state) override { posix_.reports.setState(state); }
   void setInterfaceOrientation(int value) override {
-    posix_.application.setInterfaceOrientation(value);
+    posix_.reports.setInterfaceOrientation(value);
   }
-  void setDeviceOrientation(int value) override { posix_.device.setOrientation(value); }
+  void setDeviceOrientation(int value) override { posix_.reports.setDeviceOrientation(value); }
   void postNotification(const std::string& name) override { posix_.notificationCenter.post(name); }
 
   // Live scenarios have no such steps.
-  void setAnswer(const std::string&, const veltrano::internal::SimulatedAnswer&) override {}
-  void jumpClock(veltrano::internal::Duration) override {}
+  void setAnswer(const std::string&, const SimulatedAnswer&) override {}
+  void jumpClock(Duration) override {}
 
   void runWithoutRunLoop(const std::function<void()>& action) override {
     std::thread(action).join();
   }
 
  private:
-  veltrano::internal::Duration now() const {
-    return std::chrono::duration_cast<veltrano::internal::Duration>(SteadyClock::now() - start_);
-  }
+  Duration now() const { return std::chrono::duration_cast<Duration>(SteadyClock::now() - start_); }
 
   const SteadyClock::time_point start_ = SteadyClock::now();
   Trace trace_;
-  veltrano::internal::PosixServices posix_;
+  PosixServices posix_;
   TracingDefaults defaults_{trace_, posix_.userDefaults};
   ScriptedConnectivity connectivity_;
   TracingURLSession session_{trace_, posix_.urlSession};
@@ -152,11 +147,11 @@ void runLive(const Scenario& scenario, const LiveOptions& options, const Trace::
 
   // Never destroyed: the library's threads use it until the process ends.
   auto& environment = *new LiveEnvironment(scenario.configuration, complete, write, bodies);
-  bool shouldContinue = veltrano::internal::Library::install(environment.services());
+  bool shouldContinue = Library::install(environment.services());
   auto& loop = veltrano::RunLoop::current();
   for (const Step& step : scenario.steps) {
     if (!shouldContinue) break;
-    loop.runUntil(veltrano::internal::dueTime(environment.start(), step.at));
+    loop.runUntil(dueTime(environment.start(), step.at));
     for (const Action& action : step.actions) action(environment);
     shouldContinue = !step.isEnd;
   }

@@ -8,41 +8,52 @@
 
 namespace veltrano::internal {
 
-PosixDevice::PosixDevice(std::optional<std::string> systemName,
-                         std::optional<std::string> systemVersion) {
+HostReports::HostReports(const PosixOptions& options, MomentaryFacts& facts)
+    : facts_(facts),
+      state_(static_cast<ApplicationState>(options.applicationState)),
+      interfaceOrientation_(options.interfaceOrientation),
+      deviceOrientation_(options.deviceOrientation),
+      screenSize_{options.screenWidth, options.screenHeight} {
   utsname names = {};
   uname(&names);
-  systemName_ = systemName ? std::move(*systemName) : names.sysname;
-  systemVersion_ = systemVersion ? std::move(*systemVersion) : names.release;
+  systemName_ = options.systemName.value_or(names.sysname);
+  systemVersion_ = options.systemVersion.value_or(names.release);
   machine_ = names.machine;
+  setCarrierName(options.carrierName);
+  setTrackingAuthorizationStatus(options.trackingAuthorizationStatus);
+  setAdvertisingIdentifier(options.advertisingIdentifier);
 }
 
-void PosixDevice::setMainScreenSize(ScreenSize size) {
+void HostReports::setScreenSize(ScreenSize size) {
   const Lock lock(mutex_);
   screenSize_ = size;
 }
 
-ScreenSize PosixDevice::mainScreenSize() const {
+void HostReports::setCarrierName(std::optional<std::string> name) {
+  const Lock lock(mutex_);
+  carrierName_ = std::move(name);
+  facts_.hasCarrierName = carrierName_.has_value();
+}
+
+void HostReports::setAdvertisingIdentifier(const std::optional<std::string>& identifier) {
+  auto canonical = identifier ? canonicalUUID(*identifier) : std::nullopt;
+  const Lock lock(mutex_);
+  identifier_ = std::move(canonical);
+}
+
+ScreenSize HostReports::mainScreenSize() const {
   const Lock lock(mutex_);
   return screenSize_;
 }
 
-void ReportedText::set(std::optional<std::string> text) {
+std::optional<std::string> HostReports::carrierName() const {
   const Lock lock(mutex_);
-  text_.swap(text);
+  return carrierName_;
 }
 
-std::optional<std::string> ReportedText::get() const {
+std::string HostReports::advertisingIdentifier() const {
   const Lock lock(mutex_);
-  return text_;
-}
-
-void PosixIdentifiers::setAdvertisingIdentifier(std::optional<std::string> identifier) {
-  identifier_.set(identifier ? canonicalUUID(*identifier) : std::nullopt);
-}
-
-std::string PosixIdentifiers::advertisingIdentifier() const {
-  return identifier_.get().value_or(ASIdentifierManager::advertisingIdentifier());
+  return identifier_.value_or(ASIdentifierManager::advertisingIdentifier());
 }
 
 }  // namespace veltrano::internal
