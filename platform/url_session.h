@@ -14,8 +14,8 @@
 
 namespace veltrano::internal {
 
-/// Request methods, with the networking framework's ordinals.
-enum class HTTPMethod { get = 0, post = 1 };
+/// The one request method in use, with the networking framework's ordinal.
+enum class HTTPMethod { post = 1 };
 
 /// An outgoing request, as an interceptor sees it.
 struct URLRequest {

@@ -48,9 +48,8 @@ void Trace::add(std::string_view key, const std::string& json, const std::string
 }
 
 void Trace::addPost(const veltrano::internal::PostRequest& request) {
-  const bool isPost = request.httpMethod == veltrano::internal::HTTPMethod::post;
   add("post", jsonObject({{"url", json(request.baseURL)},
-                          {"method", json(isPost ? "POST" : "GET")},
+                          {"method", json("POST")},
                           {"query", textsJSON(request.qsParameters)},
                           {"headers", textsJSON(request.headerParameters)},
                           {"body", bodies_ == Bodies::decoded ? decodedBody(request.httpBody)

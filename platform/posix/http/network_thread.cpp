@@ -394,7 +394,6 @@ void NetworkThread::prepare(const Endpoint& endpoint, Post& post) {
   PostRequest& request = post.request;
   post.began = Clock::now();
   post.attempt = {{urlWithQuery(request.baseURL, request.qsParameters), request.headerParameters},
-                  request.httpMethod,
                   &request.httpBody,
                   {},
                   {}};

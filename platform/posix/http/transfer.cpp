@@ -128,13 +128,9 @@ void HTTPTransfer::setRequestOptions() {
   set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_1_1});
   set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
   set(CURLOPT_FOLLOWLOCATION, 0L);
-  if (attempt_.method == HTTPMethod::post) {
-    set(CURLOPT_POST, 1L);
-    set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(attempt_.body->size()));
-    set(CURLOPT_POSTFIELDS, attempt_.body->c_str());
-  } else {
-    set(CURLOPT_HTTPGET, 1L);
-  }
+  set(CURLOPT_POST, 1L);
+  set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(attempt_.body->size()));
+  set(CURLOPT_POSTFIELDS, attempt_.body->c_str());
 
   for (const auto& line : headerLines(attempt_.request.headers)) addLine(headers_, line.c_str());
   addLine(headers_, "Content-Type:");  // removes the headers that libcurl adds
@@ -160,11 +156,11 @@ void HTTPTransfer::addLine(std::unique_ptr<curl_slist, void (*)(curl_slist*)>& l
   list.reset(longer);
 }
 
-bool HTTPTransfer::hasSentEverything() const {
-  if (attempt_.method != HTTPMethod::post) return true;
-  curl_off_t sent = 0;
-  curl_easy_getinfo(easy_.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
-  return static_cast<std::size_t>(sent) >= attempt_.body->size();
+template <class Type>
+std::uint64_t HTTPTransfer::count(CURLINFO info) const {
+  Type bytes = 0;
+  curl_easy_getinfo(easy_.get(), info, &bytes);
+  return static_cast<std::uint64_t>(bytes);
 }
 
 // The bytes of the connection so far, earlier responses included.
@@ -267,7 +263,9 @@ std::size_t HTTPTransfer::receiveHeader(char* bytes, std::size_t, std::size_t co
   }
   curl_easy_getinfo(self.easy_.get(), CURLINFO_RESPONSE_CODE, &status);
   if (status >= 200 && !self.statusCode_) {
-    if (!self.hasSentEverything()) return self.cutOff(CURLE_WEIRD_SERVER_REPLY);
+    const bool hasSentEverything =
+        self.count<curl_off_t>(CURLINFO_SIZE_UPLOAD_T) >= self.attempt_.body->size();
+    if (!hasSentEverything) return self.cutOff(CURLE_WEIRD_SERVER_REPLY);
     self.statusCode_ = static_cast<int>(status);
   }
   return count;
@@ -282,13 +280,6 @@ std::size_t HTTPTransfer::receive(char* bytes, std::size_t, std::size_t count, v
     return self.cutOff(CURLE_OUT_OF_MEMORY);
   }
   return count;
-}
-
-template <class Type>
-std::uint64_t HTTPTransfer::count(CURLINFO info) const {
-  Type bytes = 0;
-  curl_easy_getinfo(easy_.get(), info, &bytes);
-  return static_cast<std::uint64_t>(bytes);
 }
 
 TransferResult HTTPTransfer::result(CURLcode code, WallTime now) {

@@ -17,7 +17,6 @@ namespace veltrano::internal {
 /// One attempt at a request.
 struct Attempt {
   URLRequest request;
-  HTTPMethod method = HTTPMethod::post;
   const std::string* body = nullptr;
   std::vector<std::string> addresses;  // of the host and the proxy; see NameLookup
   std::chrono::steady_clock::time_point deadline;
@@ -62,7 +61,6 @@ class HTTPTransfer {
   void setSecurityOptions(const URLSessionOptions& options);
   void setRequestOptions();
   void addLine(std::unique_ptr<curl_slist, void (*)(curl_slist*)>& list, const char* line);
-  bool hasSentEverything() const;
   bool hasReusedDeadConnection(int localPort) const;
   std::uint64_t encryptedBytesRead() const;
   std::size_t cutOff(CURLcode reason);
