@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "encoding/time.h"
 
@@ -15,13 +16,19 @@ class Session {
 
   /// Uses the session at `now`. Starts a new one, with `newID`, before the first use and when the
   /// last one is further away than the timeout, in either direction.
-  void use(WallTime now, std::string newID);
+  void use(WallTime now, std::string newID) {
+    if (!lastTimeUsed_ || std::chrono::abs(now - *lastTimeUsed_) > kInactivityTimeout) {
+      id_ = std::move(newID);
+      timeCreated_ = now;
+    }
+    lastTimeUsed_ = now;
+  }
 
   /// The current session's identifier; empty before the first use.
   const std::string& id() const { return id_; }
 
   /// The time between the session's start and `now`, in either direction.
-  Duration durationAt(WallTime now) const;
+  Duration durationAt(WallTime now) const { return std::chrono::abs(now - timeCreated_); }
 
  private:
   std::string id_;

@@ -43,6 +43,14 @@ class WorkItem {
   std::atomic<bool> cancelled_{false};
 };
 
+/// A delayed item in the form in which it is submitted when it is due: that allocates nothing.
+struct DelayedBlock final : Block {
+  explicit DelayedBlock(std::shared_ptr<WorkItem> work) : item(std::move(work)) {}
+  void run() override { item->run(); }
+
+  const std::shared_ptr<WorkItem> item;
+};
+
 /// Counts pending work, so that a thread can wait until all of it is done. Thread-safe.
 class DispatchGroup {
  public:

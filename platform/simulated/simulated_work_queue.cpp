@@ -4,14 +4,6 @@
 
 namespace veltrano::internal {
 
-void SimulatedWorkQueue::async(std::unique_ptr<Block> block) {
-  submit({std::move(block), {}, nullptr});
-}
-
-void SimulatedWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) {
-  submit({nullptr, delay, std::move(item)});
-}
-
 void SimulatedWorkQueue::submit(Submission submission) {
   {
     const Lock lock(mutex_);
@@ -30,14 +22,9 @@ void SimulatedWorkQueue::accept(Submission submission) {
     if (submission.block != nullptr) submission.block->drop();
     return;
   }
-  struct ItemBlock final : Block {
-    explicit ItemBlock(std::shared_ptr<WorkItem> work) : item(std::move(work)) {}
-    void run() override { item->run(); }
-    const std::shared_ptr<WorkItem> item;
-  };
   ready_.push_back(submission.block != nullptr
                        ? std::move(submission.block)
-                       : std::make_unique<ItemBlock>(std::move(submission.item)));
+                       : std::make_unique<DelayedBlock>(std::move(submission.item)));
   becomeReady();
 }
 
@@ -82,10 +69,6 @@ void SimulatedWorkQueue::stop() {
     ready_.pop_front();
     dropped->drop();
   }
-}
-
-void SimulatedWorkQueue::becomeReady() {
-  if (!isParked_ && !std::exchange(takesTurns_, true)) timeline_.makeReady(*this);
 }
 
 // Continues after a wait, or runs one block.

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "platform/mutex.h"
 #include "platform/simulated/timeline.h"
@@ -20,8 +21,10 @@ class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
   SimulatedWorkQueue& operator=(const SimulatedWorkQueue&) = delete;
 
   using WorkQueue::async;
-  void async(std::unique_ptr<Block> block) override;
-  void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override;
+  void async(std::unique_ptr<Block> block) override { submit({std::move(block), {}, nullptr}); }
+  void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override {
+    submit({nullptr, delay, std::move(item)});
+  }
   bool isNewest(const Block& block) const override;
   void wait(DispatchGroup& group, std::function<void()> then) override;
 
@@ -42,7 +45,9 @@ class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
   bool takeOne() override;
   void submit(Submission submission);
   void accept(Submission submission);
-  void becomeReady();
+  void becomeReady() {
+    if (!isParked_ && !std::exchange(takesTurns_, true)) timeline_.makeReady(*this);
+  }
 
   Timeline& timeline_;
   std::deque<std::unique_ptr<Block>> ready_;

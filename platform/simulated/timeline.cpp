@@ -6,18 +6,6 @@
 
 namespace veltrano::internal {
 
-void Timeline::addStep(Duration time, Action action) {
-  add(time, Kind::step, std::move(action), true);
-}
-
-void Timeline::addFollowUp(Duration time, Action action) {
-  add(time, Kind::step, std::move(action));
-}
-
-void Timeline::schedule(Duration delay, Action action) {
-  add(now() + std::max(delay, Duration::zero()), Kind::scheduled, std::move(action));
-}
-
 void Timeline::add(Duration time, Kind kind, Action action, bool restartsBudget) {
   entries_.push_back({{time, kind, added_++}, std::move(action), restartsBudget});
   std::push_heap(entries_.begin(), entries_.end(), std::greater());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <deque>
@@ -33,13 +34,15 @@ class Timeline {
   std::function<bool()> isOnItsThread = [] { return true; };
 
   /// Adds an input from outside the system.
-  void addStep(Duration time, Action action);
+  void addStep(Duration time, Action action) { add(time, Kind::step, std::move(action), true); }
 
   /// Adds a step that counts towards the total that may follow the step before it.
-  void addFollowUp(Duration time, Action action);
+  void addFollowUp(Duration time, Action action) { add(time, Kind::step, std::move(action)); }
 
   /// Schedules work of the system itself.
-  void schedule(Duration delay, Action action);
+  void schedule(Duration delay, Action action) {
+    add(now() + std::max(delay, Duration::zero()), Kind::scheduled, std::move(action));
+  }
 
   /// Work that runs between entries.
   class Turns {

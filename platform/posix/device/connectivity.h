@@ -1,6 +1,9 @@
 #pragma once
 
+#include <new>
+
 #include "platform/device.h"
+#include "platform/posix/system/system.h"
 
 namespace veltrano::internal {
 
@@ -11,7 +14,13 @@ class PosixConnectivity final : public ZKConnectivityManager {
   explicit PosixConnectivity(MomentaryFacts& facts) : facts_(facts) { look(); }
 
   /// Call after each change of the network.
-  void look() noexcept;
+  void look() noexcept {
+    try {
+      facts_.isReachableOnWiFi = isOnWiFi();
+    } catch (const std::bad_alloc&) {
+      // Keeps the last result until the next change.
+    }
+  }
 
   bool isReachableOnWiFi() const override { return facts_.isReachableOnWiFi; }
 

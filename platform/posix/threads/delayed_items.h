@@ -2,7 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -11,14 +11,6 @@
 #include "platform/work_queue.h"
 
 namespace veltrano::internal {
-
-/// A delayed item in the form in which it is submitted when it is due: that allocates nothing.
-struct DelayedBlock final : Block {
-  explicit DelayedBlock(std::shared_ptr<WorkItem> work) : item(std::move(work)) {}
-  void run() override { item->run(); }
-
-  const std::shared_ptr<WorkItem> item;
-};
 
 /// Delayed work, ordered by due time. Not thread-safe. Returned items may own the host's objects:
 /// destroy them only while no lock is held.
@@ -42,19 +34,12 @@ class DelayedItems {
   /// order.
   [[nodiscard]] Item takeDue(Clock::time_point now);
 
-  std::size_t size() const { return heap_.size(); }
+  std::size_t size() const { return items_.size(); }
 
  private:
-  struct Entry {
-    Clock::time_point due;
-    std::uint64_t order;
-    Item item;
-  };
-  static bool isLater(const Entry& a, const Entry& b);
-  Item takeFirst();
+  Item takeFirst() { return std::move(items_.extract(items_.begin()).mapped()); }
 
-  std::vector<Entry> heap_;  // the earliest is in front
-  std::uint64_t nextOrder_ = 0;
+  std::multimap<Clock::time_point, Item> items_;  // keeps the order of those due at the same time
   std::size_t clearAt_ = 16;
 };
 

@@ -54,14 +54,6 @@ std::shared_ptr<PosixRunLoop> PosixRunLoop::ofThisThread() {
   return *own.release();
 }
 
-void PosixRunLoop::run() {
-  runUntilOptional(std::nullopt);
-}
-
-bool PosixRunLoop::runUntil(std::chrono::steady_clock::time_point deadline) {
-  return runUntilOptional(deadline);
-}
-
 bool PosixRunLoop::runUntilOptional(std::optional<Clock::time_point> deadline) {
   while (isOwnThread() && runPass(true)) {
     Lock lock(mutex_);
@@ -81,10 +73,6 @@ bool PosixRunLoop::runUntilOptional(std::optional<Clock::time_point> deadline) {
     }
   }
   return false;
-}
-
-void PosixRunLoop::runDue() {
-  if (isOwnThread()) runPass(false);
 }
 
 void PosixRunLoop::stop() {

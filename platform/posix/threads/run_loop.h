@@ -30,12 +30,16 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
 
   PosixRunLoop() = default;
 
-  void run() override;
-  bool runUntil(std::chrono::steady_clock::time_point deadline) override;
+  void run() override { runUntilOptional(std::nullopt); }
+  bool runUntil(std::chrono::steady_clock::time_point deadline) override {
+    return runUntilOptional(deadline);
+  }
   void stop() override;
   void perform(std::function<void()> function) override;
   int fileDescriptor() override;
-  void runDue() override;
+  void runDue() override {
+    if (isOwnThread()) runPass(false);
+  }
 
   std::shared_ptr<Timer> schedule(Duration delay, Duration tolerance, std::function<void()> action);
 
