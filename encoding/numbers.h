@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <concepts>
 #include <cstdint>
 #include <limits>
 #include <locale>
@@ -19,6 +20,15 @@ inline std::int64_t truncatedInteger(double number) {
   if (number >= 0x1p63) return std::numeric_limits<std::int64_t>::max();
   if (number < -0x1p63) return std::numeric_limits<std::int64_t>::min();
   return static_cast<std::int64_t>(number);
+}
+
+/// The integer that `text` consists of; empty if it is out of range.
+template <std::integral Number>
+std::optional<Number> wholeNumber(std::string_view text, int base = 10) {
+  Number number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+  const bool isWhole = error == std::errc() && end == text.data() + text.size();
+  return isWhole ? std::optional(number) : std::nullopt;
 }
 
 /// The number that `text` consists of, in decimal notation; empty if it is out of range.

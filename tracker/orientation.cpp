@@ -4,30 +4,6 @@
 #include "tracker/tracker.h"
 
 namespace veltrano::internal {
-namespace {
-
-std::string_view screenOrientationText(int interfaceOrientation) {
-  switch (interfaceOrientation) {
-    case 1:
-    case 2:
-      return "portrait";
-    case 3:
-    case 4:
-      return "landscape";
-    default:
-      return "unknown";
-  }
-}
-
-std::string_view deviceOrientationText(int deviceOrientation) {
-  constexpr std::string_view kTexts[] = {"unknown",       "portrait",       "portraitUpsideDown",
-                                         "landscapeLeft", "landscapeRight", "faceUp",
-                                         "faceDown"};
-  const bool isKnown = deviceOrientation > 0 && deviceOrientation < int{std::size(kTexts)};
-  return kTexts[isKnown ? deviceOrientation : 0];
-}
-
-}  // namespace
 
 void Tracker::handleDidChangeStatusBarOrientation() {
   log_("App orientation changed!");
@@ -54,11 +30,25 @@ void Tracker::recordOrientation(std::string_view event, std::string_view message
 }
 
 std::string Tracker::getScreenOrientation() const {
-  return std::string(screenOrientationText(platform_.application->interfaceOrientation()));
+  switch (platform_.application->interfaceOrientation()) {
+    case 1:
+    case 2:
+      return "portrait";
+    case 3:
+    case 4:
+      return "landscape";
+    default:
+      return "unknown";
+  }
 }
 
 std::string Tracker::getDeviceOrientation() const {
-  return std::string(deviceOrientationText(platform_.device->orientation()));
+  constexpr const char* kTexts[] = {"unknown",       "portrait",       "portraitUpsideDown",
+                                    "landscapeLeft", "landscapeRight", "faceUp",
+                                    "faceDown"};
+  const int orientation = platform_.device->orientation();
+  const bool isKnown = orientation > 0 && orientation < int{std::size(kTexts)};
+  return kTexts[isKnown ? orientation : 0];
 }
 
 }  // namespace veltrano::internal

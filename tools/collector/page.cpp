@@ -2,7 +2,6 @@
 
 #include <sys/socket.h>
 
-#include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -11,6 +10,7 @@
 #include <stdexcept>
 
 #include "encoding/json_text.h"
+#include "encoding/numbers.h"
 #include "tools/collector/page_files.h"
 
 namespace collector {
@@ -31,12 +31,8 @@ void answer(httplib::Response& response, int status, const std::string& text) {
 std::optional<std::uint64_t> integer(const httplib::Request& request, const char* name,
                                      std::uint64_t otherwise, std::uint64_t maximum) {
   if (!request.has_param(name)) return otherwise;
-  const std::string text = request.get_param_value(name);
-  const char* const end = text.data() + text.size();
-  std::uint64_t value = 0;
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end || value > maximum) return std::nullopt;
-  return value;
+  const auto value = veltrano::internal::wholeNumber<std::uint64_t>(request.get_param_value(name));
+  return value <= maximum ? value : std::nullopt;
 }
 
 // Refuses a request with another parameter than these, such as a misspelt one.

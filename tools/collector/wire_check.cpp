@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "encoding/base64.h"
+#include "encoding/uuid.h"
 
 namespace collector {
 namespace {
@@ -110,13 +111,9 @@ bool isAmong(const Value& value, const char* const (&texts)[n]) {
 }
 
 bool isUpperCaseUUID(const Value& value) {
-  constexpr std::string_view kForm = "XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX";
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
   if (!value.IsString()) return false;
   const std::string_view text(value.GetString(), value.GetStringLength());
-  return std::equal(text.begin(), text.end(), kForm.begin(), kForm.end(), [&](char c, char form) {
-    return form == 'X' ? kDigits.find(c) != kDigits.npos : c == form;
-  });
+  return veltrano::internal::canonicalUUID(text) == text;
 }
 
 struct HeartbeatProperty {

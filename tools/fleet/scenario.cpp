@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "encoding/numbers.h"
+
 namespace fleet {
 namespace {
 
@@ -88,10 +90,8 @@ Outage parseOutage(std::string_view text) {
 Failure parseFailure(std::string_view text) {
   for (const auto& [name, kind] : kFailures)
     if (text == name) return {kind, 0};
-  int status = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), status);
-  if (error != std::errc() || end != text.data() + text.size() || status < 100 || status > 599)
-    fail(text);
+  const int status = veltrano::internal::wholeNumber<int>(text).value_or(0);
+  if (status < 100 || status > 599) fail(text);
   return {Failure::Kind::status, status};
 }
 

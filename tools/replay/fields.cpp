@@ -1,6 +1,5 @@
 #include "tools/replay/fields.h"
 
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 
@@ -13,16 +12,23 @@ void require(bool condition, const char* otherwise) {
   if (!condition) throw ScenarioError(otherwise);
 }
 
-template <class Integer>
-void readInteger(const JSONValue& json, Integer& value) {
-  require(isInteger(json), "must be an integer");
-  const std::string_view text = textOf(json);
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  require(error == std::errc() && end == text.data() + text.size(), "is out of range");
+}  // namespace
+
+void read(const JSONValue& json, bool& value) {
+  require(json.IsBool(), "must be true or false");
+  value = json.GetBool();
 }
 
-template <class Real>
-void readReal(const JSONValue& json, Real& value) {
+template <std::integral Integer>
+void read(const JSONValue& json, Integer& value) {
+  require(isInteger(json), "must be an integer");
+  const auto parsed = veltrano::internal::wholeNumber<Integer>(textOf(json));
+  require(parsed.has_value(), "is out of range");
+  value = *parsed;
+}
+
+template <std::floating_point Real>
+void read(const JSONValue& json, Real& value) {
   require(isNumber(json), "must be a number");
   const std::string_view text = textOf(json);
   if (const auto parsed = veltrano::internal::decimalNumber<Real>(text)) {
@@ -34,32 +40,11 @@ void readReal(const JSONValue& json, Real& value) {
   }
 }
 
-}  // namespace
-
-void read(const JSONValue& json, bool& value) {
-  require(json.IsBool(), "must be true or false");
-  value = json.GetBool();
-}
-
-void read(const JSONValue& json, int& value) {
-  readInteger(json, value);
-}
-
-void read(const JSONValue& json, std::int64_t& value) {
-  readInteger(json, value);
-}
-
-void read(const JSONValue& json, std::uint64_t& value) {
-  readInteger(json, value);
-}
-
-void read(const JSONValue& json, float& value) {
-  readReal(json, value);
-}
-
-void read(const JSONValue& json, double& value) {
-  readReal(json, value);
-}
+template void read(const JSONValue&, int&);
+template void read(const JSONValue&, std::int64_t&);
+template void read(const JSONValue&, std::uint64_t&);
+template void read(const JSONValue&, float&);
+template void read(const JSONValue&, double&);
 
 void read(const JSONValue& json, std::string& value) {
   require(isString(json), "must be a string");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -15,11 +16,10 @@ namespace replay {
 
 // Each reads one value. Throws ScenarioError, which says what it must be, if it is something else.
 void read(const JSONValue& json, bool& value);
-void read(const JSONValue& json, int& value);
-void read(const JSONValue& json, std::int64_t& value);
-void read(const JSONValue& json, std::uint64_t& value);
-void read(const JSONValue& json, float& value);
-void read(const JSONValue& json, double& value);
+template <std::integral Integer>
+void read(const JSONValue& json, Integer& value);
+template <std::floating_point Real>
+void read(const JSONValue& json, Real& value);
 void read(const JSONValue& json, std::string& value);
 /// A number of seconds, rounded to microseconds.
 void read(const JSONValue& json, veltrano::internal::Duration& value);

@@ -2,11 +2,11 @@
 
 #include <unistd.h>
 
-#include <charconv>
 #include <cstdint>
 #include <optional>
 #include <vector>
 
+#include "encoding/numbers.h"
 #include "platform/posix/storage/files.h"
 #include "platform/posix/system/system.h"
 
@@ -29,13 +29,6 @@ Fields takeLine(std::string_view& text) {
     fields.push_back(line.substr(0, length));
     line.remove_prefix(fields.back().size());
   }
-}
-
-std::optional<std::uint32_t> numberIn(std::string_view text, int base) {
-  std::uint32_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
 }
 
 bool isZero(std::string_view digits) {
@@ -66,8 +59,8 @@ std::string defaultRouteInterface(std::string_view routes, const Layout& layout)
         !isZero(fields[layout.prefix])) {
       continue;
     }
-    const auto flags = numberIn(fields[layout.flags], 16);
-    const auto metric = numberIn(fields[layout.metric], layout.metricBase);
+    const auto flags = wholeNumber<std::uint32_t>(fields[layout.flags], 16);
+    const auto metric = wholeNumber<std::uint32_t>(fields[layout.metric], layout.metricBase);
     if (!flags || !metric || (*flags & (kUp | kReject)) != kUp) continue;
     if (bestMetric && *metric >= *bestMetric) continue;
     bestMetric = metric;
