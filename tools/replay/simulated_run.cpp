@@ -6,15 +6,13 @@
 
 namespace replay {
 
-using veltrano::internal::SimulatedPlatform;
+using namespace veltrano::internal;
 
 class SimulatedPlayer::SimulatedEnvironment final : public Environment {
  public:
   SimulatedEnvironment(const Trace::Write& write, Bodies bodies)
       : trace_([this] { return platform_.timeline.now(); }, write, bodies) {
-    platform_.output.onLine = [this](std::string_view line) {
-      trace_.add("log", veltrano::internal::json(line));
-    };
+    platform_.output.onLine = [this](std::string_view line) { trace_.add("log", json(line)); };
     platform_.network.onPost = [this](const auto& request) { trace_.addPost(request); };
     platform_.defaults.onWrite = [this](const auto& key, double value) {
       trace_.addDefault(key, value);
@@ -22,11 +20,11 @@ class SimulatedPlayer::SimulatedEnvironment final : public Environment {
   }
 
   SimulatedPlatform& platform() { return platform_; }
-  veltrano::internal::Library& library() { return library_; }
+  Library& library() { return library_; }
 
   void configure(const Configuration& configuration) {
     platform_.clock.start = configuration.startTime;
-    static_cast<veltrano::internal::DeviceFacts&>(platform_.device) = configuration.device;
+    static_cast<DeviceFacts&>(platform_.device) = configuration.device;
     platform_.bundles = configuration.bundles;
     platform_.defaults.values.insert(configuration.defaults.begin(), configuration.defaults.end());
   }
@@ -41,7 +39,7 @@ class SimulatedPlayer::SimulatedEnvironment final : public Environment {
     device.identifier = change.advertisingIdentifier.value_or(device.identifier);
   }
 
-  void setApplicationState(veltrano::internal::ApplicationState state) override {
+  void setApplicationState(ApplicationState state) override {
     platform_.device.applicationState = state;
   }
   void setInterfaceOrientation(int value) override { platform_.device.screenOrientation = value; }
@@ -49,11 +47,10 @@ class SimulatedPlayer::SimulatedEnvironment final : public Environment {
   void postNotification(const std::string& name) override {
     platform_.notificationCenter.post(name);
   }
-  void setAnswer(const std::string& path,
-                 const veltrano::internal::SimulatedAnswer& answer) override {
+  void setAnswer(const std::string& path, const SimulatedAnswer& answer) override {
     platform_.network.answers[path] = answer;
   }
-  void jumpClock(veltrano::internal::Duration distance) override { platform_.clock.jump(distance); }
+  void jumpClock(Duration distance) override { platform_.clock.jump(distance); }
 
   void runWithoutRunLoop(const std::function<void()>& action) override {
     platform_.timers.threadRunsRunLoop = false;
@@ -64,25 +61,24 @@ class SimulatedPlayer::SimulatedEnvironment final : public Environment {
  private:
   SimulatedPlatform platform_;
   Trace trace_;
-  veltrano::internal::Library library_{platform_.services()};
+  Library library_{platform_.services()};
 };
 
 SimulatedPlayer::SimulatedPlayer(const Trace::Write& write, Bodies bodies)
     : environment_(*new SimulatedEnvironment(write, bodies)) {
-  veltrano::internal::Library::exchangeCurrent(&environment_.library());
+  Library::exchangeCurrent(&environment_.library());
 }
 
 bool SimulatedPlayer::play(const Scenario& scenario) {
   environment_.configure(scenario.configuration);
-  veltrano::internal::Timeline& timeline = environment_.platform().timeline;
+  Timeline& timeline = environment_.platform().timeline;
   const auto start = timeline.begin();
   for (const Step& step : scenario.steps)
     timeline.addStep(start + step.at, [&] {
       for (const Action& action : step.actions) action(environment_);
       if (step.isEnd) timeline.stop();
     });
-  const auto last =
-      scenario.steps.empty() ? veltrano::internal::Duration::zero() : scenario.steps.back().at;
+  const auto last = scenario.steps.empty() ? Duration::zero() : scenario.steps.back().at;
   const auto end = start + last + std::chrono::hours(1);
   timeline.addStep(end, [&] { timeline.stop(); });
   timeline.runUntil(end);

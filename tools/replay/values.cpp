@@ -2,6 +2,7 @@
 #include <limits>
 #include <utility>
 
+#include "properties/flat.h"
 #include "tools/replay/fields.h"
 
 namespace replay {
@@ -36,30 +37,36 @@ veltrano::NSNumber boxedNumber(const Fields& fields) {
   }
 }
 
-// The values that `value` consists of: none unless it is a container.
-std::vector<const JSONValue*> partsOf(const JSONValue& value) {
-  std::vector<const JSONValue*> parts;
-  const std::string kind = kindOf(value);
-  if (kind == "Dictionary" || kind == "Array" || value.IsArray()) {
-    const JSONValue& list = value.IsArray() ? value : Fields(value).json("v");
-    if (!list.IsArray()) throw ScenarioError("the \"v\" of a container must be a list");
-    for (const JSONValue& item : list.GetArray()) {
-      if (kind != "Dictionary") {
-        parts.push_back(&item);
-        continue;
-      }
-      if (!item.IsArray() || item.Size() != 2)
-        throw ScenarioError("the entries of a Dictionary are pairs of key and value");
-      parts.insert(parts.end(), {&item[0], &item[1]});
-    }
-  } else if (kind.empty() && value.IsObject()) {
-    for (const auto& member : value.GetObject()) parts.push_back(&member.value);
-  }
-  return parts;
+HostValue valueIn(const JSONValue& json, int level);
+
+std::vector<HostValue> elementsIn(const JSONValue& list, int level) {
+  if (!list.IsArray()) throw ScenarioError("the \"v\" of a container must be a list");
+  std::vector<HostValue> elements;
+  for (const JSONValue& item : list.GetArray()) elements.push_back(valueIn(item, level + 1));
+  return elements;
 }
 
-// A value of the kind that "$" names, which is no container.
-HostValue valueOfKind(const Fields& fields, const std::string& kind) {
+std::vector<veltrano::DictionaryEntry> entriesIn(const JSONValue& list, int level) {
+  if (!list.IsArray()) throw ScenarioError("the \"v\" of a container must be a list");
+  std::vector<veltrano::DictionaryEntry> entries;
+  for (const JSONValue& item : list.GetArray()) {
+    if (!item.IsArray() || item.Size() != 2)
+      throw ScenarioError("the entries of a Dictionary are pairs of key and value");
+    entries.push_back({valueIn(item[0], level + 1), valueIn(item[1], level + 1)});
+  }
+  return entries;
+}
+
+HostMap mapIn(const JSONValue& object, int level) {
+  if (!object.IsObject()) throw ScenarioError("must be an object");
+  HostMap map;
+  for (const auto& member : object.GetObject())
+    map.set(nameOf(member), valueIn(member.value, level + 1));
+  return map;
+}
+
+// A value of the kind that "$" names.
+HostValue valueOfKind(const Fields& fields, const std::string& kind, int level) {
   if (kind == "String") return fields.get<std::string>("v");
   if (kind == "Int") return fields.get<std::int64_t>("v");
   if (kind == "UInt") return fields.get<std::uint64_t>("v");
@@ -71,67 +78,38 @@ HostValue valueOfKind(const Fields& fields, const std::string& kind) {
   if (kind == "Date") return veltrano::Date::fromSecondsSince1970(fields.get<double>("v"));
   if (kind == "NSNumber") return boxedNumber(fields);
   if (kind == "NSNull") return veltrano::NSNull{};
+  if (kind == "Array") return veltrano::Array(elementsIn(fields.json("v"), level));
+  if (kind == "Dictionary") return veltrano::Dictionary(entriesIn(fields.json("v"), level));
   if (kind == "Object") return veltrano::OtherObject{};
   if (kind == "Absent") return {};
   throw ScenarioError("unknown kind of value: " + kind);
 }
 
-// A value whose parts have been read.
-HostValue assembled(const JSONValue& value, const std::vector<HostValue>& parts) {
-  const std::string kind = kindOf(value);
-  if (value.IsArray() || kind == "Array") return veltrano::Array(parts);
-  if (kind == "Dictionary") {
-    std::vector<veltrano::DictionaryEntry> entries;
-    for (std::size_t i = 0; i < parts.size(); i += 2) entries.push_back({parts[i], parts[i + 1]});
-    return veltrano::Dictionary(entries);
-  }
-  if (!kind.empty()) return valueOfKind(Fields(value), kind);
-  if (value.IsObject()) {
-    HostMap map;
-    auto part = parts.begin();
-    for (const auto& member : value.GetObject()) map.set(nameOf(member), *part++);
-    return map;
-  }
-  if (value.IsNull()) return {};
-  if (value.IsBool()) return value.GetBool();
-  if (isString(value)) return textOf(value);
+HostValue valueIn(const JSONValue& json, int level) {
+  // The library leaves out containers at this level, so their contents do not matter. Bounds the
+  // recursion, because values may be nested to any depth.
+  if (level > veltrano::internal::kMaxNesting) return {};
+  const std::string kind = kindOf(json);
+  if (!kind.empty()) return valueOfKind(Fields(json), kind, level);
+  if (json.IsObject()) return mapIn(json, level);
+  if (json.IsArray()) return veltrano::Array(elementsIn(json, level));
+  if (json.IsNull()) return {};
+  if (json.IsBool()) return json.GetBool();
+  if (isString(json)) return textOf(json);
   std::int64_t integer = 0;
   double number = 0;
-  if (isInteger(value)) return read(value, integer), integer;
-  return read(value, number), number;
+  if (isInteger(json)) return read(json, integer), integer;
+  return read(json, number), number;
 }
 
 }  // namespace
 
-// Does not recurse, because values may be nested to any depth.
 void read(const JSONValue& json, HostValue& value) {
-  struct Container {
-    const JSONValue* json;
-    std::vector<const JSONValue*> parts;
-    std::vector<HostValue> read;  // the first parts
-  };
-  std::vector<Container> open{{&json, partsOf(json), {}}};
-  for (;;) {
-    Container& last = open.back();
-    if (last.read.size() < last.parts.size()) {
-      const JSONValue* part = last.parts[last.read.size()];
-      open.push_back({part, partsOf(*part), {}});
-      continue;
-    }
-    HostValue whole = assembled(*last.json, last.read);
-    open.pop_back();
-    if (open.empty()) return void(value = std::move(whole));
-    open.back().read.push_back(std::move(whole));
-  }
+  value = valueIn(json, 0);
 }
 
 void read(const JSONValue& json, HostMap& value) {
-  if (!json.IsObject()) throw ScenarioError("must be an object");
-  HostValue held;
-  for (const auto& member : json.GetObject()) {
-    read(member.value, held);
-    value.set(nameOf(member), held);
-  }
+  value = mapIn(json, -1);  // the map itself is not a property
 }
 
 }  // namespace replay
