@@ -152,14 +152,11 @@ void trackNewDictionary() {
 }
 
 void trackEntries() {
-  veltrano_entry properties[] = {{"plan", VELTRANO_TEXT, 0, {"pro"}},
-                                 {"items", VELTRANO_INT, 0, {}},
-                                 {"price", VELTRANO_DOUBLE, 0, {}},
-                                 {"first", VELTRANO_BOOL, 0, {}},
-                                 {"store", VELTRANO_TEXT, 0, {"north"}}};
-  properties[1].value.integer = 3;
-  properties[2].value.real = 9.5;
-  properties[3].value.boolean = true;
+  const veltrano_entry properties[] = {{"plan", VELTRANO_TEXT, 0, {.text = "pro"}},
+                                       {"items", VELTRANO_INT, 0, {.integer = 3}},
+                                       {"price", VELTRANO_DOUBLE, 0, {.real = 9.5}},
+                                       {"first", VELTRANO_BOOL, 0, {.boolean = true}},
+                                       {"store", VELTRANO_TEXT, 0, {.text = "north"}}};
   veltrano_track_entries("Bought", properties, std::size(properties), sizeof *properties, nullptr,
                          nullptr);
 }

@@ -8,6 +8,7 @@
 
 #include "c_interface/handles.h"
 #include "properties/flat.h"
+#include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
 using namespace veltrano;
@@ -104,6 +105,13 @@ struct Entries {
   std::size_t size;
 };
 
+// As `guarded`, for `track`, which once the library has started reaches no point where a thread is
+// cancelled. So it saves the 12 ns that deferring cancellation takes.
+template <class Function>
+bool guardedTrack(Function function) {
+  return Library::hasStarted() ? guardedInMemory(false, function) : guarded(false, function);
+}
+
 void track(const char* name, const HostMapView& properties, void (*completion)(void*, bool),
            void* context) {
   Veltrano::FlushCompletion flush;
@@ -120,7 +128,7 @@ const char* veltrano_version(void) {
 
 bool veltrano_track(const char* name, const veltrano_object* properties,
                     void (*completion)(void*, bool), void* context) {
-  return guarded(false, [&] {
+  return guardedTrack([&] {
     const auto map = propertiesOf(properties);
     if (name == nullptr) return refuse("veltrano_track", 0);
     if (properties != nullptr && !map) return refuse("veltrano_track", 1);
@@ -131,7 +139,7 @@ bool veltrano_track(const char* name, const veltrano_object* properties,
 
 bool veltrano_track_entries(const char* name, const veltrano_entry* entries, size_t count,
                             size_t entrySize, void (*completion)(void*, bool), void* context) {
-  return guarded(false, [&] {
+  return guardedTrack([&] {
     const Entries properties{reinterpret_cast<const char*>(entries), count, entrySize};
     if (name == nullptr) return refuse("veltrano_track_entries", 0);
     if (!properties.areValid()) return refuse("veltrano_track_entries", 1);
