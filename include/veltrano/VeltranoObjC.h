@@ -41,10 +41,10 @@ NS_ASSUME_NONNULL_BEGIN
 ///   than 128 deep
 ///
 /// Warning: Clang has no automatic reference counting for GNUstep's old runtime, which is GCC's and
-/// Debian's: retain and release, as examples/objc_host.m does.
+/// Debian's: your files retain and release, and -fobjc-arc is refused.
 ///
-/// Warning: with GNUstep, write [NSNumber numberWithBool:YES]; @YES does not compile, and @(YES) is
-/// the number 1.
+/// Warning: with GNUstep, @YES does not compile: write @(YES). A comparison, such as @(a == b), is
+/// the number 1 or 0.
 ///
 /// Warning: a nested dictionary with a key that is not a string makes its event's whole batch
 /// undeliverable; the batch is dropped. If such a key is in the properties themselves, the call
