@@ -97,11 +97,10 @@ std::string ofValue(const std::string& item, std::string_view value) {
 
 class Check {
  public:
-  // What an object is held to. Whose it is, an event's or the super properties, starts complaints
-  // and, with the path but without indices, the items of coverage.
+  // What a value is held to. The item of coverage starts with whose it is, an event's or the super
+  // properties, and has no indices.
   struct Part {
     const Schema& schema;
-    std::string owner;
     std::string item;
   };
 
@@ -109,28 +108,27 @@ class Check {
 
   void object(const std::vector<Part>& parts, const Value& value, const std::string& path) {
     const std::string start = path.empty() ? "" : path + '.';
-    for (const auto& [part, owner, item] : parts)
+    for (const auto& [part, item] : parts)
       for (const auto& [name, schema, isRequired] : part.properties)
         if (isRequired && !value.HasMember(name.c_str()))
-          complain({schema, owner, inside(item, name)}, start + name, "is missing");
+          complain({schema, inside(item, name)}, start + name, "is missing");
     for (const auto& [key, held] : value.GetObject()) {
       const std::string name(view(key));
       if (path.empty() && isLibrarysProperty(name)) continue;
       bool isPlanned = false;
-      for (const auto& [part, owner, item] : parts) {
+      for (const auto& [part, item] : parts) {
         isPlanned |= part.isOpen;
         for (const Property& property : part.properties)
           if (property.name == name) {
             const std::string inner = inside(item, name);
             if (!property.isRequired) checked_.covered.insert('p' + inner);
-            check({property.schema, owner, inner}, held, start + name);
+            check({property.schema, inner}, held, start + name);
             isPlanned = true;
           }
       }
-      if (!isPlanned) {
-        const auto& [part, owner, item] = parts[0];
-        complain({part, owner, inside(item, name)}, start + name, "is ", &held, "no such property");
-      }
+      if (!isPlanned)
+        complain({parts[0].schema, inside(parts[0].item, name)}, start + name, "is ", &held,
+                 "no such property");
     }
   }
 
@@ -140,13 +138,13 @@ class Check {
   void complain(const Part& part, const std::string& path, const std::string& fault,
                 const Value* value = nullptr, const char* planned = nullptr) {
     if (!checked_.complaints.insert(part.item + ' ' + fault).second) return;
-    found.push_back(part.owner + ": " + inQuotes(path) + ' ' + fault +
-                    (value != nullptr ? shortJSON(*value) : "") +
+    found.push_back(part.item.substr(0, part.item.find('\t')) + ": " + inQuotes(path) + ' ' +
+                    fault + (value != nullptr ? shortJSON(*value) : "") +
                     "; planned: " + (planned != nullptr ? planned : part.schema.text()));
   }
 
   void check(const Part& part, const Value& value, const std::string& path) {
-    const auto& [schema, owner, item] = part;
+    const auto& [schema, item] = part;
     if (schema.type == Type::any) return;
     const bool hasPattern = !schema.pattern.empty() || schema.type == Type::date;
     if (hasPattern && value.IsString() && value.GetStringLength() > kMaxText)
@@ -156,7 +154,7 @@ class Check {
     if (!schema.values.empty()) checked_.covered.insert(ofValue(item, view(value)));
     if (schema.type == Type::object) object({part}, value, path);
     for (std::size_t i = 0; schema.type == Type::list && i < value.Size(); ++i)
-      check({schema.element[0], owner, item}, value[i], path + '[' + std::to_string(i) + ']');
+      check({schema.element[0], item}, value[i], path + '[' + std::to_string(i) + ']');
   }
 
   Checked& checked_;
@@ -190,8 +188,7 @@ std::vector<std::string> Plan::check(std::string_view record, Checked& checked) 
     return {event + " is sent; planned: no such event"};
   }
   checked.covered.insert('e' + event);
-  check.object({{planned->schema, event, event}, {superProperties, kSuper, kSuper}},
-               root["properties"], "");
+  check.object({{planned->schema, event}, {superProperties, kSuper}}, root["properties"], "");
   return std::move(check.found);
 }
 

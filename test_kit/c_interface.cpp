@@ -37,8 +37,8 @@ Result guarded(veltrano_world* world, Result otherwise, Function function) {
 }
 
 template <class Function>
-void guarded(veltrano_world* world, Function function) {
-  guarded(world, false, [&](World& it) { return function(it), true; });
+bool guarded(veltrano_world* world, Function function) {
+  return guarded(world, false, [&](World& it) { return function(it), true; });
 }
 
 // Returns the text that `function` returns; null if it throws.
@@ -82,7 +82,7 @@ const char* veltrano_world_error(const veltrano_world* world) {
 }
 
 bool veltrano_world_advance(veltrano_world* world, double seconds) {
-  return guarded(world, false, [&](World& it) { return it.advance(durationOf(seconds)), true; });
+  return guarded(world, [&](World& it) { it.advance(durationOf(seconds)); });
 }
 
 void veltrano_world_jump_clock(veltrano_world* world, double seconds) {
@@ -198,8 +198,7 @@ const char* veltrano_world_trace(veltrano_world* world) {
 }
 
 bool veltrano_world_use_plan(veltrano_world* world, const char* file) {
-  return guarded(world, false,
-                 [&](World& it) { return it.usePlan(std::string(view(file))), true; });
+  return guarded(world, [&](World& it) { it.usePlan(std::string(view(file))); });
 }
 
 void veltrano_world_end(veltrano_world* world) {

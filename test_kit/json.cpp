@@ -165,20 +165,18 @@ std::string dictionaryText(FlatView dictionary) {
 std::string typedText(FlatView value) {
   switch (value.kind()) {
     case Kind::String:
-      return textIn(value);
     case Kind::Int:
-      return json(value.integer());
+    case Kind::Bool:
+      return scalarText(value, false);
     case Kind::UInt:
-      return typed("UInt", json(static_cast<std::uint64_t>(value.integer())));
+      return typed("UInt", scalarText(value, false));
     case Kind::Int64:
-      return typed("Int64", json(value.integer()));
+      return typed("Int64", scalarText(value, false));
     case Kind::Double:
       return std::isfinite(value.real()) ? json(value.real())
                                          : typed("Double", realText(value.real()));
     case Kind::Float:
       return typed("Float", realText(value.real()));
-    case Kind::Bool:
-      return json(value.boolean());
     case Kind::Date: {
       const std::chrono::duration<double> time = FlatAccess::date(value).sinceEpoch();
       return typed("Date", json(time.count()));

@@ -17,7 +17,6 @@
 #include "tests/support/directory.h"
 #include "veltrano/posix_platform.h"
 #include "veltrano/testing.h"
-#include "veltrano/testing_c.h"
 
 using namespace std::chrono_literals;
 using veltrano::planning::Checked;
@@ -214,17 +213,6 @@ TEST(Worlds, ComplainAboutWhatIsNotAsPlanned) {
   for (const std::string& complaint : world.complaints())
     complaints += complaint.substr(complaint.find(": ") + 2) + '\n';
   EXPECT_EQ(complaints, veltrano::internal::contentsOf(PLAN_FOLDER "/complaints.txt"));
-}
-
-TEST(Worlds, ComplainInC) {
-  veltrano_world* const world = veltrano_world_create();
-  EXPECT_FALSE(veltrano_world_use_plan(world, "/dev/null"));
-  EXPECT_TRUE(veltrano_world_use_plan(world, kPlan.c_str()));
-  for (const char* event : {"Nothing", "Notting"}) veltrano_track(event, nullptr, nullptr, nullptr);
-  veltrano_world_advance(world, 20);
-  EXPECT_STREQ(veltrano_world_complaints(world),
-               "at 0.000000 s: Notting is sent; planned: no such event\n");
-  veltrano_world_destroy(world);
 }
 
 TEST_F(PlanFiles, CoverageSumsUpWhatWorldsHaveSeen) {

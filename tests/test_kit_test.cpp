@@ -382,6 +382,12 @@ TEST(Worlds, SayTheSameInC) {
   EXPECT_EQ(veltrano_world_request(world, 0, "headers.x"), nullptr);
   EXPECT_NE(std::string(veltrano_world_error(world)).find("query.uid"), std::string::npos);
   EXPECT_EQ(veltrano_world_request(world, 99, "path"), nullptr);
+  EXPECT_FALSE(veltrano_world_use_plan(world, "/dev/null"));
+  EXPECT_TRUE(veltrano_world_use_plan(world, PLAN));
+  for (const char* name : {"Signed Out", "E"}) veltrano_track(name, nullptr, nullptr, nullptr);
+  veltrano_world_advance(world, 20);
+  EXPECT_STREQ(veltrano_world_complaints(world),
+               "at 150.000002 s: E is sent; planned: no such event\n");
   veltrano_world_destroy(world);
 }
 
