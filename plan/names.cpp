@@ -64,12 +64,6 @@ std::string unreserved(std::string identifier) {
   return identifier;
 }
 
-template <class Change>
-std::string changed(std::string text, Change change) {
-  for (char& c : text) c = static_cast<char>(change(static_cast<unsigned char>(c)));
-  return text;
-}
-
 }  // namespace
 
 std::string faultOfName(std::string_view name) {
@@ -107,11 +101,14 @@ std::string nestedTypeName(std::string_view name, std::string_view enclosing) {
 }
 
 std::string snakeName(std::string_view name) {
-  return changed(words(name), [](int c) { return std::tolower(c); });
+  std::string text = words(name);
+  for (char& c : text) c = static_cast<char>(std::tolower(c));
+  return text;
 }
 
 std::string upperCase(std::string text) {
-  return changed(std::move(text), [](int c) { return std::toupper(c); });
+  for (char& c : text) c = static_cast<char>(std::toupper(c));
+  return text;
 }
 
 }  // namespace veltrano::planning

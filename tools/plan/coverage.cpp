@@ -1,3 +1,5 @@
+#include <tuple>
+
 #include "tools/plan/commands.h"
 
 namespace veltrano::planning {
@@ -13,16 +15,11 @@ std::string shown(const std::string& item) {
 }  // namespace
 
 CoverageReport coverageReport(const Plan& plan, const Coverage& covered) {
-  struct Kind {
-    char mark;
-    const char* json;
-    const char* english;
-  };
   CoverageReport report;
   internal::JSONMembers kinds;
   std::size_t seen = 0;
   const Coverage coverable = plan.coverable();
-  for (const auto& [mark, json, english] : {Kind{'e', "events", " events"},
+  for (const auto& [mark, json, english] : {std::tuple('e', "events", " events"),
                                             {'p', "optionalProperties", " optional properties"},
                                             {'v', "values", " values of enumerations"}}) {
     std::size_t count = 0;
