@@ -13,20 +13,6 @@ Object::Object(HostValue value) {
   if (!value.isAbsent()) content_ = std::make_shared<const Content>(std::move(value));
 }
 
-Object::Object(Block block) {
-  if (block) content_ = std::make_shared<const Content>(std::move(block));
-}
-
-Object::Object(BooleanBlock block) {
-  if (block) content_ = std::make_shared<const Content>(std::move(block));
-}
-
-HostValue Object::value() const {
-  if (isNil()) return std::nullopt;
-  if (const auto* value = getIf<HostValue>()) return *value;
-  return OtherObject{};
-}
-
 const SupportedParameterType* Object::member() const noexcept {
   const auto* value = getIf<HostValue>();
   return value != nullptr ? value->member() : nullptr;
@@ -74,10 +60,6 @@ void MutableDictionary::add(const detail::Argument& key, const detail::Argument&
 std::optional<HostMapView> MutableDictionary::properties() const {
   if (!hasOnlyStringKeys_) return std::nullopt;
   return HostMapView(detail::FromFlat(), dictionary_);
-}
-
-Object MutableDictionary::copy() const {
-  return Object(*dictionary_.member()->getIf<Dictionary>());
 }
 
 }  // namespace veltrano::internal

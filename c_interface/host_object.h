@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 #include "veltrano/value.h"
@@ -24,13 +25,12 @@ class Object {
 
   /// An absent value and an empty block become nil.
   explicit Object(HostValue value);
-  explicit Object(Block block);
-  explicit Object(BooleanBlock block);
+  template <class... Arguments>
+  explicit Object(std::function<void(Arguments...)> block) {
+    if (block) content_ = std::make_shared<const Content>(std::move(block));
+  }
 
   bool isNil() const noexcept { return content_ == nullptr; }
-
-  /// The object as a property value: absent for nil, an object of another type for a block.
-  HostValue value() const;
 
   /// The text of a string, valid as long as the object; none for any other object.
   std::optional<std::string_view> text() const noexcept;
@@ -39,7 +39,8 @@ class Object {
   /// object.
   std::optional<HostMapView> properties() const;
 
-  /// The object as a property value. Refers to the object.
+  /// The object as a property value: absent for nil, an object of another type for a block. Refers
+  /// to the object.
   detail::Argument argument() const;
 
   /// The object as a member of the closed set, or null.
@@ -87,7 +88,7 @@ class MutableDictionary {
   detail::Argument argument() const { return dictionary_; }
 
   /// An immutable copy.
-  Object copy() const;
+  Object copy() const { return Object(*dictionary_.member()->getIf<Dictionary>()); }
 
  private:
   void add(const detail::Argument& key, const detail::Argument& value);

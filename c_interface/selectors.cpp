@@ -27,8 +27,8 @@ bool take(const Object& object, std::string_view& text) {
 }
 
 bool take(const Object& object, bool& flag) {
-  const HostValue value = object.value();
-  const FlatView given = viewOf(value);
+  const detail::Flat value(object.argument());
+  const FlatView given(value.bytes());
   const bool isNumber = given.kind() == Kind::Number;
   flag = isNumber ? given.numberAsDouble() != 0 : given.kind() == Kind::Bool && given.boolean();
   return isNumber || given.kind() == Kind::Bool;

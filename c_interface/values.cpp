@@ -38,53 +38,27 @@ veltrano_object* veltrano_url(veltrano_text text) {
   return make([&] { return HostValue(URL(view(text))); });
 }
 
-veltrano_object* veltrano_number(int code, int64_t value) {
-  return make([&] { return HostValue(NSNumber(code, value)); });
-}
+// Defines a function that makes an object of `VALUE`, from the parameters.
+#define VELTRANO_MAKES(KIND, VALUE, ...)           \
+  veltrano_object* veltrano_##KIND(__VA_ARGS__) {  \
+    return make([&] { return HostValue(VALUE); }); \
+  }
 
-veltrano_object* veltrano_number_with_double(int code, double value) {
-  return make([&] { return HostValue(NSNumber(code, value)); });
-}
+VELTRANO_MAKES(int, value, int64_t value)
+VELTRANO_MAKES(uint, value, uint64_t value)
+VELTRANO_MAKES(int64, Int64{value}, int64_t value)
+VELTRANO_MAKES(double, value, double value)
+VELTRANO_MAKES(float, value, float value)
+VELTRANO_MAKES(bool, value, bool value)
+VELTRANO_MAKES(date, Date::fromSecondsSince1970(seconds), double seconds)
+VELTRANO_MAKES(null, NSNull(), void)
+VELTRANO_MAKES(number, NSNumber(code, value), int code, int64_t value)
+VELTRANO_MAKES(number_with_double, NSNumber(code, value), int code, double value)
+VELTRANO_MAKES(other_object, OtherObject(), void)
 
 veltrano_object* veltrano_boolean_number(bool value) {
   constexpr int kBooleanCode = 7;
   return veltrano_number(kBooleanCode, value ? 1 : 0);
-}
-
-veltrano_object* veltrano_int(int64_t value) {
-  return make([&] { return HostValue(value); });
-}
-
-veltrano_object* veltrano_uint(uint64_t value) {
-  return make([&] { return HostValue(value); });
-}
-
-veltrano_object* veltrano_int64(int64_t value) {
-  return make([&] { return HostValue(Int64{value}); });
-}
-
-veltrano_object* veltrano_double(double value) {
-  return make([&] { return HostValue(value); });
-}
-
-veltrano_object* veltrano_float(float value) {
-  return make([&] { return HostValue(value); });
-}
-
-veltrano_object* veltrano_bool(bool value) {
-  return make([&] { return HostValue(value); });
-}
-
-veltrano_object* veltrano_date(double seconds) {
-  return make([&] { return HostValue(Date::fromSecondsSince1970(seconds)); });
-}
-
-veltrano_object* veltrano_null(void) {
-  return make([] { return HostValue(NSNull()); });
-}
-
-veltrano_object* veltrano_other_object(void) {
-  return make([] { return HostValue(OtherObject()); });
 }
 
 veltrano_object* veltrano_block(void (*function)(void*), void* context, void (*release)(void*)) {

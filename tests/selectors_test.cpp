@@ -139,14 +139,14 @@ TEST_F(Selectors, NotificationsAndSelectorsReachTheSameHandlers) {
 
 TEST_F(Selectors, ChangesOfAMutableCollectionShowNowhere) {
   MutableArray list;
-  list.append(object(1).value());
-  list.append(list.copy().value());
+  list.append(object(1).argument());
+  list.append(list.copy().argument());
   MutableDictionary map;
-  map.set(object("list"), list.copy().value());
-  map.set(object("self"), map.copy().value());
+  map.set(object("list"), list.copy().argument());
+  map.set(object("self"), map.copy().argument());
   const Object before = map.copy();
-  list.append(object(3).value());
-  map.set(object("late"), object(4).value());
+  list.append(object(3).argument());
+  map.set(object("late"), object(4).argument());
   const auto& event = sent(before);
   EXPECT_EQ(text(event, "list"), "[1,[1]]");
   EXPECT_EQ(text(event, "self"), R"({"list":[1,[1]]})");
