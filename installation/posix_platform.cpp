@@ -9,7 +9,6 @@
 #include "platform/host_callback.h"
 #include "platform/notification_center.h"
 #include "platform/posix/options.h"
-#include "platform/posix/system/background_thread.h"
 #include "platform/posix/threads/run_loop.h"
 
 namespace veltrano {
@@ -60,7 +59,7 @@ Installation PosixPlatform::install(PosixOptions options) {
 
 bool PosixPlatform::shutDown(std::chrono::steady_clock::time_point deadline) {
   bool wasComplete = false;
-  if (isLibraryThread() || HostCall::isOnThisThread()) return false;
+  if (HostCode::isLibraryThread || HostCall::isOnThisThread()) return false;
   dropExceptions(
       [&] { pass([&](PlatformBackend& backend) { wasComplete = backend.shutDown(deadline); }); });
   return wasComplete;

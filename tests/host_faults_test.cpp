@@ -318,7 +318,7 @@ TEST_F(HostFaults, ALogSinkMayEndItsThreadAtAnyLine) {
 
     bool endsThread() {
       const std::lock_guard lock(mutex);
-      if (linesLeft < 0 || !isLibraryThread() || linesLeft-- > 0) return false;
+      if (linesLeft < 0 || !HostCode::isLibraryThread || linesLeft-- > 0) return false;
       hasEndedOne.set_value(true);
       return true;
     }

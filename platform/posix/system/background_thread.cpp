@@ -51,8 +51,4 @@ bool startBackgroundThread(std::string_view name, std::function<void()> body) {
   return started;
 }
 
-bool isLibraryThread() noexcept {
-  return HostCode::isLibraryThread;
-}
-
 }  // namespace veltrano::internal

@@ -10,7 +10,4 @@ namespace veltrano::internal {
 /// no thread can be started.
 bool startBackgroundThread(std::string_view name, std::function<void()> body);
 
-/// Whether `startBackgroundThread` started the calling thread.
-bool isLibraryThread() noexcept;
-
 }  // namespace veltrano::internal

@@ -51,8 +51,6 @@ class Bell {
  public:
   Bell();
   ~Bell();
-  Bell(const Bell&) = delete;
-  Bell& operator=(const Bell&) = delete;
 
   /// Thread-safe.
   void ring();

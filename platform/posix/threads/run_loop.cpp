@@ -86,7 +86,8 @@ void PosixRunLoop::perform(std::function<void()> function) {
   if (!function || isForkedChild()) return;
   dropExceptions([&] {
     const Lock lock(mutex_);
-    functions_.push_back(std::move(function));
+    schedule_.emplace(Key(kAtOnce, nextOrder_), Pending{kAtOnce, std::move(function)});
+    ++nextOrder_;
     changed();
   });
 }
@@ -111,7 +112,7 @@ std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance
   const auto latest = dueTime(dueTime(now, delay), tolerance);
   const Lock lock(mutex_);
   auto timer = std::make_shared<LoopTimer>(weak_from_this(), nextOrder_);
-  timers_.emplace(Key(due, nextOrder_), Pending{latest, std::move(action)});
+  schedule_.emplace(Key(due, nextOrder_), Pending{latest, std::move(action)});
   ++nextOrder_;
   changed();
   return timer;
@@ -120,9 +121,9 @@ std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance
 void PosixRunLoop::cancel(std::uint64_t order) {
   Schedule::node_type cancelled;  // destroyed after the lock is released
   const Lock lock(mutex_);
-  const auto timer = std::find_if(timers_.begin(), timers_.end(),
+  const auto timer = std::find_if(schedule_.begin(), schedule_.end(),
                                   [&](const auto& entry) { return entry.first.second == order; });
-  if (timer != timers_.end()) cancelled = timers_.extract(timer);
+  if (timer != schedule_.end()) cancelled = schedule_.extract(timer);
 }
 
 // Runs what is due when the pass starts, and nothing that is added during it. False in a forked
@@ -130,14 +131,14 @@ void PosixRunLoop::cancel(std::uint64_t order) {
 bool PosixRunLoop::runPass(bool endsWhenStopped) {
   if (isForkedChild()) return false;
   const auto now = Clock::now();
-  std::size_t functionsLeft = 0;
+  std::uint64_t end = 0;
   {
     const Lock lock(mutex_);
-    functionsLeft = functions_.size();
+    end = nextOrder_;
   }
   {
     const HostCode::OnLoop code;
-    while (run(takeNext(now, functionsLeft, endsWhenStopped))) {
+    while (run(takeNext(now, end, endsWhenStopped))) {
     }
   }
   if (isForkedChild()) return false;
@@ -146,53 +147,43 @@ bool PosixRunLoop::runPass(bool endsWhenStopped) {
   return true;
 }
 
-PosixRunLoop::Next PosixRunLoop::takeNext(Clock::time_point now, std::size_t& functionsLeft,
-                                          bool endsWhenStopped) {
+PosixRunLoop::Schedule::node_type PosixRunLoop::takeNext(Clock::time_point now, std::uint64_t end,
+                                                         bool endsWhenStopped) {
   const Lock lock(mutex_);
-  Next next;
-  if ((endsWhenStopped && stopped_) || !HostCode::OnLoop::mayStart()) return next;
-  if (functionsLeft > 0 && !functions_.empty()) {
-    --functionsLeft;
-    next.function = std::move(functions_.front());
-    functions_.pop_front();
-  } else if (!timers_.empty() && timers_.begin()->first.first <= now) {
-    next.timer = timers_.extract(timers_.begin());
-  }
-  return next;
+  if ((endsWhenStopped && stopped_) || !HostCode::OnLoop::mayStart()) return {};
+  const auto next = std::find_if(schedule_.begin(), schedule_.end(),
+                                 [&](const auto& entry) { return entry.first.second < end; });
+  if (next == schedule_.end() || next->first.first > now) return {};
+  return schedule_.extract(next);
 }
 
 // False when there was nothing to run, and in a child that the callback forked.
-bool PosixRunLoop::run(Next next) {
-  if (next.function) {
-    dropExceptions(next.function);
-    return !isForkedChild();
-  }
-  if (next.timer.empty()) return false;
+bool PosixRunLoop::run(Schedule::node_type next) {
+  if (next.empty()) return false;
   bool wasOutOfMemory = false;
   dropExceptions([&] {
     try {
-      next.timer.mapped().action();
+      next.mapped().action();
     } catch (const std::bad_alloc&) {
-      wasOutOfMemory = true;
+      wasOutOfMemory = next.key().first != kAtOnce;  // only timers are retried
     }
   });
   if (isForkedChild() || !wasOutOfMemory) return !isForkedChild();
   const Lock lock(mutex_);
-  next.timer.key().first = Clock::now() + kRetryDelay;
-  timers_.insert(std::move(next.timer));
+  next.key().first = Clock::now() + kRetryDelay;
+  schedule_.insert(std::move(next));
   return true;
 }
 
 // When the loop must wake next. Timers are coalesced within their tolerances.
 std::optional<PosixRunLoop::Clock::time_point> PosixRunLoop::wakeTime() const {
   if (!HostCode::OnLoop::mayStart()) return std::nullopt;
-  if (!functions_.empty()) return Clock::time_point();
   std::optional<Clock::time_point> wake;
   auto latest = Clock::time_point::max();
-  for (const auto& [key, timer] : timers_) {
+  for (const auto& [key, entry] : schedule_) {
     if (key.first > latest) break;
     wake = key.first;
-    latest = std::min(latest, timer.latest);
+    latest = std::min(latest, entry.latest);
   }
   return wake;
 }

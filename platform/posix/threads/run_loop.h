@@ -5,7 +5,6 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -48,24 +47,20 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
  private:
   class LoopTimer;
   using Clock = std::chrono::steady_clock;
-  using Key = std::pair<Clock::time_point, std::uint64_t>;  // due time, order of scheduling
+  using Key = std::pair<Clock::time_point, std::uint64_t>;  // due time, order of addition
   struct Pending {
     Clock::time_point latest;
     std::function<void()> action;
   };
-
   using Schedule = std::map<Key, Pending>;
 
-  /// What runs next: a function, or a timer's action.
-  struct Next {
-    std::function<void()> function;
-    Schedule::node_type timer;
-  };
+  /// When functions are due: before any timer.
+  static constexpr Clock::time_point kAtOnce{};
 
   bool runPass(bool endsWhenStopped);
   bool runUntilOptional(std::optional<Clock::time_point> deadline);
-  Next takeNext(Clock::time_point now, std::size_t& functionsLeft, bool endsWhenStopped);
-  bool run(Next next);
+  Schedule::node_type takeNext(Clock::time_point now, std::uint64_t end, bool endsWhenStopped);
+  bool run(Schedule::node_type next);
   void cancel(std::uint64_t order);
   std::optional<Clock::time_point> wakeTime() const REQUIRES(mutex_);
   void changed() REQUIRES(mutex_);
@@ -74,8 +69,7 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
 
   Mutex mutex_;
   std::condition_variable changes_;
-  std::deque<std::function<void()>> functions_ GUARDED_BY(mutex_);
-  Schedule timers_ GUARDED_BY(mutex_);
+  Schedule schedule_ GUARDED_BY(mutex_);  // functions and timers
   std::uint64_t nextOrder_ GUARDED_BY(mutex_) = 0;
   bool stopped_ GUARDED_BY(mutex_) = false;
   WakeUp wakeUp_ GUARDED_BY(mutex_);  // for the host's own loop
