@@ -1,8 +1,8 @@
 #include <exception>
 #include <utility>
 
-#include "encoding/base64.h"
 #include "platform/host_callback.h"
+#include "platform/simulated/trace_text.h"
 #include "test_kit/implementation.h"
 #include "test_kit/json.h"
 #include "upload/rules/retry.h"
@@ -18,11 +18,6 @@ HostMap propertiesIn(std::string_view json) {
   return {};
 }
 
-// The JSON text in a post's body, "data=" and Base64.
-std::string jsonIn(std::string_view body) {
-  return internal::decodedBase64(body.substr(body.find('=') + 1)).value_or("");
-}
-
 }  // namespace
 
 Answer World::Implementation::choose(const internal::PostRequest& post, bool isPutOff) {
@@ -35,8 +30,8 @@ Answer World::Implementation::choose(const internal::PostRequest& post, bool isP
   internal::URLRequest sent{post.baseURL, post.headerParameters};
   if (post.interceptor != nullptr)
     internal::dropExceptions([&] { post.interceptor->intercept(sent); });
-  Request request{post.path(), post.qsParameters, std::move(sent.headers), jsonIn(post.httpBody),
-                  now()};
+  Request request{post.path(), post.qsParameters, std::move(sent.headers),
+                  internal::jsonInBody(post.httpBody), now()};
   const auto path = *internal::endpointPath(request.path);
   Answer answer;
   switch (path) {

@@ -2,6 +2,7 @@
 
 #include "encoding/uuid.h"
 #include "platform/host_callback.h"
+#include "platform/simulated/trace_text.h"
 #include "test_kit/implementation.h"
 #include "test_kit/json.h"
 
@@ -215,8 +216,8 @@ void World::Implementation::post(std::string_view notification) {
 }
 
 void World::Implementation::recordState(ApplicationState state) {
-  constexpr const char* kNames[] = {"active", "inactive", "background"};
-  recorder_.add("applicationState", {{"state", json(kNames[static_cast<int>(state)])}});
+  const auto name = internal::kApplicationStates[static_cast<int>(state)];
+  recorder_.add("applicationState", {{"state", json(name)}});
 }
 
 void World::Implementation::enter(ApplicationState state, std::string_view notification) {

@@ -59,10 +59,7 @@ class World::Implementation final : public internal::CallObserver,
  public:
   Implementation();
   ~Implementation() { end(); }
-  Implementation(const Implementation&) = delete;
-  Implementation& operator=(const Implementation&) = delete;
 
-  void advance(Duration time);
   void end();
 
   /// Throws `Error` while the host's code is called.
@@ -93,7 +90,6 @@ class World::Implementation final : public internal::CallObserver,
   bool shutDown(Clock::time_point deadline) override;
 
   Statistics statistics() const { return substitute_ ? substitute_->statistics() : statistics_; }
-  Complaints complaints() const;
 
   /// The names of the first `count` events that the queue dropped.
   std::vector<std::string> trimmedNames(std::uint64_t count) const;

@@ -4,6 +4,7 @@
 #include <optional>
 #include <utility>
 
+#include "platform/simulated/trace_text.h"
 #include "test_kit/json.h"
 #include "veltrano/veltrano.h"
 
@@ -18,20 +19,6 @@ using internal::jsonObject;
 std::string operationText(std::string_view operation, JSONMembers fields) {
   fields.emplace(fields.begin(), "op", json(operation));
   return jsonObject(fields);
-}
-
-// An object of texts.
-std::string textsJSON(const std::map<std::string, std::string>& texts) {
-  JSONMembers members;
-  for (const auto& [key, text] : texts) members.emplace_back(key, json(text));
-  return jsonObject(members);
-}
-
-// Seconds with six decimals.
-std::string secondsText(Duration time) {
-  constexpr int kMillion = 1'000'000;
-  const std::string decimals = std::to_string(kMillion + time.count() % kMillion);
-  return std::to_string(time.count() / kMillion) + '.' + decimals.substr(1);
 }
 
 }  // namespace
@@ -94,7 +81,7 @@ void Recorder::addAnswer(const std::string& path, const Answer& answer) {
   else
     fields.emplace_back("status", json(answer.status));
   if (answer.body && !answer.isTransportError) fields.emplace_back("body", json(*answer.body));
-  fields.emplace_back("latency", secondsText(answer.latency));
+  fields.emplace_back("latency", internal::secondsText(answer.latency));
   const std::string step = operationText("network", std::move(fields));
   const internal::Lock lock(mutex_);
   if (std::exchange(answers_[path], step) == step) return;
@@ -114,19 +101,11 @@ void Recorder::end(Duration time) {
 }
 
 void Recorder::addPost(const internal::PostRequest& post) {
-  std::string at = secondsText(clock_());
-  at.erase(at.find_last_not_of('0') + 1);
-  if (at.back() == '.') at.pop_back();
   const std::string url =
       std::string("https://") + internal::kSimulatedCollectionHost + post.path();
-  const std::string what = jsonObject({{"url", json(url)},
-                                       {"method", json("POST")},
-                                       {"query", textsJSON(post.qsParameters)},
-                                       {"headers", textsJSON(post.headerParameters)},
-                                       {"body", json(post.httpBody)},
-                                       {"authenticated", json(post.interceptor != nullptr)}});
+  const std::string what = internal::postText(post, url, json(post.httpBody));
   const internal::Lock lock(mutex_);
-  posts_ += jsonObject({{"at", at}, {"post", what}}) + '\n';
+  posts_ += jsonObject({{"at", internal::secondsText(clock_())}, {"post", what}}) + '\n';
 }
 
 std::string Recorder::posts() const {
@@ -159,7 +138,7 @@ std::string Recorder::scenario(const internal::DeviceFacts& device,
     const std::string operation = operations.size() == 1
                                       ? operations.front()
                                       : operationText("batch", {{"steps", jsonArray(operations)}});
-    text += "{\"at\":" + secondsText(at) + ',' + operation.substr(1) + '\n';
+    text += "{\"at\":" + internal::secondsText(at) + ',' + operation.substr(1) + '\n';
   }
   return text;
 }

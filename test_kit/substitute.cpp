@@ -25,8 +25,6 @@ struct Substitute::State {
     Installer::exchangeCurrent(replacedInstaller);
     callbacksDisabled = wasHostGone;
   }
-  State(const State&) = delete;
-  State& operator=(const State&) = delete;
 
   Library library;
   std::optional<Library> inert;  // after a shutdown

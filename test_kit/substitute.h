@@ -28,9 +28,6 @@ class VELTRANO_EXPORT Substitute {
   /// Nothing may run on the platform any more.
   ~Substitute();
 
-  Substitute(const Substitute&) = delete;
-  Substitute& operator=(const Substitute&) = delete;
-
   /// See `Library::configure`.
   void configure(std::string collectionHost, std::vector<std::string> withheldProperties);
 

@@ -25,14 +25,15 @@ Duration timeUntil(std::chrono::steady_clock::time_point deadline) {
 
 }  // namespace
 
-void World::Implementation::advance(Duration time) {
-  if (!substitute_) throw Error("The world has ended.");
-  if (isForkedChild()) return;
-  if (!isOnMainThread()) throw Error("A world is advanced by the thread that made it.");
+void World::advance(Duration time) {
+  Implementation& it = *implementation_;
+  if (!it.substitute_) throw Error("The world has ended.");
+  if (it.isForkedChild()) return;
+  if (!it.isOnMainThread()) throw Error("A world is advanced by the thread that made it.");
   if (time < Duration::zero()) throw Error("A world cannot go back in time.");
   if (time > kMaxAdvance) throw Error("A world advances by a hundred years at most.");
-  refuseInCallback("A callback cannot advance the world that calls it.");
-  run(now() + time + kInstant, Purpose::advance);
+  it.refuseInCallback("A callback cannot advance the world that calls it.");
+  it.run(it.now() + time + kInstant, Implementation::Purpose::advance);
 }
 
 void World::Implementation::refuseInCallback(const std::string& error) const {

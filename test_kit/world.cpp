@@ -86,29 +86,6 @@ void World::Implementation::complain(const std::string& text) {
   complaints_.push_back("at " + time + " s: " + text);
 }
 
-Complaints World::Implementation::complaints() const {
-  std::vector<std::string> complaints;
-  {
-    const internal::Lock lock(mutex_);
-    complaints = complaints_;
-    if (!silenced_.empty())
-      complaints.push_back("Not recorded, because collecting was off: " + countedNames(silenced_) +
-                           '.');
-  }
-  const Statistics counts = statistics();
-  const std::pair<std::uint64_t, std::string> losses[] = {
-      {counts.droppedByTrimming, " dropped, the oldest first, because too many waited: " +
-                                     countedNames(trimmedNames(counts.droppedByTrimming)) + '.'},
-      {counts.droppedForMemory, " dropped because memory ran out."},
-      {counts.droppedByBacklog, " dropped because 64 MiB of calls waited for an upload."},
-      {counts.droppedByShutDown, " dropped by the shutdown."},
-      {counts.droppedByOptOut, " dropped when collecting was switched off."},
-  };
-  for (const auto& [count, why] : losses)
-    if (count > 0) complaints.push_back(countedEvents(count) + why);
-  return Complaints(std::move(complaints));
-}
-
 // The queue drops the oldest.
 std::vector<std::string> World::Implementation::trimmedNames(std::uint64_t count) const {
   std::vector<std::string> names = trimmed_;
@@ -141,10 +118,6 @@ std::string World::Implementation::trace() const {
 
 World::World() : implementation_(std::make_unique<Implementation>()) {}
 World::~World() = default;
-
-void World::advance(Duration time) {
-  implementation_->advance(time);
-}
 
 Time World::now() const {
   return implementation_->now();
@@ -189,7 +162,27 @@ Statistics World::statistics() const {
 }
 
 Complaints World::complaints() const {
-  return implementation_->complaints();
+  const Implementation& it = *implementation_;
+  std::vector<std::string> complaints;
+  {
+    const internal::Lock lock(it.mutex_);
+    complaints = it.complaints_;
+    if (!it.silenced_.empty())
+      complaints.push_back(
+          "Not recorded, because collecting was off: " + countedNames(it.silenced_) + '.');
+  }
+  const Statistics counts = statistics();
+  const std::pair<std::uint64_t, std::string> losses[] = {
+      {counts.droppedByTrimming, " dropped, the oldest first, because too many waited: " +
+                                     countedNames(it.trimmedNames(counts.droppedByTrimming)) + '.'},
+      {counts.droppedForMemory, " dropped because memory ran out."},
+      {counts.droppedByBacklog, " dropped because 64 MiB of calls waited for an upload."},
+      {counts.droppedByShutDown, " dropped by the shutdown."},
+      {counts.droppedByOptOut, " dropped when collecting was switched off."},
+  };
+  for (const auto& [count, why] : losses)
+    if (count > 0) complaints.push_back(countedEvents(count) + why);
+  return Complaints(std::move(complaints));
 }
 
 void World::resignActive() {

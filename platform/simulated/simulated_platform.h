@@ -176,8 +176,6 @@ class SimulatedPlatform {
 
   /// Shares `line` with other platforms.
   explicit SimulatedPlatform(std::shared_ptr<Timeline> line);
-  SimulatedPlatform(const SimulatedPlatform&) = delete;
-  SimulatedPlatform& operator=(const SimulatedPlatform&) = delete;
 
   /// These services, for one library.
   Platform services();

@@ -17,8 +17,6 @@ namespace veltrano::internal {
 class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
  public:
   explicit SimulatedWorkQueue(Timeline& timeline) : timeline_(timeline) {}
-  SimulatedWorkQueue(const SimulatedWorkQueue&) = delete;
-  SimulatedWorkQueue& operator=(const SimulatedWorkQueue&) = delete;
 
   using WorkQueue::async;
   void async(std::unique_ptr<Block> block) override { submit({std::move(block), {}, nullptr}); }

@@ -108,10 +108,6 @@ Page::~Page() {
   listening_.join();
 }
 
-std::string Page::url() const {
-  return "http://localhost:" + std::to_string(port_) + '/';
-}
-
 // Other sites must not reach the page through the developer's browser: neither under a name of
 // theirs that resolves to this machine, nor by posting to it.
 bool Page::isTrustworthy(const httplib::Request& request) const {

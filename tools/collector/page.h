@@ -17,10 +17,8 @@ class Page {
   /// Port 0 picks a free one. Throws std::runtime_error if the port cannot be listened on.
   Page(Collector& collector, Journal& journal, int port);
   ~Page();
-  Page(const Page&) = delete;
-  Page& operator=(const Page&) = delete;
 
-  std::string url() const;
+  std::string url() const { return "http://localhost:" + std::to_string(port_) + '/'; }
 
  private:
   bool isTrustworthy(const httplib::Request& request) const;

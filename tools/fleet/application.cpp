@@ -1,9 +1,6 @@
 #include "tools/fleet/application.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
-#include <functional>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -21,20 +18,10 @@ using veltrano::internal::Timeline;
 
 namespace {
 
-constexpr double kSecondsPerDay = 86'400;
 // Midnight, UTC.
 constexpr Duration kFirstDay = std::chrono::seconds(1'700'006'400);
 // Spreads the flush cycles of applications that are in the foreground at the start.
 constexpr double kFlushCycleSeconds = 20;
-
-void add(Statistics& sum, const Statistics& one) {
-  // They consist of counts.
-  using Counts = std::array<std::uint64_t, sizeof(Statistics) / sizeof(std::uint64_t)>;
-  auto counts = std::bit_cast<Counts>(sum);
-  const auto more = std::bit_cast<Counts>(one);
-  std::ranges::transform(counts, more, counts.begin(), std::plus());
-  sum = std::bit_cast<Statistics>(counts);
-}
 
 bool isBalanced(const Statistics& s) {
   return s.recorded == s.waiting + s.inFlight + s.delivered + s.dropped();
@@ -50,8 +37,7 @@ struct Application::Process {
     platform.bundles.mainInfo =
         veltrano::HostMap{{"CFBundleShortVersionString", "5.12.0"}, {"CFBundleVersion", "51200"}};
     if (const auto interval = owner.scenario_.usage.storedInterval)
-      platform.defaults.setDouble(std::chrono::duration<double>(*interval).count(),
-                                  veltrano::internal::kHeartbeatIntervalKey);
+      platform.defaults.setDouble(seconds(*interval), veltrano::internal::kHeartbeatIntervalKey);
   }
 
   veltrano::internal::Platform services() {
@@ -85,7 +71,7 @@ Application::Application(int number, const Scenario& scenario, std::shared_ptr<T
       scenario_(scenario),
       timeline_(std::move(timeline)),
       host_(host),
-      random_(Random(scenario.seed).next() + static_cast<std::uint64_t>(number)) {
+      random_(tools::Random(scenario.seed).next() + static_cast<std::uint64_t>(number)) {
   const Usage& usage = scenario_.usage;
   const double share = usage.foregroundShare() * usage.swingAt(scenario_.startsAt);
   changesAt_ = random_.uniform() < share
@@ -148,8 +134,7 @@ void Application::changeSides() {
       endsAt_ = now + std::chrono::duration_cast<Duration>(random_.uniform() * (changesAt_ - now));
     return;
   }
-  const auto mean = std::chrono::duration<double>(scenario_.usage.sessionLength).count();
-  changesAt_ = now + random_.exponential(mean);
+  changesAt_ = now + random_.exponential(seconds(scenario_.usage.sessionLength));
   if (!process_) return launch();
   process_->platform.device.applicationState = ApplicationState::active;
   process_->post(veltrano::internal::kApplicationWillEnterForeground);

@@ -6,7 +6,7 @@
 
 #include "platform/simulated/simulated_platform.h"
 #include "tools/fleet/client_session.h"
-#include "tools/fleet/random.h"
+#include "tools/random.h"
 #include "tracker/library.h"
 
 namespace fleet {
@@ -18,8 +18,6 @@ class Application {
   Application(int number, const Scenario& scenario,
               std::shared_ptr<veltrano::internal::Timeline> timeline, CollectionHost& host);
   ~Application();
-  Application(const Application&) = delete;
-  Application& operator=(const Application&) = delete;
 
   /// Puts it into the background for good. A few minutes later, nothing of it runs any more.
   void end();
@@ -48,7 +46,7 @@ class Application {
   const Scenario& scenario_;
   const std::shared_ptr<veltrano::internal::Timeline> timeline_;
   CollectionHost& host_;
-  Random random_;
+  tools::Random random_;  // its own: other applications and the server do not change its use
   std::unique_ptr<Process> process_;             // null before the first session, and after an end
   std::vector<std::unique_ptr<Process>> ended_;  // silent, but the timeline refers to them
   Duration changesAt_{0};              // when it next enters the foreground or the background

@@ -5,32 +5,21 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
-#include <string_view>
 
-#include "encoding/base64.h"
+#include "platform/simulated/trace_text.h"
 
 namespace fleet {
 namespace {
 
 constexpr Duration kLoadSpan = std::chrono::seconds(10);
-constexpr std::string_view kBodyStart = "data=";
 // Bytes of usual heads; a session token would add its own.
 constexpr std::size_t kRequestHead = 160, kAnswerHead = 150;
-
-std::string decoded(std::string_view body) {
-  if (!body.starts_with(kBodyStart)) throw std::runtime_error("a body without data");
-  body.remove_prefix(kBodyStart.size());
-  auto bytes = veltrano::internal::decodedBase64(body);
-  if (!bytes) throw std::runtime_error("a body that is not Base64");
-  return *std::move(bytes);
-}
 
 }  // namespace
 
 void CollectionHost::noteLoad(Duration now) {
   if (now - loadSince_ >= kLoadSpan) {
-    const auto span = std::chrono::duration<double>(now - loadSince_).count();
-    load_ = static_cast<double>(loadCount_) / span;
+    load_ = static_cast<double>(loadCount_) / seconds(now - loadSince_);
     loadCount_ = 0;
     loadSince_ = now;
   }
@@ -68,8 +57,8 @@ CollectionHost::Reply CollectionHost::receive(EndpointPath path, const std::stri
 // At least the latency; what is beyond it is exponentially distributed.
 Duration CollectionHost::drawLatency() {
   if (!options_.latency99) return options_.latency;
-  const std::chrono::duration<double> beyond = *options_.latency99 - options_.latency;
-  return options_.latency + random_.exponential(beyond.count() / std::log(100));
+  const double beyond = seconds(*options_.latency99 - options_.latency);
+  return options_.latency + random_.exponential(beyond / std::log(100));
 }
 
 CollectionHost::Reply CollectionHost::failed(const Failure& failure) const {
@@ -86,8 +75,8 @@ std::string CollectionHost::bodyOfAnswer(EndpointPath path) const {
     case EndpointPath::heartbeat: {
       if (!options_.backOff) return "{}";
       const bool isBusy = load_ >= options_.backOffAbove * options_.capacity;
-      const auto seconds = isBusy ? std::chrono::duration<double>(*options_.backOff).count() : 20;
-      return "{\"back_off_seconds\":" + std::to_string(seconds) + "}";
+      const double asked = isBusy ? seconds(*options_.backOff) : 20;
+      return "{\"back_off_seconds\":" + std::to_string(asked) + "}";
     }
   }
   return "";
@@ -95,7 +84,7 @@ std::string CollectionHost::bodyOfAnswer(EndpointPath path) const {
 
 void CollectionHost::accept(EndpointPath path, const std::string& body, Duration wallTime) {
   if (path != EndpointPath::track) return;
-  std::string json = decoded(body);
+  std::string json = veltrano::internal::jsonInBody(body);
   rapidjson::Document batch;
   if (batch.ParseInsitu(json.data()).HasParseError() || !batch.IsArray())
     throw std::runtime_error("a batch that is not JSON");

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "tools/fleet/measurements.h"
-#include "tools/fleet/random.h"
 #include "tools/fleet/scenario.h"
+#include "tools/random.h"
 
 namespace fleet {
 
@@ -51,7 +51,7 @@ class CollectionHost {
 
   const HostOptions& options_;
   Measurements& measurements_;
-  Random random_;
+  tools::Random random_;
   Duration busyUntil_{0};
   Duration loadSince_{0};        // start of the span in which requests are counted
   std::uint64_t loadCount_ = 0;  // requests in it

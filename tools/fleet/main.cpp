@@ -87,8 +87,6 @@ int main(int argc, char** argv) {
         "Share of sessions that end with their process, without a last flush");
   share("--ends", usage.endShare,
         "Share of sessions after which the process ends in the background");
-  duration("--busiest-time", usage.busiestTime, "Time of day when most sessions start")
-      ->default_str("20h");
 
   app.add_option("--capacity", host.capacity, "Requests per second that the server can handle")
       ->check(CLI::PositiveNumber);

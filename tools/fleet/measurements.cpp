@@ -19,20 +19,12 @@ Delays delaysOf(std::vector<float> seconds) {
 
 }  // namespace
 
-void Requests::add(const Requests& more) {
-  received += more.received;
-  accepted += more.accepted;
-  bodyBytes += more.bodyBytes;
-  headBytes += more.headBytes;
-  answerBytes += more.answerBytes;
-}
-
 void Measurements::received(EndpointPath path, Duration now, const Requests& one) {
   const auto second = std::chrono::floor<std::chrono::seconds>(now);
   if (second != second_) endSecond();
   second_ = second;
   ++inSecond_;
-  current_.requests[indexOf(path)].add(one);
+  add(current_.requests[indexOf(path)], one);
 }
 
 void Measurements::closed(Duration openedAt, Duration at) {
@@ -45,10 +37,6 @@ void Measurements::closed(Duration openedAt, Duration at) {
 void Measurements::delivered(Duration delay) {
   ++current_.deliveredEvents;
   delays_.push_back(std::chrono::duration<float>(delay).count());
-}
-
-void Measurements::endSecond() {
-  current_.mostInASecond = std::max(current_.mostInASecond, std::exchange(inSecond_, 0));
 }
 
 void Measurements::endInterval(const veltrano::Statistics& all, std::uint64_t inForeground,
@@ -67,7 +55,7 @@ Interval Measurements::total() const {
   Interval total;
   for (const Interval& interval : intervals_) {
     for (std::size_t path = 0; path < kEndpointPathCount; ++path)
-      total.requests[path].add(interval.requests[path]);
+      add(total.requests[path], interval.requests[path]);
     total.opened += interval.opened;
     total.mostInASecond = std::max(total.mostInASecond, interval.mostInASecond);
     total.deliveredEvents += interval.deliveredEvents;

@@ -1,9 +1,13 @@
 // What is measured while the fleet runs.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "platform/endpoint_path.h"
@@ -27,9 +31,16 @@ struct Requests {
   std::uint64_t bodyBytes = 0;
   std::uint64_t headBytes = 0;
   std::uint64_t answerBytes = 0;  // with heads
-
-  void add(const Requests& more);
 };
+
+/// Adds to a struct that consists of counts.
+template <class Counts>
+void add(Counts& sum, const Counts& more) {
+  using Array = std::array<std::uint64_t, sizeof(Counts) / sizeof(std::uint64_t)>;
+  auto counts = std::bit_cast<Array>(sum);
+  std::ranges::transform(counts, std::bit_cast<Array>(more), counts.begin(), std::plus());
+  sum = std::bit_cast<Counts>(counts);
+}
 
 /// How long events take from recording to delivery.
 struct Delays {
@@ -72,7 +83,9 @@ class Measurements {
   Duration meanConnection() const { return closed_ > 0 ? open_ / closed_ : Duration::zero(); }
 
  private:
-  void endSecond();
+  void endSecond() {
+    current_.mostInASecond = std::max(current_.mostInASecond, std::exchange(inSecond_, 0));
+  }
 
   const Duration resolution_;
   std::vector<Interval> intervals_;

@@ -23,10 +23,6 @@ namespace {
   return buffer.data();
 }
 
-double seconds(Duration duration) {
-  return std::chrono::duration<double>(duration).count();
-}
-
 std::uint64_t both(const Interval& interval, std::uint64_t Requests::*part) {
   return interval.requests[kTrack].*part + interval.requests[kHeartbeat].*part;
 }

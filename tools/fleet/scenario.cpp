@@ -13,22 +13,10 @@
 namespace fleet {
 namespace {
 
-constexpr double kSecondsPerDay = 86'400;
-
-double seconds(Duration duration) {
-  return std::chrono::duration<double>(duration).count();
-}
-
-struct Unit {
-  std::string_view name;
-  Duration length;
-};
-
-constexpr Unit kUnits[] = {{"d", std::chrono::days(1)},
-                           {"h", std::chrono::hours(1)},
-                           {"m", std::chrono::minutes(1)},
-                           {"s", std::chrono::seconds(1)},
-                           {"ms", std::chrono::milliseconds(1)}};
+constexpr std::pair<std::string_view, Duration> kUnits[] = {
+    {"d", std::chrono::days(1)},          {"h", std::chrono::hours(1)},
+    {"m", std::chrono::minutes(1)},       {"s", std::chrono::seconds(1)},
+    {"ms", std::chrono::milliseconds(1)}, {"", std::chrono::seconds(1)}};
 
 constexpr std::pair<std::string_view, Failure::Kind> kFailures[] = {
     {"silence", Failure::Kind::silence},
@@ -41,12 +29,9 @@ constexpr std::pair<std::string_view, Failure::Kind> kFailures[] = {
 
 }  // namespace
 
-double Usage::foregroundShare() const {
-  return sessionsPerDay * seconds(sessionLength) / kSecondsPerDay;
-}
-
 double Usage::swingAt(Duration timeOfDay) const {
-  const double days = seconds(timeOfDay - busiestTime) / kSecondsPerDay;
+  constexpr Duration kBusiestTime = std::chrono::hours(20);
+  const double days = seconds(timeOfDay - kBusiestTime) / kSecondsPerDay;
   return 1 + dailySwing * std::cos(2 * std::numbers::pi * days);
 }
 
@@ -65,15 +50,10 @@ Duration parseDuration(std::string_view text) {
     if (error != std::errc() || !(number >= 0 && number <= kMost)) fail(whole);
     text.remove_prefix(static_cast<std::size_t>(end - text.data()));
     const auto name = text.substr(0, text.find_first_of("0123456789."));
-    Duration unit = std::chrono::seconds(1);
-    if (!name.empty()) {
-      const auto* const known = std::find_if(std::begin(kUnits), std::end(kUnits),
-                                             [&](const Unit& u) { return u.name == name; });
-      if (known == std::end(kUnits)) fail(whole);
-      unit = known->length;
-    }
+    const auto* const unit = std::ranges::find(kUnits, name, [](const auto& u) { return u.first; });
+    if (unit == std::end(kUnits)) fail(whole);
     text.remove_prefix(name.size());
-    sum += veltrano::internal::durationFromSeconds(number * seconds(unit));
+    sum += veltrano::internal::durationFromSeconds(number * seconds(unit->second));
     if (seconds(sum) > kMost) fail(whole);
   } while (!text.empty());
   return sum;

@@ -13,6 +13,12 @@ namespace fleet {
 
 using veltrano::internal::Duration;
 
+inline constexpr double kSecondsPerDay = 86'400;
+
+inline double seconds(Duration duration) {
+  return std::chrono::duration<double>(duration).count();
+}
+
 /// How one application is used. These are averages: the lengths of sessions and gaps are
 /// exponentially distributed, and events are a Poisson process.
 struct Usage {
@@ -21,13 +27,15 @@ struct Usage {
   double eventsPerMinute = 4;              // in the foreground
   double backgroundShare = 0.05;           // of all events, recorded in the background
   std::optional<Duration> storedInterval;  // of heartbeats, stored before the run
-  double dailySwing = 0.6;  // sessions begin up to this much more or less often than on average
-  Duration busiestTime = std::chrono::hours(20);  // of the day
+  double dailySwing =
+      0.6;  // sessions begin up to this much more (at 20:00) or less often than on average
   double crashShare = 0;  // of the sessions: the process ends instead of entering the background
   double endShare = 0;  // of the sessions: the process ends in the background, before the next one
 
   /// The share of the day that an application spends in the foreground. Less than 1.
-  double foregroundShare() const;
+  double foregroundShare() const {
+    return sessionsPerDay * seconds(sessionLength) / kSecondsPerDay;
+  }
   /// How often sessions begin at this time of the day, as a multiple of the average.
   double swingAt(Duration timeOfDay) const;
   double backgroundEventsPerMinute() const;

@@ -8,6 +8,7 @@
 
 #include "encoding/json_text.h"
 #include "platform/endpoint_path.h"
+#include "platform/simulated/trace_text.h"
 #include "tools/replay/fields.h"
 #include "veltrano/veltrano.h"
 
@@ -27,16 +28,13 @@ Action readDevice(const Fields& fields) {
 }
 
 Action readApplicationState(const Fields& fields) {
-  using veltrano::internal::ApplicationState;
-  static const std::map<std::string, ApplicationState> states = {
-      {"active", ApplicationState::active},
-      {"inactive", ApplicationState::inactive},
-      {"background", ApplicationState::background},
-  };
-  const auto state = states.find(fields.get<std::string>("state"));
-  if (state == states.end()) throw ScenarioError("unknown \"state\"");
-  return
-      [state = state->second](Environment& environment) { environment.setApplicationState(state); };
+  using veltrano::internal::kApplicationStates;
+  const auto name = fields.get<std::string>("state");
+  const auto* const found = std::ranges::find(kApplicationStates, name);
+  if (found == std::end(kApplicationStates)) throw ScenarioError("unknown \"state\"");
+  const auto state =
+      static_cast<veltrano::internal::ApplicationState>(found - std::begin(kApplicationStates));
+  return [state](Environment& environment) { environment.setApplicationState(state); };
 }
 
 Action readNetwork(const Fields& fields) {
@@ -108,24 +106,22 @@ Action readIsValidNestedType(const Fields& fields) {
 
 using Reader = std::function<Action(const Fields&)>;
 
-// Calls a function of the environment with the field `key`.
-template <class Argument, class Parameter>
-Reader environmentCall(void (Environment::*function)(Parameter), const char* key) {
+// Calls `function` with the environment and the field `key`.
+template <class Argument, class Function>
+Reader with(const char* key, Function function) {
   return [=](const Fields& fields) {
     return [function, argument = fields.get<Argument>(key)](Environment& environment) {
-      (environment.*function)(argument);
+      std::invoke(function, environment, argument);
     };
   };
 }
 
-// Calls a function of the tracker with the field `key`.
-template <class Argument, class Parameter>
-Reader trackerCall(void (Veltrano::*function)(Parameter), const char* key) {
-  return [=](const Fields& fields) {
-    return [function, argument = fields.get<Argument>(key)](Environment&) {
-      (Veltrano::shared().*function)(argument);
-    };
-  };
+// Calls an operation of the tracker with the field `key`.
+template <class Argument, class Operation>
+Reader trackerCall(const char* key, Operation operation) {
+  return with<Argument>(key, [operation](Environment&, const Argument& argument) {
+    (Veltrano::shared().*operation)(argument);
+  });
 }
 
 // Does the same each time.
@@ -138,30 +134,26 @@ Action readAction(const Fields& step, Mode mode) {
   static const std::map<string, Reader> readers = {
       {"device", readDevice},
       {"applicationState", readApplicationState},
-      {"interfaceOrientation",
-       environmentCall<int>(&Environment::setInterfaceOrientation, "value")},
-      {"deviceOrientation", environmentCall<int>(&Environment::setDeviceOrientation, "value")},
-      {"notify", environmentCall<string>(&Environment::postNotification, "name")},
+      {"interfaceOrientation", with<int>("value", &Environment::setInterfaceOrientation)},
+      {"deviceOrientation", with<int>("value", &Environment::setDeviceOrientation)},
+      {"notify", with<string>("name", &Environment::postNotification)},
       {"network", readNetwork},
-      {"clockJump",
-       environmentCall<veltrano::internal::Duration>(&Environment::jumpClock, "seconds")},
-      {"enableLog",
-       [](const Fields& fields) -> Action {
-         return [on = fields.get<bool>("on")](Environment&) { Veltrano::isLoggerEnabled = on; };
-       }},
+      {"clockJump", with<veltrano::internal::Duration>("seconds", &Environment::jumpClock)},
+      {"enableLog", with<bool>("on", [](auto&, bool isOn) { Veltrano::isLoggerEnabled = isOn; })},
       {"shared", always([](Environment&) { Veltrano::shared(); })},
       {"setUserId", readSetUserId},
-      {"setAppId", trackerCall<string>(&Veltrano::setAppId, "id")},
-      {"setLibVersion", trackerCall<string>(&Veltrano::setLibVersion, "version")},
-      {"setPublisherUid", trackerCall<std::optional<string>, std::optional<std::string_view>>(
-                              &Veltrano::setPublisherUid, "uid")},
+      {"setAppId", trackerCall<string>("id", &Veltrano::setAppId)},
+      {"setLibVersion", trackerCall<string>("version", &Veltrano::setLibVersion)},
+      {"setPublisherUid",
+       with<std::optional<string>>(
+           "uid", [](auto&, auto& uid) { Veltrano::shared().setPublisherUid(uid); })},
       {"setIdfa", always([](Environment&) { Veltrano::shared().setIdfa(); })},
       {"track", readTrack},
       {"setSuperProperties",
-       trackerCall<veltrano::HostMap>(&Veltrano::setSuperProperties, "properties")},
-      {"removeSuperProperty", trackerCall<string>(&Veltrano::removeSuperProperty, "key")},
+       trackerCall<veltrano::HostMap>("properties", &Veltrano::setSuperProperties)},
+      {"removeSuperProperty", trackerCall<string>("key", &Veltrano::removeSuperProperty)},
       {"setRefreshTriggers", readSetRefreshTriggers},
-      {"setCollecting", trackerCall<bool>(&Veltrano::setCollecting, "on")},
+      {"setCollecting", trackerCall<bool>("on", &Veltrano::setCollecting)},
       {"getScreenOrientation", always([](Environment& environment) {
          environment.trace().add("value", json(Veltrano::shared().getScreenOrientation()));
        })},

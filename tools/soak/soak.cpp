@@ -12,7 +12,6 @@
 #include <iostream>
 #include <limits>
 #include <memory>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -20,6 +19,7 @@
 #include <vector>
 
 #include "tools/command_line.h"
+#include "tools/random.h"
 #include "tools/soak/arrivals.h"
 #include "veltrano/posix_platform.h"
 #include "veltrano/veltrano.h"
@@ -34,18 +34,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kThreads = 8;
 // More than the library may take for an upload.
 constexpr std::chrono::seconds kMaxUpload{70};
-
-// Deterministic for a seed.
-class Choices {
- public:
-  explicit Choices(std::uint64_t seed) : engine_(seed) {}
-
-  int below(int limit) { return static_cast<int>(engine_() % static_cast<unsigned>(limit)); }
-  bool inPercent(int percent) { return below(100) < percent; }
-
- private:
-  std::mt19937_64 engine_;
-};
 
 // What this process uses.
 struct Usage {
@@ -99,7 +87,7 @@ class Soak {
 
   const std::string directory_;
   const std::uint64_t seed_;
-  Choices choices_;
+  tools::Random choices_;
   veltrano::PosixPlatform* platform_ = nullptr;
   std::atomic<std::size_t> given_{0}, called_{0}, calledAgain_{0}, replaced_{0}, inBackground_{0},
       unexplained_{0};                          // completions
@@ -163,7 +151,7 @@ bool Soak::run() {
   while (!hasInputEnded_) {
     pause(std::chrono::seconds(1));
     samples_.push_back(usageNow());
-    if (choices_.inPercent(15)) visitBackground(milliseconds(choices_.below(1500)));
+    if (choices_.isAmong(0.15)) visitBackground(milliseconds(choices_.below(1500)));
   }
   threads.clear();
   uploadTheRest();
@@ -171,18 +159,17 @@ bool Soak::run() {
 }
 
 void Soak::trackAsThread(std::size_t thread, const std::stop_token& end) {
-  Choices choices(seed_ * kThreads + thread);
+  tools::Random choices(seed_ * kThreads + thread);
   while (!end.stop_requested()) {
-    const int burst = choices.inPercent(5) ? 1 + choices.below(40) : 1;
-    for (int i = 0; i < burst; ++i) {
-      const std::string filler(
-          static_cast<std::size_t>(choices.inPercent(2) ? 4000 : choices.below(100)), 'x');
+    const std::uint64_t burst = choices.isAmong(0.05) ? 1 + choices.below(40) : 1;
+    for (std::uint64_t i = 0; i < burst; ++i) {
+      const std::string filler(choices.isAmong(0.02) ? 4000 : choices.below(100), 'x');
       Veltrano::FlushCompletion completion;
-      if (choices.inPercent(4))
+      if (choices.isAmong(0.04))
         completion = [held = std::make_shared<Completion>(*this)](bool) { held->call(); };
       track(thread, filler, std::move(completion));
     }
-    if (choices.inPercent(5))
+    if (choices.isAmong(0.05))
       Veltrano::shared().setSuperProperties({{"changing", choices.below(9)}});
     const auto counts = Veltrano::shared().statistics();
     if (counts.recorded != counts.waiting + counts.inFlight + counts.delivered + counts.dropped())

@@ -5,10 +5,9 @@
 
 #include "encoding/time.h"
 
-namespace fleet {
+namespace tools {
 
-/// A source of random numbers, small enough for each application to have its own. How an
-/// application is used therefore does not depend on the other applications or the server.
+/// A small source of random numbers, the same on every machine for a seed.
 class Random {
  public:
   explicit Random(std::uint64_t seed) : state_(seed) {}
@@ -32,4 +31,4 @@ class Random {
   std::uint64_t state_;
 };
 
-}  // namespace fleet
+}  // namespace tools
