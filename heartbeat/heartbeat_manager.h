@@ -22,8 +22,6 @@ class HeartbeatManager {
   HeartbeatManager(const Platform& platform, std::unique_ptr<HeartbeatRepository> repository,
                    Duration fireNowDelay, std::function<void()> recordFailure,
                    const std::atomic<bool>& isCollecting);
-  HeartbeatManager(const HeartbeatManager&) = delete;
-  HeartbeatManager& operator=(const HeartbeatManager&) = delete;
 
   /// Starts the heartbeat of `uid` with a timer on the calling thread's run loop. Later calls are
   /// no-ops.

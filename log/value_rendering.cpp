@@ -15,29 +15,15 @@ namespace {
 
 // Escapes one control character, the double quote or the backslash.
 void appendEscaped(std::string& line, unsigned character) {
-  switch (character) {
-    case '\0':
-      line += "\\0";
-      return;
-    case '\t':
-      line += "\\t";
-      return;
-    case '\n':
-      line += "\\n";
-      return;
-    case '\r':
-      line += "\\r";
-      return;
-    case '"':
-    case '\\':
-      line += '\\';
-      line += static_cast<char>(character);
-      return;
-    default:
-      char escape[16];
-      std::snprintf(escape, sizeof escape, "\\u{%02X}", character);
-      line += escape;
+  constexpr std::string_view kShort("\0\t\n\r\"\\", 6);
+  if (const auto place = kShort.find(static_cast<char>(character)); place != kShort.npos) {
+    line += '\\';
+    line += "0tnr\"\\"[place];
+    return;
   }
+  char escape[16];
+  std::snprintf(escape, sizeof escape, "\\u{%02X}", character);
+  line += escape;
 }
 
 void appendQuoted(std::string& line, std::string_view text) {

@@ -26,8 +26,6 @@ class Library {
   /// The platform's services, and `observer` if there is one, must outlive the library. Starts
   /// nothing; `tracker` does.
   explicit Library(const Platform& platform, CallObserver* observer = nullptr);
-  Library(const Library&) = delete;
-  Library& operator=(const Library&) = delete;
 
   /// The process's library. If none is installed, the first call installs an inert one for good.
   static Library& current() {

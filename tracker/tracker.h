@@ -99,9 +99,6 @@ class Tracker {
   void setLibVersion(const std::string& version);
   void setPublisherUid(const std::optional<std::string>& uid);
 
-  Tracker(const Tracker&) = delete;
-  Tracker& operator=(const Tracker&) = delete;
-
  private:
   // Lifecycle and orientation. Notifications arrive on the main thread, selectors on any.
   void handleWillEnterForeground();

@@ -20,12 +20,7 @@ namespace {
 
 // A sentence with a name in quotes.
 std::string about(std::string_view start, const std::string& name, std::string_view end) {
-  std::string sentence(start);
-  sentence += " \"";
-  sentence += name;
-  sentence += '"';
-  sentence += end;
-  return sentence;
+  return std::string(start).append(" \"").append(name).append("\"").append(end);
 }
 
 // Throws std::system_error if the process has no descriptor left.

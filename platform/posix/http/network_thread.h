@@ -41,8 +41,6 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
 
   explicit NetworkThread(URLSessionOptions options);
   ~NetworkThread();
-  NetworkThread(const NetworkThread&) = delete;
-  NetworkThread& operator=(const NetworkThread&) = delete;
 
   /// Starts the threads. Throws std::system_error when that fails.
   void start();

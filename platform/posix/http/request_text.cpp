@@ -18,15 +18,11 @@ void appendPercentEncoded(std::string& url, const std::string& text) {
   url += encoded.get();
 }
 
-// Not from <cctype>, which depends on the host's locale.
-bool isLetterOrDigit(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
-}
-
-// HTTP's token characters.
+// HTTP's token characters. Without <cctype>, which depends on the host's locale.
 bool isTokenCharacter(char c) {
   constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
-  return isLetterOrDigit(c) || kMarks.find(c) != kMarks.npos;
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+         kMarks.find(c) != kMarks.npos;
 }
 
 bool isValueCharacter(char c) {

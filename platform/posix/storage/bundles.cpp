@@ -24,29 +24,19 @@ fs::path resourceDirectory() {
   return "/" / fs::canonical(isKnown ? own.dli_fname : "", error).parent_path() / "veltrano";
 }
 
-bool isDirectory(const fs::path& path) {
-  std::error_code error;
-  return fs::is_directory(path, error);
-}
-
-Bundle bundleIn(const fs::path& directory) {
-  return {directory.string(),
-          readPropertyList(readFile((directory / "Info.plist").string()).contents.value_or(""))};
-}
-
-Bundle findLibraryBundle() {
-  return {resourceDirectory().string(), HostMap{{"CFBundleShortVersionString", VELTRANO_RELEASE}}};
-}
-
 }  // namespace
 
 PosixBundles::PosixBundles(std::optional<HostMap> mainInfoDictionary)
-    : mainInfoDictionary_(std::move(mainInfoDictionary)), libraryBundle_(findLibraryBundle()) {}
+    : mainInfoDictionary_(std::move(mainInfoDictionary)),
+      libraryBundle_{resourceDirectory().string(),
+                     HostMap{{"CFBundleShortVersionString", VELTRANO_RELEASE}}} {}
 
 std::optional<Bundle> PosixBundles::bundleAtPath(std::string_view path) const {
   const fs::path directory(path);
-  if (!isDirectory(directory)) return std::nullopt;
-  return bundleIn(directory);
+  std::error_code error;
+  if (!fs::is_directory(directory, error)) return std::nullopt;
+  const FileContents list = readFile((directory / "Info.plist").string());
+  return Bundle{directory.string(), readPropertyList(list.contents.value_or(""))};
 }
 
 }  // namespace veltrano::internal
