@@ -3,7 +3,6 @@
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
 
-#include <algorithm>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -15,7 +14,6 @@ namespace collector {
 namespace {
 
 using rapidjson::Value;
-using veltrano::internal::json;
 using veltrano::internal::jsonObject;
 
 [[noreturn]] void refuse(const std::string& reason) {
@@ -116,22 +114,6 @@ std::string faultsJSON(const FaultsByPath& faults) {
         array.replace(array.size() - 1, 1, ",\"count\":" + std::to_string(*fault.count) + "}");
     }
   return array + "]";
-}
-
-std::string faultJSON(std::string_view text) {
-  veltrano::internal::JSONMembers members;
-  while (!text.empty()) {
-    const auto end = text.starts_with("body=") ? text.size() : text.find(',');
-    const std::string_view item = text.substr(0, end);
-    text.remove_prefix(std::min(text.size(), item.size() + 1));
-
-    const auto equals = item.find('=');
-    const std::string_view key = item.substr(0, equals);
-    const std::string_view value = equals == item.npos ? "true" : item.substr(equals + 1);
-    const bool isText = key == "path" || key == "body" || key == "retry_after";
-    members.emplace_back(std::string(key), isText ? json(value) : std::string(value));
-  }
-  return jsonObject(members);
 }
 
 Fault takeFault(FaultsByPath& faults, const std::string& path) {

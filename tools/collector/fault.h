@@ -34,10 +34,6 @@ FaultsByPath parseFaults(std::string_view json);
 /// The faults as a JSON array that `parseFaults` accepts.
 std::string faultsJSON(const FaultsByPath& faults);
 
-/// Converts text like "path=/track,status=503,count=2,drop" to a JSON object. The value of "body="
-/// extends to the end of the text.
-std::string faultJSON(std::string_view text);
-
 /// Removes and returns the fault for the next request to `path`.
 Fault takeFault(FaultsByPath& faults, const std::string& path);
 

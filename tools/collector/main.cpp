@@ -13,7 +13,6 @@
 #include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "tools/collector/certificate.h"
 #include "tools/collector/collector.h"
@@ -33,7 +32,6 @@ struct Arguments {
   std::string certificateFile;
   std::string keyFile;
   std::string outputFile;
-  std::vector<std::string> faults;
   CollectorOptions options;
 };
 
@@ -68,10 +66,10 @@ void describe(CLI::App& app, Arguments& arguments) {
         arguments.options.plan = veltrano::planning::Plan::read(file);
       },
       "Compare events with this tracking plan; exit with 3 if one was not as planned");
-  app.add_option("--misbehave", arguments.faults,
-                 "A fault such as path=/track,status=503,count=2; repeat it to queue several for a "
-                 "path")
-      ->allow_extra_args(false);
+  app.add_option_function<std::string>(
+      "--misbehave",
+      [&arguments](const std::string& json) { arguments.options.faults = parseFaults(json); },
+      "Faults as for /control, such as {\"path\":\"/track\",\"status\":503,\"count\":2}");
 }
 
 void route(httplib::SSLServer& server, Collector& collector, const std::string& page) {
@@ -199,10 +197,6 @@ int main(int argc, char** argv) {
   collector::describe(app, arguments);
   try {
     if (const auto status = tools::parse(app, "veltrano-collector", argc, argv)) return *status;
-    std::string json = "[";
-    for (const std::string& fault : arguments.faults)
-      json += (json.size() > 1 ? "," : "") + collector::faultJSON(fault);
-    arguments.options.faults = collector::parseFaults(json + "]");
     return collector::run(arguments);
   } catch (const veltrano::planning::Faults& faults) {
     std::cerr << faults.what() << std::endl;
