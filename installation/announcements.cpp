@@ -17,11 +17,10 @@ void Announcements::announce(std::string_view name, std::function<void()> change
       const Lock lock(mutex_);
       pending_.push_back(std::move(announcement));
     }
-    if (mainRunLoop_.isOwnThread()) {
+    if (mainRunLoop_.isOwnThread())
       announcePending();
-    } else {
+    else
       mainRunLoop_.perform([this] { announcePending(); });
-    }
   });
 }
 

@@ -82,11 +82,10 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
   };
   const AtEnd atEnd{*this, delay, std::move(completion), isFirst};
   for (const char* const line : announcements) log_(line);
-  if (delay == delay.zero()) {
+  if (delay == delay.zero())
     log_("Scheduling a flush that is forced");
-  } else {
+  else
     log_("Scheduling a flush with delay of ", delay.count(), " secs");
-  }
   log_("Canceling scheduled flush!");
 }
 
@@ -108,11 +107,10 @@ void Tracker::scheduleSilently(std::chrono::seconds delay, FlushCompletion compl
 void Tracker::runScheduledFlush(std::chrono::seconds delay, FlushCompletion completion) {
   if (!collectsNow()) return;
   try {
-    if (delay == delay.zero()) {
+    if (delay == delay.zero())
       log_("In the scheduled flush work item block  that is forced");
-    } else {
+    else
       log_("In the scheduled flush work item block after delay of ", delay.count(), " secs");
-    }
     flushQueue(std::move(completion));
   } catch (...) {
     dispatchQueue_.wait(uploads_, [] {});

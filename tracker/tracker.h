@@ -144,8 +144,8 @@ class Tracker {
   Accounting& accounting_ = client_.accounting;
   const std::function<void(const std::string& uid)> startHeartbeat_;
   CallObserver* const observer_;
-  std::size_t nextToRegister_ =
-      0;  // used by `registerForNotifications` only; index into kHandlers, where it resumes
+  // Used by `registerForNotifications` only: the index into kHandlers where it resumes.
+  std::size_t nextToRegister_ = 0;
   WorkQueue& dispatchQueue_ = *platform_.workQueue;
 
   // Written by the lifecycle handlers, read on the work queue and on threads of the networking

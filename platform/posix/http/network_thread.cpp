@@ -63,7 +63,10 @@ Duration sinceEpoch(NetworkThread::Clock::time_point time) {
 struct NetworkThread::Post final : Call {
   ~Post() override {
     callback = nullptr;
-    if (owner != nullptr && !isForkedChild()) owner->postEnded(*endpoint);
+    if (owner == nullptr || isForkedChild()) return;
+    const Lock lock(owner->mutex_);
+    --endpoint->unfinished;
+    owner->changed_.notify_all();
   }
 
   void run() override { callBack(callback, result); }
@@ -211,17 +214,6 @@ bool NetworkThread::shutDown(Clock::time_point deadline) {
   return wasIdle_;
 }
 
-void NetworkThread::wake() {
-  const Lock lock(mutex_);
-  if (wakeUp_) wakeUp_->set(Clock::now());
-}
-
-void NetworkThread::postEnded(Endpoint& endpoint) {
-  const Lock lock(mutex_);
-  --endpoint.unfinished;
-  changed_.notify_all();
-}
-
 void NetworkThread::run() {
   separateDescriptors(wakeUpDescriptor_);  // libcurl opens some that programs would inherit
   {
@@ -300,11 +292,8 @@ void NetworkThread::perform() {
 void NetworkThread::wait(Clock::time_point until) {
   using std::chrono::milliseconds;
   constexpr milliseconds kLongest = std::chrono::hours(24);
-  const auto now = Clock::now();
-  const auto time = until < now + kLongest
-                        ? std::max(std::chrono::ceil<milliseconds>(until - now), milliseconds(0))
-                        : kLongest;
-  const int limit = static_cast<int>(time.count());
+  const auto time = std::chrono::ceil<milliseconds>(until - Clock::now());
+  const int limit = static_cast<int>(std::clamp(time, milliseconds(0), kLongest).count());
   const int changes = networkChanges_->descriptor();
   bool hasWaited = false;
   if (multi_) {
@@ -413,7 +402,8 @@ void NetworkThread::prepare(const Endpoint& endpoint, Post& post) {
                   ~End() {
                     if (isForkedChild()) return;
                     preparation.isDone = true;
-                    thread.wake();
+                    const Lock lock(thread.mutex_);
+                    if (thread.wakeUp_) thread.wakeUp_->set(Clock::now());
                   }
                   NetworkThread& thread;
                   Preparation& preparation;

@@ -82,8 +82,6 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   };
 
   Endpoint& endpointFor(const PostRequest& request) REQUIRES(mutex_);
-  void wake();
-  void postEnded(Endpoint& endpoint);
 
   void run();
   void noteNetwork();

@@ -66,11 +66,10 @@ std::vector<std::string> headerLines(const std::map<std::string, std::string>& h
     const std::string kept = filtered(value, isValueCharacter);
     const auto text = trimmed(kept);
     // For libcurl, "Name:" removes the header and "Name;" sends it without a value.
-    if (text.empty()) {
+    if (text.empty())
       line += ';';
-    } else {
+    else
       line.append(": ").append(text);
-    }
     lines.push_back(std::move(line));
   }
   return lines;

@@ -66,11 +66,10 @@ bool PosixRunLoop::runUntilOptional(std::optional<Clock::time_point> deadline) {
     auto wake = wakeTime();
     if (wake && *wake <= now) continue;
     if (deadline && (!wake || *deadline < *wake)) wake = deadline;
-    if (wake) {
+    if (wake)
       changes_.wait_until(lock.standard(), *wake);
-    } else {
+    else
       changes_.wait(lock.standard());
-    }
   }
   return false;
 }
@@ -86,8 +85,7 @@ void PosixRunLoop::perform(std::function<void()> function) {
   if (!function || isForkedChild()) return;
   dropExceptions([&] {
     const Lock lock(mutex_);
-    schedule_.emplace(Key(kAtOnce, nextOrder_), Pending{kAtOnce, std::move(function)});
-    ++nextOrder_;
+    schedule_.emplace(Key(kAtOnce, nextOrder_++), Pending{kAtOnce, std::move(function)});
     changed();
   });
 }
@@ -111,9 +109,9 @@ std::shared_ptr<Timer> PosixRunLoop::schedule(Duration delay, Duration tolerance
   const auto due = dueTime(now, std::max(delay, tolerance));
   const auto latest = dueTime(dueTime(now, delay), tolerance);
   const Lock lock(mutex_);
-  auto timer = std::make_shared<LoopTimer>(weak_from_this(), nextOrder_);
-  schedule_.emplace(Key(due, nextOrder_), Pending{latest, std::move(action)});
-  ++nextOrder_;
+  const std::uint64_t order = nextOrder_++;
+  auto timer = std::make_shared<LoopTimer>(weak_from_this(), order);
+  schedule_.emplace(Key(due, order), Pending{latest, std::move(action)});
   changed();
   return timer;
 }
@@ -131,11 +129,7 @@ void PosixRunLoop::cancel(std::uint64_t order) {
 bool PosixRunLoop::runPass(bool endsWhenStopped) {
   if (isForkedChild()) return false;
   const auto now = Clock::now();
-  std::uint64_t end = 0;
-  {
-    const Lock lock(mutex_);
-    end = nextOrder_;
-  }
+  const std::uint64_t end = nextOrder_;
   {
     const HostCode::OnLoop code;
     while (run(takeNext(now, end, endsWhenStopped))) {

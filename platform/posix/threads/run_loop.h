@@ -70,7 +70,7 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
   Mutex mutex_;
   std::condition_variable changes_;
   Schedule schedule_ GUARDED_BY(mutex_);  // functions and timers
-  std::uint64_t nextOrder_ GUARDED_BY(mutex_) = 0;
+  std::atomic<std::uint64_t> nextOrder_{0};
   bool stopped_ GUARDED_BY(mutex_) = false;
   WakeUp wakeUp_ GUARDED_BY(mutex_);  // for the host's own loop
 };
