@@ -144,8 +144,9 @@ def set_up(url, certificate, directory):
         carrier_name=text("Carrier\0One"), tracking_authorization_status=2,
         advertising_identifier=text("00000000-0000-0000-0000-00000000000a"),
         withheld_properties=(c_char_p * 2)(b"secret", b"$model"), withheld_count=2)
-    error = c_void_p()
+    error = c_void_p(1)
     assert install(ctypes.byref(options), ctypes.byref(error)), string_of(string_text(error))
+    assert error.value is None
     release(info)
     declare("set_logger_enabled", None, c_bool)(True)
 

@@ -154,6 +154,7 @@ TEST(NetworkFaults, ALookupThatIsStuckKeepsOneThreadAndNoPost) {
   while (post(session, request).status() != 200) {
   }
   threads(2);
+  EXPECT_EQ(failures::stuckLookups, 1) << "asked again meanwhile";
 }
 
 TEST(NetworkFaults, CodeOfTheHostThatBlocksHoldsUpNothingElse) {
@@ -249,6 +250,7 @@ TEST(NetworkFaults, HangingHeartbeatsDoNotHoldUpAnUpload) {
   std::vector<std::future<Outcome>> heartbeats;
   for (int i = 0; i < 300; ++i) heartbeats.push_back(start(session, requestTo(silent.url())));
   EXPECT_TRUE(heartbeats.back().get().isTransportError()) << "more are waiting than shall";
+  EXPECT_EQ(heartbeats.front().wait_for(0s), std::future_status::timeout);
   EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
 }
 
