@@ -243,12 +243,13 @@ TEST(NetworkFaults, InAForkARouteThatReturnsEndsARest) {
 }
 
 TEST(NetworkFaults, HangingHeartbeatsDoNotHoldUpAnUpload) {
-  TLSServer silent([](int) { return Reply{}; });
-  TLSServer server([](int) { return answer("200 OK"); });
+  TLSServer server([](int number) { return number == 2 ? Reply{} : answer("200 OK"); });
   PosixURLSession session(trusting(server.authorities()));
   EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
+  const auto heartbeat = requestTo(server.url() + "/heartbeat");
   std::vector<std::future<Outcome>> heartbeats;
-  for (int i = 0; i < 300; ++i) heartbeats.push_back(start(session, requestTo(silent.url())));
+  for (int i = 0; i < 300; ++i) heartbeats.push_back(start(session, heartbeat));
+  while (server.requests().size() < 2) std::this_thread::yield();
   EXPECT_TRUE(heartbeats.back().get().isTransportError()) << "more are waiting than shall";
   EXPECT_EQ(heartbeats.front().wait_for(0s), std::future_status::timeout);
   EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);

@@ -60,13 +60,16 @@ int main(int, char** arguments) {
       wasDelivered = accepted;
       loop->stop();
     });
-    loop->runUntil(in(20s));
+    loop->runUntil(in(15s));
   }
   expect(wasDelivered, "the event was not delivered");
   expect(installation.platform->shutDown(in(20s)), "the shutdown left something");
   const auto counts = tracker.statistics();
   expect(counts.recorded == counts.delivered, "an event was lost");
-  while (entriesOf("/proc/self/fd") > descriptors || entriesOf("/proc/self/task") > 1)
-    std::this_thread::yield();  // or it leaks
+  const auto end = in(15s);
+  while (entriesOf("/proc/self/fd") > descriptors || entriesOf("/proc/self/task") > 1) {
+    expect(std::chrono::steady_clock::now() < end, "a descriptor or a thread is left over");
+    std::this_thread::yield();
+  }
   return hasFailed() ? 0 : 2;
 }
