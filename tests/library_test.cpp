@@ -1,4 +1,4 @@
-// Several libraries in one process, and one without a platform.
+// How a library starts, and one without a platform.
 #include "tracker/library.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +8,6 @@
 #include <functional>
 #include <future>
 #include <latch>
-#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -19,40 +18,6 @@
 
 namespace veltrano::internal {
 namespace {
-
-struct Client {
-  explicit Client(std::shared_ptr<Timeline> timeline) : platform(std::move(timeline)) {
-    platform.network.onPost = [this](const PostRequest& post) {
-      ++posts[post.baseURL.substr(post.baseURL.rfind('/')) + " " + post.qsParameters.at("uid") +
-              " " + post.headerParameters.at("publisher_version")];
-    };
-  }
-
-  SimulatedPlatform platform;
-  std::map<std::string, int> posts;
-  Library library{platform.services()};
-};
-
-TEST(Libraries, OnOneTimelineKeepToThemselves) {
-  using Posts = std::map<std::string, int>;
-  const auto timeline = std::make_shared<Timeline>();
-  std::vector<std::unique_ptr<Client>> clients;
-  for (int i = 0; i < 3; ++i) clients.push_back(std::make_unique<Client>(timeline));
-  for (int i = 0; i < 3; ++i) {
-    const std::string number = std::to_string(i);
-    clients[i]->platform.bundles.mainInfo = HostMap{{"CFBundleShortVersionString", number}};
-    if (i < 2) clients[i]->library.tracker().setUserId("user-" + number);
-    clients[i]->library.tracker().track("E", {}, nullptr);
-  }
-  clients[1]->platform.network.answers["/track"].status = 503;
-  clients[1]->platform.device.applicationState = ApplicationState::background;
-  timeline->runUntil(std::chrono::seconds(45));
-  EXPECT_EQ(clients[0]->posts, (Posts{{"/heartbeat user-0 ios_0", 3}, {"/track user-0 ios_0", 1}}));
-  EXPECT_EQ(clients[1]->posts, (Posts{{"/track user-1 ios_1", 2}}));
-  EXPECT_EQ(clients[2]->posts, (Posts{{"/track  ios_2", 1}}));
-  // None of them is the process's library.
-  EXPECT_EQ(Library::exchangeCurrent(nullptr), nullptr);
-}
 
 TEST(Libraries, WithoutAPlatformTheFirstTouchDecides) {
   int calls = 0;

@@ -1,7 +1,8 @@
-// How an event's properties are merged, and how it is recorded.
+// Code of the host that runs while an event is recorded, and the event of a failed heartbeat.
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <new>
 #include <stdexcept>
 
 #include "tests/support/simulation.h"
@@ -9,34 +10,8 @@
 namespace veltrano::internal {
 namespace {
 
-class Recording : public testing::Test {
- protected:
-  // The properties of one event as they are sent.
-  const rapidjson::Value& sent(HostMap properties = {}) {
-    Veltrano::shared().track("E", std::move(properties), [](bool) {});
-    simulation.runUntil(simulation.now() + 1);
-    const auto& post = simulation.posts.back();
-    EXPECT_EQ(post.eventCount(), 1U);
-    return post.properties();
-  }
-
+TEST(Recording, ARefreshHandlerMayUseTheTrackerReplaceItselfAndThrow) {
   Simulation simulation;
-};
-
-// The device's state is read for each event, its description only once.
-TEST_F(Recording, TheDeviceIsDescribedOnce) {
-  auto& device = simulation.platform.device;
-  device.screen = {414.9, 895.9};
-  sent();
-  device.screen = {1, 1};
-  device.carrier = "Tele\xFFnor";
-  const auto& later = sent();
-  EXPECT_EQ(text(later, "$carrier"), "\"Tele\xEF\xBF\xBDnor\"");
-  EXPECT_EQ(text(later, "$screen_width"), "414");
-  EXPECT_EQ(text(later, "$screen_height"), "895");
-}
-
-TEST_F(Recording, ARefreshHandlerMayUseTheTrackerReplaceItselfAndThrow) {
   auto& tracker = Veltrano::shared();
   int calls = 0;
   const auto handler = [&] { ++calls; };
@@ -74,13 +49,40 @@ struct Unreadable {
   const_iterator end() const { return {2}; }
 };
 
-TEST_F(Recording, AContainerThatThrowsEndsOnlyItsOwnCall) {
+TEST(Recording, AContainerThatThrowsEndsOnlyItsOwnCall) {
+  Simulation simulation;
   Veltrano& tracker = Veltrano::shared();
   tracker.track("E", {{"list", Unreadable()}});
   tracker.setSuperProperties({{"list", Unreadable()}});
-  EXPECT_EQ(text(sent(), "list"), "absent");
+  tracker.track("F", {}, [](bool) {});
+  simulation.runUntil(1);
+  EXPECT_EQ(text(simulation.posts.at(0)[0u]["properties"], "list"), "absent");
   EXPECT_EQ(tracker.statistics().recorded, 1U);
   EXPECT_EQ(tracker.statistics().dropped(), 0U);
+}
+
+// Has no memory for the first heartbeat, and cuts the answer to the second off.
+struct FailingNetwork final : ZKURLSessionManager {
+  void postData(PostRequest request, URLSessionCallback callback) override {
+    if (request.path() != "/heartbeat") return;
+    if (++heartbeats == 1) throw std::bad_alloc();
+    callback(std::nullopt, URLResponse{200}, TransportError{"cut off"});
+  }
+  int heartbeats = 0;
+};
+
+TEST(Recording, AnyFailureOfAHeartbeatIsRecorded) {
+  SimulatedPlatform platform;
+  FailingNetwork network;
+  Platform services = platform.services();
+  services.urlSession = &network;
+  Library library(services);
+  library.tracker().setUserId("u");
+  platform.timeline.runUntil(std::chrono::seconds(2));
+  EXPECT_EQ(library.accounting().statistics().recorded, 1U);
+  platform.timeline.runUntil(std::chrono::seconds(22));
+  EXPECT_EQ(network.heartbeats, 2);
+  EXPECT_EQ(library.accounting().statistics().recorded, 2U);
 }
 
 }  // namespace

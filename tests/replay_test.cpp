@@ -17,6 +17,7 @@
 #include "tests/support/directory.h"
 #include "tests/support/trace_laws.h"
 #include "tools/replay/simulated_run.h"
+#include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
 namespace replay {
@@ -67,20 +68,6 @@ TEST(Replay, NamesTheLineOfAMalformedStep) {
             "line 2: \"at\" is decreasing");
 }
 
-TEST(Replay, TakesWhatTheFormatAllows) {
-  const char* good[] = {
-      "",
-      R"({"op":"configure","startTime":1.5e9,"screen":[1,2.5],"info":null,"defaults":{"k":1}})",
-      R"({"op":"configure","libraryBundle":{"resourceBundle":null,"info":{"$":"plain key"}}})",
-      R"({"op":"batch","steps":[{"op":"batch","steps":[{"op":"end"}]},{"op":"shared"}]})",
-      R"({"op":"track","name":"E","properties":{"a":{"$":"Double","v":99999999999999999999}}})",
-      R"({"op":"track","name":"E","properties":{"a":{"$":"Float","v":1e-50}}})",
-      R"({"op":"network","path":"/heartbeat","nonHTTP":true,"latency":0})",
-      "{\"op\":\"shared\"}\r\n  \r\n{\"op\":\"end\",\"at\":0.000001}",
-  };
-  for (const char* lines : good) EXPECT_EQ(problemWith(lines), "none") << lines;
-}
-
 TEST(Replay, LiveScenariosAreLimited) {
   const std::string end = "\n{\"op\":\"end\",\"at\":1}";
   EXPECT_EQ(problemWith(R"({"op":"configure","info":{}})" + end, Mode::live), "none");
@@ -116,23 +103,54 @@ void play(const std::string& scenario, std::function<void(std::string_view)> tak
   player.play(readScenario(lines, Mode::simulated));
 }
 
+// Read without a use of the library.
+veltrano::Statistics balanced() {
+  const auto now = veltrano::internal::Library::current().accounting().statistics();
+  EXPECT_EQ(now.recorded, now.waiting + now.inFlight + now.delivered + now.dropped());
+  return now;
+}
+
+void expectLaws(const std::string& scenario) {
+  using veltrano::Statistics;
+  TraceLaws laws;
+  laws.mayJump = scenario.find("clockJump") != scenario.npos ||
+                 scenario.find("startTime") != scenario.npos ||
+                 scenario.find("\"time\"") != scenario.npos;
+  play(scenario, [&](std::string_view line) {
+    EXPECT_EQ(laws.take(line), "") << line;
+    const Statistics now = balanced();
+    const bool isUpload = line.find("/track\"") != line.npos;
+    EXPECT_TRUE(!isUpload || (now.inFlight == laws.waiting() && now.waiting == 0)) << line;
+  });
+  const Statistics last = balanced();
+  for (const auto count : {&Statistics::delivered, &Statistics::droppedByTrimming,
+                           &Statistics::droppedAsRefused, &Statistics::droppedAsNotEncodable,
+                           &Statistics::droppedForMemory, &Statistics::uploadsAttempted,
+                           &Statistics::uploadsSucceeded, &Statistics::uploadsFailedInTransport,
+                           &Statistics::uploadsFailedByStatus, &Statistics::heartbeatsSent})
+    EXPECT_EQ(last.*count, laws.counts.*count);
+  EXPECT_TRUE(last.droppedByOptOut > 0 || last.waiting + last.inFlight == laws.waiting());
+
+  // Nothing waits in a library that is over, whatever still runs.
+  int lines = 0;
+  play(scenario, [&](std::string_view) {
+    if (++lines == 100) veltrano::internal::Library::current().accounting().end();
+    EXPECT_TRUE(balanced().waiting == 0 || lines < 100);
+  });
+}
+
 TEST(Replay, TracesKeepToTheirLaws) {
   const veltrano::internal::Directory directory;
   const std::string program = SCENARIOS_PROGRAM;
   ASSERT_EQ(runCommand(program + " --count 50 " + (directory / "usual")).status, 0);
   ASSERT_EQ(runCommand(program + " --count 50 --rare " + (directory / "rare")).status, 0);
   std::filesystem::copy(SCENARIOS, directory / "recorded");
+  std::filesystem::copy(SCENARIOS "/../../examples/scenarios", directory / "examples");
   for (const auto& entry : std::filesystem::recursive_directory_iterator(directory / "")) {
     if (entry.path().extension() != ".jsonl") continue;
     const std::string text = veltrano::internal::contentsOf(entry.path());
-    if (text.find("enableLog") != text.npos) continue;
-    TraceLaws laws;
-    laws.mayJump = text.find("clockJump") != text.npos || text.find("startTime") != text.npos ||
-                   text.find("\"time\"") != text.npos;
-    play(text, [&](std::string_view line) {
-      EXPECT_EQ(laws.take(line), "") << entry << '\n' << line;
-    });
-    ASSERT_FALSE(HasFailure());
+    if (text.find("enableLog") == text.npos) expectLaws(text);
+    ASSERT_FALSE(HasFailure()) << entry;
   }
 }
 

@@ -45,11 +45,11 @@ class Selectors : public testing::Test {
   // The properties of an event that is sent with these objects.
   const rapidjson::Value& sent(Object properties) {
     EXPECT_EQ(outcome("trackWithEventName:eventProperties:forceFlushCompletion:",
-                      {object("E"), std::move(properties), Object(simulation.completion("E"))}),
+                      {object("E"), std::move(properties), Object(simulation.completion())}),
               "done");
     simulation.runUntil(simulation.now() + 1);
-    EXPECT_EQ(simulation.completions.back(), std::pair(std::string("E"), true));
-    return simulation.posts.back().properties();
+    EXPECT_TRUE(simulation.outcomes.back());
+    return simulation.posts.back()[0u]["properties"];
   }
 
   Simulation simulation;
@@ -77,7 +77,7 @@ TEST_F(Selectors, WrongMessagesChangeNothing) {
       {full, {text, otherMap, nil}, "argument 1"},
       {full, {text, map, block}, "argument 2"},
       {triggers, {object(HostValue(Array{"a", 1})), block}, "argument 0"},
-      {triggers, {nil, Object(simulation.completion(""))}, "argument 1"},
+      {triggers, {nil, Object(simulation.completion())}, "argument 1"},
   };
   for (const auto& [selector, arguments, expected] : cases)
     EXPECT_EQ(outcome(selector, arguments), expected) << selector;

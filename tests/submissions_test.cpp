@@ -18,21 +18,10 @@ using veltrano::internal::Submissions;
 
 namespace {
 
+// The explorer's orders are those of the standard.
 rl::memory_order explored(std::memory_order order) {
-  switch (order) {
-    case std::memory_order::relaxed:
-      return rl::mo_relaxed;
-    case std::memory_order::consume:
-    case std::memory_order::acquire:
-      return rl::mo_acquire;
-    case std::memory_order::release:
-      return rl::mo_release;
-    case std::memory_order::acq_rel:
-      return rl::mo_acq_rel;
-    case std::memory_order::seq_cst:
-      break;
-  }
-  return rl::mo_seq_cst;
+  static_assert(int(std::memory_order::seq_cst) == int(rl::mo_seq_cst));
+  return static_cast<rl::memory_order>(order);
 }
 
 struct ExploredThreads {

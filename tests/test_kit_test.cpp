@@ -411,42 +411,114 @@ TEST(Worlds, AreInertInAForkedChild) {
   EXPECT_EQ(world.delivered().size(), 1u);
 }
 
+// In C, whose options become those of C++.
 TEST(Installation, SetsWhatTheOptionsSay) {
   kit::World world;
-  auto given = options();
-  given.infoDictionary = {{"CFBundleVersion", "7"}};
-  given.systemName = "Player OS";
-  given.screenWidth = 100;
-  given.interfaceOrientation = 3;
-  given.carrierName = "Telenor";
-  given.withheldProperties = {"mp_lib", "$os_version"};
-  given.sessionToken = [] { return "token"; };
-  const auto installation = PosixPlatform::install(given);
-  ASSERT_TRUE(installation) << installation.error;
-  Veltrano::shared().setUserId("user");
-  installation.platform->setTrackingAuthorizationStatus(3);
+  const char* const withheld[] = {"mp_lib", "$model"};
+  veltrano_options given = {};
+  given.size = sizeof given;
+  given.collection_host = veltrano_c_string("events.example.com");
+  veltrano_object* const info = veltrano_dictionary();
+  veltrano_dictionary_set_text(info, "CFBundleVersion", "7");
+  given.info_dictionary = info;
+  given.system_name = veltrano_c_string("Player OS");
+  given.system_version = veltrano_c_string("9");
+  given.screen_width = 100;
+  given.screen_height = 200;
+  given.interface_orientation = 3;
+  given.device_orientation = 1;
+  given.carrier_name = {"Tele\0nor", 8};
+  given.tracking_authorization_status = 2;
+  given.advertising_identifier = veltrano_c_string("6d92078a-8246-4ba4-ae5b-76104861e7dc");
+  given.withheld_properties = withheld;
+  given.withheld_count = std::size(withheld);
+  given.session_token = [](void*) { return veltrano_string(veltrano_c_string("token")); };
+  int lines = 0;
+  given.log_sink = [](void* count, veltrano_text) { ++*static_cast<int*>(count); };
+  given.log_sink_context = &lines;
+  veltrano_object* error = info;
+  ASSERT_TRUE(veltrano_install_posix_platform(&given, &error));
+  EXPECT_EQ(error, nullptr);
+  veltrano_release(info);
+  veltrano_set_logger_enabled(true);
+  EXPECT_STREQ(veltrano_screen_orientation(), "landscape");
+  EXPECT_STREQ(veltrano_device_orientation(), "portrait");
+  veltrano_set_user_id("user");
+  veltrano_set_app_id("app");
+  veltrano_set_publisher_uid("pub");
+  veltrano_set_idfa();
+  veltrano_track("First", nullptr, nullptr, nullptr);
+
+  veltrano_set_publisher_uid(nullptr);
+  veltrano_remove_super_property("app_id");
+  veltrano_set_carrier_name({});
+  veltrano_set_tracking_authorization_status(3);
+  veltrano_set_advertising_identifier(veltrano_c_string("none"));
+  veltrano_set_screen_size(1, 1);
+  veltrano_set_device_orientation(5);
+  veltrano_set_interface_orientation(1);
   world.setWiFi(true);
-  world.setAdvertisingIdentifier("6d92078a-8246-4ba4-ae5b-76104861e7dc");
-  Veltrano::shared().setIdfa();
-  Veltrano::shared().track("E");
+  veltrano_track("E", nullptr, nullptr, nullptr);
   world.jumpClock(-1h);
   world.advance(20s);
-  const auto event = world.delivered().only("E");
-  for (const auto& [path, value] : HostMap{{"$app_build_number", "7"},
-                                           {"$os", "Player OS"},
-                                           {"$screen_width", 100},
-                                           {"$carrier", "Telenor"},
-                                           {"$wifi", true},
-                                           {"extra_json.att_auth_status", 3},
-                                           {"$ios_ifa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"},
-                                           {"time", 1'700'000'000'000}})
-    EXPECT_EQ(event[path], value) << path;
-  for (const std::string& name : given.withheldProperties) EXPECT_FALSE(event.has(name)) << name;
+  EXPECT_GT(lines, 10);
+  const std::pair<const char*, HostMap> expected[] = {
+      {"First",
+       {{"$app_build_number", "7"},
+        {"$os", "Player OS"},
+        {"$os_version", "9"},
+        {"$screen_width", 100},
+        {"$screen_height", 200},
+        {"$carrier", std::string("Tele\0nor", 8)},
+        {"app_id", "app"},
+        {"pub_uid", "pub"},
+        {"extra_json.att_auth_status", 2},
+        {"$ios_ifa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"},
+        {"time", 1'700'000'000'000}}},
+      {"E",
+       {{"extra_json.att_auth_status", 3},
+        {"$screen_width", 100},
+        {"$wifi", true},
+        {"screen_orientation", "portrait"},
+        {"device_orientation", "faceUp"}}}};
+  for (const auto& [name, properties] : expected)
+    for (const auto& [path, value] : properties)
+      EXPECT_EQ(world.delivered().only(name)[path], value) << name << ": " << path;
+  const auto last = world.delivered().only("E");
+  for (const char* const gone : {"mp_lib", "$model", "pub_uid", "app_id", "$carrier"})
+    EXPECT_FALSE(last.has(gone)) << gone;
   const auto heartbeat = world.heartbeats().front();
-  EXPECT_EQ(heartbeat["screen_orientation"], "landscape");
+  EXPECT_EQ(heartbeat["screen_orientation"], "portrait");
   EXPECT_EQ(heartbeat["time"], 1'700'000'001'000 - 3'600'000);
   EXPECT_EQ(heartbeat.userId(), "user");
   EXPECT_EQ(world.requests().front().headers.at("Authorization"), "Bearer token");
+
+  veltrano_application_did_enter_background();
+  world.advance(2min);
+  EXPECT_EQ(world.heartbeats().size(), 1u);
+  veltrano_application_will_enter_foreground();
+  veltrano_application_did_become_active();
+  world.advance(2s);
+  EXPECT_EQ(world.heartbeats().size(), 2u);
+}
+
+TEST(Installation, SendsATokenIfAHeaderCanCarryIt) {
+  kit::World world;
+  std::string token;
+  auto given = options();
+  given.sessionToken = [&] { return token; };
+  ASSERT_TRUE(PosixPlatform::install(given));
+  Veltrano::shared().setUserId("user");
+  const std::pair<const char*, const char*> cases[] = {
+      {"t", "Bearer t"}, {"!~", "Bearer !~"}, {"", ""}, {"a b", ""}, {"a\x7F", ""},
+      {"a\xC3\xA9", ""}, {"a\r\nEvil: 1", ""}};
+  for (const auto& [text, expected] : cases) {
+    token = text;
+    world.advance(20s);
+    const auto headers = world.requests().back().headers;
+    const auto sent = headers.find("Authorization");
+    EXPECT_EQ(sent != headers.end() ? sent->second : "", expected) << text;
+  }
 }
 
 TEST(MainRunLoop, RunsInVirtualTime) {

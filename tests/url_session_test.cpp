@@ -63,22 +63,6 @@ TEST(HTTPHeaders, CannotBeForged) {
       (Lines{"abc: x y \xC3\xA9", "v: 12"}));
 }
 
-TEST(URLSession, SendsWhatItIsGivenAndNothingOfItsOwn) {
-  TLSServer server([](int) { return answer("200 OK", "{\"a\":1}"); });
-  PosixURLSession session(trusting(server.authorities()));
-  auto request = requestTo(server.url());
-  request.headerParameters = {{"lib_version", "ios_1.0"}, {"empty", ""}};
-  request.qsParameters = {{"uid", "a b"}};
-  const auto outcome = post(session, request);
-  EXPECT_EQ(outcome.status(), 200);
-  EXPECT_EQ(outcome.data, "{\"a\":1}");
-  EXPECT_FALSE(outcome.error);
-  EXPECT_EQ(server.requests().at(0),
-            "POST /path?uid=a%20b HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
-                "\r\nAccept: */*\r\nempty:\r\nlib_version: ios_1.0\r\nContent-Length: 9\r\n\r\n"
-                "data=W10=");
-}
-
 TEST(URLSession, RepeatsOnlyWhatTheServerPutsOff) {
   const struct {
     std::vector<Reply> replies;

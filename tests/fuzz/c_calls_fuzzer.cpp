@@ -39,29 +39,15 @@ struct Context {
 };
 
 constexpr const char* kSelectors[] = {
-    "shared",
-    "setUserId:",
-    "setAppId:",
-    "setIdfa",
-    "setLibVersion:",
-    "setPublisherUid:",
-    "trackWithEventName:eventProperties:",
-    "trackWithEventName:eventProperties:forceFlushCompletion:",
-    "setSuperPropertiesWithProperties:",
-    "removeSuperPropertyWithKey:",
-    "setRefreshTriggersWithHandlerWithTriggers:handler:",
-    "setCollecting:",
-    "getScreenOrientation",
-    "getDeviceOrientation",
-    "handleWillEnterForeground",
-    "handleDidEnterBackground",
-    "handleDidChangeStatusBarOrientation",
-    "handleDidChangeDeviceOrientation",
-    "setScreenOrientation",
-    "setUserId",  // from here on, invalid ones
-    "",
-    nullptr,
-};
+    "shared", "setUserId:", "setAppId:", "setIdfa",
+    "setLibVersion:", "setPublisherUid:", "trackWithEventName:eventProperties:",
+    "trackWithEventName:eventProperties:forceFlushCompletion:", "setSuperPropertiesWithProperties:",
+    "removeSuperPropertyWithKey:", "setRefreshTriggersWithHandlerWithTriggers:handler:",
+    "setCollecting:", "getScreenOrientation", "getDeviceOrientation", "handleWillEnterForeground",
+    "handleDidEnterBackground", "handleDidChangeStatusBarOrientation",
+    "handleDidChangeDeviceOrientation", "setScreenOrientation",
+    // invalid ones
+    "setUserId", "", nullptr};
 
 class Host {
  public:

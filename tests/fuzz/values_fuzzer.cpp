@@ -1,21 +1,23 @@
 // Passes a tree of values to the library in every possible way, as super properties and as an
 // event's own, and compares the upload, parsed by a JSON library that the product does not use,
-// with the result of a naive converter.
+// with the result of a naive converter, made beside the values as their tree is read.
 #include <fuzzer/FuzzedDataProvider.h>
-#include <openssl/evp.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
+#include <deque>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 
+#include "encoding/base64.h"
 #include "platform/simulated/simulated_platform.h"
 #include "tracker/library.h"
 #include "veltrano/veltrano.h"
@@ -36,50 +38,111 @@ void require(bool condition, const char* what, const Json& expected = {}, const 
   std::abort();
 }
 
-// ---- The tree ----
+// ---- What is sent, by a naive converter ----
 
-enum class What {
-  text,
-  integer,
-  unsignedInteger,
-  int64,
-  real,
-  single,
-  flag,
-  date,
-  url,
-  null,
-  array,
-  dictionary,
-  integerNumber,
-  realNumber,
-  other,
-  absent,
-  kMaxValue = absent,
-};
+// Left out of events, from whichever layer and at any depth. Sorted.
+const std::vector<std::string> kWithheld = {"$wifi", "b"};
 
-struct Node {
-  bool hasOtherKeys() const {
-    for (std::size_t i = 0; i < items.size(); i += 2)
-      if (items[i].what != What::text) return true;
-    return false;
+// Marks a value that makes its batch undeliverable.
+const Json kUnsendable = Json::binary({});
+
+std::string wellFormed(const std::string& text) {
+  return Json::parse(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+template <class Number>
+Json numberAsSent(int code, Number number) {
+  if (code == 7) return number != 0;
+  if (!std::set{1, 2, 3, 4, 9, 10, 11, 15}.contains(code)) return static_cast<double>(number);
+  if constexpr (std::is_integral_v<Number>) return number;
+  if (std::isnan(number)) return 0;
+  if (number >= 0x1p63) return INT64_MAX;
+  return number <= -0x1p63 ? INT64_MIN : static_cast<std::int64_t>(number);
+}
+
+std::string iso8601(std::int64_t microseconds) {
+  const auto milliseconds = static_cast<std::int64_t>(std::floor(microseconds / 1e3L));
+  const auto seconds = static_cast<std::time_t>(std::floor(milliseconds / 1e3L));
+  std::tm parts;
+  gmtime_r(&seconds, &parts);
+  char text[64];
+  const auto length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+  std::snprintf(text + length, sizeof text - length, ".%03dZ",
+                static_cast<int>(milliseconds - seconds * 1000));
+  return text;
+}
+
+// Removes what nests too deep in a container that has `level` others around it.
+void cut(Json& json, int level) {
+  constexpr int kMaxDepth = 128;
+  for (auto inner = json.begin(); inner != json.end();) {
+    const bool isContainer = inner->is_structured() || *inner == kUnsendable;
+    if (isContainer && level + 1 >= kMaxDepth) {
+      inner = json.erase(inner);
+    } else {
+      if (inner->is_structured()) cut(*inner, level + 1);
+      ++inner;
+    }
   }
+}
 
-  What what = What::absent;
-  std::string text;          // text and URLs
-  std::int64_t integer = 0;  // integers, flags and numbers; microseconds of a date
-  double real = 0;
-  int code = 0;             // numbers
-  std::vector<Node> items;  // alternating keys and values for a dictionary
+// Merges the properties of a layer into those of an event.
+void lay(Json& event, const Json& layer) {
+  for (const auto& [key, value] : layer.items()) {
+    if (key != "extra_json")
+      event[key] = value;
+    else if (value.is_object())
+      event[key].update(value);
+  }
+}
+
+bool isUnsendable(const Json& json) {
+  if (json.is_structured())
+    for (const Json& inner : json)
+      if (isUnsendable(inner)) return true;
+  return json == kUnsendable;
+}
+
+// ---- The values ----
+
+struct Release {
+  void operator()(veltrano_object* object) const { veltrano_release(object); }
+};
+using Handle = std::unique_ptr<veltrano_object, Release>;
+
+// A typed call of the C interface: sets the value for `key`, or appends it if that is null.
+using TypedCall = std::function<bool(veltrano_object* to, const char* key)>;
+
+template <class Append, class Set, class... Value>
+TypedCall typedCall(Append append, Set set, Value... value) {
+  return [=](veltrano_object* to, const char* key) {
+    return key == nullptr ? append(to, value...) : set(to, key, value...);
+  };
+}
+
+// The calls that make an object of a kind, and pass its value without one.
+#define TYPED_CALL(kind, ...) \
+  typedCall(veltrano_array_append_##kind, veltrano_dictionary_set_##kind __VA_OPT__(, ) __VA_ARGS__)
+#define IN_C(kind, ...) veltrano_##kind(__VA_ARGS__), TYPED_CALL(kind, __VA_ARGS__)
+
+// A value in each form in which it can be passed.
+struct Value {
+  Value(HostValue given, std::optional<Json> expected, veltrano_object* inC, TypedCall call = {})
+      : own(std::move(given)), sent(std::move(expected)), object(inC), typed(std::move(call)) {}
+
+  HostValue own;
+  std::optional<Json> sent;  // none: left out
+  Handle object;
+  TypedCall typed;                  // none: passed as an object only
+  std::optional<std::string> text;  // of what can be a key of a map
 };
 
-Node textNode(std::string text) {
-  return {.what = What::text, .text = std::move(text), .items = {}};
-}
-
-Node container(What what, std::vector<Node> items) {
-  return {.what = what, .text = {}, .items = std::move(items)};
-}
+struct Map {
+  HostMap own;
+  Json sent = Json::object();
+  Handle object{veltrano_dictionary()};
+  std::vector<std::string> keys;
+};
 
 class Reader {
  public:
@@ -95,165 +158,183 @@ class Reader {
     return chosen < std::size(kTexts) ? kTexts[chosen] : data_.ConsumeRandomLengthString(24);
   }
 
-  Node node() {
-    Node result{.what = data_.ConsumeEnum<What>(), .text = {}, .items = {}};
-    if (left_ == 0 || data_.remaining_bytes() == 0) result.what = What::absent;
-    if (left_ > 0) --left_;
-    constexpr std::int64_t kFarthest = std::int64_t{1} << 51;  // exact as seconds in a double
-    switch (result.what) {
-      case What::text:
-      case What::url:
-        result.text = text();
-        break;
-      case What::integerNumber:
-      case What::realNumber:
-        result.code = data_.ConsumeIntegralInRange(-1, 20);
-        [[fallthrough]];
-      case What::real:
-      case What::single:
-      case What::integer:
-      case What::unsignedInteger:
-      case What::int64:
-        result.integer = data_.ConsumeIntegral<std::int64_t>();
-        std::memcpy(&result.real, &result.integer, sizeof result.real);
-        if (flag()) result.real = static_cast<double>(result.integer) / 256;
-        break;
-      case What::flag:
-        result.integer = flag() ? 1 : 0;
-        break;
-      case What::date:
-        result.integer = data_.ConsumeIntegralInRange(-kFarthest, kFarthest);
-        break;
-      case What::array:
-        for (int i = count(); i > 0; --i) result.items.push_back(node());
-        break;
-      case What::dictionary:
-        result = map();
-        if (!result.items.empty() && data_.ConsumeIntegralInRange(0, 7) == 0) {
-          result.items.front() = node();
-          if (result.items.front().what == What::absent) result.items.front().what = What::null;
-        }
-        break;
-      default:
-        break;
+  Map map() { return mapOf(entries()); }
+
+ private:
+  using Entries = std::vector<std::pair<Value, Value>>;
+
+  // Kinds of values, as the input numbers them; two are boxed numbers.
+  static constexpr unsigned kNull = 9, kBoxed = 12, kAbsent = 15;
+
+  int count() { return data_.ConsumeIntegralInRange(0, 4); }
+
+  Entries entries() {
+    Entries result;
+    for (int i = count(); i > 0; --i) {
+      Value key = textValue(text());
+      result.emplace_back(std::move(key), value());
     }
+    return result;
+  }
+
+  Value value() {
+    unsigned kind = data_.ConsumeIntegralInRange(0U, kAbsent);
+    if (left_ == 0 || data_.remaining_bytes() == 0) kind = kAbsent;
+    if (left_ > 0) --left_;
+    Value result = valueOf(kind);
     // Sometimes nests the value further, a little or up to about the limit.
     if (data_.ConsumeIntegralInRange(0, 15) == 15) {
       const int deepest = flag() ? 4 : 135;
       for (int i = data_.ConsumeIntegralInRange(deepest - 4, deepest); i > 0; --i) {
-        Node inner = std::exchange(result, container(What::array, {}));
         if (i % 2 == 0) {
-          result = container(What::dictionary, {});
-          result.items.push_back(textNode("k"));
+          Entries outer;
+          outer.emplace_back(textValue("k"), std::move(result));
+          result = dictionaryOf(outer);
+        } else {
+          std::vector<Value> outer;
+          outer.push_back(std::move(result));
+          result = arrayOf(outer);
         }
-        result.items.push_back(std::move(inner));
       }
     }
     return result;
   }
 
-  // A dictionary with text keys.
-  Node map() {
-    Node result = container(What::dictionary, {});
-    for (int i = count(); i > 0; --i) {
-      result.items.push_back(textNode(text()));
-      result.items.push_back(node());
+  Value valueOf(unsigned kind) {
+    constexpr std::int64_t kFarthest = std::int64_t{1} << 51;  // exact as seconds in a double
+    switch (kind) {
+      case 0:
+        return textValue(text());
+      case 8: {
+        const std::string& url = texts_.emplace_back(text());
+        return {URL(url), wellFormed(url), veltrano_url({url.data(), url.size()}),
+                isCString(url) ? TYPED_CALL(url, url.c_str()) : nullptr};
+      }
+      case 6: {
+        const bool isSet = flag();
+        return {isSet, isSet, IN_C(bool, isSet)};
+      }
+      case 7: {
+        const auto time = data_.ConsumeIntegralInRange(-kFarthest, kFarthest);
+        return {std::chrono::system_clock::time_point(std::chrono::microseconds(time)),
+                iso8601(time), IN_C(date, static_cast<double>(time) / 1e6)};
+      }
+      case kNull:
+        return {NSNull(), Json(), IN_C(null)};
+      case 10: {
+        std::vector<Value> elements;
+        for (int i = count(); i > 0; --i) elements.push_back(value());
+        return arrayOf(elements);
+      }
+      case 11: {
+        Entries given = entries();
+        if (!given.empty() && data_.ConsumeIntegralInRange(0, 7) == 0) {
+          Value key = value();
+          given[0].first = key.own.isAbsent() ? valueOf(kNull) : std::move(key);
+        }
+        return dictionaryOf(given);
+      }
+      case 14:
+        return {OtherObject(), std::nullopt, veltrano_other_object()};
+      case kAbsent:
+        return {std::nullopt, std::nullopt, nullptr,
+                TYPED_CALL(text, static_cast<const char*>(nullptr))};
+      default:
+        return numberOf(kind);
     }
+  }
+
+  Value numberOf(unsigned kind) {
+    const int code = kind >= kBoxed ? data_.ConsumeIntegralInRange(-1, 20) : 0;
+    const auto integer = data_.ConsumeIntegral<std::int64_t>();
+    const double real =
+        flag() ? static_cast<double>(integer) / 256 : std::bit_cast<double>(integer);
+    const auto natural = static_cast<std::uint64_t>(integer);
+    const auto single = static_cast<float>(real);
+    switch (kind) {
+      case 1:
+        return {integer, integer, IN_C(int, integer)};
+      case 2:
+        return {natural, natural, IN_C(uint, natural)};
+      case 3:
+        return {Int64{integer}, integer, IN_C(int64, integer)};
+      case 4:
+        return {real, real, IN_C(double, real)};
+      case 5:
+        return {single, static_cast<double>(single), IN_C(float, single)};
+      case kBoxed:
+        return {NSNumber(code, integer), numberAsSent(code, integer), IN_C(number, code, integer)};
+      default:
+        return {NSNumber(code, real), numberAsSent(code, real),
+                IN_C(number_with_double, code, real)};
+    }
+  }
+
+  static bool isCString(const std::string& text) { return text.find('\0') == std::string::npos; }
+
+  Value textValue(const std::string& given) {
+    const std::string& kept = texts_.emplace_back(given);
+    Value result(kept, wellFormed(kept), veltrano_string({kept.data(), kept.size()}),
+                 isCString(kept) ? TYPED_CALL(text, kept.c_str()) : nullptr);
+    result.text = kept;
     return result;
   }
 
- private:
-  int count() { return data_.ConsumeIntegralInRange(0, 4); }
+  Value arrayOf(const std::vector<Value>& elements) {
+    std::vector<HostValue> own;
+    Json sent = Json::array();
+    veltrano_object* const object = veltrano_array();
+    for (const Value& element : elements) {
+      own.push_back(element.own);
+      if (element.sent) sent.push_back(*element.sent);
+      require(isTyped && element.typed ? element.typed(object, nullptr)
+                                       : veltrano_array_append(object, element.object.get()),
+              "appending");
+    }
+    return {Array(own), std::move(sent), object};
+  }
+
+  Value dictionaryOf(const Entries& given) {
+    Map map = mapOf(given);
+    const bool isMap = map.keys.size() == given.size();
+    std::vector<DictionaryEntry> own;
+    for (const auto& [key, value] : given) own.push_back({key.own, value.own});
+    std::optional<Json> sent;
+    if (!given.empty()) sent = isMap ? std::move(map.sent) : kUnsendable;
+    return {isMap && given.size() % 2 == 0 ? HostValue(map.own) : HostValue(Dictionary(own)),
+            std::move(sent), map.object.release()};
+  }
+
+  // With the entries of text keys only, except in C.
+  Map mapOf(const Entries& given) const {
+    Map map;
+    for (const auto& [key, value] : given) {
+      require(set(map.object.get(), key, value), "setting");
+      if (!key.text) continue;
+      map.keys.push_back(*key.text);
+      map.own.set(*key.text, value.own);
+      const std::string sentKey = wellFormed(*key.text);
+      if (std::count(kWithheld.begin(), kWithheld.end(), sentKey) > 0) continue;
+      map.sent.erase(sentKey);
+      if (value.sent) map.sent[sentKey] = *value.sent;
+    }
+    return map;
+  }
+
+  bool set(veltrano_object* to, const Value& key, const Value& value) const {
+    if (!isTyped || !key.text || !isCString(*key.text))
+      return veltrano_dictionary_set(to, key.object.get(), value.object.get());
+    if (value.typed) return value.typed(to, key.text->c_str());
+    return veltrano_dictionary_set_object(to, key.text->c_str(), value.object.get());
+  }
 
   FuzzedDataProvider data_;
   int left_ = 100;
+  std::deque<std::string> texts_;  // that typed calls pass
+
+ public:
+  const bool isTyped = flag();  // whether typed calls of C are used where possible
 };
-
-// ---- The naive converter ----
-
-// Left out of events, from whichever layer and at any depth. Sorted.
-const std::vector<std::string> kWithheld = {"$wifi", "b"};
-
-// Marks a value that makes its batch undeliverable.
-const Json kUnsendable = Json::binary({});
-
-std::string wellFormed(const std::string& text) {
-  return Json::parse(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace));
-}
-
-Json number(const Node& node) {
-  const bool isReal = node.what == What::realNumber;
-  const double real = isReal ? node.real : static_cast<double>(node.integer);
-  if (node.code == 7) return real != 0;
-  if (!std::set{1, 2, 3, 4, 9, 10, 11, 15}.contains(node.code)) return real;
-  if (!isReal) return node.integer;
-  if (std::isnan(real)) return 0;
-  if (real >= 0x1p63) return INT64_MAX;
-  return real <= -0x1p63 ? INT64_MIN : static_cast<std::int64_t>(real);
-}
-
-std::string iso8601(std::int64_t microseconds) {
-  const auto milliseconds = static_cast<std::int64_t>(std::floor(microseconds / 1e3L));
-  const auto seconds = static_cast<std::time_t>(std::floor(milliseconds / 1e3L));
-  std::tm parts;
-  gmtime_r(&seconds, &parts);
-  char text[64];
-  const auto length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  std::snprintf(text + length, sizeof text - length, ".%03dZ",
-                static_cast<int>(milliseconds - seconds * 1000));
-  return text;
-}
-
-// None if events leave `node` out. `level` is the number of containers around it.
-std::optional<Json> converted(const Node& node, int level) {
-  constexpr int kMaxDepth = 128;
-  const auto is = [&](What what) { return node.what == what; };
-  if (is(What::text) || is(What::url)) return wellFormed(node.text);
-  if (is(What::integer) || is(What::int64)) return node.integer;
-  if (is(What::unsignedInteger)) return static_cast<std::uint64_t>(node.integer);
-  if (is(What::real)) return node.real;
-  if (is(What::single)) return static_cast<double>(static_cast<float>(node.real));
-  if (is(What::flag)) return node.integer != 0;
-  if (is(What::date)) return iso8601(node.integer);
-  if (is(What::null)) return Json();
-  if (is(What::integerNumber) || is(What::realNumber)) return number(node);
-  if (is(What::other) || is(What::absent) || level >= kMaxDepth) return std::nullopt;
-  if (is(What::array)) {
-    Json result = Json::array();
-    for (const Node& item : node.items)
-      if (auto element = converted(item, level + 1)) result.push_back(*std::move(element));
-    return result;
-  }
-  if (node.items.empty()) return std::nullopt;
-  if (node.hasOtherKeys()) return kUnsendable;
-  Json result = Json::object();
-  for (std::size_t i = 0; i < node.items.size(); i += 2) {
-    const std::string key = wellFormed(node.items[i].text);
-    if (std::count(kWithheld.begin(), kWithheld.end(), key) > 0) continue;
-    result.erase(key);
-    if (auto value = converted(node.items[i + 1], level + 1)) result[key] = *std::move(value);
-  }
-  return result;
-}
-
-// Merges the properties in `map` into those of an event.
-void lay(Json& event, const Node& map, int level) {
-  const auto layer = converted(map, level);
-  if (!layer) return;
-  for (const auto& [key, value] : layer->items()) {
-    if (key != "extra_json")
-      event[key] = value;
-    else if (value.is_object())
-      event[key].update(value);
-  }
-}
-
-bool isUnsendable(const Json& json) {
-  if (json.is_structured())
-    for (const Json& inner : json)
-      if (isUnsendable(inner)) return true;
-  return json.is_binary();
-}
 
 // ---- The world ----
 
@@ -293,14 +374,7 @@ class World {
  private:
   Json decoded() const {
     require(body_.rfind("data=", 0) == 0, "the body");
-    std::string text(body_.size(), '\0');
-    const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(text.data()),
-                                     reinterpret_cast<const unsigned char*>(body_.data()) + 5,
-                                     static_cast<int>(body_.size()) - 5);
-    require(size > 0, "Base64");
-    text.resize(static_cast<std::size_t>(size));
-    for (auto i = body_.size(); body_[i - 1] == '='; --i) text.pop_back();
-
+    const std::string text = decodedBase64(std::string_view(body_).substr(5)).value_or("");
     std::vector<std::set<std::string>> keys;  // one set for each open object
     const auto expectUniqueKeys = [&](int, Json::parse_event_t event, Json& parsed) {
       if (event == Json::parse_event_t::object_start) keys.emplace_back();
@@ -319,166 +393,39 @@ class World {
   int completions_ = 0;
 };
 
-// ---- The ways to pass values ----
+// ---- The calls of C ----
 
-HostValue scalar(const Node& node) {
-  const auto is = [&](What what) { return node.what == what; };
-  if (is(What::text)) return node.text;
-  if (is(What::integer)) return node.integer;
-  if (is(What::unsignedInteger)) return static_cast<std::uint64_t>(node.integer);
-  if (is(What::int64)) return Int64{node.integer};
-  if (is(What::real)) return node.real;
-  if (is(What::single)) return static_cast<float>(node.real);
-  if (is(What::flag)) return node.integer != 0;
-  if (is(What::date))
-    return std::chrono::system_clock::time_point(std::chrono::microseconds(node.integer));
-  if (is(What::url)) return URL(node.text);
-  if (is(What::null)) return NSNull();
-  if (is(What::integerNumber)) return NSNumber(node.code, node.integer);
-  if (is(What::realNumber)) return NSNumber(node.code, node.real);
-  if (is(What::other)) return OtherObject();
-  return std::nullopt;
+bool send(const char* selector, std::vector<veltrano_object*> arguments) {
+  return veltrano_send(selector, arguments.data(), arguments.size(), nullptr, nullptr) ==
+         VELTRANO_DONE;
 }
 
-// The library's own containers.
-struct OwnTypes {
-  static HostValue value(const Node& node) {
-    if (node.what == What::array) {
-      std::vector<HostValue> elements;
-      for (const Node& item : node.items) elements.push_back(value(item));
-      return Array(elements);
-    }
-    if (node.what != What::dictionary) return scalar(node);
-    if (!node.hasOtherKeys() && node.items.size() % 4 == 0) return map(node);
-    std::vector<DictionaryEntry> entries;
-    for (std::size_t i = 0; i < node.items.size(); i += 2)
-      entries.push_back({value(node.items[i]), value(node.items[i + 1])});
-    return Dictionary(entries);
-  }
-
-  static HostMap map(const Node& node) {
-    HostMap map;
-    for (std::size_t i = 0; i < node.items.size(); i += 2)
-      map.set(node.items[i].text, value(node.items[i + 1]));
-    return map;
-  }
-};
-
-// Objects of the C interface, passed by the typed calls or by objects and messages.
-class CObjects {
- public:
-  explicit CObjects(bool isTyped) : isTyped_(isTyped) {}
-
-  struct Release {
-    void operator()(veltrano_object* object) const { veltrano_release(object); }
-  };
-  using Handle = std::unique_ptr<veltrano_object, Release>;
-
-  Handle object(const Node& node) const { return Handle(make(node)); }
-
-  void setSuperProperties(veltrano_object* map) const {
-    const bool isDone = isTyped_ ? veltrano_set_super_properties(map)
-                                 : send("setSuperPropertiesWithProperties:", {map});
-    require(isDone, "setting super properties");
-  }
-
-  void track(const std::string& name, veltrano_object* map, World& world) const {
-    if (isTyped_ && name.find('\0') == std::string::npos)
-      return require(veltrano_track(name.c_str(), map, World::finish, &world), "tracking");
-    const Handle event = object(textNode(name));
-    const Handle completion(veltrano_boolean_block(World::finish, &world, nullptr));
-    const bool isDone = send("trackWithEventName:eventProperties:forceFlushCompletion:",
-                             {event.get(), map, completion.get()});
-    require(isDone, "sending an event");
-  }
-
- private:
-  static bool send(const char* selector, std::vector<veltrano_object*> arguments) {
-    return veltrano_send(selector, arguments.data(), arguments.size(), nullptr, nullptr) ==
-           VELTRANO_DONE;
-  }
-
-  // Calls `use` with the three functions for a scalar that is not text, and its value.
-  template <class Use>
-  static auto withCallsFor(const Node& node, Use use) {
-    const auto is = [&](What what) { return node.what == what; };
-#define CALLS(kind) veltrano_##kind, veltrano_array_append_##kind, veltrano_dictionary_set_##kind
-    if (is(What::integer)) return use(CALLS(int), node.integer);
-    if (is(What::unsignedInteger))
-      return use(CALLS(uint), static_cast<std::uint64_t>(node.integer));
-    if (is(What::int64)) return use(CALLS(int64), node.integer);
-    if (is(What::real)) return use(CALLS(double), node.real);
-    if (is(What::single)) return use(CALLS(float), static_cast<float>(node.real));
-    if (is(What::flag)) return use(CALLS(bool), node.integer != 0);
-    if (is(What::date)) return use(CALLS(date), static_cast<double>(node.integer) / 1e6);
-    if (is(What::integerNumber)) return use(CALLS(number), node.code, node.integer);
-    if (is(What::realNumber)) return use(CALLS(number_with_double), node.code, node.real);
-    require(is(What::null), "a kind");
-    return use(CALLS(null));
-#undef CALLS
-  }
-
-  veltrano_object* make(const Node& node) const {
-    const auto is = [&](What what) { return node.what == what; };
-    const veltrano_text text{node.text.data(), node.text.size()};
-    if (is(What::text)) return veltrano_string(text);
-    if (is(What::url)) return veltrano_url(text);
-    if (is(What::other)) return veltrano_other_object();
-    if (is(What::absent)) return nullptr;
-    if (is(What::array)) {
-      veltrano_object* const array = veltrano_array();
-      for (const Node& item : node.items) require(add(array, nullptr, item), "appending");
-      return array;
-    }
-    if (is(What::dictionary)) {
-      veltrano_object* const dictionary = veltrano_dictionary();
-      for (std::size_t i = 0; i < node.items.size(); i += 2)
-        require(add(dictionary, &node.items[i], node.items[i + 1]), "setting");
-      return dictionary;
-    }
-    return withCallsFor(node, [](auto call, auto, auto, auto... value) { return call(value...); });
-  }
-
-  // Adds to an array, or to a dictionary under `key`.
-  bool add(veltrano_object* to, const Node* key, const Node& node) const {
-    const auto is = [&](What what) { return node.what == what; };
-    const auto isCString = [](const Node& n) { return n.text.find('\0') == std::string::npos; };
-    if (!isTyped_ || !isCString(node) ||
-        (key != nullptr && (key->what != What::text || !isCString(*key)))) {
-      const Handle value = object(node);
-      return key == nullptr ? veltrano_array_append(to, value.get())
-                            : veltrano_dictionary_set(to, object(*key).get(), value.get());
-    }
-    const auto call = [&](auto, auto append, auto set, auto... value) {
-      return key == nullptr ? append(to, value...) : set(to, key->text.c_str(), value...);
-    };
-    if (is(What::text) || is(What::absent))
-      return call(0, veltrano_array_append_text, veltrano_dictionary_set_text,
-                  is(What::text) ? node.text.c_str() : nullptr);
-    if (is(What::url))
-      return call(0, veltrano_array_append_url, veltrano_dictionary_set_url, node.text.c_str());
-    if (is(What::array) || is(What::dictionary) || is(What::other))
-      return call(0, veltrano_array_append, veltrano_dictionary_set_object, object(node).get());
-    return withCallsFor(node, call);
-  }
-
-  const bool isTyped_;
-};
+void trackInC(bool isTyped, const std::string& name, veltrano_object* map, World& world) {
+  if (isTyped && name.find('\0') == std::string::npos)
+    return require(veltrano_track(name.c_str(), map, World::finish, &world), "tracking");
+  const Handle event(veltrano_string({name.data(), name.size()}));
+  const Handle completion(veltrano_boolean_block(World::finish, &world, nullptr));
+  require(send("trackWithEventName:eventProperties:forceFlushCompletion:",
+               {event.get(), map, completion.get()}),
+          "sending an event");
+}
 
 // ---- The comparison ----
 
 struct Comparison {
-  // `call` passes the trees. `level` is the number of containers that count as open around each.
+  // `call` passes the maps. `level` is the number of containers that count as open around each.
   template <class Call>
-  void operator()(const char* road, const Node& superProperties, const Node& properties, int level,
+  void operator()(const char* road, const Map& superProperties, const Map& properties, int level,
                   Call call) const {
     Json event = base;
-    lay(event, superProperties, level);
-    lay(event, properties, level);
+    for (Json layer : {superProperties.sent, properties.sent}) {
+      cut(layer, level);
+      lay(event, layer);
+    }
     const auto actual = world.sent([&] {
       call();
-      for (std::size_t i = 0; i < superProperties.items.size(); i += 2)
-        Veltrano::shared().removeSuperProperty(superProperties.items[i].text);
+      for (const std::string& key : superProperties.keys)
+        Veltrano::shared().removeSuperProperty(key);
     });
     if (isUnsendable(event)) return require(!actual, road, "nothing", actual.value_or(Json()));
     require(actual.has_value(), road, event);
@@ -507,18 +454,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   auto& tracker = Veltrano::shared();
 
   Reader reader(data, size);
-  const CObjects c(reader.flag());
   const std::string name = reader.text();
-  const Node super = reader.map(), own = reader.map();
+  const Map super = reader.map(), own = reader.map();
   const Comparison compare{world, kBase, name};
 
   compare("own types", super, own, -1, [&] {
-    tracker.setSuperProperties(OwnTypes::map(super));
-    tracker.track(name, OwnTypes::map(own), world.completion());
+    tracker.setSuperProperties(super.own);
+    tracker.track(name, own.own, world.completion());
   });
   compare("C", super, own, 0, [&] {
-    c.setSuperProperties(c.object(super).get());
-    c.track(name, c.object(own).get(), world);
+    require(reader.isTyped ? veltrano_set_super_properties(super.object.get())
+                           : send("setSuperPropertiesWithProperties:", {super.object.get()}),
+            "setting super properties");
+    trackInC(reader.isTyped, name, own.object.get(), world);
   });
   return 0;
 }

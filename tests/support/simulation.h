@@ -5,7 +5,6 @@
 
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "platform/simulated/simulated_platform.h"
@@ -15,22 +14,6 @@
 namespace veltrano::internal {
 
 using Json = rapidjson::Document;
-
-/// A post and its decoded body.
-struct SentPost {
-  double at;  // seconds
-  PostRequest request;
-  Json body;
-
-  /// The events of a track post.
-  std::size_t eventCount() const { return body.Size(); }
-  std::string eventName(std::size_t i) const {
-    return body[static_cast<unsigned>(i)]["event"].GetString();
-  }
-  const rapidjson::Value& properties(std::size_t i = 0) const {
-    return body[static_cast<unsigned>(i)]["properties"];
-  }
-};
 
 /// A library on a simulated platform, and the process's library while this object lives.
 class Simulation {
@@ -52,16 +35,18 @@ class Simulation {
     platform.network.answers[path] = std::move(answer);
   }
 
-  /// A completion that adds its outcome to `completions` under `label`.
-  Veltrano::FlushCompletion completion(std::string label);
+  /// A completion that adds its outcome to `outcomes`.
+  Veltrano::FlushCompletion completion() {
+    return [this](bool result) { outcomes.push_back(result); };
+  }
 
   /// Removes and returns the messages logged so far, without their prefix.
   std::vector<std::string> takeMessages();
 
   SimulatedPlatform platform;
   std::vector<std::string> lines;
-  std::vector<SentPost> posts;
-  std::vector<std::pair<std::string, bool>> completions;
+  std::vector<Json> posts;  // their decoded bodies
+  std::vector<bool> outcomes;
 
  private:
   Library library_{platform.services()};

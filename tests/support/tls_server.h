@@ -10,9 +10,11 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/tls_certificate.h"
+#include "tools/collector/certificate.h"
 
 namespace veltrano::internal {
+
+using TLSCertificate = collector::CertificateOptions;
 
 struct TLSReply {
   std::string bytes;  // the whole response, head and body; empty: none, the client waits
@@ -42,7 +44,7 @@ class TLSServer {
   std::string url() const;  // "https://127.0.0.1:port/path"
   int port() const { return port_; }
   const std::string& authorities() const { return pemFile_; }  // the file that clients trust
-  std::string pin() const { return publicKeyPin(context_); }
+  std::string pin() const;                                     // of the public key, "sha256//..."
 
   std::vector<std::string> requests() const;  // head and body, including CONNECTs, as they arrived
   int connections() const;

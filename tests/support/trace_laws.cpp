@@ -5,6 +5,8 @@
 #include <charconv>
 #include <utility>
 
+using veltrano::Statistics;
+
 namespace {
 
 constexpr double kStart = 1'700'000'000;  // of the simulated wall clock
@@ -31,11 +33,22 @@ std::string TraceLaws::takeLog(std::string_view message) {
     if (part != std::to_string(waiting_.size())) return "the log counts " + part + " events";
   } else if (message.ends_with(" over capacity, trimming")) {
     waiting_.pop_front();
+    ++counts.droppedByTrimming;
   } else if (message == "Clearing the queue") {
+    counts.*(status_ == "200"   ? &Statistics::delivered
+             : status_ == "400" ? &Statistics::droppedAsRefused
+                                : &Statistics::droppedAsNotEncodable) += waiting_.size();
     waiting_.clear();
+  } else if (isPart(message, "Got response: ", "", part)) {
+    status_ = part;
   } else if (message.starts_with("Got the response from endpoint.")) {
+    if (isInFlight_)
+      ++(counts.*(status_.empty()    ? &Statistics::uploadsFailedInTransport
+                  : status_ == "200" ? &Statistics::uploadsSucceeded
+                                     : &Statistics::uploadsFailedByStatus));
     isInFlight_ = hasScheduled_ = false;
-    if (std::exchange(isDropped_, false)) waiting_.clear();
+    const bool isDropped = std::exchange(isDropped_, false);
+    if (isDropped && status_ != "200" && status_ != "400") waiting_.clear();
   } else if (message.starts_with("Setting collecting to ")) {
     isCollecting_ = message.ends_with("true");
     if (isCollecting_) return {};
@@ -46,6 +59,7 @@ std::string TraceLaws::takeLog(std::string_view message) {
   } else if (message == "App becoming active!" || message == "App entered background!") {
     isRunning_ = message == "App becoming active!";
   } else if (message == "Exiting completion block of Endpoint request") {
+    status_.clear();
     if (isRunning_ && isCollecting_ && !hasScheduled_) return "an outcome schedules no flush";
   }
   return {};
@@ -61,7 +75,9 @@ std::string TraceLaws::take(std::string_view line) {
   }
   if (!event.HasMember("post")) return {};
   if (!isCollecting_) return "a post without consent";
-  if (!event["post"]["body"].IsArray()) return {};  // no upload
+  const bool isUpload = event["post"]["body"].IsArray();
+  ++(isUpload ? counts.uploadsAttempted : counts.heartbeatsSent);
+  if (!isUpload) return {};
   if (std::exchange(isInFlight_, true)) return "two uploads at a time";
   const auto batch = event["post"]["body"].GetArray();
   if (batch.Size() != waiting_.size())

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "veltrano/statistics.h"
+
 /// Takes the lines of traces with decoded bodies, one trace after another of the same library. Its
 /// log has to be on from the start. Returns what a line breaks, empty if nothing:
 /// - Counts add up: what was recorded waits, was dropped as too much, or was in a batch that ended.
@@ -19,11 +21,16 @@ class TraceLaws {
 
   bool mayJump = false;  // the clock; or events have times of their own
 
+  /// What the library has to have counted.
+  veltrano::Statistics counts;
+  std::size_t waiting() const { return waiting_.size(); }  // also in flight
+
  private:
   std::string takeLog(std::string_view message);
 
   std::deque<std::string> submitted_;  // names of the events that are not recorded yet
   std::deque<std::string> waiting_;    // names of those that are
+  std::string status_;                 // of the upload that ends
   bool isInFlight_ = false;
   bool isDropped_ = false;  // what is in flight, unless it arrives
   bool isCollecting_ = true;
