@@ -1,5 +1,6 @@
 // Calls the library's operations, and its notification handlers, by selector.
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <span>
 #include <string>
@@ -199,17 +200,8 @@ bool veltrano_responds(const char* selector) {
 }
 
 const char* veltrano_outcome_text(veltrano_outcome outcome) {
-  switch (outcome) {
-    case VELTRANO_DONE:
-      return "done";
-    case VELTRANO_NO_SUCH_SELECTOR:
-      return "no such selector";
-    case VELTRANO_WRONG_NUMBER_OF_ARGUMENTS:
-      return "wrong number of arguments";
-    case VELTRANO_WRONG_TYPE_OF_ARGUMENT:
-      return "wrong type of argument";
-    case VELTRANO_OUT_OF_MEMORY:
-      return "out of memory";
-  }
-  return "unknown outcome";
+  constexpr const char* kTexts[] = {"done", "no such selector", "wrong number of arguments",
+                                    "wrong type of argument", "out of memory"};
+  const auto index = static_cast<std::size_t>(outcome);
+  return index < std::size(kTexts) ? kTexts[index] : "unknown outcome";
 }

@@ -223,30 +223,15 @@ void veltrano_set_logger_enabled(bool enabled) {
 bool veltrano_get_statistics(veltrano_statistics* statistics) {
   if (statistics == nullptr || statistics->size == 0) return false;
   return guarded(false, [&] {
+    // The same counts in the same order, for good: both structs only grow at their ends.
+    constexpr std::size_t kFirst = offsetof(veltrano_statistics, recorded);
+    static_assert(kFirst + offsetof(Statistics, droppedByOptOut) ==
+                  offsetof(veltrano_statistics, dropped_by_opt_out));
+    static_assert(kFirst + sizeof(Statistics) == sizeof(veltrano_statistics));
     const Statistics now = Veltrano::shared().statistics();
-    const veltrano_statistics counts = {
-        .size = statistics->size,
-        .recorded = now.recorded,
-        .waiting = now.waiting,
-        .in_flight = now.inFlight,
-        .delivered = now.delivered,
-        .dropped_by_trimming = now.droppedByTrimming,
-        .dropped_as_refused = now.droppedAsRefused,
-        .dropped_as_not_encodable = now.droppedAsNotEncodable,
-        .dropped_for_memory = now.droppedForMemory,
-        .dropped_by_shut_down = now.droppedByShutDown,
-        .dropped_by_backlog = now.droppedByBacklog,
-        .uploads_attempted = now.uploadsAttempted,
-        .uploads_succeeded = now.uploadsSucceeded,
-        .uploads_failed_in_transport = now.uploadsFailedInTransport,
-        .uploads_failed_by_status = now.uploadsFailedByStatus,
-        .uploads_failed_for_memory = now.uploadsFailedForMemory,
-        .uploads_put_off = now.uploadsPutOff,
-        .heartbeats_sent = now.heartbeatsSent,
-        .heartbeats_failed = now.heartbeatsFailed,
-        .heartbeats_put_off = now.heartbeatsPutOff,
-        .dropped_by_opt_out = now.droppedByOptOut,
-    };
+    veltrano_statistics counts{};
+    counts.size = statistics->size;
+    std::memcpy(reinterpret_cast<char*>(&counts) + kFirst, &now, sizeof now);
     // A host built with an older header has room for fewer fields.
     std::memcpy(statistics, &counts, std::min(statistics->size, sizeof counts));
     return true;
