@@ -17,10 +17,7 @@ void Announcements::announce(std::string_view name, std::function<void()> change
       const Lock lock(mutex_);
       pending_.push_back(std::move(announcement));
     }
-    if (mainRunLoop_.isOwnThread())
-      announcePending();
-    else
-      mainRunLoop_.perform([this] { announcePending(); });
+    timers_.performOnMainThread([this] { announcePending(); });
   });
 }
 

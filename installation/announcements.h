@@ -15,8 +15,8 @@ namespace veltrano::internal {
 /// Announces to the library, on the main thread, what the host reports on any thread. Thread-safe.
 class Announcements {
  public:
-  Announcements(PosixRunLoop& mainRunLoop, PosixNotificationCenter& center)
-      : mainRunLoop_(mainRunLoop), center_(center) {}
+  Announcements(PosixTimers& timers, PosixNotificationCenter& center)
+      : timers_(timers), center_(center) {}
 
   /// Makes `change` and then posts `name`: at once on the main thread, else when its run loop runs;
   /// in the order of the calls. No-op if memory runs out.
@@ -28,7 +28,7 @@ class Announcements {
  private:
   void announcePending();
 
-  PosixRunLoop& mainRunLoop_;
+  PosixTimers& timers_;
   PosixNotificationCenter& center_;
   std::atomic<bool> isStopped_{false};
   Mutex mutex_;

@@ -5,7 +5,6 @@
 
 #include "installation/inert_library.h"
 #include "platform/host_callback.h"
-#include "platform/posix/system/exit_gate.h"
 
 namespace veltrano::internal {
 namespace {
@@ -62,7 +61,7 @@ void Shutdown::flush() {
 std::optional<FlushResult> Shutdown::flushOnce() {
   {
     const Lock lock(mutex_);
-    if (hasPassed() || ExitGate::isClosed()) return std::nullopt;
+    if (hasPassed() || HostCode::isProcessExiting) return std::nullopt;
     flushed_.reset();
   }
   services_.notificationCenter.post(kApplicationDidEnterBackground);
@@ -111,7 +110,7 @@ bool Shutdown::stop() {
   const auto deadline = deadline_;
   lock.unlock();
   // While the process exits, the gate has stopped the network threads.
-  bool isComplete = ExitGate::isClosed() || services_.urlSession.shutDown(deadline);
+  bool isComplete = HostCode::isProcessExiting || services_.urlSession.shutDown(deadline);
   isComplete &= services_.workQueue.waitForEnd(Clock::now() + kGrace);
   isComplete &= stopCallingHost(Clock::now() + kGrace);
   library.end();

@@ -16,7 +16,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
  public:
   using PosixServices::PosixServices;
 
-  RunLoop& mainRunLoop() override { return *mainRunLoop_; }
+  RunLoop& mainRunLoop() override { return timers.mainRunLoop(); }
 
   void enter(ApplicationState state, std::string_view notification) override {
     announcements_.announce(notification, [this, state] { reports.setState(state); });
@@ -52,8 +52,7 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
   }
 
  private:
-  const std::shared_ptr<PosixRunLoop> mainRunLoop_ = PosixRunLoop::ofThisThread();
-  Announcements announcements_{*mainRunLoop_, notificationCenter};
+  Announcements announcements_{timers, notificationCenter};
   Shutdown shutdown_{*this};
 };
 

@@ -56,14 +56,10 @@ void ExitGate::closeAtExit() {
   if (!isAwareOfForks || !isRegistered) throw std::bad_alloc();
 }
 
-bool ExitGate::isClosed() {
-  return HostCode::isProcessExiting;
-}
-
 void ExitGate::enter() {
   {
     const std::lock_guard lock(gate().mutex);
-    if (!isClosed()) {
+    if (!HostCode::isProcessExiting) {
       ++gate().inside;
       return;
     }

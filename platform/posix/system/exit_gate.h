@@ -11,9 +11,6 @@ class ExitGate {
   /// std::bad_alloc if memory runs out; the next call then tries again.
   static void closeAtExit();
 
-  /// Whether the process exits, so that nothing is sent any more.
-  static bool isClosed();
-
   /// Exists while its thread is inside libcurl or OpenSSL, which never wait for a peer there. Forks
   /// wait for it, too: a child must not inherit locks of theirs. The constructor and the end of
   /// `wait` never return while the process exits.

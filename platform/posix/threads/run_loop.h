@@ -86,6 +86,8 @@ class PosixTimers final : public Timers {
                                   std::function<void()> action) override;
   void performOnMainThread(std::function<void()> function) override;
 
+  RunLoop& mainRunLoop() { return *mainRunLoop_; }
+
   /// Timers scheduled from now on never fire.
   void stop() { isStopped_ = true; }
 

@@ -18,18 +18,12 @@ constexpr int kPolls = 5;  // without a new submission
 
 }  // namespace
 
-PosixWorkQueue::PosixWorkQueue(std::string_view label) : label_(label) {}
-
 void PosixWorkQueue::async(std::unique_ptr<Block> block) {
   if (!submitted_.submit(block.release())) startOrDestroy();
 }
 
 [[gnu::hot]] void PosixWorkQueue::asyncDeferred(std::unique_ptr<Block> block) {
   if (!submitted_.submitDeferred(block.release())) startOrDestroy();
-}
-
-void PosixWorkQueue::setDeferrable(std::function<std::size_t()> deferrable) {
-  deferrable_ = std::move(deferrable);
 }
 
 void PosixWorkQueue::asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/mutex.h"
 #include "platform/posix/threads/delayed_items.h"
@@ -22,13 +23,15 @@ namespace veltrano::internal {
 /// others it polls as long as more arrive within about two milliseconds.
 class PosixWorkQueue final : public WorkQueue {
  public:
-  explicit PosixWorkQueue(std::string_view label);
+  explicit PosixWorkQueue(std::string_view label) : label_(label) {}
 
   using WorkQueue::async;
   void async(std::unique_ptr<Block> block) override;
   void asyncDeferred(std::unique_ptr<Block> block) override;
   void wakeUp() override { static_cast<void>(submitted_.wake()); }
-  void setDeferrable(std::function<std::size_t()> deferrable) override;
+  void setDeferrable(std::function<std::size_t()> deferrable) override {
+    deferrable_ = std::move(deferrable);
+  }
   void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override;
   bool isNewest(const Block& block) const override { return submitted_.newest() == &block; }
   void wait(DispatchGroup& group, std::function<void()> then) override;
