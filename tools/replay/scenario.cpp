@@ -30,8 +30,9 @@ Action readDevice(const Fields& fields) {
 Action readApplicationState(const Fields& fields) {
   using veltrano::internal::kApplicationStates;
   const auto name = fields.get<std::string>("state");
-  const auto* const found = std::ranges::find(kApplicationStates, name);
-  if (found == std::end(kApplicationStates)) throw ScenarioError("unknown \"state\"");
+  const auto* const end = std::end(kApplicationStates);
+  const auto* const found = std::find(std::begin(kApplicationStates), end, name);
+  if (found == end) throw ScenarioError("unknown \"state\"");
   const auto state =
       static_cast<veltrano::internal::ApplicationState>(found - std::begin(kApplicationStates));
   return [state](Environment& environment) { environment.setApplicationState(state); };

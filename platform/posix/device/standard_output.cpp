@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <string>
-#include <utility>
 
 #include "platform/host_callback.h"
 
@@ -42,9 +41,6 @@ class WithoutBrokenPipeSignal {
 };
 
 }  // namespace
-
-PosixStandardOutput::PosixStandardOutput(std::function<void(std::string_view)> sink)
-    : sink_(std::move(sink)) {}
 
 void PosixStandardOutput::writeLine(std::string_view line) {
   if (sink_) {

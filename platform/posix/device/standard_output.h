@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string_view>
+#include <utility>
 
 #include "platform/standard_output.h"
 
@@ -10,7 +11,8 @@ namespace veltrano::internal {
 /// Writes to `stdout`, or to `sink` if there is one. Drops the sink's exceptions.
 class PosixStandardOutput final : public StandardOutput {
  public:
-  explicit PosixStandardOutput(std::function<void(std::string_view)> sink);
+  explicit PosixStandardOutput(std::function<void(std::string_view)> sink)
+      : sink_(std::move(sink)) {}
 
   void writeLine(std::string_view line) override;
 

@@ -11,13 +11,6 @@
 #include "platform/posix/http/url_parts.h"
 
 namespace veltrano::internal {
-namespace {
-
-struct Free {
-  void operator()(addrinfo* list) const { freeaddrinfo(list); }
-};
-
-}  // namespace
 
 std::optional<HostName> hostNameIn(const std::string& url, const char* defaultPort) {
   const auto parts = partsOf(url);
@@ -35,7 +28,7 @@ std::string addressesOf(const HostName& name) {
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   if (getaddrinfo(name.host.c_str(), name.port.c_str(), &hints, &found) != 0) return {};
-  const std::unique_ptr<addrinfo, Free> owner(found);
+  const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owner(found, freeaddrinfo);
   std::string addresses;
   for (; found != nullptr; found = found->ai_next) {
     char text[NI_MAXHOST];

@@ -7,7 +7,7 @@ namespace veltrano::internal {
 
 /// The parts of a URL; an empty one is absent. An IPv6 address is in brackets.
 struct URLParts {
-  std::string scheme, user, host, port, path, query, fragment;
+  std::string user, host, port, path, query, fragment;
 };
 
 /// None if libcurl takes `url` for no URL. Without a scheme it is a proxy's, which is "http" then.
