@@ -7,23 +7,32 @@ function(veltrano_generate_events target plan)
   if(arg_LANGUAGE STREQUAL "c")
     set(language c)
   endif()
-  if(TARGET veltrano-plan)  # in the library's own build
-    set(tool veltrano-plan)
+  get_filename_component(plan ${plan} ABSOLUTE)
+  set(folder ${CMAKE_CURRENT_BINARY_DIR}/${target}_events)
+  # The headers are written only when they change, so that nothing is compiled without need; and when
+  # CMake runs, because Ninja looks at them before it builds anything.
+  set(generate generate ${plan} --language ${language} --output ${folder})
+  if(TARGET veltrano-plan)  # in the library's own build, which makes the tool first
+    get_target_property(programs veltrano-plan RUNTIME_OUTPUT_DIRECTORY)
+    set(tool ${programs}/veltrano-plan)
+    set(stamp ${folder}/${language}.stamp)
+    add_custom_command(OUTPUT ${stamp}
+      COMMAND veltrano-plan ${generate}
+      COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
+      DEPENDS ${plan} veltrano-plan
+      VERBATIM)
+    string(MAKE_C_IDENTIFIER ${language} suffix)
+    add_custom_target(${target}_events_${suffix} DEPENDS ${stamp})
+    add_dependencies(${target} ${target}_events_${suffix})
+    if(EXISTS ${tool})  # perhaps an old one: the build tells its faults
+      execute_process(COMMAND ${tool} ${generate} OUTPUT_QUIET ERROR_QUIET)
+    endif()
+    set(tool)
   else()
     find_program(VELTRANO_PLAN veltrano-plan HINTS ${PACKAGE_PREFIX_DIR}/bin REQUIRED)
     set(tool ${VELTRANO_PLAN})
+    execute_process(COMMAND ${tool} ${generate} COMMAND_ERROR_IS_FATAL ANY)
   endif()
-  get_filename_component(plan ${plan} ABSOLUTE)
-  set(folder ${CMAKE_CURRENT_BINARY_DIR}/${target}_events)
-  # The headers are written only when they change, so that nothing is compiled without need.
-  set(stamp ${folder}/${language}.stamp)
-  add_custom_command(OUTPUT ${stamp}
-    COMMAND ${tool} generate ${plan} --language ${language} --output ${folder}
-    COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
-    DEPENDS ${plan} ${tool}
-    VERBATIM)
-  string(MAKE_C_IDENTIFIER ${language} suffix)
-  add_custom_target(${target}_events_${suffix} DEPENDS ${stamp})
-  add_dependencies(${target} ${target}_events_${suffix})
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${plan} ${tool})
   target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${folder}>)
 endfunction()

@@ -293,8 +293,8 @@ TEST_F(PlanFiles, WhatIsInferredIsSoundAndTheEventsAreAsPlanned) {
   for (const auto& [name, schema, isRequired] : plan.events[1].schema.properties)
     shown += name + (isRequired ? ": " : "?: ") + schema.text() + '\n';
   EXPECT_EQ(shown,
-            "at: date and time\nmixed: anything\nrare?: object\nseconds: number\n"
-            "source: \"album\" or \"search\"\ntags: list of \"a\"\n");
+            "at: date and time\nmixed: anything\nrare?: object\nseconds: number\nsong: text\n"
+            "source: \"album\" or \"search\"\ntags: list of \"a\"\nuntil: text\n");
   EXPECT_EQ(plan.superProperties.properties.at(0).name, "tier");
   EXPECT_NE(json.find("doubtful: seen with values of several types"), std::string::npos);
   Checked checked;
