@@ -148,8 +148,11 @@ TEST(Replay, TracesKeepToTheirLaws) {
   std::filesystem::copy(SCENARIOS "/../../examples/scenarios", directory / "examples");
   for (const auto& entry : std::filesystem::recursive_directory_iterator(directory / "")) {
     if (entry.path().extension() != ".jsonl") continue;
-    const std::string text = veltrano::internal::contentsOf(entry.path());
-    if (text.find("enableLog") == text.npos) expectLaws(text);
+    std::string text = veltrano::internal::contentsOf(entry.path());
+    const std::string_view logs = "enableLog";  // which it does all along
+    for (auto at = text.find(logs); at != text.npos; at = text.find(logs))
+      text.replace(at, logs.size(), "shared");
+    expectLaws(text);
     ASSERT_FALSE(HasFailure()) << entry;
   }
 }

@@ -453,7 +453,8 @@ TEST(Installation, SetsWhatTheOptionsSay) {
   veltrano_remove_super_property("app_id");
   veltrano_set_carrier_name({});
   veltrano_set_tracking_authorization_status(3);
-  veltrano_set_advertising_identifier(veltrano_c_string("none"));
+  veltrano_set_advertising_identifier(veltrano_c_string("00000000-0000-0000-0000-00000000000a"));
+  veltrano_set_idfa();
   veltrano_set_screen_size(1, 1);
   veltrano_set_device_orientation(5);
   veltrano_set_interface_orientation(1);
@@ -479,6 +480,7 @@ TEST(Installation, SetsWhatTheOptionsSay) {
        {{"extra_json.att_auth_status", 3},
         {"$screen_width", 100},
         {"$wifi", true},
+        {"$ios_ifa", "00000000-0000-0000-0000-00000000000A"},
         {"screen_orientation", "portrait"},
         {"device_orientation", "faceUp"}}}};
   for (const auto& [name, properties] : expected)
@@ -840,20 +842,13 @@ TEST(Trace, KeepsToItsLaws) {
   Veltrano::isLoggerEnabled = true;
   std::mt19937 random(7);
   for (int i = 0; i < 300; ++i) {
-    switch (random() % 6) {
-      case 0:
-        world.network("/track").answer(random() % 2 == 0 ? 200 : 503).after(random() % 3000 * 1ms);
-        break;
-      case 1:
-        random() % 2 == 0 ? world.enterBackground() : world.enterForeground();
-        break;
-      case 2:
-        world.advance(random() % 30 * 1s);
-        break;
-      default:
-        for (auto n = random() % 30; n > 0; --n)
-          Veltrano::shared().track("E" + std::to_string(i), {{"n", n}});
-    }
+    const auto step = random() % 7;
+    if (step == 0) world.network("/track").answer(200).after(random() % 3000 * 1ms);
+    if (step == 1) world.network("/track").answer(503).after(random() % 3000 * 1ms);
+    if (step == 2) random() % 2 == 0 ? world.enterBackground() : world.enterForeground();
+    if (step == 3) world.advance(random() % 30 * 1s);
+    for (auto n = step > 3 ? random() % 30 : 0; n > 0; --n)
+      Veltrano::shared().track("E" + std::to_string(i), {{"n", n}});
   }
   TraceLaws laws;
   for (const std::string& line : replayed(world.trace())) EXPECT_EQ(laws.take(line), "") << line;

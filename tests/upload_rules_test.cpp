@@ -8,6 +8,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
+AttemptResult status(int status, std::optional<Duration> retryAfter = {}) {
+  return {false, status, retryAfter};
+}
+const AttemptResult kUnconnected{true, {}, {}};
+
 TEST(Retries, ReadEveryFormOfRetryAfter) {
   const WallTime now{std::chrono::seconds(784111777)};  // Sun, 06 Nov 1994 08:49:37 GMT
   EXPECT_EQ(parseRetryAfter("120", now), 120s);
@@ -27,20 +32,14 @@ TEST(Retries, BackOff) {
   const auto delay = [](AttemptResult attempt, std::int32_t retries, Duration timeLeft = 60s) {
     return delayBeforeRetry(attempt, {1000, {}, 200ms}, retries, timeLeft, 0.5);
   };
-  const AttemptResult unconnected{true, {}, {}};
-  EXPECT_EQ(delay(unconnected, 0), 100ms);
-  EXPECT_EQ(delay(unconnected, 1), 200ms);
-  EXPECT_EQ(delay(unconnected, 0, 100ms), std::nullopt);
-  EXPECT_EQ(delay(unconnected, 999), std::nullopt);
-  EXPECT_EQ(delay({false, 504, 5s}, 0), 5s);
-  EXPECT_EQ(delay({false, 504, 1ms}, 0), 100ms);
-  EXPECT_EQ(delay({false, 500, 1s}, 0), std::nullopt);
+  EXPECT_EQ(delay(kUnconnected, 0), 100ms);
+  EXPECT_EQ(delay(kUnconnected, 1), 200ms);
+  EXPECT_EQ(delay(kUnconnected, 0, 100ms), std::nullopt);
+  EXPECT_EQ(delay(kUnconnected, 999), std::nullopt);
+  EXPECT_EQ(delay(status(504, 5s), 0), 5s);
+  EXPECT_EQ(delay(status(504, 1ms), 0), 100ms);
+  EXPECT_EQ(delay(status(500, 1s), 0), std::nullopt);
 }
-
-AttemptResult status(int status, std::optional<Duration> retryAfter = {}) {
-  return {false, status, retryAfter};
-}
-const AttemptResult kUnconnected{true, {}, {}};
 
 // The rest that begins after `count` requests end with `result` at `now`.
 std::optional<Rest> restAfter(Rests& rests, int count, const AttemptResult& result,
