@@ -23,6 +23,8 @@ constexpr int kMaxUnfinished = 256;  // posts of an endpoint; later ones fail
 constexpr std::chrono::minutes kAddressesLast{1};
 // How long the end of a session waits for what is stuck.
 constexpr std::chrono::milliseconds kGrace{250};
+// How long it waits for its own thread, which only a busy machine holds up.
+constexpr std::chrono::seconds kBusyGrace{2};
 
 // After a failure of the system, instead of a busy loop.
 constexpr std::chrono::milliseconds kPause{200};
@@ -207,7 +209,10 @@ bool NetworkThread::shutDown(Clock::time_point deadline) {
   changed_.notify_all();
   if (wakeUp_) wakeUp_->set(Clock::now());
   const auto end = Clock::now() + kGrace;
-  while ((!isIdle() || isRunning_) && Clock::now() < end) changed_.wait_until(lock.standard(), end);
+  while (!isIdle() && Clock::now() < end) changed_.wait_until(lock.standard(), end);
+  // Nothing is stuck on the thread itself. It cannot close the descriptor: its table is its own.
+  const auto latest = Clock::now() + kBusyGrace;
+  while (isRunning_ && Clock::now() < latest) changed_.wait_until(lock.standard(), latest);
   if (!isRunning_) wakeUp_.reset();
   lock.unlock();
   calls_->shutDown(end);
