@@ -280,7 +280,7 @@ class Reader {
     return result;
   }
 
-  Value arrayOf(const std::vector<Value>& elements) {
+  Value arrayOf(const std::vector<Value>& elements) const {
     std::vector<HostValue> own;
     Json sent = Json::array();
     veltrano_object* const object = veltrano_array();
@@ -300,7 +300,7 @@ class Reader {
     std::vector<DictionaryEntry> own;
     for (const auto& [key, value] : given) own.push_back({key.own, value.own});
     std::optional<Json> sent;
-    if (!given.empty()) sent = isMap ? std::move(map.sent) : kUnsendable;
+    if (!given.empty()) sent = isMap ? map.sent : kUnsendable;
     return {isMap && given.size() % 2 == 0 ? HostValue(map.own) : HostValue(Dictionary(own)),
             std::move(sent), map.object.release()};
   }
