@@ -265,7 +265,10 @@ TEST(UserDefaultsTest, ConcurrentWritersLeaveTheLastValue) {
   std::vector<std::thread> writers;
   for (const char* key : {"a", "b", "c", "d"}) {
     writers.emplace_back([&, key] {
-      for (int i = 1; i <= 20; ++i) defaults.setDouble(i, key);
+      for (int i = 1; i <= 20; ++i) {
+        defaults.setDouble(i, key);
+        EXPECT_EQ(defaults.doubleForKey(key), i);
+      }
     });
   }
   for (auto& writer : writers) writer.join();
@@ -308,6 +311,17 @@ TEST(UserDefaultsTest, AValueThatCouldNotBeWrittenIsWrittenLater) {
   setHeartbeatInterval(later, 45);
   EXPECT_EQ(heartbeatInterval(PosixUserDefaults(path)), 45);
   EXPECT_TRUE(fs::is_directory(path + ".damaged"));
+
+  // Nor does half a file replace a whole one.
+  const std::string whole = contentsOf(path);
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit fourBytes{4, before.rlim_max};
+  signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &fourBytes);
+  setHeartbeatInterval(later, 90);
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_EQ(contentsOf(path), whole);
 
   PosixUserDefaults inMemory("");
   setHeartbeatInterval(inMemory, 90);
