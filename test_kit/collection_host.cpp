@@ -23,7 +23,7 @@ HostMap propertiesIn(std::string_view json) {
 Answer World::Implementation::choose(const internal::PostRequest& post, bool isPutOff) {
   recorder_.addPost(post);
   if (isPutOff) {
-    const Answer failure = transportError();  // to a replay, which has no rests
+    Answer failure = transportError();  // to a replay, which has no rests
     recorder_.addAnswer(post.path(), failure);
     return failure;
   }

@@ -31,7 +31,7 @@ CoverageReport coverageReport(const Plan& plan, const Coverage& covered) {
     seen += count - never.size();
     const std::string tested = std::to_string(count - never.size());
     const std::string planned = std::to_string(count);
-    report.text += tested + " of " + planned + english;
+    report.text.append(tested).append(" of ").append(planned).append(english);
     if (!never.empty()) report.text += ", " + std::to_string(never.size()) + " never tested";
     for (const std::string& name : never) report.text += (&name == &never[0] ? ": " : ", ") + name;
     report.text += '\n';

@@ -114,12 +114,13 @@ class Author {
     bool isWhole = true;
     for (const auto& [name, seen] : object.properties) {
       if (except.properties.count(name) > 0) continue;
-      if (!isUsable(name, of + '.' + name)) {
+      const std::string path = std::string(of).append(".").append(name);
+      if (!isUsable(name, path)) {
         isWhole = false;
         continue;
       }
       if (seen.count == object.count) required.insert(name);
-      properties.emplace_back(name, jsonObject(schemaOf(seen, of + '.' + name)));
+      properties.emplace_back(name, jsonObject(schemaOf(seen, path)));
     }
     if (!isWhole) {
       schema.emplace_back("additionalProperties", "true");
