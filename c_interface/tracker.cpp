@@ -8,7 +8,6 @@
 
 #include "c_interface/handles.h"
 #include "properties/flat.h"
-#include "tracker/library.h"
 #include "veltrano/veltrano.h"
 
 using namespace veltrano;
@@ -105,13 +104,6 @@ struct Entries {
   std::size_t size;
 };
 
-// As `guarded`, for `track`, which once the library has started reaches no point where a thread is
-// cancelled. So it saves the 12 ns that deferring cancellation takes.
-template <class Function>
-bool guardedTrack(Function function) {
-  return Library::hasStarted() ? guardedInMemory(false, function) : guarded(false, function);
-}
-
 void track(const char* name, const HostMapView& properties, void (*completion)(void*, bool),
            void* context) {
   Veltrano::FlushCompletion flush;
@@ -128,7 +120,7 @@ const char* veltrano_version(void) {
 
 bool veltrano_track(const char* name, const veltrano_object* properties,
                     void (*completion)(void*, bool), void* context) {
-  return guardedTrack([&] {
+  return guarded(false, [&] {
     const auto map = propertiesOf(properties);
     if (name == nullptr) return refuse("veltrano_track", 0);
     if (properties != nullptr && !map) return refuse("veltrano_track", 1);
@@ -139,7 +131,7 @@ bool veltrano_track(const char* name, const veltrano_object* properties,
 
 bool veltrano_track_entries(const char* name, const veltrano_entry* entries, size_t count,
                             size_t entrySize, void (*completion)(void*, bool), void* context) {
-  return guardedTrack([&] {
+  return guarded(false, [&] {
     const Entries properties{reinterpret_cast<const char*>(entries), count, entrySize};
     if (name == nullptr) return refuse("veltrano_track_entries", 0);
     if (!properties.areValid()) return refuse("veltrano_track_entries", 1);
@@ -225,6 +217,12 @@ bool veltrano_get_statistics(veltrano_statistics* statistics) {
   return guarded(false, [&] {
     // The same counts in the same order, for good: both structs only grow at their ends.
     constexpr std::size_t kFirst = offsetof(veltrano_statistics, recorded);
+    static_assert(kFirst + offsetof(Statistics, droppedByTrimming) ==
+                  offsetof(veltrano_statistics, dropped_by_trimming));
+    static_assert(kFirst + offsetof(Statistics, uploadsAttempted) ==
+                  offsetof(veltrano_statistics, uploads_attempted));
+    static_assert(kFirst + offsetof(Statistics, heartbeatsSent) ==
+                  offsetof(veltrano_statistics, heartbeats_sent));
     static_assert(kFirst + offsetof(Statistics, droppedByOptOut) ==
                   offsetof(veltrano_statistics, dropped_by_opt_out));
     static_assert(kFirst + sizeof(Statistics) == sizeof(veltrano_statistics));

@@ -38,7 +38,7 @@ veltrano_object* veltrano_url(veltrano_text text) {
   return make([&] { return HostValue(URL(view(text))); });
 }
 
-// Defines a function that makes an object of `VALUE`, from the parameters.
+// Defines veltrano_KIND, which makes an object of VALUE, an expression of its parameters.
 #define VELTRANO_MAKES(KIND, VALUE, ...)           \
   veltrano_object* veltrano_##KIND(__VA_ARGS__) {  \
     return make([&] { return HostValue(VALUE); }); \

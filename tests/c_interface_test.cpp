@@ -162,10 +162,15 @@ TEST_F(CInterface, ARunLoopIsDrivenEitherWay) {
 
 TEST_F(CInterface, ACancelledThreadLeavesTheLibraryFirst) {
   static std::atomic<veltrano_run_loop*> loop{nullptr};
+  static std::atomic<bool> hasReturned{false};
+  const char* const name = "E";
+  veltrano_set_refresh_triggers(
+      &name, 1, [](void*) { pthread_testcancel(); }, nullptr);
   pthread_t thread;
   const auto run = [](void*) -> void* {
     loop = veltrano_current_run_loop();
     veltrano_run_loop_run(loop);
+    hasReturned = veltrano_track("E", nullptr, nullptr, nullptr);
     pthread_testcancel();
     return nullptr;
   };
@@ -176,6 +181,8 @@ TEST_F(CInterface, ACancelledThreadLeavesTheLibraryFirst) {
   void* result = nullptr;
   EXPECT_EQ(pthread_join(thread, &result), 0);
   EXPECT_EQ(result, PTHREAD_CANCELED);
+  EXPECT_TRUE(hasReturned);
+  veltrano_set_refresh_triggers(nullptr, 0, nullptr, nullptr);
 }
 
 TEST_F(CInterface, ThreadsShareObjectsAndCallAtOnce) {

@@ -73,12 +73,6 @@ class Library {
     return tracker_;
   }
 
-  /// Whether the process's library has started.
-  static bool hasStarted() {
-    const Library* const library = installed();
-    return library != nullptr && library->isStarted_.load(std::memory_order_acquire);
-  }
-
   /// See `Tracker::lastFlush`. Starts nothing.
   FlushResult lastFlush() const { return tracker_.lastFlush(); }
 
