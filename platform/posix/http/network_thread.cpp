@@ -23,8 +23,6 @@ constexpr int kMaxUnfinished = 256;  // posts of an endpoint; later ones fail
 constexpr std::chrono::minutes kAddressesLast{1};
 // How long the end of a session waits for what is stuck.
 constexpr std::chrono::milliseconds kGrace{250};
-// How long it waits for its own thread, which only a busy machine holds up.
-constexpr std::chrono::seconds kBusyGrace{2};
 
 // After a failure of the system, instead of a busy loop.
 constexpr std::chrono::milliseconds kPause{200};
@@ -208,11 +206,10 @@ bool NetworkThread::shutDown(Clock::time_point deadline) {
   isStopped_ = true;  // the remaining posts fail now
   changed_.notify_all();
   if (wakeUp_) wakeUp_->set(Clock::now());
+  // The thread has its own copy of the descriptor, and may end after this call on a busy machine.
+  if (hasOwnDescriptors_) wakeUp_.reset();
   const auto end = Clock::now() + kGrace;
-  while (!isIdle() && Clock::now() < end) changed_.wait_until(lock.standard(), end);
-  // Nothing is stuck on the thread itself. It cannot close the descriptor: its table is its own.
-  const auto latest = Clock::now() + kBusyGrace;
-  while (isRunning_ && Clock::now() < latest) changed_.wait_until(lock.standard(), latest);
+  while ((!isIdle() || isRunning_) && Clock::now() < end) changed_.wait_until(lock.standard(), end);
   if (!isRunning_) wakeUp_.reset();
   lock.unlock();
   calls_->shutDown(end);
@@ -220,7 +217,11 @@ bool NetworkThread::shutDown(Clock::time_point deadline) {
 }
 
 void NetworkThread::run() {
-  separateDescriptors(wakeUpDescriptor_);  // libcurl opens some that programs would inherit
+  {
+    // Programs that the host executes would inherit some of libcurl's descriptors.
+    const Lock lock(mutex_);
+    hasOwnDescriptors_ = separateDescriptors(wakeUpDescriptor_);
+  }
   {
     ExitGate::Inside inside;
     networkChanges_.emplace();
@@ -257,7 +258,7 @@ void NetworkThread::noteNetwork() {
 NetworkThread::Clock::time_point NetworkThread::step() {
   {
     const Lock lock(mutex_);
-    wakeUp_->set(std::nullopt);
+    if (wakeUp_) wakeUp_->set(std::nullopt);
     while (!incoming_.empty()) {
       auto& posts = incoming_.front()->endpoint->posts;
       posts.splice(posts.end(), incoming_, incoming_.begin());

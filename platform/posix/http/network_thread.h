@@ -113,6 +113,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   Mutex mutex_;
   std::condition_variable changed_;
   std::optional<WakeUp> wakeUp_ GUARDED_BY(mutex_);
+  bool hasOwnDescriptors_ GUARDED_BY(mutex_) = false;
   Posts incoming_ GUARDED_BY(mutex_);
   Posts spare_ GUARDED_BY(mutex_);  // one post, for when memory runs out
   std::map<std::string, Name> names_ GUARDED_BY(mutex_);

@@ -44,6 +44,7 @@ class HTTPTransfer {
   /// thread sets `isStopped`.
   HTTPTransfer(std::vector<curl_socket_t>& sockets, const URLSessionOptions& options,
                const Attempt& attempt, const std::atomic<bool>& isStopped);
+  HTTPTransfer(const HTTPTransfer&) = delete;  // libcurl holds its address
 
   /// The handle to add to a multi handle; null when the transfer could not be set up.
   CURL* handle() const { return setUp_ == CURLE_OK ? easy_.get() : nullptr; }

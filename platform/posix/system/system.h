@@ -13,8 +13,8 @@ namespace veltrano::internal {
 void nameThisThread(const char* name);
 
 /// Gives the calling thread its own descriptor table, if the system can. In it stay `kept` and the
-/// standard error, for crash reports. Otherwise the thread keeps the shared table.
-void separateDescriptors(int kept);
+/// standard error, for crash reports. False if the thread keeps the shared table.
+bool separateDescriptors(int kept);
 
 /// Like socket(2). Executed programs do not inherit the descriptor.
 int openSocket(int family, int type, int protocol);

@@ -7,7 +7,9 @@ namespace veltrano::internal {
 
 void nameThisThread(const char* /*name*/) {}
 
-void separateDescriptors(int /*kept*/) {}
+bool separateDescriptors(int /*kept*/) {
+  return false;
+}
 
 // A program that is executed between the two calls inherits the descriptor.
 int openSocket(int family, int type, int protocol) {
