@@ -6,8 +6,10 @@ namespace veltrano::internal {
 
 DelayedItems::Items DelayedItems::add(Clock::time_point due, Item item) {
   Items cancelled;
-  if (items_.size() >= clearAt_) {
-    cancelled.reserve(items_.size());  // so that moving the items cannot throw
+  const bool isFull = items_.size() >= clearAt_;
+  if (isFull) cancelled.reserve(items_.size() + 1);  // so that moving the items cannot throw
+  items_.emplace(due, std::move(item));              // may throw: before any is removed
+  if (isFull) {
     for (auto next = items_.begin(); next != items_.end();) {
       const auto entry = next++;
       if (entry->second->item->isCancelled())
@@ -15,7 +17,6 @@ DelayedItems::Items DelayedItems::add(Clock::time_point due, Item item) {
     }
     clearAt_ = std::max<std::size_t>(16, 2 * items_.size());
   }
-  items_.emplace(due, std::move(item));
   return cancelled;
 }
 

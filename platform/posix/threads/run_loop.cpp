@@ -84,8 +84,10 @@ void PosixRunLoop::stop() {
 void PosixRunLoop::perform(std::function<void()> function) {
   if (!function || isForkedChild()) return;
   dropExceptions([&] {
+    Pending pending{kAtOnce,
+                    std::move(function)};  // if memory runs out, destroyed without the lock
     const Lock lock(mutex_);
-    schedule_.emplace(Key(kAtOnce, nextOrder_++), Pending{kAtOnce, std::move(function)});
+    schedule_.emplace(Key(kAtOnce, nextOrder_++), std::move(pending));
     changed();
   });
 }
