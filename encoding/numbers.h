@@ -22,7 +22,7 @@ inline std::int64_t truncatedInteger(double number) {
   return static_cast<std::int64_t>(number);
 }
 
-/// The integer that `text` consists of; empty if it is out of range.
+/// The integer that `text` consists of; empty if it is none, or out of range.
 template <std::integral Number>
 std::optional<Number> wholeNumber(std::string_view text, int base = 10) {
   Number number = 0;

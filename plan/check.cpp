@@ -97,8 +97,8 @@ std::string ofValue(const std::string& item, std::string_view value) {
 
 class Check {
  public:
-  // What a value is held to. The item of coverage starts with whose it is, an event's or the super
-  // properties, and has no indices.
+  // What a value is held to. The item of coverage, without its mark, is the event, or the super
+  // properties, and the names that lead to the value, without indices.
   struct Part {
     const Schema& schema;
     std::string item;

@@ -21,11 +21,11 @@ enum class Type { any, text, integer, number, boolean, date, uri, list, object }
 struct Property;
 class Validator;
 
-/// One of a number, or of the length of a text or a list.
+/// A limit of a number, or of the length of a text or a list, on one side.
 struct Bound {
   std::string word;  // such as "exclusiveMinimum"; empty if there is none
   double value = 0;  // as the plan says it
-  double end = 0;    // the last that is allowed
+  double end = 0;    // the last value that it allows
 };
 
 /// What a value may be.
@@ -72,7 +72,7 @@ using Coverage = std::set<std::string>;
 /// What records have shown so far.
 struct Checked {
   Coverage covered;
-  std::set<std::string> complaints;  // about what: each is made once, whatever the values
+  std::set<std::string> complaints;  // what has been complained about
 };
 
 struct Plan {
@@ -86,7 +86,9 @@ struct Plan {
 
   /// What is not as planned in an event as it is sent, as JSON. Each text names the event, or says
   /// that it is about super properties, the property, what was sent and what was planned. The
-  /// library's own events and properties are always as planned. Not thread-safe.
+  /// library's own events and properties are always as planned. Adds to
+  /// `checked` what the event covers and what is complained about, and leaves out what has been
+  /// complained about before. Not thread-safe.
   std::vector<std::string> check(std::string_view record, Checked& checked) const;
 
   /// Everything that tests can cover.

@@ -43,7 +43,7 @@ class WorkItem {
   std::atomic<bool> cancelled_{false};
 };
 
-/// A delayed item in the form in which it is submitted when it is due: that allocates nothing.
+/// A delayed item as a block. Made in advance, so that nothing is allocated when it is due.
 struct DelayedBlock final : Block {
   explicit DelayedBlock(std::shared_ptr<WorkItem> work) : item(std::move(work)) {}
   void run() override { item->run(); }

@@ -126,7 +126,9 @@ def exit_in(callback):
     options.session_token = in_token
     assert install(ctypes.byref(options), None)
     if callback == "any":
-        atexit.register(shut_down, 2.0)
+        # As in veltrano_c.h.
+        library.veltrano_shut_down.argtypes = [ctypes.c_double]
+        atexit.register(library.veltrano_shut_down, 2.0)
     if callback == "token":
         set_user_id(b"user")
         run_for(main_loop(), 30)

@@ -103,7 +103,7 @@ void play(const std::string& scenario, std::function<void(std::string_view)> tak
   player.play(readScenario(lines, Mode::simulated));
 }
 
-// Read without a use of the library.
+// Reads the counts without starting the library.
 veltrano::Statistics balanced() {
   const auto now = veltrano::internal::Library::current().accounting().statistics();
   EXPECT_EQ(now.recorded, now.waiting + now.inFlight + now.delivered + now.dropped());
@@ -149,7 +149,7 @@ TEST(Replay, TracesKeepToTheirLaws) {
   for (const auto& entry : std::filesystem::recursive_directory_iterator(directory / "")) {
     if (entry.path().extension() != ".jsonl") continue;
     std::string text = veltrano::internal::contentsOf(entry.path());
-    const std::string_view logs = "enableLog";  // which it does all along
+    const std::string_view logs = "enableLog";  // it is on all the time
     for (auto at = text.find(logs); at != text.npos; at = text.find(logs))
       text.replace(at, logs.size(), "shared");
     expectLaws(text);

@@ -7,7 +7,7 @@
 
 namespace tools {
 
-/// A small source of random numbers, the same on every machine for a seed.
+/// A small source of random numbers: the same for a seed on every machine.
 class Random {
  public:
   explicit Random(std::uint64_t seed) : state_(seed) {}

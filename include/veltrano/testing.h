@@ -447,7 +447,7 @@ class World {
   void writeTrace(const std::string& file) const;
 
   /// Compares every event that is recorded from now on with the tracking plan in `file`: what is
-  /// not planned, missing or wrong becomes a complaint, each property for each reason once. Throws
+  /// not planned, missing or wrong becomes a complaint, once for each property and reason. Throws
   /// `Error` with the plan's faults.
   ///
   /// If the environment variable VELTRANO_PLAN_COVERAGE names a directory, the world notes there,

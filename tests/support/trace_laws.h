@@ -21,7 +21,7 @@ class TraceLaws {
 
   bool mayJump = false;  // the clock; or events have times of their own
 
-  /// What the library has to have counted.
+  /// What the library must have counted.
   veltrano::Statistics counts;
   std::size_t waiting() const { return waiting_.size(); }  // also in flight
 

@@ -46,8 +46,8 @@ class Application {
   const Scenario& scenario_;
   const std::shared_ptr<veltrano::internal::Timeline> timeline_;
   CollectionHost& host_;
-  tools::Random random_;  // its own: other applications and the server do not change its use
-  std::unique_ptr<Process> process_;             // null before the first session, and after an end
+  tools::Random random_;              // its own, so that nothing else changes its sequence
+  std::unique_ptr<Process> process_;  // null before the first session, and after an end
   std::vector<std::unique_ptr<Process>> ended_;  // silent, but the timeline refers to them
   Duration changesAt_{0};              // when it next enters the foreground or the background
   Duration endsAt_ = Duration::max();  // when its process ends

@@ -81,8 +81,8 @@ int main(int argc, char** argv) {
     app.add_option(name, value, help)->check(CLI::Range(0.0, 1.0));
   };
   share("--swing", usage.dailySwing,
-        "How much more often sessions start at the busiest time than on average: 0.6 means 1.6 "
-        "times as often");
+        "How much more often sessions start at 20:00, the busiest time, than on average: 0.6 means "
+        "1.6 times as often");
   share("--crashes", usage.crashShare,
         "Share of sessions that end with their process, without a last flush");
   share("--ends", usage.endShare,

@@ -27,8 +27,8 @@ struct Usage {
   double eventsPerMinute = 4;              // in the foreground
   double backgroundShare = 0.05;           // of all events, recorded in the background
   std::optional<Duration> storedInterval;  // of heartbeats, stored before the run
-  double dailySwing =
-      0.6;  // sessions begin up to this much more (at 20:00) or less often than on average
+  // Sessions begin up to this much more (at 20:00) or less often than on average.
+  double dailySwing = 0.6;
   double crashShare = 0;  // of the sessions: the process ends instead of entering the background
   double endShare = 0;  // of the sessions: the process ends in the background, before the next one
 

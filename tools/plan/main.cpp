@@ -43,7 +43,7 @@ Coverage coveredIn(const std::vector<std::string>& folders) {
   Coverage covered;
   for (const std::string& folder : folders)
     for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-      std::ifstream in(entry.path());  // without lines, if a folder
+      std::ifstream in(entry.path());  // a folder has no lines
       for (std::string line; std::getline(in, line);) covered.insert(line);
     }
   return covered;

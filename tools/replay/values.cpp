@@ -86,8 +86,8 @@ HostValue valueOfKind(const Fields& fields, const std::string& kind, int level) 
 }
 
 HostValue valueIn(const JSONValue& json, int level) {
-  // The library leaves out containers at this level, so their contents do not matter. Bounds the
-  // recursion, because values may be nested to any depth.
+  // The library drops containers at this depth, whatever they hold. Values may be nested to any
+  // depth, so this bounds the recursion.
   if (level > veltrano::internal::kMaxNesting) return {};
   const std::string kind = kindOf(json);
   if (!kind.empty()) return valueOfKind(Fields(json), kind, level);

@@ -18,8 +18,8 @@ class HostReports final : public Application,
                           public ATTrackingManager,
                           public ASIdentifierManager {
  public:
-  /// Begins with what `options` say; the system's name and version come from `uname` without that.
-  /// Keeps in `facts` what every event asks.
+  /// Starts with what `options` say; a system name or version that they lack comes from `uname`.
+  /// Keeps in `facts` what every event asks for.
   HostReports(const PosixOptions& options, MomentaryFacts& facts);
 
   void setState(ApplicationState state) { state_ = state; }
