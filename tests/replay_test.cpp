@@ -142,8 +142,8 @@ void expectLaws(const std::string& scenario) {
 TEST(Replay, TracesKeepToTheirLaws) {
   const veltrano::internal::Directory directory;
   const std::string program = SCENARIOS_PROGRAM;
-  ASSERT_EQ(runCommand(program + " --count 50 " + (directory / "usual")).status, 0);
-  ASSERT_EQ(runCommand(program + " --count 50 --rare " + (directory / "rare")).status, 0);
+  ASSERT_EQ(runCommand(program + " --count 20 " + (directory / "usual")).status, 0);
+  ASSERT_EQ(runCommand(program + " --count 20 --rare " + (directory / "rare")).status, 0);
   std::filesystem::copy(SCENARIOS, directory / "recorded");
   std::filesystem::copy(SCENARIOS "/../../examples/scenarios", directory / "examples");
   for (const auto& entry : std::filesystem::recursive_directory_iterator(directory / "")) {
