@@ -110,8 +110,10 @@ test('opens an event and its properties by keyboard alone, and copies it', async
 });
 
 test('arms and lifts faults', async () => {
-  await page.getByRole('button', { name: 'Arm Status on /track' }).click();
-  await page.getByRole('button', { name: 'Arm Retry-After on /track' }).click();
+  await page.evaluate(() => { // faster than the collector answers
+    for (const member of ['status', 'retry_after'])
+      document.querySelector(`#faults [data-path="/track"][data-member=${member}]`).click();
+  });
   await page.getByText('/track: status 503, retry_after 5').waitFor();
   assert.equal(await track(batch([record('Lost', {})])), 503);
   await page.getByRole('button', { name: 'Lift Status on /track' }).click();

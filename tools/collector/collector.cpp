@@ -69,8 +69,9 @@ void Collector::control(const WireRequest& request, httplib::Response& response)
       FaultsByPath faults = parseFaults(request.body);
       const std::lock_guard lock(mutex_);
       for (auto& [path, ofPath] : faults) faults_[path] = std::move(ofPath);
-      journal_.setFaults(faultsJSON(faults_));
-      response.set_content("{}", kJSON);
+      const std::string json = faultsJSON(faults_);
+      journal_.setFaults(json);
+      response.set_content(json, kJSON);
     } catch (const std::invalid_argument& error) {
       response.status = 400;
       response.set_content(error.what() + std::string("\n"), "text/plain");

@@ -436,16 +436,20 @@ const FAULTS = [ // member, label, value, type of the input
   ['accept', 'Accept anyway'],
 ];
 let armed = []; // as the collector tells them
+let turn = Promise.resolve();
 
-async function control(faults) {
-  const response = await fetch('control', { method: 'POST', body: JSON.stringify(faults) });
-  if (response.ok) return;
-  $('armed').className = 'wrong';
-  $('armed').textContent = await response.text();
+// A click changes what the one before has left, however fast they follow one another.
+function control(faults) {
+  turn = turn.catch(() => {}).then(async () => {
+    const response = await fetch('control', { method: 'POST', body: JSON.stringify(faults()) });
+    if (response.ok) return showFaults(await response.json());
+    $('armed').className = 'wrong';
+    $('armed').textContent = await response.text();
+  });
 }
 
-// Adds the member to the path's first fault, or removes it.
-function toggle(path, member, value) {
+// All faults of the path, with the member added to the first one, or removed from it.
+function toggled(path, member, value) {
   const [first = { path }, ...later] = armed.filter((fault) => fault.path === path);
   const { [member]: before, count, ...rest } = first;
   const changed = before === undefined ? { ...rest, [member]: value } : rest;
@@ -453,7 +457,7 @@ function toggle(path, member, value) {
   const limit = Number($('fault-count').value) || count;
   if (limit) changed.count = limit;
   const faults = isEmpty ? later : [changed, ...later];
-  control(faults.length ? faults : [{ path }]);
+  return faults.length ? faults : [{ path }];
 }
 
 function showFaults(faults) {
@@ -480,13 +484,15 @@ for (const [member, label, value, type] of FAULTS) {
   for (const path of PATHS) {
     const button = element('button', { type: 'button' });
     Object.assign(button.dataset, { path, member, label });
-    button.addEventListener('click', () =>
-      toggle(path, member, type === 'number' ? Number(input.value) : input?.value ?? true));
+    button.addEventListener('click', () => {
+      const value = type === 'number' ? Number(input.value) : input?.value ?? true;
+      control(() => toggled(path, member, value));
+    });
     row.append(element('td', {}, button));
   }
   $('faults').tBodies[0].append(row);
 }
-$('lift-all').addEventListener('click', () => control(PATHS.map((path) => ({ path }))));
+$('lift-all').addEventListener('click', () => control(() => PATHS.map((path) => ({ path }))));
 
 // ---- Bringing it together
 
