@@ -1,13 +1,9 @@
-// The collector's rules, and the program itself over TLS.
+// The rules of the collector, of which collector_program.sh tests the program.
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <rapidjson/document.h>
-#include <signal.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <functional>
-#include <future>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -140,126 +136,6 @@ TEST(Journal, KeepsTheLatestInOrder) {
   Journal::Position position;
   EXPECT_TRUE(journal.next(position, {}).starts_with("event: clear\n"));
   EXPECT_EQ(journal.next(position, {}), "");
-}
-
-// Runs the collector program.
-class Program {
- public:
-  explicit Program(const std::string& options)
-      : output_(::popen(("echo $$; exec " COLLECTOR_PROGRAM " " + options + " 2>&1").c_str(), "r")),
-        process_(std::stoi(line())) {
-    for (std::string text = line(); text != "ready"; text = line()) {
-      if (text.empty()) throw std::runtime_error("the collector did not start");
-      if (text.starts_with("url=")) port_ = std::stoi(text.substr(text.rfind(':') + 1));
-      if (text.starts_with("certificate=")) certificate_ = text.substr(text.find('=') + 1);
-      if (text.starts_with("page=")) page_ = text.substr(text.find('=') + 1);
-    }
-  }
-  ~Program() {
-    if (output_ != nullptr) end();
-  }
-
-  std::string line() {
-    std::string text;
-    for (int c = std::fgetc(output_); c != EOF && c != '\n'; c = std::fgetc(output_))
-      text += static_cast<char>(c);
-    return text;
-  }
-
-  httplib::Result post(const std::string& target, const std::string& body) const {
-    httplib::SSLClient client("localhost", port_);
-    client.set_ca_cert_path(certificate_.c_str());
-    // A plain body would get a Content-Type.
-    const auto provide = [&body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-      return sink.write(body.data() + offset, body.size() - offset);
-    };
-    return client.Post(target, request("", "").headers, body.size(), provide, "");
-  }
-
-  httplib::Client page() const { return httplib::Client(page_.substr(0, page_.rfind('/'))); }
-
-  int end() {  // harmless if the program is already shutting down
-    ::kill(process_, SIGTERM);
-    return exitStatus();
-  }
-  int exitStatus() { return ::pclose(std::exchange(output_, nullptr)); }
-
- private:
-  std::FILE* output_;
-  const pid_t process_;
-  int port_ = 0;
-  std::string certificate_;
-  std::string page_;
-};
-
-TEST(CollectorProgram, AcceptsRefusesAndMisbehaves) {
-  Program program(R"(--require-token t --misbehave '{"path":"/track","status":503,"count":1}')");
-  const std::string body = encoded(kBatch);
-  const auto track = [&] { return program.post("/track?uid=u%2B1", body); };
-  ASSERT_EQ(track()->status, 503);
-  ASSERT_EQ(track()->status, 200);
-  rapidjson::Document accepted;
-  accepted.Parse(program.line());
-  EXPECT_EQ(accepted["path"], "/track");
-  EXPECT_EQ(accepted["uid"], "u+1");
-  EXPECT_EQ(accepted["headers"]["lib_version"], "ios_0.0");
-  EXPECT_EQ(accepted["body"], rapidjson::Document().Parse(kBatch));
-
-  EXPECT_EQ(program.post("/track?uid=u", encoded("[]"))->status, 400);
-  EXPECT_EQ(program.line(), "refused (track): the batch is empty");
-  EXPECT_EQ(program.post("/heartbeat?uid=u", encoded(kHeartbeat))->status, 401);
-
-  EXPECT_EQ(program.post("/control", R"({"path":"/track","dorp":true})")->status, 400);
-  const std::string faults = R"([{"path":"/track","drop":true,"count":1},)"
-                             R"({"path":"/track","truncate":true,"accept":true,"count":1}])";
-  EXPECT_EQ(program.post("/control", faults)->status, 200);
-  EXPECT_EQ(track().error(), httplib::Error::Read);
-  EXPECT_EQ(track().error(), httplib::Error::Read);
-  EXPECT_EQ(track()->status, 200);
-  EXPECT_EQ(program.end(), 0);
-}
-
-TEST(CollectorProgram, TellsScriptsWhatHasCome) {
-  Program program("--output /dev/null");
-  const auto get = [&](const std::string& target) {
-    const auto result = program.page().Get(target);
-    return std::to_string(result->status) + ' ' + result->body;
-  };
-  auto waiting = std::async(std::launch::async, get, "/wait?event=Bought&count=2&timeout=60");
-  const std::string record = replaced(kBatch, "\"pro\"", "12345678901234567890123");
-  for (int i = 0; i < 2; ++i) program.post("/track?uid=u", encoded(record));
-  program.post("/heartbeat?uid=u", encoded(kHeartbeat));
-  program.post("/track?uid=u", encoded("[]"));
-  EXPECT_EQ(waiting.get(), "200 {\"event\":\"Bought\",\"count\":2}\n");
-  EXPECT_EQ(get("/wait?event=Bought&count=3&timeout=0").substr(0, 3), "504");
-  EXPECT_EQ(get("/wait?event=Bought&cuont=2").substr(0, 3), "400");
-  expectPart(get("/reset"), "404 there is no GET /reset; ");
-  expectPart(get("/events"), ",\"uid\":\"u\",\"answer\":200,\"body\":" +
-                                 record.substr(1, record.size() - 2) + "},\n");
-  expectPart(get("/heartbeats"), kHeartbeat);
-  expectPart(get("/refused"), "\"the batch is empty\"");
-
-  auto page = program.page();
-  EXPECT_EQ(page.Get("/events", {{"Host", "example.com"}})->status, 403);
-  EXPECT_EQ(page.Post("/reset", httplib::Headers{{"Origin", "http://example.com"}})->status, 403);
-  EXPECT_EQ(page.Post("/reset")->status, 200);
-  EXPECT_EQ(get("/events"), "200 []\n");
-
-  const auto heldBack = std::async(std::launch::async, get, "/wait?event=Bought&timeout=3600");
-  EXPECT_EQ(program.end(), 0);
-}
-
-TEST(CollectorProgram, IsReadableAndEndsAtOnceWhenAsked) {
-  Program program(R"(--format readable --misbehave '{"path":"/track","latency_ms":600000}')");
-  program.post("/heartbeat?uid=u", encoded(kHeartbeat));
-  EXPECT_TRUE(program.line().starts_with("heartbeat  uid=u session_id=\"1938AF34-"));
-  auto heldBack = std::async(std::launch::async, [&program] {
-    return program.post("/track?uid=u", encoded(kBatch))->status;
-  });
-  EXPECT_EQ(program.line(), "track  uid=u event=\"Bought\" plan=\"pro\"");
-  EXPECT_EQ(program.post("/control/shutdown", "")->status, 200);
-  EXPECT_EQ(heldBack.get(), 200);
-  EXPECT_EQ(program.exitStatus(), 0);
 }
 
 }  // namespace

@@ -255,13 +255,6 @@ TEST(NetworkFaults, HangingHeartbeatsDoNotHoldUpAnUpload) {
   EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
 }
 
-TEST(NetworkFaults, ACallbackMayEndItsThread) {
-  TLSServer server([](int) { return answer("200 OK"); });
-  PosixURLSession session(trusting(server.authorities()));
-  session.postData(requestTo(server.url()), [](auto, auto, auto) { pthread_exit(nullptr); });
-  EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
-}
-
 TEST(NetworkFaults, EveryPostIsReportedOnceWhicheverAllocationFails) {
   if (VELTRANO_PORTABLE) GTEST_SKIP() << "The library's threads are recognised by their names.";
   TLSServer server([](int) { return answer("503 Busy", "{}", "Retry-After: 0\r\n"); },

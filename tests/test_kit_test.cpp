@@ -655,27 +655,6 @@ TEST(ShutDown, OnAnotherThreadEndsAtTheDeadline) {
             std::string::npos);
 }
 
-TEST(Threads, TrackWhileTheWorldGoesOn) {
-  kit::World world;
-  PosixPlatform::install(options());
-  std::atomic<bool> isOver{false};
-  std::atomic<std::uint64_t> tracked{0};
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 3; ++i)
-    threads.emplace_back([&, i] {
-      for (; !isOver; ++tracked) {  // without a pause
-        Veltrano::shared().track("E", {{"thread", i}});
-        if (tracked % 50 == 0) Veltrano::shared().setSuperProperties({{"thread", i}});
-      }
-    });
-  while (tracked < 900) world.advance(1s);
-  isOver = true;
-  threads.clear();
-  world.advance(20s);
-  EXPECT_EQ(world.statistics().recorded, tracked);
-  EXPECT_EQ(world.delivered().size() + world.statistics().droppedByTrimming, tracked);
-}
-
 // The lines of the trace of a scenario.
 std::vector<std::string> replayed(const std::string& scenario) {
   const auto file = std::filesystem::temp_directory_path() /
@@ -689,6 +668,38 @@ std::vector<std::string> replayed(const std::string& scenario) {
   EXPECT_EQ(pclose(pipe), 0) << scenario;
   std::filesystem::remove(file);
   return lines;
+}
+
+TEST(Threads, TrackWhileTheWorldGoesOnAndItsTraceKeepsToTheLaws) {
+  kit::World world;
+  PosixPlatform::install(options());
+  Veltrano::isLoggerEnabled = true;
+  std::atomic<bool> isOver{false};
+  std::atomic<std::uint64_t> tracked{0};
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 3; ++i)
+    threads.emplace_back([&, i] {
+      for (; !isOver; ++tracked) {  // without a pause
+        Veltrano::shared().track("E" + std::to_string(tracked), {{"thread", i}});
+        if (tracked % 50 == 0) Veltrano::shared().setSuperProperties({{"thread", i}});
+      }
+    });
+  std::mt19937 random(7);
+  while (tracked < 900) {
+    world.network("/track").answer(random() % 2 == 0 ? 200 : 503).after(random() % 3000 * 1ms);
+    if (random() % 5 == 0) world.enterBackground();
+    world.advance(random() % 30 * 1s);
+    world.enterForeground();
+  }
+  isOver = true;
+  threads.clear();
+  world.network("/track").answer(200);
+  world.advance(1min);
+  Veltrano::isLoggerEnabled = false;
+  EXPECT_EQ(world.statistics().recorded, tracked);
+  EXPECT_EQ(world.delivered().size() + world.statistics().droppedByTrimming, tracked);
+  TraceLaws laws;
+  for (const std::string& line : replayed(world.trace())) EXPECT_EQ(laws.take(line), "") << line;
 }
 
 TEST(Trace, ReplaysToTheSameLog) {
@@ -835,23 +846,6 @@ TEST(ShutDown, WaitsForAHeartbeatAndIsRefusedInDestructors) {
   EXPECT_TRUE(platform.shutDown(in(1h)));
   EXPECT_GE(world.now(), 4s);
   EXPECT_LT(world.now(), 5s) << "it ends with the last answer";
-}
-
-TEST(Trace, KeepsToItsLaws) {
-  kit::World world;
-  Veltrano::isLoggerEnabled = true;
-  std::mt19937 random(7);
-  for (int i = 0; i < 300; ++i) {
-    const auto step = random() % 7;
-    if (step == 0) world.network("/track").answer(200).after(random() % 3000 * 1ms);
-    if (step == 1) world.network("/track").answer(503).after(random() % 3000 * 1ms);
-    if (step == 2) random() % 2 == 0 ? world.enterBackground() : world.enterForeground();
-    if (step == 3) world.advance(random() % 30 * 1s);
-    for (auto n = step > 3 ? random() % 30 : 0; n > 0; --n)
-      Veltrano::shared().track("E" + std::to_string(i), {{"n", n}});
-  }
-  TraceLaws laws;
-  for (const std::string& line : replayed(world.trace())) EXPECT_EQ(laws.take(line), "") << line;
 }
 
 }  // namespace

@@ -188,23 +188,6 @@ class Host {
     veltrano_run_loop_run_due(loop);
   }
 
-  // Always refused: there is a platform already.
-  void install() {
-    constexpr std::size_t kSizes[] = {0, offsetof(veltrano_options, info_dictionary),
-                                      sizeof(veltrano_options), sizeof(veltrano_options) + 8};
-    veltrano_options options{};
-    options.size = kSizes[below(std::size(kSizes))];
-    options.collection_host = text();
-    options.user_defaults_file = text();
-    options.info_dictionary = any();
-    options.advertising_identifier = text();
-    options.application_state = drawn<int>();
-    veltrano_object* error = nullptr;
-    require(
-        !veltrano_install_posix_platform(flag() ? &options : nullptr, flag() ? &error : nullptr));
-    keep(error);
-  }
-
  private:
   FuzzedDataProvider data_;
   std::vector<Held> objects_;
@@ -247,7 +230,7 @@ constexpr void (*kCalls[])(Host&) = {
     call<veltrano_device_orientation>, call<&Host::makeBlocks>, call<&Host::makeNames>,
     call<&Host::copy>, call<&Host::release>, call<&Host::add>, call<&Host::read>,
     call<&Host::send>, call<&Host::track>, call<&Host::setTriggers>, call<&Host::runLoop>,
-    call<&Host::install>,
+    call<&Host::track>,
     // clang-format on
 };
 
