@@ -217,7 +217,7 @@ TEST(CInterfaceVersion, IsThatOfTheHeaderAndOfThePackage) {
               patch == VELTRANO_VERSION_PATCH);
 }
 
-TEST_F(CInterface, StatisticsFillWhatTheHostHasRoomFor) {
+TEST_F(CInterface, StatisticsFillWhatTheHostHasRoomForUntilTheShutdown) {
   veltrano_statistics all = {};
   EXPECT_FALSE(veltrano_get_statistics(nullptr));
   EXPECT_FALSE(veltrano_get_statistics(&all));
@@ -237,6 +237,10 @@ TEST_F(CInterface, StatisticsFillWhatTheHostHasRoomFor) {
   EXPECT_GT(veltrano_status(beginning, sizeof beginning), sizeof beginning);
   EXPECT_STREQ(beginning, "Collect");
   EXPECT_GT(veltrano_status(nullptr, sizeof beginning), sizeof beginning);
+
+  EXPECT_FALSE(veltrano_shut_down(0)) << "the event was left";
+  veltrano_status(beginning, sizeof beginning);
+  EXPECT_STREQ(beginning, "Nothing") << "is sent any more";
 }
 
 #ifndef NDEBUG

@@ -136,22 +136,6 @@ TEST(MemoryTest, AHostThatStartsWithTooLittleMemoryDeliversLater) {
 #endif
 }
 
-TEST(MemoryTest, WorkThatFoundNoThreadRunsWithTheNextSubmission) {
-  for (const bool isDelayed : {false, true}) {
-    auto& queue = *new PosixWorkQueue("test");  // never destroyed: its thread keeps running
-    std::latch hasRun(2);
-    failures::hasNoThreads = true;
-    queue.async([&] { hasRun.count_down(); });
-    failures::hasNoThreads = false;
-    if (isDelayed)
-      queue.asyncAfter(std::chrono::milliseconds(1),
-                       std::make_shared<WorkItem>([&] { hasRun.count_down(); }));
-    else
-      queue.async([&] { hasRun.count_down(); });
-    hasRun.wait();
-  }
-}
-
 // A timer that fires on request.
 struct ManualTimers final : Timers {
   std::shared_ptr<Timer> schedule(Duration, Duration, std::function<void()> work) override {

@@ -2,11 +2,8 @@
 #include "plan/plan.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <string>
@@ -30,31 +27,6 @@ namespace {
 const std::string kFolder = PLAN_FOLDER "/", kPlan = kFolder + "plan.json";
 const veltrano::Date kAt(std::chrono::system_clock::time_point(1700000000250ms));
 const veltrano::URL kLink("https://example.com");
-
-// What a command of veltrano-plan prints, and its status.
-struct Outcome {
-  std::string output;
-  int status = 0;
-};
-Outcome run(const std::string& arguments) {
-  Outcome outcome;
-  FILE* const pipe = ::popen((PLAN_PROGRAM " " + arguments + " 2>&1").c_str(), "r");
-  char bytes[4096];
-  while (const auto size = std::fread(bytes, 1, sizeof bytes, pipe))
-    outcome.output.append(bytes, size);
-  outcome.status = WEXITSTATUS(::pclose(pipe));
-  return outcome;
-}
-
-void expectOutput(const std::string& arguments, int status, const std::string& recorded) {
-  const Outcome outcome = run(arguments);
-  EXPECT_EQ(outcome.status, status) << arguments;
-  EXPECT_EQ(outcome.output, contentsOf(kFolder + recorded)) << arguments;
-}
-
-struct PlanFiles : testing::Test {
-  const veltrano::internal::Directory directory;
-};
 
 std::string event(const std::string& properties) {
   return R"({"namespace":"shop","events":[
@@ -207,11 +179,8 @@ TEST(Worlds, ComplainAboutWhatIsNotAsPlanned) {
   EXPECT_EQ(complaints, contentsOf(kFolder + "complaints.txt"));
 }
 
-TEST_F(PlanFiles, CoverageSumsUpWhatWorldsHaveSeen) {
-  ::setenv("VELTRANO_PLAN_COVERAGE", "/dev/null", 1);
-  EXPECT_THROW(World().usePlan(kPlan), veltrano::testing::Error);
-  const std::string folder = directory / "coverage", inner = folder + "/of/tests";
-  ::setenv("VELTRANO_PLAN_COVERAGE", inner.c_str(), 1);
+// Also run by plan_program.sh, which sums the coverage up.
+TEST(Worlds, TellTheirCoverage) {
   for (const auto& properties :
        {veltrano::HostMap{{"kind", "a"}}, veltrano::HostMap{{"size.m", 1}}}) {
     World world;
@@ -219,21 +188,15 @@ TEST_F(PlanFiles, CoverageSumsUpWhatWorldsHaveSeen) {
     Veltrano::shared().track("Optional", properties);
     world.advance(20s);
   }
+}
+
+TEST(Worlds, RefuseAFileForTheirCoverage) {
+  ::setenv("VELTRANO_PLAN_COVERAGE", "/dev/null", 1);
+  EXPECT_THROW(World().usePlan(kPlan), veltrano::testing::Error);
   ::unsetenv("VELTRANO_PLAN_COVERAGE");
-  const std::string command = "coverage " + kPlan + ' ' + folder;
-  expectOutput(command + " --fail-under 90", 1, "coverage.txt");
-  expectOutput(command + " --json --fail-under 10", 0, "coverage.json");
 }
 
-TEST(PlanCommands, PrintWhatIsRecorded) {
-  const std::string older = ' ' + kFolder + "older.json";
-  expectOutput("diff" + older + ' ' + kFolder + "newer.json", 1, "differences.txt");
-  EXPECT_EQ(run("diff" + older + older).status, 0);
-  expectOutput("infer " + kFolder + "collected.jsonl", 0, "inferred.txt");
-  expectOutput("document " + kPlan, 0, "document.md");
-}
-
-TEST(PlanCommands, TheCollectedEventsAreAsInferred) {
+TEST(PlanInference, FitsTheCollectedEvents) {
   const std::string inferred = contentsOf(kFolder + "inferred.txt");
   const Plan plan = Plan::parse(inferred.substr(inferred.find('{')), "inferred");
   Checked checked;
@@ -244,28 +207,6 @@ TEST(PlanCommands, TheCollectedEventsAreAsInferred) {
     const std::string record = line.substr(begin, line.size() - begin - 2);
     for (const auto& violation : plan.check(record, checked)) ADD_FAILURE() << violation;
   }
-}
-
-TEST_F(PlanFiles, HeadersAreRemadeOnlyAsNeeded) {
-  const std::string plan = directory.write("plan", event(R"("a":{"type":"string"})"));
-  const std::string folder = directory / "headers", header = folder + "/shop/a.h";
-  ASSERT_EQ(run("generate " + plan + " --output " + folder).status, 0);
-  const auto written = std::filesystem::last_write_time(header);
-  ASSERT_EQ(run("generate " + plan + " --output " + folder).status, 0);
-  EXPECT_EQ(std::filesystem::last_write_time(header), written);
-  directory.write("plan", R"({"namespace":"shop","events":[{"name":"A","x":1}]})");
-  EXPECT_EQ(run("generate " + plan + " --output " + folder).status, 1);
-  EXPECT_TRUE(std::filesystem::exists(header));
-  directory.write("plan", R"({"namespace":"shop","events":[]})");
-  std::filesystem::create_directory(folder + "/shop/hosts");
-  EXPECT_EQ(run("generate " + plan + " --output " + folder).status, 0);
-  EXPECT_FALSE(std::filesystem::exists(header));
-  // The host's own file stays.
-  const std::string own = directory.write("headers/shop.h", "int hosts;\n");
-  directory.write("plan", event(""));
-  EXPECT_EQ(run("generate " + plan + " --output " + folder).status, 1);
-  EXPECT_EQ(contentsOf(own), "int hosts;\n");
-  EXPECT_FALSE(std::filesystem::exists(header));
 }
 
 }  // namespace
