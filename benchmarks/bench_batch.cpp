@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
 #include <functional>
 #include <random>
 #include <string>
@@ -60,7 +59,7 @@ class Batch {
 
   // Each returns the nanoseconds that it took.
   double firstTime() {
-    std::deque<veltrano::internal::EventRecord> records;  // destroyed after the measurement
+    std::vector<veltrano::internal::EventRecord> records;  // destroyed after the measurement
     return bench::timeOf([&] {
       records = encode();
       send(records);
@@ -119,8 +118,8 @@ class Batch {
             {"address", {{"city", text()}, {"zip", integer(100'000)}}}};
   }
 
-  std::deque<veltrano::internal::EventRecord> encode() {
-    std::deque<veltrano::internal::EventRecord> records;
+  std::vector<veltrano::internal::EventRecord> encode() {
+    std::vector<veltrano::internal::EventRecord> records;
     for (const bench::Event& event : events_)
       records.push_back(encoder_.encode(event.name, event.automatic,
                                         veltrano::internal::viewOf(noCarrier_),
@@ -128,7 +127,7 @@ class Batch {
     return records;
   }
 
-  void send(const std::deque<veltrano::internal::EventRecord>& records) {
+  void send(const std::vector<veltrano::internal::EventRecord>& records) {
     veltrano::internal::CorvaneEndpointRequest(client_, records, superProperties_)
         .send(
             veltrano::internal::Urgency::ordinary, [] {},
@@ -150,7 +149,7 @@ class Batch {
   const PropertyMap superProperties_ = *veltrano::internal::ParameterConversion::convert(
       HostMap{{"uid", "user-17"}, {"app_id", "player"}});
   const PropertyMap base_ = client_.defaultProperties.properties() + superProperties_;
-  std::deque<veltrano::internal::EventRecord> encodedEvents_;
+  std::vector<veltrano::internal::EventRecord> encodedEvents_;
   bench::RapidJSONReference reference_;
 };
 

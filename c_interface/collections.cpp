@@ -19,6 +19,12 @@ bool changed(veltrano_object* handle, Function change) {
   });
 }
 
+template <class T>
+veltrano_object* made() {
+  return guardedInMemory<veltrano_object*>(
+      nullptr, [] { return new veltrano_object(std::in_place_type<T>); });
+}
+
 std::optional<URL> optionalURL(const char* text) {
   return text != nullptr ? std::optional(URL(text)) : std::nullopt;
 }
@@ -26,13 +32,11 @@ std::optional<URL> optionalURL(const char* text) {
 }  // namespace
 
 veltrano_object* veltrano_array(void) {
-  return guardedInMemory<veltrano_object*>(nullptr,
-                                           [] { return new veltrano_object(MutableArray()); });
+  return made<MutableArray>();
 }
 
 veltrano_object* veltrano_dictionary(void) {
-  return guardedInMemory<veltrano_object*>(nullptr,
-                                           [] { return new veltrano_object(MutableDictionary()); });
+  return made<MutableDictionary>();
 }
 
 bool veltrano_array_append(veltrano_object* array, const veltrano_object* element) {

@@ -5,6 +5,8 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "veltrano/value.h"
+
 namespace veltrano::internal {
 namespace {
 
@@ -120,6 +122,46 @@ void FlatWriter::number(const NSNumber& number) {
   const std::string_view bytes = given.bytes();
   std::memcpy(take(bytes.size()), bytes.data(), bytes.size());
   depth_ = std::max(depth_, static_cast<std::uint8_t>(depth));
+}
+
+Flat::Flat(const Argument& argument) {
+  FlatBuffer buffer;
+  buffer.value(argument);
+  bytes_ = buffer.bytes();
+}
+
+// Short enough to need no memory.
+std::string Flat::emptied(Kind kind) noexcept {
+  const bool isContainer = kind == Kind::Array || kind == Kind::Dictionary;
+  const bool isText = kind == Kind::String || kind == Kind::URL;
+  std::string bytes(isContainer ? FlatView::kContainerHead : isText ? kTextHead : 1, '\0');
+  bytes[0] = static_cast<char>(isContainer || isText ? kind : Kind::Absent);
+  if (isContainer) bytes[1] = 1;  // its depth
+  return bytes;
+}
+
+void Argument::flat(const HostValue& value) noexcept {
+  flat(value.value_);
+}
+
+void Argument::flat(const SupportedParameterType& value) noexcept {
+  form_ = Form::flat;
+  object_ = value.flat_.bytes().data();
+}
+
+void Argument::flat(const Array& value) noexcept {
+  form_ = Form::flat;
+  object_ = value.flat_.bytes().data();
+}
+
+void Argument::flat(const Dictionary& value) noexcept {
+  form_ = Form::flat;
+  object_ = value.flat_.bytes().data();
+}
+
+void Argument::flat(const HostMap& value) noexcept {
+  form_ = Form::flat;
+  object_ = value.flat_.bytes().data();
 }
 
 }  // namespace veltrano::detail

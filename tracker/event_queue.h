@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
-#include <deque>
 #include <utility>
+#include <vector>
 
 #include "upload/corvane_endpoint_request.h"
 
@@ -22,7 +22,7 @@ class EventQueue {
   }
 
   void dropOldest() {
-    events_.pop_front();
+    events_.erase(events_.begin());
     note();
   }
 
@@ -39,13 +39,13 @@ class EventQueue {
     note();
   }
 
-  const std::deque<EventRecord>& events() const { return events_; }
+  const std::vector<EventRecord>& events() const { return events_; }
   std::size_t count() const { return count_.load(std::memory_order_relaxed); }
 
  private:
   void note() { count_.store(events_.size(), std::memory_order_relaxed); }
 
-  std::deque<EventRecord> events_;
+  std::vector<EventRecord> events_;
   std::atomic<std::size_t> count_{0};
 };
 

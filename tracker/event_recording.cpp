@@ -1,10 +1,35 @@
+// The road of an event from the host's call to the queue: of the facade, what each event runs.
 #include <new>
 #include <stdexcept>
 #include <utility>
 
 #include "log/value_rendering.h"
+#include "tracker/library.h"
 #include "tracker/track_call.h"
 #include "tracker/tracker.h"
+
+[[gnu::hot]] Veltrano& Veltrano::shared() {
+  static constinit Veltrano instance;
+  veltrano::internal::dropExceptions([] { veltrano::internal::Library::current().tracker(); });
+  return instance;
+}
+
+// Names its arguments only for an observer.
+[[gnu::hot]] void Veltrano::track(std::string_view eventName,
+                                  const veltrano::HostMapView& eventProperties,
+                                  FlushCompletion forceFlushCompletion) {
+  veltrano::internal::dropExceptions([&] {
+    using veltrano::internal::Library;
+    const bool isForced = forceFlushCompletion != nullptr;
+    if (auto* const observer = isForced ? Library::current().observer() : nullptr)
+      observer->given(eventName, forceFlushCompletion);
+    Library::current().tracker().track(eventName, eventProperties, std::move(forceFlushCompletion));
+    if (auto* const observer = Library::current().observer()) [[unlikely]]
+      observer->called("track", {{"name", eventName},
+                                 {"properties", eventProperties.argument()},
+                                 {"completion", isForced}});
+  });
+}
 
 namespace veltrano::internal {
 

@@ -152,9 +152,10 @@ class Tracker {
   // framework.
   std::atomic<bool> isRunning_{true};
 
+  // Each call reads it. Not next to the event queue, whose changes would slow that down.
+  std::atomic<bool> isCollecting_{true};  // written under switchMutex_
   Mutex switchMutex_;
   std::unique_ptr<Block> nextSwitch_ GUARDED_BY(switchMutex_);  // for the next one off
-  std::atomic<bool> isCollecting_{true};                        // written under switchMutex_
   // Of those that the work queue has yet to take: what is before them there is dropped.
   std::atomic<int> pendingSwitches_{0};
 

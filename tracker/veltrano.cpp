@@ -1,5 +1,5 @@
 // The public facade: repairs the host's text, drops exceptions (memory ran out) and forwards to the
-// tracker.
+// tracker. `shared` and `track` are in event_recording.cpp.
 #include "veltrano/veltrano.h"
 
 #include <utility>
@@ -20,16 +20,12 @@ std::string repaired(std::string_view text) {
   return veltrano::internal::wellFormedUTF8(text);
 }
 
-Tracker& tracker() {
-  return Library::current().tracker();
-}
-
 // Calls `function` with the tracker, then reports the call to the observer. Calls made by a refresh
 // handler are reported before their `track`.
 template <class Function>
 void call(std::string_view operation, const HostMapView& arguments, Function function) {
   dropExceptions([&] {
-    function(tracker());
+    function(Library::current().tracker());
     if (CallObserver* const observer = Library::current().observer())
       observer->called(operation, arguments);
   });
@@ -38,12 +34,6 @@ void call(std::string_view operation, const HostMapView& arguments, Function fun
 }  // namespace
 
 std::atomic<bool> Veltrano::isLoggerEnabled{false};
-
-[[gnu::hot]] Veltrano& Veltrano::shared() {
-  static constinit Veltrano instance;
-  dropExceptions(tracker);
-  return instance;
-}
 
 void Veltrano::setUserId(std::string_view id) {
   call("setUserId", {{"id", id}}, [&](Tracker& tracker) { tracker.setUserId(repaired(id)); });
@@ -65,21 +55,6 @@ void Veltrano::setLibVersion(std::string_view version) {
 void Veltrano::setPublisherUid(std::optional<std::string_view> uid) {
   call("setPublisherUid", {{"uid", uid}}, [&](Tracker& tracker) {
     tracker.setPublisherUid(uid ? std::optional(repaired(*uid)) : std::nullopt);
-  });
-}
-
-// As `call`, but names its arguments only for an observer.
-[[gnu::hot]] void Veltrano::track(std::string_view eventName, const HostMapView& eventProperties,
-                                  FlushCompletion forceFlushCompletion) {
-  dropExceptions([&] {
-    const bool isForced = forceFlushCompletion != nullptr;
-    if (CallObserver* const observer = isForced ? Library::current().observer() : nullptr)
-      observer->given(eventName, forceFlushCompletion);
-    tracker().track(eventName, eventProperties, std::move(forceFlushCompletion));
-    if (CallObserver* const observer = Library::current().observer()) [[unlikely]]
-      observer->called("track", {{"name", eventName},
-                                 {"properties", eventProperties.argument()},
-                                 {"completion", isForced}});
   });
 }
 

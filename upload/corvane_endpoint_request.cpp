@@ -9,7 +9,7 @@ namespace veltrano::internal {
 namespace {
 
 // The pieces of a JSON array of `events`.
-std::vector<std::string_view> batchJSON(const std::deque<EventRecord>& events) {
+std::vector<std::string_view> batchJSON(const std::vector<EventRecord>& events) {
   std::vector<std::string_view> pieces;
   pieces.reserve(2 * events.size() + 1);
   for (const EventRecord& event : events) {
@@ -35,7 +35,7 @@ UploadOutcome outcomeOf(const std::optional<URLResponse>& response,
 }  // namespace
 
 CorvaneEndpointRequest::CorvaneEndpointRequest(const CollectionClient& client,
-                                               const std::deque<EventRecord>& events,
+                                               const std::vector<EventRecord>& events,
                                                const PropertyMap& superProperties)
     : client_(client), eventsBeingSent_(events), superProperties_(superProperties) {}
 
