@@ -25,10 +25,6 @@ struct Handle {
   veltrano_object* const handle;
 };
 
-veltrano_outcome send(const char* selector, std::vector<veltrano_object*> arguments) {
-  return veltrano_send(selector, arguments.data(), arguments.size(), nullptr, nullptr);
-}
-
 // Counts calls; its own address is the context.
 struct Count {
   static void block(void* count) { ++static_cast<Count*>(count)->calls; }
@@ -121,30 +117,6 @@ TEST_F(CInterface, RefusesWhatItCannotUse) {
   veltrano_run_loop_perform(nullptr, Count::block, &count, Count::release);
   veltrano_run_loop_perform(veltrano_main_run_loop(), nullptr, &count, Count::release);
   EXPECT_EQ(count.releases, 3);
-}
-
-TEST_F(CInterface, AContextIsReleasedWithTheLastUseOfItsBlock) {
-  Count count;
-  veltrano_object* block = veltrano_block(Count::block, &count, Count::release);
-  const Handle names(veltrano_array());
-  EXPECT_TRUE(veltrano_array_append_text(names, "E"));
-  const char* setTriggers = "setRefreshTriggersWithHandlerWithTriggers:handler:";
-  veltrano_object* other = veltrano_boolean_block([](void*, bool) {}, &count, Count::release);
-  EXPECT_EQ(send(setTriggers, {names, other}), VELTRANO_WRONG_TYPE_OF_ARGUMENT);
-  veltrano_release(other);
-  EXPECT_EQ(count.releases.exchange(0), 1);
-  EXPECT_EQ(send(setTriggers, {names, block}), VELTRANO_DONE);
-  veltrano_release(block);
-  EXPECT_TRUE(veltrano_track("E", nullptr, nullptr, nullptr));
-  EXPECT_EQ(count.calls, 1);
-  EXPECT_EQ(count.releases, 0);
-  const char* const name = "E";
-  EXPECT_TRUE(veltrano_set_refresh_triggers(&name, 1, nullptr, nullptr));
-  EXPECT_EQ(count.releases, 1);
-  EXPECT_TRUE(veltrano_set_refresh_triggers(&name, 1, Count::block, &count));
-  EXPECT_TRUE(veltrano_track("E", nullptr, nullptr, nullptr));
-  EXPECT_EQ(count.calls, 2);
-  EXPECT_TRUE(veltrano_set_refresh_triggers(nullptr, 0, nullptr, nullptr));
 }
 
 TEST_F(CInterface, ARunLoopIsDrivenEitherWay) {

@@ -18,15 +18,6 @@ class Flushing : public testing::Test {
   Veltrano& tracker = Veltrano::shared();
 };
 
-TEST_F(Flushing, ACompletionMayUseTheTrackerAndThrow) {
-  tracker.track("A", {}, [&](bool) {
-    tracker.track("B", {}, simulation.completion());
-    throw std::string("thrown");
-  });
-  simulation.runUntil(1);
-  EXPECT_EQ(simulation.outcomes.size(), 1U);
-}
-
 TEST_F(Flushing, AnUploadThatEndsOnEnteringTheBackgroundPutsNothingOff) {
   simulation.answer("/track", {.status = 503});
   tracker.track("E", {}, simulation.completion());
@@ -82,32 +73,24 @@ TEST(FlushingFaults, AnUploadThatNobodyReportsIsRepeatedWithTheNextEvent) {
 
 // How many calls a work queue that sleeps may leave unread, and which calls never wait.
 TEST(DeferredCalls, WaitOnlyWhileNothingDependsOnThem) {
-  struct DeferringQueue final : WorkQueue {
-    explicit DeferringQueue(WorkQueue& inner) : queue(inner) {}
-    void async(std::unique_ptr<Block> block) override { queue.async(std::move(block)); }
+  struct DeferringQueue final : SimulatedWorkQueue {
+    using SimulatedWorkQueue::SimulatedWorkQueue;
     void asyncDeferred(std::unique_ptr<Block> block) override {
       ++deferred;
-      queue.async(std::move(block));
+      async(std::move(block));
     }
     void wakeUp() override { ++wakeUps; }
     void setDeferrable(std::function<std::size_t()> function) override {
       deferrable = std::move(function);
     }
-    void asyncAfter(Duration delay, std::shared_ptr<WorkItem> item) override {
-      queue.asyncAfter(delay, std::move(item));
-    }
-    void wait(DispatchGroup& group, std::function<void()> then) override {
-      queue.wait(group, std::move(then));
-    }
 
-    WorkQueue& queue;
     std::function<std::size_t()> deferrable;
     int deferred = 0;
     int wakeUps = 0;
   };
   SimulatedPlatform simulated;
   Platform platform = simulated.services();
-  DeferringQueue queue(*platform.workQueue);
+  DeferringQueue queue(simulated.timeline);
   platform.workQueue = &queue;
   Library library(platform);
   const auto settle = [&] {

@@ -196,17 +196,4 @@ TEST(Worlds, RefuseAFileForTheirCoverage) {
   ::unsetenv("VELTRANO_PLAN_COVERAGE");
 }
 
-TEST(PlanInference, FitsTheCollectedEvents) {
-  const std::string inferred = contentsOf(kFolder + "inferred.txt");
-  const Plan plan = Plan::parse(inferred.substr(inferred.find('{')), "inferred");
-  Checked checked;
-  std::ifstream collected(kFolder + "collected.jsonl");
-  for (std::string line; std::getline(collected, line);) {
-    if (line.find("/heartbeat") != line.npos || line.find("LeftOut") != line.npos) continue;
-    const auto begin = line.find('[') + 1;
-    const std::string record = line.substr(begin, line.size() - begin - 2);
-    for (const auto& violation : plan.check(record, checked)) ADD_FAILURE() << violation;
-  }
-}
-
 }  // namespace

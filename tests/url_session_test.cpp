@@ -2,11 +2,9 @@
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -29,21 +27,17 @@ bool hasTimedOut(const std::string& reason) {
 class LaxEnvironment {
  public:
   LaxEnvironment() {
-    std::ofstream(configuration_) << "openssl_conf = all\n[all]\nssl_conf = ssl\n[ssl]\n"
-                                     "system_default = lax\n[lax]\nMinProtocol = TLSv1\n"
-                                     "CipherString = ALL:@SECLEVEL=0\n";
-    setenv("OPENSSL_CONF", configuration_.c_str(), 1);
-    setenv("SSLKEYLOGFILE", keyLog_.c_str(), 1);
+    const std::string configuration =
+        directory_.write("openssl",
+                         "openssl_conf = all\n[all]\nssl_conf = ssl\n[ssl]\nsystem_default = lax\n"
+                         "[lax]\nMinProtocol = TLSv1\nCipherString = ALL:@SECLEVEL=0\n");
+    setenv("OPENSSL_CONF", configuration.c_str(), 1);
+    setenv("SSLKEYLOGFILE", (directory_ / "keys").c_str(), 1);
   }
-  ~LaxEnvironment() {
-    unlink(configuration_.c_str());
-    unlink(keyLog_.c_str());
-  }
-  std::string keys() const { return contentsOf(keyLog_); }
+  std::string keys() const { return contentsOf(directory_ / "keys"); }
 
  private:
-  const std::string configuration_ = "/tmp/veltrano_openssl_" + std::to_string(getpid());
-  const std::string keyLog_ = "/tmp/veltrano_keys_" + std::to_string(getpid());
+  const Directory directory_;
 };
 const LaxEnvironment laxEnvironment;
 

@@ -14,7 +14,7 @@ namespace veltrano::internal {
 
 /// A work queue whose blocks run between the entries of a timeline. Both must live until the last
 /// run of the timeline. What other threads submit waits until it is taken.
-class SimulatedWorkQueue final : public WorkQueue, private Timeline::Turns {
+class SimulatedWorkQueue : public WorkQueue, private Timeline::Turns {
  public:
   explicit SimulatedWorkQueue(Timeline& timeline) : timeline_(timeline) {}
 
