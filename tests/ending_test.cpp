@@ -5,9 +5,9 @@
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <future>
 #include <string>
 #include <vector>
@@ -58,12 +58,6 @@ class BlackHole {
   int sockets_[4];
 };
 
-double millisecondsSince(const timespec& begin) {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return double(now.tv_sec - begin.tv_sec) * 1e3 + double(now.tv_nsec - begin.tv_nsec) / 1e6;
-}
-
 // Returns how long the host took to end.
 double runHost(const std::string& state, const std::string& ending) {
   const std::string context = state + ", " + ending;
@@ -88,15 +82,15 @@ double runHost(const std::string& state, const std::string& ending) {
                               &actions);
   posix_spawn_file_actions_destroy(&actions);
 
-  timespec begin{};
+  std::chrono::steady_clock::time_point begin;  // of all processes
   fcntl(output.ends[0], F_SETFL, O_NONBLOCK);
   EXPECT_EQ(read(output.ends[0], &begin, sizeof begin), ssize_t{sizeof begin}) << context;
-  const double length = millisecondsSince(begin);
+  const std::chrono::duration<double, std::milli> length = std::chrono::steady_clock::now() - begin;
   EXPECT_EQ(status, ending == "signal" ? SIGTERM : 7 << 8) << context;
   fcntl(errors.ends[0], F_SETFL, O_NONBLOCK);
   std::string said(4096, '\0');
   EXPECT_LE(read(errors.ends[0], said.data(), said.size()), 0) << context << ": " << said;
-  return length;
+  return length.count();
 }
 
 class Ending : public testing::TestWithParam<const char*> {};

@@ -76,15 +76,12 @@ class HostFaults : public testing::Test {
   // Ends with the thread.
   template <class Work>
   static void runOnThread(const Work& work) {
-    pthread_t thread;
-    const auto run = [](void* given) -> void* {
-      (*static_cast<const Work*>(given))();
-      return given;
-    };
-    ASSERT_EQ(pthread_create(&thread, nullptr, run, const_cast<Work*>(&work)), 0);
-    void* result = nullptr;
-    EXPECT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, nullptr) << "the thread should have ended";
+    bool hasReturned = false;
+    std::thread([&] {
+      work();
+      hasReturned = true;
+    }).join();
+    EXPECT_FALSE(hasReturned) << "the thread should have ended";
   }
 };
 

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/simulated/simulated_platform.h"
+#include "tests/support/simulation.h"
 #include "veltrano/veltrano.h"
 
 namespace veltrano::internal {
@@ -36,18 +36,14 @@ TEST(Libraries, WithoutAPlatformTheFirstTouchDecides) {
 
 // The tracker logs its first lines while it starts.
 TEST(Libraries, ALogSinkMayUseTheTrackerThatStarts) {
-  SimulatedPlatform platform;
-  Library library(platform.services());
-  Library* const replaced = Library::exchangeCurrent(&library);
+  Simulation simulation;
   std::vector<std::string> orientations;
-  platform.output.onLine = [&](std::string_view) {
+  simulation.platform.output.onLine = [&](std::string_view) {
     orientations.push_back(Veltrano::shared().getScreenOrientation());
   };
   Veltrano::isLoggerEnabled = true;
   Veltrano::shared();
-  Veltrano::isLoggerEnabled = false;
   EXPECT_EQ(orientations, std::vector<std::string>(3, "portrait"));
-  Library::exchangeCurrent(replaced);
 }
 
 // Or a notification in between would reach nobody.
@@ -76,11 +72,10 @@ TEST(Libraries, EveryFirstUserFindsTheObserversRegistered) {
 }
 
 TEST(Libraries, AFlushThatIsForcedWhileTheTrackerStartsIsMade) {
-  SimulatedPlatform platform;
-  Library library(platform.services());
+  Simulation simulation;
   std::latch isStarting(1), isForced(1);
   std::thread starter;
-  platform.output.onLine = [&](std::string_view line) {
+  simulation.platform.output.onLine = [&](std::string_view line) {
     if (!isStarting.try_wait() && line.ends_with("Canceling scheduled flush!")) {
       isStarting.count_down();
       isForced.wait();
@@ -90,14 +85,11 @@ TEST(Libraries, AFlushThatIsForcedWhileTheTrackerStartsIsMade) {
     }
   };
   Veltrano::isLoggerEnabled = true;
-  starter = std::thread([&] { library.tracker(); });
+  starter = std::thread([] { Veltrano::shared(); });
   isStarting.wait();
-  std::vector<bool> outcomes;
-  const std::function<void(bool)> note = [&](bool accepted) { outcomes.push_back(accepted); };
-  library.tracker().track("E", {}, note);
-  platform.timeline.runUntil(std::chrono::seconds(1));
-  Veltrano::isLoggerEnabled = false;
-  EXPECT_EQ(outcomes, std::vector<bool>{true});
+  Veltrano::shared().track("E", {}, simulation.completion());
+  simulation.runUntil(1);
+  EXPECT_EQ(simulation.outcomes, std::vector<bool>{true});
 }
 
 }  // namespace

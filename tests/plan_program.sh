@@ -21,6 +21,8 @@ prints "$plans/document.md" 0 document "$plans/plan.json"
 
 VELTRANO_PLAN_COVERAGE=$place/of/tests "$test" --gtest_filter=Worlds.TellTheirCoverage >"$place/log" ||
   { cat "$place/log" && exit 1; }
+! VELTRANO_PLAN_COVERAGE=/dev/null "$test" --gtest_filter=Worlds.TellTheirCoverage >"$place/log" || exit 1
+grep -q '/dev/null' "$place/log"
 coverage=(coverage "$plans/plan.json" "$place/of")
 prints "$plans/coverage.txt" 1 "${coverage[@]}" --fail-under 90
 prints "$plans/coverage.json" 0 "${coverage[@]}" --json --fail-under 10

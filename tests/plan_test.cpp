@@ -190,10 +190,4 @@ TEST(Worlds, TellTheirCoverage) {
   }
 }
 
-TEST(Worlds, RefuseAFileForTheirCoverage) {
-  ::setenv("VELTRANO_PLAN_COVERAGE", "/dev/null", 1);
-  EXPECT_THROW(World().usePlan(kPlan), veltrano::testing::Error);
-  ::unsetenv("VELTRANO_PLAN_COVERAGE");
-}
-
 }  // namespace

@@ -1,6 +1,5 @@
 // Shutting the library down. Each case runs in its own process, because a shutdown is permanent.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -245,14 +244,6 @@ TEST_F(ShutDown, WithADeadlineThatHasPassedSendsAndForgetsNothing) {
     expect(status.starts_with("Nothing is sent: the library was shut down.\nEvents: 9 recorded; "
                               "9 dropped, because the library was shut down\n"),
            status.c_str());
-    const pid_t child = fork();
-    if (child == 0) {
-      const std::string inChild = Veltrano::status();
-      _exit(inChild.find("was forked") != inChild.npos ? 0 : 1);
-    }
-    int outcome = -1;
-    waitpid(child, &outcome, 0);
-    expect(outcome == 0, "a child knows that it is one");
   });
 }
 

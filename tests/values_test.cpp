@@ -160,6 +160,7 @@ TEST(Values, WhatIsSpecialInTextIsFoundWhereverItStands) {
       EXPECT_EQ(json(before + '\\' + after), '"' + before + "\\\\" + after + '"');
       EXPECT_EQ(json(before + '\x1F' + after), '"' + before + "\\u001F" + after + '"');
       EXPECT_EQ(keyOf({{before + '\x80' + after, 1}}), before + "\xEF\xBF\xBD" + after);
+      EXPECT_EQ(URL(before + '\x80' + after).text(), before + "\xEF\xBF\xBD" + after);
     }
   }
 }
