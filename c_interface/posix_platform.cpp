@@ -132,47 +132,24 @@ bool veltrano_shut_down(double seconds) {
   });
 }
 
-void veltrano_application_did_become_active(void) {
-  withPlatform([](PosixPlatform& platform) { platform.applicationDidBecomeActive(); });
-}
+// Defines veltrano_NAME, which calls CALL of the platform.
+#define VELTRANO_REPORTS(NAME, CALL, ...)                          \
+  void veltrano_##NAME(__VA_ARGS__) {                              \
+    withPlatform([&](PosixPlatform& platform) { platform.CALL; }); \
+  }
 
-void veltrano_application_will_resign_active(void) {
-  withPlatform([](PosixPlatform& platform) { platform.applicationWillResignActive(); });
-}
-
-void veltrano_application_did_enter_background(void) {
-  withPlatform([](PosixPlatform& platform) { platform.applicationDidEnterBackground(); });
-}
-
-void veltrano_application_will_enter_foreground(void) {
-  withPlatform([](PosixPlatform& platform) { platform.applicationWillEnterForeground(); });
-}
-
-void veltrano_set_interface_orientation(int orientation) {
-  withPlatform([&](PosixPlatform& platform) { platform.setInterfaceOrientation(orientation); });
-}
-
-void veltrano_set_device_orientation(int orientation) {
-  withPlatform([&](PosixPlatform& platform) { platform.setDeviceOrientation(orientation); });
-}
-
-void veltrano_set_screen_size(double width, double height) {
-  withPlatform([&](PosixPlatform& platform) { platform.setScreenSize(width, height); });
-}
-
-void veltrano_set_carrier_name(veltrano_text name) {
-  withPlatform([&](PosixPlatform& platform) { platform.setCarrierName(optionalText(name)); });
-}
-
-void veltrano_set_tracking_authorization_status(uint64_t status) {
-  withPlatform([&](PosixPlatform& platform) { platform.setTrackingAuthorizationStatus(status); });
-}
-
-void veltrano_set_advertising_identifier(veltrano_text identifier) {
-  withPlatform([&](PosixPlatform& platform) {
-    platform.setAdvertisingIdentifier(optionalText(identifier));
-  });
-}
+VELTRANO_REPORTS(application_did_become_active, applicationDidBecomeActive(), void)
+VELTRANO_REPORTS(application_will_resign_active, applicationWillResignActive(), void)
+VELTRANO_REPORTS(application_did_enter_background, applicationDidEnterBackground(), void)
+VELTRANO_REPORTS(application_will_enter_foreground, applicationWillEnterForeground(), void)
+VELTRANO_REPORTS(set_interface_orientation, setInterfaceOrientation(value), int value)
+VELTRANO_REPORTS(set_device_orientation, setDeviceOrientation(value), int value)
+VELTRANO_REPORTS(set_screen_size, setScreenSize(width, height), double width, double height)
+VELTRANO_REPORTS(set_carrier_name, setCarrierName(optionalText(name)), veltrano_text name)
+VELTRANO_REPORTS(set_tracking_authorization_status, setTrackingAuthorizationStatus(status),
+                 uint64_t status)
+VELTRANO_REPORTS(set_advertising_identifier, setAdvertisingIdentifier(optionalText(identifier)),
+                 veltrano_text identifier)
 
 veltrano_run_loop* veltrano_main_run_loop(void) {
   PosixPlatform* platform = installedPlatform();

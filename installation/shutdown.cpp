@@ -52,7 +52,7 @@ bool Shutdown::run(Clock::time_point deadline) {
 
 // Flushes as if the application were closed, until the deadline.
 void Shutdown::flush() {
-  services_.reports.setState(ApplicationState::background);
+  services_.reports.set(&DeviceFacts::applicationState, ApplicationState::background);
   services_.urlSession.ignoreRetryAfter();
   flushWithRetries([this] { return flushOnce(); }, [this](Duration time) { return pause(time); });
 }

@@ -19,20 +19,23 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
   RunLoop& mainRunLoop() override { return timers.mainRunLoop(); }
 
   void enter(ApplicationState state, std::string_view notification) override {
-    announcements_.announce(notification, [this, state] { reports.setState(state); });
+    announcements_.announce(notification,
+                            [this, state] { reports.set(&DeviceFacts::applicationState, state); });
   }
 
   void setInterfaceOrientation(int orientation) override {
-    announcements_.announce(kApplicationDidChangeStatusBarOrientation,
-                            [this, orientation] { reports.setInterfaceOrientation(orientation); });
+    announcements_.announce(kApplicationDidChangeStatusBarOrientation, [this, orientation] {
+      reports.set(&DeviceFacts::screenOrientation, orientation);
+    });
   }
 
   void setDeviceOrientation(int orientation) override {
-    announcements_.announce(kDeviceOrientationDidChange,
-                            [this, orientation] { reports.setDeviceOrientation(orientation); });
+    announcements_.announce(kDeviceOrientationDidChange, [this, orientation] {
+      reports.set(&DeviceFacts::deviceOrientation, orientation);
+    });
   }
 
-  void setScreenSize(ScreenSize size) override { reports.setScreenSize(size); }
+  void setScreenSize(ScreenSize size) override { reports.set(&DeviceFacts::screen, size); }
 
   void setCarrierName(std::optional<std::string> name) override {
     reports.setCarrierName(std::move(name));

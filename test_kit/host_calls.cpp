@@ -179,7 +179,7 @@ std::string World::Implementation::install(PosixOptions options, std::string err
     };
   onTransfer_ = std::move(options.onTransfer);
   if (options.sessionToken)
-    token_.function = [this, function = std::move(options.sessionToken)] {
+    token_.hostsToken = [this, function = std::move(options.sessionToken)] {
       return watched("The session token's function", function);
     };
   internal::SimulatedDevice& device = simulated_.device;

@@ -193,7 +193,7 @@ class World::Implementation final : public internal::CallObserver,
       simulated_.timeline, simulated_.clock,
       [this](const auto& post, bool isPutOff) { return choose(post, isPutOff); },
       [this](const auto& post, const auto& answer, auto rest) { arrive(post, answer, rest); }};
-  HostsToken token_;
+  internal::ZKAuthTokenRepository token_;
   Loop loop_{*this};
 
   // Main thread.

@@ -2,8 +2,6 @@
 
 #include <strings.h>
 
-#include "platform/host_callback.h"
-
 namespace veltrano::testing {
 namespace {
 
@@ -74,12 +72,6 @@ void WorldNetwork::fail() {
 void WorldNetwork::drop() {
   // One at a time: destroying a callback might post again.
   while (!underWay_.empty()) underWay_.extract(underWay_.begin());
-}
-
-std::optional<std::string> HostsToken::sessionToken() const {
-  std::optional<std::string> token;
-  if (function) internal::callHost([&] { token = function(); });
-  return token;
 }
 
 }  // namespace veltrano::testing

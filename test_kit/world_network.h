@@ -75,11 +75,4 @@ class WorldNetwork final : public internal::ZKURLSessionManager {
   internal::RestsByPath rests_ GUARDED_BY(mutex_);
 };
 
-/// The session token, from the host's function.
-struct HostsToken final : internal::SessionTokenProvider {
-  std::optional<std::string> sessionToken() const override;
-
-  std::function<std::optional<std::string>()> function;  // main thread
-};
-
 }  // namespace veltrano::testing

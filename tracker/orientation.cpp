@@ -30,16 +30,9 @@ void Tracker::recordOrientation(std::string_view event, std::string_view message
 }
 
 std::string Tracker::getScreenOrientation() const {
-  switch (platform_.application->interfaceOrientation()) {
-    case 1:
-    case 2:
-      return "portrait";
-    case 3:
-    case 4:
-      return "landscape";
-    default:
-      return "unknown";
-  }
+  const int orientation = platform_.application->interfaceOrientation();
+  if (orientation == 1 || orientation == 2) return "portrait";
+  return orientation == 3 || orientation == 4 ? "landscape" : "unknown";
 }
 
 std::string Tracker::getDeviceOrientation() const {

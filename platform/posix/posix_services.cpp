@@ -23,7 +23,7 @@ PosixServices::PosixServices(PosixOptions options)
                   .proxyFromEnvironment = options.proxyFromEnvironment,
                   .onTransfer = std::move(options.onTransfer),
                   .interceptorsMayBlock = bool(options.sessionToken),
-                  .onNetworkChange = [this] { connectivity.look(); }}),
+                  .onNetworkChange = [this] { reports.lookForWiFi(); }}),
       tokenRepository(std::move(options.sessionToken)) {}
 
 Platform PosixServices::platform() {
@@ -45,7 +45,7 @@ Platform PosixServices::platform() {
       .trackingManager = &reports,
       .identifierManager = &reports,
       .momentaryFacts = &momentaryFacts,
-      .connectivity = &connectivity,
+      .connectivity = &reports,
       .urlSession = &urlSession,
       .sessionTokenProvider = &tokenRepository,
       .userSessionManager = &auth,

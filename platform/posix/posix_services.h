@@ -6,10 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host_callback.h"
 #include "platform/platform.h"
 #include "platform/posix/device/clock_and_random.h"
-#include "platform/posix/device/connectivity.h"
 #include "platform/posix/device/host_reports.h"
 #include "platform/posix/device/standard_output.h"
 #include "platform/posix/http/url_session.h"
@@ -22,23 +20,6 @@
 #include "veltrano/posix_platform.h"
 
 namespace veltrano::internal {
-
-/// Asks the host for the user's session token.
-class ZKAuthTokenRepository final : public SessionTokenProvider {
- public:
-  explicit ZKAuthTokenRepository(std::function<std::optional<std::string>()> hostsToken)
-      : hostsToken_(std::move(hostsToken)) {}
-
-  /// None if the host's function throws.
-  std::optional<std::string> sessionToken() const override {
-    std::optional<std::string> token;
-    if (hostsToken_) callHost([&] { token = hostsToken_(); });
-    return token;
-  }
-
- private:
-  const std::function<std::optional<std::string>()> hostsToken_;
-};
 
 class ZKAuth final : public UserSessionManager {};
 
@@ -62,7 +43,6 @@ struct PosixServices {
   PosixBundles bundles;
   MomentaryFacts momentaryFacts;
   HostReports reports;
-  PosixConnectivity connectivity{momentaryFacts};
   PosixURLSession urlSession;
   ZKAuthTokenRepository tokenRepository;
   ZKAuth auth;

@@ -17,6 +17,7 @@
 
 #include "platform/mutex.h"
 #include "platform/platform.h"
+#include "platform/reported_device.h"
 #include "platform/simulated/simulated_url_session.h"
 #include "platform/simulated/simulated_work_queue.h"
 #include "platform/simulated/timeline.h"
@@ -110,62 +111,18 @@ struct SimulatedBundles final : Bundles {
       HostMap{{"CFBundleShortVersionString", "1.0.0"}};  // none: there is no resource bundle
 };
 
-/// What the device answers.
-struct DeviceFacts {
-  ScreenSize screen{390, 844};
-  std::string name = "iOS";
-  std::string version = "17.0";
-  std::string machineName = "iPhone15,2";
-  int deviceOrientation = 0;
-  int screenOrientation = 1;
-  ApplicationState applicationState = ApplicationState::active;
-  std::optional<std::string> carrier;
-  std::uint64_t trackingStatus = 0;
-  std::string identifier = ASIdentifierManager().advertisingIdentifier();
-  bool isOnWiFi = false;
-};
-
-/// One thread may set its facts as they are; several use `set` and `facts`.
-class SimulatedDevice final : public DeviceFacts,
-                              public Device,
-                              public Application,
-                              public CTTelephonyNetworkInfo,
-                              public ATTrackingManager,
-                              public ASIdentifierManager,
-                              public ZKConnectivityManager {
+/// A telephone in portrait.
+class SimulatedDevice final : public ReportedDevice {
  public:
-  ScreenSize mainScreenSize() const override { return get(&DeviceFacts::screen); }
-  std::string systemName() const override { return get(&DeviceFacts::name); }
-  std::string systemVersion() const override { return get(&DeviceFacts::version); }
-  std::string machine() const override { return get(&DeviceFacts::machineName); }
-  int orientation() const override { return get(&DeviceFacts::deviceOrientation); }
-  ApplicationState state() const override { return get(&DeviceFacts::applicationState); }
-  int interfaceOrientation() const override { return get(&DeviceFacts::screenOrientation); }
-  std::optional<std::string> carrierName() const override { return get(&DeviceFacts::carrier); }
-  std::uint64_t trackingAuthorizationStatus() const override {
-    return get(&DeviceFacts::trackingStatus);
-  }
-  std::string advertisingIdentifier() const override { return get(&DeviceFacts::identifier); }
-  bool isReachableOnWiFi() const override { return get(&DeviceFacts::isOnWiFi); }
-
-  DeviceFacts facts() const {
-    const Lock lock(mutex_);
-    return *this;
-  }
-  template <class Fact, class Value>
-  void set(Fact DeviceFacts::*fact, Value value) {
-    const Lock lock(mutex_);
-    this->*fact = std::move(value);
+  static DeviceFacts usual() {
+    return {.screen = {390, 844},
+            .name = "iOS",
+            .version = "17.0",
+            .machineName = "iPhone15,2",
+            .screenOrientation = 1};
   }
 
- private:
-  template <class Fact>
-  Fact get(Fact DeviceFacts::*fact) const {
-    const Lock lock(mutex_);
-    return this->*fact;
-  }
-
-  mutable Mutex mutex_;
+  SimulatedDevice() : ReportedDevice(usual()) {}
 };
 
 class SimulatedPlatform {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "encoding/json_text.h"
+#include "plan/plan.h"
 
 namespace collector {
 namespace {
@@ -22,14 +23,6 @@ std::string printable(std::string_view text) {
   return result;
 }
 
-// Whether the library adds the property to every event itself.
-bool isOfLibrary(std::string_view key) {
-  constexpr std::string_view kKeys[] = {
-      "time", "mp_lib", "lib_version", "uid", "app_id", "screen_orientation", "device_orientation"};
-  return key.starts_with("$") ||
-         std::find(std::begin(kKeys), std::end(kKeys), key) != std::end(kKeys);
-}
-
 std::string property(const Value& key, const Value& value) {
   return printable({key.GetString(), key.GetStringLength()}) + '=' + jsonOf(value);
 }
@@ -37,7 +30,8 @@ std::string property(const Value& key, const Value& value) {
 std::string eventLine(const Value& record) {
   std::string line = " event=" + jsonOf(record["event"]);
   for (const auto& [key, value] : record["properties"].GetObject())
-    if (!isOfLibrary(key.GetString()) && key != "extra_json") line += ' ' + property(key, value);
+    if (key == "pub_uid" || !veltrano::planning::isLibrarysProperty(key.GetString()))
+      line += ' ' + property(key, value);
   for (const auto& [key, value] : record["properties"]["extra_json"].GetObject())
     if (key != "att_auth_status") line += " extra_json." + property(key, value);
   return line;

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <optional>
 #include <thread>
@@ -57,14 +56,6 @@ class TracingDefaults final : public UserDefaults {
   UserDefaults& defaults_;
 };
 
-// Reports Wi-Fi as the scenario says.
-class ScriptedConnectivity final : public ZKConnectivityManager {
- public:
-  bool isReachableOnWiFi() const override { return isOnWiFi; }
-
-  std::atomic<bool> isOnWiFi{false};
-};
-
 veltrano::PosixOptions posixOptions(const Configuration& configuration, const LiveOptions& options,
                                     Trace& trace) {
   veltrano::PosixOptions posix;
@@ -92,7 +83,8 @@ class LiveEnvironment final : public Environment {
   Platform services() {
     Platform platform = posix_.platform();
     platform.userDefaults = &defaults_;
-    platform.connectivity = &connectivity_;
+    platform.connectivity = &network_;  // Wi-Fi as the scenario says
+    platform.momentaryFacts = nullptr;
     platform.urlSession = &session_;
     return platform;
   }
@@ -102,7 +94,7 @@ class LiveEnvironment final : public Environment {
   Trace& trace() override { return trace_; }
 
   void change(const DeviceChange& change) override {
-    if (change.isOnWiFi) connectivity_.isOnWiFi = *change.isOnWiFi;
+    if (change.isOnWiFi) network_.set(&DeviceFacts::isOnWiFi, *change.isOnWiFi);
     if (change.carrier) posix_.reports.setCarrierName(*change.carrier);
     if (change.trackingStatus)
       posix_.reports.setTrackingAuthorizationStatus(*change.trackingStatus);
@@ -110,11 +102,15 @@ class LiveEnvironment final : public Environment {
       posix_.reports.setAdvertisingIdentifier(change.advertisingIdentifier);
   }
 
-  void setApplicationState(ApplicationState state) override { posix_.reports.setState(state); }
-  void setInterfaceOrientation(int value) override {
-    posix_.reports.setInterfaceOrientation(value);
+  void setApplicationState(ApplicationState state) override {
+    posix_.reports.set(&DeviceFacts::applicationState, state);
   }
-  void setDeviceOrientation(int value) override { posix_.reports.setDeviceOrientation(value); }
+  void setInterfaceOrientation(int value) override {
+    posix_.reports.set(&DeviceFacts::screenOrientation, value);
+  }
+  void setDeviceOrientation(int value) override {
+    posix_.reports.set(&DeviceFacts::deviceOrientation, value);
+  }
   void postNotification(const std::string& name) override { posix_.notificationCenter.post(name); }
 
   // Live scenarios have no such steps.
@@ -132,7 +128,7 @@ class LiveEnvironment final : public Environment {
   Trace trace_;
   PosixServices posix_;
   TracingDefaults defaults_{trace_, posix_.userDefaults};
-  ScriptedConnectivity connectivity_;
+  ReportedDevice network_;
   TracingURLSession session_{trace_, posix_.urlSession};
 };
 

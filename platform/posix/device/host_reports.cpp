@@ -2,58 +2,55 @@
 
 #include <sys/utsname.h>
 
+#include <new>
 #include <utility>
 
 #include "encoding/uuid.h"
+#include "platform/posix/system/system.h"
 
 namespace veltrano::internal {
 
-HostReports::HostReports(const PosixOptions& options, MomentaryFacts& facts)
-    : facts_(facts),
-      state_(static_cast<ApplicationState>(options.applicationState)),
-      interfaceOrientation_(options.interfaceOrientation),
-      deviceOrientation_(options.deviceOrientation),
-      screenSize_{options.screenWidth, options.screenHeight} {
+HostReports::HostReports(const PosixOptions& options, MomentaryFacts& facts) : facts_(facts) {
   utsname names = {};
   uname(&names);
-  systemName_ = options.systemName.value_or(names.sysname);
-  systemVersion_ = options.systemVersion.value_or(names.release);
-  machine_ = names.machine;
+  screen = {options.screenWidth, options.screenHeight};
+  name = options.systemName.value_or(names.sysname);
+  version = options.systemVersion.value_or(names.release);
+  machineName = names.machine;
+  deviceOrientation = options.deviceOrientation;
+  screenOrientation = options.interfaceOrientation;
+  applicationState = static_cast<ApplicationState>(options.applicationState);
   setCarrierName(options.carrierName);
   setTrackingAuthorizationStatus(options.trackingAuthorizationStatus);
   setAdvertisingIdentifier(options.advertisingIdentifier);
-}
-
-void HostReports::setScreenSize(ScreenSize size) {
-  const Lock lock(mutex_);
-  screenSize_ = size;
+  lookForWiFi();
 }
 
 void HostReports::setCarrierName(std::optional<std::string> name) {
-  const Lock lock(mutex_);
-  carrierName_ = std::move(name);
-  facts_.hasCarrierName = carrierName_.has_value();
+  change([&](DeviceFacts& facts) {
+    facts_.hasCarrierName = name.has_value();
+    facts.carrier = std::move(name);
+  });
+}
+
+void HostReports::setTrackingAuthorizationStatus(std::uint64_t status) {
+  facts_.trackingAuthorizationStatus = status;
+  set(&DeviceFacts::trackingStatus, status);
 }
 
 void HostReports::setAdvertisingIdentifier(const std::optional<std::string>& identifier) {
-  auto canonical = identifier ? canonicalUUID(*identifier) : std::nullopt;
-  const Lock lock(mutex_);
-  identifier_ = std::move(canonical);
+  auto canonical = canonicalUUID(identifier.value_or(""));
+  set(&DeviceFacts::identifier,
+      canonical ? *std::move(canonical) : ASIdentifierManager().advertisingIdentifier());
 }
 
-ScreenSize HostReports::mainScreenSize() const {
-  const Lock lock(mutex_);
-  return screenSize_;
-}
-
-std::optional<std::string> HostReports::carrierName() const {
-  const Lock lock(mutex_);
-  return carrierName_;
-}
-
-std::string HostReports::advertisingIdentifier() const {
-  const Lock lock(mutex_);
-  return identifier_.value_or(ASIdentifierManager::advertisingIdentifier());
+void HostReports::lookForWiFi() noexcept {
+  try {
+    facts_.isReachableOnWiFi = internal::isOnWiFi();
+    set(&DeviceFacts::isOnWiFi, facts_.isReachableOnWiFi.load());
+  } catch (const std::bad_alloc&) {
+    // Until the next change.
+  }
 }
 
 }  // namespace veltrano::internal

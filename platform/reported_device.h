@@ -1,0 +1,79 @@
+// The device and the host application, as a platform is told about them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "platform/device.h"
+#include "platform/mutex.h"
+
+namespace veltrano::internal {
+
+/// What the device and the application answer.
+struct DeviceFacts {
+  ScreenSize screen = {};
+  std::string name = {};
+  std::string version = {};
+  std::string machineName = {};
+  int deviceOrientation = 0;
+  int screenOrientation = 0;
+  ApplicationState applicationState = ApplicationState::active;
+  std::optional<std::string> carrier = {};
+  std::uint64_t trackingStatus = 0;
+  std::string identifier = ASIdentifierManager().advertisingIdentifier();
+  bool isOnWiFi = false;
+};
+
+/// Answers with the latest of its facts. One thread may set them as they are; several use `set`,
+/// `change` and `facts`.
+class ReportedDevice : public DeviceFacts,
+                       public Device,
+                       public Application,
+                       public CTTelephonyNetworkInfo,
+                       public ATTrackingManager,
+                       public ASIdentifierManager,
+                       public ZKConnectivityManager {
+ public:
+  explicit ReportedDevice(DeviceFacts facts = {}) : DeviceFacts(std::move(facts)) {}
+
+  ScreenSize mainScreenSize() const override { return get(&DeviceFacts::screen); }
+  std::string systemName() const override { return get(&DeviceFacts::name); }
+  std::string systemVersion() const override { return get(&DeviceFacts::version); }
+  std::string machine() const override { return get(&DeviceFacts::machineName); }
+  int orientation() const override { return get(&DeviceFacts::deviceOrientation); }
+  ApplicationState state() const override { return get(&DeviceFacts::applicationState); }
+  int interfaceOrientation() const override { return get(&DeviceFacts::screenOrientation); }
+  std::optional<std::string> carrierName() const override { return get(&DeviceFacts::carrier); }
+  std::uint64_t trackingAuthorizationStatus() const override {
+    return get(&DeviceFacts::trackingStatus);
+  }
+  std::string advertisingIdentifier() const override { return get(&DeviceFacts::identifier); }
+  bool isReachableOnWiFi() const override { return get(&DeviceFacts::isOnWiFi); }
+
+  DeviceFacts facts() const {
+    const Lock lock(mutex_);
+    return *this;
+  }
+  template <class Fact, class Value>
+  void set(Fact DeviceFacts::*fact, Value value) {
+    change([&](DeviceFacts& facts) { facts.*fact = std::move(value); });
+  }
+  template <class Change>
+  void change(Change change) {
+    const Lock lock(mutex_);
+    change(*this);
+  }
+
+ private:
+  template <class Fact>
+  Fact get(Fact DeviceFacts::*fact) const {
+    const Lock lock(mutex_);
+    return this->*fact;
+  }
+
+  mutable Mutex mutex_;
+};
+
+}  // namespace veltrano::internal
