@@ -7,8 +7,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
-#include "platform/device.h"
+#include "platform/notification_center.h"
+#include "platform/reported_device.h"
 #include "veltrano/posix_platform.h"
 
 namespace veltrano::internal {
@@ -17,14 +19,34 @@ namespace veltrano::internal {
 class PlatformBackend {
  public:
   virtual RunLoop& mainRunLoop() = 0;
-  virtual void enter(ApplicationState state, std::string_view notification) = 0;
-  virtual void setInterfaceOrientation(int orientation) = 0;
-  virtual void setDeviceOrientation(int orientation) = 0;
-  virtual void setScreenSize(ScreenSize size) = 0;
-  virtual void setCarrierName(std::optional<std::string> name) = 0;
-  virtual void setTrackingAuthorizationStatus(std::uint64_t status) = 0;
-  virtual void setAdvertisingIdentifier(std::optional<std::string> identifier) = 0;
+  /// Makes the change. With a notification, does so on the main thread and then posts that.
+  virtual void report(DeviceChange change, std::string_view notification) = 0;
   virtual bool shutDown(std::chrono::steady_clock::time_point deadline) = 0;
+
+  void enter(ApplicationState state, std::string_view notification) {
+    report([state](DeviceFacts& facts) { facts.applicationState = state; }, notification);
+  }
+  void setInterfaceOrientation(int orientation) {
+    report([orientation](DeviceFacts& facts) { facts.screenOrientation = orientation; },
+           kApplicationDidChangeStatusBarOrientation);
+  }
+  void setDeviceOrientation(int orientation) {
+    report([orientation](DeviceFacts& facts) { facts.deviceOrientation = orientation; },
+           kDeviceOrientationDidChange);
+  }
+  // Without a notification, the change is made before these return.
+  void setScreenSize(ScreenSize size) {
+    report([&](DeviceFacts& facts) { facts.screen = size; }, {});
+  }
+  void setCarrierName(std::optional<std::string> name) {
+    report([&](DeviceFacts& facts) { facts.carrier = std::move(name); }, {});
+  }
+  void setTrackingAuthorizationStatus(std::uint64_t status) {
+    report([&](DeviceFacts& facts) { facts.trackingStatus = status; }, {});
+  }
+  void setAdvertisingIdentifier(const std::optional<std::string>& identifier) {
+    report([&](DeviceFacts& facts) { facts.identify(identifier); }, {});
+  }
 
  protected:
   ~PlatformBackend() = default;

@@ -22,7 +22,9 @@ namespace {
 template <class Report>
 void pass(Report report) {
   if (isForkedChild()) return;
-  if (PlatformBackend* const backend = Installer::current().installed()) report(*backend);
+  dropExceptions([&] {
+    if (PlatformBackend* const backend = Installer::current().installed()) report(*backend);
+  });
 }
 
 void enter(ApplicationState state, std::string_view notification) {
@@ -60,8 +62,7 @@ Installation PosixPlatform::install(PosixOptions options) {
 bool PosixPlatform::shutDown(std::chrono::steady_clock::time_point deadline) {
   bool wasComplete = false;
   if (HostCode::isLibraryThread || HostCall::isOnThisThread()) return false;
-  dropExceptions(
-      [&] { pass([&](PlatformBackend& backend) { wasComplete = backend.shutDown(deadline); }); });
+  pass([&](PlatformBackend& backend) { wasComplete = backend.shutDown(deadline); });
   return wasComplete;
 }
 
@@ -108,7 +109,7 @@ void PosixPlatform::setTrackingAuthorizationStatus(std::uint64_t status) {
 }
 
 void PosixPlatform::setAdvertisingIdentifier(std::optional<std::string> identifier) {
-  pass([&](PlatformBackend& backend) { backend.setAdvertisingIdentifier(std::move(identifier)); });
+  pass([&](PlatformBackend& backend) { backend.setAdvertisingIdentifier(identifier); });
 }
 
 RunLoop& RunLoop::current() {

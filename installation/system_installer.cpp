@@ -18,35 +18,10 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
 
   RunLoop& mainRunLoop() override { return timers.mainRunLoop(); }
 
-  void enter(ApplicationState state, std::string_view notification) override {
+  void report(DeviceChange change, std::string_view notification) override {
+    if (notification.empty()) return reports.report(change);
     announcements_.announce(notification,
-                            [this, state] { reports.set(&DeviceFacts::applicationState, state); });
-  }
-
-  void setInterfaceOrientation(int orientation) override {
-    announcements_.announce(kApplicationDidChangeStatusBarOrientation, [this, orientation] {
-      reports.set(&DeviceFacts::screenOrientation, orientation);
-    });
-  }
-
-  void setDeviceOrientation(int orientation) override {
-    announcements_.announce(kDeviceOrientationDidChange, [this, orientation] {
-      reports.set(&DeviceFacts::deviceOrientation, orientation);
-    });
-  }
-
-  void setScreenSize(ScreenSize size) override { reports.set(&DeviceFacts::screen, size); }
-
-  void setCarrierName(std::optional<std::string> name) override {
-    reports.setCarrierName(std::move(name));
-  }
-
-  void setTrackingAuthorizationStatus(std::uint64_t status) override {
-    reports.setTrackingAuthorizationStatus(status);
-  }
-
-  void setAdvertisingIdentifier(std::optional<std::string> identifier) override {
-    dropExceptions([&] { reports.setAdvertisingIdentifier(identifier); });
+                            [this, change = std::move(change)] { reports.report(change); });
   }
 
   bool shutDown(std::chrono::steady_clock::time_point deadline) override {

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
 
+#include "encoding/uuid.h"
 #include "platform/device.h"
 #include "platform/mutex.h"
 
@@ -24,7 +26,14 @@ struct DeviceFacts {
   std::uint64_t trackingStatus = 0;
   std::string identifier = ASIdentifierManager().advertisingIdentifier();
   bool isOnWiFi = false;
+
+  /// Anything but a UUID counts as no identifier.
+  void identify(const std::optional<std::string>& uuid) {
+    identifier =
+        canonicalUUID(uuid.value_or("")).value_or(ASIdentifierManager().advertisingIdentifier());
+  }
 };
+using DeviceChange = std::function<void(DeviceFacts&)>;
 
 /// Answers with the latest of its facts. One thread may set them as they are; several use `set`,
 /// `change` and `facts`.

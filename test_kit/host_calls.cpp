@@ -1,6 +1,5 @@
 #include <utility>
 
-#include "encoding/uuid.h"
 #include "platform/host_callback.h"
 #include "platform/simulated/trace_text.h"
 #include "test_kit/implementation.h"
@@ -182,21 +181,19 @@ std::string World::Implementation::install(PosixOptions options, std::string err
     token_.hostsToken = [this, function = std::move(options.sessionToken)] {
       return watched("The session token's function", function);
     };
-  internal::SimulatedDevice& device = simulated_.device;
-  if (options.systemName) device.set(&DeviceFacts::name, *options.systemName);
-  if (options.systemVersion) device.set(&DeviceFacts::version, *options.systemVersion);
-  setScreenSize({options.screenWidth, options.screenHeight});
-  device.set(&DeviceFacts::applicationState,
-             static_cast<ApplicationState>(options.applicationState));
-  device.set(&DeviceFacts::screenOrientation, options.interfaceOrientation);
-  device.set(&DeviceFacts::deviceOrientation, options.deviceOrientation);
-  recordState(simulated_.device.facts().applicationState);
-  recorder_.add("interfaceOrientation", {{"value", json(options.interfaceOrientation)}});
-  recorder_.add("deviceOrientation", {{"value", json(options.deviceOrientation)}});
-  setCarrierName(std::move(options.carrierName));
-  setTrackingAuthorizationStatus(options.trackingAuthorizationStatus);
-  if (options.advertisingIdentifier)
-    setAdvertisingIdentifier(std::move(options.advertisingIdentifier));
+  report(
+      [&](DeviceFacts& facts) {
+        if (options.systemName) facts.name = *options.systemName;
+        if (options.systemVersion) facts.version = *options.systemVersion;
+        facts.screen = {options.screenWidth, options.screenHeight};
+        facts.applicationState = static_cast<ApplicationState>(options.applicationState);
+        facts.screenOrientation = options.interfaceOrientation;
+        facts.deviceOrientation = options.deviceOrientation;
+        facts.carrier = std::move(options.carrierName);
+        facts.trackingStatus = options.trackingAuthorizationStatus;
+        if (options.advertisingIdentifier) facts.identify(options.advertisingIdentifier);
+      },
+      {});
   return {};
 }
 
@@ -215,55 +212,37 @@ void World::Implementation::post(std::string_view notification) {
   simulated_.notificationCenter.post(std::string(notification));
 }
 
-void World::Implementation::recordState(ApplicationState state) {
-  const auto name = internal::kApplicationStates[static_cast<int>(state)];
-  recorder_.add("applicationState", {{"state", json(name)}});
+void World::Implementation::report(internal::DeviceChange change, std::string_view notification) {
+  auto made = [this, change = std::move(change), notification] {
+    const DeviceFacts before = simulated_.device.facts();
+    simulated_.device.change(change);
+    recordChanges(before);
+    if (!notification.empty()) post(notification);
+  };
+  if (notification.empty())
+    made();
+  else
+    onMainThread(std::move(made));
 }
 
-void World::Implementation::enter(ApplicationState state, std::string_view notification) {
-  onMainThread([this, state, notification] {
-    simulated_.device.set(&DeviceFacts::applicationState, state);
-    recordState(state);
-    post(notification);
-  });
-}
-
-void World::Implementation::setInterfaceOrientation(int orientation) {
-  onMainThread([this, orientation] {
-    simulated_.device.set(&DeviceFacts::screenOrientation, orientation);
-    recorder_.add("interfaceOrientation", {{"value", json(orientation)}});
-    post(internal::kApplicationDidChangeStatusBarOrientation);
-  });
-}
-
-void World::Implementation::setDeviceOrientation(int orientation) {
-  onMainThread([this, orientation] {
-    simulated_.device.set(&DeviceFacts::deviceOrientation, orientation);
-    recorder_.add("deviceOrientation", {{"value", json(orientation)}});
-    post(internal::kDeviceOrientationDidChange);
-  });
-}
-
-void World::Implementation::setScreenSize(internal::ScreenSize size) {
-  simulated_.device.set(&DeviceFacts::screen, size);
-}
-
-void World::Implementation::setCarrierName(std::optional<std::string> name) {
-  recorder_.add("device", {{"carrier", name ? json(*name) : "null"}});
-  simulated_.device.set(&DeviceFacts::carrier, std::move(name));
-}
-
-void World::Implementation::setTrackingAuthorizationStatus(std::uint64_t status) {
-  recorder_.add("device", {{"attStatus", json(status)}});
-  simulated_.device.set(&DeviceFacts::trackingStatus, status);
-}
-
-// Anything but a UUID counts as no identifier.
-void World::Implementation::setAdvertisingIdentifier(std::optional<std::string> identifier) {
-  std::string text = internal::canonicalUUID(identifier.value_or(""))
-                         .value_or(internal::ASIdentifierManager().advertisingIdentifier());
-  recorder_.add("device", {{"advertisingIdentifier", json(text)}});
-  simulated_.device.set(&DeviceFacts::identifier, std::move(text));
+void World::Implementation::recordChanges(const DeviceFacts& before) {
+  const DeviceFacts now = simulated_.device.facts();
+  if (now.applicationState != before.applicationState)
+    recorder_.add("applicationState",
+                  {{"state", json(internal::kApplicationStates[int(now.applicationState)])}});
+  if (now.screenOrientation != before.screenOrientation)
+    recorder_.add("interfaceOrientation", {{"value", json(now.screenOrientation)}});
+  if (now.deviceOrientation != before.deviceOrientation)
+    recorder_.add("deviceOrientation", {{"value", json(now.deviceOrientation)}});
+  internal::JSONMembers others;
+  if (now.isOnWiFi != before.isOnWiFi) others.emplace_back("wifi", json(now.isOnWiFi));
+  if (now.carrier != before.carrier)
+    others.emplace_back("carrier", now.carrier ? json(*now.carrier) : "null");
+  if (now.trackingStatus != before.trackingStatus)
+    others.emplace_back("attStatus", json(now.trackingStatus));
+  if (now.identifier != before.identifier)
+    others.emplace_back("advertisingIdentifier", json(now.identifier));
+  if (!others.empty()) recorder_.add("device", others);
 }
 
 }  // namespace veltrano::testing

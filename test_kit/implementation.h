@@ -80,13 +80,7 @@ class World::Implementation final : public internal::CallObserver,
 
   // PlatformBackend.
   RunLoop& mainRunLoop() override { return loop_; }
-  void enter(internal::ApplicationState state, std::string_view notification) override;
-  void setInterfaceOrientation(int orientation) override;
-  void setDeviceOrientation(int orientation) override;
-  void setScreenSize(internal::ScreenSize size) override;
-  void setCarrierName(std::optional<std::string> name) override;
-  void setTrackingAuthorizationStatus(std::uint64_t status) override;
-  void setAdvertisingIdentifier(std::optional<std::string> identifier) override;
+  void report(internal::DeviceChange change, std::string_view notification) override;
   bool shutDown(Clock::time_point deadline) override;
 
   Statistics statistics() const { return substitute_ ? substitute_->statistics() : statistics_; }
@@ -182,7 +176,7 @@ class World::Implementation final : public internal::CallObserver,
   // Runs `report` at once on the main thread; else posts it to the main run loop.
   void onMainThread(std::function<void()> report);
   void post(std::string_view notification);
-  void recordState(internal::ApplicationState state);
+  void recordChanges(const internal::DeviceFacts& before);
 
   const Place place_;
   const pid_t process_ = getpid();

@@ -141,9 +141,7 @@ bool World::Implementation::shutDownWithin(Duration time) {
 
 // As the POSIX platform does.
 void World::Implementation::flushUntil(Duration deadline) {
-  simulated_.device.set(&internal::DeviceFacts::applicationState,
-                        internal::ApplicationState::background);
-  recordState(internal::ApplicationState::background);
+  enter(internal::ApplicationState::background, {});
   network_.endRests();
   const auto flush = [&] {
     post(internal::kApplicationDidEnterBackground);

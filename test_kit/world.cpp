@@ -220,8 +220,7 @@ void World::setCarrierName(std::optional<std::string> name) {
 }
 
 void World::setWiFi(bool isConnected) {
-  implementation_->recorder_.add("device", {{"wifi", internal::json(isConnected)}});
-  implementation_->simulated_.device.set(&DeviceFacts::isOnWiFi, isConnected);
+  implementation_->report([&](DeviceFacts& facts) { facts.isOnWiFi = isConnected; }, {});
   if (isConnected) implementation_->network_.routeReturned();
 }
 

@@ -19,14 +19,6 @@ struct Configuration {
   std::map<std::string, double> defaults;
 };
 
-/// A change of the device's state. Absent fields do not change.
-struct DeviceChange {
-  std::optional<bool> isOnWiFi;
-  std::optional<std::optional<std::string>> carrier;
-  std::optional<std::uint64_t> trackingStatus;
-  std::optional<std::string> advertisingIdentifier;
-};
-
 /// The outside world of a scenario. Used on the main thread.
 class Environment {
  public:
@@ -34,10 +26,7 @@ class Environment {
 
   virtual Trace& trace() = 0;
 
-  virtual void change(const DeviceChange& device) = 0;
-  virtual void setApplicationState(veltrano::internal::ApplicationState state) = 0;
-  virtual void setInterfaceOrientation(int value) = 0;
-  virtual void setDeviceOrientation(int value) = 0;
+  virtual void change(const veltrano::internal::DeviceChange& change) = 0;
   virtual void postNotification(const std::string& name) = 0;
   virtual void setAnswer(const std::string& path,
                          const veltrano::internal::SimulatedAnswer& answer) = 0;

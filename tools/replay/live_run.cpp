@@ -83,7 +83,13 @@ class LiveEnvironment final : public Environment {
   Platform services() {
     Platform platform = posix_.platform();
     platform.userDefaults = &defaults_;
-    platform.connectivity = &network_;  // Wi-Fi as the scenario says
+    // As the scenario says.
+    platform.application = &device_;
+    platform.device = &device_;
+    platform.telephony = &device_;
+    platform.trackingManager = &device_;
+    platform.identifierManager = &device_;
+    platform.connectivity = &device_;
     platform.momentaryFacts = nullptr;
     platform.urlSession = &session_;
     return platform;
@@ -93,24 +99,7 @@ class LiveEnvironment final : public Environment {
 
   Trace& trace() override { return trace_; }
 
-  void change(const DeviceChange& change) override {
-    if (change.isOnWiFi) network_.set(&DeviceFacts::isOnWiFi, *change.isOnWiFi);
-    if (change.carrier) posix_.reports.setCarrierName(*change.carrier);
-    if (change.trackingStatus)
-      posix_.reports.setTrackingAuthorizationStatus(*change.trackingStatus);
-    if (change.advertisingIdentifier)
-      posix_.reports.setAdvertisingIdentifier(change.advertisingIdentifier);
-  }
-
-  void setApplicationState(ApplicationState state) override {
-    posix_.reports.set(&DeviceFacts::applicationState, state);
-  }
-  void setInterfaceOrientation(int value) override {
-    posix_.reports.set(&DeviceFacts::screenOrientation, value);
-  }
-  void setDeviceOrientation(int value) override {
-    posix_.reports.set(&DeviceFacts::deviceOrientation, value);
-  }
+  void change(const DeviceChange& change) override { device_.change(change); }
   void postNotification(const std::string& name) override { posix_.notificationCenter.post(name); }
 
   // Live scenarios have no such steps.
@@ -128,7 +117,7 @@ class LiveEnvironment final : public Environment {
   Trace trace_;
   PosixServices posix_;
   TracingDefaults defaults_{trace_, posix_.userDefaults};
-  ReportedDevice network_;
+  ReportedDevice device_{posix_.reports.facts()};
   TracingURLSession session_{trace_, posix_.urlSession};
 };
 

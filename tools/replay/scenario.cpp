@@ -15,16 +15,31 @@
 namespace replay {
 namespace {
 
+using veltrano::internal::DeviceFacts;
 using veltrano::internal::json;
 using veltrano::internal::SimulatedAnswer;
 
 Action readDevice(const Fields& fields) {
-  DeviceChange change;
-  change.isOnWiFi = fields.getIfThere<bool>("wifi");
-  change.carrier = fields.getIfThere<std::optional<std::string>>("carrier");
-  change.trackingStatus = fields.getIfThere<std::uint64_t>("attStatus");
-  change.advertisingIdentifier = fields.getIfThere<std::string>("advertisingIdentifier");
-  return [change](Environment& environment) { environment.change(change); };
+  const auto isOnWiFi = fields.getIfThere<bool>("wifi");
+  const auto carrier = fields.getIfThere<std::optional<std::string>>("carrier");
+  const auto trackingStatus = fields.getIfThere<std::uint64_t>("attStatus");
+  const auto identifier = fields.getIfThere<std::string>("advertisingIdentifier");
+  return [=](Environment& environment) {
+    environment.change([&](DeviceFacts& facts) {
+      facts.isOnWiFi = isOnWiFi.value_or(facts.isOnWiFi);
+      facts.carrier = carrier.value_or(facts.carrier);
+      facts.trackingStatus = trackingStatus.value_or(facts.trackingStatus);
+      facts.identifier = identifier.value_or(facts.identifier);
+    });
+  };
+}
+
+// Sets one of the device's facts.
+template <class Fact>
+Action sets(Fact DeviceFacts::*fact, Fact value) {
+  return [=](Environment& environment) {
+    environment.change([&](DeviceFacts& facts) { facts.*fact = value; });
+  };
 }
 
 Action readApplicationState(const Fields& fields) {
@@ -35,7 +50,7 @@ Action readApplicationState(const Fields& fields) {
   if (found == end) throw ScenarioError("unknown \"state\"");
   const auto state =
       static_cast<veltrano::internal::ApplicationState>(found - std::begin(kApplicationStates));
-  return [state](Environment& environment) { environment.setApplicationState(state); };
+  return sets(&DeviceFacts::applicationState, state);
 }
 
 Action readNetwork(const Fields& fields) {
@@ -130,13 +145,17 @@ Reader always(const Action& action) {
   return [action](const Fields&) { return action; };
 }
 
+Reader orientation(int DeviceFacts::*fact) {
+  return [fact](const Fields& fields) { return sets(fact, fields.get<int>("value")); };
+}
+
 Action readAction(const Fields& step, Mode mode) {
   using std::string;
   static const std::map<string, Reader> readers = {
       {"device", readDevice},
       {"applicationState", readApplicationState},
-      {"interfaceOrientation", with<int>("value", &Environment::setInterfaceOrientation)},
-      {"deviceOrientation", with<int>("value", &Environment::setDeviceOrientation)},
+      {"interfaceOrientation", orientation(&DeviceFacts::screenOrientation)},
+      {"deviceOrientation", orientation(&DeviceFacts::deviceOrientation)},
       {"notify", with<string>("name", &Environment::postNotification)},
       {"network", readNetwork},
       {"clockJump", with<veltrano::internal::Duration>("seconds", &Environment::jumpClock)},

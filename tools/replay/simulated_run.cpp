@@ -31,19 +31,7 @@ class SimulatedPlayer::SimulatedEnvironment final : public Environment {
 
   Trace& trace() override { return trace_; }
 
-  void change(const DeviceChange& change) override {
-    auto& device = platform_.device;
-    device.isOnWiFi = change.isOnWiFi.value_or(device.isOnWiFi);
-    device.carrier = change.carrier.value_or(device.carrier);
-    device.trackingStatus = change.trackingStatus.value_or(device.trackingStatus);
-    device.identifier = change.advertisingIdentifier.value_or(device.identifier);
-  }
-
-  void setApplicationState(ApplicationState state) override {
-    platform_.device.applicationState = state;
-  }
-  void setInterfaceOrientation(int value) override { platform_.device.screenOrientation = value; }
-  void setDeviceOrientation(int value) override { platform_.device.deviceOrientation = value; }
+  void change(const DeviceChange& change) override { change(platform_.device); }
   void postNotification(const std::string& name) override {
     platform_.notificationCenter.post(name);
   }

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <string>
-
 #include "platform/reported_device.h"
 #include "veltrano/posix_platform.h"
 
@@ -16,10 +12,7 @@ class HostReports final : public ReportedDevice {
   /// Starts with what `options` say; a system name or version that they lack comes from `uname`.
   HostReports(const PosixOptions& options, MomentaryFacts& facts);
 
-  void setCarrierName(std::optional<std::string> name);
-  void setTrackingAuthorizationStatus(std::uint64_t status);
-  /// Anything that is not a UUID counts as none.
-  void setAdvertisingIdentifier(const std::optional<std::string>& identifier);
+  void report(const DeviceChange& made);
 
   /// Call after each change of the network. If memory runs out, the last answer stays.
   void lookForWiFi() noexcept;
