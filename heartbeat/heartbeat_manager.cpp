@@ -9,6 +9,7 @@
 namespace veltrano::internal {
 namespace {
 
+// Also the least time between two heartbeats, whatever the stored interval says.
 constexpr Duration kTimerTolerance = std::chrono::milliseconds(100);
 
 }  // namespace

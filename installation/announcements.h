@@ -5,9 +5,8 @@
 #include <functional>
 #include <string_view>
 
+#include "platform/local_notification_center.h"
 #include "platform/mutex.h"
-#include "platform/notification_center.h"
-#include "platform/posix/threads/notification_center.h"
 #include "platform/posix/threads/run_loop.h"
 
 namespace veltrano::internal {
@@ -15,7 +14,7 @@ namespace veltrano::internal {
 /// Announces to the library, on the main thread, what the host reports on any thread. Thread-safe.
 class Announcements {
  public:
-  Announcements(PosixTimers& timers, PosixNotificationCenter& center)
+  Announcements(PosixTimers& timers, LocalNotificationCenter& center)
       : timers_(timers), center_(center) {}
 
   /// Makes `change` and then posts `name`: at once on the main thread, else when its run loop runs;
@@ -29,7 +28,7 @@ class Announcements {
   void announcePending();
 
   PosixTimers& timers_;
-  PosixNotificationCenter& center_;
+  LocalNotificationCenter& center_;
   std::atomic<bool> isStopped_{false};
   Mutex mutex_;
   std::deque<std::function<void()>> pending_ GUARDED_BY(mutex_);

@@ -209,7 +209,7 @@ void World::Implementation::onMainThread(std::function<void()> report) {
 
 void World::Implementation::post(std::string_view notification) {
   recorder_.add("notify", {{"name", json(notification)}});
-  simulated_.notificationCenter.post(std::string(notification));
+  simulated_.notificationCenter.post(notification);
 }
 
 void World::Implementation::report(internal::DeviceChange change, std::string_view notification) {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/posix/threads/notification_center.h"
+#include "platform/local_notification_center.h"
 #include "platform/posix/threads/run_loop.h"
 #include "platform/posix/threads/work_queue.h"
 #include "platform/simulated/simulated_platform.h"
@@ -28,7 +28,7 @@ struct PosixWorld {
   std::shared_ptr<PosixRunLoop> runLoop = PosixRunLoop::ofThisThread();
   WorkQueue& makeQueue() { return *new PosixWorkQueue("contract"); }
   PosixTimers timers;
-  PosixNotificationCenter notificationCenter;
+  LocalNotificationCenter notificationCenter;
 };
 
 struct SimulatedWorld {

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/local_notification_center.h"
 #include "platform/platform.h"
 #include "platform/posix/device/clock_and_random.h"
 #include "platform/posix/device/host_reports.h"
@@ -14,7 +15,6 @@
 #include "platform/posix/storage/bundles.h"
 #include "platform/posix/storage/user_defaults.h"
 #include "platform/posix/system/thread_key.h"
-#include "platform/posix/threads/notification_center.h"
 #include "platform/posix/threads/run_loop.h"
 #include "platform/posix/threads/work_queue.h"
 #include "veltrano/posix_platform.h"
@@ -37,7 +37,7 @@ struct PosixServices {
   PosixWorkQueue workQueue{"com.veltrano"};
   PosixThreadEnds threadEnds;
   PosixTimers timers;
-  PosixNotificationCenter notificationCenter;
+  LocalNotificationCenter notificationCenter;
   PosixUserDefaults userDefaults;
   PosixRandomSource randomSource;
   PosixBundles bundles;

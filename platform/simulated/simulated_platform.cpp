@@ -37,33 +37,6 @@ std::shared_ptr<Timer> SimulatedTimers::schedule(Duration delay, Duration tolera
   return timer;
 }
 
-void SimulatedNotificationCenter::addObserver(std::string_view name,
-                                              std::function<void()> observer) {
-  Lock lock(mutex);
-  if (!std::exchange(isUsed, true)) {
-    lock.unlock();
-    onFirstUse();
-    lock.lock();
-  }
-  observers[std::string(name)].push_back(std::move(observer));
-}
-
-void SimulatedNotificationCenter::post(const std::string& name) const {
-  // A copy: observers added meanwhile are not called for this posting.
-  std::vector<std::function<void()>> called;
-  {
-    const Lock lock(mutex);
-    if (const auto registered = observers.find(name); registered != observers.end())
-      called = registered->second;
-  }
-  for (const auto& observer : called) observer();
-}
-
-void SimulatedNotificationCenter::drop() {
-  const Lock lock(mutex);
-  observers.clear();
-}
-
 double SimulatedDefaults::doubleForKey(std::string_view key) const {
   const auto place = values.find(key);
   return place != values.end() ? place->second : 0;

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/mutex.h"
+#include "platform/local_notification_center.h"
 #include "platform/platform.h"
 #include "platform/reported_device.h"
 #include "platform/simulated/simulated_url_session.h"
@@ -69,16 +69,13 @@ struct SimulatedTimers final : Timers {
   std::function<void()> onLostTimer = [] {};
 };
 
-struct SimulatedNotificationCenter final : NotificationCenter {
-  void addObserver(std::string_view name, std::function<void()> observer) override;
-  void post(const std::string& name) const;
+struct SimulatedNotificationCenter final : LocalNotificationCenter {
+  void addObserver(std::string_view name, std::function<void()> observer) override {
+    if (!isUsed.exchange(true)) onFirstUse();
+    LocalNotificationCenter::addObserver(name, std::move(observer));
+  }
 
-  /// Removes the observers once their library has ended.
-  void drop();
-
-  mutable Mutex mutex;
-  std::map<std::string, std::vector<std::function<void()>>> observers GUARDED_BY(mutex);
-  bool isUsed GUARDED_BY(mutex) = false;
+  std::atomic<bool> isUsed{false};
 
   /// Called before the first observer is added, which is when the library is first used.
   std::function<void()> onFirstUse = [] {};

@@ -53,9 +53,7 @@ struct Application::Process {
     session.silence();
   }
 
-  void post(std::string_view notification) const {
-    platform.notificationCenter.post(std::string(notification));
-  }
+  void post(std::string_view notification) const { platform.notificationCenter.post(notification); }
 
   Statistics statistics() { return library.accounting().statistics(); }
 
