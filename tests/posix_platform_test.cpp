@@ -42,6 +42,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
+using std::chrono::minutes;
 using std::chrono::seconds;
 
 WorkQueue& makeQueue() {
@@ -222,6 +223,17 @@ TEST(RunLoopTest, ATimerThatFindsNoMemoryRunsAgain) {
   EXPECT_EQ(runs, 2);
 }
 
+TEST(RunLoopTest, WakesForTheFirstOfTimersThatOverlap) {
+  std::thread([] {
+    RunLoop& loop = RunLoop::current();
+    for (milliseconds delay(10); delay < minutes(10); delay += delay / 2)
+      PosixTimers().schedule(delay, delay, [&] { loop.stop(); });
+    const auto deadline = std::chrono::steady_clock::now() + seconds(30);
+    loop.runUntil(deadline);
+    EXPECT_LT(std::chrono::steady_clock::now(), deadline);
+  }).join();
+}
+
 TEST(RunLoopTest, AThreadThatEndsTakesItsTimersAlong) {
   auto held = std::make_shared<int>();
   std::shared_ptr<Timer> timer;
@@ -293,6 +305,7 @@ TEST(UserDefaultsTest, AValueThatCouldNotBeWrittenIsWrittenLater) {
   setHeartbeatInterval(defaults, 45);
   EXPECT_EQ(heartbeatInterval(defaults), 45);
   EXPECT_FALSE(defaults.isStored(45, kHeartbeatIntervalKey));
+  EXPECT_EQ(std::distance(fs::directory_iterator(directory / "later"), {}), 1);
   PosixUserDefaults later(path);
   setHeartbeatInterval(later, 45);
   EXPECT_EQ(heartbeatInterval(PosixUserDefaults(path)), 45);

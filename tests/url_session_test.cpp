@@ -350,7 +350,8 @@ TEST(URLSession, DecidesByTheStatusAndNeverRepeatsWhatWasCutOff) {
     EXPECT_EQ(outcome.status(), cut.status) << &cut - cuts;
     EXPECT_EQ(outcome.error.has_value(), !cut.isBodyTooLong) << &cut - cuts;
     EXPECT_TRUE(!outcome.data && !reason.empty() && !hasTimedOut(reason)) << &cut - cuts;
-    for (const char* const other : {"SSL", "Couldn't connect", "memory", "initialization"})
+    for (const char* const other :
+         {"SSL", "Couldn't connect", "memory", "initialization", "callback"})
       EXPECT_EQ(reason.find(other), std::string::npos) << &cut - cuts << other;
     EXPECT_EQ(server.requests().size(), 2u) << &cut - cuts;
     EXPECT_EQ(post(session, request).status(), 200);
