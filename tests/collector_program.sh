@@ -2,8 +2,9 @@
 # collector_program.sh COLLECTOR: what the collector answers over TLS and to scripts, prints and ends with.
 set -euo pipefail
 collector=$1
-answers=$(mktemp)
-trap 'kill "${process:-}" 2>/dev/null || true; rm -f "$answers"' EXIT
+place=$(mktemp -d)
+answers=$place/answers
+trap 'kill "${process:-}" 2>/dev/null || true; rm -rf "$place"' EXIT
 
 start() {
   exec {output}< <(exec "$collector" "$@" 2>&1)
@@ -30,9 +31,9 @@ prints() {
   read -r -t 60 line <&"$output"
   is "$line" "$1"
 }
-# Both print the answer's status; get also its body. 000: no whole answer came.
+# Both print the answer's status, with an error if it was not whole; get also its body.
 post() {  # post TARGET JSON
-  curl -s --cacert "$certificate" -o /dev/null -w '%{http_code}%{errormsg}' -H Content-Type: \
+  curl -s --cacert "$certificate" -i -o "$place/answer" -w '%{http_code}%{errormsg}' -H Content-Type: \
     -H 'lib_version: ios_0.0' -H 'publisher_version: ios_2.3' "$url$1" \
     --data-binary "$([[ $1 == /control* ]] && printf %s "$2" || printf data=%s "$(printf %s "$2" | base64 -w0)")" || true
 }
@@ -52,10 +53,25 @@ for part in '"path":"/track"' '"uid":"u+1"' '"lib_version":"ios_0.0"' "\"body\":
 is "$(post '/track?uid=u' '[]')" 400
 prints 'refused (track): the batch is empty'
 is "$(post '/heartbeat?uid=u' "$heartbeat")" 401
-is "$(post /control '{"path":"/track","dorp":true}')" 400
-is "$(post /control '[{"path":"/track","drop":true,"count":1},{"path":"/track","truncate":true,"accept":true,"count":1}]')" 200
+prints 'refused (heartbeat): the heartbeat lacks the required token'
+for wrong in '{"path":"/track","dorp":true}' '{"status":503}' '{"path":"/track","status":99}' \
+  '{"path":"/track","drop":1}' path=/track; do
+  is "$(post /control "$wrong")" 400
+done
+last='{"path":"/track","drop":true,"count":1},{"path":"/track","truncate":true,"accept":true,"count":1},{"path":"/track","status":200,"body":"a,b=c","count":1}]'
+is "$(post /control "[{\"path\":\"/track\",\"status\":503,\"retry_after\":\"3\",\"count\":2},$last")" 200
+is "$(post '/track?uid=u' "[$record]")" 503
+has "$(<"$place/answer")" 'Retry-After: 3'
+is "$(post /control '{"path":"/heartbeat","status":503}')" 200
+has "$(<"$place/answer")" "{\"path\":\"/track\",\"status\":503,\"retry_after\":\"3\",\"count\":1},$last"
+is "$(post '/track?uid=u' "[$record]")" 503
 for _ in dropped truncated; do [[ $(post '/track?uid=u' "[$record]") =~ ^[0-9]+[^0-9] ]]; done
+read -r -t 60 line <&"$output"
+has "$line" "$record"
 is "$(post '/track?uid=u' "[$record]")" 200
+has "$(<"$place/answer")" 'a,b=c'
+is "$(post '/track?uid=u' "[$record]")" 200
+[[ $(<"$place/answer") != *'a,b=c'* ]]
 kill "$process"
 ends 0
 

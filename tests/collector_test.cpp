@@ -4,11 +4,9 @@
 #include <rapidjson/document.h>
 
 #include <functional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "tools/collector/fault.h"
 #include "tools/collector/journal.h"
 #include "tools/collector/wire_check.h"
 
@@ -101,24 +99,6 @@ TEST(WireCheck, Bodies) {
   };
   for (const auto& [json, wrong] : heartbeats)
     expectPart(fault(request("/heartbeat", json)), wrong);
-}
-
-TEST(Faults, FollowEachOtherUntilTheyAreUsedUp) {
-  FaultsByPath faults =
-      parseFaults(R"([{"path":"/track","status":503,"count":2,"retry_after":"3"},)"
-                  R"({"path":"/track","truncate":true,"accept":true,"count":1,"body":"a,b=c"}])");
-  EXPECT_EQ(takeFault(faults, "/track").retryAfter, "3");
-  EXPECT_EQ(faultsJSON(faults),
-            R"([{"path":"/track","status":503,"retry_after":"3","count":1},)"
-            R"({"path":"/track","truncate":true,"accept":true,"body":"a,b=c","count":1}])");
-  EXPECT_EQ(takeFault(faults, "/track").status, 503);
-  const Fault truncated = takeFault(faults, "/track");
-  EXPECT_TRUE(truncated.truncate && truncated.accept);
-  EXPECT_EQ(truncated.body, "a,b=c");
-  EXPECT_FALSE(takeFault(faults, "/track").body);
-  for (const char* wrong : {R"({"status":503})", R"({"path":"/track","status":99})",
-                            R"({"path":"/track","drop":1})", "path=/track"})
-    EXPECT_THROW(parseFaults(wrong), std::invalid_argument) << wrong;
 }
 
 TEST(Journal, KeepsTheLatestInOrder) {
