@@ -106,7 +106,7 @@ std::string inheritedDescriptors() {
   return text;
 }
 
-TEST(NetworkFaults, ExecutedProgramsInheritNoDescriptor) {
+TEST(NetworkFaults, ProgramsInheritNoDescriptorAndThoseOfTheHostEndWhenItClosesThem) {
   if (kIsSanitized) GTEST_SKIP() << "ThreadSanitizer knows one descriptor table only.";
   if (VELTRANO_PORTABLE) GTEST_SKIP() << "POSIX knows one descriptor table only.";
   std::binary_semaphore hasCome(0);
@@ -114,19 +114,13 @@ TEST(NetworkFaults, ExecutedProgramsInheritNoDescriptor) {
     hasCome.release();
     return Reply{};
   });
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
   const std::string before = inheritedDescriptors();
   PosixURLSession session(trusting(server.authorities()));
   const auto hanging = start(session, requestTo(server.url()));
   hasCome.acquire();
   EXPECT_EQ(inheritedDescriptors(), before);
-}
-
-TEST(NetworkFaults, TheHostsDescriptorsEndWhenTheHostClosesThem) {
-  TLSServer server([](int) { return answer("200 OK"); });
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  PosixURLSession session(trusting(server.authorities()));
-  EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
   close(ends[1]);
   char byte = 0;
   EXPECT_EQ(read(ends[0], &byte, 1), 0);

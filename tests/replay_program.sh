@@ -30,3 +30,24 @@ for interval in 1e-9 0.000001; do
   ends 3 'the scenario runs away: too much happens after one step' play "{\"op\":\"configure\",\"defaults\":{\"kelvora_heartbeat_interval\":$interval}}" \
     '{"op":"setUserId","id":"u"}'
 done
+
+# Live scenarios are limited.
+live() {
+  printf '%s\n' "$@" | "$program" --live localhost:1 -
+}
+end='{"op":"end","at":0.1}'
+ends 0 '' live '{"op":"configure","info":{}}' "$end"
+for step in '{"op":"configure","startTime":5}' '{"op":"clockJump","seconds":1}' \
+  '{"op":"batch","steps":[{"op":"network","path":"/track","status":200}]}'; do
+  ends 2 '' live "$step" "$end"
+done
+ends 2 '' live '{"op":"shared"}'
+
+# Values of any depth are read.
+brackets() {
+  head -c 200000 /dev/zero | tr '\0' "$1"
+}
+playDeep() {
+  { printf '{"op":"isValidNestedType","value":' && brackets '[' && brackets ']' && echo '}'; } | "$program" -
+}
+ends 0 '' playDeep

@@ -20,10 +20,10 @@
 namespace replay {
 namespace {
 
-std::string problemWith(const std::string& lines, Mode mode = Mode::simulated) {
+std::string problemWith(const std::string& lines) {
   std::istringstream stream(lines);
   try {
-    readScenario(stream, mode);
+    readScenario(stream, Mode::simulated);
     return "none";
   } catch (const ScenarioError& error) {
     return error.what();
@@ -42,21 +42,6 @@ TEST(Replay, NamesTheLineOfAMalformedStep) {
                         "\n"
                         R"({"op":"shared"})"),
             "line 2: \"at\" is decreasing");
-}
-
-TEST(Replay, LiveScenariosAreLimited) {
-  const std::string end = "\n{\"op\":\"end\",\"at\":1}";
-  EXPECT_EQ(problemWith(R"({"op":"configure","info":{}})" + end, Mode::live), "none");
-  for (const char* line :
-       {R"({"op":"configure","startTime":5})", R"({"op":"clockJump","seconds":1})",
-        R"({"op":"batch","steps":[{"op":"network","path":"/track","status":200}]})"})
-    EXPECT_EQ(problemWith(line + end, Mode::live).rfind("line 1: ", 0), 0U) << line;
-  EXPECT_NE(problemWith(R"({"op":"shared"})", Mode::live), "none");
-}
-
-TEST(Replay, AnyDepthOfValuesIsRead) {
-  const std::string deep = std::string(200'000, '[') + std::string(200'000, ']');
-  EXPECT_EQ(problemWith(R"({"op":"isValidNestedType","value":)" + deep + "}"), "none");
 }
 
 // Plays a scenario; `take` gets the lines of its trace, with the log.
