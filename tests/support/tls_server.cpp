@@ -47,7 +47,6 @@ TLSServer::TLSServer(Handler handler, TLSServerOptions options)
   getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
   port_ = ntohs(address.sin_port);
 
-  pemFile_ = "/tmp/veltrano_authority_" + std::to_string(getpid()) + "_" + std::to_string(port_);
   context_ = makeServerContext(options_.certificate, pemFile_);
   SSL_CTX_set_max_proto_version(context_, options_.newestProtocol);
   SSL_CTX_set_alpn_select_cb(context_, refuseHTTP2, nullptr);
@@ -66,7 +65,6 @@ TLSServer::~TLSServer() {
   for (const int open : sockets_) close(open);
   close(listener_);
   SSL_CTX_free(context_);
-  unlink(pemFile_.c_str());
 }
 
 std::string TLSServer::url() const {

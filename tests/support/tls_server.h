@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/directory.h"
 #include "tools/collector/certificate.h"
 
 namespace veltrano::internal {
@@ -60,7 +61,8 @@ class TLSServer {
   const Handler handler_;
   const TLSServerOptions options_;
   SSL_CTX* context_;
-  std::string pemFile_;
+  const Directory directory_;
+  const std::string pemFile_ = directory_ / "authority.pem";
   int listener_;
   int port_ = 0;
 
