@@ -89,7 +89,7 @@ void useInChild() {
 }
 
 bool isForkHarmless() {
-  for (int i = 0; i < (state == "tracking" ? 50 : 2); ++i) {
+  for (int i = 0; i < (state == "tracking" ? 30 : 2); ++i) {
     const pid_t child = fork();
     if (child == 0) {
       isChild = true;
@@ -145,7 +145,7 @@ void reach() {
       std::thread([&tracker] {
         for (;; ++calls) {
           tracker.setRefreshTriggersWithHandler({{"none"}}, [] {});
-          tracker.track("E", {{"a", 1}, {"b", "text"}}, [](bool) {});
+          tracker.track("E", {{"a", 1}, {"b", "text"}});
           std::this_thread::sleep_for(
               std::chrono::microseconds(100));  // leaves a processor to the exit
         }
@@ -186,7 +186,7 @@ extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off() {
 }
 
 int main(int, char** arguments) {
-  alarm(60);
+  alarm(150);
   state = arguments[1];
   ending = arguments[2];
   OPENSSL_init_ssl(0, nullptr);  // as a host might: makes OpenSSL clean up at exit
