@@ -42,7 +42,8 @@ void installBenchPlatform(veltrano::internal::ZKURLSessionManager& session,
 }
 
 void enterBackground() {
-  services().application.setState(veltrano::internal::ApplicationState::background);
+  services().reports.set(&veltrano::internal::DeviceFacts::applicationState,
+                         veltrano::internal::ApplicationState::background);
   services().notificationCenter.post(veltrano::internal::kApplicationDidEnterBackground);
 }
 

@@ -20,7 +20,7 @@ bool changed(veltrano_object* handle, Function change) {
 }
 
 template <class T>
-veltrano_object* made() {
+veltrano_object* newObject() {
   return guardedInMemory<veltrano_object*>(
       nullptr, [] { return new veltrano_object(std::in_place_type<T>); });
 }
@@ -32,11 +32,11 @@ std::optional<URL> optionalURL(const char* text) {
 }  // namespace
 
 veltrano_object* veltrano_array(void) {
-  return made<MutableArray>();
+  return newObject<MutableArray>();
 }
 
 veltrano_object* veltrano_dictionary(void) {
-  return made<MutableDictionary>();
+  return newObject<MutableDictionary>();
 }
 
 bool veltrano_array_append(veltrano_object* array, const veltrano_object* element) {

@@ -151,6 +151,8 @@ VELTRANO_REPORTS(set_tracking_authorization_status, setTrackingAuthorizationStat
 VELTRANO_REPORTS(set_advertising_identifier, setAdvertisingIdentifier(optionalText(identifier)),
                  veltrano_text identifier)
 
+#undef VELTRANO_REPORTS
+
 veltrano_run_loop* veltrano_main_run_loop(void) {
   PosixPlatform* platform = installedPlatform();
   return platform != nullptr ? handleOf(platform->mainRunLoop()) : nullptr;

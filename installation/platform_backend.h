@@ -19,7 +19,8 @@ namespace veltrano::internal {
 class PlatformBackend {
  public:
   virtual RunLoop& mainRunLoop() = 0;
-  /// Makes the change. With a notification, does so on the main thread and then posts that.
+  /// With a notification, makes the change on the main thread and then posts it. Without, makes the
+  /// change before this returns, on the calling thread.
   virtual void report(DeviceChange change, std::string_view notification) = 0;
   virtual bool shutDown(std::chrono::steady_clock::time_point deadline) = 0;
 
@@ -34,7 +35,6 @@ class PlatformBackend {
     report([orientation](DeviceFacts& facts) { facts.deviceOrientation = orientation; },
            kDeviceOrientationDidChange);
   }
-  // Without a notification, the change is made before these return.
   void setScreenSize(ScreenSize size) {
     report([&](DeviceFacts& facts) { facts.screen = size; }, {});
   }

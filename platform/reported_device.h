@@ -35,17 +35,15 @@ struct DeviceFacts {
 };
 using DeviceChange = std::function<void(DeviceFacts&)>;
 
-/// Answers with the latest of its facts. One thread may set them as they are; several use `set`,
-/// `change` and `facts`.
-class ReportedDevice : public DeviceFacts,
-                       public Device,
+/// Answers with the latest of its facts. Thread-safe.
+class ReportedDevice : public Device,
                        public Application,
                        public CTTelephonyNetworkInfo,
                        public ATTrackingManager,
                        public ASIdentifierManager,
                        public ZKConnectivityManager {
  public:
-  explicit ReportedDevice(DeviceFacts facts = {}) : DeviceFacts(std::move(facts)) {}
+  explicit ReportedDevice(DeviceFacts facts = {}) : facts_(std::move(facts)) {}
 
   ScreenSize mainScreenSize() const override { return get(&DeviceFacts::screen); }
   std::string systemName() const override { return get(&DeviceFacts::name); }
@@ -63,7 +61,7 @@ class ReportedDevice : public DeviceFacts,
 
   DeviceFacts facts() const {
     const Lock lock(mutex_);
-    return *this;
+    return facts_;
   }
   template <class Fact, class Value>
   void set(Fact DeviceFacts::*fact, Value value) {
@@ -72,17 +70,18 @@ class ReportedDevice : public DeviceFacts,
   template <class Change>
   void change(Change change) {
     const Lock lock(mutex_);
-    change(*this);
+    change(facts_);
   }
 
  private:
   template <class Fact>
   Fact get(Fact DeviceFacts::*fact) const {
     const Lock lock(mutex_);
-    return this->*fact;
+    return facts_.*fact;
   }
 
   mutable Mutex mutex_;
+  DeviceFacts facts_ GUARDED_BY(mutex_);
 };
 
 }  // namespace veltrano::internal

@@ -213,20 +213,23 @@ void World::Implementation::post(std::string_view notification) {
 }
 
 void World::Implementation::report(internal::DeviceChange change, std::string_view notification) {
-  auto made = [this, change = std::move(change), notification] {
-    const DeviceFacts before = simulated_.device.facts();
-    simulated_.device.change(change);
-    recordChanges(before);
+  auto makeChange = [this, change = std::move(change), notification] {
+    DeviceFacts before, now;
+    simulated_.device.change([&](DeviceFacts& facts) {
+      before = facts;
+      change(facts);
+      now = facts;
+    });
+    recordChanges(before, now);
     if (!notification.empty()) post(notification);
   };
   if (notification.empty())
-    made();
+    makeChange();
   else
-    onMainThread(std::move(made));
+    onMainThread(std::move(makeChange));
 }
 
-void World::Implementation::recordChanges(const DeviceFacts& before) {
-  const DeviceFacts now = simulated_.device.facts();
+void World::Implementation::recordChanges(const DeviceFacts& before, const DeviceFacts& now) {
   if (now.applicationState != before.applicationState)
     recorder_.add("applicationState",
                   {{"state", json(internal::kApplicationStates[int(now.applicationState)])}});

@@ -176,7 +176,7 @@ class World::Implementation final : public internal::CallObserver,
   // Runs `report` at once on the main thread; else posts it to the main run loop.
   void onMainThread(std::function<void()> report);
   void post(std::string_view notification);
-  void recordChanges(const internal::DeviceFacts& before);
+  void recordChanges(const internal::DeviceFacts& before, const internal::DeviceFacts& now);
 
   const Place place_;
   const pid_t process_ = getpid();

@@ -82,7 +82,7 @@ double runHost(const std::string& state, const std::string& ending) {
                               &actions);
   posix_spawn_file_actions_destroy(&actions);
 
-  std::chrono::steady_clock::time_point begin;  // of all processes
+  std::chrono::steady_clock::time_point begin;  // the same clock in all processes
   fcntl(output.ends[0], F_SETFL, O_NONBLOCK);
   EXPECT_EQ(read(output.ends[0], &begin, sizeof begin), ssize_t{sizeof begin}) << context;
   const std::chrono::duration<double, std::milli> length = std::chrono::steady_clock::now() - begin;

@@ -10,7 +10,6 @@
 #include <future>
 #include <latch>
 #include <memory>
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -109,9 +108,8 @@ TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
 }
 
 TEST_F(HostFaults, AThreadSwitchesCollectingWhileOthersTrackFromTheFirstTouchOn) {
-  std::array<Veltrano*, 4> instances{};
   runTogether(4, [&](int i) {
-    auto& tracker = *(instances[i] = &Veltrano::shared());
+    auto& tracker = Veltrano::shared();
     tracker.setUserId("user-" + std::to_string(i));
     for (int n = 0; n < 5000; ++n) {
       if (i < 2)
@@ -121,7 +119,6 @@ TEST_F(HostFaults, AThreadSwitchesCollectingWhileOthersTrackFromTheFirstTouchOn)
       if (n % 100 == 0) expectBalance();
     }
   });
-  EXPECT_EQ(std::set(instances.begin(), instances.end()).size(), 1U);
   auto& tracker = Veltrano::shared();
   tracker.setCollecting(false);
   tracker.setCollecting(true);

@@ -106,7 +106,7 @@ std::string inheritedDescriptors() {
   return text;
 }
 
-TEST(NetworkFaults, ProgramsInheritNoDescriptorAndThoseOfTheHostEndWhenItClosesThem) {
+TEST(NetworkFaults, DescriptorsAreNeitherInheritedNorKept) {
   if (kIsSanitized) GTEST_SKIP() << "ThreadSanitizer knows one descriptor table only.";
   if (VELTRANO_PORTABLE) GTEST_SKIP() << "POSIX knows one descriptor table only.";
   std::binary_semaphore hasCome(0);

@@ -23,8 +23,8 @@ steps=('{"op":"enableLog","on":true}' '{"op":"shared"}')
 malformed='line 3: field "op" is missing'
 ends 2 "$malformed" play "${steps[@]}" '{}'
 [[ $(play "${steps[@]}" '{}' 2>&1 || true) == "$malformed" ]]
-ends 2 '' "$program" /
-ends 2 '' playFolder
+ends 2 'the scenario cannot be read' "$program" /
+ends 2 'cannot read the standard input' playFolder
 ends 1 'the trace cannot be written' playToFull "${steps[@]}"
 for interval in 1e-9 0.000001; do
   ends 3 'the scenario runs away: too much happens after one step' play "{\"op\":\"configure\",\"defaults\":{\"kelvora_heartbeat_interval\":$interval}}" \
@@ -39,9 +39,9 @@ end='{"op":"end","at":0.1}'
 ends 0 '' live '{"op":"configure","info":{}}' "$end"
 for step in '{"op":"configure","startTime":5}' '{"op":"clockJump","seconds":1}' \
   '{"op":"batch","steps":[{"op":"network","path":"/track","status":200}]}'; do
-  ends 2 '' live "$step" "$end"
+  ends 2 ' is not possible live' live "$step" "$end"
 done
-ends 2 '' live '{"op":"shared"}'
+ends 2 'a live scenario needs an end, and the last line is reached' live '{"op":"shared"}'
 
 # Values of any depth are read.
 brackets() {

@@ -330,6 +330,7 @@ TEST(URLSession, DecidesByTheStatusAndNeverRepeatsWhatWasCutOff) {
        false,
        true},
       {{.bytes = "HTTP/1.1 200 OK\r\n", .endless = "More: and more\r\n"}, 0, true},
+      {answer("200 OK", "{}", "More: " + std::string(70'000, 'x') + "\r\n"), 0, true},
       {{.bytes = "HTTP/1.1 200 OK\r\n", .endless = std::string(1 << 14, 'x')}, 0, true},
       {{.bytes = "", .endless = "HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n"}, 0, true},
       {{.bytes = chunked + "0\r\n", .endless = "Trailer: and more\r\n"}, 200, true},
@@ -378,6 +379,20 @@ TEST(URLSession, ARequestsTimeIncludesTheWaitForItsTurn) {
   auto first = start(session, requestTo(server.url()));
   EXPECT_TRUE(post(session, requestTo(server.url())).isTransportError());
   EXPECT_TRUE(first.get().isTransportError());
+}
+
+TEST(URLSession, NoticesThatAnIdleConnectionHasEnded) {
+  TLSServer server([&](int number) {
+    auto reply = answer("200 OK");
+    reply.endsConnection = number == 1;  // without "Connection: close"
+    return reply;
+  });
+  PosixURLSession session(trusting(server.authorities()));
+  for (int connections = 1; connections <= 2; ++connections) {
+    EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
+    EXPECT_EQ(server.connections(), connections);
+    if (connections == 1) server.waitForConnectionEnds(1);
+  }
 }
 
 TEST(URLSession, IsForAnyThreadAndReusesConnections) {

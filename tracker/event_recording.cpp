@@ -1,4 +1,5 @@
-// The road of an event from the host's call to the queue: of the facade, what each event runs.
+// What every event runs, from `Veltrano::track` to the queue. Apart from veltrano.cpp, which is
+// optimised for size.
 #include <new>
 #include <stdexcept>
 #include <utility>

@@ -108,10 +108,9 @@ struct SimulatedBundles final : Bundles {
       HostMap{{"CFBundleShortVersionString", "1.0.0"}};  // none: there is no resource bundle
 };
 
-/// A telephone in portrait.
 class SimulatedDevice final : public ReportedDevice {
  public:
-  static DeviceFacts usual() {
+  static DeviceFacts phoneInPortrait() {
     return {.screen = {390, 844},
             .name = "iOS",
             .version = "17.0",
@@ -119,7 +118,7 @@ class SimulatedDevice final : public ReportedDevice {
             .screenOrientation = 1};
   }
 
-  SimulatedDevice() : ReportedDevice(usual()) {}
+  SimulatedDevice() : ReportedDevice(phoneInPortrait()) {}
 };
 
 class SimulatedPlatform {

@@ -146,6 +146,7 @@ void reach() {
         for (;; ++calls) {
           tracker.setRefreshTriggersWithHandler({{"none"}}, [] {});
           tracker.track("E", {{"a", 1}, {"b", "text"}});
+          mainLoop->perform([] {});  // whose lock another thread may hold when a host forks
           std::this_thread::sleep_for(
               std::chrono::microseconds(100));  // leaves a processor to the exit
         }

@@ -92,6 +92,11 @@ int TLSServer::connections() const {
   return static_cast<int>(connections_.size());
 }
 
+void TLSServer::waitForConnectionEnds(int count) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return ended_ >= count; });
+}
+
 void TLSServer::accept() {
   // Inherited by the connections' threads, so that SIGPIPE does not kill the test.
   sigset_t signals;
@@ -130,6 +135,9 @@ void TLSServer::serve(int socket) {
   }
   SSL_free(tls);
   shutdown(socket, SHUT_RDWR);
+  const std::lock_guard lock(mutex_);
+  ++ended_;
+  changed_.notify_all();
 }
 
 // Resets the connection, if it is one of the first ones that are to be.

@@ -2,6 +2,7 @@
 
 #include <openssl/ssl.h>
 
+#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -48,6 +49,7 @@ class TLSServer {
 
   std::vector<std::string> requests() const;  // head and body, including CONNECTs, as they arrived
   int connections() const;
+  void waitForConnectionEnds(int count);
 
  private:
   void accept();
@@ -67,9 +69,11 @@ class TLSServer {
   int port_ = 0;
 
   mutable std::mutex mutex_;
+  std::condition_variable changed_;
   std::vector<std::string> requests_;  // guarded by mutex_, like everything below
   std::vector<int> sockets_;
   std::vector<std::thread> connections_;
+  int ended_ = 0;  // connections
   bool stopping_ = false;
   std::thread acceptor_;
 };

@@ -30,7 +30,8 @@ std::string property(const Value& key, const Value& value) {
 std::string eventLine(const Value& record) {
   std::string line = " event=" + jsonOf(record["event"]);
   for (const auto& [key, value] : record["properties"].GetObject())
-    if (key == "pub_uid" || !veltrano::planning::isLibrarysProperty(key.GetString()))
+    if (key == "pub_uid" ||  // the host sets it
+        !veltrano::planning::isLibrarysProperty(key.GetString()))
       line += ' ' + property(key, value);
   for (const auto& [key, value] : record["properties"]["extra_json"].GetObject())
     if (key != "att_auth_status") line += " extra_json." + property(key, value);

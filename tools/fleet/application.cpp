@@ -12,6 +12,7 @@ namespace fleet {
 
 using veltrano::Statistics;
 using veltrano::internal::ApplicationState;
+using veltrano::internal::DeviceFacts;
 using veltrano::internal::Library;
 using veltrano::internal::SimulatedPlatform;
 using veltrano::internal::Timeline;
@@ -52,6 +53,8 @@ struct Application::Process {
     platform.workQueue.stop();
     session.silence();
   }
+
+  void enter(ApplicationState state) { platform.device.set(&DeviceFacts::applicationState, state); }
 
   void post(std::string_view notification) const { platform.notificationCenter.post(notification); }
 
@@ -126,7 +129,7 @@ void Application::changeSides() {
   if (!isInForeground_) {
     changesAt_ = nextSession();
     if (random_.isAmong(scenario_.usage.crashShare)) return endProcess();
-    process_->platform.device.applicationState = ApplicationState::background;
+    process_->enter(ApplicationState::background);
     process_->post(veltrano::internal::kApplicationDidEnterBackground);
     if (random_.isAmong(scenario_.usage.endShare))
       endsAt_ = now + std::chrono::duration_cast<Duration>(random_.uniform() * (changesAt_ - now));
@@ -134,7 +137,7 @@ void Application::changeSides() {
   }
   changesAt_ = now + random_.exponential(seconds(scenario_.usage.sessionLength));
   if (!process_) return launch();
-  process_->platform.device.applicationState = ApplicationState::active;
+  process_->enter(ApplicationState::active);
   process_->post(veltrano::internal::kApplicationWillEnterForeground);
   process_->post(veltrano::internal::kApplicationDidBecomeActive);
 }

@@ -14,7 +14,7 @@ namespace replay {
 /// The initial state of the platform.
 struct Configuration {
   veltrano::internal::Duration startTime = std::chrono::seconds(1'700'000'000);
-  veltrano::internal::DeviceFacts device = veltrano::internal::SimulatedDevice::usual();
+  veltrano::internal::DeviceFacts device = veltrano::internal::SimulatedDevice::phoneInPortrait();
   veltrano::internal::SimulatedBundles bundles;
   std::map<std::string, double> defaults;
 };

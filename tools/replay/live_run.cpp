@@ -81,6 +81,7 @@ class LiveEnvironment final : public Environment {
         posix_(posixOptions(configuration, options, trace_)) {}
 
   Platform services() {
+    device_.set(&DeviceFacts::isOnWiFi, false);  // until a step says otherwise
     Platform platform = posix_.platform();
     platform.userDefaults = &defaults_;
     // As the scenario says.

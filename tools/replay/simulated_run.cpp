@@ -24,14 +24,14 @@ class SimulatedPlayer::SimulatedEnvironment final : public Environment {
 
   void configure(const Configuration& configuration) {
     platform_.clock.start = configuration.startTime;
-    static_cast<DeviceFacts&>(platform_.device) = configuration.device;
+    platform_.device.change([&](DeviceFacts& facts) { facts = configuration.device; });
     platform_.bundles = configuration.bundles;
     platform_.defaults.values.insert(configuration.defaults.begin(), configuration.defaults.end());
   }
 
   Trace& trace() override { return trace_; }
 
-  void change(const DeviceChange& change) override { change(platform_.device); }
+  void change(const DeviceChange& change) override { platform_.device.change(change); }
   void postNotification(const std::string& name) override {
     platform_.notificationCenter.post(name);
   }

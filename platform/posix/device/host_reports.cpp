@@ -26,9 +26,9 @@ HostReports::HostReports(const PosixOptions& options, MomentaryFacts& facts) : f
   lookForWiFi();
 }
 
-void HostReports::report(const DeviceChange& made) {
+void HostReports::report(const DeviceChange& reported) {
   change([&](DeviceFacts& own) {
-    made(own);
+    reported(own);
     facts_.isReachableOnWiFi = own.isOnWiFi;
     facts_.hasCarrierName = own.carrier.has_value();
     facts_.trackingAuthorizationStatus = own.trackingStatus;

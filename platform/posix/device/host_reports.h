@@ -12,7 +12,7 @@ class HostReports final : public ReportedDevice {
   /// Starts with what `options` say; a system name or version that they lack comes from `uname`.
   HostReports(const PosixOptions& options, MomentaryFacts& facts);
 
-  void report(const DeviceChange& made);
+  void report(const DeviceChange& reported);
 
   /// Call after each change of the network. If memory runs out, the last answer stays.
   void lookForWiFi() noexcept;

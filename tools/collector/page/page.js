@@ -438,7 +438,7 @@ const FAULTS = [ // member, label, value, type of the input
 let armed = []; // as the collector tells them
 let turn = Promise.resolve();
 
-// A click changes what the one before has left, however fast they follow one another.
+// A click changes what the one before has left.
 function control(faults) {
   turn = turn.catch(() => {}).then(async () => {
     const response = await fetch('control', { method: 'POST', body: JSON.stringify(faults()) });
