@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -16,36 +17,44 @@ class EventQueue {
  public:
   static constexpr std::size_t kCapacity = 200;
 
+  EventQueue() { events_.reserve(kCapacity); }
+
   void append(EventRecord event) {
     events_.push_back(std::move(event));
     note();
   }
 
   void dropOldest() {
-    events_.erase(events_.begin());
+    events_[dropped_] = {};
+    if (++dropped_ == kCapacity) {
+      events_.erase(events_.begin(), events_.begin() + kCapacity);
+      dropped_ = 0;
+    }
     note();
   }
 
   /// Drops the event that takes the most memory. The queue must not be empty.
   void dropLargest() {
     events_.erase(std::max_element(
-        events_.begin(), events_.end(),
+        events_.begin() + dropped_, events_.end(),
         [](const auto& left, const auto& right) { return left.json.size() < right.json.size(); }));
     note();
   }
 
   void clear() {
     events_.clear();
+    dropped_ = 0;
     note();
   }
 
-  const std::vector<EventRecord>& events() const { return events_; }
+  std::span<const EventRecord> events() const { return std::span(events_).subspan(dropped_); }
   std::size_t count() const { return count_.load(std::memory_order_relaxed); }
 
  private:
-  void note() { count_.store(events_.size(), std::memory_order_relaxed); }
+  void note() { count_.store(events_.size() - dropped_, std::memory_order_relaxed); }
 
   std::vector<EventRecord> events_;
+  std::ptrdiff_t dropped_ = 0;  // of these, at the beginning: moving the others up takes time
   std::atomic<std::size_t> count_{0};
 };
 

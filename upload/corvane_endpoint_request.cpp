@@ -1,6 +1,7 @@
 #include "upload/corvane_endpoint_request.h"
 
 #include <algorithm>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -9,7 +10,7 @@ namespace veltrano::internal {
 namespace {
 
 // The pieces of a JSON array of `events`.
-std::vector<std::string_view> batchJSON(const std::vector<EventRecord>& events) {
+std::vector<std::string_view> batchJSON(std::span<const EventRecord> events) {
   std::vector<std::string_view> pieces;
   pieces.reserve(2 * events.size() + 1);
   for (const EventRecord& event : events) {
@@ -35,7 +36,7 @@ UploadOutcome outcomeOf(const std::optional<URLResponse>& response,
 }  // namespace
 
 CorvaneEndpointRequest::CorvaneEndpointRequest(const CollectionClient& client,
-                                               const std::vector<EventRecord>& events,
+                                               std::span<const EventRecord> events,
                                                const PropertyMap& superProperties)
     : client_(client), eventsBeingSent_(events), superProperties_(superProperties) {}
 

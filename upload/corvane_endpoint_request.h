@@ -1,8 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <span>
 #include <string>
-#include <vector>
 
 #include "properties/property_map.h"
 #include "upload/collection_client.h"
@@ -21,7 +21,7 @@ class CorvaneEndpointRequest {
   using Completion = std::function<void(const UploadOutcome& outcome)>;
 
   /// `events` (oldest first) and `superProperties` must outlive the request and not change.
-  CorvaneEndpointRequest(const CollectionClient& client, const std::vector<EventRecord>& events,
+  CorvaneEndpointRequest(const CollectionClient& client, std::span<const EventRecord> events,
                          const PropertyMap& superProperties);
 
   /// Calls `completion` exactly once: before returning when there is nothing to send or an event
@@ -31,7 +31,7 @@ class CorvaneEndpointRequest {
 
  private:
   const CollectionClient& client_;
-  const std::vector<EventRecord>& eventsBeingSent_;
+  const std::span<const EventRecord> eventsBeingSent_;
   const PropertyMap& superProperties_;
 };
 
