@@ -8,7 +8,7 @@
 
 namespace veltrano::internal {
 
-HostReports::HostReports(const PosixOptions& options, MomentaryFacts& facts) : facts_(facts) {
+HostReports::HostReports(const PosixOptions& options, MomentaryFacts& facts) : momentary_(facts) {
   utsname names = {};
   uname(&names);
   report([&](DeviceFacts& own) {
@@ -29,9 +29,9 @@ HostReports::HostReports(const PosixOptions& options, MomentaryFacts& facts) : f
 void HostReports::report(const DeviceChange& reported) {
   change([&](DeviceFacts& own) {
     reported(own);
-    facts_.isReachableOnWiFi = own.isOnWiFi;
-    facts_.hasCarrierName = own.carrier.has_value();
-    facts_.trackingAuthorizationStatus = own.trackingStatus;
+    momentary_.isReachableOnWiFi = own.isOnWiFi;
+    momentary_.hasCarrierName = own.carrier.has_value();
+    momentary_.trackingAuthorizationStatus = own.trackingStatus;
   });
 }
 

@@ -18,7 +18,7 @@ class HostReports final : public ReportedDevice {
   void lookForWiFi() noexcept;
 
  private:
-  MomentaryFacts& facts_;
+  MomentaryFacts& momentary_;
 };
 
 }  // namespace veltrano::internal
