@@ -96,8 +96,10 @@ TEST_F(CInterface, RefusesWhatItCannotUse) {
   EXPECT_FALSE(veltrano_dictionary_set(list, word, word));
   EXPECT_FALSE(veltrano_dictionary_set(map, nullptr, word));
   EXPECT_FALSE(veltrano_dictionary_set_int(map, nullptr, 1));
+  const Handle copyOfMap(veltrano_copy(map));
   EXPECT_TRUE(veltrano_dictionary_set_url(map, "key", nullptr));
   EXPECT_FALSE(veltrano_is_valid_nested_type(map));  // the key has no value
+  EXPECT_TRUE(veltrano_is_valid_nested_type(copyOfMap));
   EXPECT_TRUE(veltrano_array_append(list, list));
   const Handle copy(veltrano_copy(list));
   EXPECT_FALSE(veltrano_array_append(copy, word));  // copies are immutable

@@ -12,7 +12,7 @@ from ctypes import POINTER, c_bool, c_char_p, c_double, c_size_t, c_void_p
 
 
 class Text(ctypes.Structure):
-    _fields_ = [("bytes", c_char_p), ("length", c_size_t)]
+    _fields_ = [("bytes", c_void_p), ("length", c_size_t)]
 
 
 Block = ctypes.CFUNCTYPE(None, c_void_p)
@@ -51,11 +51,6 @@ track = declare("track", c_bool, c_char_p, c_void_p, BooleanBlock, c_void_p)
 none, kept = BooleanBlock(), []  # callbacks must live as long as the library
 
 
-def string_of(given):
-    address = c_void_p.from_buffer(given).value  # the field itself reads up to a NUL only
-    return ctypes.string_at(address, given.length).decode() if address else None
-
-
 def exit_in(callback):
     """Returns while the library runs the callback, so that the interpreter exits meanwhile."""
     is_running = threading.Event()
@@ -68,12 +63,14 @@ def exit_in(callback):
         while True:
             pass
 
-    in_sink = LogSink(lambda _, line: string_of(line).endswith("waiting") and stay())
+    in_sink = LogSink(
+        lambda _, line: ctypes.string_at(line.bytes, line.length).endswith(b"waiting") and stay())
     in_token = SessionToken(lambda _: stay())
     in_completion = BooleanBlock(lambda _, accepted: stay())
     in_handler = Block(lambda _: stay())
     kept.extend([in_sink, in_token, in_completion, in_handler])
-    options = Options(size=ctypes.sizeof(Options), collection_host=Text(b"localhost:1", 11))
+    host = Text(ctypes.cast(b"localhost:1", c_void_p), 11)
+    options = Options(size=ctypes.sizeof(Options), collection_host=host)
     if callback in ("sink", "any"):
         options.log_sink = in_sink
         set_logger_enabled(True)

@@ -37,12 +37,9 @@ class BlackHole {
  public:
   BlackHole() {
     sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
     for (int& socket : sockets_)
       socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    bind(sockets_[0], reinterpret_cast<sockaddr*>(&address), size);
     listen(sockets_[0], 0);
     getsockname(sockets_[0], reinterpret_cast<sockaddr*>(&address), &size);
     for (std::size_t i = 1; i < std::size(sockets_); ++i)

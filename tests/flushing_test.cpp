@@ -12,15 +12,10 @@
 namespace veltrano::internal {
 namespace {
 
-class Flushing : public testing::Test {
- protected:
+TEST(Flushing, AnUploadThatEndsOnEnteringTheBackgroundPutsNothingOff) {
   Simulation simulation;
-  Veltrano& tracker = Veltrano::shared();
-};
-
-TEST_F(Flushing, AnUploadThatEndsOnEnteringTheBackgroundPutsNothingOff) {
-  simulation.answer("/track", {.status = 503});
-  tracker.track("E", {}, simulation.completion());
+  simulation.platform.network.answers["/track"] = {.status = 503};
+  Veltrano::shared().track("E", {}, simulation.completion());
   Veltrano::isLoggerEnabled = true;
   bool hasEntered = false;
   simulation.platform.output.onLine = [&](std::string_view line) {
@@ -32,7 +27,9 @@ TEST_F(Flushing, AnUploadThatEndsOnEnteringTheBackgroundPutsNothingOff) {
   EXPECT_EQ(simulation.posts.size(), 2U);
 }
 
-TEST_F(Flushing, WithoutMemoryForAnUploadTheLargestEventIsDropped) {
+TEST(Flushing, WithoutMemoryForAnUploadTheLargestEventIsDropped) {
+  Simulation simulation;
+  Veltrano& tracker = Veltrano::shared();
   tracker.track("small");
   tracker.track("large", {{"text", std::string(1000, 'x')}});
   const auto note = simulation.platform.network.onPost;
@@ -55,7 +52,7 @@ struct ForgetfulNetwork final : ZKURLSessionManager {
   int posts = 0;
 };
 
-TEST(FlushingFaults, AnUploadThatNobodyReportsIsRepeatedWithTheNextEvent) {
+TEST(Flushing, AnUploadThatNobodyReportsIsRepeatedWithTheNextEvent) {
   SimulatedPlatform platform;
   ForgetfulNetwork network;
   Platform services = platform.services();

@@ -30,12 +30,14 @@ class HostFaults : public testing::Test {
     static const Installation installation = PosixPlatform::install(options);
     EXPECT_TRUE(installation) << installation.error;
     options.logSink = [](std::string_view) {};
-    use((new PosixServices(options))->platform());
+    use(options);
     Veltrano::isLoggerEnabled = true;
   }
 
   // Gives the case a library of its own. None is destroyed, because its threads keep running.
-  static void use(const Platform& platform) {
+  static void use(const PosixOptions& options, ZKURLSessionManager* network = nullptr) {
+    Platform platform = (new PosixServices(options))->platform();
+    if (network != nullptr) platform.urlSession = network;
     static auto& replaced = *new std::vector<Library*>;
     replaced.push_back(Library::exchangeCurrent(new Library(platform)));
   }
@@ -169,29 +171,17 @@ TEST_F(HostFaults, ACallbackMayEndItsThread) {
   EXPECT_FALSE(trackLast());
 }
 
-// Accepts every post, on a new thread.
+// Accepts every post, on a new thread, once it does not hang any more.
 struct AcceptingNetwork final : ZKURLSessionManager {
   void postData(PostRequest, URLSessionCallback callback) override {
-    startBackgroundThread("network", [callback = std::move(callback)] {
+    startBackgroundThread("network", [this, callback = std::move(callback)] {
+      isHanging.wait(true);
       std::this_thread::sleep_for(std::chrono::milliseconds(5));  // makes the queue wait
       callback("", URLResponse{200}, std::nullopt);
     });
   }
-};
 
-// Keeps its first post until `release`.
-struct HangingNetwork final : ZKURLSessionManager {
-  void postData(PostRequest request, URLSessionCallback callback) override {
-    if (hasHung.exchange(true)) return network.postData(std::move(request), std::move(callback));
-    hanging = std::move(callback);
-    isHanging.count_down();
-  }
-  void release() { network.postData({}, std::move(hanging)); }
-
-  AcceptingNetwork network;
-  std::atomic<bool> hasHung{false};
-  URLSessionCallback hanging;
-  std::latch isHanging{1};
+  std::atomic<bool> isHanging{false};
 };
 
 std::size_t residentMemory() {
@@ -203,14 +193,13 @@ std::size_t residentMemory() {
 TEST_F(HostFaults, CallsWaitForAHangingUploadInBoundedMemory) {
   constexpr int kThreads = 8;
   constexpr int kCallsPerThread = 100'000;
-  static HangingNetwork network;
-  Platform platform = (new PosixServices(PosixOptions()))->platform();
-  platform.urlSession = &network;
-  use(platform);
+  static AcceptingNetwork network;
+  network.isHanging = true;
+  use({}, &network);
   Veltrano::isLoggerEnabled = false;
   auto& tracker = Veltrano::shared();
   tracker.track("first", {}, [](bool) {});
-  network.isHanging.wait();
+  while (tracker.statistics().inFlight == 0) std::this_thread::yield();
 
   const std::size_t before = residentMemory();
   tracker.removeSuperProperty(std::string(WaitingMemory::kLimit * 5 / 8, 'k'));
@@ -230,7 +219,8 @@ TEST_F(HostFaults, CallsWaitForAHangingUploadInBoundedMemory) {
 
   std::promise<bool> outcome;  // never dropped
   tracker.track("last", {}, [&](bool wasDelivered) { outcome.set_value(wasDelivered); });
-  network.release();
+  network.isHanging = false;
+  network.isHanging.notify_all();
   EXPECT_TRUE(outcome.get_future().get());
   const Statistics counts = expectBalance();
   EXPECT_EQ(counts.recorded, kThreads * kCallsPerThread + 2U);
@@ -245,7 +235,7 @@ TEST_F(HostFaults, ALogSinkMayEndTheThreadThatStartsTheLibrary) {
     options.logSink = [left = std::make_shared<int>(line)](std::string_view) {
       if ((*left)-- == 0) pthread_exit(nullptr);
     };
-    use((new PosixServices(options))->platform());
+    use(options);
     runOnThread([] { Veltrano::shared(); });
     const std::string status = Veltrano::status();
     EXPECT_NE(status.find("Next flush: in "), std::string::npos) << line << ": " << status;
@@ -279,9 +269,7 @@ TEST_F(HostFaults, ALogSinkMayEndItsThreadAtAnyLine) {
     options.logSink = [&sink](std::string_view) {
       if (sink.endsThread()) pthread_exit(nullptr);
     };
-    Platform platform = (new PosixServices(options))->platform();
-    platform.urlSession = &network;
-    use(platform);
+    use(options, &network);
     auto& tracker = Veltrano::shared();
     sink.linesLeft = line;
     tracker.track("first", {}, [&](bool) { sink.finish(); });

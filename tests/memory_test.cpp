@@ -40,7 +40,6 @@ PosixOptions refusedOptions() {
 
 // Installs the platform and uses the library for the first time. Runs in a child process.
 int installWithout(int first, int count) {
-  alarm(30);
   PosixOptions options = refusedOptions();
   options.infoDictionary = HostMap{{"CFBundleShortVersionString", "1.2.3"}};
   options.carrierName = "a name that is too long to be stored in place";
@@ -59,7 +58,6 @@ int installWithout(int first, int count) {
 
 // Shuts the library down, long before the deadline. Runs in a child process.
 int shutDownWithout(int first, int count) {
-  alarm(30);
   const auto installation = PosixPlatform::install(refusedOptions());
   Veltrano::shared();
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::hours(1);
@@ -71,7 +69,6 @@ int shutDownWithout(int first, int count) {
 
 // Uses the library on a new thread for the first time. Runs in a child process.
 int useOnThreadWithout(int first, int count) {
-  alarm(30);
   if (!PosixPlatform::install(refusedOptions())) return 1;
   auto& tracker = Veltrano::shared();
   std::thread([&] {
@@ -93,7 +90,10 @@ void failEachAllocation(int (*work)(int first, int count)) {
     int status = 0;
     for (int first = 0; status == 0; ++first) {
       const pid_t child = fork();
-      if (child == 0) _exit(work(first, count));
+      if (child == 0) {
+        alarm(30);
+        _exit(work(first, count));
+      }
       ASSERT_EQ(waitpid(child, &status, 0), child);
       ASSERT_TRUE(status == 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 2))
           << status << " at " << first;
@@ -168,10 +168,7 @@ TEST(MemoryTest, WhicheverAllocationFailsTheRestGoesOn) {
   auto& tracker = Veltrano::shared();
 
   std::uint64_t calls = 0;
-  const struct {
-    int count;
-    bool logs;
-  } rounds[] = {{1, false}, {3, false}, {1, true}, {3, true}};
+  const std::pair<int, bool> rounds[] = {{1, false}, {3, false}, {1, true}, {3, true}};
   for (const auto& [count, logs] : rounds) {
     Veltrano::isLoggerEnabled = logs;
     bool hasFailed = true;

@@ -14,7 +14,7 @@
 
 #include <array>
 #include <atomic>
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -23,6 +23,7 @@
 #include <thread>
 
 #include "platform/host_callback.h"
+#include "tests/support/directory.h"
 #include "tests/support/failures.h"
 #include "tests/support/posting.h"
 
@@ -99,11 +100,9 @@ TEST(NetworkFaults, WithoutDescriptorsPostsEndAndLaterOnesSucceed) {
 
 // The descriptor numbers that a program executed by the host sees.
 std::string inheritedDescriptors() {
-  std::string text;
-  std::FILE* const list = popen("ls /proc/self/fd", "r");
-  for (int c = std::fgetc(list); c != EOF; c = std::fgetc(list)) text += static_cast<char>(c);
-  pclose(list);
-  return text;
+  const Directory directory;
+  EXPECT_EQ(std::system(("ls /proc/self/fd >" + directory / "list").c_str()), 0);
+  return contentsOf(directory / "list");
 }
 
 TEST(NetworkFaults, DescriptorsAreNeitherInheritedNorKept) {
@@ -282,26 +281,6 @@ TEST(NetworkFaults, EveryPostIsReportedOnceWhicheverAllocationFails) {
     }
     EXPECT_GT(first, 100) << "not every allocation was seen";
   }
-}
-
-TEST(NetworkFaults, ShuttingDownLetsPostsFinishAndThenIsSilent) {
-  std::promise<void> release;
-  const auto released = release.get_future().share();
-  TLSServer server([&](int number) {
-    if (number == 2) released.wait();
-    return answer("200 OK");
-  });
-  PosixURLSession session(trusting(server.authorities()));
-  EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
-  auto underWay = start(session, requestTo(server.url()));
-  while (server.requests().size() < 2) std::this_thread::yield();
-  auto ended = std::async([&] { return session.shutDown(std::chrono::steady_clock::now() + 30s); });
-  while (!post(session, requestTo(server.url() + "/other")).error) {  // not yet shutting down
-  }
-  release.set_value();
-  EXPECT_TRUE(ended.get());
-  EXPECT_EQ(underWay.get().status(), 200);
-  session.postData(requestTo(server.url()), [](auto, auto, auto) { ADD_FAILURE(); });
 }
 
 }  // namespace

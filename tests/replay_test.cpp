@@ -101,9 +101,7 @@ TEST(Replay, ABrokenLawIsSeen) {
 {"op":"setCollecting","at":30,"on":false}
 {"op":"end","at":60})",
        [&](std::string_view line) { good += line; });
-  const struct {
-    const char *text, *instead, *broken;
-  } changes[] = {
+  const std::tuple<const char*, const char*, const char*> changes[] = {
       {"\"time\":1700000000000", "\"time\":1700000020002", "of the future"},
       {"Scheduling a flush", "", "schedules no flush"},
       {"Canceling scheduled flush!", "Setting collecting to false", "without consent"},

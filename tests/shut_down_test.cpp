@@ -71,6 +71,17 @@ std::uint64_t left() {
   return last.droppedByShutDown;
 }
 
+// Returns once a heartbeat is under way.
+void beat() {
+  Veltrano::shared().setUserId("user");
+  while (host().server->requests().empty())
+    host().platform->mainRunLoop().runUntil(Clock::now() + std::chrono::milliseconds(10));
+}
+
+bool isSendingNothingMore() {
+  return Veltrano::status().starts_with("Nothing is sent");
+}
+
 // Shuts down with a late deadline, then with one that has passed. Any reply comes too late.
 void shutDownTwice(const std::function<bool()>& firstHasBegun) {
   std::jthread first([] { expect(!host().shutDown(seconds(60)), "something was left"); });
@@ -254,11 +265,23 @@ TEST_F(ShutDown, EndsAtTheEarliestDeadline) {
     shutDownTwice([&] { return !it.server->requests().empty(); });
   });
   expectExit([] {  // while the first one waits for a heartbeat
-    Host& it = host([](int) { return TLSServer::Reply{}; });
-    Veltrano::shared().setUserId("user");
-    while (it.server->requests().empty())
-      it.platform->mainRunLoop().runUntil(Clock::now() + std::chrono::milliseconds(10));
-    shutDownTwice([] { return Veltrano::status().starts_with("Nothing is sent"); });
+    host([](int) { return TLSServer::Reply{}; });
+    beat();
+    shutDownTwice(isSendingNothingMore);
+  });
+}
+
+TEST_F(ShutDown, LetsAHeartbeatEnd) {
+  expectExit([] {
+    Host& it = host([](int) {
+      while (!isSendingNothingMore()) std::this_thread::yield();
+      return answer("200 OK");
+    });
+    std::atomic<int> status{0};
+    it.onTransfer = [&](const TransferReport& report) { status = report.status; };
+    beat();
+    expect(it.shutDown(), "it was complete");
+    expect(status == 200, "the heartbeat arrived");
   });
 }
 

@@ -24,7 +24,8 @@ TEST(Status, SaysWhyNothingArrives) {
   simulation.platform.clock.jump(std::chrono::hours(1));
   expectStatus("Next flush: in 15 s\n");
 
-  simulation.answer("/track", {.status = 400, .latency = std::chrono::seconds(3)});
+  simulation.platform.network.answers["/track"] = {.status = 400,
+                                                   .latency = std::chrono::seconds(3)};
   simulation.runUntil(21);
   expectStatus("Next flush: after the upload in progress\n");
   simulation.runUntil(25);

@@ -84,13 +84,9 @@ struct ExploredThreads {
 
 struct Node {
   virtual ~Node() = default;
-  virtual void run() = 0;
+  virtual void run() {}
   ExploredThreads::Atomic<Node*> next{nullptr};
   bool isDeferred = false;
-};
-
-struct Numbered final : Node {
-  void run() override {}
   int number = 0;
 };
 
@@ -118,7 +114,7 @@ struct Exploration : rl::test_suite<Exploration<kWakes>, 3> {
 
   void readAll() {
     while (Node* const node = queue.takeOldest()) {
-      const int number = static_cast<Numbered*>(node)->number;
+      const int number = node->number;
       RL_ASSERT(number ==
                 next[number / 10] + number / 10 * 10);  // each once, in its thread's order
       ++next[number / 10];
@@ -139,7 +135,7 @@ struct Exploration : rl::test_suite<Exploration<kWakes>, 3> {
   }
 
   Node* block(int index, int number) {
-    Numbered& made = blocks[index - 1][number];
+    Node& made = blocks[index - 1][number];
     made.number = index * 10 + number;
     return &made;
   }
@@ -148,7 +144,7 @@ struct Exploration : rl::test_suite<Exploration<kWakes>, 3> {
   using Queue = Submissions<Node, ExploredThreads>;
   Queue queue;
   ExploredThreads::Atomic<bool> isOver{false};
-  Numbered blocks[2][2];
+  Node blocks[2][2];
   int next[3] = {};
   int read = 0;
 };

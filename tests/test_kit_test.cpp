@@ -5,7 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -19,6 +19,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "tests/support/directory.h"
 #include "tests/support/trace_laws.h"
 #include "veltrano/posix_platform.h"
 #include "veltrano/testing.h"
@@ -41,13 +42,6 @@ veltrano::PosixOptions options() {
   return options;
 }
 
-template <class Value>
-std::string printed(const Value& value) {
-  std::ostringstream out;
-  out << value;
-  return out.str();
-}
-
 // Tracks an event that forces its upload, and notes the outcome.
 void post(std::vector<bool>& outcomes, kit::World& world, kit::Duration pause = 0s) {
   Veltrano::shared().track("E", {}, [&](bool accepted) { outcomes.push_back(accepted); });
@@ -67,10 +61,9 @@ TEST(Values, AreComparedAndPrintedAsTheyAreSent) {
   EXPECT_EQ(HostValue(veltrano::NSNumber(7, 1)), true);
   EXPECT_EQ(map, (HostMap{{"a", 2.5f}, {"b", std::vector<int>{1}}}));
   EXPECT_NE(map, (HostMap{{"a", 2.5f}}));
-  EXPECT_EQ(printed(map), R"({"a": 2.5, "b": [1, an object of another type]})");
-  EXPECT_EQ(printed(Array{date, "\"", UINT64_MAX, veltrano::NSNull(), HostValue()}),
+  EXPECT_EQ(testing::PrintToString(map), R"({"a": 2.5, "b": [1, an object of another type]})");
+  EXPECT_EQ(testing::PrintToString(Array{date, "\"", UINT64_MAX, veltrano::NSNull(), HostValue()}),
             R"(["1970-01-01T00:00:00.500Z", "\"", 18446744073709551615, null, absent])");
-  EXPECT_EQ(testing::PrintToString(Array{"a", 2}), printed(Array{"a", 2}));
   EXPECT_EQ(testing::PrintToString(Origin::superProperty), "superProperty");
 }
 
@@ -131,7 +124,7 @@ TEST(Lookups, SayWhatIsThere) {
   EXPECT_THROW(world.advance(-1s), kit::Error);
   EXPECT_THROW(world.advance(kit::Duration::max()), kit::Error);
   EXPECT_EQ(world.waiting(), 1u);
-  EXPECT_EQ(printed(world.complaints()), "none");
+  EXPECT_EQ((std::ostringstream() << world.complaints()).str(), "none");
 }
 
 TEST(Rules, AreUsedUpInTheirOrder) {
@@ -227,7 +220,7 @@ void expectComplaints(const Host& host, std::initializer_list<const char*> expec
   host(world);
   EXPECT_EQ(world.complaints().size(), expected.size()) << world.complaints();
   for (const char* const words : expected)
-    EXPECT_NE(printed(world.complaints()).find(words), std::string::npos)
+    EXPECT_NE(testing::PrintToString(world.complaints()).find(words), std::string::npos)
         << words << world.complaints();
 }
 
@@ -352,7 +345,7 @@ TEST(Worlds, CanBeTheNextLaunch) {
   second.advance(200s);
   EXPECT_EQ(second.heartbeats().size(), 2u);
   EXPECT_EQ(second.heartbeats().back().at(), 101s);
-  EXPECT_EQ(printed(second.heartbeats().back().at()), "101.000000 s");
+  EXPECT_EQ(testing::PrintToString(second.heartbeats().back().at()), "101.000000 s");
   const auto found = second.delivered().with({{"plan", "free"}, {"items.0.id", 7}}).only("Bought");
   EXPECT_EQ(found["$model"], "Player 3");
   EXPECT_TRUE(second.delivered().with({{"plan", "none"}}).empty());
@@ -644,16 +637,13 @@ TEST(ShutDown, OnAnotherThreadEndsAtTheDeadline) {
 
 // The lines of the trace of a scenario.
 std::vector<std::string> replayed(const std::string& scenario) {
-  const auto file = std::filesystem::temp_directory_path() /
-                    ("veltrano-trace-" + std::to_string(getpid()) + ".jsonl");
-  std::ofstream(file) << scenario;
-  FILE* const pipe = popen((REPLAY_PROGRAM " --readable " + file.string()).c_str(), "r");
-  std::vector<std::string> lines(1);
-  for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe))
-    c == '\n' ? void(lines.emplace_back()) : lines.back().push_back(static_cast<char>(c));
-  lines.pop_back();
-  EXPECT_EQ(pclose(pipe), 0) << scenario;
-  std::filesystem::remove(file);
+  const veltrano::internal::Directory directory;
+  const std::string command =
+      REPLAY_PROGRAM " --readable " + directory.write("scenario", scenario) + " >";
+  EXPECT_EQ(std::system((command + directory / "trace").c_str()), 0) << scenario;
+  std::ifstream trace(directory / "trace");
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(trace, line);) lines.push_back(line);
   return lines;
 }
 

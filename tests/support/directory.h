@@ -1,12 +1,12 @@
 #pragma once
 
-#include <stdlib.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <string_view>
+
+#include "tools/temporary_directory.h"
 
 namespace veltrano::internal {
 
@@ -16,20 +16,16 @@ inline std::string contentsOf(const std::filesystem::path& path) {
 }
 
 /// A temporary directory.
-class Directory {
+class Directory : tools::TemporaryDirectory {
  public:
-  Directory() { path_ = mkdtemp(path_.data()); }
-  ~Directory() { std::filesystem::remove_all(path_); }
+  Directory() : TemporaryDirectory("veltrano") {}
 
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+  std::string operator/(const std::string& name) const { return path() / name; }
   std::string write(const std::string& name, std::string_view text) const {
     std::filesystem::create_directories(std::filesystem::path(*this / name).parent_path());
     std::ofstream(*this / name) << text;
     return *this / name;
   }
-
- private:
-  std::string path_ = std::filesystem::temp_directory_path() / "veltrano-XXXXXX";
 };
 
 }  // namespace veltrano::internal

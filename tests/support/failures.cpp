@@ -123,7 +123,6 @@ int __wrap_getaddrinfo(const char* host, const char* port, const addrinfo* hints
                        addrinfo** found) {
   if (failures::kStuckName != host) return __real_getaddrinfo(host, port, hints, found);
   ++failures::stuckLookups;
-  failures::stuckLookups.notify_all();
   failures::areLookupsStuck.wait(true);
   return __real_getaddrinfo("127.0.0.1", port, hints, found);
 }

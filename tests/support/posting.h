@@ -51,17 +51,14 @@ inline TLSServer::Reply answer(const std::string& status, const std::string& bod
                    "\r\n" + head + "\r\n" + body};
 }
 
-/// An interceptor made from a function.
-template <class Function>
-struct Interceptor final : ZKInterceptor {
-  explicit Interceptor(Function body) : function(std::move(body)) {}
-  void intercept(URLRequest& request) const override { function(request); }
-  Function function;
-};
-
 template <class Function>
 std::shared_ptr<const ZKInterceptor> interceptor(Function function) {
-  return std::make_shared<Interceptor<Function>>(std::move(function));
+  struct FunctionInterceptor final : ZKInterceptor {
+    explicit FunctionInterceptor(Function its) : function(std::move(its)) {}
+    void intercept(URLRequest& request) const override { function(request); }
+    Function function;
+  };
+  return std::make_shared<FunctionInterceptor>(std::move(function));
 }
 
 }  // namespace veltrano::internal

@@ -20,13 +20,6 @@ Simulation::~Simulation() {
   Veltrano::isLoggerEnabled = false;
 }
 
-std::vector<std::string> Simulation::takeMessages() {
-  std::vector<std::string> messages;
-  for (const std::string& line : lines) messages.push_back(line.substr(line.find(" | ") + 3));
-  lines.clear();
-  return messages;
-}
-
 std::string text(const rapidjson::Value& object, std::string_view key) {
   const auto member =
       object.FindMember(rapidjson::Value(key.data(), static_cast<rapidjson::SizeType>(key.size())));

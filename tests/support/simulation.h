@@ -29,19 +29,10 @@ class Simulation {
   /// Runs what is due now, without advancing the time.
   void settle() { platform.timeline.runUntil(platform.timeline.now()); }
 
-  double now() const { return std::chrono::duration<double>(platform.timeline.now()).count(); }
-
-  void answer(const std::string& path, SimulatedAnswer answer) {
-    platform.network.answers[path] = std::move(answer);
-  }
-
   /// A completion that adds its outcome to `outcomes`.
   Veltrano::FlushCompletion completion() {
     return [this](bool result) { outcomes.push_back(result); };
   }
-
-  /// Removes and returns the messages logged so far, without their prefix.
-  std::vector<std::string> takeMessages();
 
   SimulatedPlatform platform;
   std::vector<std::string> lines;

@@ -22,14 +22,11 @@ int refuseHTTP2(SSL*, const unsigned char** chosen, unsigned char* length,
   return SSL_TLSEXT_ERR_OK;
 }
 
-// Writes the certificate to `pemFile`.
-SSL_CTX* makeServerContext(const TLSCertificate& options, const std::string& pemFile) {
-  const collector::Certificate made = collector::makeCertificate(options);
-  collector::writePEM(made, pemFile, {});
-  SSL_CTX* const context = SSL_CTX_new(TLS_server_method());
-  SSL_CTX_use_certificate(context, made.certificate.get());
-  SSL_CTX_use_PrivateKey(context, made.key.get());
-  return context;
+template <class Write>
+void send(const TLSReply& reply, Write write) {
+  if (!reply.bytes.empty() && !write(reply.bytes)) return;
+  while (!reply.endless.empty() && write(reply.endless)) {
+  }
 }
 
 }  // namespace
@@ -47,7 +44,11 @@ TLSServer::TLSServer(Handler handler, TLSServerOptions options)
   getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
   port_ = ntohs(address.sin_port);
 
-  context_ = makeServerContext(options_.certificate, pemFile_);
+  const collector::Certificate made = collector::makeCertificate(options_.certificate);
+  collector::writePEM(made, pemFile_, {});
+  context_ = SSL_CTX_new(TLS_server_method());
+  SSL_CTX_use_certificate(context_, made.certificate.get());
+  SSL_CTX_use_PrivateKey(context_, made.key.get());
   SSL_CTX_set_max_proto_version(context_, options_.newestProtocol);
   SSL_CTX_set_alpn_select_cb(context_, refuseHTTP2, nullptr);
   acceptor_ = std::thread([this] { accept(); });
@@ -92,11 +93,6 @@ int TLSServer::connections() const {
   return static_cast<int>(connections_.size());
 }
 
-void TLSServer::waitForConnectionEnds(int count) {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [&] { return ended_ >= count; });
-}
-
 void TLSServer::accept() {
   // Inherited by the connections' threads, so that SIGPIPE does not kill the test.
   sigset_t signals;
@@ -135,9 +131,7 @@ void TLSServer::serve(int socket) {
   }
   SSL_free(tls);
   shutdown(socket, SHUT_RDWR);
-  const std::lock_guard lock(mutex_);
   ++ended_;
-  changed_.notify_all();
 }
 
 // Resets the connection, if it is one of the first ones that are to be.
@@ -163,13 +157,6 @@ bool TLSServer::actAsProxy(int socket) {
   send(*options_.asProxy,
        [&](const std::string& bytes) { return ::send(socket, bytes.data(), bytes.size(), 0) > 0; });
   return !options_.asProxy->endsConnection;
-}
-
-template <class Write>
-void TLSServer::send(const Reply& reply, Write write) {
-  if (!reply.bytes.empty() && !write(reply.bytes)) return;
-  while (!reply.endless.empty() && write(reply.endless)) {
-  }
 }
 
 /// Empty when the client closes the connection.

@@ -2,7 +2,7 @@
 
 #include <openssl/ssl.h>
 
-#include <condition_variable>
+#include <atomic>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -15,8 +15,6 @@
 
 namespace veltrano::internal {
 
-using TLSCertificate = collector::CertificateOptions;
-
 struct TLSReply {
   std::string bytes;  // the whole response, head and body; empty: none, the client waits
   bool endsConnection = false;
@@ -24,7 +22,7 @@ struct TLSReply {
 };
 
 struct TLSServerOptions {
-  TLSCertificate certificate = {};
+  collector::CertificateOptions certificate = {};
   int newestProtocol = 0;                // such as TLS1_1_VERSION; 0: OpenSSL's newest
   bool readsBodies = true;               // false: answers as soon as the head has arrived
   int resets = 0;                        // so many connections are reset before their handshake
@@ -49,7 +47,7 @@ class TLSServer {
 
   std::vector<std::string> requests() const;  // head and body, including CONNECTs, as they arrived
   int connections() const;
-  void waitForConnectionEnds(int count);
+  int endedConnections() const { return ended_; }
 
  private:
   void accept();
@@ -57,8 +55,6 @@ class TLSServer {
   bool reset(int socket);
   bool actAsProxy(int socket);
   std::string readRequest(SSL* tls) const;
-  template <class Write>
-  static void send(const Reply& reply, Write write);
 
   const Handler handler_;
   const TLSServerOptions options_;
@@ -67,13 +63,12 @@ class TLSServer {
   const std::string pemFile_ = directory_ / "authority.pem";
   int listener_;
   int port_ = 0;
+  std::atomic<int> ended_{0};  // connections
 
   mutable std::mutex mutex_;
-  std::condition_variable changed_;
   std::vector<std::string> requests_;  // guarded by mutex_, like everything below
   std::vector<int> sockets_;
   std::vector<std::thread> connections_;
-  int ended_ = 0;  // connections
   bool stopping_ = false;
   std::thread acceptor_;
 };
