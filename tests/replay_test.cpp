@@ -118,8 +118,9 @@ TEST(Replay, ABrokenLawIsSeen) {
 TEST(Replay, TracesKeepToTheirLaws) {
   const veltrano::internal::Directory directory;
   const std::string program = SCENARIOS_PROGRAM;
-  ASSERT_EQ(std::system((program + " --count 50 " + (directory / "usual")).c_str()), 0);
-  ASSERT_EQ(std::system((program + " --count 50 --rare " + (directory / "rare")).c_str()), 0);
+  const std::string count = " --count " + std::to_string(50 / VELTRANO_STRIDE);
+  ASSERT_EQ(std::system((program + count + " " + (directory / "usual")).c_str()), 0);
+  ASSERT_EQ(std::system((program + count + " --rare " + (directory / "rare")).c_str()), 0);
   std::filesystem::copy(SCENARIOS, directory / "recorded");
   std::filesystem::copy(SCENARIOS "/../../examples/scenarios", directory / "examples");
   for (const auto& entry : std::filesystem::recursive_directory_iterator(directory / "")) {
