@@ -18,8 +18,6 @@
 namespace veltrano::internal {
 namespace {
 
-using Reply = TLSServer::Reply;
-
 // Anything longer is a hang. Exit waits two seconds for a callback that does not return; any other
 // ending takes about 2 ms. The result records the longest of a state.
 constexpr double kMaxMilliseconds = 20'000;
@@ -64,7 +62,7 @@ double runHost(const std::string& state, const std::string& ending) {
         state == "calling back")
       return answer("200 OK");
     EXPECT_EQ(write(input.ends[1], "!", 1), 1);
-    return state == "back-off" ? answer("503 Busy", "", "Retry-After: 20\r\n") : Reply{};
+    return state == "back-off" ? answer("503 Busy", "", "Retry-After: 20\r\n") : TLSReply{};
   });
   const BlackHole hole;
   const std::string host =

@@ -40,7 +40,7 @@ TEST(Flushing, WithoutMemoryForAnUploadTheLargestEventIsDropped) {
   EXPECT_EQ(tracker.statistics().uploadsFailedForMemory, 1U);
   EXPECT_EQ(tracker.statistics().droppedForMemory, 1U);
   simulation.platform.network.onPost = note;
-  simulation.runUntil(25);
+  simulation.runUntil(20);
   ASSERT_EQ(simulation.posts.size(), 1U);
   EXPECT_EQ(simulation.posts[0].Size(), 2U);
   EXPECT_STREQ(simulation.posts[0][1u]["event"].GetString(), "last");

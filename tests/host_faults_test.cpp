@@ -247,33 +247,24 @@ TEST_F(HostFaults, ALogSinkMayEndTheThreadThatStartsTheLibrary) {
 TEST_F(HostFaults, ALogSinkMayEndItsThreadAtAnyLine) {
   static AcceptingNetwork network;
   struct Sink {
-    int linesLeft = -1;              // guarded by mutex; negative: ends no thread
-    std::promise<bool> hasEndedOne;  // false: the completion came first
-    std::mutex mutex;
-
-    bool endsThread() {
-      const std::lock_guard lock(mutex);
-      if (linesLeft < 0 || !HostCode::isLibraryThread || linesLeft-- > 0) return false;
-      hasEndedOne.set_value(true);
-      return true;
-    }
-    void finish() {
-      const std::lock_guard lock(mutex);
-      if (std::exchange(linesLeft, -1) >= 0) hasEndedOne.set_value(false);
-    }
+    std::atomic<int> linesLeft;
+    std::atomic<bool> hasEndedOne{false};
+    std::atomic<bool> isOver{false};  // a thread has ended, or the completion came first
   };
   bool hasEndedOne = true;
   for (int line = 0; hasEndedOne; ++line) {
-    auto& sink = *new Sink;  // leaked, because the threads keep running
+    auto& sink = *new Sink{line};  // leaked, because the threads keep running
     PosixOptions options;
     options.logSink = [&sink](std::string_view) {
-      if (sink.endsThread()) pthread_exit(nullptr);
+      if (sink.isOver || !HostCode::isLibraryThread || sink.linesLeft-- > 0) return;
+      sink.isOver = sink.hasEndedOne = true;
+      pthread_exit(nullptr);
     };
     use(options, &network);
     auto& tracker = Veltrano::shared();
-    sink.linesLeft = line;
-    tracker.track("first", {}, [&](bool) { sink.finish(); });
-    hasEndedOne = sink.hasEndedOne.get_future().get();
+    tracker.track("first", {}, [&](bool) { sink.isOver = true; });
+    while (!sink.isOver) std::this_thread::yield();
+    hasEndedOne = sink.hasEndedOne;
     EXPECT_TRUE(trackLast());
     const Statistics counts = tracker.statistics();
     EXPECT_EQ(counts.recorded, 2U) << "ended at line " << line;

@@ -31,13 +31,6 @@ namespace veltrano::internal {
 namespace {
 
 using namespace std::chrono_literals;
-using Reply = TLSServer::Reply;
-
-#ifdef VELTRANO_SANITIZED
-constexpr bool kIsSanitized = true;
-#else
-constexpr bool kIsSanitized = false;
-#endif
 
 // The names of the library's threads, once they are as many as `expected`.
 std::multiset<std::string> threads(std::size_t expected) {
@@ -78,7 +71,9 @@ TEST(NetworkFaults, WithoutMoreThreadsPostsAreSentAndReportedByTheTwoThatExist) 
 }
 
 TEST(NetworkFaults, WithoutDescriptorsPostsEndAndLaterOnesSucceed) {
-  if (kIsSanitized) GTEST_SKIP() << "Sanitizers need descriptors themselves.";
+#ifdef VELTRANO_SANITIZED
+  GTEST_SKIP() << "Sanitizers need descriptors themselves.";
+#endif
   TLSServer server([](int) { return answer("200 OK"); });
   auto options = trusting(server.authorities());
   options.attemptTimeout = 5s;  // the server runs out of descriptors, too
@@ -106,12 +101,14 @@ std::string inheritedDescriptors() {
 }
 
 TEST(NetworkFaults, DescriptorsAreNeitherInheritedNorKept) {
-  if (kIsSanitized) GTEST_SKIP() << "ThreadSanitizer knows one descriptor table only.";
+#ifdef VELTRANO_SANITIZED
+  GTEST_SKIP() << "ThreadSanitizer knows one descriptor table only.";
+#endif
   if (VELTRANO_PORTABLE) GTEST_SKIP() << "POSIX knows one descriptor table only.";
   std::binary_semaphore hasCome(0);
   TLSServer server([&](int) {
     hasCome.release();
-    return Reply{};
+    return TLSReply{};
   });
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
@@ -236,7 +233,7 @@ TEST(NetworkFaults, InAForkARouteThatReturnsEndsARest) {
 }
 
 TEST(NetworkFaults, HangingHeartbeatsDoNotHoldUpAnUpload) {
-  TLSServer server([](int number) { return number == 2 ? Reply{} : answer("200 OK"); });
+  TLSServer server([](int number) { return number == 2 ? TLSReply{} : answer("200 OK"); });
   PosixURLSession session(trusting(server.authorities()));
   EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
   const auto heartbeat = requestTo(server.url() + "/heartbeat");

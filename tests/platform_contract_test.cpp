@@ -171,9 +171,12 @@ TYPED_TEST(PlatformContract, TimersFireOnceByDueTimeUnlessInvalidated) {
   });
   meanwhile = timers.schedule(milliseconds(15), Duration(0), this->note("invalidated"));
   timers.schedule(milliseconds(20), Duration(0), this->note("second"));
+  timers.schedule(Duration(0), Duration(0), this->note("now"));
+  timers.schedule(Duration(-1), Duration(0), this->note("past"));
   timers.schedule(Duration::max(), Duration::max(), this->note("never"));
   this->world.runUntilDone();
-  EXPECT_EQ(this->log, (typename TestFixture::Log{"first", "second", "from a timer"}));
+  EXPECT_EQ(this->log,
+            (typename TestFixture::Log{"now", "past", "first", "second", "from a timer"}));
 }
 
 TYPED_TEST(PlatformContract, ObserversRunInOrderDuringThePosting) {

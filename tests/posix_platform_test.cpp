@@ -464,6 +464,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   };
   const auto installation = PosixPlatform::install(options);
   ASSERT_TRUE(installation) << installation.error;
+  EXPECT_NE(PosixPlatform::install(options).error.find("installed already"), std::string::npos);
   const Platform& services = Library::current().client().platform;
   EXPECT_EQ(services.sessionTokenProvider->sessionToken(), std::nullopt);
   services.standardOutput->writeLine("line");

@@ -49,7 +49,7 @@ struct Host {
   PosixPlatform* platform = nullptr;
 };
 
-TLSServer::Reply accept(int) {
+TLSReply accept(int) {
   return answer("200 OK");
 }
 
@@ -82,11 +82,11 @@ bool isSendingNothingMore() {
   return Veltrano::status().starts_with("Nothing is sent");
 }
 
-// Shuts down with a late deadline, then with one that has passed. Any reply comes too late.
-void shutDownTwice(const std::function<bool()>& firstHasBegun) {
-  std::jthread first([] { expect(!host().shutDown(seconds(60)), "something was left"); });
+// Shuts down on two threads. Any reply comes too late for one of the deadlines.
+void shutDownTwice(const std::function<bool()>& firstHasBegun, seconds time, seconds otherTime) {
+  std::jthread first([&] { expect(!host().shutDown(time), "something was left"); });
   while (!firstHasBegun()) std::this_thread::yield();
-  expect(!host().shutDown(seconds(0)), "the second call has the result of the first");
+  expect(!host().shutDown(otherTime), "the second call has the result of the first");
 }
 
 class ShutDown : public testing::Test {
@@ -193,10 +193,16 @@ TEST_F(ShutDown, TriesAgainUntilItsDeadline) {
     expect(it.shutDown(), "it was complete");
     expect(it.server->requests().size() == 3, "it took three requests");
   });
-  expectExit([] {
+  expectExit([] {  // the application returns meanwhile, which changes nothing
     Host& it = host([](int) { return answer("404 None"); });
+    it.onLine = [](std::string_view line) {
+      expect(!line.ends_with("App becoming active!"), "no report was announced");
+    };
     Veltrano::shared().track("E");
-    expect(!it.shutDown(seconds(5)), "the event was left");
+    std::jthread other([&] { expect(!it.shutDown(seconds(5)), "the event was left"); });
+    while (it.server->requests().empty()) std::this_thread::yield();
+    it.platform->applicationWillEnterForeground();
+    other.join();
     expect(it.server->requests().size() > 1, "it tried again");
     expect(left() == 1, "the event is counted");
   });
@@ -204,7 +210,7 @@ TEST_F(ShutDown, TriesAgainUntilItsDeadline) {
 
 TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
   expectExit([] {  // the collection host hangs
-    Host& it = host([](int) { return TLSServer::Reply{}; });
+    Host& it = host([](int) { return TLSReply{}; });
     auto& tracker = Veltrano::shared();
     const auto held = std::make_shared<int>();
     std::atomic<int> outcomes{0};
@@ -241,7 +247,7 @@ TEST_F(ShutDown, EndsAtItsDeadlineWhateverHangs) {
     while (held.use_count() > 1) std::this_thread::yield();  // the completion is released
   };
   expectExit([] { hangInReports(accept); });
-  expectExit([] { hangInReports([](int) { return TLSServer::Reply{}; }); });
+  expectExit([] { hangInReports([](int) { return TLSReply{}; }); });
 }
 
 TEST_F(ShutDown, WithADeadlineThatHasPassedSendsAndForgetsNothing) {
@@ -259,15 +265,17 @@ TEST_F(ShutDown, WithADeadlineThatHasPassedSendsAndForgetsNothing) {
 }
 
 TEST_F(ShutDown, EndsAtTheEarliestDeadline) {
-  expectExit([] {  // while the first one flushes
-    Host& it = host([](int) { return TLSServer::Reply{}; });
+  static constexpr auto shutDownInFlush = [](seconds time, seconds otherTime) {
+    Host& it = host([](int) { return TLSReply{}; });
     Veltrano::shared().track("E");
-    shutDownTwice([&] { return !it.server->requests().empty(); });
-  });
+    shutDownTwice([&] { return !it.server->requests().empty(); }, time, otherTime);
+  };
+  expectExit([] { shutDownInFlush(seconds(60), seconds(0)); });
+  expectExit([] { shutDownInFlush(seconds(1), seconds(60)); });
   expectExit([] {  // while the first one waits for a heartbeat
-    host([](int) { return TLSServer::Reply{}; });
+    host([](int) { return TLSReply{}; });
     beat();
-    shutDownTwice(isSendingNothingMore);
+    shutDownTwice(isSendingNothingMore, seconds(60), seconds(0));
   });
 }
 

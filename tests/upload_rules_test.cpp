@@ -51,22 +51,19 @@ std::optional<Rest> restAfter(Rests& rests, int count, const AttemptResult& resu
 
 TEST(Rests, FollowTroubleAsThePathSeesIt) {
   const AttemptResult silence;
-  const struct {
-    AttemptResult result;
-    bool isTroubleOfTrack, isTroubleOfHeartbeat;
-  } cases[] = {
+  const std::tuple<AttemptResult, bool, bool> cases[] = {
       {status(200), false, false}, {status(201), true, false}, {status(302), true, false},
       {status(400), false, false}, {status(401), true, false}, {status(404), true, false},
       {status(408), true, true},   {status(413), true, false}, {status(429), true, true},
       {status(500), true, true},   {status(503), true, true},  {status(599), true, true},
       {kUnconnected, true, true},  {silence, true, true},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.result.httpStatusCode.value_or(0));
+  for (const auto& [result, isTroubleOfTrack, isTroubleOfHeartbeat] : cases) {
+    SCOPED_TRACE(result.httpStatusCode.value_or(0));
     Rests track(EndpointPath::track);
     Rests heartbeat(EndpointPath::heartbeat);
-    EXPECT_EQ(restAfter(track, 3, c.result).has_value(), c.isTroubleOfTrack);
-    EXPECT_EQ(restAfter(heartbeat, 3, c.result).has_value(), c.isTroubleOfHeartbeat);
+    EXPECT_EQ(restAfter(track, 3, result).has_value(), isTroubleOfTrack);
+    EXPECT_EQ(restAfter(heartbeat, 3, result).has_value(), isTroubleOfHeartbeat);
   }
 }
 

@@ -16,7 +16,6 @@ namespace veltrano::internal {
 namespace {
 
 using namespace std::chrono_literals;
-using Reply = TLSServer::Reply;
 
 bool hasTimedOut(const std::string& reason) {
   return reason.find("imed out") != reason.npos ||
@@ -59,7 +58,7 @@ TEST(HTTPHeaders, CannotBeForged) {
 
 TEST(URLSession, RepeatsOnlyWhatTheServerPutsOffOrNeverGot) {
   const struct {
-    std::vector<Reply> replies;
+    std::vector<TLSReply> replies;
     std::optional<std::set<int>> dontRetry;
     int status;
     std::size_t requests;
@@ -107,7 +106,8 @@ TEST(URLSession, ReportsEveryAttempt) {
   TLSServer server([](int number) {
     if (number == 1) return answer("503 Busy", "wait");
     if (number == 2) return answer("200 OK", std::string(500, ' '));
-    return number == 3 ? Reply{.bytes = "HTTP/1.1 200 OK\r\n", .endsConnection = true} : Reply{};
+    return number == 3 ? TLSReply{.bytes = "HTTP/1.1 200 OK\r\n", .endsConnection = true}
+                       : TLSReply{};
   });
   observed(trusting(server.authorities()), server.url());
   ASSERT_EQ(reports.size(), 2U);
@@ -132,7 +132,7 @@ TEST(URLSession, ReportsEveryAttempt) {
   EXPECT_GE(reports.back().duration, 1s);
   EXPECT_TRUE(hasTimedOut(reasons.back()));
   EXPECT_EQ(reports.size(), 1U) << "retried what may have been read";
-  fails(trusting(TLSServer([](int) { return Reply(); }).authorities()), server.url());
+  fails(trusting(TLSServer([](int) { return TLSReply(); }).authorities()), server.url());
   fails(trusting("/nonexistent.pem"), server.url());
   fails({.firstBackOff = 1ms}, "https://127.0.0.1:1/track");
   EXPECT_EQ(reports.size(), 3U);
@@ -249,7 +249,7 @@ TEST(URLSession, TrustsNoServerThatItShouldNot) {
 TEST(URLSession, ConnectsThroughAProxy) {
   TLSServer proxy([](int) { return answer("200 OK"); },
                   {.certificate = {.name = "DNS:collector.invalid"},
-                   .asProxy = Reply{.bytes = "HTTP/1.1 200 Fine\r\nVia: x\r\n\r\n"}});
+                   .asProxy = TLSReply{.bytes = "HTTP/1.1 200 Fine\r\nVia: x\r\n\r\n"}});
   const std::string address = "http://127.0.0.1:" + std::to_string(proxy.port());
   auto options = trusting(proxy.authorities());
   options.proxy = address;
@@ -285,7 +285,7 @@ TEST(URLSession, ConnectsThroughAProxy) {
 }
 
 TEST(URLSession, LeavesAProxyThatRefusesAtOnce) {
-  const Reply refusals[] = {
+  const TLSReply refusals[] = {
       {.bytes = "HTTP/1.1 407 Who?\r\nTransfer-Encoding: chunked\r\n\r\n",
        .endsConnection = true,
        .endless = "1\r\nx\r\n"},
@@ -310,7 +310,7 @@ TEST(URLSession, DecidesByTheStatusAndNeverRepeatsWhatWasCutOff) {
   const std::string oneMiB(1 << 20, 'x');
   const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nx\r\n";
   const struct {
-    Reply reply;
+    TLSReply reply;
     int status;
     bool isHeadTooLarge = false;
     bool isBodyTooLong = false;  // which is no error
@@ -367,7 +367,7 @@ TEST(URLSession, TakesNoAnswerToHalfARequest) {
 }
 
 TEST(URLSession, ARequestsTimeIncludesTheWaitForItsTurn) {
-  TLSServer server([](int) { return Reply{}; });
+  TLSServer server([](int) { return TLSReply{}; });
   auto options = trusting(server.authorities());
   options.requestTimeout = 50ms;
   PosixURLSession session(options);

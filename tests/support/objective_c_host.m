@@ -42,6 +42,18 @@ static atomic_int witnesses;
 }
 @end
 
+// As on systems that keep the type of such a number.
+@interface UnsignedShort : NSNumber
+@end
+@implementation UnsignedShort
+- (const char*)objCType {
+  return @encode(unsigned short);
+}
+- (long long)longLongValue {
+  return 60000;
+}
+@end
+
 // Implements only what a subclass has to.
 @interface LeastDictionary : NSDictionary
 @end
@@ -123,6 +135,7 @@ static veltrano_object* kindsInC(void) {
   veltrano_dictionary_set_number(all, "char", 1, -1);
   veltrano_dictionary_set_number(all, "byte", 2, 200);
   veltrano_dictionary_set_number(all, "short", 2, -300);
+  veltrano_dictionary_set_number(all, "unsignedShort", 3, 60000);
   veltrano_dictionary_set_number(all, "unsigned", 4, 4000000000);
   veltrano_dictionary_set_number(all, "least", 4, INT64_MIN);
   veltrano_dictionary_set_number_with_double(all, "largest", 17, 18446744073709551615.0);
@@ -214,6 +227,7 @@ static NSDictionary* kinds(void) {
     @"char" : [NSNumber numberWithChar:-1],
     @"byte" : [NSNumber numberWithUnsignedChar:200],
     @"short" : [NSNumber numberWithShort:-300],
+    @"unsignedShort" : [[UnsignedShort new] autorelease],
     @"unsigned" : @4000000000U,
     @"least" : [NSNumber numberWithLongLong:INT64_MIN],
     @"largest" : @(UINT64_MAX),
@@ -256,7 +270,7 @@ static void callWrongly(Veltrano* tracker) {
   [tracker trackWithEventName:@"Wrong" eventProperties:@{@"a" : @[ @1, wrong[5] ]}];
 
   // Key-value coding reaches nothing.
-  for (NSString* key in @[ @"userId", @"shared" ]) {
+  for (NSString* key in @[ @"userId", @"shared", @"screenOrientation" ]) {
     for (NSString* selector in @[
            @"valueForKey:", @"storedValueForKey:", @"setValue:forKey:", @"takeValue:forKey:",
            @"takeStoredValue:forKey:", @"mutableArrayValueForKey:", @"mutableSetValueForKey:"

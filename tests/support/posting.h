@@ -45,8 +45,8 @@ inline PostRequest requestTo(const std::string& url) {
   return request;
 }
 
-inline TLSServer::Reply answer(const std::string& status, const std::string& body = "",
-                               const std::string& head = "") {
+inline TLSReply answer(const std::string& status, const std::string& body = "",
+                       const std::string& head = "") {
   return {.bytes = "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) +
                    "\r\n" + head + "\r\n" + body};
 }

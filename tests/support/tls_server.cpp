@@ -118,11 +118,7 @@ void TLSServer::serve(int socket) {
   while (isOpen) {
     const std::string request = readRequest(tls);
     if (request.empty()) break;
-    std::unique_lock lock(mutex_);
-    requests_.push_back(request);
-    const int number = static_cast<int>(requests_.size());
-    lock.unlock();
-    const Reply reply = handler_(number);
+    const TLSReply reply = handler_(note(request));
     send(reply, [&](const std::string& bytes) {
       return SSL_write(tls, bytes.data(), static_cast<int>(bytes.size())) > 0;
     });
@@ -132,6 +128,13 @@ void TLSServer::serve(int socket) {
   SSL_free(tls);
   shutdown(socket, SHUT_RDWR);
   ++ended_;
+}
+
+// Returns the request's number.
+int TLSServer::note(const std::string& request) {
+  const std::lock_guard lock(mutex_);
+  requests_.push_back(request);
+  return static_cast<int>(requests_.size());
 }
 
 // Resets the connection, if it is one of the first ones that are to be.
@@ -150,10 +153,7 @@ bool TLSServer::actAsProxy(int socket) {
   std::string head;
   char byte;
   while (!head.ends_with("\r\n\r\n") && recv(socket, &byte, 1, 0) == 1) head += byte;
-  {
-    const std::lock_guard lock(mutex_);
-    requests_.push_back(head);
-  }
+  note(head);
   send(*options_.asProxy,
        [&](const std::string& bytes) { return ::send(socket, bytes.data(), bytes.size(), 0) > 0; });
   return !options_.asProxy->endsConnection;

@@ -33,9 +33,8 @@ struct TLSServerOptions {
 /// close connections at any point.
 class TLSServer {
  public:
-  using Reply = TLSReply;
   /// `number` counts the server's requests, from 1. Called on the server's threads.
-  using Handler = std::function<Reply(int number)>;
+  using Handler = std::function<TLSReply(int number)>;
 
   explicit TLSServer(Handler handler, TLSServerOptions options = {});
   ~TLSServer();
@@ -52,6 +51,7 @@ class TLSServer {
  private:
   void accept();
   void serve(int socket);
+  int note(const std::string& request);
   bool reset(int socket);
   bool actAsProxy(int socket);
   std::string readRequest(SSL* tls) const;
