@@ -23,9 +23,9 @@ struct veltrano_object {
                                veltrano::internal::MutableDictionary>;
 
   /// Makes the content in place: two moves cost 5 % of making and releasing a short collection.
-  template <class Kind, class... Arguments>
-  explicit veltrano_object(std::in_place_type_t<Kind> kind, Arguments&&... arguments)
-      : content(kind, std::forward<Arguments>(arguments)...) {}
+  template <class Alternative, class... Arguments>
+  explicit veltrano_object(std::in_place_type_t<Alternative> alternative, Arguments&&... arguments)
+      : content(alternative, std::forward<Arguments>(arguments)...) {}
 
   Content content;
 

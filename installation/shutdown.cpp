@@ -27,25 +27,25 @@ bool Shutdown::run(Clock::time_point deadline) {
   const bool isEarlier = deadline < deadline_;
   deadline_ = std::min(deadline_, deadline);
   changed_.notify_all();
-  if (stage_ == Stage::unstarted) {
-    stage_ = Stage::flushing;
+  if (phase_ == Phase::unstarted) {
+    phase_ = Phase::flushing;
     thread_ = std::this_thread::get_id();
     lock.unlock();
     dropExceptions([&] { flush(); });
     const bool isComplete = stop();
     lock.lock();
     wasComplete_ = isComplete;
-    stage_ = Stage::ended;
+    phase_ = Phase::ended;
     changed_.notify_all();
   } else if (thread_ != std::this_thread::get_id()) {
-    const Stage awaited = isEarlier ? Stage::stopping : Stage::ended;
-    while (stage_ < awaited) changed_.wait(lock.standard());
-    if (stage_ == Stage::stopping) {
+    const Phase awaited = isEarlier ? Phase::stopping : Phase::ended;
+    while (phase_ < awaited) changed_.wait(lock.standard());
+    if (phase_ == Phase::stopping) {
       lock.unlock();
       services_.urlSession.shutDown(deadline);
       lock.lock();
     }
-    while (stage_ != Stage::ended) changed_.wait(lock.standard());
+    while (phase_ != Phase::ended) changed_.wait(lock.standard());
   }  // else it is running below, on this thread: it destroys what callbacks captured
   return wasComplete_;
 }
@@ -105,7 +105,7 @@ bool Shutdown::stop() {
   services_.timers.stop();
   services_.workQueue.stop();
   Lock lock(mutex_);
-  stage_ = Stage::stopping;
+  phase_ = Phase::stopping;
   changed_.notify_all();
   const auto deadline = deadline_;
   lock.unlock();

@@ -24,7 +24,7 @@ class Shutdown {
   bool run(Clock::time_point deadline);
 
  private:
-  enum class Stage { unstarted, flushing, stopping, ended };
+  enum class Phase { unstarted, flushing, stopping, ended };
 
   bool hasPassed() const REQUIRES(mutex_) { return Clock::now() >= deadline_; }
   void flush();
@@ -36,7 +36,7 @@ class Shutdown {
   PosixServices& services_;
   Mutex mutex_;
   std::condition_variable changed_;
-  Stage stage_ GUARDED_BY(mutex_) = Stage::unstarted;
+  Phase phase_ GUARDED_BY(mutex_) = Phase::unstarted;
   std::thread::id thread_ GUARDED_BY(mutex_);  // that shuts down
   // Later calls may bring it forward.
   Clock::time_point deadline_ GUARDED_BY(mutex_) = Clock::time_point::max();

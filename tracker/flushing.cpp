@@ -18,8 +18,8 @@ class Tracker::Upload {
   explicit Upload(Tracker& tracker) : tracker_(tracker) { tracker_.uploads_.enter(); }
   ~Upload() {
     if (hasEnded_) return;
-    tracker_.settle(hasBegun_ ? UploadOutcome{true, &Statistics::uploadsFailedInTransport}
-                              : kNothingToSend);
+    tracker_.endUpload(hasBegun_ ? UploadOutcome{true, &Statistics::uploadsFailedInTransport}
+                                 : kNothingToSend);
     tracker_.needsFlush_ = true;
     tracker_.uploads_.leave();
   }
@@ -158,7 +158,7 @@ void Tracker::upload() {
 // The host may end this thread in its log sink. By then only the next flush is missing, and the
 // next event schedules it.
 void Tracker::finishFlush(const UploadOutcome& outcome) {
-  settle(outcome);
+  endUpload(outcome);
   try {
     if (outcome.status) log_("Got response: ", *outcome.status);
     log_("Got the response from endpoint. Clear queue: ", !outcome.keepsEvents);
@@ -171,7 +171,7 @@ void Tracker::finishFlush(const UploadOutcome& outcome) {
 }
 
 // Neither throws nor calls the host.
-void Tracker::settle(const UploadOutcome& outcome) {
+void Tracker::endUpload(const UploadOutcome& outcome) {
   accounting_.flushEnded(outcome);
   if (!outcome.keepsEvents) eventQueue_.clear();
   // An event too large to send must not block the others.

@@ -132,7 +132,7 @@ class Tracker {
   void flushQueue(FlushCompletion completion);
   void upload();
   void finishFlush(const UploadOutcome& outcome);
-  void settle(const UploadOutcome& outcome);
+  void endUpload(const UploadOutcome& outcome);
 
   static constexpr std::size_t kQueueFlushThreshold = 10;
   static constexpr std::chrono::seconds kQueueFlushInterval{20};

@@ -8,12 +8,12 @@ void SimulatedURLSession::postData(PostRequest request, URLSessionCallback callb
   onPost(request);
   const SimulatedAnswer answer = answers[request.path()];
   timeline_.schedule(answer.latency, [answer, callback = std::move(callback)] {
-    switch (answer.kind) {
-      case SimulatedAnswer::Kind::http:
+    switch (answer.result) {
+      case SimulatedAnswer::Result::http:
         return callback(answer.body, URLResponse{answer.status}, std::nullopt);
-      case SimulatedAnswer::Kind::transportError:
+      case SimulatedAnswer::Result::transportError:
         return callback(std::nullopt, std::nullopt, TransportError{"simulated"});
-      case SimulatedAnswer::Kind::notHTTP:
+      case SimulatedAnswer::Result::notHTTP:
         return callback(answer.body, URLResponse{}, std::nullopt);
     }
   });

@@ -12,9 +12,9 @@ namespace veltrano::internal {
 
 /// How posts to one path are answered.
 struct SimulatedAnswer {
-  enum class Kind { http, transportError, notHTTP };
+  enum class Result { http, transportError, notHTTP };
 
-  Kind kind = Kind::http;
+  Result result = Result::http;
   int status = 200;
   std::optional<std::string> body = std::nullopt;
   Duration latency = std::chrono::milliseconds(50);

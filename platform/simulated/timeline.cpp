@@ -6,16 +6,16 @@
 
 namespace veltrano::internal {
 
-void Timeline::add(Duration time, Kind kind, Action action, bool restartsBudget) {
-  entries_.push_back({{time, kind, added_++}, std::move(action), restartsBudget});
+void Timeline::add(Duration time, Source source, Action action, bool restartsBudget) {
+  entries_.push_back({{time, source, added_++}, std::move(action), restartsBudget});
   std::push_heap(entries_.begin(), entries_.end(), std::greater());
 }
 
 bool Timeline::runUntil(Duration time) {
   for (takeTurns(); !isStopped_ && !entries_.empty(); takeTurns()) {
-    const auto [due, kind, order] = entries_.front().place;
+    const auto [due, source, order] = entries_.front().place;
     if (due > time) break;
-    if (due > now() || kind == Kind::step) entriesAtInstant_ = turnsAtInstant_ = 0;
+    if (due > now() || source == Source::step) entriesAtInstant_ = turnsAtInstant_ = 0;
     now_ = std::max(now(), due);
     if (entries_.front().restartsBudget) restartBudget();
     ++entriesSinceStep_;
@@ -31,9 +31,9 @@ bool Timeline::runUntil(Duration time) {
 }
 
 // Destroys them last: an action may hold code that schedules.
-void Timeline::drop(Kind kind) {
+void Timeline::drop(Source source) {
   const auto kept = std::partition(entries_.begin(), entries_.end(), [&](const Entry& entry) {
-    return std::get<Kind>(entry.place) != kind;
+    return std::get<Source>(entry.place) != source;
   });
   const std::vector<Entry> dropped(std::make_move_iterator(kept),
                                    std::make_move_iterator(entries_.end()));
@@ -42,7 +42,7 @@ void Timeline::drop(Kind kind) {
 }
 
 Duration Timeline::begin() {
-  drop(Kind::step);
+  drop(Source::step);
   isStopped_ = isRunaway_ = false;
   restartBudget();
   return now();

@@ -34,14 +34,14 @@ class Timeline {
   std::function<bool()> isOnItsThread = [] { return true; };
 
   /// Adds an input from outside the system.
-  void addStep(Duration time, Action action) { add(time, Kind::step, std::move(action), true); }
+  void addStep(Duration time, Action action) { add(time, Source::step, std::move(action), true); }
 
   /// Adds a step that counts towards the total that may follow the step before it.
-  void addFollowUp(Duration time, Action action) { add(time, Kind::step, std::move(action)); }
+  void addFollowUp(Duration time, Action action) { add(time, Source::step, std::move(action)); }
 
   /// Schedules work of the system itself.
   void schedule(Duration delay, Action action) {
-    add(now() + std::max(delay, Duration::zero()), Kind::scheduled, std::move(action));
+    add(now() + std::max(delay, Duration::zero()), Source::scheduled, std::move(action));
   }
 
   /// Work that runs between entries.
@@ -71,7 +71,7 @@ class Timeline {
   Duration begin();
 
   /// Drops what the system has scheduled.
-  void dropScheduled() { drop(Kind::scheduled); }
+  void dropScheduled() { drop(Source::scheduled); }
 
   /// Ends the run after the current entry or turn.
   void stop() { isStopped_ = true; }
@@ -79,17 +79,17 @@ class Timeline {
   bool isRunaway() const { return isRunaway_; }
 
  private:
-  enum class Kind { step, scheduled };
+  enum class Source { step, scheduled };
   struct Entry {
-    std::tuple<Duration, Kind, std::uint64_t> place;
+    std::tuple<Duration, Source, std::uint64_t> place;
     Action action;
     bool restartsBudget = false;
 
     bool operator>(const Entry& other) const { return place > other.place; }
   };
 
-  void add(Duration time, Kind kind, Action action, bool restartsBudget = false);
-  void drop(Kind kind);
+  void add(Duration time, Source source, Action action, bool restartsBudget = false);
+  void drop(Source source);
   void takeTurns();
   void restartBudget();
   bool isOverBudget() const;

@@ -336,11 +336,11 @@ class Reader {
   const bool isTyped = flag();  // whether typed calls of C are used where possible
 };
 
-// ---- The world ----
+// ---- The library ----
 
-class World {
+class Fixture {
  public:
-  World() {
+  Fixture() {
     Veltrano::isLoggerEnabled = true;  // covers the rendering of every value
     Platform services = platform_.services();
     services.withheldProperties = kWithheld;
@@ -348,9 +348,9 @@ class World {
     platform_.network.onPost = [this](const PostRequest& post) { body_ = post.httpBody; };
   }
 
-  static void finish(void* world, bool accepted) {
+  static void finish(void* fixture, bool accepted) {
     require(accepted, "the outcome");
-    ++static_cast<World*>(world)->completions_;
+    ++static_cast<Fixture*>(fixture)->completions_;
   }
   Veltrano::FlushCompletion completion() {
     return [this](bool accepted) { finish(this, accepted); };
@@ -400,11 +400,11 @@ bool send(const char* selector, std::vector<veltrano_object*> arguments) {
          VELTRANO_DONE;
 }
 
-void trackInC(bool isTyped, const std::string& name, veltrano_object* map, World& world) {
+void trackInC(bool isTyped, const std::string& name, veltrano_object* map, Fixture& fixture) {
   if (isTyped && name.find('\0') == std::string::npos)
-    return require(veltrano_track(name.c_str(), map, World::finish, &world), "tracking");
+    return require(veltrano_track(name.c_str(), map, Fixture::finish, &fixture), "tracking");
   const Handle event(veltrano_string({name.data(), name.size()}));
-  const Handle completion(veltrano_boolean_block(World::finish, &world, nullptr));
+  const Handle completion(veltrano_boolean_block(Fixture::finish, &fixture, nullptr));
   require(send("trackWithEventName:eventProperties:forceFlushCompletion:",
                {event.get(), map, completion.get()}),
           "sending an event");
@@ -422,7 +422,7 @@ struct Comparison {
       cut(layer, level);
       lay(event, layer);
     }
-    const auto actual = world.sent([&] {
+    const auto actual = fixture.sent([&] {
       call();
       for (const std::string& key : superProperties.keys)
         Veltrano::shared().removeSuperProperty(key);
@@ -435,7 +435,7 @@ struct Comparison {
     require(expected.dump() == actual->dump(), road, expected, *actual);
   }
 
-  World& world;
+  Fixture& fixture;
   const Json& base;  // the properties of every event
   const std::string& name;
 };
@@ -443,10 +443,10 @@ struct Comparison {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static World& world = *new World;
+  static Fixture& fixture = *new Fixture;
   static const Json& kBase = *new Json([] {
     auto event =
-        world.sent([] { Veltrano::shared().track("E", std::nullopt, world.completion()); });
+        fixture.sent([] { Veltrano::shared().track("E", std::nullopt, fixture.completion()); });
     require(event.has_value(), "the first event");
     event->at("properties").erase("time");
     return event->at("properties");
@@ -456,17 +456,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Reader reader(data, size);
   const std::string name = reader.text();
   const Map super = reader.map(), own = reader.map();
-  const Comparison compare{world, kBase, name};
+  const Comparison compare{fixture, kBase, name};
 
   compare("own types", super, own, -1, [&] {
     tracker.setSuperProperties(super.own);
-    tracker.track(name, own.own, world.completion());
+    tracker.track(name, own.own, fixture.completion());
   });
   compare("C", super, own, 0, [&] {
     require(reader.isTyped ? veltrano_set_super_properties(super.object.get())
                            : send("setSuperPropertiesWithProperties:", {super.object.get()}),
             "setting super properties");
-    trackInC(reader.isTyped, name, own.object.get(), world);
+    trackInC(reader.isTyped, name, own.object.get(), fixture);
   });
   return 0;
 }

@@ -23,7 +23,7 @@ AttemptResult resultOf(const CollectionHost::Reply& reply) {
   AttemptResult result;
   if (!reply.failure) {
     result.httpStatusCode = 200;
-  } else if (reply.failure->kind == Failure::Kind::status) {
+  } else if (reply.failure->effect == Failure::Effect::status) {
     result.httpStatusCode = reply.failure->status;
     result.retryAfter = reply.retryAfter;
   } else {
@@ -65,7 +65,7 @@ void ClientSession::attemptNext(Line& line) {
 
 CollectionHost::Reply ClientSession::send(Post& post) {
   const Duration now = timeline_.now();
-  const Failure silence{Failure::Kind::silence, 0};
+  const Failure silence{Failure::Effect::silence, 0};
   if (post.deadline <= now) return {silence, Duration::zero()};
   const Duration limit = std::min(kLimits.attemptTimeout, post.deadline - now);
   const auto idle = takeIdle();

@@ -43,7 +43,7 @@ CollectionHost::Reply CollectionHost::receive(EndpointPath path, const std::stri
   const bool connects = !failure || failure->connects();
   Reply reply =
       failure ? failed(*failure) : Reply{{}, wait + drawLatency(), {}, bodyOfAnswer(path)};
-  const bool isAnswered = !failure || failure->kind == Failure::Kind::status;
+  const bool isAnswered = !failure || failure->effect == Failure::Effect::status;
   measurements_.received(path, now,
                          {.received = 1,
                           .accepted = !failure && reply.after <= patience,
@@ -62,8 +62,8 @@ Duration CollectionHost::drawLatency() {
 }
 
 CollectionHost::Reply CollectionHost::failed(const Failure& failure) const {
-  const bool isAnswered = failure.kind == Failure::Kind::status;
-  const bool isRefused = failure.kind == Failure::Kind::refused;
+  const bool isAnswered = failure.effect == Failure::Effect::status;
+  const bool isRefused = failure.effect == Failure::Effect::refused;
   return {failure, isAnswered || isRefused ? options_.latency : Duration::max(),
           options_.retryAfter};
 }

@@ -18,10 +18,10 @@ constexpr std::pair<std::string_view, Duration> kUnits[] = {
     {"m", std::chrono::minutes(1)},       {"s", std::chrono::seconds(1)},
     {"ms", std::chrono::milliseconds(1)}, {"", std::chrono::seconds(1)}};
 
-constexpr std::pair<std::string_view, Failure::Kind> kFailures[] = {
-    {"silence", Failure::Kind::silence},
-    {"refused", Failure::Kind::refused},
-    {"unreachable", Failure::Kind::unreachable}};
+constexpr std::pair<std::string_view, Failure::Effect> kFailures[] = {
+    {"silence", Failure::Effect::silence},
+    {"refused", Failure::Effect::refused},
+    {"unreachable", Failure::Effect::unreachable}};
 
 [[noreturn]] void fail(std::string_view text) {
   throw std::invalid_argument("cannot read \"" + std::string(text) + '"');
@@ -68,16 +68,16 @@ Outage parseOutage(std::string_view text) {
 }
 
 Failure parseFailure(std::string_view text) {
-  for (const auto& [name, kind] : kFailures)
-    if (text == name) return {kind, 0};
+  for (const auto& [name, effect] : kFailures)
+    if (text == name) return {effect, 0};
   const int status = veltrano::internal::wholeNumber<int>(text).value_or(0);
   if (status < 100 || status > 599) fail(text);
-  return {Failure::Kind::status, status};
+  return {Failure::Effect::status, status};
 }
 
 std::string text(const Failure& failure) {
-  for (const auto& [name, kind] : kFailures)
-    if (failure.kind == kind) return std::string(name);
+  for (const auto& [name, effect] : kFailures)
+    if (failure.effect == effect) return std::string(name);
   return std::to_string(failure.status);
 }
 

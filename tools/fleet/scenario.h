@@ -43,16 +43,16 @@ struct Usage {
 
 /// How the collection server answers what it does not accept.
 struct Failure {
-  enum class Kind {
+  enum class Effect {
     status,
     silence,     // connects, but never answers
     refused,     // refuses the connection at once
     unreachable  // the attempt to connect times out
   };
 
-  bool connects() const { return kind == Kind::status || kind == Kind::silence; }
+  bool connects() const { return effect == Effect::status || effect == Effect::silence; }
 
-  Kind kind = Kind::status;
+  Effect effect = Effect::status;
   int status = 503;
 };
 

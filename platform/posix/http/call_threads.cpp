@@ -36,10 +36,10 @@ bool CallThreads::expect(std::size_t path) {
   return threads_ > 0;
 }
 
-void CallThreads::add(std::size_t path, Kind kind, std::shared_ptr<Call> call, bool isLast) {
+void CallThreads::add(std::size_t path, Work work, std::shared_ptr<Call> call, bool isLast) {
   const Lock lock(mutex_);
   if (isOver_) return;
-  Lane& lane = paths_[path].lanes[kind];
+  Lane& lane = paths_[path].lanes[work];
   call->isLast_ = isLast;
   Call* const added = call.get();
   (lane.first == nullptr ? lane.first : lane.last->next_) = std::move(call);
@@ -54,9 +54,9 @@ void CallThreads::shutDown(std::chrono::steady_clock::time_point deadline) {
   while (threads_ > 0 && std::chrono::steady_clock::now() < deadline)
     changed_.wait_until(lock.standard(), deadline);
   for (;;) {
-    const auto [path, kind] = find(true);
+    const auto [path, work] = find(true);
     if (path == nullptr) return;
-    std::shared_ptr<Call> dropped = takeCall(*path, kind);
+    std::shared_ptr<Call> dropped = takeCall(*path, work);
     lock.unlock();
     dropped = nullptr;
     lock.lock();
@@ -101,16 +101,16 @@ void CallThreads::serve() {
   Replacement replacement{*this};
   Lock lock(mutex_);
   for (;;) {
-    const auto [path, kind] = find(false);
+    const auto [path, work] = find(false);
     if (path != nullptr) {
-      std::shared_ptr<Call> call = takeCall(*path, kind);
-      Lane& lane = path->lanes[kind];
+      std::shared_ptr<Call> call = takeCall(*path, work);
+      Lane& lane = path->lanes[work];
       lane.isBusy = true;
       replacement.busy = &lane;
       --free_;
       startThreadIfNeeded();
-      nameThisThread(kind == preparation ? kPreparation
-                     : kind == lookup    ? kLookup
+      nameThisThread(work == preparation ? kPreparation
+                     : work == lookup    ? kLookup
                                          : path->name.c_str());
       lock.unlock();
       call->run();
@@ -133,17 +133,17 @@ void CallThreads::serve() {
 }
 
 // A lane with a call to start; null when there is none.
-std::pair<CallThreads::Path*, CallThreads::Kind> CallThreads::find(bool inBusyLanesToo) {
+std::pair<CallThreads::Path*, CallThreads::Work> CallThreads::find(bool inBusyLanesToo) {
   for (Path& path : paths_)
-    for (const Kind kind : {preparation, lookup, outcome})
-      if (const Lane& lane = path.lanes[kind];
+    for (const Work work : {preparation, lookup, outcome})
+      if (const Lane& lane = path.lanes[work];
           lane.first != nullptr && (inBusyLanesToo || !lane.isBusy))
-        return {&path, kind};
+        return {&path, work};
   return {};
 }
 
-std::shared_ptr<Call> CallThreads::takeCall(Path& path, Kind kind) {
-  Lane& lane = path.lanes[kind];
+std::shared_ptr<Call> CallThreads::takeCall(Path& path, Work work) {
+  Lane& lane = path.lanes[work];
   std::shared_ptr<Call> call = std::move(lane.first);
   lane.first = std::move(call->next_);
   if (call->isLast_) --path.expected;

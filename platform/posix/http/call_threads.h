@@ -43,7 +43,7 @@ std::shared_ptr<Call> makeCall(Function function) {
 class CallThreads : public std::enable_shared_from_this<CallThreads> {
  public:
   static constexpr std::size_t kPaths = 2;
-  enum Kind : std::size_t { preparation, lookup, outcome, kindCount };  // each path's lanes
+  enum Work : std::size_t { preparation, lookup, outcome, workCount };  // each path's lanes
 
   /// Starts the first thread. False when no thread can be started.
   bool start();
@@ -57,7 +57,7 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
   bool expect(std::size_t path);
 
   /// Runs `call` on one of the threads, later. Drops it after `shutDown`.
-  void add(std::size_t path, Kind kind, std::shared_ptr<Call> call, bool isLast = false);
+  void add(std::size_t path, Work work, std::shared_ptr<Call> call, bool isLast = false);
 
   /// Lets the threads end once the lanes are empty, and waits for that until `deadline`. Drops the
   /// calls that have not started by then.
@@ -71,14 +71,14 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
   };
   struct Path {
     std::string name = {};
-    std::array<Lane, kindCount> lanes = {};
+    std::array<Lane, workCount> lanes = {};
     int expected = 0;
   };
   bool startThread() REQUIRES(mutex_);
   void startThreadIfNeeded() REQUIRES(mutex_);
   void serve();
-  std::pair<Path*, Kind> find(bool inBusyLanesToo) REQUIRES(mutex_);
-  static std::shared_ptr<Call> takeCall(Path& path, Kind kind);
+  std::pair<Path*, Work> find(bool inBusyLanesToo) REQUIRES(mutex_);
+  static std::shared_ptr<Call> takeCall(Path& path, Work work);
 
   Mutex mutex_;
   std::condition_variable changed_;

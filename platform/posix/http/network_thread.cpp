@@ -324,9 +324,9 @@ void NetworkThread::advance(Endpoint& endpoint) {
     if (ignoresRetryAfter_) post.due = std::min(post.due, now + options_.firstBackOff);
     const bool hasEnded = &post == endpoint.current && endpoint.ended;
     if (hasEnded || (post.limit > now && !isStopped_)) continue;
-    settle(endpoint, post,
-           post.stage == Stage::sending ? endTransfer(endpoint, CURLE_OPERATION_TIMEDOUT)
-                                        : TransferResult{{}, {}, CURLE_OPERATION_TIMEDOUT});
+    endAttempt(endpoint, post,
+               post.stage == Stage::sending ? endTransfer(endpoint, CURLE_OPERATION_TIMEDOUT)
+                                            : TransferResult{{}, {}, CURLE_OPERATION_TIMEDOUT});
   }
   do {
     if (endpoint.current == nullptr) {
@@ -369,13 +369,13 @@ bool NetworkThread::takeNextStep(Endpoint& endpoint, Post& post) {
         break;
       case Stage::sending:
         if (!endpoint.ended) return false;
-        settle(endpoint, post, endTransfer(endpoint, *endpoint.ended));
+        endAttempt(endpoint, post, endTransfer(endpoint, *endpoint.ended));
         return true;
     }
   } catch (const std::exception&) {
     failure.error = CURLE_OUT_OF_MEMORY;
   }
-  settle(endpoint, post, std::move(failure));
+  endAttempt(endpoint, post, std::move(failure));
   return true;
 }
 
@@ -512,7 +512,7 @@ TransferResult NetworkThread::endTransfer(Endpoint& endpoint, CURLcode code) noe
 }
 
 // Ends an attempt: the post waits for its retry, or is over.
-void NetworkThread::settle(Endpoint& endpoint, Post& post, TransferResult result) {
+void NetworkThread::endAttempt(Endpoint& endpoint, Post& post, TransferResult result) {
   const auto now = Clock::now();
   const Stage stage = std::exchange(post.stage, Stage::waiting);
   if (endpoint.current == &post) endpoint.current = nullptr;

@@ -99,7 +99,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
                         CURLcode failure);
   CURLcode send(Endpoint& endpoint, Post& post);
   TransferResult endTransfer(Endpoint& endpoint, CURLcode code) noexcept;
-  void settle(Endpoint& endpoint, Post& post, TransferResult result);
+  void endAttempt(Endpoint& endpoint, Post& post, TransferResult result);
   void end(std::shared_ptr<Post> post);
   void report(const Endpoint& endpoint, const Post& post, const TransferResult& result,
               bool willRetry, const std::optional<Rest>& rest);
