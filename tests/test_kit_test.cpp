@@ -815,17 +815,18 @@ TEST(Worlds, GiveWayToTheSystem) {
   EXPECT_EQ(world.delivered().size(), 1u);
 }
 
-TEST(ShutDown, WaitsForAHeartbeatAndIsRefusedInDestructorsAndRules) {
+TEST(ShutDown, WaitsForAHeartbeatAndIsRefusedInDestructors) {
   kit::World world;
   auto& platform = *PosixPlatform::install(options()).platform;
-  const auto refuse = [&](const auto&) {
-    EXPECT_FALSE(platform.shutDown(in(1h)));
-    return kit::Answer{200, std::nullopt, 3s};
-  };
-  world.network("/heartbeat").answer(refuse);
+  world.network("/heartbeat").answer(200).after(3s);
   Veltrano::shared().setUserId("user");
+  const auto refuse = [&](void*) { EXPECT_FALSE(platform.shutDown(in(1h))); };
+  const auto track = [&] {
+    Veltrano::shared().track("E", {}, [held = std::shared_ptr<void>(nullptr, refuse)](bool) {});
+  };
+  track();
   world.advance(2s);
-  Veltrano::shared().track("E", {}, [held = std::shared_ptr<void>(nullptr, refuse)](bool) {});
+  track();
   EXPECT_TRUE(platform.shutDown(in(1h)));
   EXPECT_GE(world.now(), 4s);
   EXPECT_LT(world.now(), 5s) << "it ends with the last answer";

@@ -13,8 +13,6 @@
 
 namespace veltrano::internal {
 
-using Json = rapidjson::Document;
-
 /// A library on a simulated platform, and the process's library while this object lives.
 class Simulation {
  public:
@@ -36,7 +34,7 @@ class Simulation {
 
   SimulatedPlatform platform;
   std::vector<std::string> lines;
-  std::vector<Json> posts;  // their decoded bodies
+  std::vector<rapidjson::Document> posts;  // their decoded bodies
   std::vector<bool> outcomes;
 
  private:
