@@ -92,12 +92,11 @@ void checkBatch(const Value& batch) {
   for (rapidjson::SizeType i = 0; i < batch.Size(); ++i) {
     const std::string where = "record " + std::to_string(i);
     const Value& properties = propertiesOf(batch[i], where);
-    // Hosts may replace "time" and "$wifi" with values of any type, but not remove them.
-    for (const char* key : {"time", "$wifi", "extra_json"})
-      require(properties.HasMember(key), where + ": the property \"" + key + "\" is missing");
-    const Value& extra = properties["extra_json"];
-    require(extra.IsObject(), where + ": \"extra_json\" is not an object");
-    requireDistinctKeys(extra, where + ", extra_json");
+    // Hosts may withhold any property, and replace any but this one with a value of another type.
+    const auto extra = properties.FindMember("extra_json");
+    if (extra == properties.MemberEnd()) continue;
+    require(extra->value.IsObject(), where + ": \"extra_json\" is not an object");
+    requireDistinctKeys(extra->value, where + ", extra_json");
   }
 }
 
