@@ -6,14 +6,25 @@ using namespace veltrano::internal;
 
 namespace {
 
-// Calls `change` with the collection if `handle` is a mutable `T`. False if it is not, or when
-// memory runs out.
-template <class T, class Function>
-bool changed(veltrano_object* handle, Function change) {
+// The mutable `T` behind `handle`; null, and tells a test, if there is none or its key is missing.
+// Not inlined, because 27 functions call it.
+template <class T, class... Key>
+[[gnu::noinline]] T* collectionOf(veltrano_object* handle, Key... key) {
+  if (handle != nullptr) expectHandle(handle);
+  T* const collection = handle != nullptr ? std::get_if<T>(&handle->content) : nullptr;
+  if (collection != nullptr && ((key != nullptr) && ...)) return collection;
+  constexpr bool kIsArray = std::is_same_v<T, MutableArray>;
+  noteRefusal(kIsArray ? "veltrano_array_append" : "veltrano_dictionary_set",
+              collection != nullptr);
+  return nullptr;
+}
+
+// Calls `change` with the collection if `handle` is a mutable `T` and there is a key, where it
+// needs one. False if not, or when memory runs out.
+template <class T, class Function, class... Key>
+bool changed(veltrano_object* handle, Function change, const Key*... key) {
   return guardedInMemory(false, [&] {
-    if (handle == nullptr) return false;
-    expectHandle(handle);
-    auto* collection = std::get_if<T>(&handle->content);
+    T* const collection = collectionOf<T>(handle, static_cast<const void*>(key)...);
     if (collection != nullptr) change(*collection);
     return collection != nullptr;
   });
@@ -45,26 +56,25 @@ bool veltrano_array_append(veltrano_object* array, const veltrano_object* elemen
 
 bool veltrano_dictionary_set(veltrano_object* dictionary, const veltrano_object* key,
                              const veltrano_object* value) {
-  if (key == nullptr) return false;
-  return changed<MutableDictionary>(dictionary,
-                                    [&](auto& it) { it.set(objectOf(key), argumentOf(value)); });
+  return changed<MutableDictionary>(
+      dictionary, [&](auto& it) { it.set(objectOf(key), argumentOf(value)); }, key);
 }
 
 bool veltrano_dictionary_set_object(veltrano_object* dictionary, const char* key,
                                     const veltrano_object* value) {
-  if (key == nullptr) return false;
-  return changed<MutableDictionary>(dictionary, [&](auto& it) { it.set(key, argumentOf(value)); });
+  return changed<MutableDictionary>(
+      dictionary, [&](auto& it) { it.set(key, argumentOf(value)); }, key);
 }
 
 // Defines the two functions that add one kind of value; `VALUE` makes it from the parameters.
-#define VELTRANO_ADDS(KIND, VALUE, ...)                                                   \
-  bool veltrano_array_append_##KIND(veltrano_object* array __VA_OPT__(, ) __VA_ARGS__) {  \
-    return changed<MutableArray>(array, [&](auto& it) { it.append(VALUE); });             \
-  }                                                                                       \
-  bool veltrano_dictionary_set_##KIND(veltrano_object* dictionary,                        \
-                                      const char* key __VA_OPT__(, ) __VA_ARGS__) {       \
-    if (key == nullptr) return false;                                                     \
-    return changed<MutableDictionary>(dictionary, [&](auto& it) { it.set(key, VALUE); }); \
+#define VELTRANO_ADDS(KIND, VALUE, ...)                                                  \
+  bool veltrano_array_append_##KIND(veltrano_object* array __VA_OPT__(, ) __VA_ARGS__) { \
+    return changed<MutableArray>(array, [&](auto& it) { it.append(VALUE); });            \
+  }                                                                                      \
+  bool veltrano_dictionary_set_##KIND(veltrano_object* dictionary,                       \
+                                      const char* key __VA_OPT__(, ) __VA_ARGS__) {      \
+    return changed<MutableDictionary>(                                                   \
+        dictionary, [&](auto& it) { it.set(key, VALUE); }, key);                         \
   }
 
 VELTRANO_ADDS(text, value, const char* value)

@@ -123,8 +123,7 @@ inline std::optional<std::string> optionalText(veltrano_text text) {
   return std::string(view(text));
 }
 
-/// Tells a test that `operation` did nothing, because its argument with this index has a wrong
-/// type.
+/// Tells a test that `operation` did nothing: see `CallObserver::refused`.
 void noteRefusal(std::string_view operation, std::size_t argument);
 
 /// A C function and its context. Releases the context when the last copy is destroyed, or when the

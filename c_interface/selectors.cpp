@@ -159,23 +159,26 @@ auto find(const Table& table, std::string_view selector) -> decltype(std::data(t
 }  // namespace
 
 void veltrano::internal::noteRefusal(std::string_view operation, std::size_t argument) {
-  if (CallObserver* const observer = Library::current().observer())
+  const Library* const library = Library::installed();
+  if (CallObserver* const observer = library != nullptr ? library->observer() : nullptr)
     observer->refused(operation, argument);
 }
 
 veltrano_outcome veltrano_send(const char* selector, veltrano_object* const* arguments,
                                size_t count, veltrano_object** returned, size_t* detail) {
   if (returned != nullptr) *returned = nullptr;
-  if (!veltrano_responds(selector)) return VELTRANO_NO_SUCH_SELECTOR;
-  const auto wrong = [detail](veltrano_outcome outcome, std::size_t what) {
-    if (detail != nullptr) *detail = what;
+  const auto wrong = [&](veltrano_outcome outcome, const std::size_t* what) {
+    noteRefusal(selector != nullptr ? selector : "NULL",
+                outcome == VELTRANO_WRONG_TYPE_OF_ARGUMENT ? *what : CallObserver::kNoArgument);
+    if (detail != nullptr && what != nullptr) *detail = *what;
     return outcome;
   };
   return guarded(VELTRANO_OUT_OF_MEMORY, [&] {
+    if (!veltrano_responds(selector)) return wrong(VELTRANO_NO_SUCH_SELECTOR, nullptr);
     const Entry* const entry = find(kEntries, selector);
     // Checked before reading the arguments, which may be invalid otherwise.
     const std::size_t expected = entry != nullptr ? entry->argumentCount : 0;
-    if (count != expected) return wrong(VELTRANO_WRONG_NUMBER_OF_ARGUMENTS, expected);
+    if (count != expected) return wrong(VELTRANO_WRONG_NUMBER_OF_ARGUMENTS, &expected);
     if (entry == nullptr) {
       (Library::current().tracker().*find(Tracker::kHandlers, selector)->handle)();
       return VELTRANO_DONE;
@@ -185,10 +188,7 @@ veltrano_outcome veltrano_send(const char* selector, veltrano_object* const* arg
       objects[i] = objectOf(arguments[i]);
     std::size_t taken = 0;
     Object result;
-    if (!entry->send(objects, taken, result)) {
-      noteRefusal(selector, taken);
-      return wrong(VELTRANO_WRONG_TYPE_OF_ARGUMENT, taken);
-    }
+    if (!entry->send(objects, taken, result)) return wrong(VELTRANO_WRONG_TYPE_OF_ARGUMENT, &taken);
     if (returned != nullptr) *returned = makeHandle(std::move(result));
     return VELTRANO_DONE;
   });

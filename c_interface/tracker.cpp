@@ -21,11 +21,12 @@ bool refuse(std::string_view operation, std::size_t argument) {
   return false;
 }
 
-bool callWithText(void (Veltrano::*operation)(std::string_view), const char* text) {
-  return text != nullptr && guarded(false, [&] {
-           (Veltrano::shared().*operation)(text);
-           return true;
-         });
+bool callWithText(const char* name, void (Veltrano::*operation)(std::string_view),
+                  const char* text) {
+  return guarded(false, [&] {
+    if (text == nullptr) return refuse(name, 0);
+    return (Veltrano::shared().*operation)(text), true;
+  });
 }
 
 // The orientation as a string literal, so that hosts have nothing to release.
@@ -141,15 +142,15 @@ bool veltrano_track_entries(const char* name, const veltrano_entry* entries, siz
 }
 
 bool veltrano_set_user_id(const char* id) {
-  return callWithText(&Veltrano::setUserId, id);
+  return callWithText(__func__, &Veltrano::setUserId, id);
 }
 
 bool veltrano_set_app_id(const char* id) {
-  return callWithText(&Veltrano::setAppId, id);
+  return callWithText(__func__, &Veltrano::setAppId, id);
 }
 
 bool veltrano_set_lib_version(const char* version) {
-  return callWithText(&Veltrano::setLibVersion, version);
+  return callWithText(__func__, &Veltrano::setLibVersion, version);
 }
 
 bool veltrano_set_idfa(void) {
@@ -173,7 +174,7 @@ bool veltrano_set_super_properties(const veltrano_object* properties) {
 }
 
 bool veltrano_remove_super_property(const char* key) {
-  return callWithText(&Veltrano::removeSuperProperty, key);
+  return callWithText(__func__, &Veltrano::removeSuperProperty, key);
 }
 
 bool veltrano_set_refresh_triggers(const char* const* names, size_t count, void (*handler)(void*),

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string_view>
 
@@ -30,7 +31,9 @@ class CallObserver {
   /// arguments, a Bool says whether there is one.
   virtual void called(std::string_view operation, const HostMapView& arguments) = 0;
 
-  /// A call did nothing, because an argument has the wrong type.
+  /// A call did nothing: the argument with this index is missing or has the wrong type, or, for
+  /// `kNoArgument`, there is no operation with this name and number of arguments.
+  static constexpr std::size_t kNoArgument = SIZE_MAX;
   virtual void refused(std::string_view operation, std::size_t argument) = 0;
 
   /// Called on the work queue.
