@@ -14,6 +14,7 @@ using namespace veltrano::testing;
 struct veltrano_world {
   World world;
   const char* error = "";         // one of the texts
+  std::string complaints;         // of this interface, one per line
   std::deque<std::string> texts;  // returned so far
 };
 
@@ -39,6 +40,12 @@ Result guarded(veltrano_world* world, Result otherwise, Function function) {
 template <class Function>
 bool guarded(veltrano_world* world, Function function) {
   return guarded(world, false, [&](World& it) { return function(it), true; });
+}
+
+// For calls that return nothing: what `function` throws becomes a complaint, too.
+template <class Function>
+void act(veltrano_world* world, Function function) {
+  if (!guarded(world, function)) world->complaints.append(world->error) += '\n';
 }
 
 // Returns the text that `function` returns; null if it throws.
@@ -86,31 +93,28 @@ bool veltrano_world_advance(veltrano_world* world, double seconds) {
 }
 
 void veltrano_world_jump_clock(veltrano_world* world, double seconds) {
-  guarded(world, [&](World& it) { it.jumpClock(durationOf(seconds)); });
+  act(world, [&](World& it) { it.jumpClock(durationOf(seconds)); });
 }
 
 void veltrano_world_answer(veltrano_world* world, const char* path, int status, const char* body,
                            double latency, size_t times) {
-  guarded(world, [&](World& it) {
-    Answer answer;
-    answer.status = status;
-    if (body != nullptr) answer.body = body;
-    answer.latency = durationOf(latency);
+  act(world, [&](World& it) {
     if (latency < 0) throw Error("A latency is negative.");
+    Answer answer{status, std::nullopt, durationOf(latency)};
+    if (body != nullptr) answer.body = body;
     limit(it.network(view(path)).answer(std::move(answer)), times);
   });
 }
 
 void veltrano_world_fail(veltrano_world* world, const char* path, size_t times) {
-  guarded(world, [&](World& it) { limit(it.network(view(path)).fail(), times); });
+  act(world, [&](World& it) { limit(it.network(view(path)).fail(), times); });
 }
 
 void veltrano_world_answer_with_header(veltrano_world* world, const char* path, int status,
                                        const char* header, const char* value, size_t times) {
-  guarded(world, [&](World& it) {
-    std::map<std::string, std::string> headers{
-        {std::string(view(header)), std::string(view(value))}};
-    limit(it.network(view(path)).answer(status, std::nullopt, std::move(headers)), times);
+  act(world, [&](World& it) {
+    const std::string name(view(header)), content(view(value));
+    limit(it.network(view(path)).answer(status, std::nullopt, {{name, content}}), times);
   });
 }
 
@@ -162,35 +166,32 @@ size_t veltrano_world_requests(veltrano_world* world) {
 const char* veltrano_world_request(veltrano_world* world, size_t request, const char* part) {
   return text(world, [&](World& it) {
     const Request found = it.requests()[Index(request, "", 0)];
-    std::map<std::string, std::string> parts{{"path", found.path}, {"body", found.body}};
-    for (const auto& [name, value] : found.query) parts["query." + name] = value;
-    for (const auto& [name, value] : found.headers) parts["headers." + name] = value;
-    const auto place = parts.find(std::string(view(part)));
-    if (place != parts.end()) return place->second;
-    std::string names;
-    for (const auto& [name, value] : parts) names += (names.empty() ? "" : ", ") + name;
-    throw Error("A request has no part \"" + std::string(view(part)) + "\", only: " + names);
+    veltrano::HostMap parts{{"path", found.path}, {"body", found.body}};
+    for (const auto& [name, value] : found.query) parts.set("query." + name, value);
+    for (const auto& [name, value] : found.headers) parts.set("headers." + name, value);
+    const Heartbeat lookup(std::move(parts), {});
+    return *lookup[Path(view(part), "", 0)].member()->getIf<std::string>();
   });
 }
 
 const char* veltrano_world_complaints(veltrano_world* world) {
-  return text(world, [](World& it) {
-    std::string lines;
+  return text(world, [&](World& it) {
+    std::string lines = world->complaints;
     for (const std::string& complaint : it.complaints()) lines += complaint + '\n';
     return lines;
   });
 }
 
 void veltrano_world_enter_background(veltrano_world* world) {
-  guarded(world, [](World& it) { it.enterBackground(); });
+  act(world, [](World& it) { it.enterBackground(); });
 }
 
 void veltrano_world_enter_foreground(veltrano_world* world) {
-  guarded(world, [](World& it) { it.enterForeground(); });
+  act(world, [](World& it) { it.enterForeground(); });
 }
 
 void veltrano_world_set_wifi(veltrano_world* world, bool connected) {
-  guarded(world, [&](World& it) { it.setWiFi(connected); });
+  act(world, [&](World& it) { it.setWiFi(connected); });
 }
 
 const char* veltrano_world_trace(veltrano_world* world) {
@@ -202,5 +203,5 @@ bool veltrano_world_use_plan(veltrano_world* world, const char* file) {
 }
 
 void veltrano_world_end(veltrano_world* world) {
-  guarded(world, [](World& it) { it.end(); });
+  act(world, [](World& it) { it.end(); });
 }

@@ -8,17 +8,6 @@
 #include "upload/rules/retry.h"
 
 namespace veltrano::testing {
-namespace {
-
-// The "properties" of a posted JSON object.
-HostMap propertiesIn(std::string_view json) {
-  const HostMap object = mapIn(parsedJSON(json)).value_or(HostMap());
-  for (const auto& [key, value] : object)
-    if (key == "properties") return mapIn(value).value_or(HostMap());
-  return {};
-}
-
-}  // namespace
 
 Answer World::Implementation::choose(const internal::PostRequest& post, bool isPutOff) {
   recorder_.addPost(post);
@@ -60,7 +49,7 @@ Answer World::Implementation::choose(const internal::PostRequest& post, bool isP
   if (answer.latency > kLimit) {
     answer = transportError();
     answer.latency = kLimit;
-    answer.reason = "Timeout was reached";
+    answer.reason = "Operation timed out after 30000 milliseconds with 0 bytes received";
   }
   recorder_.addAnswer(request.path, answer);
   requests.push_back(std::move(request));

@@ -54,11 +54,14 @@ void findChanged(const HostValue& value, const std::string& path, std::vector<st
   }
 }
 
+// From C and Objective-C, events hold a level less, because the map of the properties counts.
+constexpr int kSurelyHeld = internal::kMaxNesting - 1;
+
 // Whether there is an absent value in a container at the deepest level: what nests deeper.
 bool isCut(FlatView value, int level = 1) {
-  if (level + value.depth() <= internal::kMaxNesting) return false;
+  if (level + value.depth() <= kSurelyHeld) return false;
   for (const FlatView inner : value.contents()) {
-    const bool isLast = level == internal::kMaxNesting;
+    const bool isLast = level == kSurelyHeld;
     if (isLast ? inner.kind() == Kind::Absent : inner.isContainer() && isCut(inner, level + 1))
       return true;
   }
@@ -72,7 +75,9 @@ void World::Implementation::given(std::string_view eventName,
   // Destroyed with the completion.
   struct Watch {
     ~Watch() {
-      if (!wasCalled && !world.isShutDown_)
+      // A shutdown drops completions, too, but only its flush replaces one that could be called.
+      const bool isReplaced = world.isOnMainThread() && world.purpose_ == Purpose::flush;
+      if (!wasCalled && (!world.isShutDown_ || isReplaced))
         world.complain(name +
                        " is never called: a later flush replaced it, the application was in the "
                        "background, or collecting was off.");
@@ -107,6 +112,9 @@ void World::Implementation::called(std::string_view operation, const HostMapView
     const HostMap properties = mapIn(value).value_or(HostMap());
     for (const auto& [property, held] : properties) {
       findChanged(held, property, changed);
+      if (isCut(internal::viewOf(held)))
+        changed.push_back(property + " nests more than " + std::to_string(kSurelyHeld) +
+                          " deep; what is deeper may be left out.");
       if (property == kExtraKey && !held.isAbsent() && !mapIn(held))
         changed.push_back("extra_json is no map; it was left out.");
     }
@@ -121,11 +129,16 @@ void World::Implementation::called(std::string_view operation, const HostMapView
 }
 
 void World::Implementation::refused(std::string_view operation, std::size_t argument) {
-  complain(std::string(operation) + " did nothing: its argument " + std::to_string(argument) +
-           " has the wrong type.");
+  constexpr const char* kPlaces[] = {"first", "second", "third"};
+  complain(std::string(operation) + " did nothing: " +
+           (argument == kNoArgument
+                ? "there is no such operation, or it takes another number of arguments."
+                : std::string("its ") + kPlaces[argument] +
+                      " argument is missing or has the wrong type."));
 }
 
 void World::Implementation::dropped() {
+  trimmed_ = trimmedNames(statistics().droppedByTrimming);
   waiting_.clear();
   batch_ = 0;
 }
@@ -140,13 +153,8 @@ void World::Implementation::recorded(const Event& event) {
   RecordedEvent recorded{std::string(event.name), std::string(event.json), {}, now()};
   addOrigins(recorded.origins, event.defaultProperties.view().bytes(), Origin::defaultProperty);
   addOrigins(recorded.origins, event.superProperties.view().bytes(), Origin::superProperty);
-  if (event.given.kind() == Kind::Dictionary) {
+  if (event.given.kind() == Kind::Dictionary)
     addOrigins(recorded.origins, event.given.contents().bytes(), Origin::event);
-    for (const FlatView value : event.given.contents())
-      if (isCut(value))
-        complain(recorded.name + " nests more than " + std::to_string(internal::kMaxNesting) +
-                 " deep; what is deeper was left out.");
-  }
   if (plan_)
     for (const std::string& violation : plan_->check(event.json, checked_)) complain(violation);
   waiting_.push_back(std::move(recorded));

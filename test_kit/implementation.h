@@ -211,11 +211,11 @@ class World::Implementation final : public internal::CallObserver,
   std::atomic<bool> isShutDown_{false};  // a shutdown or the end has begun; reports do nothing
   std::atomic<bool> isUsed_{false};
   std::atomic<bool> isInstalled_{false};
+  std::atomic<bool> isCollecting_{true};
 
   mutable internal::Mutex mutex_;
   std::vector<std::string> unsettled_ GUARDED_BY(mutex_);  // events since the last run
   std::vector<std::string> complaints_ GUARDED_BY(mutex_);
-  bool isCollecting_ GUARDED_BY(mutex_) = true;
   std::vector<std::string> silenced_ GUARDED_BY(mutex_);  // events tracked while it is false
   std::optional<internal::DeviceFacts> firstTracked_ GUARDED_BY(mutex_);  // the device then
   std::optional<bool> wasComplete_ GUARDED_BY(mutex_);  // the result of a shutdown

@@ -202,6 +202,15 @@ std::string typedText(FlatView value) {
   return {};
 }
 
+HostValue valueOf(const rapidjson::Value& json);
+
+HostMap mapOf(const rapidjson::Value& object) {
+  HostMap map;
+  for (const auto& member : object.GetObject())
+    map.set({member.name.GetString(), member.name.GetStringLength()}, valueOf(member.value));
+  return map;
+}
+
 HostValue valueOf(const rapidjson::Value& json) {
   if (json.IsString()) return std::string_view(json.GetString(), json.GetStringLength());
   if (json.IsBool()) return json.GetBool();
@@ -213,13 +222,7 @@ HostValue valueOf(const rapidjson::Value& json) {
     for (const auto& element : json.GetArray()) elements.push_back(valueOf(element));
     return Array(elements);
   }
-  if (json.IsObject()) {
-    HostMap map;
-    for (const auto& member : json.GetObject())
-      map.set({member.name.GetString(), member.name.GetStringLength()}, valueOf(member.value));
-    return map;
-  }
-  return NSNull();
+  return json.IsObject() ? HostValue(mapOf(json)) : NSNull();
 }
 
 }  // namespace
@@ -249,10 +252,11 @@ std::string scenarioText(const HostValue& value) {
   return typedText(internal::viewOf(value));
 }
 
-HostValue parsedJSON(std::string_view text) {
+// A property may nest as deep as a value can, and the maps around it deeper.
+HostMap propertiesIn(std::string_view json) {
   rapidjson::Document document;
-  document.Parse<rapidjson::kParseFullPrecisionFlag>(text.data(), text.size());
-  return document.HasParseError() ? HostValue() : valueOf(document);
+  document.Parse<rapidjson::kParseFullPrecisionFlag>(json.data(), json.size());
+  return document.IsObject() ? mapOf(document["properties"]) : HostMap();
 }
 
 }  // namespace veltrano::testing
@@ -264,6 +268,10 @@ bool operator==(const HostValue& left, const HostValue& right) {
     return testing::textOf(internal::viewOf(value), true);
   };
   return comparable(left) == comparable(right);
+}
+
+std::string FormatForComparisonFailureMessage(const char* text, const HostValue&) {
+  return testing::textOf(internal::viewOf(HostValue(text)), false);
 }
 
 std::ostream& operator<<(std::ostream& out, const HostValue& value) {

@@ -25,7 +25,7 @@ std::string scenarioText(const HostValue& value);
 /// A map in that format. The key "$" has no special meaning here.
 std::string scenarioText(const HostMap& map);
 
-/// The value of a JSON text; absent if the text is malformed.
-HostValue parsedJSON(std::string_view text);
+/// The "properties" of an event or a heartbeat as it is sent.
+HostMap propertiesIn(std::string_view json);
 
 }  // namespace veltrano::testing

@@ -72,9 +72,9 @@ void checkStatus(const Answer& answer) {
 
 }  // namespace
 
-void detail::throwNoSuchItem(const Index& index, std::size_t size, const char* items) {
+void detail::throwNoSuchItem(const Index& index, std::size_t size, const std::string& what) {
   throw Error(at(index.file, index.line) + "There is no item " + std::to_string(index.value) +
-              " in a list of " + std::to_string(size) + ' ' + items + '.');
+              " in a list of " + std::to_string(size) + what + '.');
 }
 
 HostValue Properties::operator[](const Path& path) const {
@@ -112,11 +112,18 @@ std::ostream& operator<<(std::ostream& out, const Event& event) {
   return out << event.name() << ' ' << event.values();
 }
 
+Events::Events(std::vector<Event> events, const std::vector<std::string>& waiting)
+    : List(std::move(events)) {
+  std::vector<std::string> names;
+  for (const Event& event : *this) names.push_back(event.name());
+  what_ = " events; delivered were: " + listOf(names) + "; waiting: " + listOf(waiting);
+}
+
 Events Events::named(std::string_view name) const {
   std::vector<Event> events;
   std::copy_if(begin(), end(), std::back_inserter(events),
                [&](const Event& event) { return event.name() == name; });
-  return Events(std::move(events), waiting_);
+  return {std::move(events), *this};
 }
 
 Events Events::with(const HostMap& properties) const {
@@ -126,17 +133,14 @@ Events Events::with(const HostMap& properties) const {
       return event.has(property.key) && event[property.key] == property.value;
     });
   });
-  return Events(std::move(events), waiting_);
+  return {std::move(events), *this};
 }
 
 Event Events::only(std::string_view name, const char* file, int line) const {
   const Events events = named(name);
   if (events.size() == 1) return events.front();
-  std::vector<std::string> others;
-  for (const Event& event : *this) others.push_back(event.name());
   throw Error(at(file, line) + std::to_string(events.size()) + " delivered events are called " +
-              quoted(name) + "; delivered were: " + listOf(others) +
-              "; waiting: " + listOf(waiting_));
+              quoted(name) + what_.substr(what_.find(';')));
 }
 
 std::string Heartbeat::sessionId() const {
@@ -155,16 +159,6 @@ std::ostream& operator<<(std::ostream& out, const Request& request) {
   return out << "at " << request.at << ' ' << request.path << ' ' << request.body;
 }
 
-Rule& Rule::times(std::size_t count) {
-  left_ = count;
-  return *this;
-}
-
-Rule& Rule::after(Duration latency) {
-  latency_ = latency;
-  return *this;
-}
-
 Rule& Network::answer(int status, std::optional<std::string> body,
                       std::map<std::string, std::string> headers) {
   Answer given{status, std::move(body)};
@@ -175,10 +169,6 @@ Rule& Network::answer(int status, std::optional<std::string> body,
 Rule& Network::answer(Answer answer) {
   checkStatus(answer);
   return this->answer([answer = std::move(answer)](const Request&) { return answer; });
-}
-
-Rule& Network::answer(Rule::Function answer) {
-  return rules_.emplace_back(std::move(answer));
 }
 
 Rule& Network::fail() {

@@ -64,7 +64,8 @@ void World::Implementation::end() {
   }
   statistics_ = substitute_->statistics();
   if (const auto pending = waitingNames().size(); pending > 0)
-    complain(countedEvents(pending) + " pending at the end, and dropped.");
+    complain(countedEvents(pending) + " pending at the end" +
+             (isCollecting_ ? "" : ", while collecting was off") + ", and dropped.");
   if (const char* directory = std::getenv("VELTRANO_TRACES")) {
     static std::atomic<int> worlds{0};
     const std::string file =
@@ -150,11 +151,11 @@ std::size_t World::waiting() const {
 }
 
 List<Heartbeat> World::heartbeats() const {
-  return List(implementation_->heartbeats);
+  return List(implementation_->heartbeats, " heartbeats");
 }
 
 List<Request> World::requests() const {
-  return List(implementation_->requests);
+  return List(implementation_->requests, " requests");
 }
 
 Statistics World::statistics() const {
@@ -182,7 +183,7 @@ Complaints World::complaints() const {
   };
   for (const auto& [count, why] : losses)
     if (count > 0) complaints.push_back(countedEvents(count) + why);
-  return Complaints(std::move(complaints));
+  return Complaints(std::move(complaints), " complaints");
 }
 
 void World::resignActive() {

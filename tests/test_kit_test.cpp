@@ -1,4 +1,5 @@
 // What examples/host_tests does not cover of the test kit.
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -67,6 +68,7 @@ TEST(Values, AreComparedAndPrintedAsTheyAreSent) {
   EXPECT_EQ(testing::PrintToString(Array{date, "\"", UINT64_MAX, veltrano::NSNull(), HostValue()}),
             R"(["1970-01-01T00:00:00.500Z", "\"", 18446744073709551615, null, absent])");
   EXPECT_EQ(testing::PrintToString(Origin::superProperty), "superProperty");
+  EXPECT_NONFATAL_FAILURE(EXPECT_EQ(HostValue("pro"), "free"), "\"free\"");
 }
 
 TEST(Events, KnowTheLayerOfEachProperty) {
@@ -231,23 +233,27 @@ TEST(Complaints, NameWhatNobodyNotices) {
       [](kit::World& world) {
         EXPECT_FALSE(PosixPlatform::install({}));  // no collection host
         Veltrano::shared().track("E", {{"a", {{"b", Array{1, veltrano::OtherObject()}}}}});
+        Veltrano::shared().setCollecting(false);
         world.end();
         world.enterBackground();
         EXPECT_THROW(world.advance(1s), kit::Error);
       },
       {"refused: ", "E: a.b[1] is an object of another type",
-       "at 0.000000 s: 1 event was pending at the end, and dropped."});
+       "at 0.000000 s: 1 event was pending at the end, while collecting was off, and dropped."});
   expectComplaints(
       [](kit::World& world) {
         HostValue nested = 1;
-        for (int depth = 0; depth < 128; ++depth) nested = Array(std::vector<HostValue>{nested});
+        for (int depth = 0; depth < 127; ++depth) nested = Array(std::vector<HostValue>{nested});
         Veltrano::shared().track("E", {{"a", nested}, {"b", HostMap()}, {"c", NAN}});
+        nested = Array(std::vector<HostValue>{nested});
+        Veltrano::shared().setSuperProperties({{"s", nested}});
         Veltrano::shared().track("Deep",
                                  {{"a", Array{nested}}, {"n", veltrano::NSNumber(13, NAN)}});
         world.advance(20s);
+        EXPECT_EQ(world.delivered().only("Deep")["s"], nested);
       },
       {"E: b is an empty map", "E: c is not finite", "Deep: n is not",
-       "Deep nests more than 128 deep"});
+       "Deep: a nests more than 127 deep", "setSuperProperties: s nests"});
   expectComplaints(
       [](kit::World& world) {
         const auto end = [&] { world.end(); };
@@ -311,22 +317,31 @@ TEST(Complaints, NameCallsThatDidNothing) {
   expectComplaints(
       [](kit::World& world) {
         PosixPlatform::install(options());
-        Veltrano::shared().track("Waits");
+        Veltrano::shared();
+        world.enterBackground();
+        for (int i = 0; i < 201; ++i) Veltrano::shared().track(i == 0 ? "Oldest" : "Waits");
         world.advance(1s);
         veltrano_set_collecting(false);
         Veltrano::shared().track("Silenced");
         Veltrano::shared().track("Silenced", {}, [](bool) {});
         veltrano_object* one = veltrano_int(1);
         EXPECT_FALSE(veltrano_track("E", one, nullptr, nullptr));
-        veltrano_send("setUserId:", &one, 1, nullptr, nullptr);
+        EXPECT_FALSE(veltrano_dictionary_set_int(one, "key", 1));
+        for (const char* selector : {"setUserId:", "setIdfa", "nope"})
+          veltrano_send(selector, &one, 1, nullptr, nullptr);
+        veltrano_set_app_id(nullptr);
         veltrano_release(one);
+        world.enterForeground();
         veltrano_set_collecting(true);
         Veltrano::shared().track("Recorded");
         world.advance(1min);
         EXPECT_EQ(world.delivered().size(), 1u);
       },
-      {"off: 2 Silenced.", "1 event was dropped", "of Silenced is never",
-       "veltrano_track did nothing: its argument 1", "setUserId: did nothing: its argument 0"});
+      {"off: 2 Silenced.", "too many waited: 1 Oldest.", "200 events were dropped",
+       "of Silenced is never", "veltrano_track did nothing: its second argument",
+       "set did nothing: its first", "setUserId: did nothing: its first",
+       "setIdfa did nothing: there", "nope did nothing: there",
+       "veltrano_set_app_id did nothing: its first"});
 }
 
 TEST(Worlds, CanBeTheNextLaunch) {
@@ -347,7 +362,8 @@ TEST(Worlds, CanBeTheNextLaunch) {
   second.advance(200s);
   EXPECT_EQ(second.heartbeats().size(), 2u);
   EXPECT_EQ(second.heartbeats().back().at(), 101s);
-  EXPECT_EQ(testing::PrintToString(second.heartbeats().back().at()), "101.000000 s");
+  EXPECT_EQ(testing::PrintToString(second.heartbeats()[1].at() - second.heartbeats()[0].at()),
+            "100.000000 s");
   const auto found = second.delivered().with({{"plan", "free"}, {"items.0.id", 7}}).only("Bought");
   EXPECT_EQ(found["$model"], "Player 3");
   EXPECT_TRUE(second.delivered().with({{"plan", "none"}}).empty());
@@ -372,13 +388,16 @@ TEST(Worlds, SayTheSameInC) {
   EXPECT_STREQ(veltrano_world_request(world, 0, "headers.lib_version"), "ios_0.0");
   EXPECT_EQ(veltrano_world_request(world, 0, "headers.x"), nullptr);
   EXPECT_NE(std::string(veltrano_world_error(world)).find("query.uid"), std::string::npos);
+  EXPECT_EQ(veltrano_world_property(world, "None", 0, "time"), nullptr);
+  EXPECT_NE(std::string(veltrano_world_error(world)).find("were: E;"), std::string::npos);
   EXPECT_EQ(veltrano_world_request(world, 99, "path"), nullptr);
+  veltrano_world_jump_clock(world, 1e13);
   EXPECT_FALSE(veltrano_world_use_plan(world, "/dev/null"));
   EXPECT_TRUE(veltrano_world_use_plan(world, PLAN));
   for (const char* name : {"Signed Out", "E"}) veltrano_track(name, nullptr, nullptr, nullptr);
   veltrano_world_advance(world, 20);
   EXPECT_STREQ(veltrano_world_complaints(world),
-               "at 150.000002 s: E is sent; planned: no such event\n");
+               "A time is over 1e12 s.\nat 150.000002 s: E is sent; planned: no such event\n");
   veltrano_world_destroy(world);
 }
 
@@ -830,6 +849,7 @@ TEST(ShutDown, WaitsForAHeartbeatAndIsRefusedInDestructors) {
   EXPECT_TRUE(platform.shutDown(in(1h)));
   EXPECT_GE(world.now(), 4s);
   EXPECT_LT(world.now(), 5s) << "it ends with the last answer";
+  EXPECT_NE(world.complaints().front().find("of E is never called"), std::string::npos);
 }
 
 }  // namespace

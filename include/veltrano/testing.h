@@ -69,6 +69,8 @@ inline void PrintTo(const Dictionary& value, std::ostream* out) {
 inline void PrintTo(const HostMap& value, std::ostream* out) {
   *out << value;
 }
+// It would print a literal that is compared with a value as a pointer.
+std::string FormatForComparisonFailureMessage(const char* text, const HostValue& other);
 // NOLINTEND(readability-identifier-naming)
 
 namespace testing {
@@ -79,6 +81,11 @@ using Duration = std::chrono::microseconds;
 /// The time since the world's start. Prints as seconds, which in C++17 a bare duration does not.
 struct Time : Duration {
   constexpr Time(Duration sinceStart = Duration::zero()) : Duration(sinceStart) {}
+
+  template <class T, std::enable_if_t<std::is_same_v<T, Time>, int> = 0>
+  friend constexpr Time operator-(T left, T right) {
+    return Duration(left) - Duration(right);
+  }
 };
 std::ostream& operator<<(std::ostream& out, Time time);
 
@@ -128,7 +135,8 @@ class List {
   using const_iterator = typename std::vector<T>::const_iterator;
 
   List() = default;
-  explicit List(std::vector<T> items) : items_(std::move(items)) {}
+  explicit List(std::vector<T> items, std::string what = " items")
+      : items_(std::move(items)), what_(std::move(what)) {}
 
   const_iterator begin() const { return items_.begin(); }
   const_iterator end() const { return items_.end(); }
@@ -144,9 +152,11 @@ class List {
   T back(const Index& any = 0) && { return std::as_const(*this)[last(any)]; }
 
  private:
+  friend class Events;
   Index last(const Index& any) const { return {empty() ? 0 : size() - 1, any.file, any.line}; }
 
   std::vector<T> items_;
+  std::string what_;  // the items, for the message of `Error`
 };
 
 /// Prints one item per line.
@@ -217,11 +227,10 @@ std::ostream& operator<<(std::ostream& out, const Event& event);
 /// Events, in the order of recording.
 class Events : public List<Event> {
  public:
-  Events() = default;
+  Events() : Events(std::vector<Event>()) {}
 
-  /// `waiting` names events that have not been delivered yet, for the messages of `only`.
-  explicit Events(std::vector<Event> events, std::vector<std::string> waiting = {})
-      : List(std::move(events)), waiting_(std::move(waiting)) {}
+  /// `waiting` names events that have not been delivered yet, for the message of `Error`.
+  explicit Events(std::vector<Event> events, const std::vector<std::string>& waiting = {});
 
   /// The events with this name; may be empty.
   Events named(std::string_view name) const;
@@ -234,7 +243,8 @@ class Events : public List<Event> {
              int line = __builtin_LINE()) const;
 
  private:
-  std::vector<std::string> waiting_;
+  // Messages name all events that these come from.
+  Events(std::vector<Event> events, const Events& all) : List(std::move(events), all.what_) {}
 };
 
 /// A heartbeat that was sent, whatever the answer.
@@ -269,8 +279,8 @@ struct Answer {
   std::optional<std::string> body = std::nullopt;
   Duration latency{0};            // over 30 s, the request fails then, as in production
   bool isTransportError = false;  // no answer arrives; status, body and headers are ignored
-  std::map<std::string, std::string> headers = {};  // the library reads "Retry-After"
-  std::string reason = "simulated";                 // of the transport error
+  std::map<std::string, std::string> headers = {};    // the library reads "Retry-After"
+  std::string reason = "Couldn't connect to server";  // of the transport error
 };
 
 /// Answers posts to one path: all of them, or a limited number.
@@ -282,10 +292,10 @@ class Rule {
 
   /// Limits the rule to one post, or to `count`. Without a limit it is permanent.
   Rule& once() { return times(1); }
-  Rule& times(std::size_t count);
+  Rule& times(std::size_t count) { return left_ = count, *this; }
 
   /// Sets the latency; overrides that of the answer.
-  Rule& after(Duration latency);
+  Rule& after(Duration latency) { return latency_ = latency, *this; }
 
  private:
   friend class Network;
@@ -307,7 +317,7 @@ class Network {
 
   /// Calls `answer` for each post, on the main thread. If it throws or its status is not between 0
   /// and 999, the post fails in transport, and a complaint says so.
-  Rule& answer(Rule::Function answer);
+  Rule& answer(Rule::Function answer) { return rules_.emplace_back(std::move(answer)); }
 
   /// A transport error: no answer arrives.
   Rule& fail();
@@ -465,20 +475,12 @@ class World {
 };
 
 namespace detail {
-[[noreturn]] void throwNoSuchItem(const Index& index, std::size_t size, const char* items);
-
-template <class T>
-constexpr const char* nameOfItems() {
-  if (std::is_same_v<T, Event>) return "events";
-  if (std::is_same_v<T, Heartbeat>) return "heartbeats";
-  if (std::is_same_v<T, Request>) return "requests";
-  return "complaints";
-}
+[[noreturn]] void throwNoSuchItem(const Index& index, std::size_t size, const std::string& what);
 }  // namespace detail
 
 template <class T>
 const T& List<T>::operator[](const Index& index) const& {
-  if (index.value >= size()) detail::throwNoSuchItem(index, size(), detail::nameOfItems<T>());
+  if (index.value >= size()) detail::throwNoSuchItem(index, size(), what_);
   return items_[index.value];
 }
 
