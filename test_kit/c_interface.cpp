@@ -21,8 +21,7 @@ struct veltrano_world {
 namespace {
 
 Duration durationOf(double seconds) {
-  if (std::isnan(seconds)) throw Error("A time is not a number.");
-  if (std::abs(seconds) > 1e12) throw Error("A time is over 1e12 s.");
+  if (!(std::abs(seconds) <= 1e12)) throw Error("A time is over 1e12 s, or not a number.");
   return std::chrono::round<Duration>(std::chrono::duration<double>(seconds));
 }
 

@@ -16,13 +16,6 @@ std::string listOf(const std::vector<std::string>& names) {
   return names.empty() ? "none" : joined(names);
 }
 
-// Lists the keys of a map for a message.
-std::string keysOf(const HostMap& map) {
-  std::vector<std::string> keys;
-  for (const auto& [key, value] : map) keys.push_back(key);
-  return listOf(keys);
-}
-
 // Keys may contain dots: a key that equals the whole path wins.
 std::optional<HostValue> find(const HostMap& map, std::string_view path);
 
@@ -79,8 +72,10 @@ void detail::throwNoSuchItem(const Index& index, std::size_t size, const std::st
 
 HostValue Properties::operator[](const Path& path) const {
   if (auto value = find(values_, path.text)) return *std::move(value);
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : values_) keys.push_back(key);
   throw Error(at(path.file, path.line) + "There is no " + quoted(path.text) +
-              " among: " + keysOf(values_));
+              " among: " + listOf(keys));
 }
 
 bool Properties::has(std::string_view path) const {
