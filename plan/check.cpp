@@ -1,4 +1,7 @@
 // Compares what is sent with what is planned.
+// Of a compiled pattern, which bounds the recursion and the time of a comparison.
+#define _GLIBCXX_REGEX_STATE_LIMIT 5000
+
 #include "encoding/rapidjson_settings.h"
 // The settings come first.
 #include <rapidjson/document.h>
@@ -7,7 +10,6 @@
 #include <rapidjson/writer.h>
 
 #include <algorithm>
-#include <cctype>
 #include <iterator>
 #include <regex>
 
@@ -23,27 +25,33 @@ using rapidjson::Value;
 // RapidJSON compares a pattern with bytes, if at all.
 std::string draft4(const Schema& schema) {
   internal::JSONMembers members{{"type", inQuotes(jsonTypeOf(schema.type))}};
-  for (const auto& [word, value, end] : {schema.least, schema.most}) {
-    const bool isExclusive = word[0] == 'e';
-    if (isExclusive) members.emplace_back(word, "true");
-    if (!word.empty())
-      members.emplace_back(isExclusive ? 'm' + word.substr(sizeof "exclusive") : word,
-                           numberText(value));
-  }
+  for (const auto& [word, value, end] : {schema.least, schema.most})
+    if (!word.empty())  // also of an exclusive bound, the last value that it allows
+      members.emplace_back(word[0] == 'e' ? 'm' + word.substr(sizeof "exclusive") : word,
+                           numberText(end));
   if (!schema.values.empty()) members.emplace_back("enum", internal::jsonTexts(schema.values));
   return internal::jsonObject(members);
 }
 
-// Not with std::regex, which recurses for each character.
-bool isURI(std::string_view text) {
-  const std::string_view scheme = text.substr(0, text.find(':'));
-  const auto isOfScheme = [](unsigned char c) {
-    return std::isalnum(c) != 0 || c == '+' || c == '-' || c == '.';
-  };
-  return scheme.size() < text.size() && std::isalpha(static_cast<unsigned char>(text[0])) != 0 &&
-         std::all_of(scheme.begin(), scheme.end(), isOfScheme) &&
-         text.find_first_of(" <>\"") == text.npos;
+// Gives the patterns' engine a type of its own, so that its limit of states does not become that of
+// the host's wregex.
+struct CodePoints : std::regex_traits<wchar_t> {};
+using Pattern = std::basic_regex<wchar_t, CodePoints>;
+
+// By default, libstdc++ recurses for each character and backtracks without end. Its other engine
+// goes through a text once. The name is reserved, but there is no other.
+#ifdef __GLIBCXX__
+constexpr auto kEngine = Pattern::ECMAScript | std::regex_constants::__polynomial;
+#else
+constexpr auto kEngine = Pattern::ECMAScript;
+#endif
+
+// Matches a text that has the pattern somewhere: to search starts again at each character.
+Pattern anywhere(std::string_view pattern) {
+  return Pattern(L"[^]*(?:" + codePoints(pattern) + L")[^]*", kEngine);
 }
+
+constexpr char kURI[] = "^[A-Za-z][A-Za-z0-9+.-]*:[^ <>\"]*$";
 
 }  // namespace
 
@@ -51,26 +59,30 @@ bool isURI(std::string_view text) {
 class Validator {
  public:
   explicit Validator(const Schema& schema)
-      : schema_(rapidjson::Document().Parse(draft4(schema).c_str())),
-        pattern_(codePoints(schema.type == Type::date ? kDate : schema.pattern)),
-        isURI_(schema.type == Type::uri) {}
+      : schema_(rapidjson::Document().Parse<rapidjson::kParseFullPrecisionFlag>(
+            draft4(schema).c_str())) {
+    for (const std::string& pattern :
+         {std::string(schema.type == Type::date ? kDate : ""),
+          std::string(schema.type == Type::uri ? kURI : ""), schema.pattern})
+      if (!pattern.empty()) patterns_.push_back(anywhere(pattern));
+  }
 
   bool accepts(const Value& value) const {
     rapidjson::SchemaValidator validator(schema_);
     return value.Accept(validator) && validator.IsValid() &&
-           (!value.IsString() || (std::regex_search(codePoints(view(value)), pattern_) &&
-                                  (!isURI_ || isURI(view(value)))));
+           std::all_of(patterns_.begin(), patterns_.end(), [&](const Pattern& pattern) {
+             return std::regex_match(codePoints(view(value)), pattern);
+           });
   }
 
  private:
   const rapidjson::SchemaDocument schema_;
-  const std::wregex pattern_;
-  const bool isURI_;
+  std::vector<Pattern> patterns_;  // of a text
 };
 
 namespace {
 
-// Of a text that is compared with a pattern: std::regex recurses for each character.
+// Of a text that is matched against a pattern, in bytes: bounds the time.
 constexpr std::size_t kMaxText = 2000;
 
 constexpr char kSuper[] = "super properties";
@@ -80,19 +92,16 @@ std::string shortJSON(const Value& value) {
   rapidjson::StringBuffer buffer;
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   value.Accept(writer);
-  std::string_view json(buffer.GetString(), buffer.GetSize());
-  if (json.size() <= kMost) return std::string(json);
-  json = json.substr(0, kMost);
-  while ((json.back() & 0xC0) == 0x80) json.remove_suffix(1);  // ends before a character
-  return std::string(json.substr(0, json.size() - 1)) + "...";
+  std::string json(buffer.GetString(), buffer.GetSize());
+  if (json.size() <= kMost) return json;
+  std::size_t end = kMost;
+  while ((json[end] & 0xC0) == 0x80) --end;  // between characters
+  return json.substr(0, end) + "...";
 }
 
 // Items of coverage.
 std::string inside(std::string item, std::string_view name) {
   return item.append(1, '\t').append(name);
-}
-std::string ofValue(const std::string& item, std::string_view value) {
-  return ('v' + item).append("\t= ").append(value);
 }
 
 class Check {
@@ -111,60 +120,63 @@ class Check {
     for (const auto& [part, item] : parts)
       for (const auto& [name, schema, isRequired] : part.properties)
         if (isRequired && !value.HasMember(name.c_str()))
-          complain({schema, inside(item, name)}, start + name, "is missing");
+          complain(inside(item, name), start + name, "is missing; planned: ", schema.text());
     for (const auto& [key, held] : value.GetObject()) {
       const std::string name(view(key));
       if (path.empty() && isLibrarysProperty(name)) continue;
       bool isPlanned = false;
       for (const auto& [part, item] : parts) {
-        isPlanned |= part.isOpen;
-        for (const Property& property : part.properties)
-          if (property.name == name) {
-            const std::string inner = inside(item, name);
-            if (!property.isRequired) checked_.covered.insert('p' + inner);
-            check({property.schema, inner}, held, start + name);
-            isPlanned = true;
-          }
+        const Property* const property = find(part.properties, name);
+        isPlanned |= part.isOpen || property != nullptr;
+        if (property == nullptr) continue;
+        const std::string inner = inside(item, name);
+        const int faults = faults_;
+        check({property->schema, inner}, held, start + name);
+        if (faults_ == faults && !property->isRequired) checked_.covered.insert('p' + inner);
       }
       if (!isPlanned)
-        complain({parts[0].schema, inside(parts[0].item, name)}, start + name, "is ", &held,
-                 "no such property");
+        complain(inside(parts[0].item, name), start + name,
+                 "is not a planned property; sent: ", shortJSON(held));
     }
   }
 
   std::vector<std::string> found;
 
  private:
-  void complain(const Part& part, const std::string& path, const std::string& fault,
-                const Value* value = nullptr, const char* planned = nullptr) {
-    if (!checked_.complaints.insert(part.item + ' ' + fault).second) return;
-    found.push_back(part.item.substr(0, part.item.find('\t')) + ": " + inQuotes(path) + ' ' +
-                    fault + (value != nullptr ? shortJSON(*value) : "") +
-                    "; planned: " + (planned != nullptr ? planned : part.schema.text()));
+  void complain(const std::string& item, const std::string& path, const std::string& fault,
+                const std::string& details) {
+    ++faults_;
+    if (checked_.complaints.insert(item + ' ' + fault).second)
+      found.push_back(item.substr(0, item.find('\t')) + ": " + inQuotes(path) + ' ' + fault +
+                      details);
   }
 
   void check(const Part& part, const Value& value, const std::string& path) {
     const auto& [schema, item] = part;
     if (schema.type == Type::any) return;
-    const bool hasPattern = !schema.pattern.empty() || schema.type == Type::date;
-    if (hasPattern && value.IsString() && value.GetStringLength() > kMaxText)
-      return complain(part, path, "is too long to be compared");
+    if (!schema.pattern.empty() && value.IsString() && value.GetStringLength() > kMaxText)
+      return complain(item, path, "is too long to match against the pattern",
+                      " (over " + std::to_string(kMaxText) + " bytes)");
     if (schema.validator == nullptr) schema.validator = std::make_shared<Validator>(schema);
-    if (!schema.validator->accepts(value)) return complain(part, path, "is ", &value);
-    if (!schema.values.empty()) checked_.covered.insert(ofValue(item, view(value)));
+    if (!schema.validator->accepts(value))
+      return complain(item, path, "is ", shortJSON(value) + "; planned: " + schema.text());
+    if (!schema.values.empty())
+      checked_.covered.insert('v' + inside(item, "= ").append(view(value)));
     if (schema.type == Type::object) object({part}, value, path);
     for (std::size_t i = 0; schema.type == Type::list && i < value.Size(); ++i)
       check({schema.element[0], item}, value[i], path + '[' + std::to_string(i) + ']');
   }
 
   Checked& checked_;
+  int faults_ = 0;  // also those that have been complained about before
 };
 
 void addCoverable(Coverage& items, const Schema& schema, const std::string& path) {
   for (const auto& [name, held, isRequired] : schema.properties) {
     const std::string inner = inside(path, name);
     if (!isRequired) items.insert('p' + inner);
-    for (const std::string& value : held.innermost().values) items.insert(ofValue(inner, value));
+    for (const std::string& value : held.innermost().values)
+      items.insert('v' + inside(inner, "= " + value));
     addCoverable(items, held.innermost(), inner);
   }
 }
@@ -180,16 +192,26 @@ std::vector<std::string> Plan::check(std::string_view record, Checked& checked) 
     return {};
   const std::string event(view(root["event"]));
   if (isLibrarysEvent(event)) return {};
-  const auto planned =
-      std::find_if(events.begin(), events.end(), [&](const Event& it) { return it.name == event; });
+  const Event* const planned = find(events, event);
   Check check(checked);
-  if (planned == events.end()) {
+  if (planned == nullptr) {
     if (!checked.complaints.insert(event).second) return {};
-    return {event + " is sent; planned: no such event"};
+    return {event + ": not a planned event"};
   }
   checked.covered.insert('e' + event);
   check.object({{planned->schema, event}, {superProperties, kSuper}}, root["properties"], "");
   return std::move(check.found);
+}
+
+std::string faultOfPattern(std::string_view pattern) {
+  constexpr std::size_t kMost = 256;  // bounds the recursion of its compilation
+  if (pattern.size() > kMost) return "the pattern is too long";
+  try {
+    Pattern(codePoints(pattern), kEngine), anywhere(pattern);
+  } catch (const std::regex_error& error) {
+    return std::string("the pattern cannot be checked: ") + error.what();
+  }
+  return {};
 }
 
 std::wstring codePoints(std::string_view text) {

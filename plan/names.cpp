@@ -10,43 +10,42 @@
 namespace veltrano::planning {
 namespace {
 
-// The words of C++20 and C11, and macros of their standard headers and of common compilers, without
+// The words of C++20 and C11, and macros of common headers and compilers and of Qt, without
 // those in capitals.
 constexpr std::string_view kReserved =
     " alignas alignof and and_eq asm auto bitand bitor bool break case catch char char8_t char16_t "
-    "char32_t class compl concept const consteval constexpr constinit const_cast continue "
-    "co_await co_return co_yield decltype default delete do double dynamic_cast else enum explicit "
-    "export extern false float for friend goto if inline int long mutable namespace new noexcept "
-    "not not_eq nullptr operator or or_eq private protected public register reinterpret_cast "
-    "requires restrict return short signed sizeof static static_assert static_cast struct switch "
-    "template this thread_local throw true try typedef typeid typename typeof union unsigned using "
-    "virtual void volatile wchar_t while xor xor_eq "
-    "assert complex errno i386 imaginary linux noreturn offsetof setjmp stderr stdin stdout unix "
-    "va_arg va_copy va_end va_start I std veltrano posix ";
+    "char32_t class compl concept const consteval constexpr constinit const_cast continue co_await "
+    "co_return co_yield decltype default delete do double dynamic_cast else enum explicit export "
+    "extern false float for friend goto if inline int long mutable namespace new noexcept not "
+    "not_eq nullptr operator or or_eq private protected public register reinterpret_cast requires "
+    "restrict return short signed sizeof static static_assert static_cast struct switch template "
+    "this thread_local throw true try typedef typeid typename typeof union unsigned using virtual "
+    "void volatile wchar_t while xor xor_eq assert complex errno i386 imaginary linux noreturn "
+    "offsetof setjmp stderr stdin stdout unix va_arg va_copy va_end va_start I std veltrano posix "
+    "emit signals slots s_addr sa_handler si_pid st_atime st_ctime st_mtime ";
 
-// What common headers of C, which a host includes, declare outside every namespace.
+// What common headers of C, which a host includes, declare outside every namespace; and their own
+// names, because the namespace's header would be found in their place.
 constexpr std::string_view kGlobal =
-    " Veltrano abort abs accept access alarm atoi bind brk calloc ceil clock close connect cos "
-    "daylight div dup environ exit exp floor fork free gamma getc gets index ioctl j0 j1 jn kill "
-    "labs link listen log malloc nice open optarg pause pipe pow printf putc puts raise rand "
-    "random "
-    "read recv remove rename round scanf select send setenv shutdown signal sin sleep socket sqrt "
-    "stat strtol sync system tan time timezone truncate trunc unlink wait write y0 y1 yn ";
+    " abort abs accept access alarm alloca atoi bind brk calloc ceil clock close complex connect "
+    "cos ctype daylight div dlfcn dup endian environ exit exp fcntl features fenv floor fork free "
+    "gamma getc gets index inttypes ioctl j0 j1 jn kill labs limits link listen locale log malloc "
+    "math memory netdb nice open optarg pause pipe poll pow printf pthread putc puts pwd raise "
+    "rand random read recv regex remove rename round scanf sched search select semaphore send "
+    "setenv setjmp shutdown signal sin sleep socket spawn sqrt stat stdarg stdbool stddef stdint "
+    "stdio stdlib string strings strtol sync syslog system tan termios tgmath threads time "
+    "timezone trunc truncate uchar unistd unlink Veltrano wait wchar wctype write y0 y1 yn ";
 
 // The name's letters and digits, with "_" for each run of anything else.
 std::string words(std::string_view name) {
   std::string words;
-  for (std::size_t i = 0; i < name.size(); ++i) {
-    const auto c = static_cast<unsigned char>(name[i]);
-    if (c >= 0xC0) {  // the first byte of a character outside ASCII
-      unsigned codePoint = c >= 0xF0 ? c & 0x07 : c >= 0xE0 ? c & 0x0F : c & 0x1F;
-      for (; i + 1 < name.size() && (name[i + 1] & 0xC0) == 0x80; ++i)
-        codePoint = codePoint << 6 | (name[i + 1] & 0x3F);
+  for (const wchar_t c : codePoints(name)) {
+    if (c >= 0x80) {
       char text[12];
-      std::snprintf(text, sizeof text, "u%04X", codePoint);
+      std::snprintf(text, sizeof text, "u%04X", static_cast<unsigned>(c));
       words += text;
-    } else if (std::isalnum(c) != 0) {
-      words += name[i];
+    } else if (std::isalnum(static_cast<unsigned char>(c)) != 0) {
+      words += static_cast<char>(c);
     } else if (!words.empty() && words.back() != '_') {
       words += '_';
     }
@@ -69,7 +68,7 @@ std::string unreserved(std::string identifier) {
 std::string faultOfName(std::string_view name) {
   if (std::any_of(name.begin(), name.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }))
     return inQuotes(name) + " has control characters";
-  // Letters with marks of their own could be spelt in two ways, which the library takes for one.
+  // A letter and its combining mark look like the composed letter, but are another name.
   for (std::size_t i = 0; i + 1 < name.size(); ++i)
     if (name[i] == '\xCC' || (name[i] == '\xCD' && name[i + 1] < '\xB0'))
       return inQuotes(name) + " has combining marks; write composed letters";

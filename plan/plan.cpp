@@ -7,12 +7,10 @@
 #include <rapidjson/error/en.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <regex>
 #include <utility>
 
 #include "plan/names.h"
@@ -37,23 +35,21 @@ constexpr Types setOf(Each... type) {
   return (0U | ... | (1U << static_cast<unsigned>(type)));
 }
 constexpr Types kAll = ~0U;
-constexpr Types kTexts = setOf(Type::text, Type::uri);
 constexpr Types kNumbers = setOf(Type::integer, Type::number);
-constexpr Types kLists = setOf(Type::list);
-constexpr Types kObjects = setOf(Type::object);
 
 // The vocabulary: keywords, by the types that they say something about.
 constexpr struct {
   Types types;
-  std::string_view keywords[5];
-} kVocabulary[] = {{kAll, {"$comment", "description", "format", "title", "type"}},
+  std::string_view keywords[4];
+} kVocabulary[] = {{kAll, {"$comment", "description", "title", "type"}},
+                   {setOf(Type::date, Type::uri), {"format"}},
                    {setOf(Type::text), {"const", "enum"}},
-                   {kTexts, {"maxLength", "minLength", "pattern"}},
+                   {setOf(Type::text, Type::uri), {"maxLength", "minLength", "pattern"}},
                    {kNumbers, {"exclusiveMaximum", "exclusiveMinimum", "maximum", "minimum"}},
-                   {kLists, {"items", "maxItems", "minItems"}},
-                   {kObjects, {"additionalProperties", "properties", "required"}}};
+                   {setOf(Type::list), {"items", "maxItems", "minItems"}},
+                   {setOf(Type::object), {"additionalProperties", "properties", "required"}}};
 
-const Value* find(const Value& object, const char* key) {
+const Value* valueOf(const Value& object, const char* key) {
   const auto member = object.FindMember(key);
   return member != object.MemberEnd() ? &member->value : nullptr;
 }
@@ -70,7 +66,7 @@ class Reader {
       faults_.emplace(document_.GetErrorOffset(),
                       rapidjson::GetParseError_En(document_.GetParseError()));
     else if (!document_.IsObject())
-      refuse(document_, "a plan has to be an object");
+      refuse(document_, "a plan must be an object");
     throwFaults();
   }
 
@@ -87,13 +83,13 @@ class Reader {
         events = &value, eventsPlace = &key;
       else if (view(key) == "superProperties")
         super = &value, superPlace = &key;
-      else if (view(key) != "description")
-        refuse(key, "a plan has no " + inQuotes(view(key)));
-    if (plan.nameSpace.empty() || memberName(plan.nameSpace) != plan.nameSpace)
-      refuse(*spacePlace, "a plan needs a \"namespace\", an identifier");
-    else if (isGlobal(plan.nameSpace))
-      refuse(*spacePlace,
-             "a \"namespace\" cannot be " + plan.nameSpace + ", a name in common headers");
+      else if (view(key) == "description")
+        plan.description = text(key, value);
+      else
+        refuse(key, "unknown key " + inQuotes(view(key)));
+    if (plan.nameSpace.empty() || memberName(plan.nameSpace) != plan.nameSpace ||
+        isGlobal(plan.nameSpace))
+      refuse(*spacePlace, "a plan needs a \"namespace\", an identifier that no common header uses");
     const Names names{"the super properties", "super_properties", "SuperProperties", true, 0};
     for (const char* identifier : {"set_super_properties", "SuperProperties"})
       take(identifier, *superPlace, names.path);
@@ -103,7 +99,7 @@ class Reader {
       refuse(*eventsPlace, "a plan needs \"events\", an array");
     else
       for (const Value& event : events->GetArray())
-        plan.events.push_back(this->event(*eventsPlace, event));
+        plan.events.push_back(this->event(*eventsPlace, event, plan.events.size() + 1));
     throwFaults();
     return plan;
   }
@@ -127,10 +123,7 @@ class Reader {
     std::string lines;
     for (const auto& [place, what] : faults_) {
       const std::string before = json_.substr(0, static_cast<std::size_t>(place));
-      const auto line = before.begin() + static_cast<std::ptrdiff_t>(before.rfind('\n') + 1);
-      const auto column = std::count_if(line, before.end(), [](char c) {
-        return (c & 0xC0) != 0x80;  // the first byte of a character
-      });
+      const auto column = codePoints(before.substr(before.rfind('\n') + 1)).size();
       lines += (lines.empty() ? "" : "\n") + file_ + ':' +
                std::to_string(1 + std::count(before.begin(), before.end(), '\n')) + ':' +
                std::to_string(1 + column) + ": " + what;
@@ -141,12 +134,12 @@ class Reader {
   void refuseTwice(const Value& object) {
     std::set<std::string_view> keys;
     for (const auto& [key, value] : object.GetObject())
-      if (!keys.insert(view(key)).second) refuse(key, inQuotes(view(key)) + " stands here twice");
+      if (!keys.insert(view(key)).second) refuse(key, inQuotes(view(key)) + " is defined twice");
   }
 
   std::string text(const Value& key, const Value& value) {
     if (value.IsString()) return std::string(view(value));
-    return refuse(key, inQuotes(view(key)) + " has to be text"), std::string();
+    return refuse(key, inQuotes(view(key)) + " must be a string"), std::string();
   }
 
   std::string name(const Value& value) {
@@ -159,18 +152,20 @@ class Reader {
     const auto [taken, isNew] = identifiers_.emplace(identifier, path);
     if (isNew) return;
     taken_.insert(path);
-    refuse(place, taken->second == path ? inQuotes(path) + " stands here twice"
+    refuse(place, taken->second == path ? inQuotes(path) + " is defined twice"
                                         : inQuotes(path) + " and " + inQuotes(taken->second) +
-                                              " make the same identifier, " + identifier);
+                                              " both map to the identifier " + identifier);
   }
 
-  Event event(const Value& place, const Value& json) {
+  Event event(const Value& place, const Value& json, std::size_t number) {
     Event event;
-    const Value* const value = json.IsObject() ? find(json, "name") : nullptr;
+    const Value* const value = json.IsObject() ? valueOf(json, "name") : nullptr;
     if (value == nullptr || !value->IsString())
-      return refuse(place, "each event has to be an object with a \"name\""), event;
+      return refuse(json.IsObject() && !json.ObjectEmpty() ? json.MemberBegin()->name : place,
+                    "event " + std::to_string(number) + " needs a \"name\""),
+             event;
     event.name = name(*value);
-    if (isLibrarysEvent(event.name)) refuse(*value, "the library has an event of this name itself");
+    if (isLibrarysEvent(event.name)) refuse(*value, "the library already sends this event");
     const Names names{event.name, snakeName(event.name), typeName(event.name), true, 0};
     const std::size_t faults = faults_.size();
     if (names.c.size() > kMaxFileName) refuse(*value, "the name is too long for a header");
@@ -182,8 +177,8 @@ class Reader {
 
   Schema schema(const Value& place, const Value& json, const Names& names) {
     Schema schema;
-    if (!json.IsObject()) return refuse(place, "a schema has to be an object"), schema;
-    if (names.depth > kMaxNesting) return refuse(place, "this nests too deep"), schema;
+    if (!json.IsObject()) return refuse(place, "a schema must be an object"), schema;
+    if (names.depth > kMaxNesting) return refuse(place, "nested too deeply"), schema;
     const std::size_t faults = faults_.size();
     refuseTwice(json);
     readType(place, json, schema, names.areOfEvent);
@@ -194,8 +189,8 @@ class Reader {
       if (view(key) != "name" || names.depth > 0 || names.cpp == "SuperProperties")
         keyword(schema, key, value, names);
     if (!schema.values.empty() && !(schema.least.word + schema.most.word + schema.pattern).empty())
-      refuse(place, "an enumeration has neither a pattern nor lengths");
-    if (!names.areOfEvent && schema.properties.empty() && !find(json, "additionalProperties"))
+      refuse(place, "no pattern or length can be combined with \"enum\" or \"const\"");
+    if (!names.areOfEvent && schema.properties.empty() && !valueOf(json, "additionalProperties"))
       schema.isOpen = true;
     if (schema.type == Type::list && schema.element.empty()) schema.element.emplace_back();
     if (const auto required = json.FindMember("required"); required != json.MemberEnd())
@@ -204,29 +199,24 @@ class Reader {
   }
 
   void readType(const Value& place, const Value& json, Schema& schema, bool isOfEvent) {
-    const Value* const type = find(json, "type");
-    const Value* const format = find(json, "format");
+    const Value* const type = valueOf(json, "type");
+    const Value* const format = valueOf(json, "format");
     for (const Type each :
          {Type::text, Type::integer, Type::number, Type::boolean, Type::list, Type::object})
       if (type != nullptr && type->IsString() && view(*type) == jsonTypeOf(each))
         schema.type = each;
     if (type != nullptr && schema.type == Type::any)
       refuse(type->IsString() ? *type : place,
-             "\"type\" has to be one of \"string\", \"integer\", \"number\", \"boolean\", "
-             "\"array\" and \"object\"; without it, anything is allowed");
-    if (type == nullptr && (find(json, "enum") != nullptr || find(json, "const") != nullptr))
+             "\"type\" must be string, integer, number, boolean, array or object");
+    if (type == nullptr && (valueOf(json, "enum") != nullptr || valueOf(json, "const") != nullptr))
       schema.type = Type::text;
     if (isOfEvent && type != nullptr && schema.type != Type::object)
       refuse(place, "the properties of an event are an \"object\"");
     if (isOfEvent) schema.type = Type::object;
-    if (format == nullptr) return;
-    const bool isURI = *format == "uri";
-    if (!isURI && *format != "date-time")
-      refuse(format->IsString() ? *format : place,
-             "an unknown format; plans know \"date-time\" and \"uri\"");
-    else if (schema.type != Type::text)
-      refuse(*format, "a format says nothing about " + schema.text());
-    schema.type = isURI ? Type::uri : Type::date;
+    if (format == nullptr || schema.type != Type::text) return;
+    schema.type = *format == "uri" ? Type::uri : Type::date;
+    if (schema.type == Type::date && *format != "date-time")
+      refuse(format->IsString() ? *format : place, "unknown format; use \"date-time\" or \"uri\"");
   }
 
   void keyword(Schema& schema, const Value& key, const Value& value, const Names& names) {
@@ -238,8 +228,9 @@ class Reader {
     if (types == 0 || word.empty())
       return refuse(key, inQuotes(word) + " is outside the vocabulary of plans");
     if ((types & setOf(schema.type)) == 0)
-      return refuse(key, inQuotes(word) + " says nothing about " +
-                             std::string(kEnglish[static_cast<int>(schema.type)]));
+      return refuse(
+          key, inQuotes(word) + (schema.type == Type::any ? " needs a \"type\""
+                                                          : " does not apply to " + schema.text()));
     if (word == "description")
       schema.description = text(key, value);
     else if (word == "title" || word == "$comment")
@@ -254,63 +245,57 @@ class Reader {
     else if (word == "properties")
       readProperties(schema, key, value, names);
     else if (word == "additionalProperties")
-      value.IsBool() ? void(schema.isOpen = value.IsTrue())
-                     : refuse(key, "this has to be true or false");
+      value.IsBool() ? void(schema.isOpen = value.IsTrue()) : refuse(key, "must be true or false");
     else if (word != "type" && word != "format" && word != "required")
       readBound(schema, key, value, types == kNumbers);
   }
 
   void readBound(Schema& schema, const Value& key, const Value& value, bool isOfNumber) {
     if (isOfNumber ? !value.IsNumber() : !value.IsUint())
-      return refuse(key, isOfNumber ? "this has to be a number" : "this has to be a count");
+      return refuse(key, isOfNumber ? "must be a number" : "must be a non-negative integer");
+    if (!value.IsLosslessDouble()) return refuse(key, "beyond 2^53 a bound is not exact");
     const std::string word(view(key));
     const bool isLeast = word.find("ax") == word.npos;
     Bound& bound = isLeast ? schema.least : schema.most;
-    if (!bound.word.empty()) return refuse(key, "say " + word + " or " + bound.word + ", not both");
+    if (!bound.word.empty()) return refuse(key, "use " + word + " or " + bound.word + ", not both");
     double end = value.GetDouble();
     if (word[0] == 'e') end = std::nextafter(end, -bound.end);
     if (schema.type == Type::integer) end = isLeast ? std::ceil(end) : std::floor(end);
     bound = {word, value.GetDouble(), end};
-    if (schema.least.end > schema.most.end) refuse(key, "the bounds leave no value");
+    if (schema.least.end > schema.most.end) refuse(key, "no value satisfies both bounds");
   }
 
   void readValues(Schema& schema, const Value& key, const Value& json, bool isConstant,
                   const Names& names) {
+    if (!schema.values.empty()) return refuse(key, "use \"const\" or \"enum\", not both");
     for (const char* start : {"", "text_of_"}) take(start + names.c, key, names.path);
     const auto add = [&](const Value& value) {
-      if (!value.IsString()) return refuse(key, "only texts can be enumerated");
+      if (!value.IsString()) return refuse(key, "enum values must be strings");
       const std::string& text = schema.values.emplace_back(name(value));
       const std::string path = names.path + " = " + text;
       take(names.c + "::" + memberName(text), value, path);
       take(upperCase(names.c + '_' + snakeName(text)), value, path);
     };
-    if (!schema.values.empty()) return refuse(key, "say \"const\" or \"enum\"");
     if (isConstant) return add(json);
-    if (!json.IsArray() || json.Empty()) return refuse(key, "this has to be an array of texts");
+    if (!json.IsArray() || json.Empty()) return refuse(key, "must be an array of strings");
     for (const Value& value : json.GetArray()) add(value);
   }
 
   void readPattern(Schema& schema, const Value& key, const Value& value) {
-    constexpr std::size_t kMost = 256;  // bounds the recursion of std::regex
     schema.pattern = text(key, value);
-    if (schema.pattern.size() > kMost) return refuse(key, "the pattern is too long");
-    try {
-      std::wregex(codePoints(schema.pattern));
-    } catch (const std::regex_error& error) {
-      refuse(key, std::string("the pattern cannot be checked: ") + error.what());
-    }
+    if (const auto fault = faultOfPattern(schema.pattern); !fault.empty()) refuse(key, fault);
   }
 
   void readProperties(Schema& schema, const Value& place, const Value& json, const Names& names) {
-    if (!json.IsObject()) return refuse(place, "this has to be an object of schemas");
+    if (!json.IsObject()) return refuse(place, "must be an object of schemas");
     const std::string scope = names.c + '.';
     take(scope + names.cpp, place, names.path);
     for (const auto& [key, value] : json.GetObject()) {
       const std::string name = this->name(key), member = memberName(name);
-      if (names.areOfEvent && isLibrarysProperty(name))
-        refuse(key, inQuotes(name) + " is a property of the library's own");
-      if (names.areOfEvent && isSuper_.count(name) > 0)
-        refuse(key, inQuotes(name) + " is a super property, too");
+      const bool isReserved = isLibrarysProperty(name);
+      if (names.areOfEvent && (isReserved || isSuper_.count(name) > 0))
+        refuse(key, inQuotes(name) + (isReserved ? " is reserved for the library"
+                                                 : " is also a super property"));
       const std::string type = nestedTypeName(name, names.cpp);
       const std::string path = names.path + '.' + name, c = names.c + '_' + snakeName(name);
       schema.properties.push_back(
@@ -327,15 +312,16 @@ class Reader {
   }
 
   void readRequired(const Value& key, const Value& json, Schema& schema) {
-    if (!json.IsArray()) return refuse(key, "this has to be an array of names");
+    if (!json.IsArray()) return refuse(key, "must be an array of property names");
     for (const Value& value : json.GetArray()) {
-      const std::string name = value.IsString() ? value.GetString() : "";
+      if (!value.IsString()) return refuse(key, "must be an array of property names");
+      const std::string name(view(value));
       const auto property = std::find_if(schema.properties.begin(), schema.properties.end(),
                                          [&](const Property& it) { return it.name == name; });
       if (property == schema.properties.end())
-        refuse(key, inQuotes(name) + " is not among the properties");
+        refuse(value, inQuotes(name) + " is not among the properties");
       else if (std::exchange(property->isRequired, true))
-        refuse(key, inQuotes(name) + " stands here twice");
+        refuse(value, inQuotes(name) + " is listed twice");
     }
   }
 
@@ -360,9 +346,9 @@ Plan Plan::read(const std::string& file) {
 
 std::string contentOf(const std::string& file) {
   std::ifstream in(file, std::ios::binary);
-  std::string content(std::istreambuf_iterator<char>(in), {});
-  if (!in) throw Faults(file + ": the file cannot be read");
-  return content;
+  in.peek();  // fails for a folder, which can be opened
+  if (in.fail()) throw Faults(file + ": the file cannot be read");
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 const char* jsonTypeOf(Type type) {
@@ -384,9 +370,9 @@ std::string Schema::text() const {
 }
 
 std::string numberText(double number) {
-  char text[400];
-  return {text,
-          std::to_chars(std::begin(text), std::end(text), number, std::chars_format::fixed).ptr};
+  std::string text = internal::json(number);
+  if (text.ends_with(".0")) text.resize(text.size() - 2);
+  return text;
 }
 
 }  // namespace veltrano::planning

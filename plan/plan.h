@@ -56,6 +56,13 @@ struct Property {
 };
 using Event = Property;
 
+/// The one of this name, or null.
+inline const Property* find(const std::vector<Property>& all, std::string_view name) {
+  for (const Property& one : all)
+    if (one.name == name) return &one;
+  return nullptr;
+}
+
 /// What is wrong with a plan: a line such as "plan.json:12:9: ..." for each fault.
 struct Faults : std::runtime_error {
   explicit Faults(const std::string& lines, std::set<std::string> without = {})
@@ -76,7 +83,7 @@ struct Checked {
 };
 
 struct Plan {
-  std::string nameSpace;
+  std::string nameSpace, description;
   std::vector<Event> events;  // in the plan's order
   Schema superProperties;
 
@@ -95,13 +102,17 @@ struct Plan {
   Coverage coverable() const;
 };
 
-/// What patterns are compared with: they count characters, not bytes.
+/// A text's characters, for patterns and names.
 std::wstring codePoints(std::string_view text);
 
-/// The pattern of a date and time.
+/// Why no value can be checked against a pattern; empty if one can.
+std::string faultOfPattern(std::string_view pattern);
+
+/// The pattern of a date and time. The 29th of February is that of a leap year.
 inline constexpr char kDate[] =
-    R"(^\d{4}-(0[1-9]|1[0-2])-(0[1-9]|[12]\d|3[01]))"
-    R"([Tt]([01]\d|2[0-3]):[0-5]\d:([0-5]\d|60)(\.\d+)?([Zz]|[+-]\d{2}:\d{2})$)";
+    R"(^((\d\d(0[48]|[2468][048]|[13579][26])|([02468][048]|[13579][26])00)-02-29|)"
+    R"(\d{4}-((0[1-9]|1[0-2])-(0[1-9]|1\d|2[0-8])|(0[13-9]|1[0-2])-(29|30)|(0[13578]|1[02])-31)))"
+    R"([Tt]([01]\d|2[0-3]):[0-5]\d:([0-5]\d|60)(\.\d+)?([Zz]|[+-]([01]\d|2[0-3]):[0-5]\d)$)";
 
 /// What a file has in it. Throws `Faults` if it cannot be read.
 std::string contentOf(const std::string& file);
@@ -124,7 +135,7 @@ std::string_view view(const Value& text) {
   return {text.GetString(), text.GetStringLength()};
 }
 
-/// Without needless decimals.
+/// The shortest that is the number, without an exponent unless it is very large or small.
 std::string numberText(double number);
 
 }  // namespace veltrano::planning

@@ -9,7 +9,7 @@ if [[ ${1:-} == --violations ]]; then
 def get(path):
     return urllib.request.urlopen(os.environ["VELTRANO_COLLECTOR_PAGE"] + path).read().decode()
 violations = json.loads(get("violations"))
-assert [event["violations"] for event in violations] == [["Notting is sent; planned: no such event"]]
+assert [event["violations"] for event in violations] == [["Notting: not a planned event"]]
 assert violations == [event for event in json.loads(get("events")) if "violations" in event]
 events = get("events")
 sent = [events[begin.start():json.JSONDecoder().raw_decode(events, begin.start())[1]]
@@ -21,5 +21,5 @@ status=0
 output=$("$with_collector" "$1" --format readable --plan "$2" -- "${BASH_SOURCE[0]}" --violations "$3") ||
   status=$?
 ((status == 3)) || { echo "The status is $status, and not 3: $output" && exit 1; }
-grep -q 'event="Notting".*NOT AS PLANNED: Notting is sent' <<<"$output"
+grep -q 'event="Notting".*NOT AS PLANNED: Notting: not a planned event' <<<"$output"
 ! "$1" --plan /dev/null 2>/dev/null

@@ -9,16 +9,17 @@
 namespace veltrano::planning {
 
 /// The differences between two plans from the view of those who read the data, a line each, which
-/// starts with "breaks: " or "fine: ".
+/// starts with "breaking: " or "compatible: ".
 std::vector<std::string> differences(const Plan& older, const Plan& newer);
 
 /// The plan as Markdown.
 std::string document(const Plan& plan);
 
-/// A plan for what a collector has written, as lines of JSON. What is doubtful is marked in
-/// "$comment"; what no plan can hold is left out and set as `leftOut`. Throws
-/// `std::runtime_error` for lines that no collector writes.
-std::string inferred(const std::string& lines, const std::string& nameSpace,
+/// A plan for what a collector has written to a file, as lines of JSON. What is doubtful is marked
+/// in
+/// "$comment"; what no plan can hold is left out and set as `leftOut`. Throws `Faults`, also for a
+/// line that no collector writes, and if there are no events.
+std::string inferred(const std::string& file, const std::string& nameSpace,
                      std::vector<std::string>& leftOut);
 
 struct CoverageReport {

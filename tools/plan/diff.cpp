@@ -40,11 +40,6 @@ class Comparison {
   // Events or properties, by their names.
   void compareAll(const std::vector<Property>& older, const std::vector<Property>& newer,
                   const std::string& path) {
-    const auto find = [](const std::vector<Property>& items, const std::string& name) {
-      const auto it = std::find_if(items.begin(), items.end(),
-                                   [&](const Property& item) { return item.name == name; });
-      return it != items.end() ? &*it : nullptr;
-    };
     std::size_t place = 0;
     bool isMoved = false;
     for (const auto& [name, schema, wasRequired] : older) {
@@ -70,7 +65,7 @@ class Comparison {
 
  private:
   void add(bool isBreak, const std::string& path, const std::string& what) {
-    found.push_back((isBreak ? "breaks: " : "fine: ") + path + ' ' + what);
+    found.push_back((isBreak ? "breaking: " : "compatible: ") + path + ' ' + what);
   }
 
   static std::string missing(const std::vector<std::string>& values,
@@ -88,7 +83,7 @@ class Comparison {
 std::vector<std::string> differences(const Plan& older, const Plan& newer) {
   Comparison comparison;
   if (older.nameSpace != newer.nameSpace)
-    comparison.found.push_back("fine: the namespace was " + older.nameSpace + ", is " +
+    comparison.found.push_back("compatible: the namespace was " + older.nameSpace + ", is " +
                                newer.nameSpace);
   comparison.compareAll(older.events, newer.events, "");
   comparison.compare(older.superProperties, newer.superProperties, "super properties");

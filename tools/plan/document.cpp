@@ -34,6 +34,7 @@ void addTable(std::string& text, const std::string& name, const Schema& schema) 
 
 std::string document(const Plan& plan) {
   std::string text = "# Events of " + cell(plan.nameSpace) + '\n';
+  if (!plan.description.empty()) text += '\n' + cell(plan.description) + '\n';
   if (!plan.superProperties.properties.empty())
     addTable(text, "Properties of every event", plan.superProperties);
   for (const Event& event : plan.events) addTable(text, event.name, event.schema);

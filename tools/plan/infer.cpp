@@ -34,15 +34,11 @@ Type typeOf(const Value& value, int depth) {
     if (std::regex_match(text.begin(), text.end(), dates)) return Type::date;
     if (std::regex_match(text.begin(), text.end(), links)) return Type::uri;
   }
-  const bool isTooDeep = depth == kMaxNesting;
-  return value.IsString()   ? Type::text
-         : value.IsInt64()  ? Type::integer
-         : value.IsNumber() ? Type::number
-         : value.IsBool()   ? Type::boolean
-         : isTooDeep        ? Type::any
-         : value.IsArray()  ? Type::list
-         : value.IsObject() ? Type::object
-                            : Type::any;
+  if (value.IsInt64()) return Type::integer;
+  if (depth == kMaxNesting && (value.IsArray() || value.IsObject())) return Type::any;
+  constexpr Type kTypes[] = {Type::any,  Type::boolean, Type::boolean, Type::object,
+                             Type::list, Type::text,    Type::number};  // by rapidjson::Type
+  return kTypes[value.GetType()];
 }
 
 // What has been seen under one name.
@@ -158,7 +154,7 @@ class Author {
 
   bool isUsable(const std::string& name, const std::string& path) {
     std::string fault = faultOfName(name);
-    if (taken_.count(path) > 0) fault = inQuotes(path) + " has the identifier of another name";
+    if (taken_.count(path) > 0) fault = inQuotes(path) + " maps to the identifier of another name";
     if (!fault.empty()) leftOut_.push_back("left out: " + fault);
     return fault.empty();
   }
@@ -183,17 +179,20 @@ std::string pretty(const std::string& json) {
 
 }  // namespace
 
-std::string inferred(const std::string& lines, const std::string& nameSpace,
+std::string inferred(const std::string& file, const std::string& nameSpace,
                      std::vector<std::string>& leftOut) {
+  // Tells a fault of the namespace before those of what is inferred.
+  Plan::parse(jsonObject({{"namespace", inQuotes(nameSpace)}, {"events", "[]"}}), "--namespace");
   std::map<std::string, Seen> events;
   Seen all;
-  std::istringstream in(lines);
+  std::istringstream in(contentOf(file));
   std::string line;
   for (int number = 1; std::getline(in, line); ++number) {
+    if (line.empty()) continue;
     rapidjson::Document request;
     request.Parse<rapidjson::kParseIterativeFlag>(line.data(), line.size());
     if (!request.IsObject() || !request.HasMember("body"))
-      throw std::runtime_error("line " + std::to_string(number) + " is none of a collector");
+      throw Faults(file + ':' + std::to_string(number) + ": not a line that the collector wrote");
     if (!request["body"].IsArray()) continue;  // a heartbeat
     for (const Value& record : request["body"].GetArray())
       if (record.IsObject() && record.HasMember("event") && record["event"].IsString() &&
@@ -201,6 +200,7 @@ std::string inferred(const std::string& lines, const std::string& nameSpace,
         for (Seen* const seen : {&all, &events[std::string(view(record["event"]))]})
           seen->add(record["properties"]);
   }
+  if (events.empty()) throw Faults(file + ": no events");
   for (std::set<std::string> taken;;) {
     leftOut.clear();
     const std::string plan = pretty(Author(taken, leftOut).plan(events, all, nameSpace));
