@@ -397,10 +397,8 @@ TEST(Worlds, SayTheSameInC) {
   for (const char* name : {"Signed Out", "E"}) veltrano_track(name, nullptr, nullptr, nullptr);
   veltrano_world_advance(world, 20);
   EXPECT_STREQ(veltrano_world_complaints(world),
-               "A time is over 1e12 s, or not a number.
-"
-               "at 150.000002 s: E: not a planned event
-");
+               "A time is over 1e12 s, or not a number.\n"
+               "at 150.000002 s: E: not a planned event\n");
   veltrano_world_destroy(world);
 }
 
