@@ -22,7 +22,7 @@ inline std::int64_t truncatedInteger(double number) {
   return static_cast<std::int64_t>(number);
 }
 
-/// The integer that `text` consists of; empty if it is none, or out of range.
+/// `text` as an integer; empty if it is not one, or out of range.
 template <std::integral Number>
 std::optional<Number> wholeNumber(std::string_view text, int base = 10) {
   Number number = 0;
@@ -31,7 +31,7 @@ std::optional<Number> wholeNumber(std::string_view text, int base = 10) {
   return isWhole ? std::optional(number) : std::nullopt;
 }
 
-/// The number that `text` consists of, in decimal notation; empty if it is out of range.
+/// `text` as a number in decimal notation; empty if it is not one, or out of range.
 template <class Number = double>
 std::optional<Number> decimalNumber(std::string_view text) {
   Number number = 0;

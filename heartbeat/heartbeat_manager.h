@@ -27,7 +27,7 @@ class HeartbeatManager {
   /// no-ops.
   void initialize(const std::string& uid);
 
-  /// Call when `isCollecting` becomes true: goes on as after an activation, on the main thread.
+  /// Call when `isCollecting` becomes true: continues as after an activation, on the main thread.
   void resume();
 
  private:

@@ -12,7 +12,7 @@ enum class EndpointPath { track, heartbeat };
 
 inline constexpr EndpointPath kEndpointPaths[] = {EndpointPath::track, EndpointPath::heartbeat};
 
-/// For arrays with an element for each path.
+/// For arrays with one element per path.
 inline constexpr std::size_t kEndpointPathCount = std::size(kEndpointPaths);
 constexpr std::size_t indexOf(EndpointPath path) {
   return static_cast<std::size_t>(path);

@@ -63,7 +63,7 @@ class HostCode {
     for (;;) isProcessExiting.wait(true);
   }
 
-  /// Exit no longer waits for the calling thread, because that exits the process.
+  /// Exit no longer waits for the calling thread, because that thread is exiting the process.
   static void leaveForExit() noexcept {
     isLibraryThread = false;
     exitsProcess = true;

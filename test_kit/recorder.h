@@ -33,7 +33,7 @@ class Recorder {
   /// Adds the answer to a post to `path`.
   void addAnswer(const std::string& path, const Answer& answer);
 
-  /// Ends the scenario at `time`, after which it takes no steps.
+  /// Ends the scenario at `time`, after which it accepts no steps.
   void end(Duration time);
 
   /// Adds a post to `posts`, as one to the simulated collection host. It is not a step.

@@ -44,8 +44,8 @@ class Library {
     return processLibrary.exchange(library, std::memory_order_acq_rel);
   }
 
-  /// Replaces the process's library, which is being shut down, with `inert`, which tells the
-  /// statistics of the old one from now on. Returns the old one.
+  /// Replaces the process's library, which is being shut down, with `inert`, which then reports the
+  /// old library's statistics. Returns the old one.
   static Library& replaceCurrent(Library& inert) noexcept;
 
   /// Ends the library's part in a shutdown, once nothing runs on its platform any more: drops the

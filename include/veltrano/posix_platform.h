@@ -110,9 +110,9 @@ struct PosixOptions {
   std::uint64_t trackingAuthorizationStatus = 0;
   std::optional<std::string> advertisingIdentifier;
 
-  /// Names of properties that no event is sent with: whether the library, a super property or
-  /// `track` gives them, and also as keys of nested maps. Such as "$carrier" or "email";
-  /// compared byte by byte.
+  /// Names of properties that are removed from every event before it is sent: whether the library,
+  /// a super property or `track` gives them, and also as keys of nested maps. Examples are
+  /// "$carrier" and "email". Names are compared byte by byte.
   ///
   /// Warning: heartbeats, the query and the headers of requests stay as they are, so the user id is
   /// sent all the same; and the log shows super properties that are removed.

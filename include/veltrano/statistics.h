@@ -9,7 +9,7 @@ namespace veltrano {
 /// `recorded == waiting + inFlight + delivered + dropped()`.
 ///
 /// An event counts as recorded when it joins the queue; events tracked during an upload join when
-/// the upload ends. Calls that are dropped before count as recorded, too.
+/// the upload ends. Calls dropped before that count as recorded, too.
 struct Statistics {
   std::uint64_t recorded = 0;
 
@@ -41,7 +41,8 @@ struct Statistics {
   std::uint64_t heartbeatsFailed = 0;  // of those sent: not accepted, or not built
   std::uint64_t heartbeatsPutOff = 0;  // of those sent: not attempted, to spare the server
 
-  std::uint64_t droppedByOptOut = 0;  // waiting when `setCollecting(false)` was called
+  /// Waiting, or in an upload that then failed, when `setCollecting(false)` was called.
+  std::uint64_t droppedByOptOut = 0;
 };
 
 }  // namespace veltrano

@@ -263,7 +263,9 @@ std::ostream& operator<<(std::ostream& out, const Heartbeat& heartbeat);
 
 /// A request that the library posted. Worlds do not retry: one request stands for all the attempts
 /// that it would take in production. One that is put off does not arrive here: worlds let a failing
-/// collection host rest by the rules of production, without the jitter.
+/// collection host rest by the rules of production, without the jitter. A 503 with "Retry-After"
+/// therefore fails and begins that rest, where production waits in the request if the time is short
+/// enough.
 struct Request {
   std::string path;  // "/track" or "/heartbeat"
   std::map<std::string, std::string> query;
@@ -277,7 +279,7 @@ std::ostream& operator<<(std::ostream& out, const Request& request);
 struct Answer {
   int status = 200;
   std::optional<std::string> body = std::nullopt;
-  Duration latency{0};            // over 30 s, the request fails then, as in production
+  Duration latency{0};  // if longer than 30 s, the request fails after 30 s, as in production
   bool isTransportError = false;  // no answer arrives; status, body and headers are ignored
   std::map<std::string, std::string> headers = {};    // the library reads "Retry-After"
   std::string reason = "Couldn't connect to server";  // of the transport error
@@ -346,10 +348,10 @@ using Complaints = List<std::string>;
 /// The wall clock starts at 2023-11-14 22:13:20 UTC, and identifiers are the same in every run.
 /// Until the host installs a platform, the device has default settings. `PosixPlatform::install`
 /// applies its options, but starts nothing and uses no file except `infoPropertyListFile`; a
-/// complaint names one that production would refuse. Without a `logSink`, diagnostic lines are
-/// dropped. `onTransfer` receives each answer as the first attempt; its bytes are those of the
-/// bodies. The installed platform is valid as long as the process, and a no-op outside the worlds
-/// that it was installed in.
+/// complaint names the first file that production would refuse. Without a `logSink`, diagnostic
+/// lines are dropped. `onTransfer` receives each answer as the first attempt; its bytes are those
+/// of the bodies. The installed platform is valid as long as the process, and a no-op outside the
+/// worlds that it was installed in.
 ///
 /// Its `shutDown` works as in production, with a deadline in virtual time: the world advances until
 /// everything is answered, and the library is inert afterwards. Only functions of the main run loop
@@ -408,10 +410,11 @@ class World {
   /// Problems that would otherwise go unnoticed: values left out because events cannot hold them
   /// (absent ones excepted) or because they nest too deep, numbers sent as null, events that were
   /// dropped and why, or tracked while nothing is collected, calls from C or Objective-C that did
-  /// nothing because an argument has the wrong type, a platform that is refused or installed too
-  /// late or twice, files that are missing, a callback or rule that threw, a completion that is
-  /// never called, a heartbeat that is never sent, a run that does not end. After `end`, also
-  /// events that were still pending.
+  /// nothing because an argument is missing or has the wrong type, or nothing has that selector, a
+  /// platform that is refused or installed too late or twice, a file that is missing, a callback or
+  /// rule that threw (not what an Objective-C block raises), a completion that is never called, a
+  /// heartbeat that is never sent, a run that does not end. After `end`, also events that were
+  /// still pending.
   Complaints complaints() const;
 
   /// Lifecycle changes, with their notifications. `enterBackground` first makes the application
@@ -426,14 +429,15 @@ class World {
   void setInterfaceOrientation(int orientation);
   void setDeviceOrientation(int orientation);
   void setScreenSize(double width, double height);
-  void setModel(std::string model);  // sent as "$model"
+  void setModel(std::string model);  // sent as "$model"; call it before the first event
   void setCarrierName(std::optional<std::string> name);
   void setWiFi(bool isConnected);  // connected, a rest that began with a transport error ends
   void setTrackingAuthorizationStatus(std::uint64_t status);
   void setAdvertisingIdentifier(const std::string& identifier);
 
-  /// Whether `advance` runs the main run loop; true at first. False is a host that forgot to: its
-  /// heartbeats are missing, and so is what other threads report, until it runs the loop itself.
+  /// Whether `advance` runs the main run loop; true at first. Pass false to simulate a host that
+  /// forgets to: its heartbeats are missing, and so is what other threads report, until it runs the
+  /// loop itself.
   void setRunsMainLoop(bool runs);
 
   /// What the library has stored, as production keeps it in `userDefaultsFile`. Passed to the next

@@ -34,20 +34,20 @@ veltrano_world* veltrano_world_create(void);
 /* Warning: not in a callback, and not while another thread calls the library. */
 void veltrano_world_destroy(veltrano_world* world);
 
-/* Why the latest call that failed did; empty if none has failed. */
+/* Why the most recent failed call failed; empty if none has. What fails in a function that returns
+ * nothing is a complaint, too. */
 const char* veltrano_world_error(const veltrano_world* world);
 
 /* False on any thread but the main thread, in a callback, after the end, and if `seconds` is
  * negative, not a number or over a hundred years. */
 bool veltrano_world_advance(veltrano_world* world, double seconds);
 
-/* Moves the wall clock forward or back. The monotonic clock does not change. */
+/* Moves the wall clock forward or back, by 1e12 s at most. The monotonic clock does not change. */
 void veltrano_world_jump_clock(veltrano_world* world, double seconds);
 
 /* Answer the next `times` posts to `path`, "/track" or "/heartbeat", or all of them if `times` is
- * 0: with a status, and a body unless NULL, after `latency` seconds; or with a transport error. Any
- * other path, a status that is not between 0 and 999, or a negative latency only sets
- * veltrano_world_error. */
+ * 0: with a status, and a body unless NULL, after `latency` seconds; or with a transport error. No
+ * effect with any other path, a status that is not between 0 and 999, or a negative latency. */
 void veltrano_world_answer(veltrano_world* world, const char* path, int status, const char* body,
                            double latency, size_t times);
 void veltrano_world_fail(veltrano_world* world, const char* path, size_t times);
@@ -100,8 +100,7 @@ const char* veltrano_world_trace(veltrano_world* world);
  * False for a plan with faults, which veltrano_world_error then has. */
 bool veltrano_world_use_plan(veltrano_world* world, const char* file);
 
-/* Ends the world; what it has seen stays available. In a callback it only sets
- * veltrano_world_error. */
+/* Ends the world; what it has seen stays available. No effect in a callback. */
 void veltrano_world_end(veltrano_world* world);
 
 #ifdef __cplusplus

@@ -11,7 +11,8 @@
 //
 // Warning: `HostValue{x}` makes a one-element array.
 //
-// Warning: containers nest at most 128 deep within a property; a deeper one becomes absent.
+// Warning: containers nest at most 128 deep within a property; a deeper one becomes absent. From C
+// and Objective-C it is 127, because the properties themselves count.
 //
 // A value takes at most 4 GiB. Making a larger one throws std::length_error; `track` drops the
 // event.

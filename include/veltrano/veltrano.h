@@ -104,13 +104,15 @@ class VELTRANO_EXPORT Veltrano {
   /// Whether anything is collected; true at first. For consent that is given, withdrawn and given
   /// again.
   ///
-  /// While it is false, `track` only calls the refresh handler, and no request is begun; identity,
-  /// super properties and reports of the application and the device take effect as ever. Switching
-  /// off drops the events that wait, which count as `Statistics::droppedByOptOut`, and their
-  /// completions. An upload in progress ends, with its retries within a minute and its completion;
-  /// its events are not sent again. Switching on schedules an upload 20 s later, if the application
-  /// is in the foreground, and a heartbeat a second later, on the main thread. Not stored: call it
-  /// after each installation. Before one it counts as a first use, after which none is possible.
+  /// While it is false, `track` only calls the refresh handler, and no request is started;
+  /// identity, super properties and reports of the application and the device still take effect.
+  /// Switching off drops the waiting events. They count as `Statistics::droppedByOptOut`; their
+  /// completions are not called. An upload or a heartbeat in progress ends, with its retries within
+  /// a minute; the upload's completion is called, and its events are not sent again. Switching on
+  /// schedules an upload 20 s later, if the application is in the foreground, and a heartbeat a
+  /// second later, on the main thread, unless one is pending. Not stored: call it after each
+  /// installation. A call before the installation counts as the first use of the library; the
+  /// installation is then refused.
   void setCollecting(bool isOn);
 
   /// The interface's current orientation: "portrait", "landscape" or "unknown".

@@ -27,7 +27,7 @@
  * (4) Functions that track, set, append or remove return false, without effect, when a required
  *     argument is NULL or an object is of the wrong type. They also return false when memory runs
  *     out; the operation may then be half done. An event that is lost later because memory ran out
- * is counted in `dropped_for_memory`.
+ *     is counted in `dropped_for_memory`.
  *
  * (5) Functions are thread-safe unless they say otherwise, and none waits for the network. Mutable
  *     collections are not thread-safe.
@@ -181,13 +181,15 @@ VELTRANO_EXPORT bool veltrano_set_refresh_triggers(const char* const* names, siz
 /* Whether anything is collected; true at first. For consent that is given, withdrawn and given
  * again.
  *
- * While it is false, veltrano_track only calls the refresh handler, and no request is begun;
- * identity, super properties and reports of the application and the device take effect as ever.
- * Switching off drops the events that wait, which count as `dropped_by_opt_out`, and their
- * completions. An upload in progress ends, with its retries within a minute and its completion; its
- * events are not sent again. Switching on schedules an upload 20 s later, if the application is in
- * the foreground, and a heartbeat a second later, on the main thread. Not stored: call it after
- * each installation. Before one it counts as a first use, after which none is possible. */
+ * While it is false, veltrano_track only calls the refresh handler, and no request is started;
+ * identity, super properties and reports of the application and the device still take effect.
+ * Switching off drops the waiting events. They count as `dropped_by_opt_out`; their completions are
+ * not called. An upload or a heartbeat in progress ends, with its retries within a minute; the
+ * upload's completion is called, and its events are not sent again. Switching on schedules an
+ * upload 20 s later, if the application is in the foreground, and a heartbeat a second later, on
+ * the main thread, unless one is pending. Not stored: call it after each installation. A call
+ * before the installation counts as the first use of the library; the installation is then
+ * refused. */
 VELTRANO_EXPORT bool veltrano_set_collecting(bool on);
 
 /* The interface's current orientation: "portrait", "landscape" or "unknown". */
@@ -382,7 +384,7 @@ VELTRANO_EXPORT bool veltrano_responds(const char* selector);
  * dropped events.
  *
  * An event counts as recorded when it joins the queue; events tracked during an upload join when
- * the upload ends. Calls that are dropped before count as recorded, too. */
+ * the upload ends. Calls dropped before that count as recorded, too. */
 typedef struct veltrano_statistics {
   size_t size;
 
@@ -410,7 +412,7 @@ typedef struct veltrano_statistics {
   uint64_t heartbeats_failed;  /* of those sent: not accepted, or not built */
   uint64_t heartbeats_put_off; /* of those sent: not attempted, to spare the server */
 
-  uint64_t dropped_by_opt_out; /* waiting when veltrano_set_collecting(false) was called */
+  uint64_t dropped_by_opt_out; /* waiting, or in an upload that failed, at the opt-out */
 } veltrano_statistics;
 
 /* Fills in the counts that fit into `size`. The latest calls may be missing: the library reads them
@@ -446,8 +448,8 @@ typedef struct veltrano_transfer {
   int status;           /* of the response; 0 without one. 200 is a delivery; 400 drops the batch */
   veltrano_text reason; /* why there is no complete response, in words; empty if there is one */
   bool will_retry;      /* of this request; if false, events wait for the next flush */
-  double put_off_until; /* requests to this path are put off until then, in seconds since 1970; 0 if
-                           they are not */
+  double put_off_until; /* no request goes to this path before then, in seconds since 1970; 0 if
+                           there is no such time */
 } veltrano_transfer;
 
 /* Set `size` to sizeof(veltrano_options) and zero what you do not use; only the collection host is
@@ -516,9 +518,9 @@ typedef struct veltrano_options {
   void (*on_transfer)(void* context, const veltrano_transfer* transfer);
   void* on_transfer_context;
 
-  /* The `withheld_count` names of properties that no event is sent with: whether the library, a
-   * super property or veltrano_track gives them, and also as keys of nested dictionaries. Such as
-   * "$carrier" or "email"; compared byte by byte.
+  /* The `withheld_count` names of properties that are removed from every event before it is sent:
+   * whether the library, a super property or veltrano_track gives them, and also as keys of nested
+   * dictionaries. Examples are "$carrier" and "email". Names are compared byte by byte.
    *
    * Warning: heartbeats, the query and the headers of requests stay as they are, so the user id is
    * sent all the same; and the log shows super properties that are removed. */

@@ -224,8 +224,8 @@ bool Soak::report() {
   expectAtMost(counts.recorded, tracked + own, "tracked and not recorded");
   expectAtMost(tracked + own, counts.recorded, "recorded and not tracked");
   expectAtMost(counts.delivered + trimmed + refused, counts.recorded, "still waiting, or dropped");
-  // What is missing was dropped. A library that takes for delivered what was not answered with 200
-  // loses it, too.
+  // What is missing was dropped. A library that counts other answers as delivered loses events,
+  // too.
   expectAtMost(arrivals.succeeded + trimmed + refused, tracked, "lost");
   expectAtMost(counts.uploadsAttempted, arrivals.requests - arrivals.retries,
                "repeated in an upload without a reason");

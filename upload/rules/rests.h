@@ -18,8 +18,8 @@ class Rests {
  public:
   explicit Rests(EndpointPath path) : path_(path) {}
 
-  /// The rest that puts off a request at `now`; none: attempt it. Ask once for each request,
-  /// because only one with a completion every two seconds skips a rest of our own.
+  /// The rest that puts off a request at `now`. Empty: send it. Ask once per request: the answer
+  /// uses up the one skip that completions get every two seconds.
   std::optional<Rest> puttingOff(Duration now, Urgency urgency);
 
   /// Whether a request may be attempted more than once: not while the trouble lasts.
@@ -30,8 +30,8 @@ class Rests {
   /// 0 to 1.
   std::optional<Rest> requestEnded(Duration now, const AttemptResult& last, double random);
 
-  /// Call when the device has a route to the network again. Ends a rest that began for want of a
-  /// connection.
+  /// Call when the device has a route to the network again. Ends a rest that began because there
+  /// was no connection.
   void routeReturned();
 
   /// The rest at `now`, if there is one.

@@ -33,8 +33,8 @@ namespace veltrano::internal {
 ///        ^      (interceptor)   (resolver)        |     (report, callback)
 ///        +------------------- retry --------------+
 ///
-/// An endpoint has one post between waiting and over. When a post's time is up, whatever its stage,
-/// it is over; an interceptor or a lookup that is stuck then goes on alone.
+/// An endpoint has one post between waiting and over. A post ends when its time limit expires, at
+/// any stage; a stuck interceptor or lookup continues by itself.
 class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
  public:
   using Clock = std::chrono::steady_clock;

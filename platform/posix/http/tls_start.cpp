@@ -20,9 +20,9 @@
 namespace veltrano::internal {
 namespace {
 
-// OpenSSL runs the parts of its start once. One that finds no memory fails for good, and then no
-// transfer of the process succeeds. So while it starts, which takes up to 350 KB, memory is held
-// back for it: what the C library cannot allocate, it can once that is freed.
+// OpenSSL runs each initialisation step once; one that runs out of memory fails permanently, and
+// then no transfer of the process succeeds. So while it starts, which takes up to 350 KB, memory is
+// held back for it: what the C library cannot allocate, it can once that is freed.
 constexpr std::size_t kReserve = std::size_t{512} << 10;
 std::atomic<char*> reserve{nullptr};
 

@@ -8,9 +8,9 @@
 
 namespace veltrano::internal {
 
-/// A pointer that each thread has of its own, and that is released when the thread ends, after its
-/// thread-local destructors. Unlike a thread-local object with a destructor, which ends the process
-/// when memory runs out, it says when it cannot be set. At exit, the main thread's is kept.
+/// A per-thread pointer that is released when the thread ends, after its thread-local destructors.
+/// Unlike a thread-local object with a destructor, which ends the process when memory runs out, it
+/// says when it cannot be set. At exit, the main thread's is kept.
 class ThreadKey {
  public:
   /// Throws std::system_error when the process has no key left.

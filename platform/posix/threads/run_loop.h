@@ -54,7 +54,7 @@ class PosixRunLoop final : public RunLoop, public std::enable_shared_from_this<P
   };
   using Schedule = std::map<Key, Pending>;
 
-  /// When functions are due: before any timer.
+  /// The due time of functions, earlier than any timer's.
   static constexpr Clock::time_point kAtOnce{};
 
   bool runPass(bool endsWhenStopped);

@@ -58,8 +58,8 @@ class Submissions {
   void ring() { bell_.ring(); }
 
   /// Sleeps until a submission or a ring, or until `nextDue()`, if that has a value. May return
-  /// early. Does not sleep if something was submitted or `isOver()`: both are read after a
-  /// submitter or whoever ends the reader can see that it sleeps. Reader only.
+  /// early. Does not sleep if something was submitted or `isOver()`: both are checked only after
+  /// its sleep is visible to submitters and to whoever stops it. Reader only.
   template <class NextDue, class IsOver>
   void sleep(std::size_t limit, NextDue nextDue, IsOver isOver) {
     bell_.clear();

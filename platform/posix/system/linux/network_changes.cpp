@@ -41,7 +41,7 @@ void NetworkChanges::clear() {
   while (receiveChange(descriptor_)) {
   }
   if (errno == EAGAIN) return;
-  close(std::exchange(descriptor_, -1));  // broken: would have input for ever
+  close(std::exchange(descriptor_, -1));  // broken: poll would report input forever
 }
 
 }  // namespace veltrano::internal
