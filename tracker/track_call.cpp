@@ -63,10 +63,9 @@ class TrackCall::Memory final : public FlatWriter {
     if (thread.chunk != nullptr && thread.chunk->size - thread.chunk->used < kLeast)
       std::exchange(thread.chunk, nullptr)->retire();
     if (thread.chunk != nullptr) return std::exchange(thread.chunk, nullptr);
-    if (thread.use == ThreadUse::secondCall)
-      thread.use =
-          threadEnds.callAtEnd(endThread) ? ThreadUse::keepsChunk : ThreadUse::keepsNothing;
-    return makeChunk(thread, thread.use == ThreadUse::keepsChunk ? kChunkSize : kFirstSize);
+    if (thread.use == Use::secondCall)
+      thread.use = threadEnds.callAtEnd(endThread) ? Use::keepsChunk : Use::keepsNothing;
+    return makeChunk(thread, thread.use == Use::keepsChunk ? kChunkSize : kFirstSize);
   }
 
   explicit Memory(Chunk& chunk) : FlatWriter(nullptr, nullptr, -1), chunk_(&chunk) {
@@ -78,7 +77,7 @@ class TrackCall::Memory final : public FlatWriter {
   /// Returns the chunk to the thread, unless it has got another one: a host's container may track
   /// while it is read.
   ~Memory() {
-    if (thread_.use == ThreadUse::firstCall) thread_.use = ThreadUse::secondCall;
+    if (thread_.use == Use::firstCall) thread_.use = Use::secondCall;
     if (thread_.chunk == nullptr && chunk_->isCached)
       thread_.chunk = chunk_;
     else
@@ -98,21 +97,21 @@ class TrackCall::Memory final : public FlatWriter {
  private:
   // A thread keeps a chunk from its second call until it ends. Otherwise, and if its end would go
   // unnoticed, each call frees its own memory.
-  enum class ThreadUse : std::uint8_t { firstCall, secondCall, keepsChunk, keepsNothing };
+  enum class Use : std::uint8_t { firstCall, secondCall, keepsChunk, keepsNothing };
 
   struct Thread {
     Chunk* chunk = nullptr;
-    ThreadUse use = ThreadUse::firstCall;
+    Use use = Use::firstCall;
   };
 
   static void endThread() {
-    callingThread.use = ThreadUse::keepsNothing;
+    callingThread.use = Use::keepsNothing;
     if (callingThread.chunk != nullptr) std::exchange(callingThread.chunk, nullptr)->retire();
   }
 
   static Chunk* makeChunk(const Thread& thread, std::size_t size) {
     Chunk* const chunk = Chunk::make(size);
-    chunk->isCached = size == kChunkSize && thread.use == ThreadUse::keepsChunk;
+    chunk->isCached = size == kChunkSize && thread.use == Use::keepsChunk;
     return chunk;
   }
 

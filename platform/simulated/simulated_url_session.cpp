@@ -8,12 +8,12 @@ void SimulatedURLSession::postData(PostRequest request, URLSessionCallback callb
   onPost(request);
   const SimulatedAnswer answer = answers[request.path()];
   timeline_.schedule(answer.latency, [answer, callback = std::move(callback)] {
-    switch (answer.result) {
-      case SimulatedAnswer::Result::http:
+    switch (answer.form) {
+      case SimulatedAnswer::Form::http:
         return callback(answer.body, URLResponse{answer.status}, std::nullopt);
-      case SimulatedAnswer::Result::transportError:
+      case SimulatedAnswer::Form::transportError:
         return callback(std::nullopt, std::nullopt, TransportError{"simulated"});
-      case SimulatedAnswer::Result::notHTTP:
+      case SimulatedAnswer::Form::notHTTP:
         return callback(answer.body, URLResponse{}, std::nullopt);
     }
   });

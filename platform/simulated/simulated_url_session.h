@@ -12,9 +12,9 @@ namespace veltrano::internal {
 
 /// How posts to one path are answered.
 struct SimulatedAnswer {
-  enum class Result { http, transportError, notHTTP };
+  enum class Form { http, transportError, notHTTP };
 
-  Result result = Result::http;
+  Form form = Form::http;
   int status = 200;
   std::optional<std::string> body = std::nullopt;
   Duration latency = std::chrono::milliseconds(50);

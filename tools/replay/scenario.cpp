@@ -68,8 +68,7 @@ Action readNetwork(const Fields& fields) {
     if (!fields.get<bool>(isError ? "error" : "nonHTTP"))
       throw ScenarioError("\"error\" and \"nonHTTP\" can only be true");
     if (fields.has("body")) throw ScenarioError("a \"body\" comes with a \"status\" only");
-    answer.result =
-        isError ? SimulatedAnswer::Result::transportError : SimulatedAnswer::Result::notHTTP;
+    answer.form = isError ? SimulatedAnswer::Form::transportError : SimulatedAnswer::Form::notHTTP;
   }
   fields.update("latency", answer.latency);
   if (answer.latency < answer.latency.zero()) throw ScenarioError("\"latency\" is negative");
