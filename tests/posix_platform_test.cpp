@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -25,6 +26,7 @@
 #include "platform/host_callback.h"
 #include "platform/local_notification_center.h"
 #include "platform/platform.h"
+#include "platform/posix/device/clock_and_random.h"
 #include "platform/posix/device/host_reports.h"
 #include "platform/posix/device/standard_output.h"
 #include "platform/posix/http/option_checks.h"
@@ -50,6 +52,14 @@ void drain(WorkQueue& queue) {
   std::promise<void> drained;
   queue.async([&] { drained.set_value(); });
   ASSERT_EQ(drained.get_future().wait_for(seconds(30)), std::future_status::ready);
+}
+
+// Runs first: no other thread may read the environment meanwhile.
+TEST(ClockTest, KnowsTheLocalTimeOfAnInstant) {
+  setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);
+  tzset();
+  EXPECT_EQ(PosixClock().localTimeOffset({seconds(1'700'000'000)}), std::chrono::hours(-5));
+  EXPECT_EQ(PosixClock().localTimeOffset({seconds(1'690'000'000)}), std::chrono::hours(-4));
 }
 
 // Threads end while their calls still wait, and track from thread-local destructors.
