@@ -1,11 +1,14 @@
-# veltrano_generate_events(TARGET PLAN [LANGUAGE c]): makes headers from a tracking plan, in C++ or in
-# C, and makes them again when the plan changes. TARGET, and what links it, includes NAMESPACE.h, or
-# NAMESPACE/EVENT.h for a single event; in C NAMESPACE_c.h.
+# veltrano_generate_events(TARGET PLAN [LANGUAGE c|c++]): makes headers from a tracking plan, in C++
+# unless it is told C, and makes them again when the plan changes. TARGET, and what links it, includes
+# NAMESPACE.h, or NAMESPACE/EVENT.h for a single event; in C NAMESPACE_c.h.
 function(veltrano_generate_events target plan)
   cmake_parse_arguments(PARSE_ARGV 2 arg "" LANGUAGE "")
-  set(language c++)
-  if(arg_LANGUAGE STREQUAL "c")
-    set(language c)
+  if(NOT DEFINED arg_LANGUAGE)
+    set(arg_LANGUAGE c++)
+  endif()
+  string(TOLOWER "${arg_LANGUAGE}" language)
+  if(NOT language MATCHES "^c([+][+])?$" OR arg_UNPARSED_ARGUMENTS OR arg_KEYWORDS_MISSING_VALUES)
+    message(FATAL_ERROR "veltrano_generate_events takes LANGUAGE c or LANGUAGE c++, not: ${ARGN}")
   endif()
   get_filename_component(plan ${plan} ABSOLUTE)
   set(folder ${CMAKE_CURRENT_BINARY_DIR}/${target}_events)

@@ -13,9 +13,10 @@ void signIn(bool isPaying) {
   player::setSuperProperties(player::SuperProperties{.plan = isPaying ? Plan::pro : Plan::free});
 }
 
-void play(const std::string& song, double seconds) {
+void play(const std::string& song, double seconds, bool isFromAlbum) {
+  using Source = player::SongPlayed::Source;
   player::track(player::SongPlayed{
-      .song = song, .seconds = seconds, .source = player::SongPlayed::Source::search});
+      .song = song, .seconds = seconds, .source = isFromAlbum ? Source::album : Source::search});
 }
 
 void buy(const std::string& name, double price) {

@@ -10,11 +10,13 @@ int main() {
   using namespace std::chrono_literals;
   veltrano::testing::World world;
   world.usePlan(PLAN);
+  signIn(false);
+  play("Hurt", 218.5, false);
   signIn(true);
-  play("Hurt", 218.5);
+  play("Hurt", 218.5, true);
   buy("poster", 9.5);
   signOut();
   world.advance(20s);
   std::cout << world.complaints() << '\n';
-  return world.complaints().empty() && world.delivered().size() == 3 ? EXIT_SUCCESS : EXIT_FAILURE;
+  return world.complaints().empty() && world.delivered().size() == 4 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

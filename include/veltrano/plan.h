@@ -62,7 +62,8 @@ struct Map {
 };
 struct Anything {
   template <class T>
-  static constexpr bool isTaken = detail::isArgument<T> && !std::is_same_v<T, std::nullopt_t>;
+  static constexpr bool isTaken =
+      detail::isArgument<T> && !detail::isOneOf<T, std::nullopt_t, std::nullptr_t>;
 };
 
 /// A value of one of these types.
