@@ -10,8 +10,7 @@ namespace veltrano::internal {
 Simulation::Simulation() {
   platform.output.onLine = [this](std::string_view line) { lines.emplace_back(line); };
   platform.network.onPost = [this](const PostRequest& request) {
-    const std::string json = decodedBase64(request.httpBody.substr(5)).value_or("");  // after data=
-    posts.emplace_back().Parse(json.data(), json.size());
+    posts.emplace_back().Parse(decodedBase64(request.httpBody.substr(5)).value_or(""));  // data=
   };
 }
 
