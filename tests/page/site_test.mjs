@@ -38,7 +38,7 @@ test('no page has a link that leads nowhere, or scrolls sideways', async () => {
 
 for (const colorScheme of ['light', 'dark']) {
   test(`has contrast when ${colorScheme}`, async () => {
-    for (const name of ['classVeltrano', 'index']) {
+    for (const name of ['classVeltrano', 'index', 'md_docs_guide', 'md_docs_sizing']) {
       await open(`${name}.html`);
       assert.deepEqual(await barriers(page, colorScheme, 'color-contrast'), [], name);
     }
