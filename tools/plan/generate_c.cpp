@@ -55,8 +55,10 @@ class Header {
                        "    for (size_t i = 0; i < $0_count; ++i) {\n$1    }\n"
                        "    veltrano_dictionary_set_object($2, list);\n"
                        "    veltrano_release(list);\n",
-                       {given, adding("array_append", "list", one, inner, given + "[i]"), target})
-                 : adding("dictionary_set", target, one, inner, (isPointer ? "*" : "") + given);
+                       {given, adding("      ", "array_append", "list", one, inner, given + "[i]"),
+                        target})
+                 : adding(isPointer || hasFlag ? "    " : "  ", "dictionary_set", target, one,
+                          inner, (isPointer ? "*" : "") + given);
       if (isPointer) set = filled("  if ($0 != NULL) {\n$1  }\n", {given, set});
       sets += hasFlag ? filled("  if (object->has_$0) {\n$1  }\n", {member, set}) : set;
     }
@@ -101,20 +103,21 @@ class Header {
   }
 
   // The lines that add a value to a collection.
-  std::string adding(const std::string& function, const std::string& target, const Schema& schema,
-                     const std::string& name, const std::string& value) const {
+  std::string adding(const std::string& indent, const std::string& function,
+                     const std::string& target, const Schema& schema, const std::string& name,
+                     const std::string& value) const {
     const bool isObject = !isTyped(schema) || !schema.properties.empty();
     const std::string call =
-        "    veltrano_" + function +
+        indent + "veltrano_" + function +
         (isObject && function == "array_append" ? "" : "_" + std::string(formOf(schema).function)) +
         '(' + target + ", ";
     if (!schema.values.empty())
       return filled("$0$1text_of_$2($3));\n", {call, prefix_, name, value});
     if (schema.properties.empty()) return call + value + ");\n";
     return filled(
-        "    veltrano_object* const nested = $0make_$1(&$2);\n$3nested);\n"
-        "    veltrano_release(nested);\n",
-        {prefix_, name, value, call});
+        "$4veltrano_object* const nested = $0make_$1(&$2);\n$3nested);\n"
+        "$4veltrano_release(nested);\n",
+        {prefix_, name, value, call, indent});
   }
 
   const std::string prefix_;
