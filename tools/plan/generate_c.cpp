@@ -136,7 +136,7 @@ Headers headersForC(const Plan& plan) {
     header.addFunction(
         "track_", name, ",\n    void (*completion)(void* context, bool accepted), void* context",
         "veltrano_track(" + literal(event.name) + ", properties, completion, context)");
-    headers[space + "_c/" + name + ".h"] = header.text();
+    headers[filled("$0_c/$1.h", {space, name})] = header.text();
   }
   Header super(space);
   super.addObject(plan.superProperties, "super_properties", true);
