@@ -16,7 +16,7 @@ void checkInferred(const std::string& record) {
   std::vector<std::string> leftOut;
   Checked checked;
   try {
-    const std::string plan = inferred("{\"body\":[" + record + "]}", "inferred", leftOut);
+    const std::string plan = inferred("{\"body\":[" + record + "]}", "f", "inferred", leftOut);
     if (!Plan::parse(plan, "inferred").check(record, checked).empty()) std::abort();
   } catch (const Faults&) {
     std::abort();

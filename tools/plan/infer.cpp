@@ -179,13 +179,13 @@ std::string pretty(const std::string& json) {
 
 }  // namespace
 
-std::string inferred(const std::string& file, const std::string& nameSpace,
-                     std::vector<std::string>& leftOut) {
+std::string inferred(const std::string& lines, const std::string& file,
+                     const std::string& nameSpace, std::vector<std::string>& leftOut) {
   // Tells a fault of the namespace before those of what is inferred.
   Plan::parse(jsonObject({{"namespace", inQuotes(nameSpace)}, {"events", "[]"}}), "--namespace");
   std::map<std::string, Seen> events;
   Seen all;
-  std::istringstream in(contentOf(file));
+  std::istringstream in(lines);
   std::string line;
   for (int number = 1; std::getline(in, line); ++number) {
     if (line.empty()) continue;

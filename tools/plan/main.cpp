@@ -78,7 +78,7 @@ int run(int argc, char** argv) {
   if (const auto status = tools::parse(app, "veltrano-plan", argc, argv)) return *status;
 
   if (*infer) {
-    std::cout << inferred(file, nameSpace, leftOut);
+    std::cout << inferred(contentOf(file), file, nameSpace, leftOut);
     for (const std::string& line : leftOut) std::cerr << line << '\n';
     return EXIT_SUCCESS;
   }
