@@ -192,7 +192,8 @@ std::string inferred(const std::string& lines, const std::string& file,
     rapidjson::Document request;
     request.Parse<rapidjson::kParseIterativeFlag>(line.data(), line.size());
     if (!request.IsObject() || !request.HasMember("body"))
-      throw Faults(file + ':' + std::to_string(number) + ": not a line that the collector wrote");
+      throw std::runtime_error(file + ':' + std::to_string(number) +
+                               ": not a line that the collector wrote");
     if (!request["body"].IsArray()) continue;  // a heartbeat
     for (const Value& record : request["body"].GetArray())
       if (record.IsObject() && record.HasMember("event") && record["event"].IsString() &&
@@ -200,7 +201,7 @@ std::string inferred(const std::string& lines, const std::string& file,
         for (Seen* const seen : {&all, &events[std::string(view(record["event"]))]})
           seen->add(record["properties"]);
   }
-  if (events.empty()) throw Faults(file + ": no events");
+  if (events.empty()) throw std::runtime_error(file + ": no events");
   for (std::set<std::string> taken;;) {
     leftOut.clear();
     const std::string plan = pretty(Author(taken, leftOut).plan(events, all, nameSpace));
