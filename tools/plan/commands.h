@@ -16,9 +16,8 @@ std::vector<std::string> differences(const Plan& older, const Plan& newer);
 std::string document(const Plan& plan);
 
 /// A plan for what a collector has written to the file, as lines of JSON. What is doubtful is
-/// marked in
-/// "$comment"; what no plan can hold is left out and set as `leftOut`. Throws `std::runtime_error`
-/// for a line that no collector writes, and if there are no events.
+/// marked in "$comment"; what no plan can hold is left out and set as `leftOut`. Throws
+/// `std::runtime_error` for a line that no collector writes, and if there are no events.
 std::string inferred(const std::string& lines, const std::string& file,
                      const std::string& nameSpace, std::vector<std::string>& leftOut);
 

@@ -192,8 +192,7 @@ std::string inferred(const std::string& lines, const std::string& file,
     rapidjson::Document request;
     request.Parse<rapidjson::kParseIterativeFlag>(line.data(), line.size());
     if (!request.IsObject() || !request.HasMember("body"))
-      throw std::runtime_error(file + ':' + std::to_string(number) +
-                               ": not a line that the collector wrote");
+      throw std::runtime_error(file + ':' + std::to_string(number) + ": not a collector's line");
     if (!request["body"].IsArray()) continue;  // a heartbeat
     for (const Value& record : request["body"].GetArray())
       if (record.IsObject() && record.HasMember("event") && record["event"].IsString() &&
