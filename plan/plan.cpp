@@ -227,11 +227,10 @@ class Reader {
         types = each;
     if (types == 0 || word.empty())
       return refuse(key, inQuotes(word) + " is outside the vocabulary of plans");
-    const std::string english(kEnglish[static_cast<int>(schema.type)]);
     if ((types & setOf(schema.type)) == 0)
-      return refuse(key,
-                    inQuotes(word) + (schema.type == Type::any ? " needs a \"type\""
-                                                               : " does not apply to " + english));
+      return refuse(
+          key, inQuotes(word) + (schema.type == Type::any ? " needs a \"type\""
+                                                          : " does not apply to " + schema.text()));
     if (word == "description")
       schema.description = text(key, value);
     else if (word == "title" || word == "$comment")

@@ -19,6 +19,7 @@ namespace veltrano::plan {
 
 using detail::Argument;
 using detail::FlatWriter;
+using Entries = std::initializer_list<detail::MapElement>;
 
 /// Specialised by a generated header for each event and each nested object: its name, and a
 /// function that writes its properties.
@@ -164,8 +165,9 @@ class Required {
   Required(std::initializer_list<typename T::Element> list) : value_(list) {}
 
   void write(FlatWriter& writer, std::string_view key) const {
-    writer.entry(key, argumentOf(value_));
+    writer.entry(key, argument());
   }
+  Argument argument() const { return argumentOf(value_); }
 
  private:
   Held value_;
@@ -190,6 +192,7 @@ class Optional {
   void write(FlatWriter& writer, std::string_view key) const {
     if (value_) writer.entry(key, argumentOf(*value_));
   }
+  Argument argument() const { return value_ ? argumentOf(*value_) : Argument(); }
 
  private:
   std::optional<Held> value_;
@@ -198,8 +201,10 @@ class Optional {
 /// Records an event of the plan, as `Veltrano::track` does.
 template <class Event, class = decltype(Definition<Event>::name)>
 void track(const Event& event, Veltrano::FlushCompletion forceFlushCompletion = nullptr) {
-  Veltrano::shared().track(Definition<Event>::name, HostMapView(argumentOf(event)),
-                           std::move(forceFlushCompletion));
+  Definition<Event>::list(event, [&](Entries properties) {
+    Veltrano::shared().track(Definition<Event>::name, HostMapView(properties),
+                             std::move(forceFlushCompletion));
+  });
 }
 
 }  // namespace veltrano::plan
