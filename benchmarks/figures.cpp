@@ -40,8 +40,10 @@ void print(const Row& row) {
 
 void printRatio(const std::string& what, const std::string& measured, const std::string& reference,
                 double ratio, std::optional<double> atMost) {
-  print({what, measured, reference, fmt::format("{:.{}f}", ratio, ratio < 0.1 ? 3 : 2),
-         atMost ? goalText(fmt::format("at most {}", *atMost), ratio <= *atMost) : "reported"});
+  const std::string printed = fmt::format("{:.{}f}", ratio, ratio < 0.1 ? 3 : 2);
+  print({what, measured, reference, printed,
+         atMost ? goalText(fmt::format("at most {}", *atMost), std::stod(printed) <= *atMost)
+                : "reported"});
 }
 
 void Turns::add(double time, double reference) {

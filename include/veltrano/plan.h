@@ -22,7 +22,7 @@ using detail::FlatWriter;
 using Entries = std::initializer_list<detail::MapElement>;
 
 /// Specialised by a generated header for each event and each nested object: its name, and a
-/// function that writes its properties.
+/// function that lists its properties, those that are absent, too, as in a braced list.
 template <class Object>
 struct Definition;
 
@@ -96,13 +96,12 @@ Argument argumentOf(const Enumeration& value) {
   return index < std::size(texts) ? Argument(texts[index]) : Argument();
 }
 
-template <class Object, class = decltype(&Definition<Object>::write)>
+template <class Object, class = decltype(sizeof(Definition<Object>))>
 Argument argumentOf(const Object& object) {
   return Argument(
       [](FlatWriter& writer, const void* it) {
-        const auto dictionary = writer.open(detail::Kind::Dictionary);
-        Definition<Object>::write(writer, *static_cast<const Object*>(it));
-        writer.close(dictionary);
+        Definition<Object>::list(*static_cast<const Object*>(it),
+                                 [&](Entries properties) { writer.value(properties); });
       },
       &object);
 }
@@ -164,9 +163,7 @@ class Required {
   template <class T = Type>
   Required(std::initializer_list<typename T::Element> list) : value_(list) {}
 
-  void write(FlatWriter& writer, std::string_view key) const {
-    writer.entry(key, argument());
-  }
+  void write(FlatWriter& writer, std::string_view key) const { writer.entry(key, argument()); }
   Argument argument() const { return argumentOf(value_); }
 
  private:
@@ -189,9 +186,6 @@ class Optional {
   template <class T = Type>
   Optional(std::initializer_list<typename T::Element> list) : value_(list) {}
 
-  void write(FlatWriter& writer, std::string_view key) const {
-    if (value_) writer.entry(key, argumentOf(*value_));
-  }
   Argument argument() const { return value_ ? argumentOf(*value_) : Argument(); }
 
  private:

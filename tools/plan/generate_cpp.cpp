@@ -22,7 +22,7 @@ struct Struct {
 Struct structOf(const Schema& schema, const std::string& name, const std::string& scope,
                 const std::string& indent, const std::string& eventName, bool isSuper = false) {
   const std::string inner = indent + "  ", path = scope + "::" + name;
-  std::string nestedTypes, members, writes, specialisations;
+  std::string nestedTypes, members, entries, specialisations;
   for (const auto& [key, held, isRequired] : schema.properties) {
     const std::string nested = nestedTypeName(key, name), member = memberName(key);
     const Schema& bottom = held.innermost();
@@ -46,7 +46,8 @@ Struct structOf(const Schema& schema, const std::string& name, const std::string
     members += filled("$0$1veltrano::plan::$2<$3, struct property_$4> $4$5;\n",
                       {comment(held.description, inner), inner, isNeeded ? "Required" : "Optional",
                        typeOf(held, nested), member, isNeeded ? "" : "{}"});
-    writes += filled("    object.$0.write(writer, $1);\n", {member, literal(key)});
+    entries += filled("$0\n         {$1, object.$2.argument()}",
+                      {entries.empty() ? "" : ",", literal(key), member});
   }
   const std::string nameLine =
       filled("  static constexpr std::string_view name = $0;\n", {literal(eventName)});
@@ -54,9 +55,10 @@ Struct structOf(const Schema& schema, const std::string& name, const std::string
                  {comment(schema.description, indent), indent, name, nestedTypes, members}),
           specialisations +
               filled("\ntemplate <>\nstruct veltrano::plan::Definition<$0> {\n$1"
-                     "  static void write([[maybe_unused]] FlatWriter& writer,\n"
-                     "                    [[maybe_unused]] const $0& object) {\n$2  }\n};\n",
-                     {path, eventName.empty() ? "" : nameLine, writes})};
+                     "  template <class Use>\n"
+                     "  static void list([[maybe_unused]] const $0& object, const Use& use) {\n"
+                     "    use({$2});\n  }\n};\n",
+                     {path, eventName.empty() ? "" : nameLine, entries})};
 }
 
 std::string header(const std::string& space, const Struct& event, const std::string& function) {
