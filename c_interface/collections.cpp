@@ -13,9 +13,9 @@ template <class T, class... Key>
   if (handle != nullptr) expectHandle(handle);
   T* const collection = handle != nullptr ? std::get_if<T>(&handle->content) : nullptr;
   if (collection != nullptr && ((key != nullptr) && ...)) return collection;
-  constexpr bool kIsArray = std::is_same_v<T, MutableArray>;
-  noteRefusal(kIsArray ? "veltrano_array_append" : "veltrano_dictionary_set",
-              collection != nullptr);
+  noteRefusal(
+      std::is_same_v<T, MutableArray> ? "veltrano_array_append..." : "veltrano_dictionary_set...",
+      collection != nullptr);
   return nullptr;
 }
 

@@ -128,7 +128,9 @@ Events Events::with(const HostMap& properties) const {
       return event.has(property.key) && event[property.key] == property.value;
     });
   });
-  return {std::move(events), *this};
+  Events matching(std::move(events), *this);
+  matching.what_ += "; with these properties: " + std::to_string(matching.size());
+  return matching;
 }
 
 Event Events::only(std::string_view name, const char* file, int line) const {

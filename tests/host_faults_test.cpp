@@ -256,7 +256,7 @@ TEST_F(HostFaults, ALogSinkMayEndItsThreadAtAnyLine) {
     auto& sink = *new Sink{line};  // leaked, because the threads keep running
     PosixOptions options;
     options.logSink = [&sink](std::string_view) {
-      if (sink.isOver || !HostCode::isLibraryThread || sink.linesLeft-- > 0) return;
+      if (sink.isOver || !HostCode::isLibraryThread || sink.linesLeft-- != 0) return;
       sink.isOver = sink.hasEndedOne = true;
       pthread_exit(nullptr);
     };

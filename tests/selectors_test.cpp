@@ -1,6 +1,8 @@
 // Calls the library by selector, with dynamically typed objects.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "c_interface/handles.h"
 #include "tests/support/simulation.h"
 

@@ -339,7 +339,7 @@ TEST(Complaints, NameCallsThatDidNothing) {
       },
       {"off: 2 Silenced.", "too many waited: 1 Oldest.", "200 events were dropped",
        "of Silenced is never", "veltrano_track did nothing: its second argument",
-       "set did nothing: its first", "setUserId: did nothing: its first",
+       "set... did nothing: its first", "setUserId: did nothing: its first",
        "setIdfa did nothing: there", "nope did nothing: there",
        "veltrano_set_app_id did nothing: its first"});
 }

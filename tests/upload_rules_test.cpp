@@ -1,6 +1,8 @@
 // When requests are attempted again, and when they are put off.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "upload/rules/rests.h"
 
 namespace veltrano::internal {

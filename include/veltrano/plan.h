@@ -163,7 +163,6 @@ class Required {
   template <class T = Type>
   Required(std::initializer_list<typename T::Element> list) : value_(list) {}
 
-  void write(FlatWriter& writer, std::string_view key) const { writer.entry(key, argument()); }
   Argument argument() const { return argumentOf(value_); }
 
  private:

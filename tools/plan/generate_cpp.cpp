@@ -46,8 +46,7 @@ Struct structOf(const Schema& schema, const std::string& name, const std::string
     members += filled("$0$1veltrano::plan::$2<$3, struct property_$4> $4$5;\n",
                       {comment(held.description, inner), inner, isNeeded ? "Required" : "Optional",
                        typeOf(held, nested), member, isNeeded ? "" : "{}"});
-    entries += filled("$0\n         {$1, object.$2.argument()}",
-                      {entries.empty() ? "" : ",", literal(key), member});
+    entries += filled("\n         {$0, object.$1.argument()},", {literal(key), member});
   }
   const std::string nameLine =
       filled("  static constexpr std::string_view name = $0;\n", {literal(eventName)});
