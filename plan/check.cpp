@@ -1,5 +1,6 @@
 // Compares what is sent with what is planned.
-// Of a compiled pattern, which bounds the recursion and the time of a comparison.
+
+// The most states of a compiled pattern: bounds the recursion and the time of a match.
 #define _GLIBCXX_REGEX_STATE_LIMIT 5000
 
 #include "encoding/rapidjson_settings.h"

@@ -44,7 +44,8 @@ bool guarded(veltrano_world* world, Function function) {
 // For calls that return nothing: what `function` throws becomes a complaint, too.
 template <class Function>
 void act(veltrano_world* world, Function function) {
-  if (!guarded(world, function)) world->complaints.append(world->error) += '\n';
+  if (!guarded(world, function))
+    guarded(world, [&](World&) { world->complaints.append(world->error) += '\n'; });
 }
 
 // Returns the text that `function` returns; null if it throws.
@@ -168,8 +169,8 @@ const char* veltrano_world_request(veltrano_world* world, size_t request, const 
     veltrano::HostMap parts{{"path", found.path}, {"body", found.body}};
     for (const auto& [name, value] : found.query) parts.set("query." + name, value);
     for (const auto& [name, value] : found.headers) parts.set("headers." + name, value);
-    const Heartbeat lookup(std::move(parts), {});
-    return *lookup[Path(view(part), "", 0)].member()->getIf<std::string>();
+    // A lookup, with the message that it has for what is missing.
+    return *Heartbeat(std::move(parts), {})[Path(view(part), "", 0)].member()->getIf<std::string>();
   });
 }
 

@@ -280,5 +280,25 @@ TEST(NetworkFaults, EveryPostIsReportedOnceWhicheverAllocationFails) {
   }
 }
 
+TEST(NetworkFaults, ShuttingDownLetsPostsFinishAndThenIsSilent) {
+  std::promise<void> release;
+  const auto released = release.get_future().share();
+  TLSServer server([&](int number) {
+    if (number == 2) released.wait();
+    return answer("200 OK");
+  });
+  PosixURLSession session(trusting(server.authorities()));
+  EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
+  auto underWay = start(session, requestTo(server.url()));
+  while (server.requests().size() < 2) std::this_thread::yield();
+  auto ended = std::async([&] { return session.shutDown(std::chrono::steady_clock::now() + 30s); });
+  while (!post(session, requestTo(server.url() + "/other")).error) {  // not yet shutting down
+  }
+  release.set_value();
+  EXPECT_TRUE(ended.get());
+  EXPECT_EQ(underWay.get().status(), 200);
+  session.postData(requestTo(server.url()), [](auto, auto, auto) { ADD_FAILURE(); });
+}
+
 }  // namespace
 }  // namespace veltrano::internal

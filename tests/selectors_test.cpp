@@ -128,6 +128,24 @@ TEST_F(Selectors, NotificationsAndSelectorsReachTheSameHandlers) {
             "Adding event of Screen Orientation Changed");
 }
 
+TEST_F(Selectors, ChangesOfAMutableCollectionShowNowhere) {
+  MutableArray list;
+  list.append(object(1).argument());
+  list.append(list.copy().argument());
+  MutableDictionary map;
+  map.set(object("list"), list.copy().argument());
+  map.set(object("self"), map.copy().argument());
+  const Object before = map.copy();
+  list.append(object(3).argument());
+  map.set(object("late"), object(4).argument());
+  messagesOf("trackWithEventName:eventProperties:forceFlushCompletion:",
+             {object("E"), before, Object(simulation.completion())});
+  const auto& event = simulation.posts.at(0)[0u]["properties"];
+  EXPECT_EQ(text(event, "list"), "[1,[1]]");
+  EXPECT_EQ(text(event, "self"), R"({"list":[1,[1]]})");
+  EXPECT_EQ(text(event, "late"), "absent");
+}
+
 // What becomes of each kind, the values fuzzer compares.
 TEST_F(Selectors, EntriesOnTheCallersStackArrive) {
   veltrano_object* const inner = makeHandle(object(HostMap{{"zip", 150}}));

@@ -186,7 +186,6 @@ TEST(URLSession, RestsAfterTrouble) {
   isFine = true;
   session.ignoreRetryAfter();
   EXPECT_EQ(post(session, upload).status(), 200);
-  EXPECT_LE(server.connections(), 2) << "one for each path";
 }
 
 TEST(URLSession, InterceptsEveryAttemptAndSurvivesTheHostsExceptions) {
@@ -389,6 +388,20 @@ TEST(URLSession, NoticesThatAnIdleConnectionHasEnded) {
     EXPECT_EQ(server.connections(), connections);
     while (server.endedConnections() == 0) std::this_thread::yield();
   }
+}
+
+TEST(URLSession, IsForAnyThreadAndReusesConnections) {
+  TLSServer server([](int) { return answer("200 OK"); });
+  PosixURLSession session(trusting(server.authorities()));
+  std::vector<std::jthread> threads;
+  for (int thread = 0; thread < 8; ++thread)
+    threads.emplace_back([&] {
+      for (const char* const path : {"/track", "/heartbeat", "/track"})
+        EXPECT_EQ(post(session, requestTo(server.url() + path)).status(), 200);
+    });
+  threads.clear();
+  EXPECT_EQ(server.requests().size(), 24U);
+  EXPECT_LE(server.connections(), 2) << "one for each path";
 }
 
 }  // namespace
