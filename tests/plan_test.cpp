@@ -144,7 +144,8 @@ TEST(TypedCalls, SendWhatUntypedCallsSend) {
   EXPECT_TRUE(world.complaints().empty()) << world.complaints();
 }
 
-// Run by plan_collected.sh, as a host of the collector that the environment names.
+// Run by plan_collected.sh and page_test.mjs, as a host of the collector that the environment
+// names.
 TEST(TypedCalls, ReachACollector) {
   const char* const port = std::getenv("VELTRANO_COLLECTOR_PORT");
   if (port == nullptr) GTEST_SKIP();
@@ -156,6 +157,7 @@ TEST(TypedCalls, ReachACollector) {
   track_typed();
   trackUntyped(7, 2.5);
   Veltrano::shared().track("Notting");
+  Veltrano::shared().track("Optional", {{"much", "2"}});
   EXPECT_TRUE(installation.platform->shutDown(std::chrono::steady_clock::now() + 60s));
 }
 

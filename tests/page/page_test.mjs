@@ -1,8 +1,9 @@
-// The collector's page in a browser, with the demo host as the source. Run by scripts/test page:
+// The collector's page in a browser. demo_host sends the events; plan_test sends what is not as planned.
+// Run by scripts/test page:
 //
 //     node page_test.mjs PROGRAMS OUTPUT
 //
-// PROGRAMS holds veltrano-collector and demo_host. Screenshots go to OUTPUT; readme.png is for the
+// PROGRAMS holds veltrano-collector, demo_host and plan_test. Screenshots go to OUTPUT; readme.png is for the
 // README, which has it as docs/page.png.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -15,22 +16,23 @@ import { barriers, newPage, widths } from './browser.mjs';
 
 const [programs, output] = process.argv.slice(2);
 
-const plan = new URL('../../examples/demo_plan.json', import.meta.url).pathname;
-const collector = spawn(`${programs}/veltrano-collector`,
-  ['--require-token', 'demo-token', '--plan', plan],
-  { stdio: ['ignore', 'pipe', 'ignore'] });
-after(() => collector.kill());
-process.on('exit', () => collector.kill()); // should the browser not start
-const announced = {};
-const announcements = createInterface(collector.stdout);
-announcements.on('line', (line) => {
-  const equals = line.indexOf('=');
-  if (!line.startsWith('{')) announced[line.slice(0, equals)] = line.slice(equals + 1);
-  if (line === 'ready') announcements.emit('ready');
-});
-await once(announcements, 'ready');
-const { url, certificate, page: pageURL } = announced;
+async function startCollector(plan, ...options) {
+  const path = new URL(`../../${plan}`, import.meta.url).pathname;
+  const collector = spawn(`${programs}/veltrano-collector`, ['--plan', path, ...options],
+    { stdio: ['ignore', 'pipe', 'ignore'] });
+  after(() => collector.kill());
+  process.on('exit', () => collector.kill()); // should the browser not start
+  const announced = {};
+  for await (const line of createInterface(collector.stdout)) {
+    if (line === 'ready') break;
+    announced[line.slice(0, line.indexOf('='))] = line.slice(line.indexOf('=') + 1);
+  }
+  collector.stdout.resume();
+  return announced;
+}
 
+const { url, certificate, page: pageURL } =
+  await startCollector('examples/demo_plan.json', '--require-token', 'demo-token');
 const complaints = [];
 const page = await newPage({ viewport: { width: 1440, height: 900 },
   permissions: ['clipboard-read', 'clipboard-write'] }, complaints);
@@ -69,17 +71,27 @@ test('shows the events, heartbeats and sessions of the demo as they arrive', asy
 });
 
 test('marks what is not as planned, and shows only that', async () => {
-  await track(batch([record('Bought', { items: [1], total: 2, address: { city: 'A', floor: 3 } })]));
+  const planned = await startCollector('tests/plan/plan.json');
+  const host = spawn(`${programs}/plan_test`, ['--gtest_filter=TypedCalls.ReachACollector'],
+    { stdio: 'ignore', env: { VELTRANO_COLLECTOR_PORT: new URL(planned.url).port,
+      VELTRANO_COLLECTOR_CERTIFICATE: planned.certificate } });
+  after(() => host.kill());
+  assert.equal((await once(host, 'exit'))[0], 0);
+  const page = await newPage({}, complaints);
+  await page.goto(planned.page);
+  await page.getByText('5 events · ').waitFor();
   await page.getByLabel('Show').selectOption('violation');
-  await page.locator('#events .violation').click();
-  await page.getByText('Bought: "items[0]" is 1; planned: text').waitFor();
+  await page.locator('#events .violation:visible').filter({ hasText: 'Optional' }).click();
+  await page.getByText('Optional: "much" is "2"; planned: number').waitFor();
   assert.equal(await page.locator('#events > [role=option]:not([hidden]):not(.violation)').count(), 0);
   await page.getByLabel('Show').selectOption('');
+  await page.locator('#events > [role=option]:visible').nth(4).waitFor();
+  await page.close();
 });
 
 test('filters by name, user and text', async () => {
-  const cases = [['Name', 'song pl', '12 of 23'], ['User', 'nobody', '0 of 23'],
-    ['Text', '"city":"lisbon"', '1 of 23']];
+  const cases = [['Name', 'song pl', '12 of 22'], ['User', 'nobody', '0 of 22'],
+    ['Text', '"city":"lisbon"', '1 of 22']];
   for (const [label, text, count] of cases) {
     await page.getByLabel(label).fill(text);
     await page.getByText(count, { exact: true }).waitFor();
