@@ -105,7 +105,7 @@ void startTLS() {
   static bool isStarted = false;  // guarded by mutex
   const std::lock_guard lock(mutex);
   if (isStarted) return;
-  reserve = std::make_unique_for_overwrite<char[]>(kReserve).release();
+  reserve = new char[kReserve];
   {
     const SureAllocation whileItStarts;
     ERR_set_mark();  // keeps the host's errors of this thread
