@@ -35,8 +35,8 @@ class VELTRANO_CHECKED_BY_CLANG(scoped_lockable) Lock {
   void unlock() VELTRANO_CHECKED_BY_CLANG(release_capability()) { lock_.unlock(); }
   void lock() VELTRANO_CHECKED_BY_CLANG(acquire_capability()) { lock_.lock(); }
 
-  /// For a condition variable. Wait in a loop that checks the condition: Clang does not see that a
-  /// function object would run with the mutex held.
+  /// For a condition variable. Mark the predicate of a wait REQUIRES(mutex): Clang does not see
+  /// that it runs with the mutex held.
   std::unique_lock<std::mutex>& standard() { return lock_; }
 
  private:

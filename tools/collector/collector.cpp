@@ -15,6 +15,7 @@ namespace {
 
 using veltrano::internal::json;
 using veltrano::internal::jsonObject;
+using veltrano::internal::Lock;
 
 constexpr char kJSON[] = "application/json";
 
@@ -41,19 +42,18 @@ Collector::Collector(CollectorOptions options, std::ostream& output, Journal& jo
 void Collector::handle(const WireRequest& request, const SSL* connection,
                        httplib::Response& response) {
   if (request.path == "/control" || request.path.starts_with("/control/"))
-    control(request, response);
-  else
-    collect(request, connection, response);
+    return control(request, response);
+  collect(request, connection, response);
 }
 
 void Collector::stopWaiting() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   isStopping_ = true;
   stopping_.notify_all();
 }
 
 bool Collector::hasViolations() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return hasViolations_;
 }
 
@@ -67,7 +67,7 @@ void Collector::control(const WireRequest& request, httplib::Response& response)
   } else if (command == "POST /control") {
     try {
       FaultsByPath faults = parseFaults(request.body);
-      const std::lock_guard lock(mutex_);
+      const Lock lock(mutex_);
       for (auto& [path, ofPath] : faults) faults_[path] = std::move(ofPath);
       const std::string json = faultsJSON(faults_);
       journal_.setFaults(json);
@@ -85,7 +85,7 @@ void Collector::control(const WireRequest& request, httplib::Response& response)
 void Collector::collect(const WireRequest& request, const SSL* connection,
                         httplib::Response& response) {
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     ++counters_[counterName(request.path)].received;
   }
   // Malformed requests are refused even while a fault is set, so that none goes unnoticed.
@@ -100,7 +100,7 @@ void Collector::collect(const WireRequest& request, const SSL* connection,
 
   Fault fault;
   {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     fault = takeFault(faults_, request.path);
     if (fault.count) journal_.setFaults(faultsJSON(faults_));
     const int answer = fault.drop ? 0 : fault.status.value_or(200);
@@ -113,7 +113,7 @@ void Collector::collect(const WireRequest& request, const SSL* connection,
 void Collector::refuse(const WireRequest& request, const WireMessage& message, int status,
                        const std::string& reason, httplib::Response& response) {
   const std::string name = counterName(request.path);
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   ++counters_[name].refused;
   std::cerr << "refused (" << name << "): " << reason << std::endl;
   journal_.addRefused(request, message, status, reason);
@@ -121,33 +121,28 @@ void Collector::refuse(const WireRequest& request, const WireMessage& message, i
   response.set_content(reason + '\n', "text/plain");
 }
 
-// Called with mutex_ held, so that requests are reported in the order in which they are counted.
+// One lock covers all of it, so that requests are reported in the order in which they are counted.
 void Collector::accept(const WireRequest& request, const WireMessage& message, int answer) {
   ++counters_[counterName(request.path)].accepted;
   if (message.body.IsArray()) eventsAccepted_ += message.body.Size();
-  const Violations violations = violationsOf(message);
+  Violations violations;
+  if (plan_ && message.body.IsArray())
+    for (const std::string_view record : elementsOf(message.json)) {
+      veltrano::planning::Checked none;
+      violations.push_back(plan_->check(record, none));
+      hasViolations_ |= !violations.back().empty();
+    }
   output_ << (isReadable_ ? readableLines(request, message, violations)
                           : jsonLine(request, message, std::chrono::system_clock::now(), answer))
           << std::endl;
   journal_.addAccepted(request, message, answer, violations);
 }
 
-// Called with mutex_ held.
-Violations Collector::violationsOf(const WireMessage& message) {
-  Violations violations;
-  if (!plan_ || !message.body.IsArray()) return violations;
-  for (const std::string_view record : elementsOf(message.json)) {
-    veltrano::planning::Checked none;
-    violations.push_back(plan_->check(record, none));
-    hasViolations_ |= !violations.back().empty();
-  }
-  return violations;
-}
-
 void Collector::answer(const Fault& fault, const SSL* connection, httplib::Response& response) {
   {
-    std::unique_lock lock(mutex_);
-    stopping_.wait_for(lock, fault.latency, [&] { return isStopping_; });
+    Lock lock(mutex_);
+    stopping_.wait_for(lock.standard(), fault.latency,
+                       [&]() REQUIRES(mutex_) { return isStopping_; });
   }
   if (fault.drop) {
     // The server's response is lost with the connection.
@@ -169,7 +164,7 @@ void Collector::answer(const Fault& fault, const SSL* connection, httplib::Respo
 }
 
 std::string Collector::countersJSON() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   veltrano::internal::JSONMembers members;
   for (const auto& [name, counters] : counters_)
     members.emplace_back(name, jsonObject({{"received", json(counters.received)},

@@ -8,12 +8,12 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <ostream>
 #include <string>
 
 #include "plan/plan.h"
+#include "platform/mutex.h"
 #include "tools/collector/fault.h"
 #include "tools/collector/journal.h"
 #include "tools/collector/wire_check.h"
@@ -54,26 +54,24 @@ class Collector {
   void collect(const WireRequest& request, const SSL* connection, httplib::Response& response);
   void refuse(const WireRequest& request, const WireMessage& message, int status,
               const std::string& reason, httplib::Response& response);
-  Violations violationsOf(const WireMessage& message);
-  void accept(const WireRequest& request, const WireMessage& message, int answer);
+  void accept(const WireRequest& request, const WireMessage& message, int answer) REQUIRES(mutex_);
   void answer(const Fault& fault, const SSL* connection, httplib::Response& response);
   std::string countersJSON();
 
   const std::optional<std::string> requiredToken_;
   const bool isReadable_;
-  const std::optional<veltrano::planning::Plan> plan_;  // guarded by mutex_
+  const std::optional<veltrano::planning::Plan> plan_ GUARDED_BY(mutex_);
   const std::function<void()> requestShutdown_;
   Journal& journal_;
 
-  std::mutex mutex_;
+  veltrano::internal::Mutex mutex_;
   std::condition_variable stopping_;
-  // Guarded by mutex_.
-  bool isStopping_ = false;
-  std::ostream& output_;
-  FaultsByPath faults_;
-  std::map<std::string, Counters> counters_;
-  std::uint64_t eventsAccepted_ = 0;
-  bool hasViolations_ = false;
+  bool isStopping_ GUARDED_BY(mutex_) = false;
+  std::ostream& output_ GUARDED_BY(mutex_);
+  FaultsByPath faults_ GUARDED_BY(mutex_);
+  std::map<std::string, Counters> counters_ GUARDED_BY(mutex_);
+  std::uint64_t eventsAccepted_ GUARDED_BY(mutex_) = 0;
+  bool hasViolations_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace collector

@@ -9,6 +9,7 @@ namespace collector {
 using veltrano::internal::json;
 using veltrano::internal::jsonObject;
 using veltrano::internal::jsonTexts;
+using veltrano::internal::Lock;
 
 namespace {
 
@@ -82,7 +83,7 @@ void Journal::addRefused(const WireRequest& request, const WireMessage& message,
 
 void Journal::add(Kind kind, std::string name, veltrano::internal::JSONMembers members,
                   bool isViolation) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   const std::uint64_t number = ++lastNumber_;
   const auto since1970 = std::chrono::system_clock::now().time_since_epoch();
   const auto received = std::chrono::duration_cast<std::chrono::milliseconds>(since1970).count();
@@ -103,14 +104,14 @@ void Journal::add(Kind kind, std::string name, veltrano::internal::JSONMembers m
 }
 
 void Journal::setFaults(std::string json) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   faults_ = std::move(json);
   ++faultChanges_;
   changed_.notify_all();
 }
 
 void Journal::clear() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   entries_.clear();
   kept_ = {};
   ++clearings_;
@@ -118,7 +119,7 @@ void Journal::clear() {
 }
 
 std::string Journal::list(Kind kind, bool onlyViolations) const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   std::string array = "[";
   for (const auto& [number, entry] : entries_)
     if (entry.kind == kind && (!onlyViolations || entry.isViolation))
@@ -129,20 +130,20 @@ std::string Journal::list(Kind kind, bool onlyViolations) const {
 std::uint64_t Journal::wait(std::string_view name, std::uint64_t count,
                             std::chrono::milliseconds timeout) {
   std::uint64_t seen = 0, lastNumber = 0;
-  const auto haveCome = [&] {
+  const auto haveArrived = [&]() REQUIRES(mutex_) {
     for (auto entry = entries_.upper_bound(lastNumber); entry != entries_.end(); ++entry)
       seen += entry->second.name == name;
     lastNumber = lastNumber_;
     return seen >= count || isStopped_;
   };
-  std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, timeout, haveCome);
+  Lock lock(mutex_);
+  changed_.wait_for(lock.standard(), timeout, haveArrived);
   return seen;
 }
 
 std::string Journal::next(Position& position, std::chrono::milliseconds timeout) {
-  std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, timeout, [&] {
+  Lock lock(mutex_);
+  changed_.wait_for(lock.standard(), timeout, [&]() REQUIRES(mutex_) {
     return isStopped_ || position.number < lastNumber_ || position.clearings != clearings_ ||
            position.faultChanges != faultChanges_;
   });
@@ -167,13 +168,13 @@ std::string Journal::next(Position& position, std::chrono::milliseconds timeout)
 }
 
 void Journal::stop() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   isStopped_ = true;
   changed_.notify_all();
 }
 
 bool Journal::isStopped() const {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   return isStopped_;
 }
 

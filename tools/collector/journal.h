@@ -8,12 +8,12 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "encoding/json_text.h"
+#include "platform/mutex.h"
 #include "tools/collector/wire_check.h"
 
 namespace collector {
@@ -76,16 +76,15 @@ class Journal {
   void add(Kind kind, std::string name, veltrano::internal::JSONMembers members,
            bool isViolation = false);
 
-  mutable std::mutex mutex_;
+  mutable veltrano::internal::Mutex mutex_;
   std::condition_variable changed_;
-  // Guarded by mutex_.
-  std::map<std::uint64_t, Entry> entries_;  // by number
-  std::array<Kept, 4> kept_;                // by kind
-  std::uint64_t lastNumber_ = 0;
-  std::uint64_t clearings_ = 0;
-  std::string faults_ = "[]";
-  std::uint64_t faultChanges_ = 0;
-  bool isStopped_ = false;
+  std::map<std::uint64_t, Entry> entries_ GUARDED_BY(mutex_);  // by number
+  std::array<Kept, 4> kept_ GUARDED_BY(mutex_);                // by kind
+  std::uint64_t lastNumber_ GUARDED_BY(mutex_) = 0;
+  std::uint64_t clearings_ GUARDED_BY(mutex_) = 0;
+  std::string faults_ GUARDED_BY(mutex_) = "[]";
+  std::uint64_t faultChanges_ GUARDED_BY(mutex_) = 0;
+  bool isStopped_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace collector

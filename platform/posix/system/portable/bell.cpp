@@ -1,31 +1,31 @@
 #include <condition_variable>
-#include <mutex>
 
+#include "platform/mutex.h"
 #include "platform/posix/system/system.h"
 
 namespace veltrano::internal {
 
 struct Bell::State {
-  std::mutex mutex;
+  Mutex mutex;
   std::condition_variable rung;
-  bool isRung = false;  // guarded by mutex
+  bool isRung GUARDED_BY(mutex) = false;
 };
 
 Bell::Bell() : state_(std::make_unique<State>()) {}
 Bell::~Bell() = default;
 
 void Bell::ring() {
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   state_->isRung = true;
   state_->rung.notify_one();
 }
 
 void Bell::wait(std::optional<std::chrono::steady_clock::time_point> deadline) {
-  std::unique_lock lock(state_->mutex);
+  Lock lock(state_->mutex);
   while (!state_->isRung) {
     if (!deadline) {
-      state_->rung.wait(lock);
-    } else if (state_->rung.wait_until(lock, *deadline) == std::cv_status::timeout) {
+      state_->rung.wait(lock.standard());
+    } else if (state_->rung.wait_until(lock.standard(), *deadline) == std::cv_status::timeout) {
       break;
     }
   }
@@ -33,7 +33,7 @@ void Bell::wait(std::optional<std::chrono::steady_clock::time_point> deadline) {
 }
 
 void Bell::clear() {
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   state_->isRung = false;
 }
 

@@ -2,8 +2,8 @@
 #include <unistd.h>
 
 #include <condition_variable>
-#include <mutex>
 
+#include "platform/mutex.h"
 #include "platform/posix/system/background_thread.h"
 #include "platform/posix/system/system.h"
 
@@ -26,12 +26,12 @@ struct WakeUp::State {
   }
 
   void run() {
-    std::unique_lock lock(mutex);
+    Lock lock(mutex);
     while (!hasEnded) {
       if (!due) {
-        changed.wait(lock);
+        changed.wait(lock.standard());
       } else if (std::chrono::steady_clock::now() < *due) {
-        changed.wait_until(lock, *due);
+        changed.wait_until(lock.standard(), *due);
       } else {
         due.reset();
         hasInput = write(pipe[1], "", 1) == 1;
@@ -40,16 +40,16 @@ struct WakeUp::State {
   }
 
   int pipe[2] = {-1, -1};
-  std::mutex mutex;
+  Mutex mutex;
   std::condition_variable changed;
-  std::optional<Time> due;  // guarded by mutex, as is what follows
-  bool hasInput = false;
-  bool hasEnded = false;
+  std::optional<Time> due GUARDED_BY(mutex);
+  bool hasInput GUARDED_BY(mutex) = false;
+  bool hasEnded GUARDED_BY(mutex) = false;
 };
 
 WakeUp::~WakeUp() {
   if (state_ == nullptr) return;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   state_->hasEnded = true;
   state_->changed.notify_all();
 }
@@ -66,7 +66,7 @@ int WakeUp::descriptor() {
 
 void WakeUp::set(std::optional<Time> time) {
   if (state_ == nullptr) return;
-  const std::lock_guard lock(state_->mutex);
+  const Lock lock(state_->mutex);
   char input = 0;
   if (state_->hasInput) state_->hasInput = read(state_->pipe[0], &input, 1) != 1;
   state_->due = time;
