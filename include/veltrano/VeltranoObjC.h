@@ -99,11 +99,9 @@ VELTRANO_EXPORT
            eventProperties:(NSDictionary<NSString*, id>*)eventProperties;
 
 /// Records an event. A completion forces an upload of all waiting events while the application is
-/// in the foreground. It runs on the library's work queue, which waits for it: keep it short.
-/// `accepted` is true when the events will not be sent again.
-///
-/// Warning: the completion is not called in the background, nor when a later flush replaces its
-/// own; while many threads track, that happens to most.
+/// in the foreground. It runs on the library's work queue, which waits for it, and may never be
+/// called: see Veltrano::track and Veltrano::FlushCompletion in veltrano/veltrano.h. `accepted` is
+/// true when the events will not be sent again.
 - (void)trackWithEventName:(NSString*)eventName
            eventProperties:(nullable NSDictionary<NSString*, id>*)eventProperties
       forceFlushCompletion:(nullable void (^)(BOOL accepted))completion;
@@ -121,8 +119,7 @@ VELTRANO_EXPORT
 - (void)setRefreshTriggersWithHandlerWithTriggers:(nullable NSArray<NSString*>*)triggers
                                           handler:(nullable void (^)(void))handler;
 
-/// Whether anything is collected; YES at first. For consent that is given, withdrawn and given
-/// again: see veltrano_set_collecting in veltrano/veltrano_c.h.
+/// Whether anything is collected; YES at first: see Veltrano::setCollecting in veltrano/veltrano.h.
 - (void)setCollecting:(BOOL)on;
 
 /// The interface's current orientation: "portrait", "landscape" or "unknown".

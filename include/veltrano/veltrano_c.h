@@ -126,18 +126,13 @@ VELTRANO_EXPORT bool veltrano_track_entries(const char* name, const veltrano_ent
                                             void (*completion)(void* context, bool accepted),
                                             void* context);
 
-/* Records an event. `properties` is a dictionary whose keys are all strings, or NULL for none.
+/* Records an event: see Veltrano::track and Veltrano::FlushCompletion in veltrano.h. `properties`
+ * is a dictionary whose keys are all strings, or NULL for none. `accepted` is true when the events
+ * will not be sent again, also when they were refused with status 400.
  *
- * A completion forces an upload of all waiting events while the application is in the foreground.
- * It runs on the library's work queue, which waits for it: keep it short. `accepted` is true when
- * the events will not be sent again.
- *
- * Warning: a batch that the collection host refuses with status 400, or that cannot be encoded, is
- * dropped and counts as accepted.
- *
- * Warning: the completion is not called in the background, nor when a later flush replaces its own;
- * while many threads track, that happens to most. If its context must be freed, use veltrano_send
- * with a veltrano_boolean_block. */
+ * Warning: the completion may never be called. It runs on the library's work queue, which waits for
+ * it: keep it short. If its context must be freed, use veltrano_send with a veltrano_boolean_block.
+ */
 VELTRANO_EXPORT bool veltrano_track(const char* name, const veltrano_object* properties,
                                     void (*completion)(void* context, bool accepted),
                                     void* context);
@@ -178,18 +173,8 @@ VELTRANO_EXPORT bool veltrano_remove_super_property(const char* key);
 VELTRANO_EXPORT bool veltrano_set_refresh_triggers(const char* const* names, size_t count,
                                                    void (*handler)(void* context), void* context);
 
-/* Whether anything is collected; true at first. For consent that is given, withdrawn and given
- * again.
- *
- * While it is false, veltrano_track only calls the refresh handler, and no request is started;
- * identity, super properties and reports of the application and the device still take effect.
- * Switching off drops the waiting events. They count as `dropped_by_opt_out`; their completions are
- * not called. An upload or a heartbeat in progress ends, with its retries within a minute; the
- * upload's completion is called, and its events are not sent again. Switching on schedules an
- * upload 20 s later, if the application is in the foreground, and a heartbeat a second later, on
- * the main thread, unless one is pending. Not stored: call it after each installation. A call
- * before the installation counts as the first use of the library; the installation is then
- * refused. */
+/* Whether anything is collected; true at first: see Veltrano::setCollecting in veltrano.h. What
+ * switching off drops counts as `dropped_by_opt_out`. */
 VELTRANO_EXPORT bool veltrano_set_collecting(bool on);
 
 /* The interface's current orientation: "portrait", "landscape" or "unknown". */
@@ -545,21 +530,12 @@ typedef struct veltrano_options {
 VELTRANO_EXPORT bool veltrano_install_posix_platform(const veltrano_options* options,
                                                      veltrano_object** error);
 
-/* Shuts the library down for good, as when an application is closed: it enters the background and
- * sends what waits or is in flight, for at most `seconds`. If an upload fails, for whatever reason,
- * it tries again after 0.2 s, later after up to a second, as long as there is time; it
- * ignores Retry-After. Then the library is inert: it calls nothing back, its threads have ended or
- * sleep, and pending callbacks are released uncalled. It waits up to a second for a callback that
- * is still running; one that takes longer is released when it returns. Afterwards an interpreter or
- * a plug-in may end.
- *
- * Returns true when nothing was left: everything was sent, and no callback is running. Returns
- * false at once before a platform is installed, and when called from a callback, from a `release`
- * function that the shutdown itself calls, or on one of the library's threads. Concurrent calls
- * wait for the first and return its result, as do later ones; the earliest deadline counts. What is
- * left counts as dropped_by_shut_down. Run loops still run what is posted to them, and no other
- * platform can be installed. Without this call the process may also end at any time; events that
- * wait are then lost. */
+/* Shuts the library down for good: sends for at most `seconds`, then waits up to a second for a
+ * callback that is still running. Returns true when everything was sent and no callback is running;
+ * after false, one may still be running, and its context must stay valid until it returns. Pending
+ * blocks are released uncalled. Also returns false, at once, before a platform is installed and
+ * when called from a `release` function that the shutdown itself calls. What is left counts as
+ * `dropped_by_shut_down`. For the rest see PosixPlatform::shutDown in posix_platform.h. */
 VELTRANO_EXPORT bool veltrano_shut_down(double seconds);
 
 /* ---- Device and application ---- */
