@@ -98,10 +98,10 @@ constexpr std::size_t parameterCount(Result (*)(Parameters...)) {
   return sizeof...(Parameters);
 }
 
-struct Entry {
+struct Method {
   // `operation` is a captureless lambda whose parameters are the selector's arguments.
   template <class Operation>
-  consteval Entry(std::string_view name, Operation operation)
+  consteval Method(std::string_view name, Operation operation)
       : selector(name), argumentCount(parameterCount(+operation)) {
     if (std::count(name.begin(), name.end(), ':') != static_cast<std::ptrdiff_t>(argumentCount))
       throw "The operation does not take what the selector names.";
@@ -119,7 +119,7 @@ struct Entry {
 
 using Text = std::string_view;
 
-constexpr Entry kEntries[] = {
+constexpr Method kMethods[] = {
     {"shared",
      [] {
        Veltrano::shared();
@@ -175,11 +175,11 @@ veltrano_outcome veltrano_send(const char* selector, veltrano_object* const* arg
   };
   return guarded(VELTRANO_OUT_OF_MEMORY, [&] {
     if (!veltrano_responds(selector)) return wrong(VELTRANO_NO_SUCH_SELECTOR, nullptr);
-    const Entry* const entry = find(kEntries, selector);
+    const Method* const method = find(kMethods, selector);
     // Checked before reading the arguments, which may be invalid otherwise.
-    const std::size_t expected = entry != nullptr ? entry->argumentCount : 0;
+    const std::size_t expected = method != nullptr ? method->argumentCount : 0;
     if (count != expected) return wrong(VELTRANO_WRONG_NUMBER_OF_ARGUMENTS, &expected);
-    if (entry == nullptr) {
+    if (method == nullptr) {
       (Library::current().tracker().*find(Tracker::kHandlers, selector)->handle)();
       return VELTRANO_DONE;
     }
@@ -188,7 +188,8 @@ veltrano_outcome veltrano_send(const char* selector, veltrano_object* const* arg
       objects[i] = objectOf(arguments[i]);
     std::size_t taken = 0;
     Object result;
-    if (!entry->send(objects, taken, result)) return wrong(VELTRANO_WRONG_TYPE_OF_ARGUMENT, &taken);
+    if (!method->send(objects, taken, result))
+      return wrong(VELTRANO_WRONG_TYPE_OF_ARGUMENT, &taken);
     if (returned != nullptr) *returned = makeHandle(std::move(result));
     return VELTRANO_DONE;
   });
@@ -196,7 +197,7 @@ veltrano_outcome veltrano_send(const char* selector, veltrano_object* const* arg
 
 bool veltrano_responds(const char* selector) {
   return selector != nullptr &&
-         (find(kEntries, selector) != nullptr || find(Tracker::kHandlers, selector) != nullptr);
+         (find(kMethods, selector) != nullptr || find(Tracker::kHandlers, selector) != nullptr);
 }
 
 const char* veltrano_outcome_text(veltrano_outcome outcome) {

@@ -2,7 +2,7 @@
 
 #import <Block.h>
 
-#import "objective_c/handles.h"
+#import "objective_c/values.h"
 
 #if __has_feature(objc_arc)
 #error "Compile this file without automatic reference counting."

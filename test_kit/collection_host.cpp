@@ -72,7 +72,7 @@ void World::Implementation::beginBatch(std::string_view body) {
   batch_ = static_cast<std::size_t>(event - waiting_.begin());
 }
 
-void World::Implementation::arrive(const WorldNetwork::Post& post, const Answer& answer,
+void World::Implementation::arrive(const WorldNetwork::PendingPost& post, const Answer& answer,
                                    std::optional<internal::Rest> rest) {
   if (onTransfer_) {
     TransferReport report;

@@ -143,7 +143,7 @@ void World::Implementation::dropped() {
   batch_ = 0;
 }
 
-void World::Implementation::recorded(const Event& event) {
+void World::Implementation::recorded(const QueuedEvent& event) {
   if (event.json.empty()) {
     complain(std::string(event.name) +
              " cannot be encoded, as it holds a dictionary with a key that is not text; the whole "

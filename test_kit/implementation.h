@@ -70,7 +70,7 @@ class World::Implementation final : public internal::CallObserver,
   void given(std::function<void()>& refreshHandler) override;
   void called(std::string_view operation, const HostMapView& arguments) override;
   void refused(std::string_view operation, std::size_t argument) override;
-  void recorded(const Event& event) override;
+  void recorded(const QueuedEvent& event) override;
   void dropped() override;
 
   // Installer.
@@ -156,7 +156,7 @@ class World::Implementation final : public internal::CallObserver,
   bool takeTurn();
   void stopSoon();
   Answer choose(const internal::PostRequest& post, bool isPutOff);
-  void arrive(const WorldNetwork::Post& post, const Answer& answer,
+  void arrive(const WorldNetwork::PendingPost& post, const Answer& answer,
               std::optional<internal::Rest> rest);
   void beginBatch(std::string_view body);
   void complain(const std::string& text);

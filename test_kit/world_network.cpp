@@ -22,15 +22,15 @@ void WorldNetwork::postData(internal::PostRequest request, internal::URLSessionC
   }
   const Answer answer = choose_(request, isPutOff);
   const std::uint64_t number = posts_++;
-  underWay_.emplace(
-      number, Post{path, request.httpBody.size(), timeline_.now(), isPutOff, std::move(callback)});
+  underWay_.emplace(number, PendingPost{path, request.httpBody.size(), timeline_.now(), isPutOff,
+                                        std::move(callback)});
   timeline_.schedule(answer.latency, [this, number, answer] { finish(number, answer); });
 }
 
 void WorldNetwork::finish(std::uint64_t number, const Answer& answer) {
   const auto node = underWay_.extract(number);
   if (node.empty()) return;
-  const Post& post = node.mapped();
+  const PendingPost& post = node.mapped();
   if (!post.isPutOff) arrive_(post, answer, requestEnded(post, answer));
   if (answer.isTransportError)
     post.callback(std::nullopt, std::nullopt,
@@ -39,7 +39,8 @@ void WorldNetwork::finish(std::uint64_t number, const Answer& answer) {
     post.callback(answer.body, internal::URLResponse{answer.status}, std::nullopt);
 }
 
-std::optional<internal::Rest> WorldNetwork::requestEnded(const Post& post, const Answer& answer) {
+std::optional<internal::Rest> WorldNetwork::requestEnded(const PendingPost& post,
+                                                         const Answer& answer) {
   internal::AttemptResult result;
   result.failedToConnect =
       answer.isTransportError && answer.latency < internal::RequestLimits().attemptTimeout;

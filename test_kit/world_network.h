@@ -27,14 +27,15 @@ inline Answer transportError() {
 class WorldNetwork final : public internal::ZKURLSessionManager {
  public:
   using Choose = std::function<Answer(const internal::PostRequest&, bool isPutOff)>;
-  struct Post {
+  struct PendingPost {
     internal::EndpointPath path;
     std::size_t bytes = 0;  // of the body
     Duration at{0};
     bool isPutOff = false;
     internal::URLSessionCallback callback;
   };
-  using Arrive = std::function<void(const Post&, const Answer&, std::optional<internal::Rest>)>;
+  using Arrive =
+      std::function<void(const PendingPost&, const Answer&, std::optional<internal::Rest>)>;
 
   /// `choose` returns the answer to a post. `arrive` is called before the library gets it, with the
   /// rest that it begins; not for a post that was put off.
@@ -63,14 +64,14 @@ class WorldNetwork final : public internal::ZKURLSessionManager {
 
  private:
   void finish(std::uint64_t number, const Answer& answer);
-  std::optional<internal::Rest> requestEnded(const Post& post, const Answer& answer);
+  std::optional<internal::Rest> requestEnded(const PendingPost& post, const Answer& answer);
 
   internal::Timeline& timeline_;
   const internal::WallClock& clock_;
   const Choose choose_;
   const Arrive arrive_;
-  std::map<std::uint64_t, Post> underWay_;  // main thread
-  std::uint64_t posts_ = 0;                 // main thread
+  std::map<std::uint64_t, PendingPost> underWay_;  // main thread
+  std::uint64_t posts_ = 0;                        // main thread
   internal::Mutex mutex_;
   internal::RestsByPath rests_ GUARDED_BY(mutex_);
 };

@@ -15,7 +15,7 @@ namespace veltrano::internal {
 class CallObserver {
  public:
   /// An event that joins the queue.
-  struct Event {
+  struct QueuedEvent {
     std::string_view name;
     std::string_view json;  // as it will be sent; empty when it cannot be encoded
     FlatView given;         // what the host passed: a Dictionary, or absent
@@ -37,7 +37,7 @@ class CallObserver {
   virtual void refused(std::string_view operation, std::size_t argument) = 0;
 
   /// Called on the work queue.
-  virtual void recorded(const Event& event) = 0;
+  virtual void recorded(const QueuedEvent& event) = 0;
 
   /// All waiting events have been dropped. Called on the work queue.
   virtual void dropped() = 0;

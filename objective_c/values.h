@@ -1,4 +1,4 @@
-// Foundation's objects as handles of the C interface.
+// Converts Foundation's values to handles of the C interface.
 #pragma once
 
 #import <Foundation/Foundation.h>

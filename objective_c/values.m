@@ -1,4 +1,4 @@
-#import "objective_c/handles.h"
+#import "objective_c/values.h"
 
 // A collection whose elements are being converted, and those around it.
 typedef struct Enclosing {
