@@ -19,29 +19,40 @@ static void drainScopedPool(NSAutoreleasePool** pool) {
   [*pool drain];
 }
 
+// Throws a std::runtime_error. In exception.cpp.
+void veltrano_objc_throw(const char* what);
+
 static void call(Handler handler) {
+  const char* raised = NULL;
   @try {
-    handler();
+    @try {
+      handler();
+    } @catch (NSException* exception) {
+      raised =
+          [[NSString stringWithFormat:@"%@: %@", [exception name], [exception reason]] UTF8String];
+    }
   } @catch (...) {
+    raised = "something";
   }
+  if (raised != NULL) veltrano_objc_throw(raised);
 }
 
 // With GNUstep, C++ exceptions pass, for the C interface to drop. Clang supposes that none passes a
 // function that it knows to catch all, and then leaves out its caller's clean-up.
-static void (*volatile dropExceptions)(Handler) = call;
+static void (*volatile throwRaised)(Handler) = call;
 
 // Callbacks of the C interface.
 
 static void callCompletion(void* block, bool accepted) {
   SCOPED_POOL pool = [[NSAutoreleasePool alloc] init];
-  dropExceptions(^{
+  throwRaised(^{
     ((Completion)block)(accepted);
   });
 }
 
 static void callHandler(void* block) {
   SCOPED_POOL pool = [[NSAutoreleasePool alloc] init];
-  dropExceptions(block);
+  throwRaised(block);
 }
 
 static void releaseBlock(void* block) {

@@ -11,10 +11,7 @@ Kind JSONValueWriter::open(Kind container) {
 }
 
 void JSONValueWriter::close(Kind container) {
-  if (container == Kind::Array)
-    json_.endArray();
-  else
-    json_.endObject();
+  container == Kind::Array ? json_.endArray() : json_.endObject();
 }
 
 void JSONValueWriter::flat(const char* value) {
