@@ -1,6 +1,6 @@
 // What a block raises leaves it as an exception of C++: worlds report it, and the library drops it.
 #include <stdexcept>
 
-extern "C" [[noreturn]] void veltrano_objc_throw(const char* what) {
+extern "C" [[noreturn]] void veltranoThrow(const char* what) {
   throw std::runtime_error(what);
 }

@@ -20,7 +20,7 @@ static void drainScopedPool(NSAutoreleasePool** pool) {
 }
 
 // Throws a std::runtime_error. In exception.cpp.
-void veltrano_objc_throw(const char* what);
+void veltranoThrow(const char* what);
 
 static void call(Handler handler) {
   const char* raised = NULL;
@@ -34,7 +34,7 @@ static void call(Handler handler) {
   } @catch (...) {
     raised = "something";
   }
-  if (raised != NULL) veltrano_objc_throw(raised);
+  if (raised != NULL) veltranoThrow(raised);
 }
 
 // With GNUstep, C++ exceptions pass, for the C interface to drop. Clang supposes that none passes a
