@@ -1,4 +1,6 @@
-// Prints what a world complains of when blocks raise.
+// Fails unless a world complains of what each block raises.
+#import <string.h>
+
 #import "veltrano/VeltranoObjC.h"
 #import "veltrano/testing_c.h"
 
@@ -35,7 +37,12 @@ int main(void) {
                                      }] raise];
            }];
     veltrano_world_advance(world, 2);
-    puts(veltrano_world_complaints(world));
+    const char* const complaints = veltrano_world_complaints(world);
+    puts(complaints);
+    const bool hasAll = strstr(complaints, "handler threw: NSRangeException: ") != NULL &&
+                        strstr(complaints, "Bought threw: Broken: after 1\n") != NULL &&
+                        strstr(complaints, "Left threw: something\n") != NULL;
     veltrano_world_destroy(world);
+    return hasAll ? 0 : 1;
   }
 }
