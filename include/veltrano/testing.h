@@ -412,9 +412,8 @@ class World {
   /// dropped and why, or tracked while nothing is collected, calls from C or Objective-C that did
   /// nothing because an argument is missing or has the wrong type, or nothing has that selector, a
   /// platform that is refused or installed too late or twice, a file that is missing, a callback or
-  /// rule that threw or raised, a completion that is never called, a
-  /// heartbeat that is never sent, a run that does not end. After `end`, also events that were
-  /// still pending.
+  /// rule that threw or raised, a completion that is never called, a heartbeat that is never sent,
+  /// a run that does not end. After `end`, also events that were still pending.
   Complaints complaints() const;
 
   /// Lifecycle changes, with their notifications. `enterBackground` first makes the application

@@ -3,8 +3,8 @@
 //
 //     node page_test.mjs PROGRAMS OUTPUT
 //
-// PROGRAMS holds veltrano-collector, demo_host and plan_test. Screenshots go to OUTPUT; readme.png is for the
-// README, which has it as docs/page.png.
+// PROGRAMS holds veltrano-collector, demo_host and plan_test. Screenshots go to OUTPUT; readme.png is for
+// the README, which has it as docs/page.png.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
