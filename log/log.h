@@ -38,6 +38,7 @@ class Log {
       : clock_(clock), output_(output), isEnabled_(isEnabled) {}
 
   bool isEnabled() const { return isEnabled_.load(std::memory_order_relaxed); }
+  const std::atomic<bool>& enabled() const { return isEnabled_; }
 
   /// Writes one line: the library's name, the time of day and the rendered `pieces`. The line is
   /// dropped when memory runs out. Costs one load while the log is disabled.

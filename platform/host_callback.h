@@ -89,6 +89,8 @@ class HostCode {
 
   /// Whether the platform started the calling thread.
   static inline constinit thread_local bool isLibraryThread = false;
+  /// False on the thread that drives the transfers.
+  static inline constinit thread_local bool mayRunHere = true;
   /// Sequentially consistent with `threads`: once this is set and that is 0, none will get in.
   static inline std::atomic<bool> isProcessExiting{false};
   static inline std::atomic<int> threads{0};  // that run code of the host, for exit to wait for

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -75,6 +76,8 @@ struct PostRequest {
   std::optional<std::set<int>> dontRetryStatusCodesSet;
   std::shared_ptr<const ZKInterceptor> interceptor;  // may be null
   Urgency urgency = Urgency::ordinary;
+  /// False while the callback neither runs code of the host nor blocks. Null: it may do both.
+  const std::atomic<bool>* callsHost = nullptr;
 
   /// The URL's path; empty without one.
   std::string path() const {

@@ -24,6 +24,8 @@ void CollectionClient::post(EndpointPath path, Urgency urgency, std::string_view
   appendBase64(request.httpBody, json);
   request.interceptor = std::move(interceptor);
   request.urgency = urgency;
+  // The outcome of an upload only logs; that of a heartbeat may call a refresh handler, too.
+  if (path == EndpointPath::track) request.callsHost = &log.enabled();
   platform.urlSession->postData(std::move(request), [this, path, callback = std::move(callback)](
                                                         auto data, auto response, auto error) {
     // One that was put off says less than the one before it.

@@ -43,6 +43,7 @@ class WithoutBrokenPipeSignal {
 }  // namespace
 
 void PosixStandardOutput::writeLine(std::string_view line) {
+  if (!HostCode::mayRunHere) return;  // the log has been enabled within an outcome
   if (sink_) {
     callHost(sink_, line);
     return;

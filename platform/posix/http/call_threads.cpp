@@ -11,10 +11,7 @@
 namespace veltrano::internal {
 namespace {
 
-// What debuggers show.
-constexpr char kFree[] = "veltrano.calls";
-constexpr char kPreparation[] = "veltrano.prep";
-constexpr char kLookup[] = "veltrano.lookup";
+constexpr char kFree[] = "veltrano.calls";  // what debuggers show
 
 }  // namespace
 
@@ -25,25 +22,32 @@ bool CallThreads::start() {
 
 void CallThreads::setName(std::size_t path, std::string name) {
   const Lock lock(mutex_);
-  paths_[path].name = std::move(name);
+  lanes_[outcome + path].threadName = std::move(name);
 }
 
-bool CallThreads::expect(std::size_t path) {
+bool CallThreads::expect(Lanes lanes) {
+  {
+    const Lock lock(mutex_);
+    for (std::size_t i = 0; i < laneCount; ++i) lanes_[i].expected += lanes[i];
+    startThreadIfNeeded();
+    if (threads_ > 0) return true;
+  }
+  stopExpecting(lanes);
+  return false;
+}
+
+void CallThreads::stopExpecting(Lanes lanes) {
   const Lock lock(mutex_);
-  ++paths_[path].expected;
-  startThreadIfNeeded();
-  if (threads_ == 0) --paths_[path].expected;
-  return threads_ > 0;
+  for (std::size_t i = 0; i < laneCount; ++i) lanes_[i].expected -= lanes[i];
 }
 
-void CallThreads::add(std::size_t path, Work work, std::shared_ptr<Call> call, bool isLast) {
+void CallThreads::add(std::size_t lane, std::shared_ptr<Call> call) {
   const Lock lock(mutex_);
   if (isOver_) return;
-  Lane& lane = paths_[path].lanes[work];
-  call->isLast_ = isLast;
+  Calls& calls = lanes_[lane];
   Call* const added = call.get();
-  (lane.first == nullptr ? lane.first : lane.last->next_) = std::move(call);
-  lane.last = added;
+  (calls.first == nullptr ? calls.first : calls.last->next_) = std::move(call);
+  calls.last = added;
   changed_.notify_all();
 }
 
@@ -53,13 +57,13 @@ void CallThreads::shutDown(std::chrono::steady_clock::time_point deadline) {
   changed_.notify_all();
   while (threads_ > 0 && std::chrono::steady_clock::now() < deadline)
     changed_.wait_until(lock.standard(), deadline);
-  for (;;) {
-    const auto [path, work] = find(true);
-    if (path == nullptr) return;
-    std::shared_ptr<Call> dropped = takeCall(*path, work);
-    lock.unlock();
-    dropped = nullptr;
-    lock.lock();
+  for (Calls& lane : lanes_) {
+    while (lane.first != nullptr) {
+      std::shared_ptr<Call> dropped = lane.takeFirst();
+      lock.unlock();
+      dropped = nullptr;
+      lock.lock();
+    }
   }
 }
 
@@ -76,12 +80,10 @@ bool CallThreads::startThread() {
 
 // If it fails, the calls wait for a thread that returns.
 void CallThreads::startThreadIfNeeded() {
-  const auto needsOne = [](const Path& path) {
-    return std::any_of(path.lanes.begin(), path.lanes.end(), [&](const Lane& lane) {
-      return !lane.isBusy && (lane.first != nullptr || path.expected > 0);
-    });
+  const auto needsOne = [](const Calls& lane) {
+    return !lane.isBusy && (lane.first != nullptr || lane.expected > 0);
   };
-  if (free_ == 0 && std::any_of(paths_.begin(), paths_.end(), needsOne)) startThread();
+  if (free_ == 0 && std::any_of(lanes_.begin(), lanes_.end(), needsOne)) startThread();
 }
 
 void CallThreads::serve() {
@@ -96,22 +98,21 @@ void CallThreads::serve() {
       threads.changed_.notify_all();
     }
     CallThreads& threads;
-    Lane* busy = nullptr;
+    Calls* busy = nullptr;
   };
   Replacement replacement{*this};
   Lock lock(mutex_);
   for (;;) {
-    const auto [path, work] = find(false);
-    if (path != nullptr) {
-      std::shared_ptr<Call> call = takeCall(*path, work);
-      Lane& lane = path->lanes[work];
-      lane.isBusy = true;
-      replacement.busy = &lane;
+    auto* const lane = std::find_if(lanes_.begin(), lanes_.end(), [](const Calls& each) {
+      return !each.isBusy && each.first != nullptr;
+    });
+    if (lane != lanes_.end()) {
+      std::shared_ptr<Call> call = lane->takeFirst();
+      lane->isBusy = true;
+      replacement.busy = lane;
       --free_;
       startThreadIfNeeded();
-      nameThisThread(work == preparation ? kPreparation
-                     : work == lookup    ? kLookup
-                                         : path->name.c_str());
+      nameThisThread(lane->threadName.c_str());
       lock.unlock();
       call->run();
       call = nullptr;
@@ -120,7 +121,7 @@ void CallThreads::serve() {
       lock.lock();
       ++free_;
       replacement.busy = nullptr;
-      lane.isBusy = false;
+      lane->isBusy = false;
     } else if (isOver_ || free_ > 1) {
       --free_;
       --threads_;
@@ -132,21 +133,9 @@ void CallThreads::serve() {
   }
 }
 
-// A lane with a call to start; null when there is none.
-std::pair<CallThreads::Path*, CallThreads::Work> CallThreads::find(bool inBusyLanesToo) {
-  for (Path& path : paths_)
-    for (const Work work : {preparation, lookup, outcome})
-      if (const Lane& lane = path.lanes[work];
-          lane.first != nullptr && (inBusyLanesToo || !lane.isBusy))
-        return {&path, work};
-  return {};
-}
-
-std::shared_ptr<Call> CallThreads::takeCall(Path& path, Work work) {
-  Lane& lane = path.lanes[work];
-  std::shared_ptr<Call> call = std::move(lane.first);
-  lane.first = std::move(call->next_);
-  if (call->isLast_) --path.expected;
+std::shared_ptr<Call> CallThreads::Calls::takeFirst() {
+  std::shared_ptr<Call> call = std::move(first);
+  first = std::move(call->next_);
   return call;
 }
 

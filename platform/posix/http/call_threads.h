@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -21,7 +22,6 @@ class Call {
  private:
   friend class CallThreads;
   std::shared_ptr<Call> next_;  // guarded by the mutex of CallThreads
-  bool isLast_ = false;         // of what was expected
 };
 
 template <class Function>
@@ -43,7 +43,15 @@ std::shared_ptr<Call> makeCall(Function function) {
 class CallThreads : public std::enable_shared_from_this<CallThreads> {
  public:
   static constexpr std::size_t kPaths = 2;
-  enum Work : std::size_t { preparation, lookup, outcome, workCount };  // each path's lanes
+  /// Lookups share a lane: what waits for one that is stuck would need its answer, too. The others
+  /// are those of the first path; add the path's number.
+  enum Lane : std::size_t {
+    lookup,
+    preparation,
+    outcome = preparation + kPaths,
+    laneCount = outcome + kPaths
+  };
+  using Lanes = std::bitset<laneCount>;
 
   /// Starts the first thread. False when no thread can be started.
   bool start();
@@ -51,38 +59,37 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
   /// What debuggers show of a thread that runs an outcome of `path`.
   void setName(std::size_t path, std::string name);
 
-  /// Prepares for calls of `path`, up to one that is added as the last. False when there is no
-  /// thread and none can be started. Never call it on a thread whose descriptors are not the
-  /// host's: a thread that it starts shares them.
-  bool expect(std::size_t path);
+  /// Prepares for calls in these lanes, until `stopExpecting`. False when there is no thread and
+  /// none can be started. Never call it on a thread whose descriptors are not the host's: a thread
+  /// that it starts shares them.
+  bool expect(Lanes lanes);
+  void stopExpecting(Lanes lanes);
 
   /// Runs `call` on one of the threads, later. Drops it after `shutDown`.
-  void add(std::size_t path, Work work, std::shared_ptr<Call> call, bool isLast = false);
+  void add(std::size_t lane, std::shared_ptr<Call> call);
 
   /// Lets the threads end once the lanes are empty, and waits for that until `deadline`. Drops the
   /// calls that have not started by then.
   void shutDown(std::chrono::steady_clock::time_point deadline);
 
  private:
-  struct Lane {
+  struct Calls {
+    std::string threadName = {};
     std::shared_ptr<Call> first = {};
     Call* last = nullptr;
-    bool isBusy = false;  // a thread is in one of its calls
-  };
-  struct Path {
-    std::string name = {};
-    std::array<Lane, workCount> lanes = {};
-    int expected = 0;
+    int expected = 0;     // by how many who may add some
+    bool isBusy = false;  // a thread is in one of them
+
+    std::shared_ptr<Call> takeFirst();
   };
   bool startThread() REQUIRES(mutex_);
   void startThreadIfNeeded() REQUIRES(mutex_);
   void serve();
-  std::pair<Path*, Work> find(bool inBusyLanesToo) REQUIRES(mutex_);
-  static std::shared_ptr<Call> takeCall(Path& path, Work work);
 
   Mutex mutex_;
   std::condition_variable changed_;
-  std::array<Path, kPaths> paths_ GUARDED_BY(mutex_);
+  std::array<Calls, laneCount> lanes_ GUARDED_BY(mutex_){
+      {{"veltrano.lookup"}, {"veltrano.prep"}, {"veltrano.prep"}}};
   int threads_ GUARDED_BY(mutex_) = 0;
   int free_ GUARDED_BY(mutex_) = 0;  // threads that are in no call
   bool isOver_ GUARDED_BY(mutex_) = false;

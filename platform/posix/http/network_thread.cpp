@@ -73,6 +73,7 @@ struct NetworkThread::Post final : Call {
 
   std::shared_ptr<NetworkThread> owner;
   Endpoint* endpoint = nullptr;
+  CallThreads::Lanes lanes;  // that expect it
   PostRequest request;
   URLSessionCallback callback;
   RetryRules rules;
@@ -127,13 +128,19 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
   Endpoint& endpoint = endpointFor(request);
   Posts added;
   CURLcode failure = CURLE_OK;
+  if (isClosed_ || endpoint.unfinished >= kMaxUnfinished) failure = CURLE_NO_CONNECTION_AVAILABLE;
   try {
     added.push_back(std::make_shared<Post>());
   } catch (const std::bad_alloc&) {
     failure = CURLE_OUT_OF_MEMORY;
     added.splice(added.end(), spare_);
   }
-  if (added.empty() || !calls_->expect(endpoint.path)) {
+  CallThreads::Lanes lanes;
+  lanes.set(CallThreads::lookup);
+  lanes.set(CallThreads::preparation + endpoint.path,
+            request.interceptor != nullptr && options_.interceptorsMayBlock);
+  lanes.set(CallThreads::outcome + endpoint.path, failure != CURLE_OK || callsHost(request));
+  if (added.empty() || !calls_->expect(lanes)) {
     // Without memory or a thread, the callback cannot be deferred.
     lock.unlock();
     TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
@@ -145,11 +152,11 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
     // The next shortage finds none.
   }
 
-  if (isClosed_ || endpoint.unfinished >= kMaxUnfinished) failure = CURLE_NO_CONNECTION_AVAILABLE;
   ++endpoint.unfinished;
   Post& post = *added.front();
   post.owner = shared_from_this();
   post.endpoint = &endpoint;
+  post.lanes = lanes;
   post.callback = std::move(callback);
   if (failure != CURLE_OK) {
     post.result.error = failure;
@@ -217,6 +224,7 @@ bool NetworkThread::shutDown(Clock::time_point deadline) {
 }
 
 void NetworkThread::run() {
+  HostCode::mayRunHere = false;
   {
     // Programs that the host executes would inherit some of libcurl's descriptors.
     const Lock lock(mutex_);
@@ -360,7 +368,7 @@ bool NetworkThread::takeNextStep(Endpoint& endpoint, Post& post) {
         startLookingUp(post);
         return true;
       case Stage::lookingUp:
-        failure.error = lookUpNames(endpoint, post);
+        failure.error = lookUpNames(post);
         if (failure.error == CURLE_AGAIN) return false;
         failure.attempt.failedToConnect = failure.error == CURLE_COULDNT_RESOLVE_HOST ||
                                           failure.error == CURLE_COULDNT_RESOLVE_PROXY;
@@ -400,7 +408,7 @@ void NetworkThread::prepare(const Endpoint& endpoint, Post& post) {
   post.preparation = std::make_shared<Preparation>();
   post.preparation->intercepted = post.attempt.request;
   post.preparation->request = std::move(post.attempt.request);
-  calls_->add(endpoint.path, CallThreads::preparation,
+  calls_->add(CallThreads::preparation + endpoint.path,
               makeCall([self = shared_from_this(), preparation = post.preparation,
                         interceptor = request.interceptor] {
                 if (preparation->isDone) return;  // the post's time was up
@@ -430,22 +438,20 @@ void NetworkThread::startLookingUp(Post& post) {
 }
 
 // CURLE_AGAIN while a lookup is under way.
-CURLcode NetworkThread::lookUpNames(const Endpoint& endpoint, Post& post) {
+CURLcode NetworkThread::lookUpNames(Post& post) {
   CURLcode code = CURLE_OK;
   post.attempt.addresses.clear();
   const std::string& proxy = options_.proxy;
   if (!proxy.empty())
-    code = addAddresses(endpoint, post,
-                        hostNameIn(proxy, proxy.rfind("https:", 0) == 0 ? "443" : "1080"),
+    code = addAddresses(post, hostNameIn(proxy, proxy.rfind("https:", 0) == 0 ? "443" : "1080"),
                         CURLE_COULDNT_RESOLVE_PROXY);
   if (code == CURLE_OK && looksUpHost_)
-    code = addAddresses(endpoint, post, hostNameIn(post.request.baseURL, "443"),
-                        CURLE_COULDNT_RESOLVE_HOST);
+    code = addAddresses(post, hostNameIn(post.request.baseURL, "443"), CURLE_COULDNT_RESOLVE_HOST);
   return code;
 }
 
-CURLcode NetworkThread::addAddresses(const Endpoint& endpoint, Post& post,
-                                     const std::optional<HostName>& host, CURLcode failure) {
+CURLcode NetworkThread::addAddresses(Post& post, const std::optional<HostName>& host,
+                                     CURLcode failure) {
   std::string addresses = host ? literalAddress(*host) : "";
   if (host && addresses.empty()) {
     const Lock lock(mutex_);
@@ -453,9 +459,9 @@ CURLcode NetworkThread::addAddresses(const Endpoint& endpoint, Post& post,
     const bool isFresh = !name.addresses.empty() && Clock::now() - name.since <= kAddressesLast;
     if (!isFresh && name.triedAt < post.lookupBegan) {
       if (name.isBeingLookedUp) return CURLE_AGAIN;
-      calls_->add(
-          endpoint.path, CallThreads::lookup,
-          makeCall([self = shared_from_this(), host = *host, &name] { self->lookUp(host, name); }));
+      calls_->add(CallThreads::lookup, makeCall([self = shared_from_this(), host = *host, &name] {
+                    self->lookUp(host, name);
+                  }));
       name.isBeingLookedUp = true;
       return CURLE_AGAIN;
     }
@@ -552,9 +558,17 @@ void NetworkThread::endAttempt(Endpoint& endpoint, Post& post, TransferResult re
   endpoint.posts.erase(its);
 }
 
+// An outcome that calls the host finds a free thread. Only if the log has been enabled since the
+// post, it may have to wait while a lookup and an outcome of the other path are stuck.
 void NetworkThread::end(std::shared_ptr<Post> post) {
-  const std::size_t path = post->endpoint->path;
-  calls_->add(path, CallThreads::outcome, std::move(post), true);
+  calls_->stopExpecting(post->lanes);
+  if (!callsHost(post->request)) return post->run();
+  const std::size_t lane = CallThreads::outcome + post->endpoint->path;
+  calls_->add(lane, std::move(post));
+}
+
+bool NetworkThread::callsHost(const PostRequest& request) const {
+  return options_.onTransfer || request.callsHost == nullptr || *request.callsHost;
 }
 
 // Reports an attempt, if the host wants that.
@@ -577,7 +591,7 @@ void NetworkThread::report(const Endpoint& endpoint, const Post& post, const Tra
       report.putOffUntil = std::chrono::system_clock::time_point(
           std::chrono::duration_cast<std::chrono::system_clock::duration>(
               options_.wallClock->now().sinceEpoch + rest->left));
-    calls_->add(endpoint.path, CallThreads::outcome,
+    calls_->add(CallThreads::outcome + endpoint.path,
                 makeCall([self = shared_from_this(), report = std::move(report)] {
                   callHost(self->options_.onTransfer, report);
                 }));

@@ -27,7 +27,8 @@
 namespace veltrano::internal {
 
 /// The thread that drives the posts to all endpoints, with one multi handle, and watches the
-/// network. It waits for nothing but input and time; what may block is for `CallThreads`:
+/// network. It waits for nothing but input and time; what may block or run code of the host is for
+/// `CallThreads`:
 ///
 ///     waiting --> preparing --> looking up --> sending --> over
 ///        ^      (interceptor)   (resolver)        |     (report, callback)
@@ -93,14 +94,14 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   std::optional<Rest> restThatPutsOff(Endpoint& endpoint, Post& post);
   void prepare(const Endpoint& endpoint, Post& post);
   void startLookingUp(Post& post);
-  CURLcode lookUpNames(const Endpoint& endpoint, Post& post);
+  CURLcode lookUpNames(Post& post);
   void lookUp(const HostName& host, Name& name);
-  CURLcode addAddresses(const Endpoint& endpoint, Post& post, const std::optional<HostName>& host,
-                        CURLcode failure);
+  CURLcode addAddresses(Post& post, const std::optional<HostName>& host, CURLcode failure);
   CURLcode send(Endpoint& endpoint, Post& post);
   TransferResult endTransfer(Endpoint& endpoint, CURLcode code) noexcept;
   void endAttempt(Endpoint& endpoint, Post& post, TransferResult result);
   void end(std::shared_ptr<Post> post);
+  bool callsHost(const PostRequest& request) const;
   void report(const Endpoint& endpoint, const Post& post, const TransferResult& result,
               bool willRetry, const std::optional<Rest>& rest);
 
