@@ -139,7 +139,7 @@ TEST(NetworkFaults, ALookupThatIsStuckKeepsOneThreadAndNoPost) {
   failures::areLookupsStuck = true;
   auto quiet = start(session, request);
   while (failures::stuckLookups == 0) std::this_thread::yield();
-  session.postData(requestTo(other.url()), [&](auto, auto, const auto& error) {
+  session.postData(requestTo(other.url("/heartbeat")), [&](auto, auto, const auto& error) {
     EXPECT_TRUE(error) << "not its certificate";
     isBlocked.set_value();
     release.get_future().wait();
@@ -163,7 +163,7 @@ TEST(NetworkFaults, ALookupThatIsStuckKeepsOneThreadAndNoPost) {
 TEST(NetworkFaults, CodeOfTheHostThatBlocksHoldsUpNothingElse) {
   TLSServer server([](int) { return answer("200 OK"); });
   const auto upload = requestTo(server.url());
-  auto heartbeat = requestTo(server.url() + "/heartbeat");
+  auto heartbeat = requestTo(server.url("/heartbeat"));
   auto options = trusting(server.authorities());
   std::atomic<PosixURLSession*> used{nullptr};
   options.onTransfer = [&](const TransferReport& report) {
@@ -249,7 +249,7 @@ TEST(NetworkFaults, HangingHeartbeatsDoNotHoldUpAnUpload) {
   TLSServer server([](int number) { return number == 2 ? TLSReply{} : answer("200 OK"); });
   PosixURLSession session(trusting(server.authorities()));
   EXPECT_EQ(post(session, requestTo(server.url())).status(), 200);
-  const auto heartbeat = requestTo(server.url() + "/heartbeat");
+  const auto heartbeat = requestTo(server.url("/heartbeat"));
   std::vector<std::future<Outcome>> heartbeats;
   for (int i = 0; i < 300; ++i) heartbeats.push_back(start(session, heartbeat));
   while (server.requests().size() < 2) std::this_thread::yield();
@@ -305,7 +305,7 @@ TEST(NetworkFaults, ShuttingDownLetsPostsFinishAndThenIsSilent) {
   auto underWay = start(session, requestTo(server.url()));
   while (server.requests().size() < 2) std::this_thread::yield();
   auto ended = std::async([&] { return session.shutDown(std::chrono::steady_clock::now() + 30s); });
-  while (!post(session, requestTo(server.url() + "/other")).error) {  // not yet shutting down
+  while (!post(session, requestTo(server.url("/heartbeat"))).error) {  // not yet shutting down
   }
   release.set_value();
   EXPECT_TRUE(ended.get());

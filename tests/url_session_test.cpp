@@ -113,7 +113,7 @@ TEST(URLSession, ReportsEveryAttempt) {
   ASSERT_EQ(reports.size(), 2U);
   EXPECT_EQ(reports[0].status, 503);
   EXPECT_EQ(reports[1].status, 200);
-  EXPECT_EQ(reports[1].path, "/path");
+  EXPECT_EQ(reports[1].path, "/track");
   EXPECT_EQ(reports[1].reason, "");
   EXPECT_EQ(reports[1].bytesSent, server.requests().at(1).size());
   EXPECT_GT(reports[1].bytesReceived, 500U);
@@ -397,7 +397,7 @@ TEST(URLSession, IsForAnyThreadAndReusesConnections) {
   for (int thread = 0; thread < 8; ++thread)
     threads.emplace_back([&] {
       for (const char* const path : {"/track", "/heartbeat", "/track"})
-        EXPECT_EQ(post(session, requestTo(server.url() + path)).status(), 200);
+        EXPECT_EQ(post(session, requestTo(server.url(path))).status(), 200);
     });
   threads.clear();
   EXPECT_EQ(server.requests().size(), 24U);

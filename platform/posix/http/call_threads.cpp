@@ -1,6 +1,7 @@
 #include "platform/posix/http/call_threads.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -11,18 +12,17 @@
 namespace veltrano::internal {
 namespace {
 
-constexpr char kFree[] = "veltrano.calls";  // what debuggers show
+// What debuggers show of a thread that is free, or in a call of a lane.
+constexpr char kFree[] = "veltrano.calls";
+constexpr const char* kNames[] = {"veltrano.lookup", "veltrano.prep", "veltrano.prep",
+                                  "veltrano/track", "veltrano/heartb"};
+static_assert(std::size(kNames) == CallThreads::laneCount);
 
 }  // namespace
 
 bool CallThreads::start() {
   const Lock lock(mutex_);
   return startThread();
-}
-
-void CallThreads::setName(std::size_t path, std::string name) {
-  const Lock lock(mutex_);
-  lanes_[outcome + path].threadName = std::move(name);
 }
 
 bool CallThreads::expect(Lanes lanes) {
@@ -112,7 +112,7 @@ void CallThreads::serve() {
       replacement.busy = lane;
       --free_;
       startThreadIfNeeded();
-      nameThisThread(lane->threadName.c_str());
+      nameThisThread(kNames[lane - lanes_.begin()]);
       lock.unlock();
       call->run();
       call = nullptr;

@@ -6,9 +6,9 @@
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
-#include <string>
 #include <utility>
 
+#include "platform/endpoint_path.h"
 #include "platform/mutex.h"
 
 namespace veltrano::internal {
@@ -42,22 +42,18 @@ std::shared_ptr<Call> makeCall(Function function) {
 /// it has to. A free thread that is not needed ends. Thread-safe.
 class CallThreads : public std::enable_shared_from_this<CallThreads> {
  public:
-  static constexpr std::size_t kPaths = 2;
   /// Lookups share a lane: what waits for one that is stuck would need its answer, too. The others
-  /// are those of the first path; add the path's number.
+  /// are those of the first path; add the path's index.
   enum Lane : std::size_t {
     lookup,
     preparation,
-    outcome = preparation + kPaths,
-    laneCount = outcome + kPaths
+    outcome = preparation + kEndpointPathCount,
+    laneCount = outcome + kEndpointPathCount
   };
   using Lanes = std::bitset<laneCount>;
 
   /// Starts the first thread. False when no thread can be started.
   bool start();
-
-  /// What debuggers show of a thread that runs an outcome of `path`.
-  void setName(std::size_t path, std::string name);
 
   /// Prepares for calls in these lanes, until `stopExpecting`. False when there is no thread and
   /// none can be started. Never call it on a thread whose descriptors are not the host's: a thread
@@ -74,7 +70,6 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
 
  private:
   struct Calls {
-    std::string threadName = {};
     std::shared_ptr<Call> first = {};
     Call* last = nullptr;
     int expected = 0;     // by how many who may add some
@@ -88,8 +83,7 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
 
   Mutex mutex_;
   std::condition_variable changed_;
-  std::array<Calls, laneCount> lanes_ GUARDED_BY(mutex_){
-      {{"veltrano.lookup"}, {"veltrano.prep"}, {"veltrano.prep"}}};
+  std::array<Calls, laneCount> lanes_ GUARDED_BY(mutex_);
   int threads_ GUARDED_BY(mutex_) = 0;
   int free_ GUARDED_BY(mutex_) = 0;  // threads that are in no call
   bool isOver_ GUARDED_BY(mutex_) = false;

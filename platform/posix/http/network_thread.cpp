@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <functional>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -103,7 +102,6 @@ NetworkThread::NetworkThread(URLSessionOptions options)
       wakeUp_(std::in_place),
       random_(static_cast<unsigned>(Clock::now().time_since_epoch().count())),
       looksUpHost_(options_.proxy.empty()) {
-  for (std::size_t i = 0; i < kEndpoints; ++i) endpoints_[i].path = i;
   spare_.push_back(std::make_shared<Post>());
 }
 
@@ -125,7 +123,8 @@ NetworkThread::~NetworkThread() {
 void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noexcept {
   Lock lock(mutex_);
   if (isStopped_) return;  // nobody would report it
-  Endpoint& endpoint = endpointFor(request);
+  const std::size_t path = indexOf(endpointPath(request.path()).value_or(EndpointPath::track));
+  Endpoint& endpoint = endpoints_[path];
   Posts added;
   CURLcode failure = CURLE_OK;
   if (isClosed_ || endpoint.unfinished >= kMaxUnfinished) failure = CURLE_NO_CONNECTION_AVAILABLE;
@@ -137,9 +136,9 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
   }
   CallThreads::Lanes lanes;
   lanes.set(CallThreads::lookup);
-  lanes.set(CallThreads::preparation + endpoint.path,
+  lanes.set(CallThreads::preparation + path,
             request.interceptor != nullptr && options_.interceptorsMayBlock);
-  lanes.set(CallThreads::outcome + endpoint.path, failure != CURLE_OK || callsHost(request));
+  lanes.set(CallThreads::outcome + path, failure != CURLE_OK || callsHost(request));
   if (added.empty() || !calls_->expect(lanes)) {
     // Without memory or a thread, the callback cannot be deferred.
     lock.unlock();
@@ -171,20 +170,6 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
   post.request = std::move(request);
   incoming_.splice(incoming_.end(), added);
   wakeUp_->set(post.due);
-}
-
-// The endpoint of the request's base URL.
-NetworkThread::Endpoint& NetworkThread::endpointFor(const PostRequest& request) {
-  const std::size_t url = std::hash<std::string>()(request.baseURL) | 1;
-  for (Endpoint& endpoint : endpoints_) {
-    if (endpoint.url == url) return endpoint;
-    if (endpoint.url != 0) continue;
-    endpoint.url = url;
-    if (const auto path = endpointPath(request.path())) endpoint.rests = &rests_.of(*path);
-    dropExceptions([&] { calls_->setName(endpoint.path, "veltrano" + request.path()); });
-    return endpoint;
-  }
-  return endpoints_.back();
 }
 
 std::optional<Rest> NetworkThread::restOf(EndpointPath path) {
@@ -389,8 +374,8 @@ bool NetworkThread::takeNextStep(Endpoint& endpoint, Post& post) {
 
 std::optional<Rest> NetworkThread::restThatPutsOff(Endpoint& endpoint, Post& post) {
   const Lock lock(mutex_);
-  if (std::exchange(post.hasStarted, true) || endpoint.rests == nullptr) return std::nullopt;
-  return endpoint.rests->puttingOff(sinceEpoch(Clock::now()), post.request.urgency);
+  if (std::exchange(post.hasStarted, true)) return std::nullopt;
+  return rests_.of(endpoint.path).puttingOff(sinceEpoch(Clock::now()), post.request.urgency);
 }
 
 void NetworkThread::prepare(const Endpoint& endpoint, Post& post) {
@@ -408,7 +393,7 @@ void NetworkThread::prepare(const Endpoint& endpoint, Post& post) {
   post.preparation = std::make_shared<Preparation>();
   post.preparation->intercepted = post.attempt.request;
   post.preparation->request = std::move(post.attempt.request);
-  calls_->add(CallThreads::preparation + endpoint.path,
+  calls_->add(CallThreads::preparation + indexOf(endpoint.path),
               makeCall([self = shared_from_this(), preparation = post.preparation,
                         interceptor = request.interceptor] {
                 if (preparation->isDone) return;  // the post's time was up
@@ -493,7 +478,7 @@ CURLcode NetworkThread::send(Endpoint& endpoint, Post& post) {
   if (!multi_) {
     multi_.reset(curl_multi_init());
     if (!multi_) return CURLE_OUT_OF_MEMORY;
-    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, long{kEndpoints});
+    curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, long{kEndpointPathCount});
   }
   post.limit = post.attempt.deadline =
       std::min(post.deadline, Clock::now() + options_.attemptTimeout);
@@ -535,14 +520,16 @@ void NetworkThread::endAttempt(Endpoint& endpoint, Post& post, TransferResult re
       isStopped_ ? Duration::zero() : std::chrono::duration_cast<Duration>(post.deadline - now);
   auto delay = delayBeforeRetry(result.attempt, post.rules, post.retries, timeLeft, random);
   std::optional<Rest> rest;
-  if (const Lock lock(mutex_); endpoint.rests != nullptr) {
-    if (!endpoint.rests->mayRetry()) delay.reset();
+  {
+    const Lock lock(mutex_);
+    Rests& rests = rests_.of(endpoint.path);
+    if (!rests.mayRetry()) delay.reset();
     const bool tellsOfServer = (stage == Stage::lookingUp || stage == Stage::sending) &&
                                result.error != CURLE_OUT_OF_MEMORY &&
                                result.error != CURLE_FAILED_INIT;
     AttemptResult last = result.attempt;
     last.failedToConnect |= stage == Stage::lookingUp;
-    if (!delay && tellsOfServer) rest = endpoint.rests->requestEnded(sinceEpoch(now), last, random);
+    if (!delay && tellsOfServer) rest = rests.requestEnded(sinceEpoch(now), last, random);
   }
   if (!result.wasPutOff) report(endpoint, post, result, delay.has_value(), rest);
   if (delay) {
@@ -563,7 +550,7 @@ void NetworkThread::endAttempt(Endpoint& endpoint, Post& post, TransferResult re
 void NetworkThread::end(std::shared_ptr<Post> post) {
   calls_->stopExpecting(post->lanes);
   if (!callsHost(post->request)) return post->run();
-  const std::size_t lane = CallThreads::outcome + post->endpoint->path;
+  const std::size_t lane = CallThreads::outcome + indexOf(post->endpoint->path);
   calls_->add(lane, std::move(post));
 }
 
@@ -591,7 +578,7 @@ void NetworkThread::report(const Endpoint& endpoint, const Post& post, const Tra
       report.putOffUntil = std::chrono::system_clock::time_point(
           std::chrono::duration_cast<std::chrono::system_clock::duration>(
               options_.wallClock->now().sinceEpoch + rest->left));
-    calls_->add(CallThreads::outcome + endpoint.path,
+    calls_->add(CallThreads::outcome + indexOf(endpoint.path),
                 makeCall([self = shared_from_this(), report = std::move(report)] {
                   callHost(self->options_.onTransfer, report);
                 }));

@@ -55,23 +55,19 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   bool shutDown(Clock::time_point deadline);
 
  private:
-  static constexpr std::size_t kEndpoints = CallThreads::kPaths;
-
   enum class Stage { waiting, preparing, lookingUp, sending };
   struct Post;
   struct Preparation;
   using Posts = std::list<std::shared_ptr<Post>>;
 
   struct Endpoint {
-    std::size_t path = 0;    // to calls_
-    std::size_t url = 0;     // a hash of the base URL, 0 while unused; guarded by mutex_
-    int unfinished = 0;      // posts that have not been called back; guarded by mutex_
-    Rests* rests = nullptr;  // of the path, if it is a known one; guarded by mutex_
+    EndpointPath path;
+    int unfinished = 0;  // posts that have not been called back; guarded by mutex_
 
-    Posts posts;  // network thread, as is what follows
+    Posts posts = {};  // network thread, as is what follows
     Post* current = nullptr;
-    std::unique_ptr<HTTPTransfer> transfer;  // of `current`, while it is being sent
-    std::optional<CURLcode> ended;           // how the transfer did
+    std::unique_ptr<HTTPTransfer> transfer = {};  // of `current`, while it is being sent
+    std::optional<CURLcode> ended = {};           // how the transfer did
   };
 
   /// What is known about a host's name. Guarded by mutex_.
@@ -81,8 +77,6 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
     Clock::time_point triedAt;  // the end of the last lookup
     bool isBeingLookedUp = false;
   };
-
-  Endpoint& endpointFor(const PostRequest& request) REQUIRES(mutex_);
 
   void run();
   void noteNetwork();
@@ -122,7 +116,8 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   bool isClosed_ GUARDED_BY(mutex_) = false;
   bool isRunning_ GUARDED_BY(mutex_) = false;
 
-  std::array<Endpoint, kEndpoints> endpoints_;
+  std::array<Endpoint, kEndpointPathCount> endpoints_{
+      {{EndpointPath::track}, {EndpointPath::heartbeat}}};
 
   // Network thread.
   int wakeUpDescriptor_ = -1;

@@ -31,9 +31,9 @@ struct URLSessionOptions {
   Duration requestTimeout = RequestLimits().requestTimeout;
 };
 
-/// Posts over HTTPS, on one thread. Posts to the same base URL run one at a time; the first two
-/// base URLs run independently of each other, further ones count as the second. What may block in
-/// the host's code or in a name lookup runs on further threads and holds up nothing else.
+/// Posts over HTTPS, on one thread. Posts to the same path run one at a time, independently of the
+/// other path. What may block in the host's code or in a name lookup runs on further threads and
+/// holds up nothing else.
 ///
 /// A request that the server may have seen is retried only after a 502, 503 or 504, minus the codes
 /// in `dontRetryStatusCodesSet`. In a forked child posts are dropped.
