@@ -37,6 +37,16 @@ void dropExceptions(Function&& function, Arguments&&... arguments) {
   }
 }
 
+/// Calls a function at the end of its scope, also when the host ends the thread there.
+template <class Function>
+struct AtScopeEnd {
+  ~AtScopeEnd() { function(); }
+
+  const Function function;
+};
+template <class Function>
+AtScopeEnd(Function) -> AtScopeEnd<Function>;
+
 /// Exists while code of the host runs: a callback, or the destructor of what one captured. What it
 /// uses may be destroyed while the process exits. Therefore one of the library's threads then
 /// leaves neither the constructor nor the destructor, and exit waits for those in between. On the

@@ -46,27 +46,18 @@ void World::Implementation::refuseInCallback(const std::string& error) const {
 // comes first. Returns whether the main run loop's `stop` ended it. A function of the main run loop
 // may shut down, which runs the world inside of this run.
 bool World::Implementation::run(Duration target, Purpose purpose) {
-  struct Running {
-    Running(Implementation& running, Purpose own) : world(running) {
-      world.isRunning_ = true;
-      world.purpose_ = own;
-      world.isStopping_ = false;
-      world.recorder_.setBeforeAll(false);
-    }
-    ~Running() {
-      world.isRunning_ = world.wasInterrupted_ = isInner;
-      world.purpose_ = outerPurpose;
-      world.isStopping_ = wasOuterStopping;
-      world.recorder_.setBeforeAll(true);
-      const internal::Lock lock(world.mutex_);
-      world.unsettled_.clear();
-    }
-    Implementation& world;
-    const bool isInner = world.isRunning_;
-    const Purpose outerPurpose = world.purpose_;
-    const bool wasOuterStopping = world.isStopping_;
-  };
-  const Running running(*this, purpose);
+  const bool isInner = std::exchange(isRunning_, true);
+  const Purpose outerPurpose = std::exchange(purpose_, purpose);
+  const bool wasOuterStopping = std::exchange(isStopping_, false);
+  recorder_.setBeforeAll(false);
+  const internal::AtScopeEnd restore{[&] {
+    isRunning_ = wasInterrupted_ = isInner;
+    purpose_ = outerPurpose;
+    isStopping_ = wasOuterStopping;
+    recorder_.setBeforeAll(true);
+    const internal::Lock lock(mutex_);
+    unsettled_.clear();
+  }};
   internal::Timeline& timeline = simulated_.timeline;
   wasStopped_ = false;
   do {

@@ -33,11 +33,7 @@ class Tracker::Upload {
 
   void end(const UploadOutcome& outcome) {
     if (std::exchange(hasEnded_, true)) return;
-    struct Leave {
-      ~Leave() { uploads.leave(); }
-      DispatchGroup& uploads;
-    };
-    const Leave leave{tracker_.uploads_};
+    const AtScopeEnd leave{[this] { tracker_.uploads_.leave(); }};
     if (outcome.cause != nullptr && !hasBegun_) begin();  // without memory it counts all the same
     tracker_.finishFlush(outcome);
   }
@@ -73,14 +69,7 @@ void Tracker::scheduleFlush(std::chrono::seconds delay, FlushCompletion completi
                             std::initializer_list<const char*> announcements, bool isFirst) {
   if (!isCollecting_) return;
   // The host may end this thread in its log sink: the flush is scheduled all the same.
-  struct AtEnd {
-    ~AtEnd() { tracker.scheduleSilently(delay, std::move(completion), isFirst); }
-    Tracker& tracker;
-    const std::chrono::seconds delay;
-    FlushCompletion completion;
-    const bool isFirst;
-  };
-  const AtEnd atEnd{*this, delay, std::move(completion), isFirst};
+  const AtScopeEnd schedule{[&] { scheduleSilently(delay, std::move(completion), isFirst); }};
   for (const char* const line : announcements) log_(line);
   if (delay == delay.zero())
     log_("Scheduling a flush that is forced");

@@ -87,20 +87,16 @@ void CallThreads::startThreadIfNeeded() {
 }
 
 void CallThreads::serve() {
+  Calls* busy = nullptr;
   // A call may end its thread with pthread_exit.
-  struct Replacement {
-    ~Replacement() {
-      if (busy == nullptr || isForkedChild()) return;
-      const Lock lock(threads.mutex_);
-      busy->isBusy = false;
-      if (--threads.threads_ == 0 && !threads.isOver_) threads.startThread();
-      threads.startThreadIfNeeded();
-      threads.changed_.notify_all();
-    }
-    CallThreads& threads;
-    Calls* busy = nullptr;
-  };
-  Replacement replacement{*this};
+  const AtScopeEnd replace{[&] {
+    if (busy == nullptr || isForkedChild()) return;
+    const Lock lock(mutex_);
+    busy->isBusy = false;
+    if (--threads_ == 0 && !isOver_) startThread();
+    startThreadIfNeeded();
+    changed_.notify_all();
+  }};
   Lock lock(mutex_);
   for (;;) {
     auto* const lane = std::find_if(lanes_.begin(), lanes_.end(), [](const Calls& each) {
@@ -109,7 +105,7 @@ void CallThreads::serve() {
     if (lane != lanes_.end()) {
       std::shared_ptr<Call> call = lane->takeFirst();
       lane->isBusy = true;
-      replacement.busy = lane;
+      busy = lane;
       --free_;
       startThreadIfNeeded();
       nameThisThread(kNames[lane - lanes_.begin()]);
@@ -120,7 +116,7 @@ void CallThreads::serve() {
       nameThisThread(kFree);
       lock.lock();
       ++free_;
-      replacement.busy = nullptr;
+      busy = nullptr;
       lane->isBusy = false;
     } else if (isOver_ || free_ > 1) {
       --free_;

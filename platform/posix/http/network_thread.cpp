@@ -397,17 +397,12 @@ void NetworkThread::prepare(const Endpoint& endpoint, Post& post) {
               makeCall([self = shared_from_this(), preparation = post.preparation,
                         interceptor = request.interceptor] {
                 if (preparation->isDone) return;  // the post's time was up
-                struct End {                      // also when the host ends the thread
-                  ~End() {
-                    if (isForkedChild()) return;
-                    preparation.isDone = true;
-                    const Lock lock(thread.mutex_);
-                    if (thread.wakeUp_) thread.wakeUp_->set(Clock::now());
-                  }
-                  NetworkThread& thread;
-                  Preparation& preparation;
-                };
-                const End end{*self, *preparation};
+                const AtScopeEnd end{[&] {
+                  if (isForkedChild()) return;
+                  preparation->isDone = true;
+                  const Lock lock(self->mutex_);
+                  if (self->wakeUp_) self->wakeUp_->set(Clock::now());
+                }};
                 dropExceptions([&] {
                   interceptor->intercept(preparation->intercepted);
                   preparation->request = std::move(preparation->intercepted);

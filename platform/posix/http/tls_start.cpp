@@ -48,26 +48,13 @@ void* reallocate(void* block, std::size_t size, const char*, int) {
   return nullptr;
 }
 
-// As long as it exists, OpenSSL allocates surely, unless it has blocks of its own functions, or
-// the host's, already.
-class SureAllocation {
- public:
-  SureAllocation() {
-    CRYPTO_malloc_fn current = nullptr;
-    CRYPTO_get_mem_functions(&current, nullptr, nullptr);
-    isOn_ =
-        current == CRYPTO_malloc && CRYPTO_set_mem_functions(allocate, reallocate, release) == 1;
-    if (!isOn_) delete[] reserve.exchange(nullptr);
-  }
-  ~SureAllocation() {
-    if (isOn_) CRYPTO_set_mem_functions(CRYPTO_malloc, CRYPTO_realloc, CRYPTO_free);
-  }
-  SureAllocation(const SureAllocation&) = delete;
-  SureAllocation& operator=(const SureAllocation&) = delete;
-
- private:
-  bool isOn_;
-};
+// Lets OpenSSL allocate surely. False if it has blocks of its own functions, or the host's,
+// already.
+bool allocatesSurely() {
+  CRYPTO_malloc_fn current = nullptr;
+  CRYPTO_get_mem_functions(&current, nullptr, nullptr);
+  return current == CRYPTO_malloc && CRYPTO_set_mem_functions(allocate, reallocate, release) == 1;
+}
 
 // Those that the first handshake would load, all of a kind at a time.
 void loadAlgorithms() {
@@ -106,12 +93,12 @@ void startTLS() {
   const std::lock_guard lock(mutex);
   if (isStarted) return;
   reserve = new char[kReserve];
-  {
-    const SureAllocation whileItStarts;
-    ERR_set_mark();  // keeps the host's errors of this thread
-    isStarted = works();
-    ERR_pop_to_mark();
-  }
+  const bool isSure = allocatesSurely();
+  if (!isSure) delete[] reserve.exchange(nullptr);
+  ERR_set_mark();  // keeps the host's errors of this thread
+  isStarted = works();
+  ERR_pop_to_mark();
+  if (isSure) CRYPTO_set_mem_functions(CRYPTO_malloc, CRYPTO_realloc, CRYPTO_free);
   delete[] reserve.exchange(nullptr);
   if (!isStarted) throw std::system_error(ENOMEM, std::generic_category(), "OpenSSL cannot start");
 }

@@ -125,11 +125,7 @@ bool PosixWorkQueue::shouldContinue() const {
 }
 
 void PosixWorkQueue::work() {
-  struct End {
-    ~End() { queue.endThread(); }
-    PosixWorkQueue& queue;
-  };
-  const End end{*this};
+  const AtScopeEnd end{[this] { endThread(); }};
   submitted_.setReader(Queue::Reader::awake);
   while (shouldContinue()) {
     if (!runWhatIsReady()) {
