@@ -8,7 +8,8 @@
 #else
 #define VELTRANO_CHECKED_BY_CLANG(attribute)
 #endif
-/// Of a member: used only with this mutex held.
+/// Of a member: used only with this mutex held. Clang checks no local, not even a static one: there
+/// a comment says so.
 #define GUARDED_BY(mutex) VELTRANO_CHECKED_BY_CLANG(guarded_by(mutex))
 /// Of a function: called only with this mutex held.
 #define REQUIRES(mutex) VELTRANO_CHECKED_BY_CLANG(requires_capability(mutex))

@@ -9,25 +9,26 @@
 
 namespace veltrano::testing {
 
-Answer World::Implementation::choose(const internal::PostRequest& post, bool isPutOff) {
+using namespace internal;
+
+Answer World::Implementation::choose(const PostRequest& post, bool isPutOff) {
   recorder_.addPost(post);
   if (isPutOff) {
     Answer failure = transportError();  // to a replay, which has no rests
     recorder_.addAnswer(post.path(), failure);
     return failure;
   }
-  internal::URLRequest sent{post.baseURL, post.headerParameters};
-  if (post.interceptor != nullptr)
-    internal::dropExceptions([&] { post.interceptor->intercept(sent); });
+  URLRequest sent{post.baseURL, post.headerParameters};
+  if (post.interceptor != nullptr) dropExceptions([&] { post.interceptor->intercept(sent); });
   Request request{post.path(), post.qsParameters, std::move(sent.headers),
-                  internal::jsonInBody(post.httpBody), now()};
-  const auto path = *internal::endpointPath(request.path);
+                  jsonInBody(post.httpBody), now()};
+  const auto path = *endpointPath(request.path);
   Answer answer;
   switch (path) {
-    case internal::EndpointPath::track:
+    case EndpointPath::track:
       beginBatch(request.body);
       break;
-    case internal::EndpointPath::heartbeat:
+    case EndpointPath::heartbeat:
       heartbeats.emplace_back(propertiesIn(request.body), now());
       answer.body = "{}";
       break;
@@ -37,15 +38,15 @@ Answer World::Implementation::choose(const internal::PostRequest& post, bool isP
     answer = transportError();
   };
   try {
-    const internal::HostCall call;
-    answer = networks[internal::indexOf(path)].answerTo(request).value_or(answer);
+    const HostCall call;
+    answer = networks[indexOf(path)].answerTo(request).value_or(answer);
   } catch (const std::exception& exception) {
     fail(exception.what());
   } catch (...) {
     fail("its rule threw.");
   }
   // As in production; without retries, because the server may have begun to work on the request.
-  constexpr Duration kLimit = internal::RequestLimits().attemptTimeout;
+  constexpr Duration kLimit = RequestLimits().attemptTimeout;
   if (answer.latency > kLimit) {
     answer = transportError();
     answer.latency = kLimit;
@@ -73,7 +74,7 @@ void World::Implementation::beginBatch(std::string_view body) {
 }
 
 void World::Implementation::arrive(const WorldNetwork::PendingPost& post, const Answer& answer,
-                                   std::optional<internal::Rest> rest) {
+                                   std::optional<Rest> rest) {
   if (onTransfer_) {
     TransferReport report;
     report.path = text(post.path);
@@ -89,9 +90,9 @@ void World::Implementation::arrive(const WorldNetwork::PendingPost& post, const 
       report.putOffUntil = std::chrono::system_clock::time_point(
           std::chrono::duration_cast<std::chrono::system_clock::duration>(
               simulated_.clock.now().sinceEpoch + rest->left));
-    internal::callHost([&] { watched("onTransfer", [&] { onTransfer_(report); }); });
+    callHost([&] { watched("onTransfer", [&] { onTransfer_(report); }); });
   }
-  if (post.path != internal::EndpointPath::track || answer.isTransportError) return;
+  if (post.path != EndpointPath::track || answer.isTransportError) return;
   if (answer.status != 200 && answer.status != 400) return;
   const auto end = waiting_.begin() + static_cast<std::ptrdiff_t>(batch_);
   std::vector<std::string> names;

@@ -1,5 +1,5 @@
 // The implementation of a world: virtual time is in virtual_time.cpp, the host's calls and reports
-// in host_calls.cpp, requests and answers in collection_host.cpp.
+// in world_host.cpp, requests and answers in collection_host.cpp.
 #pragma once
 
 #include <unistd.h>

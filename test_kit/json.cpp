@@ -19,18 +19,12 @@
 namespace veltrano::testing {
 namespace {
 
-namespace rapidjson = internal::rapidjson;
-using internal::FlatContents;
-using internal::FlatView;
-using internal::json;
-using internal::jsonArray;
-using internal::jsonObject;
-using internal::Kind;
+using namespace internal;
 using veltrano::detail::FlatAccess;
 
 // What a value is sent as: a boxed number as another kind.
 Kind sentKind(FlatView value) {
-  return value.kind() == Kind::Number ? internal::kindOfBoxed(value.numberCode()) : value.kind();
+  return value.kind() == Kind::Number ? kindOfBoxed(value.numberCode()) : value.kind();
 }
 
 double realIn(FlatView value) {
@@ -48,7 +42,7 @@ void forEachEntry(FlatView dictionary, Function function) {
 
 // The text of a String or a URL, as JSON.
 std::string textIn(FlatView value) {
-  return json(internal::wellFormedUTF8(value.text()));
+  return json(wellFormedUTF8(value.text()));
 }
 
 bool hasTextKeys(FlatView dictionary) {
@@ -97,9 +91,7 @@ std::string scalarText(FlatView value, bool forComparison) {
 // The value as JSON, with dictionaries sorted by key. For comparison, equal values have equal texts
 // and what is never sent is left out; for messages, words stand for it.
 std::string textOf(FlatView value, bool forComparison) {
-  const auto isLeftOut = [&](FlatView inner) {
-    return forComparison && !internal::isSendable(inner);
-  };
+  const auto isLeftOut = [&](FlatView inner) { return forComparison && !isSendable(inner); };
   if (!value.isContainer()) return scalarText(value, forComparison);
   std::vector<std::string> items;
   if (value.kind() == Kind::Array) {
@@ -142,9 +134,9 @@ std::string boxedText(FlatView number) {
 std::string typedText(FlatView value);
 
 std::string mapText(FlatView map) {
-  internal::JSONMembers members;
+  JSONMembers members;
   forEachEntry(map, [&](FlatView key, FlatView held) {
-    members.emplace_back(internal::wellFormedUTF8(key.text()), typedText(held));
+    members.emplace_back(wellFormedUTF8(key.text()), typedText(held));
   });
   return jsonObject(members);
 }
@@ -234,22 +226,22 @@ std::string joined(const std::vector<std::string>& texts) {
 }
 
 std::optional<HostMap> mapIn(const HostValue& value) {
-  if (!hasTextKeys(internal::viewOf(value))) return std::nullopt;
+  if (!hasTextKeys(viewOf(value))) return std::nullopt;
   return FlatAccess::make<HostMap>(FlatAccess::flat(value));
 }
 
 bool isNotFinite(const HostValue& value) {
-  const FlatView number = internal::viewOf(value);
+  const FlatView number = viewOf(value);
   const Kind kind = sentKind(number);
   return (kind == Kind::Double || kind == Kind::Float) && !std::isfinite(realIn(number));
 }
 
 std::string scenarioText(const HostMap& map) {
-  return mapText(internal::viewOf(map));
+  return mapText(viewOf(map));
 }
 
 std::string scenarioText(const HostValue& value) {
-  return typedText(internal::viewOf(value));
+  return typedText(viewOf(value));
 }
 
 // A property may nest as deep as a value can, and the maps around it deeper.

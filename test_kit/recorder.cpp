@@ -11,10 +11,7 @@
 namespace veltrano::testing {
 namespace {
 
-using internal::json;
-using internal::jsonArray;
-using internal::JSONMembers;
-using internal::jsonObject;
+using namespace internal;
 
 std::string operationText(std::string_view operation, JSONMembers fields) {
   fields.emplace(fields.begin(), "op", json(operation));
@@ -24,7 +21,7 @@ std::string operationText(std::string_view operation, JSONMembers fields) {
 }  // namespace
 
 void Recorder::setBeforeAll(bool isBeforeAll) {
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   noteLogSwitch();
   if (!steps_.empty()) steps_.back().isClosed = true;
   isBeforeAll_ = isBeforeAll;
@@ -46,14 +43,14 @@ void Recorder::noteLogSwitch() {
 }
 
 void Recorder::add(std::string_view operation, const JSONMembers& fields) {
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   if (hasEnded_) return;
   noteLogSwitch();
   operationsNow().push_back(operationText(operation, fields));
 }
 
 void Recorder::addCall(std::string_view operation, const HostMap& arguments, bool hasRunLoop) {
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   if (hasEnded_) return;
   noteLogSwitch();
   JSONMembers fields;
@@ -81,9 +78,9 @@ void Recorder::addAnswer(const std::string& path, const Answer& answer) {
   else
     fields.emplace_back("status", json(answer.status));
   if (answer.body && !answer.isTransportError) fields.emplace_back("body", json(*answer.body));
-  fields.emplace_back("latency", internal::secondsText(answer.latency));
+  fields.emplace_back("latency", secondsText(answer.latency));
   const std::string step = operationText("network", std::move(fields));
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   if (std::exchange(answers_[path], step) == step) return;
   // Before the step that caused the post, behind earlier answers of that instant.
   const Duration now = clock_();
@@ -94,27 +91,25 @@ void Recorder::addAnswer(const std::string& path, const Answer& answer) {
 }
 
 void Recorder::end(Duration time) {
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   noteLogSwitch();
   steps_.push_back({time, true, {operationText("end", {})}, false});
   hasEnded_ = true;
 }
 
-void Recorder::addPost(const internal::PostRequest& post) {
-  const std::string url =
-      std::string("https://") + internal::kSimulatedCollectionHost + post.path();
-  const std::string what = internal::postText(post, url, json(post.httpBody));
-  const internal::Lock lock(mutex_);
-  posts_ += jsonObject({{"at", internal::secondsText(clock_())}, {"post", what}}) + '\n';
+void Recorder::addPost(const PostRequest& post) {
+  const std::string url = std::string("https://") + kSimulatedCollectionHost + post.path();
+  const std::string what = postText(post, url, json(post.httpBody));
+  const Lock lock(mutex_);
+  posts_ += jsonObject({{"at", secondsText(clock_())}, {"post", what}}) + '\n';
 }
 
 std::string Recorder::posts() const {
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   return posts_;
 }
 
-std::string Recorder::scenario(const internal::DeviceFacts& device,
-                               const std::optional<HostMap>& info,
+std::string Recorder::scenario(const DeviceFacts& device, const std::optional<HostMap>& info,
                                const std::map<std::string, double>& settings) const {
   JSONMembers configuration{
       {"screen", jsonArray({json(device.screen.width), json(device.screen.height)})},
@@ -126,7 +121,7 @@ std::string Recorder::scenario(const internal::DeviceFacts& device,
   if (!defaults.empty()) configuration.emplace_back("defaults", jsonObject(defaults));
   if (info) configuration.emplace_back("info", scenarioText(*info));
   std::string text = operationText("configure", std::move(configuration)) + '\n';
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   std::vector<Step> steps = steps_;
   if (!hasEnded_) {
     const Duration end = steps.empty() ? clock_() : std::max(clock_(), steps.back().at);
@@ -138,7 +133,7 @@ std::string Recorder::scenario(const internal::DeviceFacts& device,
     const std::string operation = operations.size() == 1
                                       ? operations.front()
                                       : operationText("batch", {{"steps", jsonArray(operations)}});
-    text += "{\"at\":" + internal::secondsText(at) + ',' + operation.substr(1) + '\n';
+    text += "{\"at\":" + secondsText(at) + ',' + operation.substr(1) + '\n';
   }
   return text;
 }

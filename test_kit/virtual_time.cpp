@@ -8,6 +8,8 @@
 #include "upload/rules/final_flush.h"
 
 namespace veltrano::testing {
+
+using namespace internal;
 namespace {
 
 constexpr Duration kMaxRun = std::chrono::hours(24);
@@ -37,8 +39,7 @@ void World::advance(Duration time) {
 }
 
 void World::Implementation::refuseInCallback(const std::string& error) const {
-  if (!isRunning_ && !internal::HostCall::isOnThisThread() && !internal::Substitute::isInCallback())
-    return;
+  if (!isRunning_ && !HostCall::isOnThisThread() && !Substitute::isInCallback()) return;
   throw Error(error);
 }
 
@@ -50,15 +51,15 @@ bool World::Implementation::run(Duration target, Purpose purpose) {
   const Purpose outerPurpose = std::exchange(purpose_, purpose);
   const bool wasOuterStopping = std::exchange(isStopping_, false);
   recorder_.setBeforeAll(false);
-  const internal::AtScopeEnd restore{[&] {
+  const AtScopeEnd restore{[&] {
     isRunning_ = wasInterrupted_ = isInner;
     purpose_ = outerPurpose;
     isStopping_ = wasOuterStopping;
     recorder_.setBeforeAll(true);
-    const internal::Lock lock(mutex_);
+    const Lock lock(mutex_);
     unsettled_.clear();
   }};
-  internal::Timeline& timeline = simulated_.timeline;
+  Timeline& timeline = simulated_.timeline;
   wasStopped_ = false;
   do {
     wasInterrupted_ = false;
@@ -91,7 +92,7 @@ void World::Implementation::stopSoon() {
 }
 
 bool World::Implementation::shutDown(Clock::time_point deadline) {
-  if (internal::HostCall::isOnThisThread()) return false;
+  if (HostCall::isOnThisThread()) return false;
   if (const auto result = wasComplete()) return *result;
   const Duration time = timeUntil(deadline);
   if (isOnMainThread()) return isRunning_ && !runsFunction_ ? false : shutDownWithin(time);
@@ -104,7 +105,7 @@ bool World::Implementation::shutDown(Clock::time_point deadline) {
 }
 
 std::optional<bool> World::Implementation::wasComplete() const {
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   return wasComplete_;
 }
 
@@ -125,18 +126,18 @@ bool World::Implementation::shutDownWithin(Duration time) {
   substitute_->shutDown();
   const Statistics last = statistics();
   isComplete &= last.droppedByShutDown + last.inFlight == 0;
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   wasComplete_ = isComplete;
   return isComplete;
 }
 
 // As the POSIX platform does.
 void World::Implementation::flushUntil(Duration deadline) {
-  enter(internal::ApplicationState::background, {});
+  enter(ApplicationState::background, {});
   network_.endRests();
   const auto flush = [&] {
-    post(internal::kApplicationDidEnterBackground);
-    const auto result = std::make_shared<std::optional<internal::FlushResult>>();
+    post(kApplicationDidEnterBackground);
+    const auto result = std::make_shared<std::optional<FlushResult>>();
     simulated_.workQueue.async([this, result] {
       simulated_.workQueue.async([this, result] {
         *result = substitute_->lastFlush();
@@ -151,7 +152,7 @@ void World::Implementation::flushUntil(Duration deadline) {
     run(now() + time, Purpose::flush);
     return true;
   };
-  internal::flushWithRetries(flush, pause);
+  flushWithRetries(flush, pause);
 }
 
 void World::Implementation::Loop::run() {
@@ -182,25 +183,25 @@ bool World::Implementation::Loop::runFor(Duration time) {
 }
 
 void World::Implementation::Loop::stop() {
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   stopRequested_ = true;
 }
 
 bool World::Implementation::Loop::takeStop() {
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   return std::exchange(stopRequested_, false);
 }
 
 void World::Implementation::Loop::perform(std::function<void()> function) {
   if (!function) return;
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   functions_.push_back(std::move(function));
 }
 
 void World::Implementation::Loop::scheduleFunctions(Duration time) {
   std::size_t count = 0;
   {
-    const internal::Lock lock(mutex_);
+    const Lock lock(mutex_);
     count = functions_.size();
   }
   for (; scheduled_ < count; ++scheduled_)
@@ -210,14 +211,14 @@ void World::Implementation::Loop::scheduleFunctions(Duration time) {
 void World::Implementation::Loop::runNext() {
   std::function<void()> function;
   {
-    const internal::Lock lock(mutex_);
+    const Lock lock(mutex_);
     function = std::move(functions_.front());
     functions_.pop_front();
   }
   --scheduled_;
   world_.recorder_.setBeforeAll(true);
   world_.runsFunction_ = true;
-  internal::dropExceptions([&] { world_.watched("A function of the main run loop", function); });
+  dropExceptions([&] { world_.watched("A function of the main run loop", function); });
   world_.runsFunction_ = false;
   world_.recorder_.setBeforeAll(false);
 }

@@ -13,8 +13,7 @@
 
 namespace veltrano::testing {
 
-using internal::ApplicationState;
-using internal::DeviceFacts;
+using namespace internal;
 
 namespace {
 
@@ -49,7 +48,7 @@ World::Implementation::Implementation() {
   simulated_.timers.onLostTimer = [this] {
     complain("A heartbeat was started on a thread that is not the main thread: it is never sent.");
   };
-  internal::Platform platform = simulated_.services();
+  Platform platform = simulated_.services();
   platform.urlSession = &network_;
   platform.sessionTokenProvider = &token_;
   substitute_.emplace(platform, *this, *this);
@@ -83,7 +82,7 @@ void World::Implementation::end() {
 
 void World::Implementation::complain(const std::string& text) {
   const std::string time = std::to_string(std::chrono::duration<double>(now()).count());
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   complaints_.push_back("at " + time + " s: " + text);
 }
 
@@ -102,15 +101,15 @@ std::vector<std::string> World::Implementation::waitingNames() const {
   // The queue drops the oldest.
   for (auto event = waiting_.end() - std::ptrdiff_t(kept); event != waiting_.end(); ++event)
     names.push_back(event->name);
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   names.insert(names.end(), unsettled_.begin(), unsettled_.end());
   return names;
 }
 
 std::string World::Implementation::trace() const {
-  std::optional<internal::DeviceFacts> device;
+  std::optional<DeviceFacts> device;
   {
-    const internal::Lock lock(mutex_);
+    const Lock lock(mutex_);
     device = firstTracked_;
   }
   return recorder_.scenario(device ? *device : simulated_.device.facts(),
@@ -129,14 +128,13 @@ void World::jumpClock(Duration distance) {
   distance = std::clamp(distance, -kMax, kMax);
   implementation_->simulated_.clock.jump(distance);
   const std::chrono::duration<double> seconds = distance;
-  implementation_->recorder_.add("clockJump", {{"seconds", internal::json(seconds.count())}});
+  implementation_->recorder_.add("clockJump", {{"seconds", json(seconds.count())}});
 }
 
 Network& World::network(std::string_view path) {
-  if (const auto known = internal::endpointPath(path))
-    return implementation_->networks[internal::indexOf(*known)];
+  if (const auto known = endpointPath(path)) return implementation_->networks[indexOf(*known)];
   std::string paths;
-  for (const auto known : internal::kEndpointPaths)
+  for (const auto known : kEndpointPaths)
     paths.append(paths.empty() ? "\"" : " and \"").append(text(known)) += '"';
   throw Error("The library sends nothing to \"" + std::string(path) + "\", only to " + paths + '.');
 }
@@ -166,7 +164,7 @@ Complaints World::complaints() const {
   const Implementation& it = *implementation_;
   std::vector<std::string> complaints;
   {
-    const internal::Lock lock(it.mutex_);
+    const Lock lock(it.mutex_);
     complaints = it.complaints_;
     if (!it.silenced_.empty())
       complaints.push_back(
@@ -187,20 +185,20 @@ Complaints World::complaints() const {
 }
 
 void World::resignActive() {
-  implementation_->enter(ApplicationState::inactive, internal::kApplicationWillResignActive);
+  implementation_->enter(ApplicationState::inactive, kApplicationWillResignActive);
 }
 
 void World::becomeActive() {
-  implementation_->enter(ApplicationState::active, internal::kApplicationDidBecomeActive);
+  implementation_->enter(ApplicationState::active, kApplicationDidBecomeActive);
 }
 
 void World::enterBackground() {
   resignActive();
-  implementation_->enter(ApplicationState::background, internal::kApplicationDidEnterBackground);
+  implementation_->enter(ApplicationState::background, kApplicationDidEnterBackground);
 }
 
 void World::enterForeground() {
-  implementation_->enter(ApplicationState::inactive, internal::kApplicationWillEnterForeground);
+  implementation_->enter(ApplicationState::inactive, kApplicationWillEnterForeground);
   becomeActive();
 }
 

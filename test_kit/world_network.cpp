@@ -3,6 +3,8 @@
 #include <strings.h>
 
 namespace veltrano::testing {
+
+using namespace internal;
 namespace {
 
 std::optional<std::string> headerOf(const Answer& answer, const char* name) {
@@ -13,11 +15,11 @@ std::optional<std::string> headerOf(const Answer& answer, const char* name) {
 
 }  // namespace
 
-void WorldNetwork::postData(internal::PostRequest request, internal::URLSessionCallback callback) {
-  const internal::EndpointPath path = *internal::endpointPath(request.path());
+void WorldNetwork::postData(PostRequest request, URLSessionCallback callback) {
+  const EndpointPath path = *endpointPath(request.path());
   bool isPutOff = false;
   {
-    const internal::Lock lock(mutex_);
+    const Lock lock(mutex_);
     isPutOff = rests_.of(path).puttingOff(timeline_.now(), request.urgency).has_value();
   }
   const Answer answer = choose_(request, isPutOff);
@@ -33,37 +35,35 @@ void WorldNetwork::finish(std::uint64_t number, const Answer& answer) {
   const PendingPost& post = node.mapped();
   if (!post.isPutOff) arrive_(post, answer, requestEnded(post, answer));
   if (answer.isTransportError)
-    post.callback(std::nullopt, std::nullopt,
-                  internal::TransportError{answer.reason, post.isPutOff});
+    post.callback(std::nullopt, std::nullopt, TransportError{answer.reason, post.isPutOff});
   else
-    post.callback(answer.body, internal::URLResponse{answer.status}, std::nullopt);
+    post.callback(answer.body, URLResponse{answer.status}, std::nullopt);
 }
 
-std::optional<internal::Rest> WorldNetwork::requestEnded(const PendingPost& post,
-                                                         const Answer& answer) {
-  internal::AttemptResult result;
+std::optional<Rest> WorldNetwork::requestEnded(const PendingPost& post, const Answer& answer) {
+  AttemptResult result;
   result.failedToConnect =
-      answer.isTransportError && answer.latency < internal::RequestLimits().attemptTimeout;
+      answer.isTransportError && answer.latency < RequestLimits().attemptTimeout;
   if (!answer.isTransportError) result.httpStatusCode = answer.status;
   if (const auto text = headerOf(answer, "Retry-After"))
-    result.retryAfter = internal::parseRetryAfter(*text, clock_.now());
-  const internal::Lock lock(mutex_);
+    result.retryAfter = parseRetryAfter(*text, clock_.now());
+  const Lock lock(mutex_);
   return rests_.of(post.path).requestEnded(timeline_.now(), result, 1);
 }
 
-std::optional<internal::Rest> WorldNetwork::restOf(internal::EndpointPath path) {
-  const internal::Lock lock(mutex_);
+std::optional<Rest> WorldNetwork::restOf(EndpointPath path) {
+  const Lock lock(mutex_);
   return rests_.of(path).restAt(timeline_.now());
 }
 
 void WorldNetwork::routeReturned() {
-  const internal::Lock lock(mutex_);
-  rests_.forEach([](internal::Rests& rests) { rests.routeReturned(); });
+  const Lock lock(mutex_);
+  rests_.forEach([](Rests& rests) { rests.routeReturned(); });
 }
 
 void WorldNetwork::endRests() {
-  const internal::Lock lock(mutex_);
-  rests_.forEach([](internal::Rests& rests) { rests.end(); });
+  const Lock lock(mutex_);
+  rests_.forEach([](Rests& rests) { rests.end(); });
 }
 
 void WorldNetwork::fail() {

@@ -8,16 +8,13 @@
 #include "platform/host_callback.h"
 #include "tracker/library.h"
 
-using veltrano::HostMapView;
-using veltrano::internal::CallObserver;
-using veltrano::internal::dropExceptions;
-using veltrano::internal::Library;
-using veltrano::internal::Tracker;
+using namespace veltrano;
+using namespace veltrano::internal;
 
 namespace {
 
 std::string repaired(std::string_view text) {
-  return veltrano::internal::wellFormedUTF8(text);
+  return wellFormedUTF8(text);
 }
 
 // Calls `function` with the tracker, then reports the call to the observer. Calls made by a refresh
@@ -99,8 +96,8 @@ std::string Veltrano::getDeviceOrientation() const {
   return orientation;
 }
 
-veltrano::Statistics Veltrano::statistics() const {
-  veltrano::Statistics statistics;
+Statistics Veltrano::statistics() const {
+  Statistics statistics;
   dropExceptions([&] {
     Library& library = Library::current();
     library.tracker().readCalls();

@@ -12,7 +12,7 @@
 
 namespace veltrano::internal {
 
-/// A work queue whose blocks run between the entries of a timeline. Both must live until the last
+/// A work queue whose blocks run between the tasks of a timeline. Both must live until the last
 /// run of the timeline. What other threads submit waits until it is taken.
 class SimulatedWorkQueue : public WorkQueue, private Timeline::Turns {
  public:

@@ -7,23 +7,23 @@
 namespace veltrano::internal {
 
 void Timeline::add(Duration time, Source source, Action action, bool restartsBudget) {
-  entries_.push_back({{time, source, added_++}, std::move(action), restartsBudget});
-  std::push_heap(entries_.begin(), entries_.end(), std::greater());
+  tasks_.push_back({{time, source, added_++}, std::move(action), restartsBudget});
+  std::push_heap(tasks_.begin(), tasks_.end(), std::greater());
 }
 
 bool Timeline::runUntil(Duration time) {
-  for (takeTurns(); !isStopped_ && !entries_.empty(); takeTurns()) {
-    const auto [due, source, order] = entries_.front().place;
+  for (takeTurns(); !isStopped_ && !tasks_.empty(); takeTurns()) {
+    const auto [due, source, order] = tasks_.front().place;
     if (due > time) break;
-    if (due > now() || source == Source::step) entriesAtInstant_ = turnsAtInstant_ = 0;
+    if (due > now() || source == Source::step) tasksAtInstant_ = turnsAtInstant_ = 0;
     now_ = std::max(now(), due);
-    if (entries_.front().restartsBudget) restartBudget();
-    ++entriesSinceStep_;
-    ++entriesAtInstant_;
+    if (tasks_.front().restartsBudget) restartBudget();
+    ++tasksSinceStep_;
+    ++tasksAtInstant_;
     if (isOverBudget()) isRunaway_ = isStopped_ = true;
-    std::pop_heap(entries_.begin(), entries_.end(), std::greater());
-    const Action action = std::move(entries_.back().action);
-    entries_.pop_back();
+    std::pop_heap(tasks_.begin(), tasks_.end(), std::greater());
+    const Action action = std::move(tasks_.back().action);
+    tasks_.pop_back();
     action();
   }
   if (!isStopped_) now_ = std::max(now(), time);
@@ -32,13 +32,13 @@ bool Timeline::runUntil(Duration time) {
 
 // Destroys them last: an action may hold code that schedules.
 void Timeline::drop(Source source) {
-  const auto kept = std::partition(entries_.begin(), entries_.end(), [&](const Entry& entry) {
-    return std::get<Source>(entry.place) != source;
+  const auto kept = std::partition(tasks_.begin(), tasks_.end(), [&](const Task& task) {
+    return std::get<Source>(task.place) != source;
   });
-  const std::vector<Entry> dropped(std::make_move_iterator(kept),
-                                   std::make_move_iterator(entries_.end()));
-  entries_.erase(kept, entries_.end());
-  std::make_heap(entries_.begin(), entries_.end(), std::greater());
+  const std::vector<Task> dropped(std::make_move_iterator(kept),
+                                  std::make_move_iterator(tasks_.end()));
+  tasks_.erase(kept, tasks_.end());
+  std::make_heap(tasks_.begin(), tasks_.end(), std::greater());
 }
 
 Duration Timeline::begin() {
@@ -50,13 +50,13 @@ Duration Timeline::begin() {
 
 void Timeline::restartBudget() {
   latestStep_ = now();
-  entriesSinceStep_ = entriesAtInstant_ = turnsAtInstant_ = 0;
+  tasksSinceStep_ = tasksAtInstant_ = turnsAtInstant_ = 0;
 }
 
 bool Timeline::isOverBudget() const {
   const auto seconds = std::chrono::floor<std::chrono::seconds>(now() - latestStep_).count();
-  return entriesAtInstant_ > kEntriesPerInstant ||
-         (entriesSinceStep_ - kEntriesPerStep) / kEntriesPerSecond > seconds;
+  return tasksAtInstant_ > kTasksPerInstant ||
+         (tasksSinceStep_ - kTasksPerStep) / kTasksPerSecond > seconds;
 }
 
 void Timeline::takeTurns() {

@@ -13,18 +13,18 @@
 
 namespace veltrano::internal {
 
-/// Virtual time. Runs entries one at a time, ordered by time, and moves the clock from one to the
-/// next. At equal times, steps run first, in the order of addition, then scheduled entries, in the
+/// Virtual time. Runs tasks one at a time, ordered by time, and moves the clock from one to the
+/// next. At equal times, steps run first, in the order of addition, then scheduled tasks, in the
 /// order of scheduling. Belongs to one thread; others may only ask for the time.
 class Timeline {
  public:
   using Action = std::function<void()>;
 
-  /// A run is a runaway if more than this follows one step: entries at one instant, entries in
+  /// A run is a runaway if more than this follows one step: tasks at one instant, tasks in
   /// total (plus an allowance for each second since the step), turns at one instant.
-  static constexpr int kEntriesPerInstant = 50'000;
-  static constexpr int kEntriesPerStep = 200'000;
-  static constexpr int kEntriesPerSecond = 1'000;
+  static constexpr int kTasksPerInstant = 50'000;
+  static constexpr int kTasksPerStep = 200'000;
+  static constexpr int kTasksPerSecond = 1'000;
   static constexpr int kTurnsPerInstant = 5'000'000;
 
   /// Time since the start.
@@ -44,7 +44,7 @@ class Timeline {
     add(now() + std::max(delay, Duration::zero()), Source::scheduled, std::move(action));
   }
 
-  /// Work that runs between entries.
+  /// Work that runs between tasks.
   class Turns {
    public:
     /// Takes one turn. True if there is another.
@@ -54,12 +54,12 @@ class Timeline {
     ~Turns() = default;
   };
 
-  /// Takes all turns of `turns` before the next entry. What became ready first goes first.
+  /// Takes all turns of `turns` before the next task. What became ready first goes first.
   ///
   /// Warning: `turns` must not be ready already.
   void makeReady(Turns& turns) { ready_.push_back(&turns); }
 
-  /// When nothing is ready, calls `poll` until it returns false, then goes on to the next entry.
+  /// When nothing is ready, calls `poll` until it returns false, then goes on to the next task.
   void pollWith(std::function<bool()> poll) { poll_ = std::move(poll); }
 
   /// Runs what is due until `time`, inclusive, and moves the clock there. False if the run was
@@ -73,19 +73,19 @@ class Timeline {
   /// Drops what the system has scheduled.
   void dropScheduled() { drop(Source::scheduled); }
 
-  /// Ends the run after the current entry or turn.
+  /// Ends the run after the current task or turn.
   void stop() { isStopped_ = true; }
 
   bool isRunaway() const { return isRunaway_; }
 
  private:
   enum class Source { step, scheduled };
-  struct Entry {
+  struct Task {
     std::tuple<Duration, Source, std::uint64_t> place;
     Action action;
     bool restartsBudget = false;
 
-    bool operator>(const Entry& other) const { return place > other.place; }
+    bool operator>(const Task& other) const { return place > other.place; }
   };
 
   void add(Duration time, Source source, Action action, bool restartsBudget = false);
@@ -95,13 +95,13 @@ class Timeline {
   bool isOverBudget() const;
 
   std::atomic<Duration> now_{Duration(0)};
-  std::deque<Turns*> ready_;    // an entry that is destroyed may add to it
-  std::vector<Entry> entries_;  // a heap; the earliest is in front
+  std::deque<Turns*> ready_;  // a task that is destroyed may add to it
+  std::vector<Task> tasks_;   // a heap; the earliest is in front
   std::function<bool()> poll_ = [] { return false; };
   std::uint64_t added_ = 0;
   Duration latestStep_{0};
-  std::int64_t entriesSinceStep_ = 0;
-  int entriesAtInstant_ = 0;
+  std::int64_t tasksSinceStep_ = 0;
+  int tasksAtInstant_ = 0;
   int turnsAtInstant_ = 0;
   bool isStopped_ = false;
   bool isRunaway_ = false;

@@ -13,9 +13,7 @@
 namespace collector {
 namespace {
 
-using veltrano::internal::json;
-using veltrano::internal::jsonObject;
-using veltrano::internal::Lock;
+using namespace veltrano::internal;
 
 constexpr char kJSON[] = "application/json";
 
@@ -165,7 +163,7 @@ void Collector::answer(const Fault& fault, const SSL* connection, httplib::Respo
 
 std::string Collector::countersJSON() {
   const Lock lock(mutex_);
-  veltrano::internal::JSONMembers members;
+  JSONMembers members;
   for (const auto& [name, counters] : counters_)
     members.emplace_back(name, jsonObject({{"received", json(counters.received)},
                                            {"accepted", json(counters.accepted)},

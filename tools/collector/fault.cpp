@@ -14,7 +14,7 @@ namespace collector {
 namespace {
 
 using rapidjson::Value;
-using veltrano::internal::jsonObject;
+using namespace veltrano::internal;
 
 [[noreturn]] void refuse(const std::string& reason) {
   throw std::invalid_argument(reason);

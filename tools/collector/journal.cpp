@@ -6,10 +6,7 @@
 
 namespace collector {
 
-using veltrano::internal::json;
-using veltrano::internal::jsonObject;
-using veltrano::internal::jsonTexts;
-using veltrano::internal::Lock;
+using namespace veltrano::internal;
 
 namespace {
 
@@ -46,7 +43,7 @@ void Journal::addAccepted(const WireRequest& request, const WireMessage& message
                           const Violations& violations) {
   const auto add = [&](Kind kind, const rapidjson::Value& record, std::string_view text,
                        std::string_view notAsPlanned) {
-    veltrano::internal::JSONMembers members{{"uid", json(message.uid)}, {"answer", json(answer)}};
+    JSONMembers members{{"uid", json(message.uid)}, {"answer", json(answer)}};
     if (!notAsPlanned.empty()) members.emplace_back("violations", notAsPlanned);
     members.emplace_back("body", text);  // the last one: the page takes the rest as sent
     this->add(kind, {record["event"].GetString(), record["event"].GetStringLength()},
@@ -81,8 +78,7 @@ void Journal::addRefused(const WireRequest& request, const WireMessage& message,
        {"body", json(readable(shortened(body)))}});
 }
 
-void Journal::add(Kind kind, std::string name, veltrano::internal::JSONMembers members,
-                  bool isViolation) {
+void Journal::add(Kind kind, std::string name, JSONMembers members, bool isViolation) {
   const Lock lock(mutex_);
   const std::uint64_t number = ++lastNumber_;
   const auto since1970 = std::chrono::system_clock::now().time_since_epoch();

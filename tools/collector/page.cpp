@@ -16,8 +16,7 @@
 namespace collector {
 namespace {
 
-using veltrano::internal::json;
-using veltrano::internal::jsonObject;
+using namespace veltrano::internal;
 
 constexpr std::chrono::seconds kHeartbeatOfStream{15};
 constexpr std::uint64_t kLongestWait = 3600;
@@ -31,7 +30,7 @@ void answer(httplib::Response& response, int status, const std::string& text) {
 std::optional<std::uint64_t> integer(const httplib::Request& request, const char* name,
                                      std::uint64_t otherwise, std::uint64_t maximum) {
   if (!request.has_param(name)) return otherwise;
-  const auto value = veltrano::internal::wholeNumber<std::uint64_t>(request.get_param_value(name));
+  const auto value = wholeNumber<std::uint64_t>(request.get_param_value(name));
   return value <= maximum ? value : std::nullopt;
 }
 

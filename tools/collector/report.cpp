@@ -12,8 +12,7 @@ namespace collector {
 namespace {
 
 using rapidjson::Value;
-using veltrano::internal::json;
-using veltrano::internal::jsonObject;
+using namespace veltrano::internal;
 
 // Replaces control characters, which could break the line or control the terminal.
 std::string printable(std::string_view text) {
@@ -42,7 +41,7 @@ std::string eventLine(const Value& record) {
 
 std::string jsonLine(const WireRequest& request, const WireMessage& message,
                      std::chrono::system_clock::time_point received, int answer) {
-  veltrano::internal::JSONMembers headers;
+  JSONMembers headers;
   const auto& all = request.headers;
   for (auto header = all.begin(); header != all.end(); header = all.upper_bound(header->first))
     headers.emplace_back(header->first, json(header->second));

@@ -10,13 +10,6 @@
 
 namespace fleet {
 
-using veltrano::Statistics;
-using veltrano::internal::ApplicationState;
-using veltrano::internal::DeviceFacts;
-using veltrano::internal::Library;
-using veltrano::internal::SimulatedPlatform;
-using veltrano::internal::Timeline;
-
 namespace {
 
 // Midnight, UTC.
@@ -36,12 +29,12 @@ struct Application::Process {
     platform.clock.start = kFirstDay + owner.scenario_.startsAt;
     platform.randomSource.generator.seed(seed);
     platform.bundles.mainInfo =
-        veltrano::HostMap{{"CFBundleShortVersionString", "5.12.0"}, {"CFBundleVersion", "51200"}};
+        HostMap{{"CFBundleShortVersionString", "5.12.0"}, {"CFBundleVersion", "51200"}};
     if (const auto interval = owner.scenario_.usage.storedInterval)
-      platform.defaults.setDouble(seconds(*interval), veltrano::internal::kHeartbeatIntervalKey);
+      platform.defaults.setDouble(seconds(*interval), kHeartbeatIntervalKey);
   }
 
-  veltrano::internal::Platform services() {
+  Platform services() {
     auto services = platform.services();
     services.urlSession = &session;
     return services;
@@ -76,7 +69,7 @@ Application::Application(int number, const Scenario& scenario, std::shared_ptr<T
   const Usage& usage = scenario_.usage;
   const double share = usage.foregroundShare() * usage.swingAt(scenario_.startsAt);
   changesAt_ = random_.uniform() < share
-                   ? veltrano::internal::durationFromSeconds(random_.uniform() * kFlushCycleSeconds)
+                   ? durationFromSeconds(random_.uniform() * kFlushCycleSeconds)
                    : nextSession();
   scheduleNext();
 }
@@ -130,7 +123,7 @@ void Application::changeSides() {
     changesAt_ = nextSession();
     if (random_.isAmong(scenario_.usage.crashShare)) return endProcess();
     process_->enter(ApplicationState::background);
-    process_->post(veltrano::internal::kApplicationDidEnterBackground);
+    process_->post(kApplicationDidEnterBackground);
     if (random_.isAmong(scenario_.usage.endShare))
       endsAt_ = now + std::chrono::duration_cast<Duration>(random_.uniform() * (changesAt_ - now));
     return;
@@ -138,8 +131,8 @@ void Application::changeSides() {
   changesAt_ = now + random_.exponential(seconds(scenario_.usage.sessionLength));
   if (!process_) return launch();
   process_->enter(ApplicationState::active);
-  process_->post(veltrano::internal::kApplicationWillEnterForeground);
-  process_->post(veltrano::internal::kApplicationDidBecomeActive);
+  process_->post(kApplicationWillEnterForeground);
+  process_->post(kApplicationDidBecomeActive);
 }
 
 void Application::endProcess() {
@@ -158,7 +151,7 @@ void Application::launch() {
   tracker.setAppId("veltrano.example");
   tracker.setLibVersion("5.12.0");
   tracker.setUserId("user-" + std::to_string(number_));
-  process_->post(veltrano::internal::kApplicationDidBecomeActive);
+  process_->post(kApplicationDidBecomeActive);
 }
 
 void Application::track() {

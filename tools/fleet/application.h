@@ -15,8 +15,8 @@ namespace fleet {
 /// with the first session and lasts for the whole run, unless the scenario says that some end.
 class Application {
  public:
-  Application(int number, const Scenario& scenario,
-              std::shared_ptr<veltrano::internal::Timeline> timeline, CollectionHost& host);
+  Application(int number, const Scenario& scenario, std::shared_ptr<Timeline> timeline,
+              CollectionHost& host);
   ~Application();
 
   /// Puts it into the background for good. A few minutes later, nothing of it runs any more.
@@ -26,7 +26,7 @@ class Application {
   std::uint64_t tracked() const { return tracked_; }
   /// Adds the counts of all processes. Nothing waits in those that have ended. Returns whether each
   /// adds up.
-  bool addTo(veltrano::Statistics& sum) const;
+  bool addTo(Statistics& sum) const;
   /// Events that were lost with their processes: neither delivered nor dropped.
   std::uint64_t lost() const { return lost_; }
   void closeConnections();
@@ -44,7 +44,7 @@ class Application {
 
   const int number_;
   const Scenario& scenario_;
-  const std::shared_ptr<veltrano::internal::Timeline> timeline_;
+  const std::shared_ptr<Timeline> timeline_;
   CollectionHost& host_;
   tools::Random random_;              // its own, so that nothing else changes its sequence
   std::unique_ptr<Process> process_;  // null before the first session, and after an end

@@ -5,16 +5,9 @@
 
 namespace fleet {
 
-using veltrano::internal::AttemptResult;
-using veltrano::internal::PostRequest;
-using veltrano::internal::Rests;
-using veltrano::internal::TransportError;
-using veltrano::internal::URLResponse;
-using veltrano::internal::URLSessionCallback;
-
 namespace {
 
-const veltrano::internal::RequestLimits kLimits;
+const RequestLimits kLimits;
 
 // libcurl does not use a connection again that has been idle for longer.
 constexpr Duration kMaxIdle = std::chrono::seconds(118);
@@ -36,8 +29,8 @@ AttemptResult resultOf(const CollectionHost::Reply& reply) {
 
 void ClientSession::postData(PostRequest request, URLSessionCallback callback) {
   if (hasEnded_) return;
-  auto post = std::make_shared<Post>();
-  post->path = *veltrano::internal::endpointPath(request.path());
+  auto post = std::make_shared<PendingPost>();
+  post->path = *endpointPath(request.path());
   post->urgency = request.urgency;
   post->body = std::move(request.httpBody);
   post->callback = std::move(callback);
@@ -63,7 +56,7 @@ void ClientSession::attemptNext(Line& line) {
   timeline_.schedule(post->reply.after, [this, post] { end(post); });
 }
 
-CollectionHost::Reply ClientSession::send(Post& post) {
+CollectionHost::Reply ClientSession::send(PendingPost& post) {
   const Duration now = timeline_.now();
   const Failure silence{Failure::Effect::silence, 0};
   if (post.deadline <= now) return {silence, Duration::zero()};
@@ -124,20 +117,19 @@ void ClientSession::end(const Pointer& post) {
 }
 
 // None if this was the last attempt, which may begin a rest.
-std::optional<Duration> ClientSession::delayBeforeRetry(const Post& post) {
+std::optional<Duration> ClientSession::delayBeforeRetry(const PendingPost& post) {
   const Duration now = timeline_.now();
   const auto result = resultOf(post.reply);
   Rests& rests = rests_.of(post.path);
   const double random = std::generate_canonical<double, 53>(random_);
-  const auto delay = rests.mayRetry()
-                         ? veltrano::internal::delayBeforeRetry(result, post.rules, post.retries,
-                                                                post.deadline - now, random)
-                         : std::nullopt;
+  const auto delay = rests.mayRetry() ? internal::delayBeforeRetry(result, post.rules, post.retries,
+                                                                   post.deadline - now, random)
+                                      : std::nullopt;
   if (!delay) rests.requestEnded(now, result, std::generate_canonical<double, 53>(random_));
   return delay;
 }
 
-void ClientSession::report(const Post& post) {
+void ClientSession::report(const PendingPost& post) {
   const auto result = resultOf(post.reply);
   if (post.wasPutOff || !result.httpStatusCode)
     return post.callback(std::nullopt, std::nullopt, TransportError{"simulated", post.wasPutOff});

@@ -15,14 +15,12 @@ namespace fleet {
 
 /// Posts to the collection host in virtual time, with the retries, rests, time limits and
 /// connections of the POSIX platform. Each endpoint makes one attempt at a time.
-class ClientSession final : public veltrano::internal::ZKURLSessionManager {
+class ClientSession final : public ZKURLSessionManager {
  public:
-  ClientSession(veltrano::internal::SimulatedClock& clock, veltrano::internal::Timeline& timeline,
-                CollectionHost& host, std::uint32_t seed)
+  ClientSession(SimulatedClock& clock, Timeline& timeline, CollectionHost& host, std::uint32_t seed)
       : clock_(clock), timeline_(timeline), host_(host), random_(seed) {}
 
-  void postData(veltrano::internal::PostRequest request,
-                veltrano::internal::URLSessionCallback callback) override;
+  void postData(PostRequest request, URLSessionCallback callback) override;
 
   /// Closes those that are idle.
   void closeConnections();
@@ -36,19 +34,19 @@ class ClientSession final : public veltrano::internal::ZKURLSessionManager {
     Duration usedAt{0};
     bool isToFailingServer = false;
   };
-  struct Post {
+  struct PendingPost {
     EndpointPath path;
-    veltrano::internal::Urgency urgency;
+    Urgency urgency;
     std::string body;
-    veltrano::internal::URLSessionCallback callback;
+    URLSessionCallback callback;
     Duration deadline;
-    veltrano::internal::RetryRules rules;
+    RetryRules rules;
     int retries = 0;
     bool wasPutOff = false;
     CollectionHost::Reply reply;           // to the latest attempt
     std::optional<Connection> connection;  // of an attempt that is under way
   };
-  using Pointer = std::shared_ptr<Post>;
+  using Pointer = std::shared_ptr<PendingPost>;
   struct Line {
     std::deque<Pointer> due;
     bool isBusy = false;
@@ -56,19 +54,19 @@ class ClientSession final : public veltrano::internal::ZKURLSessionManager {
 
   void attempt(const Pointer& post);
   void attemptNext(Line& line);
-  CollectionHost::Reply send(Post& post);
+  CollectionHost::Reply send(PendingPost& post);
   std::optional<Connection> takeIdle();
   void close(const Connection& connection);
-  std::optional<Duration> delayBeforeRetry(const Post& post);
+  std::optional<Duration> delayBeforeRetry(const PendingPost& post);
   void end(const Pointer& post);
-  void report(const Post& post);
+  void report(const PendingPost& post);
 
-  veltrano::internal::SimulatedClock& clock_;
-  veltrano::internal::Timeline& timeline_;
+  SimulatedClock& clock_;
+  Timeline& timeline_;
   CollectionHost& host_;
   std::minstd_rand random_;
   std::array<Line, kEndpointPathCount> lines_;
-  veltrano::internal::RestsByPath rests_;
+  RestsByPath rests_;
   std::vector<Connection> idle_;  // the latest one last; at most one for each endpoint
   bool hasEnded_ = false;
 };

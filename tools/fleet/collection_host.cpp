@@ -50,7 +50,7 @@ CollectionHost::Reply CollectionHost::receive(EndpointPath path, const std::stri
                           .bodyBytes = connects ? body.size() : 0,
                           .headBytes = connects ? kRequestHead : 0,
                           .answerBytes = isAnswered ? kAnswerHead + reply.body.size() : 0});
-  if (!failure) busyUntil_ += veltrano::internal::durationFromSeconds(1 / options_.capacity);
+  if (!failure) busyUntil_ += durationFromSeconds(1 / options_.capacity);
   return reply;
 }
 
@@ -84,7 +84,7 @@ std::string CollectionHost::bodyOfAnswer(EndpointPath path) const {
 
 void CollectionHost::accept(EndpointPath path, const std::string& body, Duration wallTime) {
   if (path != EndpointPath::track) return;
-  std::string json = veltrano::internal::jsonInBody(body);
+  std::string json = jsonInBody(body);
   rapidjson::Document batch;
   if (batch.ParseInsitu(json.data()).HasParseError() || !batch.IsArray())
     throw std::runtime_error("a batch that is not JSON");

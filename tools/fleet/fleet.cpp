@@ -10,8 +10,6 @@
 
 namespace fleet {
 
-using veltrano::Statistics;
-
 namespace {
 
 // Longer than the final flush and the upload before it can take together.
@@ -22,7 +20,7 @@ constexpr Duration kMaxEndTime = std::chrono::minutes(5);
 Outcome run(const Scenario& scenario) {
   Outcome outcome{Measurements(scenario.resolution)};
   CollectionHost host(scenario.host, scenario.seed, outcome.measurements);
-  const auto timeline = std::make_shared<veltrano::internal::Timeline>();
+  const auto timeline = std::make_shared<Timeline>();
   std::vector<std::unique_ptr<Application>> applications;
   applications.reserve(static_cast<std::size_t>(scenario.applications));
   for (int number = 0; number < scenario.applications; ++number)

@@ -39,7 +39,7 @@ void Measurements::delivered(Duration delay) {
   delays_.push_back(std::chrono::duration<float>(delay).count());
 }
 
-void Measurements::endInterval(const veltrano::Statistics& all, std::uint64_t inForeground,
+void Measurements::endInterval(const Statistics& all, std::uint64_t inForeground,
                                std::uint64_t lost) {
   endSecond();
   current_.atEnd = all;

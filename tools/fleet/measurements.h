@@ -16,10 +16,6 @@
 
 namespace fleet {
 
-using veltrano::internal::EndpointPath;
-using veltrano::internal::indexOf;
-using veltrano::internal::kEndpointPathCount;
-
 inline constexpr std::size_t kTrack = indexOf(EndpointPath::track);
 inline constexpr std::size_t kHeartbeat = indexOf(EndpointPath::heartbeat);
 
@@ -53,8 +49,8 @@ struct Interval {
   std::array<Requests, kEndpointPathCount> requests;
   std::uint64_t mostInASecond = 0;  // requests to both endpoints
   std::uint64_t deliveredEvents = 0;
-  Delays delays;               // of these events
-  veltrano::Statistics atEnd;  // sums over all applications
+  Delays delays;     // of these events
+  Statistics atEnd;  // sums over all applications
   std::uint64_t inForegroundAtEnd = 0;
   std::uint64_t lostUntilEnd = 0;        // events, with processes that have ended
   std::uint64_t opened = 0, closed = 0;  // connections
@@ -71,7 +67,7 @@ class Measurements {
   void delivered(Duration delay);
 
   /// Ends the current interval and begins the next one.
-  void endInterval(const veltrano::Statistics& all, std::uint64_t inForeground, std::uint64_t lost);
+  void endInterval(const Statistics& all, std::uint64_t inForeground, std::uint64_t lost);
 
   const std::vector<Interval>& intervals() const { return intervals_; }
   Duration resolution() const { return resolution_; }

@@ -10,8 +10,6 @@
 
 namespace fleet {
 
-using veltrano::Statistics;
-
 namespace {
 
 [[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...) {

@@ -53,7 +53,7 @@ Duration parseDuration(std::string_view text) {
     const auto* const unit = std::ranges::find(kUnits, name, [](const auto& u) { return u.first; });
     if (unit == std::end(kUnits)) fail(whole);
     text.remove_prefix(name.size());
-    sum += veltrano::internal::durationFromSeconds(number * seconds(unit->second));
+    sum += durationFromSeconds(number * seconds(unit->second));
     if (seconds(sum) > kMost) fail(whole);
   } while (!text.empty());
   return sum;
@@ -70,7 +70,7 @@ Outage parseOutage(std::string_view text) {
 Failure parseFailure(std::string_view text) {
   for (const auto& [name, effect] : kFailures)
     if (text == name) return {effect, 0};
-  const int status = veltrano::internal::wholeNumber<int>(text).value_or(0);
+  const int status = wholeNumber<int>(text).value_or(0);
   if (status < 100 || status > 599) fail(text);
   return {Failure::Effect::status, status};
 }

@@ -11,7 +11,8 @@
 
 namespace fleet {
 
-using veltrano::internal::Duration;
+using namespace veltrano;
+using namespace veltrano::internal;
 
 inline constexpr double kSecondsPerDay = 86'400;
 

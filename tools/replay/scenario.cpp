@@ -15,9 +15,7 @@
 namespace replay {
 namespace {
 
-using veltrano::internal::DeviceFacts;
-using veltrano::internal::json;
-using veltrano::internal::SimulatedAnswer;
+using namespace veltrano::internal;
 
 Action readDevice(const Fields& fields) {
   const auto isOnWiFi = fields.getIfThere<bool>("wifi");
@@ -43,19 +41,17 @@ Action sets(Fact DeviceFacts::*fact, Fact value) {
 }
 
 Action readApplicationState(const Fields& fields) {
-  using veltrano::internal::kApplicationStates;
   const auto name = fields.get<std::string>("state");
   const auto* const end = std::end(kApplicationStates);
   const auto* const found = std::find(std::begin(kApplicationStates), end, name);
   if (found == end) throw ScenarioError("unknown \"state\"");
-  const auto state =
-      static_cast<veltrano::internal::ApplicationState>(found - std::begin(kApplicationStates));
+  const auto state = static_cast<ApplicationState>(found - std::begin(kApplicationStates));
   return sets(&DeviceFacts::applicationState, state);
 }
 
 Action readNetwork(const Fields& fields) {
   const auto path = fields.get<std::string>("path");
-  if (!veltrano::internal::endpointPath(path)) throw ScenarioError("unknown \"path\"");
+  if (!endpointPath(path)) throw ScenarioError("unknown \"path\"");
   if (fields.has("status") + fields.has("error") + fields.has("nonHTTP") != 1)
     throw ScenarioError("network needs one of \"status\", \"error\" and \"nonHTTP\"");
   SimulatedAnswer answer;
@@ -158,7 +154,7 @@ Action readAction(const Fields& step, Mode mode) {
       {"deviceOrientation", orientation(&DeviceFacts::deviceOrientation)},
       {"notify", with<string>("name", &Environment::postNotification)},
       {"network", readNetwork},
-      {"clockJump", with<veltrano::internal::Duration>("seconds", &Environment::jumpClock)},
+      {"clockJump", with<Duration>("seconds", &Environment::jumpClock)},
       {"enableLog", with<bool>("on", [](auto&, bool isOn) { Veltrano::isLoggerEnabled = isOn; })},
       {"shared", always([](Environment&) { Veltrano::shared(); })},
       {"setUserId", readSetUserId},

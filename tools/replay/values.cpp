@@ -8,8 +8,7 @@
 namespace replay {
 namespace {
 
-using veltrano::HostMap;
-using veltrano::HostValue;
+using namespace veltrano;
 
 // The kind that an object names with "$", or "" for any other value.
 std::string kindOf(const JSONValue& value) {
@@ -28,12 +27,12 @@ Real real(const Fields& fields) {
   throw ScenarioError("not a number: " + text);
 }
 
-veltrano::NSNumber boxedNumber(const Fields& fields) {
+NSNumber boxedNumber(const Fields& fields) {
   const int code = fields.get<int>("code");
   try {
-    return veltrano::NSNumber(code, fields.get<std::int64_t>("v"));
+    return NSNumber(code, fields.get<std::int64_t>("v"));
   } catch (const ScenarioError&) {  // not an integer, or a larger one
-    return veltrano::NSNumber(code, fields.get<double>("v"));
+    return NSNumber(code, fields.get<double>("v"));
   }
 }
 
@@ -46,9 +45,9 @@ std::vector<HostValue> elementsIn(const JSONValue& list, int level) {
   return elements;
 }
 
-std::vector<veltrano::DictionaryEntry> entriesIn(const JSONValue& list, int level) {
+std::vector<DictionaryEntry> entriesIn(const JSONValue& list, int level) {
   if (!list.IsArray()) throw ScenarioError("the \"v\" of a container must be a list");
-  std::vector<veltrano::DictionaryEntry> entries;
+  std::vector<DictionaryEntry> entries;
   for (const JSONValue& item : list.GetArray()) {
     if (!item.IsArray() || item.Size() != 2)
       throw ScenarioError("the entries of a Dictionary are pairs of key and value");
@@ -70,17 +69,17 @@ HostValue valueOfKind(const Fields& fields, const std::string& kind, int level) 
   if (kind == "String") return fields.get<std::string>("v");
   if (kind == "Int") return fields.get<std::int64_t>("v");
   if (kind == "UInt") return fields.get<std::uint64_t>("v");
-  if (kind == "Int64") return veltrano::Int64{fields.get<std::int64_t>("v")};
+  if (kind == "Int64") return Int64{fields.get<std::int64_t>("v")};
   if (kind == "Double") return real<double>(fields);
   if (kind == "Float") return real<float>(fields);
   if (kind == "Bool") return fields.get<bool>("v");
-  if (kind == "URL") return veltrano::URL(fields.get<std::string>("v"));
-  if (kind == "Date") return veltrano::Date::fromSecondsSince1970(fields.get<double>("v"));
+  if (kind == "URL") return URL(fields.get<std::string>("v"));
+  if (kind == "Date") return Date::fromSecondsSince1970(fields.get<double>("v"));
   if (kind == "NSNumber") return boxedNumber(fields);
-  if (kind == "NSNull") return veltrano::NSNull{};
-  if (kind == "Array") return veltrano::Array(elementsIn(fields.json("v"), level));
-  if (kind == "Dictionary") return veltrano::Dictionary(entriesIn(fields.json("v"), level));
-  if (kind == "Object") return veltrano::OtherObject{};
+  if (kind == "NSNull") return NSNull{};
+  if (kind == "Array") return Array(elementsIn(fields.json("v"), level));
+  if (kind == "Dictionary") return Dictionary(entriesIn(fields.json("v"), level));
+  if (kind == "Object") return OtherObject{};
   if (kind == "Absent") return {};
   throw ScenarioError("unknown kind of value: " + kind);
 }
@@ -88,11 +87,11 @@ HostValue valueOfKind(const Fields& fields, const std::string& kind, int level) 
 HostValue valueIn(const JSONValue& json, int level) {
   // The library drops containers at this depth, whatever they hold. Values may be nested to any
   // depth, so this bounds the recursion.
-  if (level > veltrano::internal::kMaxNesting) return {};
+  if (level > internal::kMaxNesting) return {};
   const std::string kind = kindOf(json);
   if (!kind.empty()) return valueOfKind(Fields(json), kind, level);
   if (json.IsObject()) return mapIn(json, level);
-  if (json.IsArray()) return veltrano::Array(elementsIn(json, level));
+  if (json.IsArray()) return Array(elementsIn(json, level));
   if (json.IsNull()) return {};
   if (json.IsBool()) return json.GetBool();
   if (isString(json)) return textOf(json);

@@ -56,7 +56,7 @@ void take(const rapidjson::Value& batch, int answer, std::vector<Thread>& thread
 }  // namespace
 
 Arrivals arrivalsIn(const std::string& record, const std::vector<std::size_t>& tracked) {
-  using veltrano::internal::EndpointPath;
+  using namespace veltrano::internal;
   Arrivals arrivals;
   std::vector<Thread> threads;
   threads.reserve(tracked.size());
@@ -66,7 +66,7 @@ Arrivals arrivalsIn(const std::string& record, const std::vector<std::size_t>& t
     rapidjson::Document request;
     if (request.Parse(line.data(), line.size()).HasParseError())
       continue;  // what a killed collector left
-    if (veltrano::internal::endpointPath(request["path"].GetString()) == EndpointPath::track)
+    if (endpointPath(request["path"].GetString()) == EndpointPath::track)
       take(request["body"], request["answer"].GetInt(), threads, arrivals);
     else
       ++arrivals.heartbeats;

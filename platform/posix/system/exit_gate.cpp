@@ -22,6 +22,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kMaxWait{2000};
 constexpr std::chrono::microseconds kExitPoll{100};
 
+// Not a checked mutex: a fork holds it from one handler to the next.
 struct Gate {
   std::mutex mutex;
   std::condition_variable left;

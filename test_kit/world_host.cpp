@@ -1,3 +1,5 @@
+// What a world is told: the calls of the host, the installation of the platform, and the reports to
+// it.
 #include <utility>
 
 #include "platform/host_callback.h"
@@ -8,22 +10,18 @@
 namespace veltrano::testing {
 namespace {
 
-using internal::ApplicationState;
-using internal::DeviceFacts;
-using internal::FlatView;
-using internal::json;
-using internal::Kind;
+using namespace internal;
 
 constexpr std::string_view kExtraKey = "extra_json";
 
 // Sets the origin of each entry, and of each entry inside "extra_json".
 void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin,
                 const std::string& path = {}) {
-  const internal::FlatContents contents(entries);
+  const FlatContents contents(entries);
   for (auto entry = contents.begin(); entry != contents.end(); ++entry) {
     const FlatView key = *entry;
     const FlatView value = *++entry;
-    if (key.kind() != Kind::String || !internal::isSendable(value)) continue;
+    if (key.kind() != Kind::String || !isSendable(value)) continue;
     const std::string name = path + std::string(key.text());
     origins.insert_or_assign(name, origin);
     if (name == kExtraKey && value.kind() == Kind::Dictionary)
@@ -34,7 +32,7 @@ void addOrigins(Event::Origins& origins, std::string_view entries, Origin origin
 // Describes each part of `value` that arrives as something else, or not at all.
 void findChanged(const HostValue& value, const std::string& path, std::vector<std::string>& found) {
   if (value.isAbsent()) return;
-  if (!internal::isSendable(internal::viewOf(value))) {
+  if (!isSendable(viewOf(value))) {
     const char* const what = value.otherObject() ? "an object of another type" : "an empty map";
     found.push_back(path + " is " + what + ", which events cannot hold; it was left out.");
   } else if (isNotFinite(value)) {
@@ -55,7 +53,7 @@ void findChanged(const HostValue& value, const std::string& path, std::vector<st
 }
 
 // From C and Objective-C, events hold a level less, because the map of the properties counts.
-constexpr int kSurelyHeld = internal::kMaxNesting - 1;
+constexpr int kSurelyHeld = kMaxNesting - 1;
 
 // Whether there is an absent value in a container at the deepest level: what nests deeper.
 bool isCut(FlatView value, int level = 1) {
@@ -112,7 +110,7 @@ void World::Implementation::called(std::string_view operation, const HostMapView
     const HostMap properties = mapIn(value).value_or(HostMap());
     for (const auto& [property, held] : properties) {
       findChanged(held, property, changed);
-      if (isCut(internal::viewOf(held)))
+      if (isCut(viewOf(held)))
         changed.push_back(property + " nests more than " + std::to_string(kSurelyHeld) +
                           " deep; what is deeper may be left out.");
       if (property == kExtraKey && !held.isAbsent() && !mapIn(held))
@@ -120,7 +118,7 @@ void World::Implementation::called(std::string_view operation, const HostMapView
     }
   }
   for (const std::string& what : changed) complain(std::string(name).append(": ").append(what));
-  const internal::Lock lock(mutex_);
+  const Lock lock(mutex_);
   if (operation == "setCollecting") isCollecting_ = given.begin()->value == true;
   if (operation != "track") return;
   if (!isCollecting_) return silenced_.push_back(std::move(name));
@@ -182,7 +180,7 @@ std::string World::Implementation::install(PosixOptions options, std::string err
   simulated_.bundles.mainInfo = std::move(options.infoDictionary);
   if (options.logSink)
     simulated_.output.onLine = [this, sink = std::move(options.logSink)](std::string_view line) {
-      internal::callHost([&] { watched("The log sink", [&] { sink(line); }); });
+      callHost([&] { watched("The log sink", [&] { sink(line); }); });
     };
   onTransfer_ = std::move(options.onTransfer);
   if (options.sessionToken)
@@ -220,7 +218,7 @@ void World::Implementation::post(std::string_view notification) {
   simulated_.notificationCenter.post(notification);
 }
 
-void World::Implementation::report(internal::DeviceChange change, std::string_view notification) {
+void World::Implementation::report(DeviceChange change, std::string_view notification) {
   auto makeChange = [this, change = std::move(change), notification] {
     DeviceFacts before, now;
     simulated_.device.change([&](DeviceFacts& facts) {
@@ -240,12 +238,12 @@ void World::Implementation::report(internal::DeviceChange change, std::string_vi
 void World::Implementation::recordChanges(const DeviceFacts& before, const DeviceFacts& now) {
   if (now.applicationState != before.applicationState)
     recorder_.add("applicationState",
-                  {{"state", json(internal::kApplicationStates[int(now.applicationState)])}});
+                  {{"state", json(kApplicationStates[int(now.applicationState)])}});
   if (now.screenOrientation != before.screenOrientation)
     recorder_.add("interfaceOrientation", {{"value", json(now.screenOrientation)}});
   if (now.deviceOrientation != before.deviceOrientation)
     recorder_.add("deviceOrientation", {{"value", json(now.deviceOrientation)}});
-  internal::JSONMembers others;
+  JSONMembers others;
   if (now.isOnWiFi != before.isOnWiFi) others.emplace_back("wifi", json(now.isOnWiFi));
   if (now.carrier != before.carrier)
     others.emplace_back("carrier", now.carrier ? json(*now.carrier) : "null");
