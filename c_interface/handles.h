@@ -19,8 +19,7 @@
 
 /// What a handle points to.
 struct veltrano_object {
-  using Content = std::variant<veltrano::internal::Object, veltrano::internal::MutableArray,
-                               veltrano::internal::MutableDictionary>;
+  using Content = std::variant<veltrano::internal::Object, veltrano::internal::MutableCollection>;
 
   /// Makes the content in place: two moves cost 5 % of making and releasing a short collection.
   template <class Alternative, class... Arguments>
@@ -90,10 +89,8 @@ inline veltrano_object* makeHandle(Object object) {
 inline Object objectOf(const veltrano_object* handle) {
   if (handle == nullptr) return Object();
   expectHandle(handle);
-  if (const auto* array = std::get_if<MutableArray>(&handle->content)) return array->copy();
-  if (const auto* dictionary = std::get_if<MutableDictionary>(&handle->content))
-    return dictionary->copy();
-  return std::get<Object>(handle->content);
+  const auto* object = std::get_if<Object>(&handle->content);
+  return object != nullptr ? *object : std::get<MutableCollection>(handle->content).copy();
 }
 
 /// The object behind a handle as a property value. Refers to the object.
@@ -108,10 +105,7 @@ inline detail::Argument argumentOf(const veltrano_object* handle) {
 inline std::optional<HostMapView> propertiesOf(const veltrano_object* handle) {
   if (handle == nullptr) return std::nullopt;
   expectHandle(handle);
-  if (const auto* dictionary = std::get_if<MutableDictionary>(&handle->content))
-    return dictionary->properties();
-  const auto* object = std::get_if<Object>(&handle->content);
-  return object != nullptr ? object->properties() : std::nullopt;
+  return std::visit([](const auto& object) { return object.properties(); }, handle->content);
 }
 
 inline std::string_view view(veltrano_text text) {

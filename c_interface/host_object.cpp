@@ -35,31 +35,45 @@ detail::Argument Object::argument() const {
   return OtherObject{};
 }
 
-void MutableArray::append(const detail::Argument& element) {
-  FlatBuffer appended(1);
-  appended.value(element);
-  appendToContainer(FlatAccess::flat(array_).bytes(), appended);
+void MutableCollection::set(std::string_view key, const detail::Argument& value) {
+  if (FlatAccess::isContainer(value)) return add({key, value});
+  const auto whole = contents_.reopen();
+  contents_.entry(key, value);
+  close(whole);
 }
 
-void MutableDictionary::set(const Object& key, const detail::Argument& value) {
-  add(key.argument(), value);
+void MutableCollection::set(const Object& key, const detail::Argument& value) {
+  add({key.argument(), value});
   hasOnlyStringKeys_ &= key.text().has_value();
 }
 
-void MutableDictionary::add(const detail::Argument& key, const detail::Argument& value) {
-  FlatBuffer entry(1);
-  entry.value(key);
-  entry.value(value);
-  std::string& bytes = FlatAccess::flat(dictionary_).bytes();
-  constexpr std::size_t kOfAFewEntries = 200;
-  if (bytes.capacity() < kOfAFewEntries) bytes.reserve(kOfAFewEntries);
-  appendToContainer(bytes, entry);
-  removeReplacedEntries(bytes, sizeWhenTidy_, 0);
+// Copies them first, because one may be this collection, which moves as it grows.
+void MutableCollection::add(std::initializer_list<detail::Argument> values) {
+  FlatBuffer copies(1);
+  for (const auto& value : values) copies.value(value);
+  const auto whole = contents_.reopen();
+  for (const FlatView copy : FlatContents(copies.bytes())) contents_.flat(copy.data());
+  close(whole);
 }
 
-std::optional<HostMapView> MutableDictionary::properties() const {
-  if (!hasOnlyStringKeys_) return std::nullopt;
-  return HostMapView(detail::FromFlat(), dictionary_);
+void MutableCollection::close(FlatWriter::Container whole) {
+  contents_.close(whole);
+  if (!isUntidy(contents_.bytes().size(), sizeWhenTidy_)) return;
+  FlatBuffer tidy;
+  FlatCopier().normalise(tidy, view());
+  contents_.assign(tidy);
+  sizeWhenTidy_ = contents_.bytes().size();
+}
+
+std::optional<HostMapView> MutableCollection::properties() const {
+  if (kind() != Kind::Dictionary || !hasOnlyStringKeys_) return std::nullopt;
+  return HostMapView(detail::FromFlat(), argument());
+}
+
+Object MutableCollection::copy() const {
+  FlatBuffer copy;
+  FlatCopier().normalise(copy, view());
+  return Object(memberOf(FlatView(copy.bytes().data())));
 }
 
 }  // namespace veltrano::internal

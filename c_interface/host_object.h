@@ -3,12 +3,14 @@
 
 #include <cstddef>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
 #include <variant>
 
+#include "properties/property_map.h"
 #include "veltrano/value.h"
 
 namespace veltrano::internal {
@@ -58,42 +60,36 @@ class Object {
   std::shared_ptr<const Content> content_;  // null when nil
 };
 
-/// A mutable array. It copies its elements, collections included, so it cannot contain itself. Not
-/// thread-safe.
-class MutableArray {
+/// An array, or a dictionary with keys of any type, that grows in place. It copies its elements,
+/// collections included, so it cannot contain itself. Not thread-safe.
+class MutableCollection {
  public:
-  void append(const detail::Argument& element);
+  explicit MutableCollection(Kind kind) { contents_.close(contents_.open(kind)); }
 
-  /// An immutable copy.
-  Object copy() const { return Object(HostValue(array_)); }
+  Kind kind() const { return view().kind(); }
 
-  /// Refers to the array.
-  detail::Argument argument() const { return array_; }
+  void append(const detail::Argument& element) { add({element}); }
 
- private:
-  Array array_;
-};
-
-/// A mutable dictionary with keys of any type. It copies, like `MutableArray`. Not thread-safe.
-class MutableDictionary {
- public:
   /// Sets the value of `key`, replacing an earlier one. `value` may be absent.
-  void set(std::string_view key, const detail::Argument& value) { add(key, value); }
+  void set(std::string_view key, const detail::Argument& value);
   void set(const Object& key, const detail::Argument& value);
 
-  /// The contents, if all keys are strings. Refers to the dictionary.
+  /// The contents of a dictionary with only string keys; none of any other collection. Refers to
+  /// the collection.
   std::optional<HostMapView> properties() const;
 
-  /// Refers to the dictionary.
-  detail::Argument argument() const { return dictionary_; }
+  /// Refers to the collection.
+  detail::Argument argument() const { return detail::FlatAccess::argument(view()); }
 
   /// An immutable copy.
-  Object copy() const { return Object(*dictionary_.member()->getIf<Dictionary>()); }
+  Object copy() const;
 
  private:
-  void add(const detail::Argument& key, const detail::Argument& value);
+  FlatView view() const { return FlatView(contents_.bytes().data()); }
+  void add(std::initializer_list<detail::Argument> values);
+  void close(FlatWriter::Container whole);
 
-  HostValue dictionary_ = Dictionary();  // may still hold replaced values
+  FlatBuffer contents_;  // may still hold replaced values
   std::size_t sizeWhenTidy_ = 0;
   bool hasOnlyStringKeys_ = true;
 };

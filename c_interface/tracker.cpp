@@ -91,7 +91,7 @@ struct Entries {
       case VELTRANO_DATE:
         return Date::fromSecondsSince1970(value.real);
       case VELTRANO_URL:
-        return value.text != nullptr ? detail::FlatAccess::url(value.text) : detail::Argument();
+        return detail::FlatAccess::url(value.text);
       case VELTRANO_NULL:
         return NSNull();
       case VELTRANO_OBJECT:

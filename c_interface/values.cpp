@@ -76,8 +76,10 @@ veltrano_object* veltrano_copy(const veltrano_object* object) {
 
 void veltrano_release(veltrano_object* object) {
   if (object == nullptr) return;
-  const CancellationOff cancellationOff;
   expectHandle(object);
+  // Only an object may hold a block, which calls the host as it goes.
+  std::optional<CancellationOff> cancellationOff;
+  if (std::holds_alternative<Object>(object->content)) cancellationOff.emplace();
   delete object;
 }
 

@@ -179,15 +179,6 @@ void FlatBuffer::grow(std::size_t size) {
   end_ = begin_ + capacity;
 }
 
-void appendToContainer(std::string& container, const FlatBuffer& contents) {
-  const std::uint32_t size = detail::FlatWriter::length(
-      container.size() - FlatView::kContainerHead + contents.bytes().size());
-  container.append(contents.bytes());
-  const auto depth = static_cast<char>(std::max(FlatView(container).depth(), contents.depth() + 1));
-  container[1] = depth;
-  std::memcpy(container.data() + 2, &size, sizeof size);
-}
-
 int compare(FlatView left, FlatView right) {
   if (const int byKind = order(left.kind(), right.kind()); byKind != 0) return byKind;
   switch (left.kind()) {

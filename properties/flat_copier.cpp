@@ -124,15 +124,6 @@ void FlatCopier::copyEntriesWithOtherKeys(JSONValueWriter& writer, FlatView) {
   writer.fail();
 }
 
-void removeReplacedEntries(std::string& dictionary, std::size_t& sizeWhenTidy, int level) {
-  constexpr std::size_t kFewBytes = 1024;
-  if (dictionary.size() < 2 * sizeWhenTidy + kFewBytes) return;
-  FlatBuffer tidy(level);
-  FlatCopier().normalise(tidy, FlatView(dictionary));
-  dictionary.assign(tidy.bytes());
-  sizeWhenTidy = dictionary.size();
-}
-
 bool hasOnlyStringKeys(FlatView dictionary) {
   const FlatContents contents = dictionary.contents();
   for (auto it = contents.begin(); it != contents.end(); ++it, ++it)

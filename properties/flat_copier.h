@@ -58,10 +58,12 @@ class FlatCopier {
   std::forward_list<std::string> repaired_;   // copies of non-ASCII keys, well-formed
 };
 
-/// Drops entries that a later equal key replaces, once the Dictionary has roughly doubled since the
-/// last time. `sizeWhenTidy` is its size then (0 at first) and is updated; `level` is as for
-/// FlatBuffer.
-void removeReplacedEntries(std::string& dictionary, std::size_t& sizeWhenTidy, int level);
+/// Whether a Dictionary may hold too many entries that a later equal key replaces: it has roughly
+/// doubled since it was normalised. Its size was `normalised` then, 0 at first.
+inline bool isUntidy(std::size_t size, std::size_t normalised) {
+  constexpr std::size_t kFewBytes = 1024;
+  return size >= 2 * normalised + kFewBytes;
+}
 
 /// Whether every key of the Dictionary is a String.
 bool hasOnlyStringKeys(FlatView dictionary);

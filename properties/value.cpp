@@ -24,8 +24,8 @@ Flat written(int level, Write write) {
   return flat;
 }
 
-Flat normalised(FlatView value) {
-  return written(0, [&](FlatWriter& writer) { FlatCopier().normalise(writer, value); });
+Flat normalised(FlatView value, int level = 0) {
+  return written(level, [&](FlatWriter& writer) { FlatCopier().normalise(writer, value); });
 }
 
 HostValue hostValue(FlatView value) {
@@ -214,10 +214,16 @@ Flat HostMap::flatMap(const Argument& map) {
 
 void HostMap::set(std::string_view key, const HostValue& value) {
   FlatBuffer entry;
-  entry.text(Kind::String, key);
-  entry.value(value);
-  appendToContainer(flat_.bytes(), entry);
-  removeReplacedEntries(flat_.bytes(), sizeWhenTidy_, -1);
+  entry.entry(key, value);
+  std::string& bytes = flat_.bytes();
+  const std::uint32_t size =
+      detail::FlatWriter::length(bytes.size() - FlatView::kContainerHead + entry.bytes().size());
+  bytes.append(entry.bytes());
+  bytes[1] = static_cast<char>(std::max(FlatView(bytes).depth(), entry.depth() + 1));
+  std::memcpy(bytes.data() + 2, &size, sizeof size);
+  if (!isUntidy(bytes.size(), sizeWhenTidy_)) return;
+  flat_ = normalised(FlatView(bytes), -1);
+  sizeWhenTidy_ = bytes.size();
 }
 
 HostMap::const_iterator HostMap::begin() const {

@@ -129,20 +129,21 @@ TEST_F(Selectors, NotificationsAndSelectorsReachTheSameHandlers) {
 }
 
 TEST_F(Selectors, ChangesOfAMutableCollectionShowNowhere) {
-  MutableArray list;
-  list.append(object(1).argument());
-  list.append(list.copy().argument());
-  MutableDictionary map;
-  map.set(object("list"), list.copy().argument());
-  map.set(object("self"), map.copy().argument());
+  const std::string large(300, 'a');
+  MutableCollection list(Kind::Array), map(Kind::Dictionary);
+  list.append(object(large).argument());
+  list.append(list.argument());  // which moves
+  map.set(object("list"), list.argument());
+  map.set("self", map.argument());
   const Object before = map.copy();
   list.append(object(3).argument());
   map.set(object("late"), object(4).argument());
   messagesOf("trackWithEventName:eventProperties:forceFlushCompletion:",
              {object("E"), before, Object(simulation.completion())});
   const auto& event = simulation.posts.at(0)[0u]["properties"];
-  EXPECT_EQ(text(event, "list"), "[1,[1]]");
-  EXPECT_EQ(text(event, "self"), R"({"list":[1,[1]]})");
+  const std::string elements = "[\"" + large + "\",[\"" + large + "\"]]";
+  EXPECT_EQ(text(event, "list"), elements);
+  EXPECT_EQ(text(event, "self"), "{\"list\":" + elements + "}");
   EXPECT_EQ(text(event, "late"), "absent");
 }
 

@@ -55,32 +55,13 @@ enum class Kind : std::uint8_t {
   Absent,
 };
 
+/// The sizes of the members that are scalars in the flat form, from String to Dictionary.
+inline constexpr std::uint8_t kScalarSizes[] = {0, 9, 9, 9, 9, 5, 2, 9, 0, 1, 0, 0};
+
 /// The size of a scalar in the flat form.
 constexpr std::size_t scalarSize(Kind kind) {
-  switch (kind) {
-    case Kind::Int:
-    case Kind::UInt:
-    case Kind::Int64:
-    case Kind::Double:
-    case Kind::Date:
-      return 9;
-    case Kind::Float:
-      return 5;
-    case Kind::Bool:
-      return 2;
-    case Kind::NSNull:
-    case Kind::OtherObject:
-    case Kind::Absent:
-      return 1;
-    case Kind::Number:
-      return 21;
-    case Kind::String:
-    case Kind::URL:
-    case Kind::Array:
-    case Kind::Dictionary:
-      break;
-  }
-  return 0;
+  if (kind >= Kind::Number) return kind == Kind::Number ? 21 : 1;
+  return kScalarSizes[static_cast<std::size_t>(kind)];
 }
 
 /// The size of what precedes a text in the flat form.
@@ -227,11 +208,15 @@ class VELTRANO_EXPORT FlatWriter {
   char* begin_;
   char* at_;
   char* end_;
+  int level_;  // how many containers are open around the next value
+  std::uint8_t depth_ = 0;
 
  private:
   void number(const NSNumber& number);
 
   [[noreturn]] static void refuseLength();
+
+  static constexpr std::size_t kShort = 16;
 
   template <class Word>
   static void copyEnds(char* to, std::string_view text);
@@ -245,9 +230,6 @@ class VELTRANO_EXPORT FlatWriter {
     if (static_cast<std::size_t>(end_ - at_) < size) grow(size);
     return std::exchange(at_, at_ + size);
   }
-
-  int level_;  // how many containers are open around the next value
-  std::uint8_t depth_ = 0;
 };
 
 /// Refers to a value that the host passes. Valid until the end of the full expression.
@@ -412,7 +394,7 @@ void FlatWriter::copyEnds(char* to, std::string_view text) {
 
 // Copies short text, of which a call has a dozen, in two moves that may overlap, without a call.
 inline void FlatWriter::copyText(char* to, std::string_view text) {
-  if (text.size() > 16)
+  if (text.size() > kShort)
     std::memcpy(to, text.data(), text.size());
   else if (text.size() >= 8)
     copyEnds<std::uint64_t>(to, text);
@@ -439,16 +421,16 @@ inline char* FlatWriter::putScalar(char* to, Kind kind, std::uint64_t bits) {
   return to + scalarSize(kind);
 }
 
-// Most values are scalars or text: such a value and its key share one bounds check.
+// Calls nothing when key and value are short and there is room, as in most entries.
 inline void FlatWriter::entry(std::string_view key, const Argument& argument) {
-  if (argument.form_ > Argument::Form::text) {
+  const bool isText = argument.form_ == Argument::Form::text;
+  const std::size_t size = isText ? argument.size_ : 0;
+  if (argument.form_ > Argument::Form::text || key.size() > kShort || size > kShort ||
+      static_cast<std::size_t>(end_ - at_) < 2 * (kTextHead + kShort)) {
     text(Kind::String, key);
     return value(argument);
   }
-  const bool isText = argument.form_ == Argument::Form::text;
-  const std::size_t size = isText ? argument.size_ : sizeof argument.bits_;
-  char* to = take(2 * kTextHead + key.size() + size);
-  to = putText(to, Kind::String, key);
+  char* const to = putText(at_, Kind::String, key);
   at_ = isText ? putText(to, argument.kind_, {static_cast<const char*>(argument.object_), size})
                : putScalar(to, argument.kind_, argument.bits_);
 }
