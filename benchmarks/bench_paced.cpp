@@ -50,7 +50,7 @@ Usage usage() {
 }
 
 template <class Call>
-Cost measureOnce(milliseconds pace, int count, Call call) {
+Cost measure(milliseconds pace, int count, Call call) {
   std::vector<double> times;
   const Usage before = usage();
   auto due = bench::Clock::now();
@@ -63,19 +63,6 @@ Cost measureOnce(milliseconds pace, int count, Call call) {
   const double network = (after.network - before.network) / count;
   return {bench::median(times), processor, processor - network,
           static_cast<double>(after.wakeUps - before.wakeUps) / count};
-}
-
-// Each figure is the median of three runs, because other work on the machine costs more than the
-// library.
-template <class Call>
-Cost measure(milliseconds pace, int count, Call call) {
-  Cost runs[3];
-  for (Cost& run : runs) run = measureOnce(pace, count, call);
-  const auto middle = [&](double Cost::*figure) {
-    return bench::median({runs[0].*figure, runs[1].*figure, runs[2].*figure});
-  };
-  return {middle(&Cost::caller), middle(&Cost::processor), middle(&Cost::own),
-          middle(&Cost::wakeUps)};
 }
 
 std::string microseconds(double value) {

@@ -39,11 +39,11 @@ void print(const Row& row) {
 }
 
 void printRatio(const std::string& what, const std::string& measured, const std::string& reference,
-                double ratio, std::optional<double> atMost) {
+                double ratio, std::optional<double> atMost, const std::string& otherGoal) {
   const std::string printed = fmt::format("{:.{}f}", ratio, ratio < 0.1 ? 3 : 2);
   print({what, measured, reference, printed,
          atMost ? goalText(fmt::format("at most {}", *atMost), std::stod(printed) <= *atMost)
-                : "reported"});
+                : otherGoal});
 }
 
 void Turns::add(double time, double reference) {
@@ -53,9 +53,13 @@ void Turns::add(double time, double reference) {
 }
 
 void Turns::print(const std::string& what, const std::string& referenceName,
-                  std::optional<double> atMost) const {
-  printRatio(what, timeText(median(times_)),
-             timeText(median(references_)) + " (" + referenceName + ")", median(ratios_), atMost);
+                  std::optional<double> atMost, std::optional<double> atMostNanoseconds) const {
+  const double time = median(times_);
+  printRatio(what, timeText(time), timeText(median(references_)) + " (" + referenceName + ")",
+             median(ratios_), atMost,
+             atMostNanoseconds
+                 ? goalText("at most " + timeText(*atMostNanoseconds), time <= *atMostNanoseconds)
+                 : "reported");
 }
 
 std::string goalText(const std::string& goal, bool isMet) {

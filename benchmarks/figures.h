@@ -40,9 +40,10 @@ struct Row {
 };
 void print(const Row& row);
 
-/// A row whose goal is a ratio of at most `atMost`; without one, the ratio is only reported.
+/// A row whose goal is a ratio of at most `atMost`; without one, `otherGoal` is printed.
 void printRatio(const std::string& what, const std::string& measured, const std::string& reference,
-                double ratio, std::optional<double> atMost = std::nullopt);
+                double ratio, std::optional<double> atMost = std::nullopt,
+                const std::string& otherGoal = "reported");
 
 /// Times measured alternately with a reference. Ratios are taken of adjacent turns, because
 /// whatever slows the machine down slows both.
@@ -50,9 +51,11 @@ class Turns {
  public:
   void add(double time, double reference);
 
-  /// Prints a row with the medians, in nanoseconds, and the median of the ratios.
+  /// Prints a row with the medians, in nanoseconds, and the median of the ratios. The goal is a
+  /// ratio or a time.
   void print(const std::string& what, const std::string& referenceName,
-             std::optional<double> atMost) const;
+             std::optional<double> atMost,
+             std::optional<double> atMostNanoseconds = std::nullopt) const;
 
  private:
   std::vector<double> times_, references_, ratios_;
