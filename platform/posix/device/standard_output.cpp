@@ -10,37 +10,6 @@
 #include "platform/host_callback.h"
 
 namespace veltrano::internal {
-namespace {
-
-// Blocks SIGPIPE on this thread and consumes one raised meanwhile. Otherwise writing to a pipe
-// without a reader would end the host.
-class WithoutBrokenPipeSignal {
- public:
-  WithoutBrokenPipeSignal() {
-    sigset_t pending;
-    sigpending(&pending);
-    if (sigismember(&pending, SIGPIPE) != 0) return;  // the host's: blocked already and pending
-    sigemptyset(&brokenPipe_);
-    sigaddset(&brokenPipe_, SIGPIPE);
-    isActive_ = pthread_sigmask(SIG_BLOCK, &brokenPipe_, &before_) == 0;
-  }
-  ~WithoutBrokenPipeSignal() {
-    if (!isActive_) return;
-    const timespec now = {};
-    while (sigtimedwait(&brokenPipe_, nullptr, &now) < 0 && errno == EINTR) {
-    }
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-  WithoutBrokenPipeSignal(const WithoutBrokenPipeSignal&) = delete;
-  WithoutBrokenPipeSignal& operator=(const WithoutBrokenPipeSignal&) = delete;
-
- private:
-  bool isActive_ = false;
-  sigset_t brokenPipe_;
-  sigset_t before_;
-};
-
-}  // namespace
 
 void PosixStandardOutput::writeLine(std::string_view line) {
   if (!HostCode::mayRunHere) return;  // the log has been enabled within an outcome
@@ -50,7 +19,21 @@ void PosixStandardOutput::writeLine(std::string_view line) {
   }
   std::string text(line);
   text += '\n';
-  const WithoutBrokenPipeSignal guard;
+  // Blocks SIGPIPE on this thread and consumes one raised meanwhile. Otherwise writing to a pipe
+  // without a reader would end the host.
+  sigset_t brokenPipe, pending, before;
+  sigemptyset(&brokenPipe);
+  sigaddset(&brokenPipe, SIGPIPE);
+  sigpending(&pending);
+  const bool isHosts = sigismember(&pending, SIGPIPE) != 0;  // which blocks it itself then
+  const bool isOurs = !isHosts && pthread_sigmask(SIG_BLOCK, &brokenPipe, &before) == 0;
+  const AtScopeEnd restore{[&] {
+    if (!isOurs) return;
+    const timespec now = {};
+    while (sigtimedwait(&brokenPipe, nullptr, &now) < 0 && errno == EINTR) {
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  }};
   // One call, which locks the stream, so that lines stay whole.
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::fflush(stdout);

@@ -72,7 +72,7 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
   struct Calls {
     std::shared_ptr<Call> first = {};
     Call* last = nullptr;
-    int expected = 0;     // by how many who may add some
+    int expected = 0;     // how many may still add some
     bool isBusy = false;  // a thread is in one of them
 
     std::shared_ptr<Call> takeFirst();

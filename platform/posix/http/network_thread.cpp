@@ -72,7 +72,7 @@ struct NetworkThread::Post final : Call {
 
   std::shared_ptr<NetworkThread> owner;
   Endpoint* endpoint = nullptr;
-  CallThreads::Lanes lanes;  // that expect it
+  CallThreads::Lanes lanes;  // that expect calls for it
   PostRequest request;
   URLSessionCallback callback;
   RetryRules rules;
@@ -125,15 +125,15 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
   if (isStopped_) return;  // nobody would report it
   const std::size_t path = indexOf(endpointPath(request.path()).value_or(EndpointPath::track));
   Endpoint& endpoint = endpoints_[path];
-  Posts added;
   CURLcode failure = CURLE_OK;
   if (isClosed_ || endpoint.unfinished >= kMaxUnfinished) failure = CURLE_NO_CONNECTION_AVAILABLE;
   try {
-    added.push_back(std::make_shared<Post>());
+    while (spare_.size() < 2) spare_.push_back(std::make_shared<Post>());
   } catch (const std::bad_alloc&) {
     failure = CURLE_OUT_OF_MEMORY;
-    added.splice(added.end(), spare_);
   }
+  Posts added;
+  if (!spare_.empty()) added.splice(added.end(), spare_, spare_.begin());
   CallThreads::Lanes lanes;
   lanes.set(CallThreads::lookup);
   lanes.set(CallThreads::preparation + path,
@@ -144,11 +144,6 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
     lock.unlock();
     TransferResult result{{}, {}, CURLE_OUT_OF_MEMORY};
     return callBack(callback, result);
-  }
-  try {
-    if (spare_.empty()) spare_.push_back(std::make_shared<Post>());
-  } catch (const std::bad_alloc&) {
-    // The next shortage finds none.
   }
 
   ++endpoint.unfinished;

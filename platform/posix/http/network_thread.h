@@ -110,7 +110,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   std::optional<WakeUp> wakeUp_ GUARDED_BY(mutex_);
   bool hasOwnDescriptors_ GUARDED_BY(mutex_) = false;
   Posts incoming_ GUARDED_BY(mutex_);
-  Posts spare_ GUARDED_BY(mutex_);  // one post, for when memory runs out
+  Posts spare_ GUARDED_BY(mutex_);  // one post made in advance, for when memory runs out
   std::map<std::string, Name> names_ GUARDED_BY(mutex_);
   RestsByPath rests_ GUARDED_BY(mutex_);
   bool isClosed_ GUARDED_BY(mutex_) = false;
@@ -126,8 +126,8 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   std::string interface_;               // of the default route; empty without one
   std::vector<curl_socket_t> sockets_;  // of its connections
   std::unique_ptr<CURLM, CURLMcode (*)(CURLM*)> multi_{nullptr, curl_multi_cleanup};
-  // False after a failure to connect: it caches the certificate authorities, and keeps one that it
-  // had no memory to read without its key.
+  // False after a failure to connect: the handle caches the certificate authorities, even those
+  // that memory ran out for.
   bool keepsMulti_ = true;
   std::minstd_rand random_;
   bool looksUpHost_;  // in addition to the proxy
