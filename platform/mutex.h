@@ -8,8 +8,8 @@
 #else
 #define VELTRANO_CHECKED_BY_CLANG(attribute)
 #endif
-/// Of a member: used only with this mutex held. Clang checks no local, not even a static one: there
-/// a comment says so.
+/// Of a member: used only with this mutex held. Where Clang cannot check it, of a static local and
+/// of a struct inside of what owns the mutex, a comment says so.
 #define GUARDED_BY(mutex) VELTRANO_CHECKED_BY_CLANG(guarded_by(mutex))
 /// Of a function: called only with this mutex held.
 #define REQUIRES(mutex) VELTRANO_CHECKED_BY_CLANG(requires_capability(mutex))
