@@ -53,18 +53,16 @@ struct ForgetfulNetwork final : ZKURLSessionManager {
 };
 
 TEST(Flushing, AnUploadThatNobodyReportsIsRepeatedWithTheNextEvent) {
-  SimulatedPlatform platform;
   ForgetfulNetwork network;
-  Platform services = platform.services();
-  services.urlSession = &network;
-  Library library(services);
-  library.tracker().track("A", {}, nullptr);
-  platform.timeline.runUntil(std::chrono::seconds(50));
+  Simulation simulation([&](Platform& services) { services.urlSession = &network; });
+  Veltrano& tracker = Veltrano::shared();
+  tracker.track("A");
+  simulation.runUntil(50);
   EXPECT_EQ(network.posts, 1);
-  EXPECT_EQ(library.accounting().statistics().uploadsFailedInTransport, 1U);
-  EXPECT_EQ(library.accounting().statistics().waiting, 1U);
-  library.tracker().track("B", {}, nullptr);
-  platform.timeline.runUntil(std::chrono::seconds(51));
+  EXPECT_EQ(tracker.statistics().uploadsFailedInTransport, 1U);
+  EXPECT_EQ(tracker.statistics().waiting, 1U);
+  tracker.track("B");
+  simulation.runUntil(51);
   EXPECT_EQ(network.posts, 2);
 }
 

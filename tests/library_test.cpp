@@ -60,13 +60,10 @@ TEST(Libraries, EveryFirstUserFindsTheObserversRegistered) {
     std::promise<void> secondIsBack;
     std::atomic<int> observers{0};
   } center;
-  SimulatedPlatform platform;
-  Platform services = platform.services();
-  services.notificationCenter = &center;
-  Library library(services);
-  std::jthread first([&] { library.tracker(); });
+  Simulation simulation([&](Platform& services) { services.notificationCenter = &center; });
+  std::jthread first([] { Veltrano::shared(); });
   center.isRegistering.wait();
-  library.tracker();
+  Veltrano::shared();
   EXPECT_EQ(center.observers, 4);
   center.secondIsBack.set_value();
 }

@@ -3,6 +3,7 @@
 
 #include <rapidjson/document.h>
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,7 +17,8 @@ namespace veltrano::internal {
 /// A library on a simulated platform, and the process's library while this object lives.
 class Simulation {
  public:
-  Simulation();
+  /// `change` replaces some of the platform's services.
+  explicit Simulation(const std::function<void(Platform&)>& change = [](Platform&) {});
   ~Simulation();
   Simulation(const Simulation&) = delete;
   Simulation& operator=(const Simulation&) = delete;
@@ -38,7 +40,7 @@ class Simulation {
   std::vector<bool> outcomes;
 
  private:
-  Library library_{platform.services()};
+  Library library_;
   Library* const replaced_ = Library::exchangeCurrent(&library_);
 };
 
