@@ -1,7 +1,6 @@
 // Code of the host that runs while an event is recorded, and the event of a failed heartbeat.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <new>
 #include <stdexcept>
 
@@ -9,22 +8,6 @@
 
 namespace veltrano::internal {
 namespace {
-
-TEST(Recording, ARefreshHandlerMayUseTheTrackerReplaceItselfAndThrow) {
-  Simulation simulation;
-  auto& tracker = Veltrano::shared();
-  int calls = 0;
-  tracker.setRefreshTriggersWithHandler({{"outer"}}, [&] {
-    tracker.track("inner");
-    tracker.setRefreshTriggersWithHandler({{"inner"}}, [&] { ++calls; });
-    throw 1;
-  });
-  tracker.track("outer");
-  tracker.track("inner");
-  EXPECT_EQ(calls, 1);
-  simulation.settle();
-  EXPECT_EQ(tracker.statistics().recorded, 3U);
-}
 
 // A host's text, which may throw when it is read.
 struct Text {
@@ -56,17 +39,15 @@ struct FailingNetwork final : ZKURLSessionManager {
 };
 
 TEST(Recording, AnyFailureOfAHeartbeatIsRecorded) {
-  SimulatedPlatform platform;
   FailingNetwork network;
-  Platform services = platform.services();
-  services.urlSession = &network;
-  Library library(services);
-  library.tracker().setUserId("u");
-  platform.timeline.runUntil(std::chrono::seconds(2));
-  EXPECT_EQ(library.accounting().statistics().recorded, 1U);
-  platform.timeline.runUntil(std::chrono::seconds(22));
+  Simulation simulation([&](Platform& services) { services.urlSession = &network; });
+  Veltrano& tracker = Veltrano::shared();
+  tracker.setUserId("u");
+  simulation.runUntil(2);
+  EXPECT_EQ(tracker.statistics().recorded, 1U);
+  simulation.runUntil(22);
   EXPECT_EQ(network.heartbeats, 2);
-  EXPECT_EQ(library.accounting().statistics().recorded, 2U);
+  EXPECT_EQ(tracker.statistics().recorded, 2U);
 }
 
 }  // namespace
