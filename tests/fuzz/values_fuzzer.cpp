@@ -410,36 +410,6 @@ void trackInC(bool isTyped, const std::string& name, veltrano_object* map, Fixtu
           "sending an event");
 }
 
-// ---- The comparison ----
-
-struct Comparison {
-  // `call` passes the maps. `level` is the number of containers that count as open around each.
-  template <class Call>
-  void operator()(const char* road, const Map& superProperties, const Map& properties, int level,
-                  Call call) const {
-    Json event = base;
-    for (Json layer : {superProperties.sent, properties.sent}) {
-      cut(layer, level);
-      lay(event, layer);
-    }
-    const auto actual = fixture.sent([&] {
-      call();
-      for (const std::string& key : superProperties.keys)
-        Veltrano::shared().removeSuperProperty(key);
-    });
-    if (isUnsendable(event)) return require(!actual, road, "nothing", actual.value_or(Json()));
-    require(actual.has_value(), road, event);
-    if (!event.contains("time")) event["time"] = actual->at("properties").at("time");
-    const Json expected = {{"event", wellFormed(name)}, {"properties", event}};
-    // Compared as text, which distinguishes integers from real numbers.
-    require(expected.dump() == actual->dump(), road, expected, *actual);
-  }
-
-  Fixture& fixture;
-  const Json& base;  // the properties of every event
-  const std::string& name;
-};
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -456,13 +426,30 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Reader reader(data, size);
   const std::string name = reader.text();
   const Map super = reader.map(), own = reader.map();
-  const Comparison compare{fixture, kBase, name};
+  // `call` passes the maps. `level` is the number of containers that count as open around each.
+  const auto compare = [&](const char* road, int level, const auto& call) {
+    Json event = kBase;
+    for (Json layer : {super.sent, own.sent}) {
+      cut(layer, level);
+      lay(event, layer);
+    }
+    const auto actual = fixture.sent([&] {
+      call();
+      for (const std::string& key : super.keys) tracker.removeSuperProperty(key);
+    });
+    if (isUnsendable(event)) return require(!actual, road, "nothing", actual.value_or(Json()));
+    require(actual.has_value(), road, event);
+    if (!event.contains("time")) event["time"] = actual->at("properties").at("time");
+    const Json expected = {{"event", wellFormed(name)}, {"properties", event}};
+    // Compared as text, which distinguishes integers from real numbers.
+    require(expected.dump() == actual->dump(), road, expected, *actual);
+  };
 
-  compare("own types", super, own, -1, [&] {
+  compare("own types", -1, [&] {
     tracker.setSuperProperties(super.own);
     tracker.track(name, own.own, fixture.completion());
   });
-  compare("C", super, own, 0, [&] {
+  compare("C", 0, [&] {
     require(reader.isTyped ? veltrano_set_super_properties(super.object.get())
                            : send("setSuperPropertiesWithProperties:", {super.object.get()}),
             "setting super properties");
