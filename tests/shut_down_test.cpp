@@ -279,25 +279,16 @@ TEST_F(ShutDown, EndsAtTheEarliestDeadline) {
   });
 }
 
-TEST_F(ShutDown, LetsAHeartbeatEnd) {
-  expectExit([] {
-    Host& it = host([](int) {
-      while (!isSendingNothingMore()) std::this_thread::yield();
-      return answer("200 OK");
-    });
-    std::atomic<int> status{0};
-    it.onTransfer = [&](const TransferReport& report) { status = report.status; };
-    beat();
-    expect(it.shutDown(), "it was complete");
-    expect(status == 200, "the heartbeat arrived");
-  });
-}
-
 TEST_F(ShutDown, IsForAnyThreadButNoCallback) {
   expectExit([] {
-    Host& it = host();
-    std::atomic<int> refusals{0}, answers{0};
+    Host& it = host([](int number) {
+      while (number == 1 && !isSendingNothingMore()) std::this_thread::yield();
+      return answer("200 OK");
+    });
+    std::atomic<int> refusals{0}, answers{0}, arrived{0};
+    it.onTransfer = [&](const TransferReport& report) { arrived += report.status == 200; };
     it.onLine = [&](std::string_view) { refusals += it.shutDown() ? 100'000 : 1; };
+    beat();  // which may end
     auto& tracker = Veltrano::shared();
     const auto refuse = [&] { refusals += it.shutDown() ? 100'000 : 1; };
     tracker.setRefreshTriggersWithHandler({{"E"}}, refuse);
@@ -315,6 +306,7 @@ TEST_F(ShutDown, IsForAnyThreadButNoCallback) {
     }
     expect(refusals > 3 && refusals < 100'000, "callbacks were refused");
     expect(answers == 4, "all threads got the answer");
+    expect(arrived == 2, "the upload and the heartbeat arrived");
   });
 }
 
