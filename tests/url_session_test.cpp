@@ -307,7 +307,7 @@ TEST(URLSession, LeavesAProxyThatRefusesAtOnce) {
 }
 
 TEST(URLSession, DecidesByTheStatusAndNeverRepeatsWhatWasCutOff) {
-  const std::string oneMiB(1 << 20, 'x');
+  const std::string oneMiB(1 << 20, 'x'), more = oneMiB + "x";
   const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nx\r\n";
   const struct {
     TLSReply reply;
@@ -319,11 +319,8 @@ TEST(URLSession, DecidesByTheStatusAndNeverRepeatsWhatWasCutOff) {
       {{.bytes = "HTTP/1.1 200 OK\r\nContent-Le", .endsConnection = true}, 0},
       {{.bytes = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf", .endsConnection = true}, 200},
       {{.bytes = "HTTP/1.1 400 No\r\nContent-Length: 10\r\n\r\nhalf", .endsConnection = true}, 400},
-      {answer("200 OK", oneMiB + "x"), 200, false, true},
-      {{.bytes = "HTTP/1.0 200 OK\r\n\r\n" + oneMiB + "x", .endsConnection = true},
-       200,
-       false,
-       true},
+      {answer("200 OK", more), 200, false, true},
+      {{.bytes = "HTTP/1.0 200 OK\r\n\r\n" + more, .endsConnection = true}, 200, false, true},
       {{.bytes = "HTTP/1.1 200 OK\r\n", .endless = "More: and more\r\n"}, 0, true},
       {answer("200 OK", "{}", "More: " + std::string(70'000, 'x') + "\r\n"), 0, true},
       {{.bytes = "HTTP/1.1 200 OK\r\n", .endless = std::string(1 << 14, 'x')}, 0, true},
