@@ -92,9 +92,12 @@ class Ending : public testing::TestWithParam<const char*> {};
 
 TEST_P(Ending, IsAtOnceAndTheHostsOwn) {
   std::vector<std::future<double>> lengths;
+  static int number = 0;  // goes on, so each state has other endings
   for (const char* ending : {"return", "exit", "_exit", "quick_exit", "signal", "thread",
                              "main thread", "destructor", "fork"})
-    lengths.push_back(std::async(std::launch::async, [=] { return runHost(GetParam(), ending); }));
+    if (++number % VELTRANO_STRIDE == 0)
+      lengths.push_back(
+          std::async(std::launch::async, [=] { return runHost(GetParam(), ending); }));
   double longest = 0;
   for (auto& length : lengths) longest = std::max(longest, length.get());
   RecordProperty("milliseconds", std::to_string(longest));

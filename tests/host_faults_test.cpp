@@ -88,7 +88,7 @@ class HostFaults : public testing::Test {
 
 TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
   constexpr int kThreads = 16;
-  constexpr int kCallsPerThread = 100'000 / kThreads;
+  constexpr int kCallsPerThread = 100'000 / kThreads / VELTRANO_STRIDE;
   auto& tracker = Veltrano::shared();
   // A handler may use the tracker, replace itself and throw.
   tracker.setRefreshTriggersWithHandler({{"trigger"}}, [&] {

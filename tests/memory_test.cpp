@@ -88,7 +88,7 @@ int shutDownWithout(int first, int count) {
 void failEachAllocation(int (*work)(int first, int count)) {
   for (const int count : {1, 3}) {
     int status = 0;
-    for (int first = 0; status == 0; first += VELTRANO_STRIDE) {
+    for (int first = 0; status == 0; first += count * VELTRANO_STRIDE) {
       const pid_t child = fork();
       if (child == 0) {
         alarm(30);
@@ -168,7 +168,7 @@ TEST(MemoryTest, WhicheverAllocationFailsTheRestGoesOn) {
   for (const auto& [count, logs] : rounds) {
     Veltrano::isLoggerEnabled = logs;
     bool hasFailed = true;
-    for (int first = 0; hasFailed && !HasFailure(); ++first) {
+    for (int first = 0; hasFailed && !HasFailure(); first += VELTRANO_STRIDE) {
       std::latch isOver(1);
       auto whenOver = std::shared_ptr<void>(nullptr, [&](void*) { isOver.count_down(); });
       Veltrano::FlushCompletion completion = [whenOver = std::move(whenOver)](bool) {};

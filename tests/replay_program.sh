@@ -26,10 +26,8 @@ ends 2 "$malformed" play "${steps[@]}" '{}'
 ends 2 'the scenario cannot be read' "$program" /
 ends 2 'cannot read the standard input' playFolder
 ends 1 'the trace cannot be written' playToFull "${steps[@]}"
-for interval in 1e-9 0.000001; do
-  ends 3 'the scenario runs away: too much happens after one step' play "{\"op\":\"configure\",\"defaults\":{\"kelvora_heartbeat_interval\":$interval}}" \
-    '{"op":"setUserId","id":"u"}'
-done
+ends 3 'the scenario runs away: too much happens after one step' play \
+  '{"op":"configure","defaults":{"kelvora_heartbeat_interval":1e-9}}' '{"op":"setUserId","id":"u"}'
 
 # Live scenarios are limited.
 live() {

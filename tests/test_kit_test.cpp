@@ -675,7 +675,7 @@ TEST(Threads, TrackWhileTheWorldGoesOnAndItsTraceKeepsToTheLaws) {
   std::vector<std::jthread> threads;
   for (int i = 0; i < 3; ++i)
     threads.emplace_back([&, i] {
-      for (; !isOver && tracked < 20'000; ++tracked) {  // without a pause
+      for (; !isOver && tracked < 20'000 / VELTRANO_STRIDE; ++tracked) {  // without a pause
         Veltrano::shared().track("E" + std::to_string(tracked), {{"thread", i}});
         if (tracked % 50 == 0) Veltrano::shared().setSuperProperties({{"thread", i}});
       }
