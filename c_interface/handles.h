@@ -26,16 +26,16 @@ struct veltrano_object {
   explicit veltrano_object(std::in_place_type_t<Alternative> alternative, Arguments&&... arguments)
       : content(alternative, std::forward<Arguments>(arguments)...) {}
 
-  Content content;
-
 #ifndef NDEBUG
   ~veltrano_object() {
     mark = 0;
   }
 
   static constexpr unsigned kMark = 0x56656c74;
-  volatile unsigned mark = kMark;
+  volatile unsigned mark = kMark;  // first: what is no handle may be shorter than one
 #endif
+
+  Content content;
 };
 
 namespace veltrano::internal {

@@ -102,7 +102,7 @@ std::string inheritedDescriptors() {
 
 TEST(NetworkFaults, DescriptorsAreNeitherInheritedNorKept) {
 #ifdef VELTRANO_SANITIZED
-  GTEST_SKIP() << "ThreadSanitizer knows one descriptor table only.";
+  GTEST_SKIP() << "Sanitizers know one descriptor table only.";
 #endif
   if (VELTRANO_PORTABLE) GTEST_SKIP() << "POSIX knows one descriptor table only.";
   std::binary_semaphore hasCome(0);
