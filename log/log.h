@@ -41,10 +41,11 @@ class Log {
   const std::atomic<bool>& enabled() const { return isEnabled_; }
 
   /// Writes one line: the library's name, the time of day and the rendered `pieces`. The line is
-  /// dropped when memory runs out. Costs one load while the log is disabled.
+  /// dropped when memory runs out, or where the host's code may not run: in an outcome that began
+  /// while the log was disabled. Costs one load while the log is disabled.
   template <class... Pieces>
   void operator()(const Pieces&... pieces) const {
-    if (!isEnabled()) return;
+    if (!isEnabled() || !HostCode::mayRunHere) return;
     dropExceptions([&] {
       std::string message;
       (render(message, pieces), ...);

@@ -171,7 +171,7 @@ TEST(NetworkFaults, CodeOfTheHostThatBlocksHoldsUpNothingElse) {
     if (used != nullptr && report.path == heartbeat.path()) post(*used, upload);
   };
   PosixURLSession session(options);
-  EXPECT_EQ(post(session, upload).status(), 200);  // gets its own endpoint
+  EXPECT_EQ(post(session, upload).status(), 200);  // connects
 
   // A callback that waits for another upload, and until the next heartbeat is sent. Whichever
   // thread it is on has the host's descriptors.

@@ -26,24 +26,22 @@ bool CallThreads::start() {
 }
 
 bool CallThreads::expect(Lanes lanes) {
-  {
-    const Lock lock(mutex_);
-    for (std::size_t i = 0; i < laneCount; ++i) lanes_[i].expected += lanes[i];
-    startThreadIfNeeded();
-    if (threads_ > 0) return true;
-  }
-  stopExpecting(lanes);
-  return false;
+  const Lock lock(mutex_);
+  changeExpected(lanes, 1);
+  startThreadIfNeeded();
+  if (threads_ == 0) changeExpected(lanes, -1);
+  return threads_ > 0;
 }
 
 void CallThreads::stopExpecting(Lanes lanes) {
   const Lock lock(mutex_);
-  for (std::size_t i = 0; i < laneCount; ++i) lanes_[i].expected -= lanes[i];
+  changeExpected(lanes, -1);
 }
 
-void CallThreads::add(std::size_t lane, std::shared_ptr<Call> call) {
+void CallThreads::add(std::size_t lane, std::shared_ptr<Call> call, Lanes noLongerExpected) {
   const Lock lock(mutex_);
   if (isOver_) return;
+  changeExpected(noLongerExpected, -1);
   Calls& calls = lanes_[lane];
   Call* const added = call.get();
   (calls.first == nullptr ? calls.first : calls.last->next_) = std::move(call);
@@ -65,6 +63,10 @@ void CallThreads::shutDown(std::chrono::steady_clock::time_point deadline) {
       lock.lock();
     }
   }
+}
+
+void CallThreads::changeExpected(Lanes lanes, int by) {
+  for (std::size_t i = 0; i < laneCount; ++i) lanes_[i].expected += by * lanes[i];
 }
 
 bool CallThreads::startThread() {

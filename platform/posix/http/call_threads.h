@@ -39,8 +39,8 @@ std::shared_ptr<Call> makeCall(Function function) {
 ///
 /// At rest there is one thread. As long as a lane that no thread is busy with has or expects a
 /// call, one thread is free to take it: whichever thread expects or takes a call starts another if
-/// it has to. So there are never more threads than lanes that have or expect calls, or one. A free
-/// thread that is not needed ends. Thread-safe.
+/// it has to. So there are never more threads than lanes have had or expected calls at a time, or
+/// one. A free thread ends when another is free. Thread-safe.
 class CallThreads : public std::enable_shared_from_this<CallThreads> {
  public:
   /// Lookups share a lane: what waits for one that is stuck would need its answer, too. The others
@@ -62,8 +62,9 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
   bool expect(Lanes lanes);
   void stopExpecting(Lanes lanes);
 
-  /// Runs `call` on one of the threads, later. Drops it after `shutDown`.
-  void add(std::size_t lane, std::shared_ptr<Call> call);
+  /// Runs `call` on one of the threads, later. Drops it after `shutDown`. The thread that is free for
+  /// an expected call stays so until this one has it.
+  void add(std::size_t lane, std::shared_ptr<Call> call, Lanes noLongerExpected = {});
 
   /// Lets the threads end once the lanes are empty, and waits for that until `deadline`. Drops the
   /// calls that have not started by then.
@@ -78,6 +79,7 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
 
     std::shared_ptr<Call> takeFirst();
   };
+  void changeExpected(Lanes lanes, int by) REQUIRES(mutex_);
   bool startThread() REQUIRES(mutex_);
   void startThreadIfNeeded() REQUIRES(mutex_);
   void serve();

@@ -135,10 +135,13 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
   Posts added;
   if (!spare_.empty()) added.splice(added.end(), spare_, spare_.begin());
   CallThreads::Lanes lanes;
-  lanes.set(CallThreads::lookup);
-  lanes.set(CallThreads::preparation + path,
-            request.interceptor != nullptr && options_.interceptorsMayBlock);
-  lanes.set(CallThreads::outcome + path, failure != CURLE_OK || callsHost(request));
+  lanes.set(CallThreads::outcome + path, failure != CURLE_OK || options_.onTransfer ||
+                                             request.callsHost == nullptr || *request.callsHost);
+  if (failure == CURLE_OK) {
+    lanes.set(CallThreads::lookup);
+    lanes.set(CallThreads::preparation + path,
+              request.interceptor != nullptr && options_.interceptorsMayBlock);
+  }
   if (added.empty() || !calls_->expect(lanes)) {
     // Without memory or a thread, the callback cannot be deferred.
     lock.unlock();
@@ -535,17 +538,13 @@ void NetworkThread::endAttempt(Endpoint& endpoint, Post& post, TransferResult re
   endpoint.posts.erase(its);
 }
 
-// An outcome that calls the host finds a free thread. Only if the log has been enabled since the
-// post, it may have to wait while a lookup and an outcome of the other path are stuck.
+// Whether an outcome may call the host was decided when its thread was expected.
 void NetworkThread::end(std::shared_ptr<Post> post) {
-  calls_->stopExpecting(post->lanes);
-  if (!callsHost(post->request)) return post->run();
+  const CallThreads::Lanes lanes = post->lanes;
   const std::size_t lane = CallThreads::outcome + indexOf(post->endpoint->path);
-  calls_->add(lane, std::move(post));
-}
-
-bool NetworkThread::callsHost(const PostRequest& request) const {
-  return options_.onTransfer || request.callsHost == nullptr || *request.callsHost;
+  if (lanes[lane]) return calls_->add(lane, std::move(post), lanes);
+  calls_->stopExpecting(lanes);
+  post->run();
 }
 
 // Reports an attempt, if the host wants that.
