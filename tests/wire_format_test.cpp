@@ -4,9 +4,8 @@
 #include <fstream>
 
 #include "encoding/base64.h"
-#include "platform/simulated/simulated_platform.h"
 #include "tests/support/posting.h"
-#include "tracker/library.h"
+#include "tests/support/simulation.h"
 
 namespace veltrano::internal {
 namespace {
@@ -36,21 +35,16 @@ struct Token final : SessionTokenProvider {
 };
 
 TEST(WireFormat, IsDocumentedByteByByte) {
-  SimulatedPlatform platform;
-  platform.bundles.mainInfo =
+  Token token;
+  Simulation simulation([&](Platform& services) { services.sessionTokenProvider = &token; });
+  simulation.platform.bundles.mainInfo =
       HostMap{{"CFBundleShortVersionString", "2.4"}, {"CFBundleVersion", "241"}};
   std::vector<PostRequest> posts;
-  platform.network.onPost = [&](const PostRequest& request) { posts.push_back(request); };
-  Token token;
-  Platform services = platform.services();
-  services.sessionTokenProvider = &token;
-  Library library(services);
-  Library* const replaced = Library::exchangeCurrent(&library);
+  simulation.platform.network.onPost = [&](const auto& request) { posts.push_back(request); };
   Veltrano::shared().setAppId("shop");
   Veltrano::shared().setUserId("user 17");
   Veltrano::shared().track("Bought", {{"plan", "pro"}, {"items", 3}});
-  platform.timeline.runUntil(std::chrono::milliseconds(20500));  // both have been answered
-  Library::exchangeCurrent(replaced);
+  simulation.runUntil(20.5);  // both have been answered
   ASSERT_EQ(posts.size(), 2U);
 
   // The POSIX platform puts the requests on the wire.
@@ -64,9 +58,9 @@ TEST(WireFormat, IsDocumentedByteByByte) {
   const std::size_t order[] = {1, 0};  // the heartbeat comes first
   for (std::size_t i = 0; i < 2; ++i) {
     PostRequest request = posts.at(order[i]);
-    request.baseURL = without(request.baseURL, services.collectionHost, local);
+    request.baseURL = without(request.baseURL, kSimulatedCollectionHost, local);
     post(session, request);
-    const std::string sent = without(server.requests().at(i), local, services.collectionHost);
+    const std::string sent = without(server.requests().at(i), local, kSimulatedCollectionHost);
     EXPECT_EQ(without(sent, "\r\n", "\n") + "\n", requests[i]);
     EXPECT_EQ(decodedBase64(sent.substr(sent.rfind("data=") + 5)),
               without(without(bodies[i], "\n"), "  "));
