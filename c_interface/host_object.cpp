@@ -37,9 +37,9 @@ detail::Argument Object::argument() const {
 
 void MutableCollection::set(std::string_view key, const detail::Argument& value) {
   if (FlatAccess::isContainer(value)) return add({key, value});
-  const auto whole = contents_.reopen();
+  const auto whole = open();
   contents_.entry(key, value);
-  close(whole);
+  contents_.close(whole);
 }
 
 void MutableCollection::set(const Object& key, const detail::Argument& value) {
@@ -51,18 +51,20 @@ void MutableCollection::set(const Object& key, const detail::Argument& value) {
 void MutableCollection::add(std::initializer_list<detail::Argument> values) {
   FlatBuffer copies(1);
   for (const auto& value : values) copies.value(value);
-  const auto whole = contents_.reopen();
+  const auto whole = open();
   for (const FlatView copy : FlatContents(copies.bytes())) contents_.flat(copy.data());
-  close(whole);
+  contents_.close(whole);
 }
 
-void MutableCollection::close(FlatWriter::Container whole) {
-  contents_.close(whole);
-  if (!isUntidy(contents_.bytes().size(), sizeWhenTidy_)) return;
-  FlatBuffer tidy;
-  FlatCopier().normalise(tidy, view());
-  contents_.assign(tidy);
-  sizeWhenTidy_ = contents_.bytes().size();
+// Tidies up now: once an entry has been added, nothing may fail.
+FlatWriter::Container MutableCollection::open() {
+  if (kind() == Kind::Dictionary && isUntidy(contents_.bytes().size(), sizeWhenTidy_)) {
+    FlatBuffer tidy;
+    FlatCopier().normalise(tidy, view());
+    contents_.assign(tidy);
+    sizeWhenTidy_ = contents_.bytes().size();
+  }
+  return contents_.reopen();
 }
 
 std::optional<HostMapView> MutableCollection::properties() const {

@@ -87,7 +87,7 @@ class MutableCollection {
  private:
   FlatView view() const { return FlatView(contents_.bytes().data()); }
   void add(std::initializer_list<detail::Argument> values);
-  void close(FlatWriter::Container whole);
+  FlatWriter::Container open();
 
   FlatBuffer contents_;  // may still hold replaced values
   std::size_t sizeWhenTidy_ = 0;

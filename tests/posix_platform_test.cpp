@@ -258,6 +258,19 @@ TEST(UserDefaultsTest, SurviveInATextFile) {
   EXPECT_EQ(std::distance(fs::directory_iterator(fs::path(path).parent_path()), {}), 1);
 }
 
+TEST(UserDefaultsTest, ConcurrentWritersLeaveTheLastValue) {
+  const Directory directory;
+  PosixUserDefaults defaults(directory / "settings");
+  std::vector<std::jthread> writers;
+  for (const char* key : {"a", "b", "c", "d"})
+    writers.emplace_back([&, key] {
+      for (int i = 1; i <= 20; ++i) defaults.setDouble(i, key);
+    });
+  writers.clear();
+  PosixUserDefaults read(directory / "settings");
+  for (const char* key : {"a", "b", "c", "d"}) EXPECT_EQ(read.doubleForKey(key), 20);
+}
+
 TEST(UserDefaultsTest, ADamagedFileIsSetAsideWhenItIsReplaced) {
   const Directory directory;
   for (const std::string text : {"n 9", "n 9\n\n", "n\n", " 9\n", "n 9x\n", "bplist00\x01\x02",

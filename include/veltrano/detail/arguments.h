@@ -57,6 +57,7 @@ enum class Kind : std::uint8_t {
 
 /// The sizes of the members that are scalars in the flat form, from String to Dictionary.
 inline constexpr std::uint8_t kScalarSizes[] = {0, 9, 9, 9, 9, 5, 2, 9, 0, 1, 0, 0};
+static_assert(std::size(kScalarSizes) == static_cast<std::size_t>(Kind::Dictionary) + 1);
 
 /// The size of a scalar in the flat form.
 constexpr std::size_t scalarSize(Kind kind) {

@@ -62,8 +62,8 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
   bool expect(Lanes lanes);
   void stopExpecting(Lanes lanes);
 
-  /// Runs `call` on one of the threads, later. Drops it after `shutDown`. The thread that is free for
-  /// an expected call stays so until this one has it.
+  /// Runs `call` on one of the threads, later. Drops it after `shutDown`. The thread that is free
+  /// for an expected call stays so until this one has it.
   void add(std::size_t lane, std::shared_ptr<Call> call, Lanes noLongerExpected = {});
 
   /// Lets the threads end once the lanes are empty, and waits for that until `deadline`. Drops the
