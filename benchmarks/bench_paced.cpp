@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <string>
@@ -91,7 +92,7 @@ int main(int argc, char** argv) {
              slow.wakeUps, 0.3, "at most 0.3, uploads aside");
   const double own = slow.own - slowReference.processor;
   printLimit("the same: processor time an event, uploads and the reference's aside",
-             own > 0 ? microseconds(own) : "too little to measure", own, 40, "at most 40 µs");
+             microseconds(std::max(own, 0.0)), own, 40, "at most 40 µs");
   const Cost steady = measure(milliseconds(20), 500, bench::trackWithProperties);
   printLimit("one call every 20 ms: processor time an event in all", microseconds(steady.processor),
              steady.processor, 150, "at most 150 µs");

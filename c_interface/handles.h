@@ -32,7 +32,7 @@ struct veltrano_object {
   }
 
   static constexpr unsigned kMark = 0x56656c74;
-  volatile unsigned mark = kMark;  // first: what is no handle may be shorter than one
+  volatile unsigned mark = kMark;  // first, because what is not a handle may be smaller
 #endif
 
   Content content;

@@ -36,7 +36,7 @@ detail::Argument Object::argument() const {
 }
 
 void MutableCollection::set(std::string_view key, const detail::Argument& value) {
-  if (FlatAccess::isContainer(value)) return add({key, value});
+  if (FlatAccess::mayLieInCollection(value)) return add({key, value});
   const auto whole = open();
   contents_.entry(key, value);
   contents_.close(whole);

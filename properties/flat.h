@@ -177,7 +177,10 @@ struct FlatAccess {
     argument.object_ = value.data();
     return argument;
   }
-  static bool isContainer(const Argument& given) { return given.form_ > Argument::Form::number; }
+  /// Whether the value may lie in a collection, which moves as it grows.
+  static bool mayLieInCollection(const Argument& given) {
+    return given.form_ > Argument::Form::number;
+  }
   static Date date(internal::FlatView value) {
     return Date(std::chrono::microseconds(value.integer()));
   }

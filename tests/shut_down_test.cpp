@@ -288,7 +288,7 @@ TEST_F(ShutDown, IsForAnyThreadButNoCallback) {
     std::atomic<int> refusals{0}, answers{0}, arrived{0};
     it.onTransfer = [&](const TransferReport& report) { arrived += report.status == 200; };
     it.onLine = [&](std::string_view) { refusals += it.shutDown() ? 100'000 : 1; };
-    beat();  // which may end
+    beat();  // the shutdown lets it end
     auto& tracker = Veltrano::shared();
     const auto refuse = [&] { refusals += it.shutDown() ? 100'000 : 1; };
     tracker.setRefreshTriggersWithHandler({{"E"}}, refuse);

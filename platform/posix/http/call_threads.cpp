@@ -40,8 +40,8 @@ void CallThreads::stopExpecting(Lanes lanes) {
 
 void CallThreads::add(std::size_t lane, std::shared_ptr<Call> call, Lanes noLongerExpected) {
   const Lock lock(mutex_);
-  if (isOver_) return;
   changeExpected(noLongerExpected, -1);
+  if (isOver_) return;
   Calls& calls = lanes_[lane];
   Call* const added = call.get();
   (calls.first == nullptr ? calls.first : calls.last->next_) = std::move(call);

@@ -39,8 +39,8 @@ std::shared_ptr<Call> makeCall(Function function) {
 ///
 /// At rest there is one thread. As long as a lane that no thread is busy with has or expects a
 /// call, one thread is free to take it: whichever thread expects or takes a call starts another if
-/// it has to. So there are never more threads than lanes have had or expected calls at a time, or
-/// one. A free thread ends when another is free. Thread-safe.
+/// it has to. So there are at most as many threads as lanes have or expect calls at one time, but
+/// at least one. A free thread ends when another is free. Thread-safe.
 class CallThreads : public std::enable_shared_from_this<CallThreads> {
  public:
   /// Lookups share a lane: what waits for one that is stuck would need its answer, too. The others
