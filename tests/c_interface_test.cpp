@@ -207,6 +207,7 @@ TEST_F(CInterface, StatisticsFillWhatTheHostHasRoomFor) {
     ASSERT_TRUE(veltrano_get_statistics(&all));
   } while (all.recorded == 0);
   EXPECT_EQ(all.recorded, all.waiting + all.in_flight);
+  EXPECT_EQ(all.size, sizeof all);
   veltrano_statistics older = {};
   older.size = offsetof(veltrano_statistics, waiting);
   EXPECT_TRUE(veltrano_get_statistics(&older));
