@@ -42,8 +42,8 @@ class Log {
 
   /// Writes one line: the library's name, the time of day and the rendered `pieces`. The line is
   /// dropped when memory runs out, and on the thread that drives the transfers, where the host's
-  /// code may not run: an outcome runs there if its request began while the log was disabled. Costs
-  /// one load while the log is disabled.
+  /// code may not run: an outcome runs there if it began while the log was disabled. Costs one load
+  /// while the log is disabled.
   template <class... Pieces>
   void operator()(const Pieces&... pieces) const {
     if (!isEnabled() || !HostCode::mayRunHere) return;

@@ -43,9 +43,8 @@ class VELTRANO_EXPORT Veltrano {
   static Veltrano& shared();
 
   /// Whether diagnostic lines are written, to the standard output unless the platform has a log
-  /// sink. May be changed at any time; an upload that has begun before does not log its outcome.
-  /// They hold names of events and triggers, the identifiers that are set and the value of a super
-  /// property that is removed.
+  /// sink. May be changed at any time. They hold names of events and triggers, the identifiers that
+  /// are set and the value of a super property that is removed.
   static std::atomic<bool> isLoggerEnabled;
 
   /// Identifies the user; an empty id is ignored. The first id also starts the session heartbeat,

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/host_callback.h"
 #include "platform/posix/http/url_session.h"
 #include "tests/support/tls_server.h"
 
@@ -17,6 +18,7 @@ struct Outcome {
   std::optional<std::string> data;
   std::optional<URLResponse> response;
   std::optional<TransportError> error;
+  bool mayCallHost = HostCode::mayRunHere;
 
   int status() const { return response ? response->httpStatusCode.value_or(0) : 0; }
   bool isTransportError() const { return error && !error->reason.empty() && !data && !response; }

@@ -135,8 +135,7 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
   Posts added;
   if (!spare_.empty()) added.splice(added.end(), spare_, spare_.begin());
   CallThreads::Lanes lanes;
-  lanes.set(CallThreads::outcome + path, failure != CURLE_OK || options_.onTransfer ||
-                                             request.callsHost == nullptr || *request.callsHost);
+  lanes.set(CallThreads::outcome + path, failure != CURLE_OK || callsHost(request));
   if (failure == CURLE_OK) {
     lanes.set(CallThreads::lookup);
     lanes.set(CallThreads::preparation + path,
@@ -538,13 +537,18 @@ void NetworkThread::endAttempt(Endpoint& endpoint, Post& post, TransferResult re
   endpoint.posts.erase(its);
 }
 
-// Whether an outcome may call the host was decided when its thread was expected.
+// A thread is free for what calls the host. Only if the log was enabled after the request began,
+// its outcome may have to wait while a lookup and an outcome of the other path are stuck.
 void NetworkThread::end(std::shared_ptr<Post> post) {
   const CallThreads::Lanes lanes = post->lanes;
   const std::size_t lane = CallThreads::outcome + indexOf(post->endpoint->path);
-  if (lanes[lane]) return calls_->add(lane, std::move(post), lanes);
+  if (callsHost(post->request)) return calls_->add(lane, std::move(post), lanes);
   calls_->stopExpecting(lanes);
   post->run();
+}
+
+bool NetworkThread::callsHost(const PostRequest& request) const {
+  return options_.onTransfer || request.callsHost == nullptr || *request.callsHost;
 }
 
 // Reports an attempt, if the host wants that.

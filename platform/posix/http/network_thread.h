@@ -95,6 +95,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   TransferResult endTransfer(Endpoint& endpoint, CURLcode code) noexcept;
   void endAttempt(Endpoint& endpoint, Post& post, TransferResult result);
   void end(std::shared_ptr<Post> post);
+  bool callsHost(const PostRequest& request) const;
   void report(const Endpoint& endpoint, const Post& post, const TransferResult& result,
               bool willRetry, const std::optional<Rest>& rest);
 
