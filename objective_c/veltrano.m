@@ -77,6 +77,16 @@ static void sendMessage(const char* selector, size_t count, id first, id second,
   }
 }
 
+// Define the method that only calls the operation of the same name, without or with an argument.
+#define OPERATION(NAME)                    \
+  -(void)NAME {                            \
+    sendMessage(#NAME, 0, nil, nil, NULL); \
+  }
+#define OPERATION_WITH(NAME, TYPE)                  \
+  -(void)NAME : (TYPE)argument {                    \
+    sendMessage(#NAME ":", 1, argument, nil, NULL); \
+  }
+
 static Veltrano* theInstance;
 
 // Blocks have type id here: GNUstep aborts in methodSignatureForSelector: when it reads the
@@ -94,25 +104,11 @@ static Veltrano* theInstance;
   return theInstance;
 }
 
-- (void)setUserId:(NSString*)userId {
-  sendMessage("setUserId:", 1, userId, nil, NULL);
-}
-
-- (void)setAppId:(NSString*)appId {
-  sendMessage("setAppId:", 1, appId, nil, NULL);
-}
-
-- (void)setIdfa {
-  sendMessage("setIdfa", 0, nil, nil, NULL);
-}
-
-- (void)setLibVersion:(NSString*)version {
-  sendMessage("setLibVersion:", 1, version, nil, NULL);
-}
-
-- (void)setPublisherUid:(NSString*)uid {
-  sendMessage("setPublisherUid:", 1, uid, nil, NULL);
-}
+OPERATION_WITH(setUserId, NSString*)
+OPERATION_WITH(setAppId, NSString*)
+OPERATION(setIdfa)
+OPERATION_WITH(setLibVersion, NSString*)
+OPERATION_WITH(setPublisherUid, NSString*)
 
 - (void)trackWithEventName:(NSString*)eventName eventProperties:(NSDictionary*)eventProperties {
   sendMessage("trackWithEventName:eventProperties:", 2, eventName, eventProperties, NULL);
@@ -128,13 +124,8 @@ static Veltrano* theInstance;
               eventProperties, block);
 }
 
-- (void)setSuperPropertiesWithProperties:(NSDictionary*)properties {
-  sendMessage("setSuperPropertiesWithProperties:", 1, properties, nil, NULL);
-}
-
-- (void)removeSuperPropertyWithKey:(NSString*)key {
-  sendMessage("removeSuperPropertyWithKey:", 1, key, nil, NULL);
-}
+OPERATION_WITH(setSuperPropertiesWithProperties, NSDictionary*)
+OPERATION_WITH(removeSuperPropertyWithKey, NSString*)
 
 - (void)setRefreshTriggersWithHandlerWithTriggers:(NSArray*)triggers handler:(id)handler {
   veltrano_object* block = NULL;
@@ -156,25 +147,11 @@ static Veltrano* theInstance;
 
 // Reached by selector only.
 
-- (void)handleWillEnterForeground {
-  sendMessage("handleWillEnterForeground", 0, nil, nil, NULL);
-}
-
-- (void)handleDidEnterBackground {
-  sendMessage("handleDidEnterBackground", 0, nil, nil, NULL);
-}
-
-- (void)handleDidChangeStatusBarOrientation {
-  sendMessage("handleDidChangeStatusBarOrientation", 0, nil, nil, NULL);
-}
-
-- (void)handleDidChangeDeviceOrientation {
-  sendMessage("handleDidChangeDeviceOrientation", 0, nil, nil, NULL);
-}
-
-- (void)setScreenOrientation {
-  sendMessage("setScreenOrientation", 0, nil, nil, NULL);
-}
+OPERATION(handleWillEnterForeground)
+OPERATION(handleDidEnterBackground)
+OPERATION(handleDidChangeStatusBarOrientation)
+OPERATION(handleDidChangeDeviceOrientation)
+OPERATION(setScreenOrientation)
 
 // Key-value coding would otherwise call setUserId: for "userId". These methods are all that the
 // others end in; GNUstep still has the deprecated ones.
