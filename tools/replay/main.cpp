@@ -72,7 +72,8 @@ int main(int argc, char** argv) {
   try {
     if (*host) replay::runLive(readFile(path, replay::Mode::live), live, writeAtOnce, bodies);
     const replay::Scenario scenario = readFile(path, replay::Mode::simulated);
-    if (replay::SimulatedPlayer(writeLine, bodies).play(scenario)) end(0);
+    auto& player = *new replay::SimulatedPlayer(writeLine, bodies);
+    if (player.play(scenario)) end(0);
     std::cerr << "the scenario runs away: too much happens after one step\n";
     end(kRunaway);
   } catch (const std::runtime_error& error) {

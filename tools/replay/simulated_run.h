@@ -1,14 +1,14 @@
 #pragma once
 
-#include <memory>
-
+#include "platform/simulated/simulated_platform.h"
 #include "tools/replay/scenario.h"
+#include "tracker/library.h"
 
 namespace replay {
 
 /// Plays scenarios in virtual time, with a library on the simulated platform. Installs it as the
-/// process's library for good.
-class SimulatedPlayer {
+/// process's library for good, so it is never destroyed.
+class SimulatedPlayer final : private Environment {
  public:
   /// Passes the lines of the trace to `write`.
   SimulatedPlayer(const Trace::Write& write, Bodies bodies);
@@ -18,9 +18,23 @@ class SimulatedPlayer {
   bool play(const Scenario& scenario);
 
  private:
-  class SimulatedEnvironment;
+  Trace& trace() override { return trace_; }
+  void change(const veltrano::internal::DeviceChange& change) override {
+    platform_.device.change(change);
+  }
+  void postNotification(const std::string& name) override {
+    platform_.notificationCenter.post(name);
+  }
+  void setAnswer(const std::string& path,
+                 const veltrano::internal::SimulatedAnswer& answer) override {
+    platform_.network.answers[path] = answer;
+  }
+  void jumpClock(veltrano::internal::Duration distance) override { platform_.clock.jump(distance); }
+  void runWithoutRunLoop(const std::function<void()>& action) override;
 
-  SimulatedEnvironment& environment_;
+  veltrano::internal::SimulatedPlatform platform_;
+  Trace trace_;
+  veltrano::internal::Library library_{platform_.services()};
 };
 
 }  // namespace replay
