@@ -1,25 +1,27 @@
 #pragma once
 
+#include <cmath>
 #include <concepts>
-#include <cstdint>
+#include <cstdlib>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "encoding/numbers.h"
 #include "encoding/time.h"
 #include "tools/replay/json.h"
 #include "veltrano/value.h"
 
 namespace replay {
 
+inline void require(bool condition, const char* otherwise) {
+  if (!condition) throw ScenarioError(otherwise);
+}
+
 // Each reads one value. Throws ScenarioError, which says what it must be, if it is something else.
 void read(const JSONValue& json, bool& value);
-template <std::integral Integer>
-void read(const JSONValue& json, Integer& value);
-template <std::floating_point Real>
-void read(const JSONValue& json, Real& value);
 void read(const JSONValue& json, std::string& value);
 /// A number of seconds, rounded to microseconds.
 void read(const JSONValue& json, veltrano::internal::Duration& value);
@@ -28,15 +30,36 @@ void read(const JSONValue& json, veltrano::HostValue& value);
 /// `$` is an ordinary key here.
 void read(const JSONValue& json, veltrano::HostMap& value);
 
+template <std::integral Integer>
+void read(const JSONValue& json, Integer& value) {
+  require(isInteger(json), "must be an integer");
+  const auto parsed = veltrano::internal::wholeNumber<Integer>(textOf(json));
+  require(parsed.has_value(), "is out of range");
+  value = *parsed;
+}
+
+template <std::floating_point Real>
+void read(const JSONValue& json, Real& value) {
+  require(isNumber(json), "must be a number");
+  const std::string_view text = textOf(json);
+  if (const auto parsed = veltrano::internal::decimalNumber<Real>(text)) {
+    value = *parsed;
+  } else {
+    // Underflow is not an error: the nearest number is 0.
+    require(std::abs(std::strtod(std::string(text).c_str(), nullptr)) < 1, "is out of range");
+    value = std::copysign(Real(0), text.front() == '-' ? Real(-1) : Real(1));
+  }
+}
+
 template <class T>
 void read(const JSONValue& json, std::vector<T>& values) {
-  if (!json.IsArray()) throw ScenarioError("must be a list");
+  require(json.IsArray(), "must be a list");
   for (const JSONValue& item : json.GetArray()) read(item, values.emplace_back());
 }
 
 template <class T>
 void read(const JSONValue& json, std::map<std::string, T>& values) {
-  if (!json.IsObject()) throw ScenarioError("must be an object");
+  require(json.IsObject(), "must be an object");
   for (const auto& member : json.GetObject())
     read(member.value, values[std::string(nameOf(member))]);
 }
@@ -52,7 +75,7 @@ void read(const JSONValue& json, std::optional<T>& value) {
 class Fields {
  public:
   explicit Fields(const JSONValue& object) : object_(&object) {
-    if (!object.IsObject()) throw ScenarioError("must be an object");
+    require(object.IsObject(), "must be an object");
   }
 
   bool has(std::string_view key) const { return find(*object_, key) != nullptr; }
