@@ -33,16 +33,18 @@ std::string replaced(std::string text, const std::string& from, const std::strin
   return text.replace(text.find(from), from.size(), to);
 }
 
-WireRequest request(const std::string& path, const std::string& json) {
-  return {"POST",
-          path,
-          {{"uid", "u"}},
-          {{"lib_version", "ios_0.0"}, {"publisher_version", "ios_2.3"}},
-          encoded(json)};
+httplib::Request request(const std::string& path, const std::string& json) {
+  httplib::Request request;
+  request.method = "POST";
+  request.path = path;
+  request.params = {{"uid", "u"}};
+  request.headers = {{"lib_version", "ios_0.0"}, {"publisher_version", "ios_2.3"}};
+  request.body = encoded(json);
+  return request;
 }
 
 // The error in the request; empty if it is valid.
-std::string fault(const WireRequest& request) {
+std::string fault(const httplib::Request& request) {
   WireMessage message;
   return readRequest(request, message).value_or("");
 }
@@ -52,10 +54,10 @@ void expectPart(const std::string& text, const std::string& part) {
 }
 
 TEST(WireCheck, Envelope) {
-  const std::pair<std::function<void(WireRequest&)>, std::string> cases[] = {
+  const std::pair<std::function<void(httplib::Request&)>, std::string> cases[] = {
       {[](auto&) {}, ""},
-      {[](auto& r) { r.parameters.emplace("uid", "u"); }, "the query"},
-      {[](auto& r) { r.parameters.begin()->second = "\xC3"; }, "not UTF-8"},
+      {[](auto& r) { r.params.emplace("uid", "u"); }, "the query"},
+      {[](auto& r) { r.params.begin()->second = "\xC3"; }, "not UTF-8"},
       {[](auto& r) { r.headers.erase("lib_version"); }, "\"lib_version\" is not there"},
       {[](auto& r) { r.headers.find("lib_version")->second = "1.0"; }, "does not start"},
       {[](auto& r) { r.headers.emplace("content-type", "text/plain"); }, "Content-Type"},
@@ -64,7 +66,7 @@ TEST(WireCheck, Envelope) {
       {[](auto& r) { r.body += '\n'; }, "not strict Base64"},
   };
   for (const auto& [change, wrong] : cases) {
-    WireRequest changed = request("/track", kBatch);
+    httplib::Request changed = request("/track", kBatch);
     change(changed);
     expectPart(fault(changed), wrong);
   }
@@ -104,7 +106,8 @@ TEST(WireCheck, Bodies) {
 
 TEST(Journal, KeepsTheLatestInOrder) {
   Journal journal;
-  WireRequest wrong{"POST", "/track", {}, {}, std::string(50, '\xFF')};
+  httplib::Request wrong;
+  wrong.body.assign(50, '\xFF');
   for (std::size_t i = 0; i < Journal::kMaximumEntries + 5; ++i)
     journal.addRefused(wrong, {}, 400, "wrong");
   wrong.body.resize(5000, '\xFF');

@@ -11,12 +11,12 @@
 namespace {
 
 void check(const std::string& path, std::string body) {
-  const collector::WireRequest request{
-      .method = "POST",
-      .path = path,
-      .parameters = {{"uid", "u"}},
-      .headers = {{"lib_version", "ios_1"}, {"publisher_version", "ios_1"}},
-      .body = std::move(body)};
+  httplib::Request request;
+  request.method = "POST";
+  request.path = path;
+  request.params = {{"uid", "u"}};
+  request.headers = {{"lib_version", "ios_1"}, {"publisher_version", "ios_1"}};
+  request.body = std::move(body);
   collector::WireMessage message;
   const auto problem = collector::readRequest(request, message);
   // An accepted request has a complete message.

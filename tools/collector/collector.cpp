@@ -37,11 +37,10 @@ Collector::Collector(CollectorOptions options, std::ostream& output, Journal& jo
   journal_.setFaults(faultsJSON(faults_));
 }
 
-void Collector::handle(const WireRequest& request, const SSL* connection,
-                       httplib::Response& response) {
+void Collector::handle(const httplib::Request& request, httplib::Response& response) {
   if (request.path == "/control" || request.path.starts_with("/control/"))
     return control(request, response);
-  collect(request, connection, response);
+  collect(request, response);
 }
 
 void Collector::stopWaiting() {
@@ -55,7 +54,7 @@ bool Collector::hasViolations() {
   return hasViolations_;
 }
 
-void Collector::control(const WireRequest& request, httplib::Response& response) {
+void Collector::control(const httplib::Request& request, httplib::Response& response) {
   const std::string command = request.method + ' ' + request.path;
   if (command == "GET /control/counters") {
     response.set_content(countersJSON(), kJSON);
@@ -80,8 +79,7 @@ void Collector::control(const WireRequest& request, httplib::Response& response)
   }
 }
 
-void Collector::collect(const WireRequest& request, const SSL* connection,
-                        httplib::Response& response) {
+void Collector::collect(const httplib::Request& request, httplib::Response& response) {
   {
     const Lock lock(mutex_);
     ++counters_[counterName(request.path)].received;
@@ -105,10 +103,10 @@ void Collector::collect(const WireRequest& request, const SSL* connection,
     if (fault.accept) accept(request, message, answer);
     journal_.addRequest(request, answer, fault.accept);
   }
-  answer(fault, connection, response);
+  answer(fault, request.ssl, response);
 }
 
-void Collector::refuse(const WireRequest& request, const WireMessage& message, int status,
+void Collector::refuse(const httplib::Request& request, const WireMessage& message, int status,
                        const std::string& reason, httplib::Response& response) {
   const std::string name = counterName(request.path);
   const Lock lock(mutex_);
@@ -120,7 +118,7 @@ void Collector::refuse(const WireRequest& request, const WireMessage& message, i
 }
 
 // One lock covers all of it, so that requests are reported in the order in which they are counted.
-void Collector::accept(const WireRequest& request, const WireMessage& message, int answer) {
+void Collector::accept(const httplib::Request& request, const WireMessage& message, int answer) {
   ++counters_[counterName(request.path)].accepted;
   if (message.body.IsArray()) eventsAccepted_ += message.body.Size();
   Violations violations;

@@ -35,7 +35,7 @@ class Collector {
   Collector(CollectorOptions options, std::ostream& output, Journal& journal,
             std::function<void()> requestShutdown);
 
-  void handle(const WireRequest& request, const SSL* connection, httplib::Response& response);
+  void handle(const httplib::Request& request, httplib::Response& response);
 
   /// Answers delayed requests at once.
   void stopWaiting();
@@ -50,11 +50,12 @@ class Collector {
     std::uint64_t refused = 0;
   };
 
-  void control(const WireRequest& request, httplib::Response& response);
-  void collect(const WireRequest& request, const SSL* connection, httplib::Response& response);
-  void refuse(const WireRequest& request, const WireMessage& message, int status,
+  void control(const httplib::Request& request, httplib::Response& response);
+  void collect(const httplib::Request& request, httplib::Response& response);
+  void refuse(const httplib::Request& request, const WireMessage& message, int status,
               const std::string& reason, httplib::Response& response);
-  void accept(const WireRequest& request, const WireMessage& message, int answer) REQUIRES(mutex_);
+  void accept(const httplib::Request& request, const WireMessage& message, int answer)
+      REQUIRES(mutex_);
   void answer(const Fault& fault, const SSL* connection, httplib::Response& response);
   std::string countersJSON();
 

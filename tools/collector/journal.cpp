@@ -39,7 +39,7 @@ void addTo(std::string& stream, const char* kind, const std::string& json) {
 
 }  // namespace
 
-void Journal::addAccepted(const WireRequest& request, const WireMessage& message, int answer,
+void Journal::addAccepted(const httplib::Request& request, const WireMessage& message, int answer,
                           const Violations& violations) {
   const auto add = [&](Kind kind, const rapidjson::Value& record, std::string_view text,
                        std::string_view notAsPlanned) {
@@ -58,12 +58,12 @@ void Journal::addAccepted(const WireRequest& request, const WireMessage& message
   }
 }
 
-void Journal::addRequest(const WireRequest& request, int answer, bool isAccepted) {
+void Journal::addRequest(const httplib::Request& request, int answer, bool isAccepted) {
   add(Kind::request, "",
       {{"path", json(request.path)}, {"answer", json(answer)}, {"accepted", json(isAccepted)}});
 }
 
-void Journal::addRefused(const WireRequest& request, const WireMessage& message, int status,
+void Journal::addRefused(const httplib::Request& request, const WireMessage& message, int status,
                          const std::string& reason) {
   std::vector<std::string> headers;
   for (const auto& [name, value] : request.headers)

@@ -29,11 +29,11 @@ class Journal {
   static constexpr std::size_t kMaximumBytes = std::size_t{64} << 20;
 
   /// Adds the events or the heartbeat of an accepted request, and what is not as planned in them.
-  void addAccepted(const WireRequest& request, const WireMessage& message, int answer,
+  void addAccepted(const httplib::Request& request, const WireMessage& message, int answer,
                    const Violations& violations);
   /// Adds a request that passed the check, with the status of its answer (0: none).
-  void addRequest(const WireRequest& request, int answer, bool isAccepted);
-  void addRefused(const WireRequest& request, const WireMessage& message, int status,
+  void addRequest(const httplib::Request& request, int answer, bool isAccepted);
+  void addRefused(const httplib::Request& request, const WireMessage& message, int status,
                   const std::string& reason);
   /// Sets the pending faults, which `next` reports when they change.
   void setFaults(std::string json);

@@ -75,12 +75,12 @@ void describe(CLI::App& app, Arguments& arguments) {
 void route(httplib::SSLServer& server, Collector& collector, const std::string& page) {
   const auto handle = [&collector](const httplib::Request& request, httplib::Response& response,
                                    std::string body) {
-    WireRequest wire{request.method, request.path, request.params, request.headers,
-                     std::move(body)};
+    httplib::Request sent = request;
+    sent.body = std::move(body);
     // Added by the server.
     for (const char* name : {"REMOTE_ADDR", "REMOTE_PORT", "LOCAL_ADDR", "LOCAL_PORT"})
-      wire.headers.erase(name);
-    collector.handle(wire, request.ssl, response);
+      sent.headers.erase(name);
+    collector.handle(sent, response);
   };
   const auto withoutBody = [handle, page](const httplib::Request& request,
                                           httplib::Response& response) {

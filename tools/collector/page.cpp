@@ -164,7 +164,7 @@ void Page::serveScripts() {
     response.set_content("{}\n", "application/json");
   });
   server_.Post("/control", [this](const httplib::Request& request, httplib::Response& response) {
-    collector_.handle({"POST", "/control", {}, {}, request.body}, nullptr, response);
+    collector_.handle(request, response);
   });
   server_.Get("/wait", [this](const httplib::Request& request, httplib::Response& response) {
     if (hasOthers(request, response, {"event", "count", "timeout"})) return;

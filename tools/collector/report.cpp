@@ -39,7 +39,7 @@ std::string eventLine(const Value& record) {
 
 }  // namespace
 
-std::string jsonLine(const WireRequest& request, const WireMessage& message,
+std::string jsonLine(const httplib::Request& request, const WireMessage& message,
                      std::chrono::system_clock::time_point received, int answer) {
   JSONMembers headers;
   const auto& all = request.headers;
@@ -56,7 +56,7 @@ std::string jsonLine(const WireRequest& request, const WireMessage& message,
        {"answer", json(answer)}});
 }
 
-std::string readableLines(const WireRequest& request, const WireMessage& message,
+std::string readableLines(const httplib::Request& request, const WireMessage& message,
                           const Violations& violations) {
   const std::string start = request.path.substr(1) + "  uid=" + printable(message.uid);
   if (message.body.IsArray()) {

@@ -156,7 +156,7 @@ void checkHeartbeat(const Value& heartbeat, const std::string& uid) {
   require(properties["uid"] == uid, "the property \"uid\" is not the query's uid");
 }
 
-void checkHeaders(const WireRequest& request) {
+void checkHeaders(const httplib::Request& request) {
   for (const auto& [name, value] : request.headers)
     require(isUTF8(name) && isUTF8(value), "a header is not UTF-8");
   for (const char* name : {"lib_version", "publisher_version"}) {
@@ -185,13 +185,13 @@ std::string jsonOf(const Value& value) {
   return {buffer.GetString(), buffer.GetSize()};
 }
 
-std::optional<std::string> readRequest(const WireRequest& request, WireMessage& message) try {
+std::optional<std::string> readRequest(const httplib::Request& request, WireMessage& message) try {
   const bool isTrack = request.path == "/track";
   require(isTrack || request.path == "/heartbeat", "there is no such path");
   require(request.method == "POST", "the method is not POST");
-  require(request.parameters.size() == 1 && request.parameters.begin()->first == "uid",
+  require(request.params.size() == 1 && request.params.begin()->first == "uid",
           "the query is not exactly \"uid\"");
-  message.uid = request.parameters.begin()->second;
+  message.uid = request.params.begin()->second;
   require(isUTF8(message.uid), "the query's uid is not UTF-8");
   checkHeaders(request);
   require(!isTrack || request.headers.count("Authorization") == 0,

@@ -11,15 +11,6 @@
 
 namespace collector {
 
-/// An HTTP request.
-struct WireRequest {
-  std::string method;
-  std::string path;
-  httplib::Params parameters;
-  httplib::Headers headers;
-  std::string body;
-};
-
 /// The contents of a request.
 struct WireMessage {
   std::string uid;
@@ -36,7 +27,7 @@ std::string jsonOf(const rapidjson::Value& value);
 
 /// Parses a request to "/track" or "/heartbeat". Returns a one-line error message, or nothing if
 /// the request is valid.
-std::optional<std::string> readRequest(const WireRequest& request, WireMessage& message);
+std::optional<std::string> readRequest(const httplib::Request& request, WireMessage& message);
 
 /// The elements of a valid and compact array, as they were sent. Copying them value by value could
 /// overflow the stack.
