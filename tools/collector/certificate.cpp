@@ -2,11 +2,10 @@
 
 #include <openssl/ec.h>
 #include <openssl/pem.h>
-#include <openssl/rand.h>
 #include <openssl/x509v3.h>
 
 #include <cstdint>
-#include <cstring>
+#include <random>
 #include <stdexcept>
 
 namespace collector {
@@ -35,13 +34,11 @@ Certificate makeCertificate(const CertificateOptions& options) {
   require(made.key && certificate != nullptr);
 
   // A random serial number distinguishes the certificates for clients that trust several.
-  unsigned char random[sizeof(std::uint64_t)];
-  require(RAND_bytes(random, sizeof random) == 1);
-  std::uint64_t serial;
-  std::memcpy(&serial, random, sizeof serial);
+  std::random_device random;
+  const auto serial = std::uniform_int_distribution<std::uint64_t>(1)(random);
 
   require(X509_set_version(certificate, X509_VERSION_3) == 1);
-  require(ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), serial | 1) == 1);
+  require(ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), serial) == 1);
   require(X509_gmtime_adj(X509_getm_notBefore(certificate), -24 * 60 * 60) != nullptr);
   require(X509_gmtime_adj(X509_getm_notAfter(certificate), options.lifetimeSeconds) != nullptr);
   X509_NAME* const name = X509_get_subject_name(certificate);
