@@ -69,17 +69,12 @@ CollectionHost::Reply CollectionHost::failed(const Failure& failure) const {
 }
 
 std::string CollectionHost::bodyOfAnswer(EndpointPath path) const {
-  switch (path) {
-    case EndpointPath::track:
-      return "";
-    case EndpointPath::heartbeat: {
-      if (!options_.backOff) return "{}";
-      const bool isBusy = load_ >= options_.backOffAbove * options_.capacity;
-      const double asked = isBusy ? seconds(*options_.backOff) : 20;
-      return "{\"back_off_seconds\":" + std::to_string(asked) + "}";
-    }
-  }
-  return "";
+  static_assert(kEndpointPathCount == 2);
+  if (path == EndpointPath::track) return "";
+  if (!options_.backOff) return "{}";
+  const bool isBusy = load_ >= options_.backOffAbove * options_.capacity;
+  const double asked = isBusy ? seconds(*options_.backOff) : 20;
+  return "{\"back_off_seconds\":" + std::to_string(asked) + "}";
 }
 
 void CollectionHost::accept(EndpointPath path, const std::string& body, Duration wallTime) {
