@@ -1,5 +1,6 @@
 // Calls the library's operations, and its notification handlers, by selector.
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <optional>
 #include <span>
@@ -58,18 +59,10 @@ bool isNothing(const Object& object) {
   return object.isNil() || (object.member() != nullptr && object.member()->getIf<NSNull>());
 }
 
-template <class Block>
-bool takeBlock(const Object& object, Block& block) {
-  if (const auto* given = object.getIf<Block>()) block = *given;
+template <class... Arguments>
+bool take(const Object& object, std::function<void(Arguments...)>& block) {
+  if (const auto* given = object.getIf<std::function<void(Arguments...)>>()) block = *given;
   return block || isNothing(object);
-}
-
-bool take(const Object& object, Object::Block& block) {
-  return takeBlock(object, block);
-}
-
-bool take(const Object& object, Object::BooleanBlock& block) {
-  return takeBlock(object, block);
 }
 
 template <class T>
@@ -79,13 +72,14 @@ bool take(const Object& object, std::optional<T>& argument) {
 
 // Sets `taken` to the number of leading objects with the right type; does not call the operation
 // unless all have.
-template <class Operation, class Result, class... Parameters, std::size_t... kIndices>
-bool call(Result (*)(Parameters...), std::index_sequence<kIndices...>,
-          [[maybe_unused]] std::span<const Object> objects, std::size_t& taken, Object& returned) {
+template <class Operation, class Result, class... Parameters>
+bool call(Result (*)(Parameters...), std::span<const Object> objects, std::size_t& taken,
+          Object& returned) {
   std::tuple<std::remove_cvref_t<Parameters>...> arguments;
-  const bool fits =
-      ((take(objects[kIndices], std::get<kIndices>(arguments)) && ++taken != 0) && ...);
-  if (!fits) return false;
+  const auto takeAll = [&](auto&... argument) {
+    return ((take(objects[taken], argument) && ++taken != 0) && ...);
+  };
+  if (!std::apply(takeAll, arguments)) return false;
   if constexpr (std::is_void_v<Result>)
     std::apply(Operation(), std::move(arguments));
   else
@@ -106,9 +100,7 @@ struct Method {
     if (std::count(name.begin(), name.end(), ':') != static_cast<std::ptrdiff_t>(argumentCount))
       throw "The operation does not take what the selector names.";
     send = [](std::span<const Object> arguments, std::size_t& taken, Object& returned) {
-      constexpr auto kFunction = +Operation();
-      return call<Operation>(kFunction, std::make_index_sequence<parameterCount(kFunction)>(),
-                             arguments, taken, returned);
+      return call<Operation>(+Operation(), arguments, taken, returned);
     };
   }
 
