@@ -45,14 +45,6 @@ std::string textIn(FlatView value) {
   return json(wellFormedUTF8(value.text()));
 }
 
-bool hasTextKeys(FlatView dictionary) {
-  if (dictionary.kind() != Kind::Dictionary) return false;
-  bool hasOthers = false;
-  forEachEntry(dictionary,
-               [&](FlatView key, FlatView) { hasOthers |= key.kind() != Kind::String; });
-  return !hasOthers;
-}
-
 std::string scalarText(FlatView value, bool forComparison) {
   const bool isBoxed = value.kind() == Kind::Number;
   switch (sentKind(value)) {
@@ -226,7 +218,9 @@ std::string joined(const std::vector<std::string>& texts) {
 }
 
 std::optional<HostMap> mapIn(const HostValue& value) {
-  if (!hasTextKeys(viewOf(value))) return std::nullopt;
+  const auto dictionary =
+      value.member() != nullptr ? value.member()->getIf<Dictionary>() : std::nullopt;
+  if (!dictionary || !dictionary->hasOnlyStringKeys()) return std::nullopt;
   return FlatAccess::make<HostMap>(FlatAccess::flat(value));
 }
 
