@@ -26,6 +26,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using Counters = CollectorControl::Counters;
 
 // The limit of all waiting together.
 constexpr std::chrono::seconds kPatience{25};
@@ -57,8 +58,7 @@ class Player {
   template <class Event>
   bool recordAndUpload(const Event& event);
   void onMainThread(std::function<void()> function);
-  void waitForEverything();
-  void waitForHeartbeats(std::uint64_t count);
+  void waitFor(std::uint64_t Counters::*counter, std::uint64_t count);
 
   veltrano::PosixPlatform& platform_;
   CollectorControl collector_;
@@ -95,9 +95,9 @@ void Player::play() {
   checkOut();
   loseAndRegainTheCollector();
   turn();
-  waitForHeartbeats(1);
+  waitFor(&Counters::heartbeats, 1);
   goToTheBackgroundAndReturn();
-  waitForHeartbeats(2);
+  waitFor(&Counters::heartbeats, 2);
 
   say("The user signs out: the last events go before the ids do.");
   require(recordAndUpload(demo::SignedOut{}), "The upload failed.");
@@ -121,7 +121,7 @@ void Player::playSongsOnTwoThreads() {
   std::thread garden(playFive, Room::garden);
   kitchen.join();
   garden.join();
-  waitForEverything();
+  waitFor(&Counters::events, recorded_);
 }
 
 void Player::checkOut() {
@@ -168,7 +168,7 @@ void Player::goToTheBackgroundAndReturn() {
     platform_.applicationWillResignActive();
     platform_.applicationDidEnterBackground();
   });
-  waitForEverything();
+  waitFor(&Counters::events, recorded_);
   record(demo::SongEnded{});
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
 
@@ -207,16 +207,10 @@ void Player::onMainThread(std::function<void()> function) {
           "The main thread is stuck.");
 }
 
-void Player::waitForEverything() {
-  while (collector_.counters().events < recorded_) {
-    require(Clock::now() < deadline_, "Events are missing.");
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-}
-
-void Player::waitForHeartbeats(std::uint64_t count) {
-  while (collector_.counters().heartbeats < count) {
-    require(Clock::now() < deadline_, "A heartbeat is missing.");
+// Waits until `count` of them have arrived.
+void Player::waitFor(std::uint64_t Counters::*counter, std::uint64_t count) {
+  while (collector_.counters().*counter < count) {
+    require(Clock::now() < deadline_, "An event or a heartbeat is missing.");
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
 }
