@@ -1,12 +1,10 @@
 #include "benchmarks/rapidjson_reference.h"
 
 #include <openssl/evp.h>
-#include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
 #include <cstdint>
 #include <cstdlib>
-#include <vector>
 
 namespace bench {
 namespace {
@@ -69,33 +67,22 @@ void writeEvent(Writer& writer, const Event& event, const veltrano::internal::Pr
 
 }  // namespace
 
-struct RapidJSONReference::Buffers {
-  rapidjson::StringBuffer json;
-  std::vector<unsigned char> base64;
-};
-
-RapidJSONReference::RapidJSONReference() : buffers_(*new Buffers) {}
-
-RapidJSONReference::~RapidJSONReference() {
-  delete &buffers_;
-}
-
 std::string_view RapidJSONReference::batch(std::span<const Event> events,
                                            const veltrano::internal::PropertyMap& base) {
-  buffers_.json.Clear();
-  Writer writer(buffers_.json);
+  json_.Clear();
+  Writer writer(json_);
   writer.StartArray();
   for (const Event& event : events) writeEvent(writer, event, base);
   writer.EndArray();
-  return {buffers_.json.GetString(), buffers_.json.GetSize()};
+  return {json_.GetString(), json_.GetSize()};
 }
 
 std::string_view RapidJSONReference::base64(std::string_view bytes) {
-  buffers_.base64.resize((bytes.size() + 2) / 3 * 4 + 1);
+  base64_.resize((bytes.size() + 2) / 3 * 4 + 1);
   const int size =
-      EVP_EncodeBlock(buffers_.base64.data(), reinterpret_cast<const unsigned char*>(bytes.data()),
+      EVP_EncodeBlock(base64_.data(), reinterpret_cast<const unsigned char*>(bytes.data()),
                       static_cast<int>(bytes.size()));
-  return {reinterpret_cast<const char*>(buffers_.base64.data()), static_cast<std::size_t>(size)};
+  return {reinterpret_cast<const char*>(base64_.data()), static_cast<std::size_t>(size)};
 }
 
 }  // namespace bench

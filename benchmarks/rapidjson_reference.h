@@ -1,8 +1,11 @@
 #pragma once
 
+#include <rapidjson/stringbuffer.h>
+
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "properties/property_map.h"
 #include "tracker/event_encoder.h"
@@ -21,17 +24,14 @@ struct Event {
 /// library, as long as no event overrides an automatic or super property.
 class RapidJSONReference {
  public:
-  RapidJSONReference();
-  ~RapidJSONReference();
-
   /// Both results are valid until the next call.
   std::string_view batch(std::span<const Event> events,
                          const veltrano::internal::PropertyMap& base);
   std::string_view base64(std::string_view bytes);
 
  private:
-  struct Buffers;
-  Buffers& buffers_;
+  rapidjson::StringBuffer json_;
+  std::vector<unsigned char> base64_;
 };
 
 }  // namespace bench
