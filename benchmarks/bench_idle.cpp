@@ -10,6 +10,7 @@
 
 #include "benchmarks/bench_platform.h"
 #include "benchmarks/figures.h"
+#include "benchmarks/host.h"
 #include "benchmarks/process_usage.h"
 #include "benchmarks/scripted_url_session.h"
 #include "veltrano/veltrano.h"
@@ -20,7 +21,7 @@ int main(int argc, char** argv) {
   auto& session = *new bench::ScriptedURLSession(bench::ScriptedURLSession::Answer::accept);
   bench::installBenchPlatform(session);
   for (int i = 0; i < 30; ++i) Veltrano::shared().track("Bought", {{"items", i}});
-  bench::drainTracker();
+  bench::drain();
   if (isInBackground) bench::enterBackground();
 
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -39,12 +40,11 @@ int main(int argc, char** argv) {
   const auto allowed =
       isInBackground ? 0 : static_cast<std::uint64_t>(duration / std::chrono::seconds(20));
   bench::print(
-      {fmt::format("{} s idle in the {}: wake-ups", duration.count(),
-                   isInBackground ? "background" : "foreground"),
-       fmt::format("{}, {} of processor time", wakeUps,
-                   bench::timeText(static_cast<double>(nanoseconds))),
-       "", "",
-       bench::goalText(isInBackground ? "none" : fmt::format("{}, the periodic flush", allowed),
-                       wakeUps <= allowed)});
+      fmt::format("{} s idle in the {}: wake-ups", duration.count(),
+                  isInBackground ? "background" : "foreground"),
+      fmt::format("{}, {} of processor time", wakeUps,
+                  bench::timeText(static_cast<double>(nanoseconds))),
+      bench::goalText(isInBackground ? "none" : fmt::format("{}, the periodic flush", allowed),
+                      wakeUps <= allowed));
   std::_Exit(0);
 }

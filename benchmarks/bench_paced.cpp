@@ -11,9 +11,9 @@
 #include <thread>
 #include <vector>
 
-#include "benchmarks/collecting_host.h"
 #include "benchmarks/figures.h"
 #include "benchmarks/handoff_reference.h"
+#include "benchmarks/host.h"
 #include "benchmarks/process_usage.h"
 #include "veltrano/veltrano.h"
 
@@ -72,7 +72,7 @@ std::string microseconds(double value) {
 
 void printLimit(const std::string& what, const std::string& measured, double value, double limit,
                 const std::string& goal) {
-  bench::print({what, measured, "", "", bench::goalText(goal, value <= limit)});
+  bench::print(what, measured, bench::goalText(goal, value <= limit));
 }
 
 }  // namespace

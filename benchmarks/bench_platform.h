@@ -12,7 +12,4 @@ void installBenchPlatform(veltrano::internal::ZKURLSessionManager& session,
 /// Reports that the application has entered the background.
 void enterBackground();
 
-/// Blocks until everything that this thread has tracked is recorded and uploaded.
-void drainTracker();
-
 }  // namespace bench

@@ -5,18 +5,17 @@
 #include <unistd.h>
 
 #include <array>
-#include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "benchmarks/figures.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 struct Run {
   double nanoseconds = 0;
@@ -38,14 +37,14 @@ Run runProgram(const std::string& program) {
   std::string name = program;
   char* arguments[] = {name.data(), nullptr};
 
-  const auto start = Clock::now();
-  pid_t process = 0;
-  if (posix_spawn(&process, program.c_str(), &actions, nullptr, arguments, environ) != 0)
-    fail(program);
-  int status = 0;
-  waitpid(process, &status, 0);
-  Run run{std::chrono::duration<double, std::nano>(Clock::now() - start).count(), {}};
-  if (status != 0) fail(program);
+  Run run;
+  run.nanoseconds = bench::timeOf([&] {
+    pid_t process = 0;
+    int status = 0;
+    if (posix_spawn(&process, program.c_str(), &actions, nullptr, arguments, environ) != 0 ||
+        waitpid(process, &status, 0) < 0 || status != 0)
+      fail(program);
+  });
 
   posix_spawn_file_actions_destroy(&actions);
   close(pipeEnds[1]);
@@ -61,29 +60,25 @@ Run runProgram(const std::string& program) {
 int main(int argc, char** argv) {
   const int rounds = argc > 1 ? std::atoi(argv[1]) : 300;
   const auto directory = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-  const std::string plain = directory / "bench_host_plain";
-  const std::string linked = directory / "bench_host_linked";
-  const std::string withCurl = directory / "bench_host_curl";
-  const std::string touching = directory / "bench_host_touching";
+  constexpr const char* kPrograms[] = {"bench_host_plain", "bench_host_linked", "bench_host_curl",
+                                       "bench_host_touching"};
 
-  std::vector<double> plainTimes, linkedTimes, curlTimes, touchingTimes, tlsTimes, installTimes,
-      touchTimes;
-  for (int round = -1; round < rounds; ++round) {
-    const Run runs[] = {runProgram(plain), runProgram(linked), runProgram(withCurl),
-                        runProgram(touching)};
-    if (round < 0) continue;  // warm-up
-    plainTimes.push_back(runs[0].nanoseconds);
-    linkedTimes.push_back(runs[1].nanoseconds);
-    curlTimes.push_back(runs[2].nanoseconds);
-    touchingTimes.push_back(runs[3].nanoseconds);
-    char* rest = nullptr;
-    tlsTimes.push_back(std::strtod(runs[3].output.c_str(), &rest));
-    installTimes.push_back(tlsTimes.back() + std::strtod(rest, &rest));
-    touchTimes.push_back(std::strtod(rest, &rest));
-  }
+  std::vector<double> times[std::size(kPrograms)], tlsTimes, installTimes, touchTimes;
+  for (int round = -1; round < rounds; ++round)
+    for (std::size_t i = 0; i < std::size(kPrograms); ++i) {
+      const Run run = runProgram(directory / kPrograms[i]);
+      if (round < 0) continue;  // warm-up
+      times[i].push_back(run.nanoseconds);
+      if (run.output.empty()) continue;
+      char* rest = nullptr;
+      tlsTimes.push_back(std::strtod(run.output.c_str(), &rest));
+      installTimes.push_back(tlsTimes.back() + std::strtod(rest, &rest));
+      touchTimes.push_back(std::strtod(rest, &rest));
+    }
 
   using bench::median;
   using bench::timeText;
+  const auto& [plainTimes, linkedTimes, curlTimes, touchingTimes] = times;
   const double plainTime = median(plainTimes);
   bench::printRatio("start and end of a program that only links the library",
                     timeText(median(linkedTimes)), timeText(plainTime),
@@ -93,10 +88,8 @@ int main(int argc, char** argv) {
   bench::printRatio("the same of one that installs the POSIX platform and touches `shared`",
                     timeText(median(touchingTimes)), timeText(plainTime),
                     median(touchingTimes) / plainTime);
-  bench::print(
-      {"installing the POSIX platform", timeText(median(installTimes)), "", "", "reported"});
-  bench::print(
-      {"of this, starting OpenSSL and libcurl", timeText(median(tlsTimes)), "", "", "reported"});
-  bench::print({"first touch of `shared` on it", timeText(median(touchTimes)), "", "", "reported"});
+  bench::print("installing the POSIX platform", timeText(median(installTimes)), "reported");
+  bench::print("of this, starting OpenSSL and libcurl", timeText(median(tlsTimes)), "reported");
+  bench::print("first touch of `shared` on it", timeText(median(touchTimes)), "reported");
   return 0;
 }

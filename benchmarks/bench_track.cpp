@@ -23,9 +23,9 @@
 
 #include "bench/bought.h"
 #include "benchmarks/call_times.h"
-#include "benchmarks/collecting_host.h"
 #include "benchmarks/figures.h"
 #include "benchmarks/handoff_reference.h"
+#include "benchmarks/host.h"
 #include "veltrano/veltrano.h"
 #include "veltrano/veltrano_c.h"
 

@@ -11,6 +11,7 @@
 
 #include "benchmarks/bench_platform.h"
 #include "benchmarks/figures.h"
+#include "benchmarks/host.h"
 #include "benchmarks/scripted_url_session.h"
 #include "veltrano/veltrano.h"
 
@@ -46,11 +47,7 @@ void operator delete(void* block, std::size_t) noexcept {
 namespace {
 
 void track(int count) {
-  for (int i = 0; i < count; ++i) {
-    Veltrano::shared().track(
-        "Bought",
-        {{"plan", "pro"}, {"items", 3}, {"price", 9.5}, {"first", true}, {"store", "north"}});
-  }
+  for (int i = 0; i < count; ++i) bench::trackWithProperties();
 }
 
 // The size of the JSON whose Base64 is the body.
@@ -66,11 +63,11 @@ int main() {
 
   // 100 more events wait at the second reading than at the first.
   track(50);
-  bench::drainTracker();
+  bench::drain();
   const double few = static_cast<double>(bytesInUse.load());
   const std::size_t smallBody = session.lastBodySize();
   track(99);
-  bench::drainTracker();
+  bench::drain();
   const double eventSize = (static_cast<double>(bytesInUse.load()) - few) / 100;
   const double eventJSON = jsonSize(session.lastBodySize() - smallBody) / 100;
   bench::printRatio("memory per event that waits in the queue", bench::sizeText(eventSize),
@@ -93,8 +90,8 @@ int main() {
   for (int i = 0; i < kCallsWithMap; ++i) Veltrano::shared().track("Bought", properties);
   const double chunks = callSize * kCallsWithMap / 4096 + 1;  // filled by the calls
   const double more = (allocations - before - chunks) / kCallsWithMap;
-  bench::print({"`track`, 5 properties in a map built before: allocations besides its chunks",
-                fmt::format("{:.3g} a call", std::max(more, 0.)), "", "",
-                bench::goalText("none", more <= 0)});
+  bench::print("`track`, 5 properties in a map built before: allocations besides its chunks",
+               fmt::format("{:.3g} a call", std::max(more, 0.)),
+               bench::goalText("none", more <= 0));
   std::_Exit(0);
 }

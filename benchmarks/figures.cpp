@@ -32,18 +32,19 @@ std::string sizeText(double bytes) {
   return fmt::format("{:.0f} MB", bytes / 1e6);
 }
 
-void print(const Row& row) {
-  fmt::print("| {} | {} | {} | {} | {} |\n", row.what, row.measured, row.reference, row.ratio,
-             row.goal);
+void print(const std::string& what, const std::string& measured, const std::string& goal,
+           const std::string& reference, const std::string& ratio) {
+  fmt::print("| {} | {} | {} | {} | {} |\n", what, measured, reference, ratio, goal);
   std::fflush(stdout);
 }
 
 void printRatio(const std::string& what, const std::string& measured, const std::string& reference,
                 double ratio, std::optional<double> atMost, const std::string& otherGoal) {
   const std::string printed = fmt::format("{:.{}f}", ratio, ratio < 0.1 ? 3 : 2);
-  print({what, measured, reference, printed,
-         atMost ? goalText(fmt::format("at most {}", *atMost), std::stod(printed) <= *atMost)
-                : otherGoal});
+  print(what, measured,
+        atMost ? goalText(fmt::format("at most {}", *atMost), std::stod(printed) <= *atMost)
+               : otherGoal,
+        reference, printed);
 }
 
 void Turns::add(double time, double reference) {

@@ -30,15 +30,9 @@ inline double median(std::vector<double> values) {
 std::string timeText(double nanoseconds);
 std::string sizeText(double bytes);
 
-/// One row of the table, printed as Markdown. Missing cells are left empty.
-struct Row {
-  std::string what;
-  std::string measured;
-  std::string reference;
-  std::string ratio;
-  std::string goal;
-};
-void print(const Row& row);
+/// Prints one row of the table, as Markdown.
+void print(const std::string& what, const std::string& measured, const std::string& goal,
+           const std::string& reference = "", const std::string& ratio = "");
 
 /// A row whose goal is a ratio of at most `atMost`; without one, `otherGoal` is printed.
 void printRatio(const std::string& what, const std::string& measured, const std::string& reference,

@@ -1,5 +1,4 @@
-// A host that links the shared library and uploads to a collector:
-// `scripts/with-collector COLLECTOR -- PROGRAM`.
+// What the hosts of the benchmarks have in common.
 #pragma once
 
 #include <cstdio>
@@ -13,17 +12,23 @@
 
 namespace bench {
 
-/// Installs the platform from the last two arguments. Exits with 1 if that fails.
-inline void installCollectingHost(int argc, char** argv) {
+inline veltrano::PosixOptions hostOptions(const char* collectionHost) {
   veltrano::PosixOptions options;
-  options.collectionHost = argc > 2 ? argv[argc - 2] : "";
-  options.certificateAuthorities = argc > 2 ? argv[argc - 1] : "";
+  options.collectionHost = collectionHost;
   options.infoDictionary =
       veltrano::HostMap{{"CFBundleShortVersionString", "3.2.1"}, {"CFBundleVersion", "4711"}};
   options.logSink = [](std::string_view) {};
   options.screenWidth = 1179;
   options.screenHeight = 2556;
   options.interfaceOrientation = 1;
+  return options;
+}
+
+/// Installs the platform of a host that uploads to a collector, `scripts/with-collector COLLECTOR
+/// -- PROGRAM`, from the last two arguments. Exits with 1 if that fails.
+inline void installCollectingHost(int argc, char** argv) {
+  veltrano::PosixOptions options = hostOptions(argc > 2 ? argv[argc - 2] : "");
+  options.certificateAuthorities = argc > 2 ? argv[argc - 1] : "";
   if (const auto installation = veltrano::PosixPlatform::install(std::move(options));
       !installation) {
     std::fprintf(stderr, "Run me with scripts/with-collector: %s\n", installation.error.c_str());
