@@ -5,15 +5,6 @@
 namespace veltrano::testing {
 
 using namespace internal;
-namespace {
-
-std::optional<std::string> headerOf(const Answer& answer, const char* name) {
-  for (const auto& [key, value] : answer.headers)
-    if (strcasecmp(key.c_str(), name) == 0) return value;
-  return std::nullopt;
-}
-
-}  // namespace
 
 void WorldNetwork::postData(PostRequest request, URLSessionCallback callback) {
   const EndpointPath path = *endpointPath(request.path());
@@ -45,8 +36,9 @@ std::optional<Rest> WorldNetwork::requestEnded(const PendingPost& post, const An
   result.failedToConnect =
       answer.isTransportError && answer.latency < RequestLimits().attemptTimeout;
   if (!answer.isTransportError) result.httpStatusCode = answer.status;
-  if (const auto text = headerOf(answer, "Retry-After"))
-    result.retryAfter = parseRetryAfter(*text, clock_.now());
+  for (const auto& [name, value] : answer.headers)
+    if (strcasecmp(name.c_str(), "Retry-After") == 0)
+      result.retryAfter = parseRetryAfter(value, clock_.now());
   const Lock lock(mutex_);
   return rests_.of(post.path).requestEnded(timeline_.now(), result, 1);
 }
