@@ -36,7 +36,6 @@ void take(const rapidjson::Value& batch, int answer, std::vector<Thread>& thread
     place->second = number + 1;
 
     auto& [answers, next] = threads[thread];
-    ++arrivals.events;
     if (answers[number] != kNone) {
       ++arrivals.repeated;
       before = answers[number];

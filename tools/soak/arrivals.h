@@ -13,8 +13,7 @@ struct Arrivals {
   std::size_t requests = 0;  // to /track
   std::size_t retries = 0;   // of these, the first after a 502, 503 or 504 for the same events
   std::size_t repeatedAfterSuccess = 0;  // of these, with events that 200 had been answered for
-  std::size_t events = 0;                // arrivals, of the threads' events
-  std::size_t repeated = 0;              // of these, arrivals of events that had arrived
+  std::size_t repeated = 0;              // arrivals of events that had arrived
   std::size_t succeeded = 0;             // events that 200 was answered for
   std::size_t heartbeats = 0;
   std::map<std::string, std::size_t> wrong;
