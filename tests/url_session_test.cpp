@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "platform/posix/http/request_text.h"
+#include "platform/posix/http/urls_and_headers.h"
 #include "tests/support/directory.h"
 #include "tests/support/posting.h"
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <memory>
 
-#include "platform/posix/http/url_parts.h"
+#include "platform/posix/http/urls_and_headers.h"
 
 namespace veltrano::internal {
 

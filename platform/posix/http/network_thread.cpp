@@ -11,7 +11,7 @@
 
 #include "platform/host_callback.h"
 #include "platform/posix/http/name_lookup.h"
-#include "platform/posix/http/request_text.h"
+#include "platform/posix/http/urls_and_headers.h"
 #include "platform/posix/system/background_thread.h"
 #include "platform/posix/system/exit_gate.h"
 

@@ -9,7 +9,7 @@
 
 #include "encoding/base64.h"
 #include "platform/posix/http/tls_start.h"
-#include "platform/posix/http/url_parts.h"
+#include "platform/posix/http/urls_and_headers.h"
 
 namespace veltrano::internal {
 namespace {

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/posix/http/request_text.h"
+#include "platform/posix/http/urls_and_headers.h"
 #include "platform/posix/system/system.h"
 
 namespace veltrano::internal {
