@@ -1,6 +1,5 @@
 #include "encoding/json_writer.h"
 
-#include "encoding/eight_bytes.h"
 #include "encoding/rapidjson_settings.h"
 // The settings come first.
 #include <rapidjson/stringbuffer.h>
@@ -9,6 +8,8 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+
+#include "encoding/utf8.h"
 
 namespace veltrano::internal {
 namespace {
