@@ -50,12 +50,12 @@ std::optional<Rest> WorldNetwork::restOf(EndpointPath path) {
 
 void WorldNetwork::routeReturned() {
   const Lock lock(mutex_);
-  rests_.forEach([](Rests& rests) { rests.routeReturned(); });
+  for (Rests& rests : rests_.all) rests.routeReturned();
 }
 
 void WorldNetwork::endRests() {
   const Lock lock(mutex_);
-  rests_.forEach([](Rests& rests) { rests.end(); });
+  for (Rests& rests : rests_.all) rests.end();
 }
 
 void WorldNetwork::fail() {

@@ -54,18 +54,11 @@ class Rests {
 };
 
 /// The rests of all paths.
-class RestsByPath {
- public:
-  Rests& of(EndpointPath path) { return rests_[indexOf(path)]; }
+struct RestsByPath {
+  Rests& of(EndpointPath path) { return all[indexOf(path)]; }
 
-  template <class Function>
-  void forEach(Function function) {
-    for (Rests& rests : rests_) function(rests);
-  }
-
- private:
-  std::array<Rests, kEndpointPathCount> rests_{Rests(EndpointPath::track),
-                                               Rests(EndpointPath::heartbeat)};
+  std::array<Rests, kEndpointPathCount> all{Rests(EndpointPath::track),
+                                            Rests(EndpointPath::heartbeat)};
 };
 
 }  // namespace veltrano::internal

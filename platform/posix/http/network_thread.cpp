@@ -177,7 +177,7 @@ std::optional<Rest> NetworkThread::restOf(EndpointPath path) {
 void NetworkThread::ignoreRetryAfter() {
   const Lock lock(mutex_);
   ignoresRetryAfter_ = true;
-  rests_.forEach([](Rests& rests) { rests.end(); });
+  for (Rests& rests : rests_.all) rests.end();
   if (wakeUp_) wakeUp_->set(Clock::now());
 }
 
@@ -240,8 +240,9 @@ void NetworkThread::noteNetwork() {
   dropExceptions([&] { interface = defaultRouteInterface(); });
   if (interface == interface_) return;
   interface_.swap(interface);
+  if (interface_.empty()) return;
   const Lock lock(mutex_);
-  if (!interface_.empty()) rests_.forEach([](Rests& rests) { rests.routeReturned(); });
+  for (Rests& rests : rests_.all) rests.routeReturned();
 }
 
 // Takes everything as far as it goes. Returns when it goes on without input.
