@@ -1,10 +1,10 @@
 #include "veltrano/scalars.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 
 #include "encoding/numbers.h"
+#include "encoding/time.h"
 #include "encoding/utf8.h"
 
 namespace veltrano {
@@ -18,12 +18,7 @@ Date::Date(std::chrono::system_clock::time_point instant) {
 }
 
 Date Date::fromSecondsSince1970(double seconds) {
-  Date date;
-  if (std::isnan(seconds)) return date;
-  constexpr double kFarthestSeconds = std::chrono::duration<double>(kFarthest).count();
-  const double limited = std::clamp(seconds, -kFarthestSeconds, kFarthestSeconds);
-  date.sinceEpoch_ = std::chrono::microseconds(std::llround(limited * 1e6));
-  return date;
+  return Date(std::clamp(durationFromSeconds(seconds), -kFarthest, kFarthest));
 }
 
 std::string Date::iso8601() const {
