@@ -2,7 +2,9 @@
 // microseconds keep arithmetic exact.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 
 namespace veltrano::internal {
@@ -30,6 +32,11 @@ constexpr std::int64_t wholeMilliseconds(Duration duration) {
 }
 
 /// `seconds` rounded to the nearest microsecond and limited to some 100,000 years; zero for NaN.
-Duration durationFromSeconds(double seconds);
+inline Duration durationFromSeconds(double seconds) {
+  // Small enough that the sum of two such durations fits.
+  constexpr double kLimitInSeconds = 4e12;
+  if (std::isnan(seconds)) return Duration::zero();
+  return Duration(std::llround(std::clamp(seconds, -kLimitInSeconds, kLimitInSeconds) * 1e6));
+}
 
 }  // namespace veltrano::internal
