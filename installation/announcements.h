@@ -5,8 +5,8 @@
 #include <functional>
 #include <string_view>
 
-#include "platform/local_notification_center.h"
 #include "platform/mutex.h"
+#include "platform/notification_center.h"
 #include "platform/posix/threads/run_loop.h"
 
 namespace veltrano::internal {

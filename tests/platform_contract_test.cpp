@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/local_notification_center.h"
+#include "platform/notification_center.h"
 #include "platform/posix/threads/run_loop.h"
 #include "platform/posix/threads/work_queue.h"
 #include "platform/simulated/simulated_platform.h"

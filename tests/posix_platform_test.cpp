@@ -25,7 +25,6 @@
 #include "encoding/uuid.h"
 #include "heartbeat/heartbeat_interval.h"
 #include "platform/host_callback.h"
-#include "platform/local_notification_center.h"
 #include "platform/platform.h"
 #include "platform/posix/device/clock_and_random.h"
 #include "platform/posix/device/host_reports.h"

@@ -6,7 +6,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/local_notification_center.h"
 #include "platform/platform.h"
 #include "platform/posix/device/clock_and_random.h"
 #include "platform/posix/device/host_reports.h"

@@ -15,7 +15,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/local_notification_center.h"
 #include "platform/platform.h"
 #include "platform/reported_device.h"
 #include "platform/simulated/simulated_url_session.h"
