@@ -1,11 +1,16 @@
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <memory>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
-#include "installation/announcements.h"
 #include "installation/inert_library.h"
 #include "installation/platform_backend.h"
 #include "installation/shutdown.h"
 #include "platform/host_callback.h"
+#include "platform/mutex.h"
 #include "platform/posix/posix_services.h"
 
 namespace veltrano::internal {
@@ -20,17 +25,46 @@ class SystemBackend final : public PlatformBackend, public PosixServices {
 
   void report(DeviceChange change, std::string_view notification) override {
     if (notification.empty()) return reports.report(change);
-    announcements_.announce(notification,
-                            [this, change = std::move(change)] { reports.report(change); });
+    dropExceptions([&] {
+      {
+        const Lock lock(mutex_);
+        unannounced_.push_back({std::move(change), notification});
+      }
+      timers.performOnMainThread([this] { announceAll(); });
+    });
   }
 
   bool shutDown(std::chrono::steady_clock::time_point deadline) override {
-    announcements_.stop();
+    isShutDown_ = true;
     return shutdown_.run(deadline);
   }
 
  private:
-  Announcements announcements_{timers, notificationCenter};
+  struct Announced {
+    DeviceChange change;
+    std::string_view notification;
+  };
+
+  // On the main thread, in the order of the reports.
+  void announceAll() {
+    for (;;) {
+      Announced next;
+      {
+        const Lock lock(mutex_);
+        if (unannounced_.empty()) return;
+        next = std::move(unannounced_.front());
+        unannounced_.pop_front();
+      }
+      if (isShutDown_) continue;
+      reports.report(next.change);
+      notificationCenter.post(next.notification);
+      if (isForkedChild()) return;  // a callback forked
+    }
+  }
+
+  std::atomic<bool> isShutDown_{false};
+  Mutex mutex_;
+  std::deque<Announced> unannounced_ GUARDED_BY(mutex_);
   Shutdown shutdown_{*this};
 };
 
