@@ -12,7 +12,6 @@
 #include "platform/notification_center.h"
 #include "platform/random_source.h"
 #include "platform/standard_output.h"
-#include "platform/thread_ends.h"
 #include "platform/timer.h"
 #include "platform/url_session.h"
 #include "platform/user_defaults.h"
@@ -27,6 +26,10 @@ Service* nothing() {
   return instance;
 }
 
+/// Calls `function` when the calling thread ends, after its thread-local destructors. Replaces an
+/// earlier function. False if that cannot be arranged.
+using CallAtThreadEnd = bool (*)(void (*function)());
+
 /// The services that a library runs on. None is null, and all must outlive the library. Each
 /// defaults to a no-op, so `Platform()` drops work, sends nothing and stores nothing.
 struct Platform {
@@ -35,7 +38,7 @@ struct Platform {
   WallClock* wallClock = nothing<WallClock>();
   StandardOutput* standardOutput = nothing<StandardOutput>();
   WorkQueue* workQueue = nothing<WorkQueue>();  // not shared between libraries
-  ThreadEnds* threadEnds = nothing<ThreadEnds>();
+  CallAtThreadEnd callAtThreadEnd = [](void (*)()) { return false; };
   Timers* timers = nothing<Timers>();
   NotificationCenter* notificationCenter = nothing<NotificationCenter>();
   UserDefaults* userDefaults = nothing<UserDefaults>();

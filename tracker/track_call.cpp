@@ -56,7 +56,7 @@ class TrackCall::Memory final : public FlatWriter {
  public:
   /// The calling thread's chunk, with room for a call. Null when the calls that wait have reached
   /// their limit and this one `isDroppable`.
-  static Chunk* take(ThreadEnds& threadEnds, bool isDroppable) {
+  static Chunk* take(const Platform& platform, bool isDroppable) {
     if (isDroppable && WaitingMemory::isFull()) return nullptr;
     Thread& thread = callingThread;
     constexpr std::size_t kLeast = sizeof(TrackCall) + 64;
@@ -64,7 +64,7 @@ class TrackCall::Memory final : public FlatWriter {
       std::exchange(thread.chunk, nullptr)->retire();
     if (thread.chunk != nullptr) return std::exchange(thread.chunk, nullptr);
     if (thread.use == Use::secondCall)
-      thread.use = threadEnds.callAtEnd(endThread) ? Use::keepsChunk : Use::keepsNothing;
+      thread.use = platform.callAtThreadEnd(endThread) ? Use::keepsChunk : Use::keepsNothing;
     return makeChunk(thread, thread.use == Use::keepsChunk ? kChunkSize : kFirstSize);
   }
 
@@ -153,7 +153,7 @@ class TrackCall::Memory final : public FlatWriter {
                                                     std::string_view eventName,
                                                     const HostMapView& properties,
                                                     HostFunction<bool>&& completion) {
-  Chunk* const taken = Memory::take(*tracker.platform_.threadEnds, !completion);
+  Chunk* const taken = Memory::take(tracker.platform_, !completion);
   if (taken == nullptr) return nullptr;
   Memory memory(*taken);
   memory.text(Kind::String, eventName);

@@ -33,7 +33,7 @@ Platform PosixServices::platform() {
       .wallClock = &clock,
       .standardOutput = &standardOutput,
       .workQueue = &workQueue,
-      .threadEnds = &threadEnds,
+      .callAtThreadEnd = callAtThreadEnd,
       .timers = &timers,
       .notificationCenter = &notificationCenter,
       .userDefaults = &userDefaults,

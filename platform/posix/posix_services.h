@@ -34,7 +34,7 @@ struct PosixServices {
   PosixClock clock;
   PosixStandardOutput standardOutput;
   PosixWorkQueue workQueue{"com.veltrano"};
-  PosixThreadEnds threadEnds;
+  const CallAtThreadEnd callAtThreadEnd = threadEndCaller();
   PosixTimers timers;
   LocalNotificationCenter notificationCenter;
   PosixUserDefaults userDefaults;

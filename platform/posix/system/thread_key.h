@@ -4,8 +4,6 @@
 
 #include <system_error>
 
-#include "platform/thread_ends.h"
-
 namespace veltrano::internal {
 
 /// A per-thread pointer that is released when the thread ends, after its thread-local destructors.
@@ -30,19 +28,11 @@ class ThreadKey {
   pthread_key_t key_;
 };
 
-class PosixThreadEnds final : public ThreadEnds {
- public:
-  PosixThreadEnds() { key(); }
-
-  bool callAtEnd(void (*function)()) override {
-    return key().set(reinterpret_cast<const void*>(function));
-  }
-
- private:
-  static const ThreadKey& key() {
-    static const ThreadKey only([](void* function) { reinterpret_cast<void (*)()>(function)(); });
-    return only;
-  }
-};
+/// For `Platform::callAtThreadEnd`. Ask for it at the installation: without a key it throws, as
+/// `ThreadKey` does.
+inline auto threadEndCaller() {
+  static const ThreadKey key([](void* function) { reinterpret_cast<void (*)()>(function)(); });
+  return [](void (*function)()) { return key.set(reinterpret_cast<const void*>(function)); };
+}
 
 }  // namespace veltrano::internal
