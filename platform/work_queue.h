@@ -24,6 +24,17 @@ class Block {
   bool isDeferred = false;            // set by a queue that was asleep when this was deferred
 };
 
+/// A block that calls `work`.
+template <class Work>
+std::unique_ptr<Block> makeBlock(Work work) {
+  struct WorkBlock final : Block {
+    explicit WorkBlock(Work&& its) : work(std::move(its)) {}
+    void run() override { work(); }
+    Work work;
+  };
+  return std::make_unique<WorkBlock>(std::move(work));
+}
+
 /// Work that can be cancelled until it starts. Shared by its scheduler and the queue.
 class WorkItem {
  public:
@@ -105,12 +116,7 @@ class WorkQueue {
 
   template <class Work>
   void async(Work work) {
-    struct WorkBlock final : Block {
-      explicit WorkBlock(Work&& w) : work(std::move(w)) {}
-      void run() override { work(); }
-      Work work;
-    };
-    async(std::unique_ptr<Block>(std::make_unique<WorkBlock>(std::move(work))));
+    async(makeBlock(std::move(work)));
   }
 
   /// The same for a block that need not run soon. A queue that sleeps may go on sleeping until it

@@ -40,17 +40,18 @@ class PendingFlush {
     Flush replaced;  // destroyed after the lock is released: the completion belongs to the host
     const Lock lock(mutex_);
     if ((onlyIf != nullptr && !*onlyIf) || (onlyFirst && next_ > 1)) return;
+    const auto work = [this, number = next_] { start(number); };
     if (delay == delay.zero()) {
       // While a backlog of events is recorded, each one forces a flush: reuse the newest block.
       if (pending_.block != nullptr && queue_.isNewest(*pending_.block))
         return std::swap(pending_.completion, completion);
-      std::unique_ptr<Block> block = std::make_unique<FlushBlock>(*this, next_);
+      auto block = makeBlock(work);
       const Block* const forced = block.get();
       queue_.async(std::move(block));
       replaced =
           std::exchange(pending_, {next_++, delay, {}, std::move(completion), forced, nullptr});
     } else {
-      auto item = std::make_shared<WorkItem>([this, number = next_] { start(number); });
+      auto item = std::make_shared<WorkItem>(work);
       queue_.asyncAfter(delay, item);
       const Duration due = clock_.elapsed() + delay;
       replaced =
@@ -77,14 +78,6 @@ class PendingFlush {
     Completion completion;
     const Block* block = nullptr;    // of a forced flush
     std::shared_ptr<WorkItem> item;  // of a delayed one
-  };
-
-  struct FlushBlock final : Block {
-    FlushBlock(PendingFlush& flushes, std::uint64_t flush) : owner(flushes), number(flush) {}
-    void run() override { owner.start(number); }
-
-    PendingFlush& owner;
-    const std::uint64_t number;
   };
 
   // On the work queue. No-op when the flush has been replaced.

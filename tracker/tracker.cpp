@@ -10,34 +10,18 @@
 
 namespace veltrano::internal {
 
-// Takes its turn among the calls: drops what was recorded before it.
-class Tracker::Switch final : public Block {
- public:
-  explicit Switch(Tracker& tracker) : tracker_(tracker) {}
-
-  void run() override {
-    tracker_.eventQueue_.clear();
-    if (tracker_.observer_ != nullptr) tracker_.observer_->dropped();
-    tracker_.accounting_.waitingEventsOptedOut();
-    --tracker_.pendingSwitches_;
-  }
-
- private:
-  Tracker& tracker_;
-};
-
 Tracker::Tracker(const CollectionClient& client,
                  std::function<void(const std::string& uid)> startHeartbeat, CallObserver* observer)
     : client_(client),
       startHeartbeat_(std::move(startHeartbeat)),
       observer_(observer),
-      nextSwitch_(std::make_unique<Switch>(*this)) {
+      nextSwitch_(makeSwitch()) {
   dispatchQueue_.setDeferrable([this] { return deferrableCalls(); });
 }
 
 void Tracker::setCollecting(bool isOn) {
-  auto own = isOn ? std::make_unique<Switch>(*this) : nullptr;
-  auto next = isOn ? std::make_unique<Switch>(*this) : nullptr;
+  auto own = isOn ? makeSwitch() : nullptr;
+  auto next = isOn ? makeSwitch() : nullptr;
   {
     const Lock lock(switchMutex_);
     if (isCollecting_ == isOn) return;
@@ -49,6 +33,16 @@ void Tracker::setCollecting(bool isOn) {
   if (!isOn) pendingFlush_.cancel(&isCollecting_);
   if (isOn && isRunning_) startFlushCycle();
   log_("Setting collecting to ", isOn);
+}
+
+// Takes its turn among the calls: drops what was recorded before it.
+std::unique_ptr<Block> Tracker::makeSwitch() {
+  return makeBlock([this] {
+    eventQueue_.clear();
+    if (observer_ != nullptr) observer_->dropped();
+    accounting_.waitingEventsOptedOut();
+    --pendingSwitches_;
+  });
 }
 
 void Tracker::releaseCallbacks() {

@@ -115,7 +115,7 @@ class Tracker {
               FlatView eventProperties, FlushCompletion completion, bool isLogged);
   std::size_t deferrableCalls();
   void changeSuperProperties(PropertyMap changed);
-  class Switch;
+  std::unique_ptr<Block> makeSwitch();
   bool collectsNow() const { return isCollecting_ && pendingSwitches_ == 0; }
 
   // The next flush, from any thread.
