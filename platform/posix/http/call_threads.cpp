@@ -38,13 +38,16 @@ void CallThreads::stopExpecting(Lanes lanes) {
   changeExpected(lanes, -1);
 }
 
-void CallThreads::add(std::size_t lane, std::shared_ptr<Call> call, Lanes noLongerExpected) {
+void CallThreads::add(std::size_t lane, std::unique_ptr<Block> call, Lanes noLongerExpected) {
   const Lock lock(mutex_);
   changeExpected(noLongerExpected, -1);
   if (isOver_) return;
   Calls& calls = lanes_[lane];
-  Call* const added = call.get();
-  (calls.first == nullptr ? calls.first : calls.last->next_) = std::move(call);
+  Block* const added = call.release();
+  if (calls.first == nullptr)
+    calls.first = added;
+  else
+    calls.last->next = added;
   calls.last = added;
   changed_.notify_all();
 }
@@ -57,7 +60,7 @@ void CallThreads::shutDown(std::chrono::steady_clock::time_point deadline) {
     changed_.wait_until(lock.standard(), deadline);
   for (Calls& lane : lanes_) {
     while (lane.first != nullptr) {
-      std::shared_ptr<Call> dropped = lane.takeFirst();
+      std::unique_ptr<Block> dropped = lane.takeFirst();
       lock.unlock();
       dropped = nullptr;
       lock.lock();
@@ -105,7 +108,7 @@ void CallThreads::serve() {
       return !each.isBusy && each.first != nullptr;
     });
     if (lane != lanes_.end()) {
-      std::shared_ptr<Call> call = lane->takeFirst();
+      std::unique_ptr<Block> call = lane->takeFirst();
       lane->isBusy = true;
       busy = lane;
       --free_;
@@ -131,10 +134,8 @@ void CallThreads::serve() {
   }
 }
 
-std::shared_ptr<Call> CallThreads::Calls::takeFirst() {
-  std::shared_ptr<Call> call = std::move(first);
-  first = std::move(call->next_);
-  return call;
+std::unique_ptr<Block> CallThreads::Calls::takeFirst() {
+  return std::unique_ptr<Block>(std::exchange(first, first->next.load()));
 }
 
 }  // namespace veltrano::internal

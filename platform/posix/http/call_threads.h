@@ -6,33 +6,12 @@
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
-#include <utility>
 
 #include "platform/endpoint_path.h"
 #include "platform/mutex.h"
+#include "platform/work_queue.h"
 
 namespace veltrano::internal {
-
-/// A call that may block. Linked into its lane, so that adding it needs no memory.
-class Call {
- public:
-  virtual ~Call() = default;
-  virtual void run() = 0;
-
- private:
-  friend class CallThreads;
-  std::shared_ptr<Call> next_;  // guarded by the mutex of CallThreads
-};
-
-template <class Function>
-std::shared_ptr<Call> makeCall(Function function) {
-  struct FunctionCall final : Call {
-    explicit FunctionCall(Function its) : function(std::move(its)) {}
-    void run() override { function(); }
-    Function function;
-  };
-  return std::make_shared<FunctionCall>(std::move(function));
-}
 
 /// The threads that run what may block, in the host's code or in the system's resolver. The calls
 /// of a lane run one at a time and in order, so that one that blocks holds up its own lane only.
@@ -63,8 +42,8 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
   void stopExpecting(Lanes lanes);
 
   /// Runs `call` on one of the threads, later. Drops it after `shutDown`. The thread that is free
-  /// for an expected call stays so until this one has it.
-  void add(std::size_t lane, std::shared_ptr<Call> call, Lanes noLongerExpected = {});
+  /// for an expected call stays so until this one has it. Needs no memory.
+  void add(std::size_t lane, std::unique_ptr<Block> call, Lanes noLongerExpected = {});
 
   /// Lets the threads end once the lanes are empty, and waits for that until `deadline`. Drops the
   /// calls that have not started by then.
@@ -72,12 +51,12 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
 
  private:
   struct Calls {
-    std::shared_ptr<Call> first = {};
-    Call* last = nullptr;
+    Block* first = nullptr;  // the lane owns it and those linked to it
+    Block* last = nullptr;
     int expected = 0;     // how many may still add some
     bool isBusy = false;  // a thread is in one of them
 
-    std::shared_ptr<Call> takeFirst();
+    std::unique_ptr<Block> takeFirst();
   };
   void changeExpected(Lanes lanes, int by) REQUIRES(mutex_);
   bool startThread() REQUIRES(mutex_);

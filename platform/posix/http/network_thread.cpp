@@ -59,7 +59,7 @@ Duration sinceEpoch(NetworkThread::Clock::time_point time) {
 }  // namespace
 
 /// A post, and the call with its outcome. Used by the network thread until it is over.
-struct NetworkThread::Post final : Call {
+struct NetworkThread::Post final : Block {
   ~Post() override {
     callback = nullptr;
     if (owner == nullptr || isForkedChild()) return;
@@ -100,9 +100,11 @@ NetworkThread::NetworkThread(URLSessionOptions options)
     : options_(std::move(options)),
       calls_(std::make_shared<CallThreads>()),
       wakeUp_(std::in_place),
+      endpoints_{{{.path = EndpointPath::track, .posts = {}},
+                  {.path = EndpointPath::heartbeat, .posts = {}}}},
       random_(static_cast<unsigned>(Clock::now().time_since_epoch().count())),
       looksUpHost_(options_.proxy.empty()) {
-  spare_.push_back(std::make_shared<Post>());
+  spare_.push_back(std::make_unique<Post>());
 }
 
 void NetworkThread::start() {
@@ -128,7 +130,7 @@ void NetworkThread::post(PostRequest& request, URLSessionCallback& callback) noe
   CURLcode failure = CURLE_OK;
   if (isClosed_ || endpoint.unfinished >= kMaxUnfinished) failure = CURLE_NO_CONNECTION_AVAILABLE;
   try {
-    while (spare_.size() < 2) spare_.push_back(std::make_shared<Post>());
+    while (spare_.size() < 2) spare_.push_back(std::make_unique<Post>());
   } catch (const std::bad_alloc&) {
     failure = CURLE_OUT_OF_MEMORY;
   }
@@ -392,8 +394,8 @@ void NetworkThread::prepare(const Endpoint& endpoint, Post& post) {
   post.preparation->intercepted = post.attempt.request;
   post.preparation->request = std::move(post.attempt.request);
   calls_->add(CallThreads::preparation + indexOf(endpoint.path),
-              makeCall([self = shared_from_this(), preparation = post.preparation,
-                        interceptor = request.interceptor] {
+              makeBlock([self = shared_from_this(), preparation = post.preparation,
+                         interceptor = request.interceptor] {
                 if (preparation->isDone) return;  // the post's time was up
                 const AtScopeEnd end{[&] {
                   if (isForkedChild()) return;
@@ -437,7 +439,7 @@ CURLcode NetworkThread::addAddresses(Post& post, const std::optional<HostName>& 
     const bool isFresh = !name.addresses.empty() && Clock::now() - name.since <= kAddressesLast;
     if (!isFresh && name.triedAt < post.lookupBegan) {
       if (name.isBeingLookedUp) return CURLE_AGAIN;
-      calls_->add(CallThreads::lookup, makeCall([self = shared_from_this(), host = *host, &name] {
+      calls_->add(CallThreads::lookup, makeBlock([self = shared_from_this(), host = *host, &name] {
                     self->lookUp(host, name);
                   }));
       name.isBeingLookedUp = true;
@@ -540,7 +542,7 @@ void NetworkThread::endAttempt(Endpoint& endpoint, Post& post, TransferResult re
 
 // A thread is free for what calls the host. Only if the log was enabled after the request began,
 // its outcome may have to wait while a lookup and an outcome of the other path are stuck.
-void NetworkThread::end(std::shared_ptr<Post> post) {
+void NetworkThread::end(std::unique_ptr<Post> post) {
   const CallThreads::Lanes lanes = post->lanes;
   const std::size_t lane = CallThreads::outcome + indexOf(post->endpoint->path);
   if (callsHost(post->request)) return calls_->add(lane, std::move(post), lanes);
@@ -573,7 +575,7 @@ void NetworkThread::report(const Endpoint& endpoint, const Post& post, const Tra
           std::chrono::duration_cast<std::chrono::system_clock::duration>(
               options_.wallClock->now().sinceEpoch + rest->left));
     calls_->add(CallThreads::outcome + indexOf(endpoint.path),
-                makeCall([self = shared_from_this(), report = std::move(report)] {
+                makeBlock([self = shared_from_this(), report = std::move(report)] {
                   callHost(self->options_.onTransfer, report);
                 }));
   });

@@ -58,13 +58,13 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   enum class Stage { waiting, preparing, lookingUp, sending };
   struct Post;
   struct Preparation;
-  using Posts = std::list<std::shared_ptr<Post>>;
+  using Posts = std::list<std::unique_ptr<Post>>;
 
   struct Endpoint {
     EndpointPath path;
     int unfinished = 0;  // posts that have not been called back; guarded by mutex_
 
-    Posts posts = {};  // network thread, as is what follows
+    Posts posts;  // network thread, as is what follows
     Post* current = nullptr;
     std::unique_ptr<HTTPTransfer> transfer = {};  // of `current`, while it is being sent
     std::optional<CURLcode> ended = {};           // how the transfer did
@@ -94,7 +94,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   CURLcode send(Endpoint& endpoint, Post& post);
   TransferResult endTransfer(Endpoint& endpoint, CURLcode code) noexcept;
   void endAttempt(Endpoint& endpoint, Post& post, TransferResult result);
-  void end(std::shared_ptr<Post> post);
+  void end(std::unique_ptr<Post> post);
   bool callsHost(const PostRequest& request) const;
   void report(const Endpoint& endpoint, const Post& post, const TransferResult& result,
               bool willRetry, const std::optional<Rest>& rest);
@@ -116,8 +116,7 @@ class NetworkThread : public std::enable_shared_from_this<NetworkThread> {
   bool isClosed_ GUARDED_BY(mutex_) = false;
   bool isRunning_ GUARDED_BY(mutex_) = false;
 
-  std::array<Endpoint, kEndpointPathCount> endpoints_{
-      {{EndpointPath::track}, {EndpointPath::heartbeat}}};
+  std::array<Endpoint, kEndpointPathCount> endpoints_;
 
   // Network thread.
   int wakeUpDescriptor_ = -1;
