@@ -66,6 +66,21 @@ std::optional<Bundle> SimulatedBundles::bundleAtPath(std::string_view path) cons
   return Bundle{std::nullopt, resourceBundleInfo};
 }
 
+void SimulatedURLSession::postData(PostRequest request, URLSessionCallback callback) {
+  onPost(request);
+  const SimulatedAnswer answer = answers[request.path()];
+  timeline.schedule(answer.latency, [answer, callback = std::move(callback)] {
+    switch (answer.form) {
+      case SimulatedAnswer::Form::http:
+        return callback(answer.body, URLResponse{answer.status}, std::nullopt);
+      case SimulatedAnswer::Form::transportError:
+        return callback(std::nullopt, std::nullopt, TransportError{"simulated"});
+      case SimulatedAnswer::Form::notHTTP:
+        return callback(answer.body, URLResponse{}, std::nullopt);
+    }
+  });
+}
+
 SimulatedPlatform::SimulatedPlatform(std::shared_ptr<Timeline> line) : timeline_(std::move(line)) {
   network.answers[std::string(text(EndpointPath::heartbeat))].body = "{}";
 }

@@ -17,7 +17,6 @@
 
 #include "platform/platform.h"
 #include "platform/reported_device.h"
-#include "platform/simulated/simulated_url_session.h"
 #include "platform/simulated/simulated_work_queue.h"
 #include "platform/simulated/timeline.h"
 
@@ -118,6 +117,26 @@ class SimulatedDevice final : public ReportedDevice {
   }
 
   SimulatedDevice() : ReportedDevice(phoneInPortrait()) {}
+};
+
+/// How posts to one path are answered.
+struct SimulatedAnswer {
+  enum class Form { http, transportError, notHTTP };
+
+  Form form = Form::http;
+  int status = 200;
+  std::optional<std::string> body = std::nullopt;
+  Duration latency = std::chrono::milliseconds(50);
+};
+
+/// A scripted network. It chooses the answer when a request is posted.
+struct SimulatedURLSession final : ZKURLSessionManager {
+  explicit SimulatedURLSession(Timeline& line) : timeline(line) {}
+  void postData(PostRequest request, URLSessionCallback callback) override;
+
+  Timeline& timeline;
+  std::map<std::string, SimulatedAnswer> answers;  // by the path of the URL
+  std::function<void(const PostRequest&)> onPost = [](const PostRequest&) {};
 };
 
 class SimulatedPlatform {
