@@ -5,12 +5,10 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "shop.h"
-#include "tests/plan/typed.h"
 #include "tests/support/directory.h"
 #include "veltrano/posix_platform.h"
 #include "veltrano/testing.h"
@@ -21,6 +19,10 @@ using veltrano::planning::Checked;
 using veltrano::planning::Faults;
 using veltrano::planning::Plan;
 using veltrano::testing::World;
+
+// typed.c
+extern "C" void track_typed();
+extern "C" void track_without_text();
 
 namespace {
 

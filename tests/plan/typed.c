@@ -1,5 +1,3 @@
-#include "tests/plan/typed.h"
-
 #include "shop_c.h"
 
 /* Tracks the event whose counterpart plan_test.cpp tracks without types. */

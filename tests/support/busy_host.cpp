@@ -9,9 +9,12 @@
 #include <string>
 #include <thread>
 
-#include "tests/support/failing_calls.h"
 #include "veltrano/posix_platform.h"
 #include "veltrano/veltrano.h"
+
+// failing_calls.c
+extern "C" void failCall(const char* name, int number);
+extern "C" bool hasFailed();
 
 namespace {
 

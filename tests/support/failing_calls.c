@@ -1,14 +1,12 @@
 // Replaces system calls of the C library for the whole process: one of them fails once, when it is
 // called for the n-th time.
 #define _GNU_SOURCE
-#include "tests/support/failing_calls.h"
-
 #include <dlfcn.h>
 #include <errno.h>
 #include <poll.h>
 #include <pthread.h>
 #include <stdatomic.h>
-#include <stdlib.h>
+#include <stdbool.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
@@ -20,6 +18,7 @@
 static const char* failing = "";
 static atomic_int left;
 
+// Makes call `number` of the function fail, counted from 1 and from now.
 void failCall(const char* name, int number) {
   failing = name;
   left = number;
