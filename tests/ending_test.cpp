@@ -1,19 +1,20 @@
 // A host ends at once, with its own status and without output, whatever the library is doing.
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <fstream>
 #include <future>
 #include <string>
 #include <vector>
 
 #include "tests/support/posting.h"
-#include "tests/support/spawn.h"
 
 namespace veltrano::internal {
 namespace {
@@ -21,14 +22,6 @@ namespace {
 // Anything longer is a hang. Exit waits two seconds for a callback that does not return; any other
 // ending takes about 2 ms. The result records the longest of a state.
 constexpr double kMaxMilliseconds = 20'000;
-
-struct Pipe {
-  Pipe() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }
-  ~Pipe() {
-    for (const int end : ends) close(end);
-  }
-  int ends[2];
-};
 
 // A port that neither accepts nor refuses connections, because its backlog is full.
 class BlackHole {
@@ -56,35 +49,30 @@ class BlackHole {
 // Returns how long the host took to end.
 double runHost(const std::string& state, const std::string& ending) {
   const std::string context = state + ", " + ending;
-  Pipe input, output, errors;
+  const Directory directory;
+  const std::string input = directory / "input", output = directory / "output";
+  EXPECT_EQ(mkfifo(input.c_str(), S_IRUSR | S_IWUSR), 0) << context;
   TLSServer server([&](int) {
     if (state == "idle" || state == "tracking" || state == "in a completion" ||
         state == "calling back")
       return answer("200 OK");
-    EXPECT_EQ(write(input.ends[1], "!", 1), 1);
+    EXPECT_TRUE(std::fstream(input) << '!') << context;
     return state == "back-off" ? answer("503 Busy", "", "Retry-After: 20\r\n") : TLSReply{};
   });
   const BlackHole hole;
   const std::string host =
       "127.0.0.1:" + std::to_string(state == "black hole" ? hole.port : server.port());
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, input.ends[0], STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, output.ends[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, errors.ends[1], STDERR_FILENO);
-  const int status = statusOf({ENDING_HOST, state, ending,
-                               state == "resolving" ? "stuck.invalid" : host, server.authorities()},
-                              &actions);
-  posix_spawn_file_actions_destroy(&actions);
+  const std::string command = "exec " ENDING_HOST " '" + state + "' '" + ending + "' " +
+                              (state == "resolving" ? "stuck.invalid" : host) + " " +
+                              server.authorities() + " <>" + input + " >" + output + " 2>" +
+                              directory / "errors";
+  const int status = std::system(command.c_str());
 
   std::chrono::steady_clock::time_point begin;  // the same clock in all processes
-  fcntl(output.ends[0], F_SETFL, O_NONBLOCK);
-  EXPECT_EQ(read(output.ends[0], &begin, sizeof begin), ssize_t{sizeof begin}) << context;
+  EXPECT_TRUE(std::ifstream(output).read(reinterpret_cast<char*>(&begin), sizeof begin)) << context;
   const std::chrono::duration<double, std::milli> length = std::chrono::steady_clock::now() - begin;
   EXPECT_EQ(status, ending == "signal" ? SIGTERM : 7 << 8) << context;
-  fcntl(errors.ends[0], F_SETFL, O_NONBLOCK);
-  std::string said(4096, '\0');
-  EXPECT_LE(read(errors.ends[0], said.data(), said.size()), 0) << context << ": " << said;
+  EXPECT_EQ(contentsOf(directory / "errors"), "") << context;
   return length.count();
 }
 

@@ -15,6 +15,7 @@
 
 #include "platform/posix/posix_services.h"
 #include "platform/posix/system/background_thread.h"
+#include "tests/support/failures.h"
 #include "tracker/library.h"
 #include "tracker/track_call.h"
 #include "veltrano/veltrano.h"
@@ -25,8 +26,7 @@ namespace {
 class HostFaults : public testing::Test {
  protected:
   HostFaults() {
-    PosixOptions options;
-    options.collectionHost = "localhost:1";  // refuses connections
+    PosixOptions options = failures::refused();
     static const Installation installation = PosixPlatform::install(options);
     EXPECT_TRUE(installation) << installation.error;
     options.logSink = [](std::string_view) {};
@@ -237,8 +237,7 @@ TEST_F(HostFaults, CallsWaitForAHangingUploadInBoundedMemory) {
 // The library is started on a thread that its first, second or third line ends.
 TEST_F(HostFaults, ALogSinkMayEndTheThreadThatStartsTheLibrary) {
   for (int line = 0; line < 3; ++line) {
-    PosixOptions options;
-    options.collectionHost = "localhost:1";
+    PosixOptions options = failures::refused();
     options.logSink = [left = std::make_shared<int>(line)](std::string_view) {
       if ((*left)-- == 0) pthread_exit(nullptr);
     };

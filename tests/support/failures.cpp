@@ -5,12 +5,10 @@
 #include <pthread.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string_view>
-#include <thread>
 
 namespace veltrano::failures {
 namespace {
@@ -54,11 +52,18 @@ const CURLcode initialized = curl_global_init_mem(CURL_GLOBAL_DEFAULT, curlMallo
 
 }  // namespace
 
-void failAllocations(int first, int count) {
+void runAsLibrary(const std::function<void()>& work) {
+  isLibrarys = true;
+  work();
+  isLibrarys = false;
+}
+
+void runWithout(int first, int count, const std::function<void()>& work) {
   position = 0;
   firstToFail = first;
   endOfFailing = first + count;
   isFailing = true;
+  runAsLibrary(work);
 }
 
 bool stopFailing() {

@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <exception>
 #include <future>
-#include <limits>
 #include <memory>
 #include <string>
 #include <utility>
@@ -23,16 +22,13 @@ namespace {
 
 std::atomic<bool> isLimited{false};
 std::atomic<bool> hasFailed{false};
-std::atomic<long> left{0};   // bytes
-std::atomic<long> until{0};  // the allocation that fails; negative: none
+std::atomic<long> left{1L << 40};  // bytes
+std::atomic<long> until{-1};       // the allocation that fails; negative: none
 
-void* take(void* memory) {
-  if (isLimited && memory != nullptr) left -= static_cast<long>(malloc_usable_size(memory));
+// Counts memory that is taken (1) or given back (-1).
+void* counted(void* memory, long sign) {
+  if (isLimited && memory != nullptr) left -= sign * static_cast<long>(malloc_usable_size(memory));
   return memory;
-}
-
-void give(void* memory) {
-  if (isLimited && memory != nullptr) left += static_cast<long>(malloc_usable_size(memory));
 }
 
 bool isThere(std::size_t size) {
@@ -52,19 +48,16 @@ void* __libc_realloc(void*, std::size_t);
 void __libc_free(void*);
 
 void* malloc(std::size_t size) noexcept {
-  return isThere(size) ? take(__libc_malloc(size)) : nullptr;
+  return isThere(size) ? counted(__libc_malloc(size), 1) : nullptr;
 }
 void* calloc(std::size_t count, std::size_t size) noexcept {
-  return isThere(count * size) ? take(__libc_calloc(count, size)) : nullptr;
+  return isThere(count * size) ? counted(__libc_calloc(count, size), 1) : nullptr;
 }
 void* realloc(void* old, std::size_t size) noexcept {
-  if (!isThere(size)) return nullptr;
-  give(old);
-  return take(__libc_realloc(old, size));
+  return isThere(size) ? counted(__libc_realloc(counted(old, -1), size), 1) : nullptr;
 }
 void free(void* memory) noexcept {
-  give(memory);
-  __libc_free(memory);
+  __libc_free(counted(memory, -1));
 }
 }
 
@@ -74,9 +67,7 @@ int main(int, char** arguments) {
   options.collectionHost = arguments[1];
   options.certificateAuthorities = arguments[2];
   const bool countsBytes = arguments[3] == std::string("bytes");
-  const long count = std::atol(arguments[4]);
-  left = countsBytes ? count : std::numeric_limits<long>::max() / 2;
-  until = countsBytes ? -1 : count;
+  (countsBytes ? left : until) = std::atol(arguments[4]);
   veltrano::PosixOptions given = options;
   isLimited = true;
   auto installation = veltrano::PosixPlatform::install(std::move(given));

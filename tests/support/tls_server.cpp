@@ -88,11 +88,6 @@ std::vector<std::string> TLSServer::requests() const {
   return requests_;
 }
 
-int TLSServer::connections() const {
-  const std::lock_guard lock(mutex_);
-  return static_cast<int>(connections_.size());
-}
-
 void TLSServer::accept() {
   // Inherited by the connections' threads, so that SIGPIPE does not kill the test.
   sigset_t signals;
@@ -105,6 +100,7 @@ void TLSServer::accept() {
     if (stopping_) return;
     if (connected == -1) continue;  // a test may have used up the descriptors for a while
     sockets_.push_back(connected);
+    ++begun_;
     connections_.emplace_back([this, connected] { serve(connected); });
   }
 }

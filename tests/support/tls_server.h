@@ -45,7 +45,7 @@ class TLSServer {
   std::string pin() const;                                     // of the public key, "sha256//..."
 
   std::vector<std::string> requests() const;  // head and body, including CONNECTs, as they arrived
-  int connections() const;
+  int connections() const { return begun_; }
   int endedConnections() const { return ended_; }
 
  private:
@@ -63,7 +63,7 @@ class TLSServer {
   const std::string pemFile_ = directory_ / "authority.pem";
   int listener_;
   int port_ = 0;
-  std::atomic<int> ended_{0};  // connections
+  std::atomic<int> begun_{0}, ended_{0};  // connections
 
   mutable std::mutex mutex_;
   std::vector<std::string> requests_;  // guarded by mutex_, like everything below

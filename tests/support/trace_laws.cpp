@@ -2,7 +2,6 @@
 
 #include <rapidjson/document.h>
 
-#include <charconv>
 #include <utility>
 
 using veltrano::Statistics;
