@@ -197,7 +197,7 @@ TEST(CInterfaceVersion, IsThatOfTheHeaderAndOfThePackage) {
     EXPECT_EQ(given, PACKAGE_VERSION);
 }
 
-TEST_F(CInterface, StatisticsFillWhatTheHostHasRoomFor) {
+TEST_F(CInterface, StatisticsAndStatusFillWhatTheHostHasRoomFor) {
   veltrano_statistics all = {};
   EXPECT_FALSE(veltrano_get_statistics(nullptr));
   EXPECT_FALSE(veltrano_get_statistics(&all));

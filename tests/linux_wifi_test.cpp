@@ -31,7 +31,7 @@ TEST(LinuxWiFiTest, AWirelessInterfaceCountsWhileItsLinkIsUp) {
     for (const std::string interface : {"eth0", "wlan1"})
       sys.write("class/net/" + interface + "/operstate", state + "\n");
     EXPECT_EQ(isWirelessLinkUp("wlan1", sys / ""), isUp) << state;
-    EXPECT_FALSE(isWirelessLinkUp("eth0", sys / ""));
+    EXPECT_FALSE(isWirelessLinkUp("eth0", sys / "")) << state;
   }
   EXPECT_FALSE(isWirelessLinkUp("", sys / ""));
 }

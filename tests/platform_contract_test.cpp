@@ -134,7 +134,7 @@ TYPED_TEST(PlatformContract, WaitingParksTheQueueUntilTheGroupIsEmpty) {
   // Items keep their places among blocks that are submitted during the wait.
   timers.schedule(milliseconds(1500), Duration(0), [&] {
     queue.asyncAfter(milliseconds(1), this->item("delayed meanwhile"));
-    timers.schedule(milliseconds(100), Duration(0), [&] {
+    timers.schedule(milliseconds(1000), Duration(0), [&] {
       queue.async(this->note("late block"));
       queue.async([&] { this->world.done(); });
       this->log.push_back("left");
@@ -168,7 +168,7 @@ TYPED_TEST(PlatformContract, TimersFireOnceByDueTimeUnlessInvalidated) {
     itself->invalidate();
     meanwhile->invalidate();
     this->log.push_back("first");
-    timers.schedule(milliseconds(1500), Duration(0), [&] {
+    timers.schedule(milliseconds(20), Duration(0), [&] {
       this->log.push_back("from a timer");
       this->world.done();
     });

@@ -80,7 +80,7 @@ void expectLaws(const std::string& scenario) {
                            &Statistics::droppedForMemory, &Statistics::uploadsAttempted,
                            &Statistics::uploadsSucceeded, &Statistics::uploadsFailedInTransport,
                            &Statistics::uploadsFailedByStatus, &Statistics::heartbeatsSent})
-    EXPECT_EQ(last.*count, laws.counts.*count);
+    EXPECT_EQ(last.*count, laws.counts.*count) << Veltrano::status();
   EXPECT_TRUE(last.droppedByOptOut > 0 || last.waiting + last.inFlight == laws.waiting());
 }
 

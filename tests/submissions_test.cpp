@@ -7,7 +7,6 @@
 
 #include <ostream>
 #include <type_traits>
-#include <vector>
 
 // Last, because it defines macros.
 #include <relacy/relacy.hpp>

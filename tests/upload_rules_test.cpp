@@ -54,10 +54,9 @@ std::optional<Rest> restAfter(Rests& rests, int count, const AttemptResult& resu
 TEST(Rests, FollowTroubleAsThePathSeesIt) {
   const AttemptResult silence;
   const std::tuple<AttemptResult, bool, bool> cases[] = {
-      {status(200), false, false}, {status(201), true, false}, {status(302), true, false},
-      {status(400), false, false}, {status(401), true, false}, {status(404), true, false},
-      {status(408), true, true},   {status(413), true, false}, {status(429), true, true},
-      {status(500), true, true},   {status(503), true, true},  {status(599), true, true},
+      {status(200), false, false}, {status(201), true, false}, {status(400), false, false},
+      {status(404), true, false},  {status(408), true, true},  {status(413), true, false},
+      {status(429), true, true},   {status(500), true, true},  {status(599), true, true},
       {kUnconnected, true, true},  {silence, true, true},
   };
   for (const auto& [result, isTroubleOfTrack, isTroubleOfHeartbeat] : cases) {

@@ -1,7 +1,7 @@
 // What docs/wire-format.md shows is what the library sends.
 #include <gtest/gtest.h>
 
-#include <fstream>
+#include <regex>
 
 #include "encoding/base64.h"
 #include "tests/support/posting.h"
@@ -12,22 +12,10 @@ namespace {
 
 // The document's blocks of a language, in order.
 std::vector<std::string> blocks(const std::string& language) {
-  std::ifstream file(WIRE_FORMAT);
-  std::vector<std::string> found;
-  bool isInside = false;
-  for (std::string line; std::getline(file, line);) {
-    const bool begins = line == "```" + language;
-    if (begins) found.emplace_back();
-    if (isInside && line != "```") found.back() += line + "\n";
-    isInside = begins || (isInside && line != "```");
-  }
-  return found;
-}
-
-std::string without(std::string text, const std::string& part, const std::string& instead = "") {
-  for (auto at = text.find(part); at != text.npos; at = text.find(part, at + instead.size()))
-    text.replace(at, part.size(), instead);
-  return text;
+  const std::string text = contentsOf(WIRE_FORMAT);
+  const std::regex block("```" + language + "\n([^`]*)```");
+  using Found = std::sregex_token_iterator;
+  return {Found(text.begin(), text.end(), block, 1), Found()};
 }
 
 struct Token final : SessionTokenProvider {
@@ -58,12 +46,14 @@ TEST(WireFormat, IsDocumentedByteByByte) {
   const std::size_t order[] = {1, 0};  // the heartbeat comes first
   for (std::size_t i = 0; i < 2; ++i) {
     PostRequest request = posts.at(order[i]);
-    request.baseURL = without(request.baseURL, kSimulatedCollectionHost, local);
+    request.baseURL =
+        std::regex_replace(request.baseURL, std::regex(kSimulatedCollectionHost), local);
     post(session, request);
-    const std::string sent = without(server.requests().at(i), local, kSimulatedCollectionHost);
-    EXPECT_EQ(without(sent, "\r\n", "\n") + "\n", requests[i]);
+    const std::string sent =
+        std::regex_replace(server.requests().at(i), std::regex(local), kSimulatedCollectionHost);
+    EXPECT_EQ(std::regex_replace(sent, std::regex("\r\n"), "\n") + "\n", requests[i]);
     EXPECT_EQ(decodedBase64(sent.substr(sent.rfind("data=") + 5)),
-              without(without(bodies[i], "\n"), "  "));
+              std::regex_replace(bodies[i], std::regex("\n *"), ""));
   }
 }
 
