@@ -159,7 +159,7 @@ TEST(NetworkFaults, ALookupThatIsStuckKeepsOneThreadAndNoPost) {
   for (; outcome.status() != 200; outcome = post(session, request)) isLogging = false;
   EXPECT_TRUE(outcome.mayCallHost) << "and write to the log";
   threads(2);
-  EXPECT_EQ(failures::stuckLookups, 1) << "asked again meanwhile";
+  EXPECT_EQ(failures::stuckLookups.exchange(0), 1) << "asked again meanwhile";
 }
 
 TEST(NetworkFaults, CodeOfTheHostThatBlocksHoldsUpNothingElse) {
