@@ -69,7 +69,7 @@ int main(int argc, char** argv) {
       const Run run = runProgram(directory / kPrograms[i]);
       if (round < 0) continue;  // warm-up
       times[i].push_back(run.nanoseconds);
-      if (run.output.empty()) continue;
+      if (i + 1 < std::size(kPrograms)) continue;
       char* rest = nullptr;
       tlsTimes.push_back(std::strtod(run.output.c_str(), &rest));
       installTimes.push_back(tlsTimes.back() + std::strtod(rest, &rest));

@@ -24,8 +24,8 @@ inline veltrano::PosixOptions hostOptions(const char* collectionHost) {
   return options;
 }
 
-/// Installs the platform of a host that uploads to a collector, `scripts/with-collector COLLECTOR
-/// -- PROGRAM`, from the last two arguments. Exits with 1 if that fails.
+/// Installs the platform from the last two arguments, which `scripts/with-collector` appends. Exits
+/// with 1 if that fails.
 inline void installCollectingHost(int argc, char** argv) {
   veltrano::PosixOptions options = hostOptions(argc > 2 ? argv[argc - 2] : "");
   options.certificateAuthorities = argc > 2 ? argv[argc - 1] : "";

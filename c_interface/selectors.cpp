@@ -70,8 +70,8 @@ bool take(const Object& object, std::optional<T>& argument) {
   return isNothing(object) || take(object, argument.emplace());
 }
 
-// Sets `taken` to the number of leading objects with the right type; does not call the operation
-// unless all have.
+// Adds the number of leading objects with the right type to `taken`, which must be 0; calls the
+// operation only if all have it.
 template <class Operation, class Result, class... Parameters>
 bool call(Result (*)(Parameters...), std::span<const Object> objects, std::size_t& taken,
           Object& returned) {

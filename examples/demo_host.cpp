@@ -207,7 +207,7 @@ void Player::onMainThread(std::function<void()> function) {
           "The main thread is stuck.");
 }
 
-// Waits until `count` of them have arrived.
+// Waits until the collector's counter has reached `count`.
 void Player::waitFor(std::uint64_t Counters::*counter, std::uint64_t count) {
   while (collector_.counters().*counter < count) {
     require(Clock::now() < deadline_, "An event or a heartbeat is missing.");

@@ -17,10 +17,10 @@ class Block {
   virtual ~Block() = default;
   virtual void run() = 0;
 
-  /// Called instead of `run` by a queue that has been stopped.
+  /// Called instead of `run` by a work queue that has been stopped.
   virtual void drop() {}
 
-  std::atomic<Block*> next{nullptr};  // guarded by the queue that owns the block
+  std::atomic<Block*> next{nullptr};  // guarded by the block's owner
   bool isDeferred = false;            // set by a queue that was asleep when this was deferred
 };
 

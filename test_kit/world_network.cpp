@@ -1,6 +1,7 @@
 #include "test_kit/world_network.h"
 
 #include <strings.h>
+#include <algorithm>
 
 namespace veltrano::testing {
 
@@ -36,9 +37,11 @@ std::optional<Rest> WorldNetwork::requestEnded(const PendingPost& post, const An
   result.failedToConnect =
       answer.isTransportError && answer.latency < RequestLimits().attemptTimeout;
   if (!answer.isTransportError) result.httpStatusCode = answer.status;
-  for (const auto& [name, value] : answer.headers)
-    if (strcasecmp(name.c_str(), "Retry-After") == 0)
-      result.retryAfter = parseRetryAfter(value, clock_.now());
+  const auto header = std::find_if(
+      answer.headers.begin(), answer.headers.end(),
+      [](const auto& each) { return strcasecmp(each.first.c_str(), "Retry-After") == 0; });
+  if (header != answer.headers.end())
+    result.retryAfter = parseRetryAfter(header->second, clock_.now());
   const Lock lock(mutex_);
   return rests_.of(post.path).requestEnded(timeline_.now(), result, 1);
 }

@@ -62,10 +62,10 @@ double runHost(const std::string& state, const std::string& ending) {
   const BlackHole hole;
   const std::string host =
       "127.0.0.1:" + std::to_string(state == "black hole" ? hole.port : server.port());
-  const std::string command = "exec " ENDING_HOST " '" + state + "' '" + ending + "' " +
-                              (state == "resolving" ? "stuck.invalid" : host) + " " +
-                              server.authorities() + " <>" + input + " >" + output + " 2>" +
-                              directory / "errors";
+  const std::string command = "exec '" ENDING_HOST "' '" + state + "' '" + ending + "' " +
+                              (state == "resolving" ? "stuck.invalid" : host) + " '" +
+                              server.authorities() + "' <>'" + input + "' >'" + output + "' 2>'" +
+                              directory / "errors" + "'";
   const int status = std::system(command.c_str());
 
   std::chrono::steady_clock::time_point begin;  // the same clock in all processes

@@ -90,10 +90,10 @@ TEST(MemoryTest, AHostThatStartsWithTooLittleMemoryDeliversLater) {
 #else
   TLSServer server([](int) { return answer("200 OK"); });
   const std::string command =
-      "exec " STARTING_HOST " 127.0.0.1:" + std::to_string(server.port()) + " ";
+      "exec '" STARTING_HOST "' 127.0.0.1:" + std::to_string(server.port()) + " '";
   const auto start = [&](const char* limit, int count) {
     const int status = std::system(
-        (command + server.authorities() + " " + limit + " " + std::to_string(count)).c_str());
+        (command + server.authorities() + "' " + limit + " " + std::to_string(count)).c_str());
     // 2: there was enough memory.
     EXPECT_TRUE(status == 0 || status == 2 << 8) << status << " with " << limit << " " << count;
     return status == 0;

@@ -15,10 +15,10 @@ TEST_P(SystemCalls, FailOnceAndLoseNothing) {
   TLSServer server([](int) { return answer("200 OK", R"({"back_off_seconds":5})"); });
   const Directory directory;
   const auto runHost = [&](int number) {
-    const std::string command = std::string("exec " BUSY_HOST " ") + GetParam() + " " +
+    const std::string command = std::string("exec '" BUSY_HOST "' ") + GetParam() + " " +
                                 std::to_string(number) +
-                                " 127.0.0.1:" + std::to_string(server.port()) + " " +
-                                server.authorities() + " " + directory / "";
+                                " 127.0.0.1:" + std::to_string(server.port()) + " '" +
+                                server.authorities() + "' '" + directory / "" + "'";
     return std::system(command.c_str());
   };
   constexpr int kAtATime = 8;

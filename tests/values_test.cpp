@@ -132,7 +132,8 @@ TEST(Values, BracesPickTheMemberThatAReaderExpects) {
 TEST(Values, DatesAndNumbersAreLimited) {
   using namespace std::chrono;
   EXPECT_EQ(Date(sys_days::max()).sinceEpoch(), Date::fromSecondsSince1970(HUGE_VAL).sinceEpoch());
-  EXPECT_EQ(json(Date::fromSecondsSince1970(HUGE_VAL)).size(), 27U);
+  EXPECT_EQ(Date::fromSecondsSince1970(HUGE_VAL).iso8601(), "31970-01-01T00:00:00.000Z");
+  EXPECT_EQ(Date::fromSecondsSince1970(std::nan("")).sinceEpoch(), microseconds(0));
   EXPECT_EQ(Date::fromSecondsSince1970(1.000001).sinceEpoch(), microseconds(1'000'001));
   EXPECT_EQ(Date(system_clock::time_point(nanoseconds(-1))).sinceEpoch(), microseconds(-1));
   EXPECT_EQ(HostValue(3U).member()->getIf<std::uint64_t>(), 3U);

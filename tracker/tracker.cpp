@@ -35,7 +35,7 @@ void Tracker::setCollecting(bool isOn) {
   log_("Setting collecting to ", isOn);
 }
 
-// Takes its turn among the calls: drops what was recorded before it.
+// The block takes its turn among the calls and drops what was recorded before it.
 std::unique_ptr<Block> Tracker::makeSwitch() {
   return makeBlock([this] {
     eventQueue_.clear();

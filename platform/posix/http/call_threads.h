@@ -41,12 +41,12 @@ class CallThreads : public std::enable_shared_from_this<CallThreads> {
   bool expect(Lanes lanes);
   void stopExpecting(Lanes lanes);
 
-  /// Runs `call` on one of the threads, later. Drops it after `shutDown`. The thread that is free
-  /// for an expected call stays so until this one has it. Needs no memory.
+  /// Runs `call` on one of the threads, later; destroys it without a call after `shutDown`. The
+  /// thread that is free for an expected call stays so until this one has it. Needs no memory.
   void add(std::size_t lane, std::unique_ptr<Block> call, Lanes noLongerExpected = {});
 
-  /// Lets the threads end once the lanes are empty, and waits for that until `deadline`. Drops the
-  /// calls that have not started by then.
+  /// Lets the threads end once the lanes are empty, and waits for that until `deadline`. Destroys
+  /// the calls that have not started by then.
   void shutDown(std::chrono::steady_clock::time_point deadline);
 
  private:
