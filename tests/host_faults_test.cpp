@@ -112,6 +112,7 @@ TEST_F(HostFaults, ManyThreadsTrackWhileEveryUploadFails) {
   EXPECT_EQ(last.recorded, kThreads * kCallsPerThread + 6U);
   EXPECT_EQ(last.waiting, 200U);
   EXPECT_EQ(last.droppedByTrimming, last.recorded - 200);
+  EXPECT_NE(Veltrano::status().find(" dropped, because more than 200 waited\n"), std::string::npos);
 }
 
 TEST_F(HostFaults, AThreadSwitchesCollectingWhileOthersTrackFromTheFirstTouchOn) {

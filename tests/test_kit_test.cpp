@@ -183,7 +183,9 @@ TEST(Rests, AreGrantedToACollectionHostThatAsks) {
   EXPECT_EQ(reports.size(), 1u);
   EXPECT_EQ(world.statistics().uploadsFailedByStatus, 1u);
   EXPECT_EQ(world.statistics().uploadsPutOff, 1u);
-  const char* const rest = "/track: put off for 599 s, because the collection host asked for it\n";
+  const char* const rest =
+      "Last request to /track: status 429, 2 s ago\n"
+      "Requests to /track: put off for 599 s, because the collection host asked for it\n";
   EXPECT_NE(Veltrano::status().find(rest), std::string::npos) << Veltrano::status();
   EXPECT_NE(world.trace().find("\"error\":true"), std::string::npos);
   world.advance(598s);
