@@ -56,7 +56,7 @@ double runHost(const std::string& state, const std::string& ending) {
     if (state == "idle" || state == "tracking" || state == "in a completion" ||
         state == "calling back")
       return answer("200 OK");
-    EXPECT_TRUE(std::fstream(input) << '!') << context;
+    EXPECT_TRUE(std::fstream(input) << '!' << std::flush) << context;
     return state == "back-off" ? answer("503 Busy", "", "Retry-After: 20\r\n") : TLSReply{};
   });
   const BlackHole hole;

@@ -267,7 +267,7 @@ TEST(UserDefaultsTest, ConcurrentWritersLeaveTheLastValue) {
 
 TEST(UserDefaultsTest, ADamagedFileIsSetAsideWhenItIsReplaced) {
   const Directory directory;
-  for (const std::string text : {"n 9", "n 9\n\n", "n\n", " 9\n", "n 9x\n"}) {
+  for (const std::string text : {"n 9", "n 9\n\n", "n\n", " 9\n", "n 9x\n", "<plist/>\n"}) {
     const auto path = directory.write("settings", text);
     PosixUserDefaults defaults(path);
     EXPECT_EQ(defaults.doubleForKey("n"), 0) << text;
