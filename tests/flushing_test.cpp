@@ -46,6 +46,20 @@ TEST(Flushing, WithoutMemoryForAnUploadTheLargestEventIsDropped) {
   EXPECT_STREQ(simulation.posts[0][1u]["event"].GetString(), "last");
 }
 
+TEST(Flushing, AFlushThatWasReplacedIsNotMade) {
+  Simulation simulation;
+  int added = 0;
+  simulation.platform.output.onLine = [&](std::string_view line) {
+    if (line.find("Added event") != line.npos && ++added == 2) Veltrano::shared().track("between");
+  };
+  Veltrano::isLoggerEnabled = true;
+  for (int i = 0; i < 2; ++i) Veltrano::shared().track("E", {}, simulation.completion());
+  simulation.settle();
+  Veltrano::isLoggerEnabled = false;
+  ASSERT_EQ(simulation.posts.size(), 1U);
+  EXPECT_EQ(simulation.posts[0].Size(), 3U);
+}
+
 // As when the host ends the thread that would report it.
 struct ForgetfulNetwork final : ZKURLSessionManager {
   void postData(PostRequest, URLSessionCallback) override { ++posts; }

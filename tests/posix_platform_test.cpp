@@ -194,7 +194,10 @@ TEST(RunLoopTest, RunsInOrderByItselfOrDrivenByAHostsOwnLoop) {
     ASSERT_EQ(poll(&ready, 1, 30000), 1);
     loop.runDue();
   }
-  EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3}));
+  std::thread([&] { loop.perform(note(4)); }).join();
+  ASSERT_EQ(poll(&ready, 1, 30000), 1);
+  loop.runDue();
+  EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
   EXPECT_EQ(poll(&ready, 1, 0), 0);
 }
 
