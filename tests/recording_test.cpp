@@ -28,6 +28,21 @@ TEST(Recording, AContainerThatThrowsEndsOnlyItsOwnCall) {
   EXPECT_EQ(tracker.statistics().dropped(), 0U);
 }
 
+TEST(Recording, WithheldPropertiesAreInNoLayer) {
+  Simulation simulation([](Platform& services) { services.withheldProperties = {"email"}; });
+  Veltrano& tracker = Veltrano::shared();
+  const HostMap layer = {{"email", 1}, {"kept", 2}};
+  tracker.setSuperProperties({{"email", 1}, {"extra_json", layer}});
+  tracker.track("E", {{"email", 2}, {"deep", layer}});
+  tracker.track("F", {{"extra_json", layer}}, [](bool) {});
+  simulation.settle();
+  for (const auto& event : simulation.posts.at(0).GetArray()) {
+    const std::string sent = text(event, "properties");
+    EXPECT_EQ(sent.find("email"), sent.npos) << sent;
+    EXPECT_NE(sent.find("\"kept\":2"), sent.npos) << sent;
+  }
+}
+
 // Has no memory for the first heartbeat, and cuts the answer to the second off.
 struct FailingNetwork final : ZKURLSessionManager {
   void postData(PostRequest request, URLSessionCallback callback) override {
