@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <semaphore>
-#include <string>
 #include <vector>
 
 #include "benchmarks/bench_platform.h"

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstddef>
 #include <cstdlib>
 #include <functional>
 #include <iterator>

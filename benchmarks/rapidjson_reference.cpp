@@ -3,7 +3,6 @@
 #include <openssl/evp.h>
 #include <rapidjson/writer.h>
 
-#include <cstdint>
 #include <cstdlib>
 
 namespace bench {

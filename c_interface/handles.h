@@ -6,7 +6,6 @@
 #include <cassert>
 #include <cstddef>
 #include <memory>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>

@@ -11,7 +11,6 @@
 #include <functional>
 #include <future>
 #include <iostream>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cmath>
-#include <cstddef>
 #include <memory>
 #include <set>
 #include <stdexcept>

@@ -4,7 +4,6 @@
 // Included after its settings.
 #include <rapidjson/document.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <map>

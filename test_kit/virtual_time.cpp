@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <future>
-#include <memory>
 #include <utility>
 
 #include "platform/host_callback.h"

@@ -5,7 +5,6 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <string>
 #include <utility>
 
 #include "platform/mutex.h"

@@ -31,16 +31,13 @@ std::string problemWith(const std::string& lines) {
 }
 
 TEST(Replay, NamesTheLineOfAMalformedStep) {
-  const std::string good = R"({"op":"shared"})"
-                           "\n\n";
+  const std::string good = "{\"op\":\"shared\"}\n\n";
   std::ifstream malformed(SCENARIOS "/malformed.txt");
   int count = 0;
   for (std::string line; std::getline(malformed, line); ++count)
     EXPECT_EQ(problemWith(good + line).rfind("line 3: ", 0), 0U) << line;
   EXPECT_GT(count, 20);
-  EXPECT_EQ(problemWith(R"({"op":"shared","at":2})"
-                        "\n"
-                        R"({"op":"shared"})"),
+  EXPECT_EQ(problemWith("{\"op\":\"shared\",\"at\":2}\n{\"op\":\"shared\"}"),
             "line 2: \"at\" is decreasing");
 }
 

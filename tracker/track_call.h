@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <functional>
-#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/platform.h"

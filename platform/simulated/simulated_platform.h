@@ -13,7 +13,6 @@
 #include <random>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "platform/platform.h"
 #include "platform/reported_device.h"

@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <exception>
 #include <future>
-#include <memory>
 #include <string>
 #include <utility>
 

@@ -5,7 +5,6 @@
 #include <iostream>
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 #include "encoding/json_text.h"
 #include "tools/collector/report.h"

@@ -5,7 +5,6 @@
 
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 #include "encoding/json_text.h"
 #include "tools/collector/wire_check.h"

@@ -10,7 +10,6 @@
 #include <map>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "encoding/json_text.h"
 #include "platform/mutex.h"

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 #include "encoding/json_text.h"
 #include "plan/plan.h"

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <map>
-#include <optional>
 #include <string>
 
 #include "platform/simulated/simulated_platform.h"

@@ -1,7 +1,6 @@
 #include "tools/replay/scenario.h"
 
 #include <algorithm>
-#include <limits>
 #include <map>
 #include <string>
 #include <utility>

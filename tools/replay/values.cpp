@@ -1,6 +1,5 @@
 // Reads property values.
 #include <limits>
-#include <utility>
 
 #include "properties/flat.h"
 #include "tools/replay/fields.h"

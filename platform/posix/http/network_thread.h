@@ -6,8 +6,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstddef>
-#include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
