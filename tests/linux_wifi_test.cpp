@@ -13,7 +13,9 @@ TEST(LinuxWiFiTest, TheDefaultRouteWithTheLeastMetricCounts) {
   const std::string header = "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\tMTU\n";
   const std::string slow = "wlan0\t00000000\t010200C0\t0003\t0\t0\t600\t00000000\t0\t0\t0  \n";
   const std::string fast = "eth0\t00000000\t010200C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n";
-  const std::string down = "ppp0\t00000000\t010200C0\t0002\t0\t0\t0\t00000000\t0\t0\t0\n";
+  const std::string down =
+      "ppp0\t00000000\t010200C0\t0002\t0\t0\t0\t00000000\t0\t0\t0\n"
+      "ppp1\t00000000\t010200C0\t0203\t0\t0\t0\t00000000\t0\t0\t0\n";  // rejects
   const std::string zeros(32, '0');
   const std::string sixth = zeros + " 00 " + zeros + " 00 fe800000000000000000000000000001 " +
                             "00000400 00000001 00000000 00000003    wlan1\n";

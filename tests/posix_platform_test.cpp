@@ -447,6 +447,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   fs::current_path(directory / "");
   fs::create_symlink("linked", "settings");
   options.userDefaultsFile = "settings";
+  options.withheldProperties = {"b", "a"};
   options.logSink = [](std::string_view) { throw std::runtime_error("to be dropped"); };
   options.sessionToken = []() -> std::optional<std::string> {
     throw std::runtime_error("to be dropped");
@@ -455,6 +456,7 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
   ASSERT_TRUE(installation) << installation.error;
   EXPECT_NE(PosixPlatform::install(options).error.find("installed already"), std::string::npos);
   const Platform& services = Library::current().client().platform;
+  EXPECT_EQ(services.withheldProperties, (std::vector<std::string>{"a", "b"}));
   EXPECT_EQ(services.sessionTokenProvider->sessionToken(), std::nullopt);
   services.standardOutput->writeLine("line");
   fs::current_path("/");
@@ -478,6 +480,8 @@ TEST(PosixPlatformTest, TellsTheLibraryWhatTheHostTellsIt) {
                           kApplicationDidChangeStatusBarOrientation})
     observe(name);
   PosixPlatform& host = *installation.platform;
+  host.setCarrierName("carrier");
+  EXPECT_TRUE(services.momentaryFacts->hasCarrierName);
   host.setScreenSize(390, 844);
   host.setScreenSize(std::nan(""), 844);
   EXPECT_EQ(services.device->mainScreenSize().width, 390);
