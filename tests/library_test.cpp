@@ -36,9 +36,15 @@ TEST(Libraries, WithoutAPlatformTheFirstTouchDecides) {
 
 // The tracker logs its first lines while it starts.
 TEST(Libraries, ALogSinkMayUseTheTrackerThatStarts) {
-  Simulation simulation;
+  struct ClockInIndia final : WallClock {
+    std::chrono::seconds localTimeOffset(WallTime) const override {
+      return std::chrono::minutes(330);
+    }
+  } clock;
+  Simulation simulation([&](Platform& services) { services.wallClock = &clock; });
   std::vector<std::string> orientations;
-  simulation.platform.output.onLine = [&](std::string_view) {
+  simulation.platform.output.onLine = [&](std::string_view line) {
+    EXPECT_TRUE(line.starts_with("Veltrano 05:30:00.0000 | ")) << line;
     orientations.push_back(Veltrano::shared().getScreenOrientation());
   };
   Veltrano::isLoggerEnabled = true;

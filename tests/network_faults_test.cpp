@@ -225,7 +225,8 @@ int restUntilARouteReturns() {
   defaultRoute.rt_flags = RTF_UP;
   char name[] = "lo";
   defaultRoute.rt_dev = name;
-  if (!setLoopback(IFF_UP) || ioctl(control, SIOCADDRT, &defaultRoute) != 0) return 5;
+  if (!setLoopback(IFF_UP) || !post(session, upload).error->wasPutOff) return 5;
+  if (ioctl(control, SIOCADDRT, &defaultRoute) != 0) return 6;
   while (session.restOf(EndpointPath::track)) std::this_thread::yield();
   upload.urgency = Urgency::enteringBackground;
   while (post(session, upload).status() != 200) {
@@ -307,6 +308,19 @@ TEST(NetworkFaults, ShuttingDownLetsPostsFinishAndThenIsSilent) {
   EXPECT_TRUE(ended.get());
   EXPECT_EQ(underWay.get().status(), 200);
   session.postData(requestTo(server.url()), [](auto, auto, auto) { ADD_FAILURE(); });
+}
+
+TEST(NetworkFaults, ShuttingDownGivesUpWhatCouldBeTriedAgain) {
+  TLSServer proxy([](int) { return TLSReply{}; }, {.asProxy = TLSReply{}});
+  auto options = trusting(proxy.authorities());
+  options.proxy = "http://127.0.0.1:" + std::to_string(proxy.port());
+  PosixURLSession session(options);
+  auto underWay = start(session, requestTo("https://collector.invalid/track"));
+  while (proxy.requests().empty()) std::this_thread::yield();
+  for (int i = 0; i < 2; ++i)
+    EXPECT_FALSE(session.shutDown(std::chrono::steady_clock::now())) << "the second as the first";
+  ASSERT_EQ(underWay.wait_for(30s), std::future_status::ready);
+  EXPECT_TRUE(underWay.get().isTransportError());
 }
 
 }  // namespace

@@ -366,8 +366,10 @@ TEST(Worlds, CanBeTheNextLaunch) {
   const auto found = second.delivered().with({{"plan", "free"}, {"items.0.id", 7}}).only("Bought");
   EXPECT_EQ(found["$model"], "Player 3");
   EXPECT_TRUE(second.delivered().with({{"plan", "none"}}).empty());
-  EXPECT_NE(second.trace().find("\"defaults\":{\"kelvora_heartbeat_interval\":100"),
-            std::string::npos);
+  const std::string trace = second.trace();
+  EXPECT_NE(trace.find("\"defaults\":{\"kelvora_heartbeat_interval\":100"), std::string::npos);
+  EXPECT_EQ(trace.find("\"/heartbeat\""), trace.rfind("\"/heartbeat\""))
+      << "the answer is the same";
 }
 
 TEST(Worlds, SayTheSameInC) {
