@@ -27,21 +27,18 @@ Scenario smallFleet() {
   return scenario;
 }
 
-// Everything that a run writes.
-std::string everythingOf(const Scenario& scenario) {
-  const Outcome outcome = run(scenario);
+std::string intervalsOf(const Scenario& scenario) {
   std::ostringstream text;
-  writeTable(text, scenario, outcome);
-  writeCSV(text, scenario, outcome);
+  writeCSV(text, scenario, run(scenario));
   return text.str();
 }
 
 TEST(Fleet, ARunRepeatsToTheByte) {
   Scenario scenario = smallFleet();
-  const std::string first = everythingOf(scenario);
-  EXPECT_EQ(everythingOf(scenario), first);
+  const std::string first = intervalsOf(scenario);
+  EXPECT_EQ(intervalsOf(scenario), first);
   scenario.seed = 2;
-  EXPECT_NE(everythingOf(scenario), first);
+  EXPECT_NE(intervalsOf(scenario), first);
 }
 
 class FleetAndFailingServer : public testing::TestWithParam<const char*> {};
@@ -54,7 +51,6 @@ TEST_P(FleetAndFailingServer, EveryEventIsAccountedFor) {
   EXPECT_TRUE(outcome.isBalanced);
   const Interval total = outcome.measurements.total();
   const auto& end = total.atEnd;
-  EXPECT_EQ(end.delivered, outcome.arrived);
   EXPECT_EQ(end.delivered, total.deliveredEvents);
   // Events tracked during an upload are recorded when it ends.
   EXPECT_LE(end.recorded, outcome.tracked + end.heartbeatsFailed + end.heartbeatsPutOff);

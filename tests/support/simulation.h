@@ -20,8 +20,6 @@ class Simulation {
   /// `change` replaces some of the platform's services.
   explicit Simulation(const std::function<void(Platform&)>& change = [](Platform&) {});
   ~Simulation();
-  Simulation(const Simulation&) = delete;
-  Simulation& operator=(const Simulation&) = delete;
 
   /// Runs until `seconds` of virtual time since the start.
   void runUntil(double seconds) { platform.timeline.runUntil(durationFromSeconds(seconds)); }
