@@ -102,17 +102,13 @@ TEST(DeferredCalls, WaitOnlyWhileNothingDependsOnThem) {
   DeferringQueue queue(simulated.timeline);
   platform.workQueue = &queue;
   Library library(platform);
-  const auto settle = [&] {
-    simulated.timeline.runUntil(simulated.timeline.now() + std::chrono::seconds(1));
-  };
   const auto track = [&](int count, Veltrano::FlushCompletion completion = nullptr) {
     for (; count > 0; --count) library.tracker().track("E", {}, std::move(completion));
-    settle();
+    simulated.timeline.runUntil(simulated.timeline.now() + std::chrono::seconds(1));
   };
 
   EXPECT_EQ(queue.deferrable(), 0U);  // no flush is pending
-  library.tracker().registerForNotifications();
-  library.tracker().startFlushCycle(true);
+  library.tracker();                  // starts it
   EXPECT_EQ(queue.deferrable(), 10U);
   track(3);
   EXPECT_EQ(queue.deferred, 3);
@@ -134,7 +130,7 @@ TEST(DeferredCalls, WaitOnlyWhileNothingDependsOnThem) {
   for (const auto state : {kApplicationDidEnterBackground, kApplicationWillEnterForeground}) {
     simulated.notificationCenter.post(std::string(state));
     EXPECT_EQ(std::exchange(queue.wakeUps, 0), 1);
-    settle();
+    track(0);
     EXPECT_EQ(queue.deferrable(), state == kApplicationWillEnterForeground ? 10U : 0U);
   }
 }

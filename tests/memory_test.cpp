@@ -111,15 +111,14 @@ struct ManualTimers final : Timers {
     action = std::move(work);
     return timer;
   }
+  // Without memory, it fires again later.
   void fire() {
-    try {
+    dropExceptions([this] {
       const auto due = action;
-      if (due) due();
-    } catch (const std::bad_alloc&) {
-      // It fires again later.
-    }
+      due();
+    });
   }
-  std::function<void()> action;
+  std::function<void()> action = [] {};
 };
 
 TEST(MemoryTest, WhicheverAllocationFailsTheRestGoesOn) {

@@ -22,7 +22,6 @@ TEST_P(SystemCalls, FailOnceAndLoseNothing) {
     return std::system(command.c_str());
   };
   constexpr int kAtATime = 8;
-  int positions = 0;
   bool hasFailed = true;
   for (int first = 1; hasFailed && !HasFailure(); first += kAtATime) {
     std::vector<std::future<int>> hosts;
@@ -30,13 +29,12 @@ TEST_P(SystemCalls, FailOnceAndLoseNothing) {
       hosts.push_back(std::async(std::launch::async, runHost, first + i));
     for (int i = 0; i < kAtATime; ++i) {
       const int status = hosts[i].get();
-      EXPECT_TRUE(status == 0 || status == 2 << 8)
+      // 2: the call is made less often, but at least once.
+      EXPECT_TRUE(status == 0 || (status == 2 << 8 && first + i > 1))
           << GetParam() << " " << first + i << ": " << status;
       hasFailed = status == 0;  // of the last one
-      positions += hasFailed;
     }
   }
-  EXPECT_GT(positions, 0) << "nothing makes this call";
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, SystemCalls,

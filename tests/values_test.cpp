@@ -23,42 +23,19 @@ namespace {
 using Member = SupportedParameterType::Member;
 using Entries = std::vector<DictionaryEntry>;
 
-Member memberIn(const HostValue& value) {
-  EXPECT_NE(value.member(), nullptr);
-  return value.member() != nullptr ? value.member()->member() : Member::NSNull;
-}
-
-bool operator==(const HostValue& left, const HostValue& right) {
-  FlatBuffer l, r;
-  FlatCopier().normalise(l, viewOf(left));
-  FlatCopier().normalise(r, viewOf(right));
-  return compare(FlatView(l.bytes().data()), FlatView(r.bytes().data())) == 0;
-}
-
 struct CString {
   operator const char*() const { return "text"; }
 };
 
 struct Derived : HostMap {};
 
-std::string jsonOfMap(const HostMap& map) {
-  const auto converted = ParameterConversion::convert(map);
-  if (!converted) return "none";
+// A HostValue or a HostMap as it is sent.
+template <class Value>
+std::string json(const Value& value) {
   JSONWriter writer;
   JSONValueWriter values(writer);
-  writer.startObject();
-  for (const auto& [key, value] : *converted) {
-    writer.key(key);
-    FlatCopier().normalise(values, value);
-  }
-  writer.endObject();
-  if (!values.isGood()) return "cannot be encoded";
+  FlatCopier().convert(values, viewOf(value));
   return std::string(writer.text());
-}
-
-std::string json(const HostValue& value) {
-  const std::string map = jsonOfMap({{"", value}});
-  return map.substr(4, map.size() - 5);
 }
 
 HostValue nested(int levels) {
@@ -72,11 +49,10 @@ HostValue nested(int levels) {
 TEST(Values, BracesPickTheMemberThatAReaderExpects) {
   const std::string text = "text";
   const volatile bool isVolatile = true;
-  const std::string string = "s";
   const std::pair<Member, HostMap> written[] = {
       {Member::String,
        {{"literal", "pro"},
-        {"string", string},
+        {"string", text},
         {"view", std::string_view("v")},
         {"C string class", CString()},
         {"path", std::filesystem::path("/tmp")},
@@ -111,7 +87,10 @@ TEST(Values, BracesPickTheMemberThatAReaderExpects) {
       {Member::NSNull, {{"null", NSNull{}}}},
   };
   for (const auto& [member, map] : written)
-    for (const auto& [key, value] : map) EXPECT_EQ(memberIn(value), member) << key;
+    for (const auto& [key, value] : map) {
+      ASSERT_NE(value.member(), nullptr) << key;
+      EXPECT_EQ(value.member()->member(), member) << key;
+    }
   EXPECT_NE(HostValue(std::unordered_set<int>{1}).otherObject(), std::nullopt);
 
   EXPECT_TRUE(HostValue(std::optional<int>()).isAbsent());
@@ -145,9 +124,9 @@ TEST(Values, WhatIsSpecialInTextIsFoundWhereverItStands) {
   for (std::size_t length = 1; length <= 20; ++length) {
     for (std::size_t place = 0; place < length; ++place) {
       const std::string before(place, ' '), after(length - place - 1, '~');
-      EXPECT_EQ(json(before + '"' + after), '"' + before + "\\\"" + after + '"');
-      EXPECT_EQ(json(before + '\\' + after), '"' + before + "\\\\" + after + '"');
-      EXPECT_EQ(json(before + '\x1F' + after), '"' + before + "\\u001F" + after + '"');
+      EXPECT_EQ(json<HostValue>(before + '"' + after), '"' + before + "\\\"" + after + '"');
+      EXPECT_EQ(json<HostValue>(before + '\\' + after), '"' + before + "\\\\" + after + '"');
+      EXPECT_EQ(json<HostValue>(before + '\x1F' + after), '"' + before + "\\u001F" + after + '"');
       const HostMap map = {{before + '\x80' + after, 1}};
       EXPECT_EQ((*map.begin()).key, before + "\xEF\xBF\xBD" + after);
       EXPECT_EQ(URL(before + '\x80' + after).text(), before + "\xEF\xBF\xBD" + after);
@@ -176,7 +155,7 @@ TEST(Values, Base64IsThatOfTheJoinedPieces) {
 }
 
 TEST(Values, ThousandsOfLevelsAreCompared) {
-  EXPECT_TRUE(nested(5000) == nested(5002));
+  EXPECT_EQ(Dictionary(Entries{{nested(5000), 1}, {nested(5002), 2}}).size(), 1U);
   // A key that nests too deep must not count as text.
   EXPECT_FALSE(Dictionary(Entries{{nested(300), 1}}).hasOnlyStringKeys());
 }
@@ -185,17 +164,17 @@ TEST(Values, WhatHasBeenMovedFromMayBeUsed) {
   HostMap map{{"a", "a text that is longer than others"}};
   const HostMap moved = std::move(map);
   map.set("b", 1);
-  EXPECT_EQ(jsonOfMap(map), R"({"b":1})");
+  EXPECT_EQ(json(map), R"({"b":1})");
   Array array{1, 2};
   const Array taken = std::move(array);
   EXPECT_TRUE(array.empty());
   HostValue deep = array;
   for (int i = 0; i < 128; ++i) deep = Array(std::vector<HostValue>{deep});
-  const std::string cut = jsonOfMap({{"a", deep}});
+  const std::string cut = json(HostMap{{"a", deep}});
   EXPECT_EQ(std::count(cut.begin(), cut.end(), '['), 128);
   HostMap none{HostMapView()};
   none.set("a", 1);
-  EXPECT_EQ(jsonOfMap(none), R"({"a":1})");
+  EXPECT_EQ(json(none), R"({"a":1})");
   HostValue text(std::string(70'000, 'x'));
   const HostValue kept = std::move(text);
   EXPECT_EQ(text.member()->getIf<std::string>(), "");
@@ -203,14 +182,14 @@ TEST(Values, WhatHasBeenMovedFromMayBeUsed) {
   HostMap next{{"c", 1}};
   map = std::move(next);
   next.set("d", 2);
-  EXPECT_EQ(jsonOfMap(next), R"({"d":2})");
+  EXPECT_EQ(json(next), R"({"d":2})");
 }
 
 TEST(Values, DictionariesKeepTheLastOfEqualKeys) {
   const Dictionary dictionary(Entries{{"b", 1}, {1, 2}, {"b", 3}, {Int64{1}, 4}});
   ASSERT_EQ(dictionary.size(), 3U);
   EXPECT_FALSE(dictionary.hasOnlyStringKeys());
-  EXPECT_TRUE(dictionary.begin()->value == HostValue(3));
+  EXPECT_EQ(json(dictionary.begin()->value), "3");
 
   Entries twice;
   for (int i = 0; i < 16; ++i) {
@@ -223,9 +202,9 @@ TEST(Values, DictionariesKeepTheLastOfEqualKeys) {
   HostMap counting{{"z", 1}};
   for (int i = 0; i < 1000; ++i) counting.set("count", i);
   EXPECT_LT(counting.size(), 200U);
-  EXPECT_EQ(jsonOfMap(counting), R"({"count":999,"z":1})");
+  EXPECT_EQ(json(counting), R"({"count":999,"z":1})");
 
-  EXPECT_EQ(jsonOfMap(HostMap()), "none");
+  EXPECT_FALSE(ParameterConversion::convert(HostMap()));
   HostMap inner{{"z", 1}, {"y", 2}, {"z", 3}};
   EXPECT_EQ(Dictionary(Entries{{inner, 1}, {HostMap{{"y", 2}, {"z", 3}}, 2}}).size(), 1U);
   EXPECT_EQ(HostValue(inner).member()->getIf<Dictionary>()->size(), 2U);

@@ -36,8 +36,7 @@ TEST(WireFormat, IsDocumentedByteByByte) {
   ASSERT_EQ(posts.size(), 2U);
 
   // The POSIX platform puts the requests on the wire.
-  TLSServer server([](int) { return answer("200 OK"); });
-  PosixURLSession session(trusting(server.authorities()));
+  TLSServer server(accept);
   const std::string local = "127.0.0.1:" + std::to_string(server.port());
   const auto requests = blocks("http");
   const auto bodies = blocks("json");
@@ -48,7 +47,7 @@ TEST(WireFormat, IsDocumentedByteByByte) {
     PostRequest request = posts.at(order[i]);
     request.baseURL =
         std::regex_replace(request.baseURL, std::regex(kSimulatedCollectionHost), local);
-    post(session, request);
+    post(trusting(server.authorities()), request);
     const std::string sent =
         std::regex_replace(server.requests().at(i), std::regex(local), kSimulatedCollectionHost);
     EXPECT_EQ(std::regex_replace(sent, std::regex("\r\n"), "\n") + "\n", requests[i]);

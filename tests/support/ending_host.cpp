@@ -49,7 +49,7 @@ struct StaticObject {
   ~StaticObject() {
     if (ending == "destructor" || ending == "fork") useLibrary();
     isGone = true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(state == "calling back" ? 50 : 0));
+    std::this_thread::sleep_for(std::chrono::milliseconds(state == "callingBack" ? 50 : 0));
   }
 } const staticObject;
 
@@ -134,9 +134,9 @@ void reach() {
   const auto stop = [](bool) { mainLoop->stop(); };
   if (state == "idle") {
     tracker.track("E", {}, stop);
-  } else if (state == "in a completion") {
+  } else if (state == "inCompletion") {
     tracker.track("E", {}, [](bool) { stay(); });
-  } else if (state == "in a refresh handler") {
+  } else if (state == "inRefreshHandler") {
     tracker.setRefreshTriggersWithHandler({{"E"}}, [] { stay(); });
     std::thread([&] { tracker.track("E"); }).detach();
   } else if (state == "tracking") {
@@ -153,14 +153,14 @@ void reach() {
       }).detach();
     while (calls < 1000) std::this_thread::yield();
     stop(true);
-  } else if (state == "calling back") {
+  } else if (state == "callingBack") {
     const auto witness = [] { return std::shared_ptr<void>(nullptr, [](void*) { useObjects(); }); };
     for (int i = 0; i < 500; ++i)
       tracker.track("E", {}, [witness = witness()](bool) { useObjects(); });
     if (ending != "thread") return stop(true);
     mainLoop->perform(keepPosting);  // while another thread exits
     std::thread([] { noteTheEnd(), exit(kStatus); }).detach();
-  } else if (state == "heartbeat" || state == "in a token function") {
+  } else if (state == "heartbeat" || state == "inTokenFunction") {
     tracker.setUserId("user");
   } else {
     tracker.track("E", {}, [](bool) {});
@@ -195,21 +195,20 @@ int main(int, char** arguments) {
   options.collectionHost = arguments[3];
   options.certificateAuthorities = arguments[4];
   options.sessionToken = []() -> std::optional<std::string> {
-    if (state == "in a token function") stay();
+    if (state == "inTokenFunction") stay();
     return std::nullopt;
   };
   options.onTransfer = [](const veltrano::TransferReport&) { useObjects(); };
   options.logSink = [](std::string_view line) {
     useObjects();
     if (!line.ends_with("| Dispatch group waiting")) return;
-    if (state == "in a sink") stay();
-    if (state == "black hole") mainLoop->stop();
+    if (state == "inSink") stay();
+    if (state == "blackHole") mainLoop->stop();
   };
   const auto installation = veltrano::PosixPlatform::install(options);
   if (!installation) return 2;
   mainLoop = &installation.platform->mainRunLoop();
-  Veltrano::isLoggerEnabled =
-      state == "in a sink" || state == "black hole" || state == "calling back";
+  Veltrano::isLoggerEnabled = state == "inSink" || state == "blackHole" || state == "callingBack";
   std::thread([] {
     char byte;
     if (read(STDIN_FILENO, &byte, 1) == 1) mainLoop->stop();

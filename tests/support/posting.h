@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "platform/host_callback.h"
@@ -19,6 +20,7 @@ struct Outcome {
   std::optional<URLResponse> response;
   std::optional<TransportError> error;
   bool mayCallHost = HostCode::mayRunHere;
+  std::thread::id calledOn = std::this_thread::get_id();
 
   int status() const { return response ? response->httpStatusCode.value_or(0) : 0; }
   bool isTransportError() const { return error && !error->reason.empty() && !data && !response; }
@@ -36,6 +38,12 @@ inline Outcome post(PosixURLSession& session, PostRequest request) {
   return start(session, std::move(request)).get();
 }
 
+/// The same through a session of its own.
+inline Outcome post(const URLSessionOptions& options, PostRequest request) {
+  PosixURLSession session(options);
+  return post(session, std::move(request));
+}
+
 inline URLSessionOptions trusting(const std::string& authorities) {
   return {.certificateAuthorities = authorities, .firstBackOff = std::chrono::milliseconds(1)};
 }
@@ -51,6 +59,10 @@ inline TLSReply answer(const std::string& status, const std::string& body = "",
                        const std::string& head = "") {
   return {.bytes = "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) +
                    "\r\n" + head + "\r\n" + body};
+}
+
+inline TLSReply accept(int) {
+  return answer("200 OK");
 }
 
 template <class Function>

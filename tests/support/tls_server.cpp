@@ -68,8 +68,8 @@ TLSServer::~TLSServer() {
   SSL_CTX_free(context_);
 }
 
-std::string TLSServer::url(const std::string& path) const {
-  return "https://127.0.0.1:" + std::to_string(port_) + path;
+std::string TLSServer::url(const std::string& path, const std::string& host) const {
+  return "https://" + host + ":" + std::to_string(port_) + path;
 }
 
 std::string TLSServer::pin() const {

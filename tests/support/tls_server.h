@@ -39,7 +39,7 @@ class TLSServer {
   explicit TLSServer(Handler handler, TLSServerOptions options = {});
   ~TLSServer();
 
-  std::string url(const std::string& path = "/track") const;
+  std::string url(const std::string& path = "/track", const std::string& host = "127.0.0.1") const;
   int port() const { return port_; }
   const std::string& authorities() const { return pemFile_; }  // the file that clients trust
   std::string pin() const;                                     // of the public key, "sha256//..."
