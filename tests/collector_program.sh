@@ -110,3 +110,11 @@ is "$(post /control/shutdown '')" 200
 wait "$waiting"
 is "$(cat "$answers")" 200
 ends 0
+
+# Takes no key of another certificate.
+for name in first second; do
+  start --certificate "$place/$name" --key "$place/$name.key"
+  kill "$process"
+  ends 0
+done
+has "$("$collector" --certificate "$place/first" --key "$place/second.key" 2>&1)" 'second.key is not the key of'

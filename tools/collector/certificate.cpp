@@ -83,6 +83,8 @@ Certificate readPEM(const std::filesystem::path& file, const std::filesystem::pa
                    decltype(Certificate::certificate)(
                        PEM_read_bio_X509(input.get(), nullptr, nullptr, nullptr))};
   if (!read.key || !read.certificate) return {};
+  if (X509_check_private_key(read.certificate.get(), read.key.get()) != 1)
+    throw std::runtime_error(keyFile.string() + " is not the key of " + file.string());
   return read;
 }
 

@@ -38,7 +38,8 @@ Certificate makeCertificate(const CertificateOptions& options = {});
 void writePEM(const Certificate& certificate, const std::filesystem::path& file,
               const std::filesystem::path& keyFile);
 
-/// Reads the files of `writePEM`. Both members are null if either file cannot be read.
+/// Reads the files of `writePEM`. Both members are null if either file cannot be read. Throws
+/// std::runtime_error if the key is another certificate's.
 Certificate readPEM(const std::filesystem::path& file, const std::filesystem::path& keyFile);
 
 }  // namespace collector
