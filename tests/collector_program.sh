@@ -111,10 +111,13 @@ wait "$waiting"
 is "$(cat "$answers")" 200
 ends 0
 
-# Takes no key of another certificate.
+# Refuses the key of another certificate.
 for name in first second; do
   start --certificate "$place/$name" --key "$place/$name.key"
   kill "$process"
   ends 0
 done
-has "$("$collector" --certificate "$place/first" --key "$place/second.key" 2>&1)" 'second.key is not the key of'
+status=0
+timeout 60 "$collector" --certificate "$place/first" --key "$place/second.key" >"$answers" 2>&1 || status=$?
+is "$status" 1
+has "$(<"$answers")" 'second.key is not the key of'

@@ -38,7 +38,7 @@ httplib::Request request(const std::string& json) {
   return request;
 }
 
-// `part` is of the reason why the request is refused; empty if it is valid.
+// `part` is a part of the reason for the refusal; empty if the request is valid.
 void expectFault(const httplib::Request& request, const std::string& part) {
   WireMessage message;
   const std::string text = readRequest(request, message).value_or("");

@@ -27,7 +27,7 @@ Scenario smallFleet() {
   return scenario;
 }
 
-std::string intervalsOf(const Scenario& scenario) {
+std::string csvOf(const Scenario& scenario) {
   std::ostringstream text;
   writeCSV(text, scenario, run(scenario));
   return text.str();
@@ -35,10 +35,10 @@ std::string intervalsOf(const Scenario& scenario) {
 
 TEST(Fleet, ARunRepeatsToTheByte) {
   Scenario scenario = smallFleet();
-  const std::string first = intervalsOf(scenario);
-  EXPECT_EQ(intervalsOf(scenario), first);
+  const std::string first = csvOf(scenario);
+  EXPECT_EQ(csvOf(scenario), first);
   scenario.seed = 2;
-  EXPECT_NE(intervalsOf(scenario), first);
+  EXPECT_NE(csvOf(scenario), first);
 }
 
 class FleetAndFailingServer : public testing::TestWithParam<const char*> {};

@@ -102,13 +102,14 @@ TEST(DeferredCalls, WaitOnlyWhileNothingDependsOnThem) {
   DeferringQueue queue(simulated.timeline);
   platform.workQueue = &queue;
   Library library(platform);
+  // Tracks `count` events and lets a second pass.
   const auto track = [&](int count, Veltrano::FlushCompletion completion = nullptr) {
     for (; count > 0; --count) library.tracker().track("E", {}, std::move(completion));
     simulated.timeline.runUntil(simulated.timeline.now() + std::chrono::seconds(1));
   };
 
   EXPECT_EQ(queue.deferrable(), 0U);  // no flush is pending
-  library.tracker();                  // starts it
+  library.tracker();                  // the first use starts the flush cycle
   EXPECT_EQ(queue.deferrable(), 10U);
   track(3);
   EXPECT_EQ(queue.deferred, 3);

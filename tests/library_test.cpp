@@ -34,9 +34,9 @@ TEST(Libraries, WithoutAPlatformTheFirstTouchDecides) {
   EXPECT_NE(made, nullptr);
 }
 
-// The tracker logs its first lines while it starts.
+// The tracker logs its first lines while it starts, in local time.
 TEST(Libraries, ALogSinkMayUseTheTrackerThatStarts) {
-  struct ClockInIndia final : WallClock {
+  struct ZonedClock final : WallClock {
     std::chrono::seconds localTimeOffset(WallTime) const override {
       return std::chrono::minutes(330);
     }

@@ -111,7 +111,7 @@ TEST(WorkQueueTest, RunsAndDestroysBlocksOnAThreadOfItsOwn) {
   });
   std::promise<void> drained;
   queue.async([&] { drained.set_value(); });
-  drained.get_future().wait();
+  ASSERT_EQ(drained.get_future().wait_for(seconds(30)), std::future_status::ready);
   EXPECT_TRUE(sigismember(&blocked, SIGTERM) && sigismember(&blocked, SIGPROF));
   EXPECT_FALSE(sigismember(&blocked, SIGSEGV) || sigismember(&blocked, SIGABRT));
   EXPECT_NE(ranOn, std::this_thread::get_id());

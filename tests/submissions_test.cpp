@@ -54,6 +54,7 @@ struct ExploredThreads {
     rl::atomic<Plain> value_;
   };
 
+  // Unlike the product's, it releases nothing if it is set already.
   class Bell {
    public:
     Bell() { event_.init(false, false, RL_INFO); }

@@ -432,10 +432,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Reader reader(data, size);
   const std::string name = reader.text();
   const Map super = reader.map(), own = reader.map();
-  std::string removed;
-  Json onceCut = super.sent, twiceCut = super.sent;
-  cut(onceCut, -1);
-  cut(twiceCut, 0);
+  std::optional<std::string> removed;  // what the log said of the road before
   // `call` passes the maps. `level` is the number of containers that count as open around each.
   const auto compare = [&](const char* road, int level, const auto& call) {
     Json event = kBase;
@@ -447,9 +444,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       call();
       for (const std::string& key : super.keys) tracker.removeSuperProperty(key);
     });
-    // All roads lead to the same types, which only the log tells apart.
-    if (onceCut == twiceCut)
-      require(level < 0 || removed == fixture.removed, road, removed, fixture.removed);
+    // All roads lead to the same types, which only the log tells apart. With fewer brackets than
+    // levels, no road has cut anything.
+    if (removed && std::count(removed->begin(), removed->end(), '[') < 128)
+      require(*removed == fixture.removed, road, *removed, fixture.removed);
     removed = fixture.removed;
     if (isUnsendable(event)) return require(!actual, road, "nothing", actual.value_or(Json()));
     require(actual.has_value(), road, event);
