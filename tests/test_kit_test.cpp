@@ -383,11 +383,23 @@ TEST(Worlds, SayTheSameInC) {
   veltrano_world_jump_clock(world, 1e13);
   EXPECT_FALSE(veltrano_world_use_plan(world, "/dev/null"));
   EXPECT_TRUE(veltrano_world_use_plan(world, PLAN));
+  veltrano_world_set_wifi(world, true);
   for (const char* name : {"Signed Out", "E"}) veltrano_track(name, nullptr, nullptr, nullptr);
   veltrano_world_advance(world, 20);
+  EXPECT_STREQ(veltrano_world_property(world, "E", 1, "$wifi"), "true");
   EXPECT_STREQ(veltrano_world_complaints(world),
                "A time is over 1e12 s, or not a number.\n"
                "at 150.000002 s: E: not a planned event\n");
+  const std::size_t requests = veltrano_world_requests(world);
+  veltrano_world_fail(world, "/track", 1);
+  veltrano_track("Signed Out", nullptr, nullptr, nullptr);
+  veltrano_world_enter_background(world);
+  veltrano_world_advance(world, 1);
+  EXPECT_EQ(veltrano_world_requests(world), requests + 1);
+  EXPECT_EQ(veltrano_world_waiting(world), 1u);
+  veltrano_world_end(world);
+  EXPECT_FALSE(veltrano_world_advance(world, 1));
+  EXPECT_NE(std::string(veltrano_world_trace(world)).find("\"error\":true"), std::string::npos);
   veltrano_world_destroy(world);
 }
 
@@ -643,12 +655,13 @@ TEST(ShutDown, OnAnotherThreadEndsAtTheDeadline) {
             std::string::npos);
 }
 
-// The lines of the trace of a scenario.
-std::vector<std::string> replayed(const std::string& scenario) {
+// The lines of the trace of a world's scenario.
+std::vector<std::string> replayed(const kit::World& world) {
   const veltrano::internal::Directory directory;
-  const std::string command =
-      REPLAY_PROGRAM " --readable " + directory.write("scenario", scenario) + " >";
-  EXPECT_EQ(std::system((command + directory / "trace").c_str()), 0) << scenario;
+  const std::string scenario = directory / "scenario";
+  world.writeTrace(scenario);
+  const std::string command = REPLAY_PROGRAM " --readable " + scenario + " >";
+  EXPECT_EQ(std::system((command + directory / "trace").c_str()), 0) << world.trace();
   std::ifstream trace(directory / "trace");
   std::vector<std::string> lines;
   for (std::string line; std::getline(trace, line);) lines.push_back(line);
@@ -684,7 +697,7 @@ TEST(Threads, TrackWhileTheWorldGoesOnAndItsTraceKeepsToTheLaws) {
   EXPECT_EQ(world.statistics().recorded, tracked);
   EXPECT_EQ(world.delivered().size() + world.statistics().droppedByTrimming, tracked);
   TraceLaws laws;
-  for (const std::string& line : replayed(world.trace())) EXPECT_EQ(laws.take(line), "") << line;
+  for (const std::string& line : replayed(world)) EXPECT_EQ(laws.take(line), "") << line;
 }
 
 TEST(Trace, ReplaysToTheSameLog) {
@@ -745,7 +758,7 @@ TEST(Trace, ReplaysToTheSameLog) {
 
   std::string again;
   std::size_t posts = 0;
-  for (const std::string& line : replayed(world.trace())) {
+  for (const std::string& line : replayed(world)) {
     rapidjson::Document event;
     event.Parse(line);
     posts += event.HasMember("post");
