@@ -270,7 +270,7 @@ static void callWrongly(Veltrano* tracker) {
   [tracker trackWithEventName:@"Wrong" eventProperties:@{@"a" : @[ @1, wrong[5] ]}];
 
   // Key-value coding reaches nothing.
-  for (NSString* key in @[ @"userId", @"shared", @"screenOrientation" ]) {
+  for (NSString* key in @[ @"userId", @"screenOrientation" ]) {
     for (NSString* selector in @[
            @"valueForKey:", @"storedValueForKey:", @"setValue:forKey:", @"takeValue:forKey:",
            @"takeStoredValue:forKey:", @"mutableArrayValueForKey:", @"mutableSetValueForKey:"
