@@ -1,6 +1,7 @@
 #include "tools/collector/report.h"
 
 #include <algorithm>
+#include <map>
 #include <string_view>
 
 #include "encoding/json_text.h"
@@ -40,9 +41,9 @@ std::string eventLine(const Value& record) {
 std::string jsonLine(const httplib::Request& request, const WireMessage& message,
                      std::chrono::system_clock::time_point received, int answer) {
   JSONMembers headers;
-  const auto& all = request.headers;
-  for (auto header = all.begin(); header != all.end(); header = all.upper_bound(header->first))
-    headers.emplace_back(header->first, json(header->second));
+  // Newer versions of the server do not sort them. Of equal names, the first is told.
+  for (const auto& [name, value] : std::map(request.headers.begin(), request.headers.end()))
+    headers.emplace_back(name, json(value));
   const auto since1970 = received.time_since_epoch();
   // The body as it was sent: the check has found it compact, so it stays on one line.
   return jsonObject(
