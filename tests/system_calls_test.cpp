@@ -29,8 +29,9 @@ TEST_P(SystemCalls, FailOnceAndLoseNothing) {
       hosts.push_back(std::async(std::launch::async, runHost, first + i));
     for (int i = 0; i < kAtATime; ++i) {
       const int status = hosts[i].get();
-      // 2: the call is made less often, but at least once.
-      EXPECT_TRUE(status == 0 || (status == 2 << 8 && first + i > 1))
+      // 2: the call is made less often, but at least once; newer versions of libcurl need no pair.
+      const bool mayEnd = first + i > 1 || std::string_view(GetParam()) == "socketpair";
+      EXPECT_TRUE(status == 0 || (status == 2 << 8 && mayEnd))
           << GetParam() << " " << first + i << ": " << status;
       hasFailed = status == 0;  // of the last one
     }

@@ -284,10 +284,11 @@ std::size_t HTTPTransfer::receive(char* bytes, std::size_t, std::size_t count, v
 
 TransferResult HTTPTransfer::result(CURLcode code, WallTime now) {
   TransferResult result;
-  // libcurl takes a header line of more than 100 KB for a lack of memory.
+  // libcurl takes a header line of more than 100 KB for a lack of memory, or says CURLE_TOO_LARGE.
+  constexpr auto kTooLarge = static_cast<CURLcode>(100);  // has a name since libcurl 8.6
   const bool isHeadTooLarge =
-      headBytes_ > kMaxHeadBytes ||
-      (code == CURLE_OUT_OF_MEMORY && !statusCode_ && bytesRead_ > bytesBefore_ + kMaxHeadBytes);
+      headBytes_ > kMaxHeadBytes || ((code == CURLE_OUT_OF_MEMORY || code == kTooLarge) &&
+                                     !statusCode_ && bytesRead_ > bytesBefore_ + kMaxHeadBytes);
   if (isHeadTooLarge) cutOff_ = CURLE_WEIRD_SERVER_REPLY;
   result.error = cutOff_ != CURLE_OK ? cutOff_ : code;
   if (result.error == CURLE_OK && !statusCode_) result.error = CURLE_PARTIAL_FILE;  // head cut off
