@@ -145,7 +145,8 @@ constexpr HeartbeatProperty kHeartbeatProperties[] = {
 };
 
 void checkHeartbeat(const Value& heartbeat, const std::string& uid) {
-  const Value& properties = propertiesOf(heartbeat, "the heartbeat");
+  const std::string where = "the heartbeat";  // of a temporary, GCC 13 warns
+  const Value& properties = propertiesOf(heartbeat, where);
   require(heartbeat["event"] == "heartbeat", "the event is not \"heartbeat\"");
   for (const auto& [key, holds, meaning] : kHeartbeatProperties) {
     require(properties.HasMember(key), "the property \"" + std::string(key) + "\" is missing");
