@@ -284,8 +284,8 @@ std::size_t HTTPTransfer::receive(char* bytes, std::size_t, std::size_t count, v
 
 TransferResult HTTPTransfer::result(CURLcode code, WallTime now) {
   TransferResult result;
-  // libcurl takes a header line of more than 100 KB for a lack of memory, or says CURLE_TOO_LARGE.
-  constexpr auto kTooLarge = static_cast<CURLcode>(100);  // has a name since libcurl 8.6
+  // libcurl reports a header line of more than 100 KB as a lack of memory, since 8.6 as too large.
+  constexpr auto kTooLarge = static_cast<CURLcode>(100);  // CURLE_TOO_LARGE in newer headers
   const bool isHeadTooLarge =
       headBytes_ > kMaxHeadBytes || ((code == CURLE_OUT_OF_MEMORY || code == kTooLarge) &&
                                      !statusCode_ && bytesRead_ > bytesBefore_ + kMaxHeadBytes);
