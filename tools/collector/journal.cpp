@@ -68,6 +68,7 @@ void Journal::addRefused(const httplib::Request& request, const WireMessage& mes
   std::vector<std::string> headers;
   for (const auto& [name, value] : request.headers)
     headers.push_back(readable(shortened(std::string(name).append(": ").append(value))));
+  std::sort(headers.begin(), headers.end());  // newer versions of the server do not
   const std::string& body = message.json.empty() ? request.body : message.json;
   add(Kind::refused, "",
       {{"method", json(readable(request.method))},

@@ -1,5 +1,7 @@
 #include "tools/collector/report.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <map>
 #include <string_view>
@@ -41,9 +43,12 @@ std::string eventLine(const Value& record) {
 std::string jsonLine(const httplib::Request& request, const WireMessage& message,
                      std::chrono::system_clock::time_point received, int answer) {
   JSONMembers headers;
-  // Newer versions of the server do not sort them. Of equal names, the first is told.
-  for (const auto& [name, value] : std::map(request.headers.begin(), request.headers.end()))
-    headers.emplace_back(name, json(value));
+  // Newer versions of the server do not sort them. Of equal names, one is told.
+  const auto precedes = [](const std::string& left, const std::string& right) {
+    return strcasecmp(left.c_str(), right.c_str()) < 0;
+  };
+  const std::map sorted(request.headers.begin(), request.headers.end(), precedes);
+  for (const auto& [name, value] : sorted) headers.emplace_back(name, json(value));
   const auto since1970 = received.time_since_epoch();
   // The body as it was sent: the check has found it compact, so it stays on one line.
   return jsonObject(

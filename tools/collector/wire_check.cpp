@@ -145,7 +145,7 @@ constexpr HeartbeatProperty kHeartbeatProperties[] = {
 };
 
 void checkHeartbeat(const Value& heartbeat, const std::string& uid) {
-  const std::string where = "the heartbeat";  // of a temporary, GCC 13 warns
+  const std::string where = "the heartbeat";  // named, because GCC 13 warns of a temporary
   const Value& properties = propertiesOf(heartbeat, where);
   require(heartbeat["event"] == "heartbeat", "the event is not \"heartbeat\"");
   for (const auto& [key, holds, meaning] : kHeartbeatProperties) {
