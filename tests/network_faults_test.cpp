@@ -199,6 +199,7 @@ TEST(NetworkFaults, ARequestWhoseTimeIsUpCallsNoInterceptor) {
   options.requestTimeout = 200ms;
   std::promise<void> release;
   std::atomic<int> calls{0};
+  std::atomic<bool> isPast{false};
   PosixURLSession session(options);
   auto request = requestTo(server.url());
   request.interceptor = interceptor([&, released = release.get_future().share()](URLRequest&) {
@@ -207,9 +208,8 @@ TEST(NetworkFaults, ARequestWhoseTimeIsUpCallsNoInterceptor) {
   });
   for (int i = 0; i < 2; ++i) EXPECT_TRUE(post(session, request).isTransportError());
   release.set_value();
-  request.interceptor = interceptor([](URLRequest&) {});
-  while (post(session, request).status() != 200) {
-  }
+  request.interceptor = interceptor([&](URLRequest&) { isPast = true; });
+  while (!isPast) post(session, request);
   EXPECT_LE(calls, 1);
 }
 
@@ -242,7 +242,7 @@ int restUntilARouteReturns() {
   defaultRoute.rt_flags = RTF_UP;
   char name[] = "lo";
   defaultRoute.rt_dev = name;
-  // A link alone ends no rest.
+  // A link alone does not end a rest.
   if (!setLoopback(IFF_UP) || !post(session, upload).error->wasPutOff) return 5;
   if (ioctl(control, SIOCADDRT, &defaultRoute) != 0) return 6;
   while (session.restOf(EndpointPath::track)) std::this_thread::yield();
@@ -300,7 +300,7 @@ TEST(NetworkFaults, EveryPostIsReportedOnceWhicheverAllocationFails) {
                            [&] { session->postData(std::move(request), std::move(callback)); });
       isOver.acquire();
       hasFailed = failures::stopFailing();
-      session.reset();  // a second outcome would come until then
+      session.reset();  // after this, no second outcome can come
       EXPECT_EQ(calls, 1) << first << " of " << failing;
       EXPECT_TRUE(hasFailed || server.requests().size() >= 2) << first;
     }

@@ -360,7 +360,7 @@ TEST(Worlds, CanBeTheNextLaunch) {
   EXPECT_NE(trace.find("\"defaults\":{\"kelvora_heartbeat_interval\":100"), std::string::npos);
   const auto answer = trace.find("\"/heartbeat\"");
   EXPECT_NE(answer, std::string::npos);
-  EXPECT_EQ(trace.rfind("\"/heartbeat\""), answer) << "it is the same all the time";
+  EXPECT_EQ(trace.rfind("\"/heartbeat\""), answer) << "an unchanged answer is written once";
 }
 
 TEST(Worlds, SayTheSameInC) {

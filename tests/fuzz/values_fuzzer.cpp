@@ -432,7 +432,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Reader reader(data, size);
   const std::string name = reader.text();
   const Map super = reader.map(), own = reader.map();
-  std::optional<std::string> removed;  // what the log said of the road before
+  std::optional<std::string> removed;  // what the log said of the previous road
   // `call` passes the maps. `level` is the number of containers that count as open around each.
   const auto compare = [&](const char* road, int level, const auto& call) {
     Json event = kBase;
@@ -445,7 +445,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       for (const std::string& key : super.keys) tracker.removeSuperProperty(key);
     });
     // All roads lead to the same types, which only the log tells apart. With fewer brackets than
-    // levels, no road has cut anything.
+    // the levels that are kept, neither road has cut anything.
     if (removed && std::count(removed->begin(), removed->end(), '[') < 128)
       require(*removed == fixture.removed, road, *removed, fixture.removed);
     removed = fixture.removed;
