@@ -116,10 +116,17 @@ TEST_F(CInterface, RefusesWhatItCannotUse) {
   EXPECT_FALSE(veltrano_set_user_id(nullptr));
   const char* const names[] = {"E", nullptr};
   EXPECT_FALSE(veltrano_set_refresh_triggers(names, 2, Count::block, nullptr));
-  EXPECT_EQ(veltrano_send("setUserId:", nullptr, SIZE_MAX, nullptr, nullptr),
+  std::size_t detail = 99;
+  EXPECT_EQ(veltrano_send("setUserId:", nullptr, SIZE_MAX, nullptr, &detail),
             VELTRANO_WRONG_NUMBER_OF_ARGUMENTS);
+  EXPECT_EQ(detail, 1U);
+
   EXPECT_FALSE(veltrano_run_loop_run_for(nullptr, 9));
-  EXPECT_EQ(veltrano_block(nullptr, nullptr, nullptr), nullptr);
+  Count count;
+  EXPECT_EQ(veltrano_block(nullptr, &count, Count::release), nullptr);
+  veltrano_run_loop_perform(nullptr, Count::block, &count, Count::release);
+  veltrano_run_loop_perform(veltrano_main_run_loop(), nullptr, &count, Count::release);
+  EXPECT_EQ(count.releases, 3);
 }
 
 TEST_F(CInterface, ARunLoopIsDrivenEitherWay) {

@@ -27,18 +27,21 @@ Scenario smallFleet() {
   return scenario;
 }
 
-std::string csvOf(const Scenario& scenario) {
+// Everything that a run writes.
+std::string everythingOf(const Scenario& scenario) {
+  const Outcome outcome = run(scenario);
   std::ostringstream text;
-  writeCSV(text, scenario, run(scenario));
+  writeTable(text, scenario, outcome);
+  writeCSV(text, scenario, outcome);
   return text.str();
 }
 
 TEST(Fleet, ARunRepeatsToTheByte) {
   Scenario scenario = smallFleet();
-  const std::string first = csvOf(scenario);
-  EXPECT_EQ(csvOf(scenario), first);
+  const std::string first = everythingOf(scenario);
+  EXPECT_EQ(everythingOf(scenario), first);
   scenario.seed = 2;
-  EXPECT_NE(csvOf(scenario), first);
+  EXPECT_NE(everythingOf(scenario), first);
 }
 
 class FleetAndFailingServer : public testing::TestWithParam<const char*> {};
@@ -51,6 +54,7 @@ TEST_P(FleetAndFailingServer, EveryEventIsAccountedFor) {
   EXPECT_TRUE(outcome.isBalanced);
   const Interval total = outcome.measurements.total();
   const auto& end = total.atEnd;
+  EXPECT_EQ(end.delivered, outcome.arrived);
   EXPECT_EQ(end.delivered, total.deliveredEvents);
   // Events tracked during an upload are recorded when it ends.
   EXPECT_LE(end.recorded, outcome.tracked + end.heartbeatsFailed + end.heartbeatsPutOff);

@@ -115,6 +115,7 @@ TEST(Lookups, SayWhatIsThere) {
   EXPECT_NE(complaint.find(place), std::string::npos) << complaint;
   EXPECT_TRUE(complaint.ends_with("delivered were: Seen, Seen; waiting: none")) << complaint;
   EXPECT_THROW(delivered.only("Seen"), kit::Error);
+  EXPECT_THROW(delivered[0]["plan"], kit::Error);
   EXPECT_THROW(delivered[2], kit::Error);
   EXPECT_THROW(world.heartbeats().back(), kit::Error);
   EXPECT_THROW(kit::World(), kit::Error);
@@ -150,6 +151,8 @@ TEST(Rules, AreUsedUpInTheirOrder) {
   EXPECT_EQ(outcomes.size(), 6u);
   world.advance(1s);
   EXPECT_EQ(outcomes.size(), 7u) << "an attempt takes half a minute at most, as in production";
+  EXPECT_EQ(world.delivered().size(), 6u);
+  EXPECT_EQ(world.requests().back().headers.at("publisher_version"), "ios_unknown");
 
   world.network("/heartbeat").answer(200, R"({"back_off_seconds":1e-9})");
   Veltrano::shared().setUserId("user");
@@ -173,6 +176,7 @@ TEST(Rests, AreGrantedToACollectionHostThatAsks) {
   EXPECT_EQ(outcomes, (std::vector<bool>{false, false}));
   EXPECT_EQ(world.requests().size(), 1u);
   EXPECT_EQ(reports.size(), 1u);
+  EXPECT_EQ(world.statistics().uploadsFailedByStatus, 1u);
   EXPECT_EQ(world.statistics().uploadsPutOff, 1u);
   const char* const rest =
       "Last request to /track: status 429, 2 s ago\n"
@@ -350,6 +354,7 @@ TEST(Worlds, CanBeTheNextLaunch) {
   for (const char* plan : {"pro", "free"})
     Veltrano::shared().track("Bought", {{"plan", plan}, {"items", Array{HostMap{{"id", 7}}}}});
   second.advance(200s);
+  EXPECT_EQ(second.heartbeats().size(), 2u);
   EXPECT_EQ(second.heartbeats().back().at(), 101s);
   EXPECT_EQ(testing::PrintToString(second.heartbeats()[1].at() - second.heartbeats()[0].at()),
             "100.000000 s");
@@ -380,6 +385,7 @@ TEST(Worlds, SayTheSameInC) {
   EXPECT_STREQ(veltrano_world_request(world, 0, "headers.lib_version"), "ios_0.0");
   EXPECT_EQ(veltrano_world_request(world, 0, "headers.x"), nullptr);
   EXPECT_NE(std::string(veltrano_world_error(world)).find("query.uid"), std::string::npos);
+  EXPECT_EQ(veltrano_world_request(world, 99, "path"), nullptr);
   veltrano_world_jump_clock(world, 1e13);
   EXPECT_FALSE(veltrano_world_use_plan(world, "/dev/null"));
   EXPECT_TRUE(veltrano_world_use_plan(world, PLAN));
@@ -483,7 +489,8 @@ TEST(Installation, SetsWhatTheOptionsSay) {
         {"app_id", "app"},
         {"pub_uid", "pub"},
         {"extra_json.att_auth_status", 2},
-        {"$ios_ifa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"}}},
+        {"$ios_ifa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"},
+        {"time", 1'700'000'000'000}}},
       {"E",
        {{"extra_json.att_auth_status", 3},
         {"$screen_width", 100},
@@ -505,6 +512,7 @@ TEST(Installation, SetsWhatTheOptionsSay) {
 
   veltrano_application_did_enter_background();
   world.advance(2min);
+  EXPECT_EQ(world.heartbeats().size(), 1u);
   veltrano_application_will_enter_foreground();
   veltrano_application_did_become_active();
   world.advance(2s);
@@ -651,6 +659,7 @@ TEST(ShutDown, OnAnotherThreadEndsAtTheDeadline) {
   EXPECT_EQ(outcomes, (std::vector<bool>{false}));
   EXPECT_EQ(held.use_count(), 1);
   EXPECT_GE(world.now(), 10s);
+  EXPECT_EQ(world.statistics().droppedByShutDown, 2u);
   EXPECT_NE(world.complaints().back().find("2 events were dropped by the shutdown"),
             std::string::npos);
 }
@@ -825,6 +834,7 @@ TEST(Worlds, GiveWayToTheSystem) {
   std::vector<bool> outcomes;
   post(outcomes, world, 1s);
   EXPECT_EQ(outcomes, std::vector<bool>{true});
+  EXPECT_EQ(world.delivered().size(), 1u);
 }
 
 TEST(ShutDown, WaitsForAHeartbeatAndIsRefusedInDestructors) {
